@@ -1,0 +1,57 @@
+# The library, twice from the same objects: `orvane_static` for tests that look inside, and the
+# shared library that the framework loads.
+
+set(ORVANE_SOURCES
+  dsp/band_spliter.cpp
+  dsp/biquad.cpp
+  dsp/biquad_fp.cpp
+  dsp/fft_r24.cpp
+  dsp/fir_window.cpp
+  dsp/wave_buffer.cpp
+  effects/cross_fader.cpp
+  effects/fir_equalizer.cpp
+  effects/limiter.cpp
+  effects/limiter_fp.cpp
+  effects/orvane_sound.cpp
+  effects/playback_gain.cpp
+  host/effect.cpp
+  host/library.cpp
+  platform/clock.cpp
+  platform/file.cpp
+  platform/log.cpp
+  unit/process_unit_orvane.cpp
+)
+
+add_library(orvane_objects OBJECT ${ORVANE_SOURCES})
+target_compile_options(orvane_objects PRIVATE
+  -fno-exceptions -fno-rtti -fno-unwind-tables -fno-asynchronous-unwind-tables
+  -fvisibility-inlines-hidden -ffunction-sections -fdata-sections)
+if(ORVANE_LIBLOG)
+  target_compile_definitions(orvane_objects PRIVATE ORVANE_LIBLOG)
+endif()
+
+add_library(orvane_static STATIC)
+target_link_libraries(orvane_static PUBLIC orvane_objects m)
+
+add_library(qth_orvane SHARED)
+target_link_libraries(qth_orvane PRIVATE orvane_objects m)
+if(NOT ORVANE_SANITIZE)
+  # Its own allocation operators; the sanitizers bring theirs.
+  target_sources(qth_orvane PRIVATE platform/runtime.cpp)
+  target_compile_options(qth_orvane PRIVATE -fno-exceptions -fno-rtti)
+  target_link_options(qth_orvane PRIVATE -Wl,-z,defs)
+endif()
+set_target_properties(qth_orvane PROPERTIES
+  OUTPUT_NAME qth_orvane_ics_NOVFP
+  LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}
+  LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/exports.map)
+# -Bsymbolic: the platform's loader exports functions with the names of our entry points.
+# Both hash tables: loaders of Android 4.0 know no GNU hash table.
+target_link_options(qth_orvane PRIVATE
+  -static-libgcc -static-libstdc++
+  -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/exports.map
+  -Wl,-Bsymbolic -Wl,--hash-style=both -Wl,--gc-sections -Wl,--as-needed
+  -Wl,-z,relro -Wl,-z,now)
+if(ORVANE_LIBLOG)
+  target_link_libraries(qth_orvane PRIVATE log)
+endif()
