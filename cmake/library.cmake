@@ -16,6 +16,7 @@ set(ORVANE_SOURCES
   effects/playback_gain.cpp
   host/effect.cpp
   host/library.cpp
+  host/reply.cpp
   platform/clock.cpp
   platform/file.cpp
   platform/log.cpp

@@ -1,0 +1,43 @@
+// One second-order recursive filter section for one channel, fixed point: the integer sibling of
+// Biquad (same section, same designs, same ramp) for processors without a floating-point unit.
+//
+// Coefficients are Q24. Samples are 32-bit integers in whatever scale the caller uses; nothing is
+// scaled or limited, sums wrap modulo 2^32. Floating point (single precision) only in the
+// designers and SetCoeffs.
+//
+// Delay: none. Allocates: never. Thread: no lock of its own; the owner serialises all calls.
+#pragma once
+#include <cstdint>
+
+class Biquad_FP {
+public:
+    // A pass-through.
+    Biquad_FP();
+
+    // Everything to zero, coefficients included: silence until coefficients are set again.
+    void Reset();
+
+    // Coefficients of H(z) = (b0 + b1 z^-1 + b2 z^-2) / (a0 + a1 z^-1 + a2 z^-2), a0 not 0. Each
+    // quotient by a0 is converted as ToQ24 does (saturating at +-128); the feedback coefficients
+    // are negated after that. Clears the history. rampLength 0 (or below) sets them at once;
+    // otherwise they move toward the new ones over that many samples (positive) in truncated
+    // integer steps, so they end up to rampLength - 1 units short.
+    void SetCoeffs(int rampLength, float a0, float a1, float a2, float b0, float b1, float b2);
+
+    // frequency and samplingRate in Hz, 0 < frequency < samplingRate / 2; q > 0.
+    void SetLowPassParameter(int rampLength, float frequency, float samplingRate, float q);
+    void SetBandPassParameter(int rampLength, float frequency, float samplingRate, float q);
+    // A high shelf in spite of the name: outputGainDb at 0 Hz, outputGainDb + shelfGainDb at half
+    // the sampling rate, the transition around `frequency`; shelfSlope > 0.
+    void SetHighPassParameter(int rampLength, float frequency, float samplingRate,
+                              float shelfGainDb, float shelfSlope, float outputGainDb);
+
+    // Each of the five products is rounded toward minus infinity by itself.
+    int32_t ProcessSample(int32_t x);
+
+private:
+    int32_t x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+    int32_t b0 = 0, b1 = 0, b2 = 0, fb1 = 0, fb2 = 0;
+    int32_t db0 = 0, db1 = 0, db2 = 0, dfb1 = 0, dfb2 = 0;  // per sample, while a ramp is running
+    int32_t rampRemaining = 0;                              // samples
+};

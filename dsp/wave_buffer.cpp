@@ -1,0 +1,136 @@
+#include "dsp/wave_buffer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "dsp/fixed_point.h"
+
+namespace {
+constexpr float kFromInt16 = 0x1.0002p-15F;  // the float nearest to 1/32767
+constexpr float kToInt16 = 32767.0F;
+static_assert(kFromInt16 == static_cast<float>(1.0 / 32767.0));
+}  // namespace
+
+WaveBuffer_R32::WaveBuffer_R32(uint32_t channelCount, uint32_t frames) : channels(channelCount) {
+    const uint64_t wanted = static_cast<uint64_t>(channelCount) * frames;
+    if (wanted > UINT32_MAX || !samples.Allocate(static_cast<size_t>(wanted))) return;
+    capacity = static_cast<uint32_t>(wanted);
+}
+
+void WaveBuffer_R32::Reset() {
+    count = 0;
+}
+
+uint32_t WaveBuffer_R32::Reserve(uint32_t frames) {
+    if (!Usable()) return 0;
+    const uint64_t needed = count + static_cast<uint64_t>(frames) * channels;
+    if (needed <= capacity) return 1;
+    OwnedArray<float> larger;
+    if (needed > UINT32_MAX || !larger.Allocate(static_cast<size_t>(needed))) return 0;
+    std::memcpy(larger.data(), samples.data(), count * sizeof(float));
+    samples = std::move(larger);
+    capacity = static_cast<uint32_t>(needed);
+    return 1;
+}
+
+template <typename Sample>
+uint32_t WaveBuffer_R32::Push(const Sample* source, uint32_t frames) {
+    if (Reserve(frames) == 0) return 0;
+    Convert(source, samples.data() + count, frames);
+    count += frames * channels;
+    return 1;
+}
+
+uint32_t WaveBuffer_R32::PushSamples(const int16_t* source, uint32_t frames) {
+    return Push(source, frames);
+}
+uint32_t WaveBuffer_R32::PushSamples(const float* source, uint32_t frames) {
+    return Push(source, frames);
+}
+uint32_t WaveBuffer_R32::PushSamples(const double* source, uint32_t frames) {
+    return Push(source, frames);
+}
+
+uint32_t WaveBuffer_R32::PushZero(uint32_t frames) {
+    if (Reserve(frames) == 0) return 0;
+    std::fill_n(samples.data() + count, frames * channels, 0.0F);
+    count += frames * channels;
+    return 1;
+}
+
+template <typename Sample>
+uint32_t WaveBuffer_R32::Pop(Sample* destination, uint32_t frames, bool partial) {
+    if (!Usable()) return 0;
+    if (static_cast<uint64_t>(frames) * channels > count) {
+        if (!partial) return 0;
+        frames = count / channels;
+    }
+    Convert(samples.data(), destination, frames);
+    const uint32_t taken = frames * channels;
+    count -= taken;
+    std::memmove(samples.data(), samples.data() + taken, count * sizeof(float));
+    return frames;
+}
+
+uint32_t WaveBuffer_R32::PopSamples(int16_t* destination, uint32_t frames, bool partial) {
+    return Pop(destination, frames, partial);
+}
+uint32_t WaveBuffer_R32::PopSamples(float* destination, uint32_t frames, bool partial) {
+    return Pop(destination, frames, partial);
+}
+uint32_t WaveBuffer_R32::PopSamples(double* destination, uint32_t frames, bool partial) {
+    return Pop(destination, frames, partial);
+}
+
+uint32_t WaveBuffer_R32::SetBufferOffset(uint32_t frames) {
+    const uint32_t size = GetBufferSize();
+    if (frames <= size) count = frames * channels;
+    return size;
+}
+
+uint32_t WaveBuffer_R32::GetBufferOffset() const {
+    return channels != 0 ? count / channels : 0;
+}
+uint32_t WaveBuffer_R32::GetBufferSize() const {
+    return channels != 0 ? capacity / channels : 0;
+}
+
+// Last to first, so that a conversion may widen in place.
+void WaveBuffer_R32::Short2Float(const int16_t* source, float* destination, uint32_t frames) const {
+    for (size_t i = static_cast<size_t>(frames) * channels; i-- > 0;)
+        destination[i] = static_cast<float>(source[i]) * kFromInt16;
+}
+
+void WaveBuffer_R32::Float2Short(const float* source, int16_t* destination, uint32_t frames) const {
+    for (size_t i = static_cast<size_t>(frames) * channels; i-- > 0;) {
+        const int32_t whole = TruncateToInt32(source[i] * kToInt16);
+        destination[i] = static_cast<int16_t>(static_cast<uint16_t>(whole));
+    }
+}
+
+void WaveBuffer_R32::Double2Float(const double* source, float* destination, uint32_t frames) const {
+    const size_t total = static_cast<size_t>(frames) * channels;
+    for (size_t i = 0; i < total; ++i) destination[i] = static_cast<float>(source[i]);
+}
+
+void WaveBuffer_R32::Float2Double(const float* source, double* destination, uint32_t frames) const {
+    const size_t total = static_cast<size_t>(frames) * channels;
+    for (size_t i = 0; i < total; ++i) destination[i] = source[i];
+}
+
+void WaveBuffer_R32::Convert(const int16_t* source, float* destination, uint32_t frames) const {
+    Short2Float(source, destination, frames);
+}
+void WaveBuffer_R32::Convert(const float* source, float* destination, uint32_t frames) const {
+    const size_t bytes = static_cast<size_t>(frames) * channels * sizeof(float);
+    if (bytes != 0) std::memcpy(destination, source, bytes);
+}
+void WaveBuffer_R32::Convert(const double* source, float* destination, uint32_t frames) const {
+    Double2Float(source, destination, frames);
+}
+void WaveBuffer_R32::Convert(const float* source, int16_t* destination, uint32_t frames) const {
+    Float2Short(source, destination, frames);
+}
+void WaveBuffer_R32::Convert(const float* source, double* destination, uint32_t frames) const {
+    Float2Double(source, destination, frames);
+}

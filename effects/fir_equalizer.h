@@ -1,0 +1,75 @@
+// Ten-band linear-phase equalizer on interleaved floats, mono or stereo, in place.
+//
+// Nine moving averages, centred on the sample of 256 frames ago, with half-widths D of 1, 2, 4 ...
+// 256 and weight 1 / (2 D), kept as running sums. A band is the difference of two neighbouring
+// averages (the top band the centre sample less the narrowest average, the bottom band the widest
+// average itself); the output is the sum of the bands times their gains. It is a symmetric FIR
+// filter of 513 taps whose band edges move with the sampling rate: at 44100 Hz bands 1 to 8 are
+// strongest at 99, 197, 391, 773, 1510, 2892, 5333 and 9252 Hz, band 9 at half the rate, and band 0
+// holds what lies below some 86 Hz. With every gain 1 the terms telescope to the input, delayed.
+//
+// Delay: 256 frames while enabled, none otherwise. Allocates: the constructor only. Thread: no lock
+// of its own; the owner serialises all calls.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+// Real: type of state, gains and arithmetic. The two differ in two laws: see SetBandLevel and
+// SetEnable.
+template <typename Sample, typename Real>
+class FIREqualizer {
+public:
+    // Disabled, 44100 Hz, stereo, every gain 1.
+    FIREqualizer();
+
+    // Whether its memory was granted; without it Process leaves the samples alone.
+    bool GetPrepared() const { return state != nullptr; }
+
+    // Hz. Only gates the processing, to 32000 .. 48000; the history stays.
+    void SetSamplingRate(unsigned int rate);
+    // Interleaved channels; 1 and 2 are processed. A new count forgets the history.
+    void SetChannels(unsigned int count);
+    // Returns whether the setting changed. Switching the float variant on forgets the history; the
+    // double variant keeps it.
+    bool SetEnable(bool enable);
+    // band 0 (lowest) to 9; others are ignored, and so is a level whose gain isn't finite. The
+    // level is a linear offset from unity. Float variant: gain 1 + level from -1 to 0, 1 + 2 level
+    // above, without bound. Double variant: 1 + level, at most 2. Below -1 the gain is 0.
+    void SetBandLevel(int band, float level);
+
+    // Forgets the history, as newly made; keeps gains and settings.
+    void Reset();
+
+    // `samples`: interleaved, `frames` frames. Left alone when disabled or outside the ranges
+    // above.
+    void Process(float* samples, unsigned int frames);
+
+private:
+    static constexpr size_t kBands = 10;
+    static constexpr size_t kAverages = 9;
+    static constexpr size_t kChannels = 2;
+    static constexpr uint32_t kRing = 256;
+
+    struct State {
+        Real bandGains[kBands];  // element j: gain of band 9 - j
+        Real centreRing[kChannels][kRing];
+        Real inputRing[kChannels][kRing];
+        // [k]: sum of the 2 D inputs x[n - 256 - D + 1] .. x[n - 256 + D] after frame n
+        Real runningSums[kChannels][kAverages];
+        uint32_t writeIndex;
+    };
+
+    static Real GainOf(float level);
+    static Real Step(State& s, size_t channel, Real x);
+
+    std::unique_ptr<State> state;
+    uint32_t samplingRate = 0;
+    uint32_t channels = 0;
+    bool enabled = false;
+};
+
+extern template class FIREqualizer<float, float>;
+extern template class FIREqualizer<float, double>;
+using FIREqualizer_R32R32 = FIREqualizer<float, float>;
+using FIREqualizer_R32R64 = FIREqualizer<float, double>;

@@ -1,0 +1,36 @@
+// Peak limiter with look-ahead for one channel, fixed point: the integer sibling of Limiter, on
+// Q24 samples (1.0 is 2^24).
+//
+// Delay: 255 samples. Allocates: never. Thread: no lock of its own; the owner serialises all calls.
+#pragma once
+#include <cstdint>
+
+#include "dsp/fixed_point.h"
+#include "effects/peak_tree.h"
+
+class Limiter_FP {
+public:
+    // Largest output magnitude, full scale 1.0, stored rounded to Q24; 0 silences. Below 0 or not a
+    // number counts as 0, 128 and above as the largest Q24 value.
+    void SetGate(float newGate);
+
+    // Forgets the history, as newly made; keeps the gate.
+    void Reset();
+
+    // The magnitude of the most negative sample counts as the most positive value.
+    int32_t Process(int32_t x);
+
+private:
+    int32_t smoothKeep = 15097817;   // 0.8999
+    int32_t smoothTake = 1676044;    // 0.0999
+    int32_t releaseStep = 1678;      // 0.0001
+    int32_t releaseKeep = 16775538;  // 0.9999
+    int32_t gate = kQ24One - 1;
+    int32_t unityGain = kQ24One;
+    int32_t gain = kQ24One;            // applied to the delayed sample
+    int32_t smoothedTarget = kQ24One;  // smoothed target gain
+    int32_t delayLine[kPeakWindow] = {};
+    PeakTree<int32_t> peakTree;
+    uint32_t writeIndex = 0;
+    bool limiting = false;  // the tree is maintained
+};

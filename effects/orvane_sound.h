@@ -1,0 +1,95 @@
+// The sound enhancer on interleaved audio, mono or stereo, in place.
+//
+//   bands    low < 150 Hz < band < 1800 Hz < high: 255-tap linear-phase FIR filters, rectangular
+//            window, that add up to a delay of 127 frames
+//   offsets  band 0.2 ms and low 2.85 ms behind high (8 and 125 frames at 44100 Hz)
+//   sum      high * process + band * 1.1 + low * 0.95 (double variant: band and low * 1)
+//   contour  a resonant 55 Hz low-pass of the sum of the channels is added to every channel
+//
+// Works on blocks of 770 frames, buffering input and output, so that a call may bring any number of
+// frames: it gets as many processed ones back, or none while too few are ready.
+//
+// Delay while enabled: 127 frames, plus a whole number of calls' frames that depends on the call
+// size (256: 768 frames, 1024: 1024, 770: none). Allocates: construction, SetSamplingRate,
+// SetChannels, Reserve, and Process beyond 2048 frames a call. Thread: no lock of its own; the
+// owner serialises all calls.
+#pragma once
+#include <cstdint>
+#include <memory>
+
+#include "dsp/band_spliter.h"
+#include "dsp/biquad.h"
+#include "dsp/owned_array.h"
+#include "dsp/wave_buffer.h"
+
+// Sample: what the buffers hold between the steps. Real: type of block arithmetic.
+template <typename Sample, typename Real>
+class OrvaneSound {
+public:
+    // capacityFrames: least room of the input and output buffers.
+    explicit OrvaneSound(uint32_t capacityFrames);
+
+    // Returns whether the setting changed. Switching the float variant on forgets the history; the
+    // double variant keeps it.
+    bool SetEnable(bool enable);
+    // Hz. A new rate designs the bands and forgets the history.
+    void SetSamplingRate(uint32_t rateHz);
+    // 1 or 2, others are ignored. A new count replaces the buffers and forgets the history.
+    void SetChannels(uint32_t count);
+    // Gain of the high band, linear, from the next block on. Ignored unless finite.
+    void SetProcess(float amount);
+    // The contour's quality factor is level + 0.1. A factor that is not positive becomes the
+    // smallest that gives a stable filter. Ignored unless finite. Restarts the contour's history.
+    void SetLoContour(float level);
+
+    // Forgets the history, as newly made with the same settings. Neither allocates nor designs:
+    // everything it needs was made when rate and channels were set.
+    void Reset();
+
+    // Whether everything was granted and set up, so that Process works.
+    bool GetPrepared() const;
+
+    // Makes room so that Process(.., frames) allocates nothing. False if memory is refused; nothing
+    // is lost then, and Process must not be called with that many.
+    bool Reserve(uint32_t frames);
+
+    // `samples`: interleaved, n frames, replaced by n processed frames: returns n; or left alone
+    // while fewer are ready: returns 0. Disabled: leaves them alone and returns n.
+    uint32_t Process(int16_t* samples, uint32_t n);
+    uint32_t Process(float* samples, uint32_t n);
+    uint32_t Process(double* samples, uint32_t n);
+
+    // Processes every whole block that waits in the input buffer; returns the frames left there.
+    uint32_t ProcessBuffer();
+
+private:
+    static constexpr uint32_t kMaxChannels = 2;
+    using Contour = Biquad<Real, Real>;
+
+    void SetUpSplitters();
+    bool SetUpBuffers();
+    void DesignContour();
+    void ProcessBlock();
+    void AddContour();
+    template <typename External>
+    uint32_t ProcessInPlace(External* samples, uint32_t n);
+
+    std::unique_ptr<WaveBuffer_R32> inputBuffer, outputBuffer;
+    std::unique_ptr<WaveBuffer_R32> bandDelay, lowDelay;
+    OwnedArray<Real> blockBuffer, highBlock, bandBlock, lowBlock;  // interleaved, one block
+    std::unique_ptr<BandSpliter<Real>> splitters[kMaxChannels];
+    Contour loContourFilter;
+    Contour contourDesign;  // loContourFilter without its history
+    bool enabled = false;
+    Real process = 1;
+    Real loContour = 0;
+    uint32_t bufferCapacity;  // frames
+    uint32_t channels = 2;
+    uint32_t samplingRate = 44100;  // Hz
+    uint32_t blockSize = 0;         // frames; 0 while not prepared
+};
+
+extern template class OrvaneSound<float, float>;
+extern template class OrvaneSound<float, double>;
+using OrvaneSound_R32R32 = OrvaneSound<float, float>;
+using OrvaneSound_R32R64 = OrvaneSound<float, double>;

@@ -1,0 +1,125 @@
+#include "effects/playback_gain.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+constexpr float kWeightingHz = 2200.0F;
+constexpr float kWeightingQ = 0.33F;
+constexpr float kReferenceDb = 23.0F;  // below full scale
+constexpr float kPowerFloor = 1e-10F;  // silence counts as this: 77 dB below the reference
+constexpr int32_t kWarmupCalls = 100;
+constexpr uint32_t kRampsPerSecond = 40;  // a ramp takes 25 ms
+constexpr int kRiseShift = 4;             // a gain rises 16 times slower than it falls
+constexpr int kSampleShift = 9;           // 16-bit full scale, 2^15, to Q24
+}  // namespace
+
+PlaybackGain::PlaybackGain() {
+    bandDesign.SetBandPassParameter(0, kWeightingHz, static_cast<float>(samplingRate), kWeightingQ);
+    Reset();
+}
+
+void PlaybackGain::SetRatio(float ratio) {
+    compressionRatio = (ratio >= 0 ? ratio : 0.0F) + 1.0F;
+}
+void PlaybackGain::SetVolume(float newVolume) {
+    volume = ToQ24(static_cast<double>(newVolume));
+}
+void PlaybackGain::SetMaxGainFactor(float factor) {
+    maxGain = ToQ24(static_cast<double>(factor));
+}
+
+int PlaybackGain::SetEnable(bool enable) {
+    if (enable == enabled) return 0;
+    if (enable) Reset();
+    enabled = enable;
+    return 1;
+}
+
+void PlaybackGain::SetSamplingRate(unsigned int rate) {
+    if (rate == samplingRate) return;
+    samplingRate = rate;
+    bandDesign.SetBandPassParameter(0, kWeightingHz, static_cast<float>(samplingRate), kWeightingQ);
+    Reset();
+}
+
+void PlaybackGain::SetChannels(unsigned int count) {
+    if (count == channels || count > kMaxChannels) return;
+    channels = count;
+    Reset();
+}
+
+void PlaybackGain::Reset() {
+    for (size_t c = 0; c < kMaxChannels; ++c) {
+        limiter[c].Reset();
+        bandFilter[c] = bandDesign;
+        channelGain[c] = 0;
+    }
+    warmupCount = 0;
+}
+
+uint64_t PlaybackGain::AnalyseWave(const int16_t* samples, unsigned int frames, int stride,
+                                   int offset, Biquad_FP& filter) {
+    if (frames == 0) return 0;
+    uint64_t sum = 0;
+    for (unsigned int i = 0; i < frames; ++i) {
+        const int16_t sample = samples[offset + static_cast<ptrdiff_t>(i) * stride];
+        const int64_t weighted = filter.ProcessSample(sample * (1 << kSampleShift));
+        sum += static_cast<uint64_t>(weighted * weighted);
+    }
+    return sum / frames;
+}
+
+// Measures the buffer and returns the automatic gain for it, Q24.
+int64_t PlaybackGain::TargetGain(const int16_t* in, unsigned int frames) {
+    uint64_t loudest = 0;
+    for (uint32_t c = 0; c < channels; ++c)
+        loudest = std::max(loudest, AnalyseWave(in, frames, static_cast<int>(channels),
+                                                static_cast<int>(c), bandFilter[c]));
+    const float power = static_cast<float>(static_cast<double>(loudest) * powerScale);
+    const float levelDb = logf(power + kPowerFloor) * log10e * 10 + kReferenceDb;
+    const float gainDb = levelDb * invCompressionRatio - levelDb;
+    if (warmupCount < kWarmupCalls) ++warmupCount;
+    const float warmDb = static_cast<float>(warmupCount) / 100 * gainDb;
+    const float shapedDb = warmDb - ((warmDb / 100) * (warmDb / 100)) * 50;
+    const float linear = powf(10.0F, shapedDb / 20);
+    return TruncateToInt64(static_cast<double>(linear) * kQ24One);
+}
+
+void PlaybackGain::ProcessChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
+                                  unsigned int frames) {
+    const int64_t rampLength = std::max(samplingRate / kRampsPerSecond, frames);
+    const int64_t highest = activeMaxGain;
+    const int64_t lowest = -highest;
+    const int64_t target = WrapMul64(gainQ24, activeVolume) >> kQ24Bits;
+    int64_t gain = channelGain[channel];
+    int64_t step = (target - gain) / rampLength;
+    if (step >= 1) step >>= kRiseShift;
+    Limiter_FP& peakLimiter = limiter[channel];
+    for (size_t i = 0; i < frames; ++i) {
+        const size_t at = i * channels + channel;
+        const int64_t sample = in[at] * (1 << kSampleShift);
+        const int64_t amplified = (sample * gain) >> kQ24Bits;
+        const int32_t limited =
+            peakLimiter.Process(static_cast<int32_t>(static_cast<uint32_t>(amplified)));
+        out[at] = static_cast<int16_t>(static_cast<uint16_t>(limited >> kSampleShift));
+        gain += step;
+        if (gain > highest)
+            gain = highest;
+        else if (gain < lowest)
+            gain = lowest;
+    }
+    channelGain[channel] = gain;
+}
+
+void PlaybackGain::Process(const int16_t* in, int16_t* out, unsigned int frames) {
+    if (activeCompressionRatio != compressionRatio) {
+        activeCompressionRatio = compressionRatio;
+        invCompressionRatio = 1.0F / compressionRatio;
+    }
+    activeVolume = volume;
+    activeMaxGain = maxGain;
+    if (!enabled || frames == 0) return;
+    const int64_t gainQ24 = TargetGain(in, frames);
+    for (size_t c = 0; c < channels; ++c) ProcessChannel(c, gainQ24, in, out, frames);
+}

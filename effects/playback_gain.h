@@ -1,0 +1,77 @@
+// Automatic gain control for music on interleaved 16-bit samples, mono or stereo.
+//
+// Once per call it measures the loudness of the input (mean square of a copy weighted by a 2200 Hz
+// band-pass, the loudest channel counts) as L dB above a reference of 23 dB below full scale, and
+// sets the gain that makes L / (ratio + 1) of it, softened for large boosts and faded in over the
+// first hundred calls. Per sample and channel the applied gain moves in a straight line toward
+// gain * volume (a sixteenth as fast upward), stays within the maximum gain, and the amplified
+// sample passes a limiter. The sample path is integer: gains and samples are Q24, a 16-bit sample s
+// enters as s * 512.
+//
+// Delay: 255 frames while enabled, none otherwise. Allocates: never. Thread: no lock of its own;
+// the owner serialises all calls.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+
+#include "dsp/biquad_fp.h"
+#include "dsp/fixed_point.h"
+#include "effects/limiter_fp.h"
+
+class PlaybackGain {
+public:
+    // Disabled, 44100 Hz, stereo, ratio 1, volume 1, maximum gain factor 1.
+    PlaybackGain();
+
+    // Setters of levels take effect with the next Process call.
+    // ratio: 0 leaves levels alone, larger pulls harder; below 0 or not a number counts as 0.
+    void SetRatio(float ratio);
+    // Linear factors, 1.0 is unity, below 128 (above saturates); not a number counts as 0.
+    void SetVolume(float newVolume);
+    void SetMaxGainFactor(float factor);
+
+    // Returns 1 if the setting changed, else 0. Switching on resets.
+    int SetEnable(bool enable);
+    // Hz. A new rate designs the weighting filter and resets.
+    void SetSamplingRate(unsigned int rate);
+    // Interleaved channels, 1 or 2; more are ignored. A new count resets.
+    void SetChannels(unsigned int count);
+
+    // Forgets the history: the gain starts at 0 and fades in again. Keeps all settings.
+    void Reset();
+
+    // Mean square of one channel of `frames` frames of interleaved `samples` (sample i lies at
+    // offset + i * stride) behind `filter`, whose history goes on; full scale squared is 2^48. 0
+    // for no frames.
+    static uint64_t AnalyseWave(const int16_t* samples, unsigned int frames, int stride, int offset,
+                                Biquad_FP& filter);
+
+    // `in`, `out`: interleaved, `frames` frames; may be the same memory. Disabled, `out` is left
+    // alone.
+    void Process(const int16_t* in, int16_t* out, unsigned int frames);
+
+private:
+    static constexpr size_t kMaxChannels = 2;
+
+    int64_t TargetGain(const int16_t* in, unsigned int frames);
+    void ProcessChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
+                        unsigned int frames);
+
+    float invCompressionRatio = 0.5F;
+    float log10e = 0.43429446F;   // one unit below the float nearest to log10(e)
+    double powerScale = 0x1p-48;  // to full scale squared
+    float activeCompressionRatio = 2.0F;
+    int32_t activeVolume = kQ24One;
+    int32_t activeMaxGain = kQ24One;
+    float compressionRatio = 2.0F;  // ratio + 1
+    int32_t warmupCount = 0;        // calls since the last Reset, up to 100
+    int32_t volume = kQ24One;
+    int32_t maxGain = kQ24One;
+    int64_t channelGain[kMaxChannels] = {};  // applied at the present sample, Q24
+    Biquad_FP bandFilter[kMaxChannels];
+    Limiter_FP limiter[kMaxChannels];
+    uint32_t samplingRate = 44100;  // Hz
+    uint32_t channels = 2;
+    bool enabled = false;
+    Biquad_FP bandDesign;  // bandFilter without its history
+};

@@ -1,0 +1,246 @@
+#include "host/library.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "platform/file.h"
+#include "platform/log.h"
+#include "unit/parameters.h"
+#include "unit/process_unit_orvane.h"
+
+namespace {
+
+constexpr char kName[] = "Quenthra Orvane v2";
+constexpr char kImplementor[] = "Hollin.RDT";
+// While this file exists the effect presents itself under the platform's bass-boost type.
+constexpr char kSafeModeMarker[] = "qth_ov_safemode.sig";
+
+constexpr effect_uuid_s kImplementationUuid = {
+    0xd92c3a90, 0x3e26, 0x11e2, 0xa25f, {0x08, 0x00, 0x20, 0x0c, 0x9a, 0x66}};
+constexpr effect_uuid_s kOwnType = {
+    0xaa48cf24, 0x9ae1, 0x4045, 0xacb9, {0x4f, 0xe1, 0xe1, 0x56, 0x47, 0x5b}};
+constexpr effect_uuid_s kBassBoostType = {
+    0x0634f220, 0xddd4, 0x11db, 0xa0fc, {0x00, 0x02, 0xa5, 0xd5, 0xc5, 0x1b}};
+
+constexpr uint16_t kCpuLoad = 10;      // 0.1 MIPS
+constexpr uint16_t kMemoryUsage = 24;  // KiB
+
+constexpr effect_descriptor_t gDescriptorSafeMode = {
+    kBassBoostType, kImplementationUuid, EFFECT_CONTROL_API_VERSION, EFFECT_FLAG_INSERT_LAST,
+    kCpuLoad,       kMemoryUsage,        "Quenthra Orvane v2",       "Hollin.RDT"};
+constexpr effect_descriptor_t gDescriptorNormal = {
+    kOwnType, kImplementationUuid, EFFECT_CONTROL_API_VERSION, EFFECT_FLAG_INSERT_LAST,
+    kCpuLoad, kMemoryUsage,        "Quenthra Orvane v2",       "Hollin.RDT"};
+
+// What a handle points at. The framework reads the interface table through the first word.
+struct EffectInstance {
+    const effect_interface_s* interface;
+    ProcessUnit_Orvane* unit;               // owned
+    const effect_descriptor_t* descriptor;  // as of the creation
+};
+
+EffectInstance* InstanceOf(effect_handle_t handle) {
+    return reinterpret_cast<EffectInstance*>(handle);
+}
+
+bool SafeMode() {
+    return checkSignal(kSafeModeMarker) == 1;
+}
+
+const effect_descriptor_t& ChosenDescriptor(bool safeMode) {
+    return safeMode ? gDescriptorSafeMode : gDescriptorNormal;
+}
+
+bool SameUuid(const effect_uuid_s& a, const effect_uuid_s& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// The caller's records may lie at any address.
+effect_uuid_s ReadUuid(const effect_uuid_s* uuid) {
+    effect_uuid_s copy;
+    std::memcpy(&copy, uuid, sizeof copy);
+    return copy;
+}
+void WriteDescriptor(const effect_descriptor_t& descriptor, effect_descriptor_t* destination) {
+    std::memcpy(destination, &descriptor, sizeof descriptor);
+}
+
+int32_t InterfaceProcess(effect_handle_t self, audio_buffer_s* in, audio_buffer_s* out) {
+    EffectInstance* const instance = InstanceOf(self);
+    if (instance == nullptr || instance->unit == nullptr) return kStatusInvalid;
+    return instance->unit->process(in, out);
+}
+
+int32_t InterfaceCommand(effect_handle_t self, uint32_t cmdCode, uint32_t cmdSize, void* pCmdData,
+                         uint32_t* replySize, void* pReplyData) {
+    EffectInstance* const instance = InstanceOf(self);
+    if (instance == nullptr || instance->unit == nullptr) return kStatusInvalid;
+    return instance->unit->command(cmdCode, cmdSize, pCmdData, replySize, pReplyData);
+}
+
+int32_t InterfaceGetDescriptor(effect_handle_t self, effect_descriptor_t* pDescriptor) {
+    const EffectInstance* const instance = InstanceOf(self);
+    if (instance == nullptr || pDescriptor == nullptr) return kStatusInvalid;
+    WriteDescriptor(*instance->descriptor, pDescriptor);
+    return kStatusOk;
+}
+
+constexpr effect_interface_s gEffectInterface = {InterfaceProcess, InterfaceCommand,
+                                                 InterfaceGetDescriptor, nullptr};
+
+int32_t QueryNumberEffects(uint32_t* pNumEffects) {
+    if (pNumEffects != nullptr) *pNumEffects = 1;
+    return kStatusOk;
+}
+
+int32_t QueryEffect(uint32_t index, effect_descriptor_t* pDescriptor) {
+    LogInfo("Enter EffectQueryEffect(), index = %d", static_cast<int>(index));
+    if (pDescriptor == nullptr) {
+        LogInfo("EffectQueryEffect(), Error [pDescriptor = NULL]");
+        return kStatusInvalid;
+    }
+    if (index != 0) {
+        LogInfo("EffectQueryEffect(), Error [index out of range]");
+        return kStatusNotFound;
+    }
+    WriteDescriptor(ChosenDescriptor(SafeMode()), pDescriptor);
+    LogInfo("Exit EffectQueryEffect()");
+    return kStatusOk;
+}
+
+int32_t GetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDescriptor) {
+    LogInfo("Enter EffectGetDescriptor()");
+    if (uuid == nullptr) {
+        LogInfo("EffectGetDescriptor(), uuid = NULL");
+        return kStatusInvalid;
+    }
+    if (pDescriptor == nullptr) {
+        LogInfo("EffectGetDescriptor(), pDescriptor = NULL");
+        return kStatusInvalid;
+    }
+    const effect_uuid_s wanted = ReadUuid(uuid);
+    char text[kUuidTextSize];
+    uuidToString(&wanted, text);
+    LogInfo("EffectGetDescriptor(), uuid = %s", text);
+    const effect_descriptor_t& descriptor = ChosenDescriptor(SafeMode());
+    if (!SameUuid(wanted, descriptor.uuid)) {
+        LogInfo("EffectGetDescriptor(), Error [effect not found]");
+        return kStatusNotFound;
+    }
+    WriteDescriptor(descriptor, pDescriptor);
+    return kStatusOk;
+}
+
+int32_t Create(const effect_uuid_s* uuid, int32_t /*sessionId*/, int32_t /*ioId*/,
+               effect_handle_t* pHandle) {
+    LogInfo("Enter EffectCreate()");
+    if (uuid == nullptr) {
+        LogInfo("EffectCreate(), Error [uuid = NULL]");
+        return kStatusInvalid;
+    }
+    if (pHandle == nullptr) {
+        LogInfo("EffectCreate(), Error [pEffect = NULL]");
+        return kStatusInvalid;
+    }
+    const effect_uuid_s wanted = ReadUuid(uuid);
+    char text[kUuidTextSize];
+    uuidToString(&wanted, text);
+    LogInfo("EffectCreate(), uuid = %s", text);
+    const bool safeMode = SafeMode();
+    const effect_descriptor_t& descriptor = ChosenDescriptor(safeMode);
+    if (!SameUuid(wanted, descriptor.uuid)) {
+        LogInfo("EffectCreate(), Error [effect not found]");
+        return kStatusNotFound;
+    }
+    auto* const instance = static_cast<EffectInstance*>(std::calloc(1, sizeof(EffectInstance)));
+    if (instance == nullptr) {
+        LogInfo("EffectCreate(), qth orvane effect, Error [calloc() return NULL]");
+        return kStatusInvalid;
+    }
+    LogInfo("EffectCreate(), qth orvane effect (%s), Constructing ProcessUnit_Orvane",
+            safeMode ? "safemode" : "normal");
+    instance->interface = &gEffectInterface;
+    instance->unit = new (std::nothrow) ProcessUnit_Orvane();
+    if (instance->unit == nullptr) {
+        LogInfo("EffectCreate(), qth orvane effect, Error [new ProcessUnit_Orvane() return NULL]");
+        LogInfo("EffectCreate(), qth orvane effect, Error [ProcessUnit_Orvane construct failed]");
+        std::free(instance);
+        return kStatusInvalid;
+    }
+    instance->descriptor = &descriptor;
+    LogInfo("Creating %s", descriptor.name);
+    *pHandle = &instance->interface;
+    return kStatusOk;
+}
+
+int32_t Release(effect_handle_t handle) {
+    if (handle == nullptr) return kStatusInvalid;
+    LogInfo("EffectRelease(), Deconstructing ProcessUnit");
+    EffectInstance* const instance = InstanceOf(handle);
+    delete instance->unit;
+    std::free(instance);
+    return kStatusOk;
+}
+
+}  // namespace
+
+int32_t uuidToString(const effect_uuid_s* uuid, char* out) {
+    std::snprintf(out, kUuidTextSize, "%08x-%04x-%04x-%04x-%02x%02x%02x%02x%02x%02x", uuid->timeLow,
+                  uuid->timeMid, uuid->timeHiAndVersion, uuid->clockSeq, uuid->node[0],
+                  uuid->node[1], uuid->node[2], uuid->node[3], uuid->node[4], uuid->node[5]);
+    return kStatusOk;
+}
+
+int32_t checkSignal(const char* name) {
+    return DataFileExists(name) ? 1 : 0;
+}
+
+// The record points at functions of this file only: the platform's loader exports functions with
+// the names of the entry points below.
+extern "C" {
+
+const audio_effect_library_t AELI = {AUDIO_EFFECT_LIBRARY_TAG,
+                                     EFFECT_LIBRARY_API_VERSION,
+                                     kName,
+                                     kImplementor,
+                                     QueryNumberEffects,
+                                     QueryEffect,
+                                     Create,
+                                     Release,
+                                     GetDescriptor};
+
+int32_t EffectQueryNumberEffects(uint32_t* pNumEffects) {
+    return QueryNumberEffects(pNumEffects);
+}
+int32_t EffectQueryEffect(uint32_t index, effect_descriptor_t* pDescriptor) {
+    return QueryEffect(index, pDescriptor);
+}
+int32_t EffectCreate(const effect_uuid_s* uuid, int32_t sessionId, int32_t ioId,
+                     effect_handle_t* pHandle) {
+    return Create(uuid, sessionId, ioId, pHandle);
+}
+int32_t EffectRelease(effect_handle_t handle) {
+    return Release(handle);
+}
+int32_t EffectGetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDescriptor) {
+    return GetDescriptor(uuid, pDescriptor);
+}
+
+int GetLibraryVersionMain() {
+    return (kLibraryVersionWord >> 24) & 0xFF;
+}
+int GetLibraryVersionSub() {
+    return (kLibraryVersionWord >> 16) & 0xFF;
+}
+int GetLibraryVersionExt() {
+    return (kLibraryVersionWord >> 8) & 0xFF;
+}
+int GetLibraryVersionBuild() {
+    return kLibraryVersionWord & 0xFF;
+}
+const char* GetLibraryVersionCodename() {
+    return "Lodestone";
+}
+}

@@ -1,0 +1,33 @@
+// The library's boundary: the exported record AELI with its five entry points, the version getters,
+// and two helpers of theirs that the tests look at.
+#pragma once
+#include <cstddef>
+
+#include "platform/effect_api.h"
+
+extern "C" {
+extern const audio_effect_library_t AELI;
+
+// Statuses: 0, -22 invalid argument, -2 not found. Failed calls leave the caller's memory alone.
+// Any thread.
+int32_t EffectQueryNumberEffects(uint32_t* pNumEffects);
+int32_t EffectQueryEffect(uint32_t index, effect_descriptor_t* pDescriptor);
+int32_t EffectCreate(const effect_uuid_s* uuid, int32_t sessionId, int32_t ioId,
+                     effect_handle_t* pHandle);
+int32_t EffectRelease(effect_handle_t handle);
+int32_t EffectGetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDescriptor);
+
+int GetLibraryVersionMain();
+int GetLibraryVersionSub();
+int GetLibraryVersionExt();
+int GetLibraryVersionBuild();
+const char* GetLibraryVersionCodename();
+}
+
+constexpr size_t kUuidTextSize = 37;  // 36 characters and a NUL
+
+// Writes kUuidTextSize characters, lower-case hexadecimal. Returns 0.
+int32_t uuidToString(const effect_uuid_s* uuid, char* out);
+
+// 1 if the file `name` exists in the data directory, else 0.
+int32_t checkSignal(const char* name);

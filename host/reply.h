@@ -1,0 +1,28 @@
+// The reply block of a command: memory that the caller offers, of a size that only he knows.
+//
+// Nothing is written beyond what is offered; a reply that doesn't fit is left out, and the reply
+// size, if the caller gave one, becomes 0. The blocks may lie at any address.
+#pragma once
+#include <cstdint>
+
+class Reply {
+public:
+    // Either pointer may be null. Without a size, `data` offers the 4 bytes of a status.
+    Reply(uint32_t* replySize, void* replyData);
+
+    bool FitsParameter() const;
+
+    void WriteStatus(int32_t status);
+    // Parameter reply of 20 bytes: status 0, value size 4, the value.
+    void WriteParameter(int32_t value);
+    // Parameter reply of 12 bytes: status -22, value size 0.
+    void WriteNoParameter();
+
+private:
+    void StoreSize(uint32_t bytes);
+    void StoreWord(uint32_t offset, int32_t value);
+
+    uint32_t* size;
+    unsigned char* data;
+    uint32_t offered;  // bytes
+};
