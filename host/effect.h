@@ -30,11 +30,12 @@ protected:
     int32_t configure(const void* pConfig);
 
     // Written by the base command outside the owner's lock, read under it: one atomic byte. What an
-    // enable resets is settled under the lock before, so the flag orders nothing else.
+    // enable resets is settled under the lock before, so the flag orders nothing else. It is only
+    // loaded and stored, plain byte accesses even on ARMv5, where an exchange would not be.
     std::atomic<bool> enabled{false};
     bool configured = false;
     uint32_t samplingRate = 44100;  // Hz
     uint32_t channels = 2;
 
-    static_assert(sizeof(std::atomic<bool>) == 1 && std::atomic<bool>::is_always_lock_free);
+    static_assert(sizeof(std::atomic<bool>) == 1 && ATOMIC_BOOL_LOCK_FREE != 0);
 };
