@@ -26,7 +26,10 @@ set(ORVANE_SOURCES
 add_library(orvane_objects OBJECT ${ORVANE_SOURCES})
 target_compile_options(orvane_objects PRIVATE
   -fno-exceptions -fno-rtti -fno-unwind-tables -fno-asynchronous-unwind-tables
-  -fvisibility-inlines-hidden -ffunction-sections -fdata-sections)
+  -ffunction-sections -fdata-sections
+  # The run-time library computes every design, whatever a compiler knows of its arguments.
+  -fno-builtin-sin -fno-builtin-cos -fno-builtin-exp -fno-builtin-pow -fno-builtin-sinf
+  -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf)
 if(ORVANE_LIBLOG)
   target_compile_definitions(orvane_objects PRIVATE ORVANE_LIBLOG)
 endif()

@@ -23,6 +23,12 @@ void Scale(T* data, uint32_t count, uint32_t n) {
 }  // namespace
 
 template <typename T>
+BandSpliter<T>::BandSpliter() = default;
+
+template <typename T>
+BandSpliter<T>::~BandSpliter() = default;
+
+template <typename T>
 uint32_t BandSpliter<T>::GetDataLength(uint32_t kernelLength) {
     const uint64_t K = kernelLength;
     const uint64_t N = std::bit_ceil(2 * (K + 32) + K - 1);

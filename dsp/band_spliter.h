@@ -18,6 +18,10 @@
 template <typename T>
 class BandSpliter {
 public:
+    // Not usable until set up.
+    BandSpliter();
+    ~BandSpliter();
+
     // Designs the kernels (low-pass at lowCutoff, high-pass at highCutoff, band-pass between them)
     // and builds every buffer. windowType as FIRWindow has it, kernelLength K odd and at least 3,
     // samplingRateHz above 0. False with the previous set-up kept if an argument is refused or the

@@ -37,7 +37,7 @@ public:
     void SetHighPassParameter(int rampLength, float frequency, float samplingRate,
                               float shelfGainDb, float shelfSlope, float outputGainDb);
 
-    Sample ProcessSample(Sample x);
+    Sample ProcessSample(Sample sample);
 
 private:
     Real x1 = 0, x2 = 0, y1 = 0, y2 = 0;

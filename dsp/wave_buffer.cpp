@@ -17,6 +17,8 @@ WaveBuffer_R32::WaveBuffer_R32(uint32_t channelCount, uint32_t frames) : channel
     capacity = static_cast<uint32_t>(wanted);
 }
 
+WaveBuffer_R32::~WaveBuffer_R32() = default;
+
 void WaveBuffer_R32::Reset() {
     count = 0;
 }

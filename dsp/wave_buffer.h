@@ -12,9 +12,10 @@
 
 class WaveBuffer_R32 {
 public:
-    // Room for `frames` frames of `channels` samples (at least 1). If memory is refused the buffer
-    // has a size of 0 and refuses every push and pop.
-    WaveBuffer_R32(uint32_t channels, uint32_t frames);
+    // Room for `frames` frames of `channelCount` samples (at least 1). If memory is refused the
+    // buffer has a size of 0 and refuses every push and pop.
+    WaveBuffer_R32(uint32_t channelCount, uint32_t frames);
+    ~WaveBuffer_R32();
 
     // Appends `frames` interleaved frames. Grows the storage to exactly what is needed. Returns 1,
     // or 0 with the buffer unchanged: no storage, or memory refused, or beyond 2^32 samples.

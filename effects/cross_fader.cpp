@@ -2,6 +2,8 @@
 
 #include "dsp/fixed_point.h"
 
+CrossFader::CrossFader() = default;
+
 void CrossFader::BeginFader(int frames) {
     position = 0.0F;
     step = static_cast<float>(1.0 / frames);

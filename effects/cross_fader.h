@@ -7,6 +7,9 @@
 
 class CrossFader {
 public:
+    // No fade running.
+    CrossFader();
+
     // Starts a fade of `frames` frames. 0: the next frame is the old stream's, then the new one's.
     // A negative length never ends; don't.
     void BeginFader(int frames);

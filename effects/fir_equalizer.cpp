@@ -21,6 +21,9 @@ FIREqualizer<Sample, Real>::FIREqualizer() : state(new (std::nothrow) State()) {
 }
 
 template <typename Sample, typename Real>
+FIREqualizer<Sample, Real>::~FIREqualizer() = default;
+
+template <typename Sample, typename Real>
 void FIREqualizer<Sample, Real>::SetSamplingRate(unsigned int rate) {
     samplingRate = rate;
 }

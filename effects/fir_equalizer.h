@@ -22,6 +22,7 @@ class FIREqualizer {
 public:
     // Disabled, 44100 Hz, stereo, every gain 1.
     FIREqualizer();
+    ~FIREqualizer();
 
     // Whether its memory was granted; without it Process leaves the samples alone.
     bool GetPrepared() const { return state != nullptr; }

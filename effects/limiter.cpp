@@ -11,6 +11,8 @@ constexpr float kReleaseKeep = 0.9999F;
 constexpr float kReleaseStep = 0.0001F;
 }  // namespace
 
+Limiter::Limiter() = default;
+
 void Limiter::SetGate(float newGate) {
     gate = newGate >= 0 ? newGate : 0.0F;
 }

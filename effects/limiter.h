@@ -15,6 +15,9 @@
 
 class Limiter {
 public:
+    // Gate 0.9999.
+    Limiter();
+
     // Largest output magnitude, full scale 1.0; 0 silences. Below 0 or not a number counts as 0.
     void SetGate(float newGate);
 

@@ -12,6 +12,8 @@ int32_t QuotientQ24(int32_t a, int32_t b) {
 
 }  // namespace
 
+Limiter_FP::Limiter_FP() = default;
+
 void Limiter_FP::SetGate(float newGate) {
     gate = newGate >= 0 ? ToQ24(static_cast<double>(newGate)) : 0;
 }

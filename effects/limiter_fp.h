@@ -10,6 +10,9 @@
 
 class Limiter_FP {
 public:
+    // Gate one step below 1.0.
+    Limiter_FP();
+
     // Largest output magnitude, full scale 1.0, stored rounded to Q24; 0 silences. Below 0 or not a
     // number counts as 0, 128 and above as the largest Q24 value.
     void SetGate(float newGate);

@@ -61,6 +61,9 @@ OrvaneSound<Sample, Real>::OrvaneSound(uint32_t capacityFrames)
 }
 
 template <typename Sample, typename Real>
+OrvaneSound<Sample, Real>::~OrvaneSound() = default;
+
+template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::SetUpSplitters() {
     constexpr Real kLowCutoff = 150, kHighCutoff = 1800;
     blockSize = 0;
@@ -72,14 +75,13 @@ void OrvaneSound<Sample, Real>::SetUpSplitters() {
 }
 
 template <typename Sample, typename Real>
-bool OrvaneSound<Sample, Real>::SetUpBuffers() {
+void OrvaneSound<Sample, Real>::SetUpBuffers() {
     inputBuffer = MakeBuffer(channels, std::max(bufferCapacity, kInputCapacity));
     outputBuffer = MakeBuffer(channels, std::max(bufferCapacity, kOutputCapacity));
     bandDelay = MakeBuffer(channels, kDelayCapacity);
     lowDelay = MakeBuffer(channels, kDelayCapacity);
     for (OwnedArray<Real>* block : {&blockBuffer, &highBlock, &bandBlock, &lowBlock})
         if (!block->Allocate(static_cast<size_t>(channels) * kBlock)) block->Release();
-    return GetPrepared();
 }
 
 template <typename Sample, typename Real>
@@ -158,7 +160,7 @@ bool OrvaneSound<Sample, Real>::Reserve(uint32_t frames) {
 
 template <typename Sample, typename Real>
 template <typename External>
-uint32_t OrvaneSound<Sample, Real>::ProcessInPlace(External* samples, uint32_t n) {
+uint32_t OrvaneSound<Sample, Real>::InPlace(External* samples, uint32_t n) {
     if (!enabled) return n;
     if (!Reserve(n)) return 0;
     inputBuffer->PushSamples(samples, n);
@@ -168,26 +170,26 @@ uint32_t OrvaneSound<Sample, Real>::ProcessInPlace(External* samples, uint32_t n
 
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::Process(int16_t* samples, uint32_t n) {
-    return ProcessInPlace(samples, n);
+    return InPlace(samples, n);
 }
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::Process(float* samples, uint32_t n) {
-    return ProcessInPlace(samples, n);
+    return InPlace(samples, n);
 }
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::Process(double* samples, uint32_t n) {
-    return ProcessInPlace(samples, n);
+    return InPlace(samples, n);
 }
 
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::ProcessBuffer() {
     if (!GetPrepared()) return inputBuffer ? inputBuffer->GetBufferOffset() : 0;
-    while (inputBuffer->GetBufferOffset() >= blockSize) ProcessBlock();
+    while (inputBuffer->GetBufferOffset() >= blockSize) RunBlock();
     return inputBuffer->GetBufferOffset();
 }
 
 template <typename Sample, typename Real>
-void OrvaneSound<Sample, Real>::ProcessBlock() {
+void OrvaneSound<Sample, Real>::RunBlock() {
     inputBuffer->PopSamples(blockBuffer.data(), blockSize, false);
     for (uint32_t c = 0; c < channels; ++c)
         splitters[c]->ConvolveInterleaved(blockBuffer.data() + c, lowBlock.data() + c,
@@ -212,12 +214,12 @@ template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::AddContour() {
     Real* const block = blockBuffer.data();
     if (channels == 1) {
-        for (uint32_t i = 0; i < blockSize; ++i) {
+        for (size_t i = 0; i < blockSize; ++i) {
             const Sample in = static_cast<Sample>(block[i]);
             block[i] += static_cast<Sample>(loContourFilter.ProcessSample(in));
         }
     } else {
-        for (uint32_t i = 0; i < blockSize; ++i) {
+        for (size_t i = 0; i < blockSize; ++i) {
             Real& left = block[2 * i];
             Real& right = block[2 * i + 1];
             const Sample in = static_cast<Sample>(left + right);

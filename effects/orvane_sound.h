@@ -28,6 +28,7 @@ class OrvaneSound {
 public:
     // capacityFrames: least room of the input and output buffers.
     explicit OrvaneSound(uint32_t capacityFrames);
+    ~OrvaneSound();
 
     // Returns whether the setting changed. Switching the float variant on forgets the history; the
     // double variant keeps it.
@@ -67,12 +68,12 @@ private:
     using Contour = Biquad<Real, Real>;
 
     void SetUpSplitters();
-    bool SetUpBuffers();
+    void SetUpBuffers();
     void DesignContour();
-    void ProcessBlock();
+    void RunBlock();
     void AddContour();
     template <typename External>
-    uint32_t ProcessInPlace(External* samples, uint32_t n);
+    uint32_t InPlace(External* samples, uint32_t n);
 
     std::unique_ptr<WaveBuffer_R32> inputBuffer, outputBuffer;
     std::unique_ptr<WaveBuffer_R32> bandDelay, lowDelay;

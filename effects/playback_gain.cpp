@@ -86,7 +86,7 @@ int64_t PlaybackGain::TargetGain(const int16_t* in, unsigned int frames) {
     return TruncateToInt64(static_cast<double>(linear) * kQ24One);
 }
 
-void PlaybackGain::ProcessChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
+void PlaybackGain::AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
                                   unsigned int frames) {
     const int64_t rampLength = std::max(samplingRate / kRampsPerSecond, frames);
     const int64_t highest = activeMaxGain;
@@ -98,7 +98,7 @@ void PlaybackGain::ProcessChannel(size_t channel, int64_t gainQ24, const int16_t
     Limiter_FP& peakLimiter = limiter[channel];
     for (size_t i = 0; i < frames; ++i) {
         const size_t at = i * channels + channel;
-        const int64_t sample = in[at] * (1 << kSampleShift);
+        const int64_t sample = static_cast<int64_t>(in[at]) * (1 << kSampleShift);
         const int64_t amplified = (sample * gain) >> kQ24Bits;
         const int32_t limited =
             peakLimiter.Process(static_cast<int32_t>(static_cast<uint32_t>(amplified)));
@@ -121,5 +121,5 @@ void PlaybackGain::Process(const int16_t* in, int16_t* out, unsigned int frames)
     activeMaxGain = maxGain;
     if (!enabled || frames == 0) return;
     const int64_t gainQ24 = TargetGain(in, frames);
-    for (size_t c = 0; c < channels; ++c) ProcessChannel(c, gainQ24, in, out, frames);
+    for (size_t c = 0; c < channels; ++c) AmplifyChannel(c, gainQ24, in, out, frames);
 }

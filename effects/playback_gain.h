@@ -54,7 +54,7 @@ private:
     static constexpr size_t kMaxChannels = 2;
 
     int64_t TargetGain(const int16_t* in, unsigned int frames);
-    void ProcessChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
+    void AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
                         unsigned int frames);
 
     float invCompressionRatio = 0.5F;

@@ -29,6 +29,8 @@ void operator delete[](void* memory, const std::nothrow_t&) noexcept {
     std::free(memory);
 }
 
-extern "C" void __cxa_pure_virtual() {
+// The name is the C++ ABI's.
+extern "C" void __cxa_pure_virtual()  // NOLINT(bugprone-reserved-identifier)
+{
     std::abort();
 }
