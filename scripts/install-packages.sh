@@ -1,0 +1,34 @@
+#!/bin/sh
+# Installs the Debian packages that the named jobs need, if they aren't there yet.
+#   render  the library, the renderer, a piece of music and pictures
+#   test    that, and what tests and checks need
+#   arm     the cross build and its emulator
+set -eu
+
+render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-dev libcli11-dev
+  nlohmann-json3-dev libfftw3-dev gnuplot-nox fonts-dejavu-core caveexpress-data"
+test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang-tools
+  libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless git"
+arm="g++-arm-linux-gnueabi qemu-user googletest"
+
+wanted=
+for job in "$@"; do
+  case $job in
+    render) wanted="$wanted $render" ;;
+    test) wanted="$wanted $render $test" ;;
+    arm) wanted="$wanted $arm" ;;
+    *) echo "install-packages.sh: no job called $job" >&2; exit 2 ;;
+  esac
+done
+
+missing=
+for package in $wanted; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' ||
+    missing="$missing $package"
+done
+[ -z "$missing" ] && exit 0
+echo "Installing:$missing"
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+# shellcheck disable=SC2086  # one word a package
+apt-get install -y -qq --no-install-recommends $missing >/dev/null

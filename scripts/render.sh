@@ -1,0 +1,32 @@
+#!/bin/sh
+# Builds the library and the renderer and renders a piece of music through them, on a Debian 12
+# machine with nothing prepared.
+#   render.sh [FILE [OPTIONS of `orvane render`]]
+# Without a file it takes music that Debian ships: caveexpress-data, CC-BY-SA-4.0.
+set -eu
+here=$(cd "$(dirname "$0")/.." && pwd)
+"$here/scripts/install-packages.sh" render
+
+if [ $# -gt 0 ]; then
+  input=$(realpath "$1")
+  shift
+else
+  input=$(dpkg -L caveexpress-data | grep '/music-2\.ogg$')
+fi
+
+cd "$here"
+cmake --preset release -DORVANE_TESTS=OFF >/dev/null
+cmake --build --preset release --target orvane qth_orvane
+mkdir -p out
+name=$(basename "$input")
+output=out/${name%.*}-orvane.wav
+picture=out/${name%.*}-orvane.png
+build/release/orvane render "$input" "$output" --picture "$picture" -f "$@"
+cat <<END
+
+Rendered  $input
+to        $here/$output
+picture   $here/$picture
+The picture shows, before and after: the spectrum, the level over time and the gain that was
+applied, and the chain's magnitude response with these settings.
+END
