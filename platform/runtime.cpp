@@ -1,8 +1,11 @@
 // What the language's run-time library would bring into the shared library, without its exception
-// machinery: the allocation operators, straight on malloc, and the end of an impossible call.
+// machinery, which comes with writable data and start-up code: the allocation operators, straight
+// on malloc, their tag, and the end of an impossible call.
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+
+const std::nothrow_t std::nothrow{};
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return std::malloc(size != 0 ? size : 1);
