@@ -1,0 +1,50 @@
+#!/bin/sh
+# Fails if the library built for the device wants more than the device has: a floating-point or
+# vector unit, another instruction set than ARMv5TE in ARM state, libraries besides the C and the
+# mathematics library, or writable data of its own.
+#
+# usage: check-arm.sh [LIBRARY]
+set -eu
+cd "$(dirname "$0")/.."
+library=${1:-build/arm-softfloat/libqth_orvane_ics_NOVFP.so}
+prefix=arm-linux-gnueabi-
+failures=0
+
+# name, what was found; nothing found is good.
+expect_none() {
+    [ -z "$2" ] && return
+    failures=$((failures + 1))
+    echo "check-arm: $1:" >&2
+    printf '%s\n' "$2" | head -n 10 >&2
+}
+
+listing=$(mktemp)
+trap 'rm -f "$listing"' EXIT
+"${prefix}objdump" -d --no-show-raw-insn "$library" >"$listing"
+instructions=$(awk -F'\t' 'NF > 1 && $2 !~ /^\.(word|short|byte)/' "$listing" | wc -l)
+if [ "$instructions" -lt 1000 ]; then
+    echo "check-arm: only $instructions instructions in $library" >&2
+    exit 1
+fi
+
+# No integer mnemonic of ARMv5TE begins with v or f; coprocessors 10 and 11 are the VFP.
+expect_none "floating-point or vector instructions" \
+    "$(awk -F'\t' '$2 ~ /^[vf]/' "$listing")"
+expect_none "instructions for coprocessors" \
+    "$(awk -F'\t' '$2 ~ /^(mcr|mrc|mcrr|mrrc|cdp|ldc|stc)/' "$listing")"
+expect_none "attributes of a floating-point or vector unit" \
+    "$("${prefix}readelf" -A "$library" | grep -E 'Tag_(FP_arch|VFP_arch|Advanced_SIMD|ABI_VFP_args)')"
+expect_none "another instruction set than ARMv5TE" \
+    "$("${prefix}readelf" -A "$library" | grep 'Tag_CPU_arch:' | grep -v 'v5TE$')"
+expect_none "Thumb code" \
+    "$("${prefix}readelf" -sW "$library" | awk '$8 ~ /^\$t/')"
+expect_none "libraries beside libc and libm" \
+    "$("${prefix}readelf" -dW "$library" | grep NEEDED | grep -vE '\[lib[cm]\.so(\.6)?\]')"
+# Start-up code has a flag and a handle there; tables of addresses are read-only once relocated.
+expect_none "writable data" \
+    "$("${prefix}objdump" -t "$library" |
+        awk '$4 ~ /^\.(data|bss)$/ || $3 ~ /^\.(data|bss)$/' |
+        awk '$NF !~ /^(\.data|\.bss|completed\.0|__dso_handle|__TMC_END__)$/')"
+
+[ "$failures" -eq 0 ] || exit 1
+echo "check-arm: $instructions instructions, all ARMv5TE without floating point"
