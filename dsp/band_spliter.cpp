@@ -74,7 +74,11 @@ bool BandSpliter<T>::ProcessKernel(const T* low, const T* high, const T* band,
         if (!spectrum.Allocate(transformLength)) return false;
         std::memcpy(spectrum.data(), kernel, kernelLength * sizeof(T));
         Scale(spectrum.data(), transformLength, transformLength);
-        return CvFFTRealTime(spectrum.data(), transformLength, false, false);
+        if (!fft || !fft->Prepared() || fft->length != transformLength)
+            return CvFFTRealTime(spectrum.data(), transformLength, false, false);
+        // The first transform builds the tables: here rather than with the first block of audio.
+        CvFFTCreated(spectrum.data(), transformLength, false, false);
+        return true;
     };
     return toSpectrum(low, lowKernel) && toSpectrum(high, highKernel) &&
            toSpectrum(band, bandKernel);
