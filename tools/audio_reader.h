@@ -1,0 +1,38 @@
+// Audio files and streams in, as floats, through libsndfile.
+//
+// Everything throws Failure with one line for the user.
+#pragma once
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tools/sndfile_handle.h"
+#include "tools/tags.h"
+
+class AudioReader {
+public:
+    // path: "-" is standard input, from which some formats cannot be read.
+    explicit AudioReader(const std::string& path);
+
+    uint32_t RateHz() const { return static_cast<uint32_t>(info.samplerate); }
+    uint32_t Channels() const { return static_cast<uint32_t>(info.channels); }
+    // As the file says; none if it doesn't know.
+    std::optional<uint64_t> Frames() const;
+    // Every sample is a whole number of 16 bits: nothing is lost in taking it as that.
+    bool IsSixteenBit() const;
+    std::vector<Tag> Tags() const { return ReadTags(file.get()); }
+    bool HasReplayGain() const { return replayGain; }
+
+    // Next interleaved samples, full scale 1.0; empty at the end. Always floats: decoders of lossy
+    // formats wrap what goes over full scale when asked for 16 bits. NaN and infinity read as 0.
+    std::span<const float> Read();
+
+private:
+    SF_INFO info{};
+    std::string name;
+    bool piped = false, replayGain = false;
+    SndfileHandle file;
+    std::vector<float> block;
+};

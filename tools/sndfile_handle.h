@@ -1,0 +1,10 @@
+// A libsndfile handle that closes itself.
+#pragma once
+#include <sndfile.h>
+
+#include <memory>
+
+struct SndfileCloser {
+    void operator()(SNDFILE* file) const { sf_close(file); }
+};
+using SndfileHandle = std::unique_ptr<SNDFILE, SndfileCloser>;
