@@ -1,0 +1,207 @@
+// Fills in what applications must know of the library's numbers: the C header, the Java class and
+// the tables of docs/controlling.md keep them between a line with "generated: SECTION" and a line
+// with "end generated". The numbers come from unit/parameters.h and the library's own descriptor.
+//
+// usage: generate [--check] PROJECT_FOLDER
+// Rewrites the files; with --check only says which are out of date, and fails if any is.
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+#include "host/library.h"
+#include "unit/parameters.h"
+
+namespace {
+
+constexpr const char* kFiles[] = {"android/quenthra_orvane.h",
+                                  "android/java/com/quenthra/orvane/OrvaneRecords.java",
+                                  "docs/controlling.md"};
+constexpr char kBegin[] = "generated: ";
+constexpr char kEnd[] = "end generated";
+
+// Whole decibels that the level tables hold. Below the first one, 0.01 of gain is more than a
+// decibel; above the last one the levels end.
+constexpr int kLowestDb = -40;
+constexpr int kHighestDb = 9;
+
+[[noreturn]] void Fail(const std::string& what) {
+    std::cerr << "generate: " << what << '\n';
+    std::exit(EXIT_FAILURE);
+}
+
+template <typename... Arguments>
+std::string Format(const char* format, Arguments... arguments) {
+    char text[512];
+    std::snprintf(text, sizeof text, format, arguments...);
+    return text;
+}
+
+bool IsQuery(const Parameter& parameter) {
+    return parameter.kind == ParameterKind::kQuery;
+}
+
+// What one identifier's values are, in a few words.
+std::string Values(const Parameter& parameter) {
+    if (parameter.kind == ParameterKind::kSwitch) return "0 off, 1 on";
+    if (IsQuery(parameter)) return std::string("answers ") + parameter.unit;
+    std::string text = parameter.kind == ParameterKind::kBandValue ? "band 0 to 9, then " : "";
+    text += Format("%g to %g", parameter.minimum, parameter.maximum);
+    if (parameter.wireScale == 1) return text;
+    if (std::string(parameter.unit) != "1") text += Format(" (%s)", parameter.unit);
+    return text + Format(" times %d", parameter.wireScale);
+}
+
+// The equalizer's law: 1 + level up to 0, 1 + 2 level above.
+int LevelOfDb(int decibels) {
+    const double gain = std::pow(10.0, decibels / 20.0);
+    const double level = gain <= 1.0 ? gain - 1.0 : (gain - 1.0) / 2.0;
+    return static_cast<int>(std::lround(level * 100.0));
+}
+double DbOfLevel(int hundredths) {
+    const double level = hundredths / 100.0;
+    return 20.0 * std::log10(level <= 0.0 ? 1.0 + level : 1.0 + 2.0 * level);
+}
+
+std::string UuidText(const effect_uuid_s& uuid) {
+    char text[kUuidTextSize];
+    uuidToString(&uuid, text);
+    return text;
+}
+
+effect_descriptor_t Descriptor() {
+    effect_descriptor_t descriptor = {};
+    if (checkSignal("qth_ov_safemode.sig") != 0) Fail("this machine is in safe mode");
+    AELI.query_effect(0, &descriptor);
+    return descriptor;
+}
+
+std::string CIdentifiers() {
+    const effect_descriptor_t descriptor = Descriptor();
+    std::string text = "#define ORVANE_UUID \"" + UuidText(descriptor.uuid) + "\"\n" +
+                       "#define ORVANE_TYPE \"" + UuidText(descriptor.type) + "\"\n\n" +
+                       "enum OrvaneParameter {\n";
+    const Parameter* const last = std::end(kParameters) - 1;
+    for (const Parameter& parameter : kParameters)
+        text += Format("    /* %s */\n    ORVANE_%s = 0x%X%s\n", Values(parameter).c_str(),
+                       parameter.name, static_cast<unsigned>(parameter.id),
+                       &parameter == last ? "" : ",");
+    return text + "};\n";
+}
+
+std::string JavaIdentifiers() {
+    const effect_descriptor_t descriptor = Descriptor();
+    std::string text;
+    for (const auto& [name, uuid] :
+         {std::pair("UUID_TEXT", descriptor.uuid), std::pair("TYPE_TEXT", descriptor.type)})
+        text +=
+            Format("    public static final String %s = \"%s\";\n", name, UuidText(uuid).c_str());
+    for (const Parameter& parameter : kParameters)
+        text +=
+            Format("\n    /** %s */\n    public static final int %s = 0x%X;\n",
+                   Values(parameter).c_str(), parameter.name, static_cast<unsigned>(parameter.id));
+    return text;
+}
+
+// Lines of ten numbers, for an array in C or Java.
+std::string LevelNumbers() {
+    std::string text;
+    for (int decibels = kLowestDb; decibels <= kHighestDb; ++decibels) {
+        const bool last = decibels == kHighestDb;
+        const bool lineStart = (decibels - kLowestDb) % 10 == 0;
+        text += Format("%s%d%s", lineStart ? "        " : " ", LevelOfDb(decibels),
+                       last ? "\n" : ((decibels - kLowestDb) % 10 == 9 ? ",\n" : ","));
+    }
+    return text;
+}
+
+std::string SetTable() {
+    std::string text =
+        "| identifier | name | values to send | at first | what it does |\n"
+        "|---|---|---|---|---|\n";
+    for (const Parameter& parameter : kParameters)
+        if (!IsQuery(parameter))
+            text += Format("| 0x%X | `%s` | %s | %g | %s |\n", static_cast<unsigned>(parameter.id),
+                           parameter.name, Values(parameter).c_str(), parameter.defaultValue,
+                           parameter.law);
+    return text;
+}
+
+std::string GetTable() {
+    std::string text = "| identifier | name | answer | what it says |\n|---|---|---|---|\n";
+    for (const Parameter& parameter : kParameters)
+        if (IsQuery(parameter))
+            text += Format("| 0x%X | `%s` | %s | %s |\n", static_cast<unsigned>(parameter.id),
+                           parameter.name, parameter.unit, parameter.law);
+    return text;
+}
+
+std::string LevelTable() {
+    std::string text = "| dB | send | gives dB |\n|---|---|---|\n";
+    for (int decibels = kHighestDb; decibels >= kLowestDb; --decibels) {
+        const int level = LevelOfDb(decibels);
+        text += Format("| %+d | %d | %+.2f |\n", decibels, level, DbOfLevel(level));
+    }
+    return text;
+}
+
+std::string Section(const std::string& name) {
+    if (name == "c-identifiers") return CIdentifiers();
+    if (name == "java-identifiers") return JavaIdentifiers();
+    if (name == "levels") return LevelNumbers();
+    if (name == "set-table") return SetTable();
+    if (name == "get-table") return GetTable();
+    if (name == "level-table") return LevelTable();
+    Fail("no section named " + name);
+}
+
+// `text` with every marked region filled in anew.
+std::string Filled(const std::string& text, const std::string& file) {
+    std::istringstream lines(text);
+    std::string result, line;
+    bool inside = false;
+    int regions = 0;
+    while (std::getline(lines, line)) {
+        const size_t begin = line.find(kBegin);
+        if (line.find(kEnd) != std::string::npos) inside = false;
+        if (!inside) result += line + '\n';
+        if (begin == std::string::npos) continue;
+        if (inside) Fail(file + ": a region begins inside another");
+        inside = true;
+        ++regions;
+        std::istringstream rest(line.substr(begin + sizeof kBegin - 1));
+        std::string name;
+        rest >> name;
+        result += Section(name);
+    }
+    if (inside || regions == 0) Fail(file + ": no region, or one without an end");
+    return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const bool check = argc == 3 && std::string(argv[1]) == "--check";
+    if (argc != 2 && !check) Fail("usage: generate [--check] PROJECT_FOLDER");
+    bool outOfDate = false;
+    for (const char* const name : kFiles) {
+        const std::string path = std::string(argv[argc - 1]) + '/' + name;
+        std::ifstream in(path, std::ios::binary);
+        if (!in) Fail("can't read " + path);
+        const std::string text{std::istreambuf_iterator<char>(in), {}};
+        const std::string filled = Filled(text, path);
+        if (filled == text) continue;
+        outOfDate = true;
+        if (check) {
+            std::cerr << path << " is out of date: build the target generate_controls\n";
+            continue;
+        }
+        std::ofstream out(path, std::ios::binary);
+        if (!(out << filled).flush()) Fail("can't write " + path);
+    }
+    return check && outOfDate ? EXIT_FAILURE : EXIT_SUCCESS;
+}

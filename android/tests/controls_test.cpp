@@ -1,0 +1,73 @@
+// The records that applications copy from android/quenthra_orvane.h, sent to the library.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+#include <vector>
+
+#include "android/quenthra_orvane.h"
+#include "tests/framework_client.h"
+
+namespace {
+
+TEST(Controls, RecordsAreTheLibrarysAndSentFromAnyAddress) {
+    Instance instance;
+    unsigned char block[1 + ORVANE_SET_MAX_BYTES] = {};
+    unsigned char* const record = block + 1;
+    const int32_t values[4] = {1, -45, 7, 9};
+    for (int32_t count = 1; count <= ORVANE_MAX_VALUES; ++count) {
+        const std::vector<int32_t> all(values, values + count);
+        std::vector<int32_t> expected = SetRecord(PARAM_SET_MODE, {});
+        expected[2] = 4 * count;
+        expected.insert(expected.end(), all.begin(), all.end());
+        const size_t size = OrvanePackSet(record, ORVANE_PARAM_SET_MODE, values, count);
+        ASSERT_EQ(size, 4 * expected.size());
+        EXPECT_EQ(std::memcmp(record, expected.data(), size), 0);
+        EXPECT_EQ(instance.Command(EFFECT_CMD_SET_PARAM, static_cast<uint32_t>(size), record), 0);
+    }
+    EXPECT_EQ(OrvanePackSet(record, ORVANE_PARAM_SET_MODE, values, 0), 0U);
+    EXPECT_EQ(OrvanePackSet(record, ORVANE_PARAM_SET_MODE, values, 5), 0U);
+
+    const auto ask = [&](int32_t id, int32_t* value) {
+        unsigned char reply[1 + ORVANE_REPLY_BYTES];
+        uint32_t replySize = ORVANE_REPLY_BYTES;
+        const auto size = static_cast<uint32_t>(OrvanePackGet(record, id));
+        (*instance.handle)
+            ->command(instance.handle, EFFECT_CMD_GET_PARAM, size, record, &replySize, reply + 1);
+        return OrvaneReadReply(reply + 1, replySize, value);
+    };
+    int32_t value = -9;
+    EXPECT_EQ(ask(ORVANE_PARAM_GET_MODE, &value), 0);
+    EXPECT_EQ(value, 1);
+    EXPECT_EQ(ask(ORVANE_PARAM_SET_MODE, &value), -22);
+    EXPECT_EQ(value, 1);
+}
+
+TEST(Controls, LevelsOfTheDecibelTableGiveTheseDecibels) {
+    constexpr uint32_t kFrames = 2048;
+    std::vector<int16_t> in(8 * size_t{kFrames});
+    for (size_t n = 0; n < in.size(); ++n) {
+        const double phase = 2.0 * std::numbers::pi * 1000.0 / 44100.0 * static_cast<double>(n);
+        in[n] = static_cast<int16_t>(std::lround(8000.0 * std::sin(phase)));
+    }
+    const auto power = [](const std::vector<int16_t>& samples) {
+        double sum = 0;
+        for (size_t n = samples.size() / 2; n < samples.size(); ++n)
+            sum += static_cast<double>(samples[n]) * samples[n];
+        return sum;
+    };
+    for (int db = -42; db <= 11; ++db) {
+        Instance instance;
+        instance.Configure(44100, 1);
+        instance.Set(PARAM_EQUALIZER_ENABLE, {1});
+        for (int band = 0; band < 10; ++band)
+            instance.Set(PARAM_EQUALIZER_BANDLEVEL, {band, OrvaneLevelOfDb(db)});
+        instance.Enable();
+        const double gain = std::sqrt(power(instance.Run(in, kFrames, 1)) / power(in));
+        const double wanted = db < -40 ? 0.0 : std::fmin(std::pow(10.0, db / 20.0), 3.0);
+        // Half a step of the level is 0.005 below 0 dB and 0.01 above; the rest is 16-bit rounding.
+        EXPECT_NEAR(gain, wanted, (db <= 0 ? 0.005 : 0.01) + 0.001) << db << " dB";
+    }
+}
+
+}  // namespace
