@@ -70,18 +70,21 @@ bool BandSpliter<T>::SetParameter(uint32_t windowType, uint32_t kernelLength,
 template <typename T>
 bool BandSpliter<T>::ProcessKernel(const T* low, const T* high, const T* band,
                                    uint32_t kernelLength, uint32_t transformLength) {
-    const auto toSpectrum = [&](const T* kernel, OwnedArray<T>& spectrum) {
+    const struct {
+        const T* kernel;
+        OwnedArray<T>& spectrum;
+    } bands[] = {{low, lowKernel}, {high, highKernel}, {band, bandKernel}};
+    for (const auto& [kernel, spectrum] : bands) {
         if (!spectrum.Allocate(transformLength)) return false;
         std::memcpy(spectrum.data(), kernel, kernelLength * sizeof(T));
         Scale(spectrum.data(), transformLength, transformLength);
-        if (!fft || !fft->Prepared() || fft->length != transformLength)
-            return CvFFTRealTime(spectrum.data(), transformLength, false, false);
         // The first transform builds the tables: here rather than with the first block of audio.
-        CvFFTCreated(spectrum.data(), transformLength, false, false);
-        return true;
-    };
-    return toSpectrum(low, lowKernel) && toSpectrum(high, highKernel) &&
-           toSpectrum(band, bandKernel);
+        if (fft && fft->Prepared() && fft->length == transformLength)
+            CvFFTCreated(spectrum.data(), transformLength, false, false);
+        else if (!CvFFTRealTime(spectrum.data(), transformLength, false, false))
+            return false;
+    }
+    return true;
 }
 
 template <typename T>
