@@ -1,0 +1,131 @@
+// Plug-in of qemu-user that counts the instructions which `chain_load` executes inside the effect's
+// process calls: per call, and by stage of the chain and function.
+//
+// A stage begins when the unit, which runs the chain, enters a function of the stage's class, and
+// ends when control is back in the unit; what the stage calls (arithmetic helpers, memcpy) counts
+// for it. The unit is left when control is back in the caller. Counted are blocks of translated
+// code, each for the function that it begins in; a conditional instruction counts whether or not
+// its condition holds. Runs are repeatable: no clock, no sampling.
+//
+// Prints lines of words parted by tabs: "calls" N, "worst" instructions, and for each stage and
+// function "count" STAGE MANGLED_NAME instructions.
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+
+// The part of QEMU's plug-in interface, version 1, that is used here.
+extern "C" {
+using qemu_plugin_id_t = uint64_t;
+struct qemu_info_t;
+struct qemu_plugin_tb;
+struct qemu_plugin_insn;
+size_t qemu_plugin_tb_n_insns(const qemu_plugin_tb* tb);
+qemu_plugin_insn* qemu_plugin_tb_get_insn(const qemu_plugin_tb* tb, size_t index);
+const char* qemu_plugin_insn_symbol(const qemu_plugin_insn* insn);
+void qemu_plugin_register_vcpu_tb_trans_cb(qemu_plugin_id_t id,
+                                           void (*callback)(qemu_plugin_id_t, qemu_plugin_tb*));
+void qemu_plugin_register_vcpu_tb_exec_cb(qemu_plugin_tb* tb, void (*callback)(unsigned, void*),
+                                          int flags, void* data);
+void qemu_plugin_register_atexit_cb(qemu_plugin_id_t id, void (*callback)(qemu_plugin_id_t, void*),
+                                    void* data);
+void qemu_plugin_outs(const char* text);
+
+__attribute__((visibility("default"))) int qemu_plugin_version = 1;
+__attribute__((visibility("default"))) int qemu_plugin_install(qemu_plugin_id_t id,
+                                                               const qemu_info_t* info, int argc,
+                                                               char** argv);
+}
+
+namespace {
+
+enum Stage { kCaller, kUnit, kPlaybackGain, kBuffer, kEqualizer, kEnhancer, kLimiters, kStages };
+constexpr const char* kStageNames[kStages] = {"caller",    "unit",     "playback_gain", "buffer",
+                                              "equalizer", "enhancer", "limiters"};
+// Parts of mangled names; the first that fits counts.
+constexpr struct {
+    const char* part;
+    Stage stage;
+} kOwners[] = {{"8Instance", kCaller},      {"ProcessUnit_Orvane", kUnit},
+               {"InterfaceProcess", kUnit}, {"PlaybackGain", kPlaybackGain},
+               {"WaveBuffer", kBuffer},     {"FIREqualizer", kEqualizer},
+               {"OrvaneSound", kEnhancer},  {"Limiter", kLimiters}};
+
+struct Function {
+    std::string name;
+    Stage owner = kStages;  // kStages: belongs to whoever calls it
+    uint64_t counts[kStages] = {};
+};
+struct Block {
+    Function* function;
+    uint64_t instructions;
+};
+
+std::map<std::string, Function> functions;
+std::deque<Block> blocks;  // stay where they are: the emulator keeps their addresses
+Stage stage = kCaller;
+uint64_t calls = 0, inThisCall = 0, worst = 0;
+
+Stage OwnerOf(const std::string& name) {
+    if (name == "main") return kCaller;
+    for (const auto& [part, owner] : kOwners)
+        if (name.find(part) != std::string::npos) return owner;
+    return kStages;
+}
+
+void FinishCall() {
+    ++calls;
+    if (inThisCall > worst) worst = inThisCall;
+    inThisCall = 0;
+}
+
+void Executed(unsigned, void* data) {
+    const Block& block = *static_cast<const Block*>(data);
+    Function& function = *block.function;
+    if (stage == kCaller) {
+        if (function.name.find("InterfaceProcess") == std::string::npos) return;
+        stage = kUnit;
+    } else if (function.owner == kCaller) {
+        FinishCall();
+        stage = kCaller;
+        return;
+    } else if (function.owner == kUnit) {
+        stage = kUnit;
+    } else if (stage == kUnit && function.owner != kStages) {
+        stage = function.owner;
+    }
+    function.counts[stage] += block.instructions;
+    inThisCall += block.instructions;
+}
+
+void Translated(qemu_plugin_id_t, qemu_plugin_tb* tb) {
+    const char* const symbol = qemu_plugin_insn_symbol(qemu_plugin_tb_get_insn(tb, 0));
+    const std::string name = symbol != nullptr ? symbol : "?";
+    auto& function = functions[name];
+    if (function.name.empty()) {
+        function.name = name;
+        function.owner = OwnerOf(name);
+    }
+    blocks.push_back({&function, qemu_plugin_tb_n_insns(tb)});
+    qemu_plugin_register_vcpu_tb_exec_cb(tb, Executed, 0, &blocks.back());
+}
+
+void Report(qemu_plugin_id_t, void*) {
+    std::string text =
+        "calls\t" + std::to_string(calls) + "\nworst\t" + std::to_string(worst) + "\n";
+    for (const auto& [name, function] : functions)
+        for (int s = kUnit; s < kStages; ++s)
+            if (function.counts[s] != 0)
+                text += std::string("count\t") + kStageNames[s] + "\t" + name + "\t" +
+                        std::to_string(function.counts[s]) + "\n";
+    qemu_plugin_outs(text.c_str());
+}
+
+}  // namespace
+
+int qemu_plugin_install(qemu_plugin_id_t id, const qemu_info_t*, int, char**) {
+    qemu_plugin_register_vcpu_tb_trans_cb(id, Translated);
+    qemu_plugin_register_atexit_cb(id, Report, nullptr);
+    return 0;
+}
