@@ -1,0 +1,50 @@
+# Module libqth_orvane_ics_NOVFP, for a platform tree of Android 4.0's time or for ndk-build.
+#
+# The sources are C++20, which the compiler of such a tree (GCC 4.4 to 4.6) can't read. There the
+# module is a prebuilt file: put the library that the preset arm-softfloat makes, or one of an NDK,
+# at android/prebuilt/libqth_orvane_ics_NOVFP.so. Without that file the module is built from the
+# sources, which takes a tree or an NDK with clang 14 or newer:
+#   ndk-build NDK_PROJECT_PATH=. APP_BUILD_SCRIPT=android/Android.mk \
+#     NDK_APPLICATION_MK=android/Application.mk
+ORVANE_ANDROID_PATH := $(call my-dir)
+ORVANE_PREBUILT := prebuilt/libqth_orvane_ics_NOVFP.so
+
+include $(CLEAR_VARS)
+LOCAL_MODULE := libqth_orvane_ics_NOVFP
+LOCAL_MODULE_TAGS := optional
+LOCAL_MODULE_PATH := $(TARGET_OUT_SHARED_LIBRARIES)/soundfx
+
+ifneq ($(wildcard $(ORVANE_ANDROID_PATH)/$(ORVANE_PREBUILT)),)
+
+LOCAL_PATH := $(ORVANE_ANDROID_PATH)
+LOCAL_SRC_FILES := $(ORVANE_PREBUILT)
+LOCAL_MODULE_CLASS := SHARED_LIBRARIES
+LOCAL_MODULE_SUFFIX := .so
+include $(BUILD_PREBUILT)
+
+else
+
+LOCAL_PATH := $(ORVANE_ANDROID_PATH)/..
+LOCAL_C_INCLUDES := $(LOCAL_PATH)
+LOCAL_SRC_FILES := $(patsubst $(LOCAL_PATH)/%,%,$(wildcard \
+  $(foreach folder,platform host unit effects dsp,$(LOCAL_PATH)/$(folder)/*.cpp)))
+# Scalar arithmetic, each product and sum rounded by itself: NEON flushes subnormal numbers, and a
+# fused multiply-add rounds once. The run-time library computes every filter design.
+LOCAL_ARM_MODE := arm
+LOCAL_ARM_NEON := false
+LOCAL_CFLAGS := -O2 -ffp-contract=off -DORVANE_LIBLOG -U_FORTIFY_SOURCE \
+  -ffunction-sections -fdata-sections -fno-unwind-tables -fno-asynchronous-unwind-tables \
+  -fno-builtin-sin -fno-builtin-cos -fno-builtin-exp -fno-builtin-pow -fno-builtin-sinf \
+  -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf
+LOCAL_CPPFLAGS := -std=c++20 -fno-exceptions -fno-rtti
+# Why each is needed: cmake/library.cmake.
+LOCAL_LDFLAGS := -Wl,--version-script=$(LOCAL_PATH)/cmake/exports.map -Wl,-Bsymbolic \
+  -Wl,--hash-style=both -Wl,--gc-sections -Wl,--as-needed -Wl,-z,relro -Wl,-z,now
+ifdef NDK_ROOT
+LOCAL_LDLIBS := -llog -lm
+else
+LOCAL_SHARED_LIBRARIES := liblog libm
+endif
+include $(BUILD_SHARED_LIBRARY)
+
+endif

@@ -1,0 +1,18 @@
+#include "platform_function.h"
+
+PLATFORM_FUNCTION(access)
+PLATFORM_FUNCTION(abort)
+PLATFORM_FUNCTION(calloc)
+PLATFORM_FUNCTION(free)
+PLATFORM_FUNCTION(gettimeofday)
+PLATFORM_FUNCTION(malloc)
+PLATFORM_FUNCTION(memcpy)
+PLATFORM_FUNCTION(memmove)
+PLATFORM_FUNCTION(memset)
+PLATFORM_FUNCTION(pthread_mutex_destroy)
+PLATFORM_FUNCTION(pthread_mutex_init)
+PLATFORM_FUNCTION(pthread_mutex_lock)
+PLATFORM_FUNCTION(pthread_mutex_unlock)
+PLATFORM_FUNCTION(raise)
+PLATFORM_FUNCTION(snprintf)
+PLATFORM_FUNCTION(vsnprintf)

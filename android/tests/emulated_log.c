@@ -1,0 +1,14 @@
+/* The platform's log where there is none. */
+#include <stdarg.h>
+#include <stdio.h>
+
+int __android_log_print(int priority, const char* tag, const char* format, ...);
+
+int __android_log_print(int priority, const char* tag, const char* format, ...) {
+    va_list arguments;
+    fprintf(stderr, "%d/%s: ", priority, tag);
+    va_start(arguments, format);
+    vfprintf(stderr, format, arguments);
+    va_end(arguments);
+    return fputc('\n', stderr);
+}
