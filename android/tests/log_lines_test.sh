@@ -1,0 +1,11 @@
+#!/bin/sh
+# Every line that the library logs stands in docs/integration.md, for whoever reads a device's log.
+#   log_lines_test.sh PROJECT_FOLDER
+cd "$1" || exit 1
+lines=$(sed -n 's/.*LogInfo("\([^"]*\)".*/\1/p' host/*.cpp unit/*.cpp)
+[ "$(echo "$lines" | wc -l)" -eq "$(cat host/*.cpp unit/*.cpp | grep -c 'LogInfo(')" ] ||
+  { echo "a log line that this test can't read"; exit 1; }
+unexplained=$(echo "$lines" | while read -r line; do
+  grep -qF "$line" docs/integration.md || echo "$line"
+done)
+[ -z "$unexplained" ] || { echo "not explained: $unexplained"; exit 1; }
