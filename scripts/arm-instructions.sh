@@ -1,0 +1,92 @@
+#!/bin/sh
+# Counts the instructions that the chain executes on the device, by stage and function, and fills in
+# the tables of docs/performance.md.
+#
+# usage: arm-instructions.sh [--check]    --check: fail if the document says otherwise
+set -eu
+cd "$(dirname "$0")/.."
+build=build/arm-softfloat
+program=$build/bench/chain_load
+plugin=$build/count_instructions.so
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cmake --preset arm-softfloat -DORVANE_BENCH=ON >/dev/null
+cmake --build "$build" --target chain_load >/dev/null
+# The plug-in runs inside the emulator: this machine's compiler.
+c++ -std=c++20 -O2 -fPIC -shared -fvisibility=hidden -o "$plugin" bench/count_instructions.cpp
+arm-linux-gnueabi-nm -nC "$program" >"$work/symbols"
+
+for frames in 256 1024 4096; do
+    qemu-arm -plugin "$plugin,symbols=$work/symbols" -d plugin -D "$work/$frames" \
+        "$program" "$frames" 2>/dev/null
+done
+
+# Per frame, by stage.
+awk -F'\t' '
+    BEGIN { columns = split("256 1024 4096", sizes, " ")
+            stages = split("playback gain/buffer/equalizer/enhancer/unit/limiters", order, "/")
+            label["buffer"] = "conversions from and to 16 bit"
+            label["unit"] = "unit: lock, copies, output gain"
+            label["limiters"] = "output limiters" }
+    FNR == 1 { ++file }
+    $1 == "calls" { frames[file] = $2 * sizes[file] }
+    $1 == "worst" { worst[file] = $2 / sizes[file] }
+    $1 == "count" { count[$2, file] += $3; total[file] += $3 }
+    function row(name, values,    i, text) {
+        text = "| " name " |"
+        for (i = 1; i <= columns; ++i) text = text sprintf(" %.0f |", values[i])
+        print text
+    }
+    END {
+        print "| instructions a stereo frame | 256 frames a call | 1024 | 4096 |"
+        print "|---|---:|---:|---:|"
+        for (s = 1; s <= stages; ++s) {
+            for (i = 1; i <= columns; ++i) value[i] = count[order[s], i] / frames[i]
+            row(order[s] in label ? label[order[s]] : order[s], value)
+        }
+        for (i = 1; i <= columns; ++i) value[i] = total[i] / frames[i]
+        row("**whole chain**", value)
+        row("whole chain, worst call", worst)
+        for (i = 1; i <= columns; ++i) value[i] = total[i] / frames[i] * 44100 / 1000000
+        row("millions a second at 44100 Hz", value)
+    }' "$work/256" "$work/1024" "$work/4096" >"$work/stages"
+
+# Calls of 1024 frames, by kind of code and function. Names without a class are the helpers of the
+# compiler and the C library.
+awk -F'\t' '
+    $1 == "calls" { frames = $2 * 1024 }
+    $1 == "count" {
+        total += $3
+        name = $4
+        kind = name ~ /::/ ? "the library\047s own code" : "helpers"
+        if (name ~ /add|sub/ && name ~ /^__aeabi_[fd]/) kind = "additions and subtractions"
+        else if (name ~ /mul/ && name ~ /^__aeabi_[fd]/) kind = "multiplications"
+        else if (name ~ /cmp[sd]f2|__aeabi_c?[fd]r?cmp/) kind = "comparisons"
+        else if (kind == "helpers") kind = "other helpers: conversions, divisions, copies"
+        kinds[kind] += $3
+        sub(/\(anonymous namespace\)::/, "", name)
+        sub(/^void /, "", name)
+        sub(/\(.*/, "", name)
+        lines[$2 " | `" name "`"] += $3
+    }
+    END {
+        for (kind in kinds)
+            printf "%d\t| %s | %.0f | %.1f %% |\n", kinds[kind], kind, kinds[kind] / frames,
+                100 * kinds[kind] / total >kinds_file
+        for (line in lines)
+            if (lines[line] >= total / 200)
+                printf "%d\t| %s | %.0f | %.1f %% |\n", lines[line], line,
+                    lines[line] / frames, 100 * lines[line] / total >functions_file
+    }' kinds_file="$work/kinds" functions_file="$work/functions" "$work/1024"
+{
+    cat "$work/stages"
+    echo
+    echo "| code, calls of 1024 frames | instructions a frame | share |"
+    echo "|---|---:|---:|"
+    sort -rn "$work/kinds" | cut -f2-
+    echo
+    echo "| stage | function (from half a percent up) | instructions a frame | share |"
+    echo "|---|---|---:|---:|"
+    sort -rn "$work/functions" | cut -f2-
+} | scripts/fill-table.sh docs/performance.md "instruction tables" "$@"

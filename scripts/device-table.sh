@@ -1,0 +1,42 @@
+#!/bin/sh
+# Builds the library for the device and fills in the table of docs/device.md: what it needs there.
+#
+# usage: device-table.sh [--check]    --check: fail if the document says otherwise
+set -eu
+cd "$(dirname "$0")/.."
+build=build/arm-softfloat
+library=$build/libqth_orvane_ics_NOVFP.so
+prefix=arm-linux-gnueabi-
+
+cmake --preset arm-softfloat -DORVANE_BENCH=ON >/dev/null
+cmake --build "$build" --target qth_orvane instance_memory >/dev/null
+
+# Memory of the read-only, writable and zeroed segments: text, data, bss.
+sizes=$("${prefix}size" "$library" | tail -n 1)
+size_of() { echo "$sizes" | awk -v n="$1" '{ print $n }'; }
+in_backticks() { sed 's/.*/`&`/' | paste -sd, - | sed 's/,/, /g'; }
+
+relocated=$("${prefix}readelf" -lW "$library" | awk '$1 == "GNU_RELRO" { print $6 }')
+writable=$("${prefix}objdump" -t "$library" |
+    awk '/ O \.(data|bss)\t/ { print $NF }' | sort | in_backticks)
+needed=$("${prefix}readelf" -dW "$library" |
+    sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort | in_backticks)
+# The weak ones are start-up code's, and may be missing.
+undefined=$("${prefix}nm" -D -u "$library" |
+    awk '$1 == "U" { sub(/@.*/, "", $2); print $2 }' | sort | in_backticks)
+exported=$("${prefix}nm" -D --defined-only "$library" | wc -l)
+heap=$(qemu-arm -L /usr/arm-linux-gnueabi "$build/bench/instance_memory" 2>/dev/null)
+
+scripts/fill-table.sh docs/device.md "device table" "$@" <<TABLE
+| What | How much |
+|---|---|
+| text: code and constants | $(size_of 1) bytes |
+| data: tables of addresses, written by the loader | $(size_of 2) bytes |
+| &nbsp;&nbsp;of that read-only once loaded | $((relocated)) bytes |
+| bss: zeroed data | $(size_of 3) bytes |
+| writable objects, all of them start-up code's | $writable |
+| heap of one instance, 44100 Hz, stereo, everything on | $heap bytes |
+| shared libraries | $needed |
+| functions of them | $undefined |
+| exported symbols | $exported |
+TABLE
