@@ -8,8 +8,9 @@
 namespace {
 constexpr uint32_t kHalfWidths[] = {1, 2, 4, 8, 16, 32, 64, 128, 256};
 // 1 / (2 half-width): not 1 / (2 half-width + 1), although that many samples are summed.
-constexpr double kScales[] = {0x1p-1, 0x1p-2, 0x1p-3, 0x1p-4, 0x1p-5,
-                              0x1p-6, 0x1p-7, 0x1p-8, 0x1p-9};
+template <typename Real>
+constexpr Real kScales[] = {Real(0x1p-1), Real(0x1p-2), Real(0x1p-3), Real(0x1p-4), Real(0x1p-5),
+                            Real(0x1p-6), Real(0x1p-7), Real(0x1p-8), Real(0x1p-9)};
 }  // namespace
 
 template <typename Sample, typename Real>
@@ -85,7 +86,7 @@ Real FIREqualizer<Sample, Real>::Step(State& s, size_t channel, Real x) {
     Real averages[kAverages];
     for (size_t k = 0; k < kAverages; ++k) {
         sums[k] += input[(i + kHalfWidths[k]) % kRing];
-        averages[k] = sums[k] * static_cast<Real>(kScales[k]);
+        averages[k] = sums[k] * kScales<Real>[k];
     }
     Real y = gains[0] * (centre - averages[0]);
     for (size_t j = 1; j < kAverages; ++j) y += gains[j] * (averages[j - 1] - averages[j]);
