@@ -19,5 +19,6 @@ struct PictureInput {
     std::function<std::vector<int16_t>(const std::vector<int16_t>&)> chainWithoutPlaybackGain;
 };
 
-// Writes pngPath. Returns false and a line in *error if it cannot.
+// Creates or overwrites pngPath. Returns false if it cannot, with a line in *error, and leaves an
+// incomplete file: give it a temporary name.
 bool DrawPicture(const PictureInput& input, const std::string& pngPath, std::string* error);
