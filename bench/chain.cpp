@@ -118,7 +118,7 @@ public:
         ConsoleReporter::ReportRuns(runs);
     }
     void Finalize() override {
-        if (fastest.count(kChain) == 0) return;
+        if (!fastest.contains(kChain)) return;
         for (const auto& [name, time] : fastest)
             std::printf("%-20s %5.1f %% of the chain, %7.1f ns a frame\n", name.c_str(),
                         100 * time / fastest[kChain], 1e9 * time / kFrames);

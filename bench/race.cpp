@@ -145,7 +145,8 @@ bool Race(const audio_effect_library_t& first, const audio_effect_library_t& sec
             }
         }
     }
-    const double frames = static_cast<double>(kRepetitions * (input.size() / setting.channels));
+    const double frames =
+        static_cast<double>(kRepetitions * input.size()) / static_cast<double>(setting.channels);
     std::printf("%-34s %8.1f %8.1f ns   ratio %.3f   ", setting.name, times[0] / frames,
                 times[1] / frames, Median(ratios));
     if (different == 0)
