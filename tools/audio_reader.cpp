@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 
 #include "tools/failure.h"
@@ -37,6 +39,8 @@ constexpr const char* kPipeAdvice =
 AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard input" : path) {
     std::error_code ignored;
     if (std::filesystem::is_directory(path, ignored)) throw Failure(name + " is a folder");
+    if (path != "-" && access(path.c_str(), R_OK) != 0)
+        throw Failure(name + " cannot be read: " + std::strerror(errno));
     {
         // The MP3 decoder says on standard error what it thinks of a file.
         const StderrSilencer silencer;

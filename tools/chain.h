@@ -17,15 +17,15 @@ struct ChainFormat {
 
 class Chain {
 public:
-    // keepDelay: give the stream as it leaves the instance. The library must outlive the chain.
-    Chain(const EffectLibrary& library, const Settings& settings, const ChainFormat& format,
-          bool keepDelay);
+    // keepsDelay: gives the stream as it leaves the instance. The library must outlive the chain.
+    Chain(const EffectLibrary& library, const Settings& settings, const ChainFormat& chainFormat,
+          bool keepsDelay);
 
     // Takes interleaved samples, whole frames; appends to `out` what has come through.
     void Process(std::span<const int16_t> in, std::vector<int16_t>* out);
 
     // The end of the stream: feeds silence until everything is out. All that was appended is then
-    // as long as all that was taken, with keepDelay longer by the delay.
+    // as long as all that was taken, with the delay kept longer by the delay.
     void Finish(std::vector<int16_t>* out);
 
     uint64_t FramesOut() const { return samplesOut / format.channels; }

@@ -34,5 +34,5 @@ uint32_t StreamDelayFrames(const Settings& settings);
 // of 770 and bufferFrames; the number of waiting frames runs through all multiples of it.
 uint32_t BufferingFrames(const Settings& settings, uint32_t bufferFrames);
 
-// The whole delay.
+// The whole delay, from the last silent buffer on.
 uint32_t DelayFrames(const Settings& settings, uint32_t bufferFrames);

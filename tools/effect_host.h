@@ -19,8 +19,8 @@ struct ParameterWrite {
 
 class EffectLibrary {
 public:
-    // Without showLog, what the library logs while it is called does not reach standard error.
-    EffectLibrary(const std::string& path, bool showLog);
+    // Without showsLog, what the library logs while it is called does not reach standard error.
+    EffectLibrary(const std::string& path, bool showsLog);
     ~EffectLibrary();
     EffectLibrary(const EffectLibrary&) = delete;
     EffectLibrary& operator=(const EffectLibrary&) = delete;

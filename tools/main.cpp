@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <stdexcept>
 
 #include "tools/failure.h"
 #include "tools/info.h"
@@ -154,6 +155,8 @@ int Run(int argc, char** argv) {
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
+        throw UsageError(error.what());
+    } catch (const std::invalid_argument& error) {  // CLI11's for what a switch can't be
         throw UsageError(error.what());
     }
     if (info->parsed()) {

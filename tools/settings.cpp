@@ -155,5 +155,5 @@ const std::vector<Preset>& Presets() {
 const Preset& FindPreset(const std::string& name) {
     for (const Preset& preset : Presets())
         if (name == preset.name) return preset;
-    throw UsageError("no preset is called " + name + " (see --list-presets)");
+    throw UsageError("no preset is called " + name + ", see --list-presets");
 }

@@ -35,11 +35,12 @@ void ApplyEqualizer(const std::string& text, Settings* settings) {
 }
 
 std::string HelpText(const Parameter& parameter) {
-    const std::string law = parameter.law;
-    if (parameter.kind == ParameterKind::kSwitch) return law;
+    std::string text = parameter.law;
+    if (parameter.kind == ParameterKind::kSwitch) return text;
     const std::string unit = parameter.unit;
-    return law + " (" + RangeText(parameter) + (unit == "1" ? "" : ", " + unit) + "; " +
-           NumberText(parameter.defaultValue) + ")";
+    text += " (" + RangeText(parameter) + (unit == "1" ? "" : ", " + unit) + "; " +
+            NumberText(parameter.defaultValue) + ")";
+    return text;
 }
 
 }  // namespace
@@ -56,7 +57,7 @@ void SettingsOptions::AddTo(CLI::App& command) {
         if (parameter.kind == ParameterKind::kSwitch) {
             command
                 .add_flag_function(
-                    "--" + option + ",!--no-" + option,
+                    std::string("--").append(option).append(",!--no-").append(option),
                     [this, id = parameter.id](int64_t count) {
                         given.emplace_back(id, count > 0 ? 1 : 0);
                     },
