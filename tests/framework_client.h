@@ -6,23 +6,26 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <random>
 #include <vector>
 
 #include "platform/effect_api.h"
 #include "unit/parameters.h"
 
 // The shared library under test: the build's, or what ORVANE_LIBRARY names in the environment.
-inline const audio_effect_library_t& LoadedLibrary() {
-    static const audio_effect_library_t* const record = [] {
+inline void* LibraryHandle() {
+    static void* const library = [] {
         const char* const named = std::getenv("ORVANE_LIBRARY");
-        const char* const path = named != nullptr ? named : ORVANE_LIBRARY_PATH;
-        void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-        void* const symbol =
-            library != nullptr ? dlsym(library, AUDIO_EFFECT_LIBRARY_INFO_SYM_AS_STR) : nullptr;
-        if (symbol == nullptr) std::abort();
-        return static_cast<const audio_effect_library_t*>(symbol);
+        return dlopen(named != nullptr ? named : ORVANE_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
     }();
-    return *record;
+    if (library == nullptr) std::abort();
+    return library;
+}
+
+inline const audio_effect_library_t& LoadedLibrary() {
+    void* const symbol = dlsym(LibraryHandle(), AUDIO_EFFECT_LIBRARY_INFO_SYM_AS_STR);
+    if (symbol == nullptr) std::abort();
+    return *static_cast<const audio_effect_library_t*>(symbol);
 }
 
 constexpr effect_uuid_s kOrvaneUuid = {
@@ -45,13 +48,31 @@ inline std::vector<int32_t> SetRecord(int32_t id, std::initializer_list<int32_t>
     return record;
 }
 
+// Uniform in [-amplitude, amplitude], interleaved or not.
+inline std::vector<int16_t> NoiseSamples(size_t count, int amplitude, unsigned seed = 1) {
+    std::mt19937 random(seed);
+    std::vector<int16_t> samples(count);
+    for (int16_t& sample : samples)
+        sample = static_cast<int16_t>(
+            static_cast<int>(random() % (2U * static_cast<unsigned>(amplitude) + 1)) - amplitude);
+    return samples;
+}
+
 // One instance. Replies are -1 where the library wrote none.
 class Instance {
 public:
-    explicit Instance(const audio_effect_library_t& library = LoadedLibrary()) : record(library) {
-        if (record.create_effect(&kOrvaneUuid, 0, 0, &handle) != 0) std::abort();
+    // library: another build's record, or the one linked in.
+    explicit Instance(const audio_effect_library_t& library = LoadedLibrary()) : record(&library) {
+        if (record->create_effect(&kOrvaneUuid, 0, 0, &handle) != 0) std::abort();
     }
-    ~Instance() { record.release_effect(handle); }
+    // Owns what was created elsewhere.
+    explicit Instance(effect_handle_t created) : handle(created), record(&LoadedLibrary()) {}
+    ~Instance() { Release(); }
+    // Does nothing the second time.
+    void Release() {
+        if (handle != nullptr) record->release_effect(handle);
+        handle = nullptr;
+    }
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
 
@@ -75,6 +96,24 @@ public:
     int32_t Set(int32_t id, std::initializer_list<int32_t> values) {
         std::vector<int32_t> words = SetRecord(id, values);
         return Command(EFFECT_CMD_SET_PARAM, static_cast<uint32_t>(4 * words.size()), words.data());
+    }
+    // Every processor on, every value away from its default.
+    void SwitchEverythingOn() {
+        constexpr int32_t kSettings[][2] = {
+            {PARAM_PLAYBACKGAIN_RATIO, 150},   {PARAM_PLAYBACKGAIN_VOLUME, 130},
+            {PARAM_PLAYBACKGAIN_MAXGAIN, 400}, {PARAM_PLAYBACKGAIN_ENABLE, 1},
+            {PARAM_EQUALIZER_ENABLE, 1},       {PARAM_ENHANCER_PROCESS, 180},
+            {PARAM_ENHANCER_LOCONTOUR, 70},    {PARAM_ENHANCER_ENABLE, 1},
+            {PARAM_OUTPUT_GAIN, 140},          {PARAM_LIMITER_GATE, 80}};
+        for (int32_t band = 0; band < 10; ++band)
+            Set(PARAM_EQUALIZER_BANDLEVEL, {band, 15 * band - 60});
+        for (const auto& [id, value] : kSettings) Set(id, {value});
+    }
+    // Configured, everything on, enabled.
+    void Start(uint32_t rate, uint32_t channels) {
+        Configure(rate, channels);
+        SwitchEverythingOn();
+        Enable();
     }
     // The value, or the status if it was refused.
     int32_t Get(int32_t id) {
@@ -103,5 +142,5 @@ public:
     effect_handle_t handle = nullptr;
 
 private:
-    const audio_effect_library_t& record;
+    const audio_effect_library_t* record;
 };

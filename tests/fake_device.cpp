@@ -1,0 +1,27 @@
+#include "fake_device.h"
+
+#include <fcntl.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+extern "C" int access(const char* path, int mode) noexcept {
+    if (std::strcmp(path, "/data/qth_ov_safemode.sig") != 0)
+        return faccessat(AT_FDCWD, path, mode, 0);
+    ++device.markerLookups;
+    if (device.markerExists && mode == F_OK) return 0;
+    errno = ENOENT;
+    return -1;
+}
+
+extern "C" int gettimeofday(timeval* now, void* /*zone*/) noexcept {
+    const int64_t fakeUs = device.clockUs;
+    timespec real = {};
+    clock_gettime(CLOCK_REALTIME, &real);
+    now->tv_sec = fakeUs < 0 ? real.tv_sec : static_cast<time_t>(fakeUs / 1000000);
+    now->tv_usec = static_cast<suseconds_t>(fakeUs < 0 ? real.tv_nsec / 1000 : fakeUs % 1000000);
+    return 0;
+}

@@ -1,0 +1,117 @@
+// Instances used from many threads at once. Worth most under the thread sanitizer.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <random>
+#include <thread>
+
+#include "fake_device.h"
+#include "framework_client.h"
+#include "muted_log.h"
+
+namespace {
+
+using Samples = std::vector<int16_t>;
+
+// Any command, mostly sensible.
+void SendAnything(Instance& instance, std::mt19937& random) {
+    constexpr uint32_t kRates[] = {32000, 44100, 48000, 22050};
+    const auto number = [&random](uint32_t limit) {
+        return static_cast<uint32_t>(random()) % limit;
+    };
+    const uint32_t code = number(12);
+    switch (code) {
+        case EFFECT_CMD_CONFIGURE:
+            instance.Configure(kRates[number(4)], 1 + number(2));
+            break;
+        case EFFECT_CMD_SET_PARAM:
+            instance.Set(
+                static_cast<int32_t>(PARAM_SET_MODE + number(12)),
+                {static_cast<int32_t>(number(10)), static_cast<int32_t>(number(200)) - 99});
+            instance.Set(PARAM_SET_TIMESTAMP_ENABLE, {1});
+            break;
+        case EFFECT_CMD_GET_PARAM:
+            instance.Get(static_cast<int32_t>(PARAM_GET_VERSION + number(8)));
+            break;
+        case EFFECT_CMD_DISABLE:
+            instance.Disable();
+            instance.Enable();
+            break;
+        default:
+            instance.Command(code);
+            break;
+    }
+}
+
+// Looks the effect up, makes one and drops it, whatever the marker says meanwhile.
+int ComeAndGo() {
+    const audio_effect_library_t& record = LoadedLibrary();
+    effect_descriptor_t listed = {}, found = {}, own = {};
+    const Instance instance;
+    const bool good = record.query_effect(0, &listed) == 0 &&
+                      record.get_descriptor(&kOrvaneUuid, &found) == 0 &&
+                      (*instance.handle)->get_descriptor(instance.handle, &own) == 0;
+    for (const effect_descriptor_t* d : {&listed, &found, &own})
+        if (!good || d->cpuLoad != 10 ||
+            (d->type.timeLow != 0x0634f220 && d->type.timeLow != 0xaa48cf24))
+            return 1;
+    return 0;
+}
+
+TEST(Threads, InstancesDontDisturbEachOtherAndCallsOnOneAreSerialised) {
+    const char* const wanted = std::getenv("ORVANE_THREADS_SECONDS");
+    const std::chrono::seconds duration(wanted != nullptr ? std::atoi(wanted) : 2);
+    const MutedLog muted;
+    const Samples noise = NoiseSamples(20000, 12000);
+    Instance undisturbed, untouched, shared;
+    undisturbed.Start(44100, 2);
+    untouched.Start(44100, 2);
+    shared.Start(44100, 2);
+    const Samples expected = undisturbed.Run(noise, 300, 2);
+
+    std::atomic<bool> stop{false};
+    std::atomic<int> wrong{0}, processed{0}, created{0};
+    std::vector<std::thread> threads;
+    const auto loop = [&](auto body) {
+        threads.emplace_back([&stop, body, seed = threads.size()] {
+            std::mt19937 random(static_cast<unsigned>(seed));
+            while (!stop) body(random);
+        });
+    };
+    loop([&](std::mt19937& random) {
+        Samples out(4096);
+        const int32_t status =
+            shared.Process(noise.data(), out.data(), static_cast<uint32_t>(random() % 2049));
+        if (status == 0) ++processed;
+        if (status != 0 && status != -61) ++wrong;
+    });
+    for (int i = 0; i < 2; ++i) loop([&](std::mt19937& random) { SendAnything(shared, random); });
+    for (int i = 0; i < 2; ++i) loop([&](std::mt19937&) { wrong += ComeAndGo(), ++created; });
+    loop([](std::mt19937&) {
+        device.markerExists = !device.markerExists;
+        std::this_thread::yield();
+    });
+
+    int runs = 0;
+    const auto end = std::chrono::steady_clock::now() + duration;
+    do {
+        untouched.Reset();
+        if (untouched.Run(noise, 300, 2) != expected) ++wrong;
+        ++runs;
+    } while (std::chrono::steady_clock::now() < end || processed == 0 || created == 0);
+    stop = true;
+    for (std::thread& thread : threads) thread.join();
+    device.markerExists = false;
+    EXPECT_EQ(wrong, 0);
+    RecordProperty("processed", processed);
+    RecordProperty("created", created);
+    RecordProperty("runs", runs);
+
+    // What the shared one went through leaves no trace behind a reset.
+    shared.Start(44100, 2);
+    shared.Reset();
+    EXPECT_TRUE(shared.Run(noise, 300, 2) == expected);
+}
+
+}  // namespace
