@@ -144,7 +144,7 @@ int32_t ProcessUnit_Orvane::process(audio_buffer_s* in, audio_buffer_s* out) {
 
     int16_t* const output = out->s16;
     const size_t total = static_cast<size_t>(frames) * channels;
-    if (in->s16 != output) std::memcpy(output, in->s16, total * sizeof(int16_t));
+    if (in->s16 != output) std::memmove(output, in->s16, total * sizeof(int16_t));
     playbackGain->Process(in->s16, output, frames);
 
     waveBuffer->Reset();

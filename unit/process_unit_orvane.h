@@ -56,7 +56,6 @@ private:
     void ApplyChannels();
     int32_t SetParameter(uint32_t cmdSize, const void* pCmdData);
     bool QueryParameter(uint32_t cmdSize, const void* pCmdData, int32_t* value) const;
-    uint32_t RunChain(const int16_t* in, int16_t* out, uint32_t frames);
     void FinishSamples(float* samples, uint32_t frames);
 
     pthread_mutex_t mutex;
