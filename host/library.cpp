@@ -57,14 +57,15 @@ bool SameUuid(const effect_uuid_s& a, const effect_uuid_s& b) {
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-// The caller's records may lie at any address.
+// The caller's records may lie at any address; as bytes, for clang takes a memcpy's typed pointer
+// for an aligned one.
 effect_uuid_s ReadUuid(const effect_uuid_s* uuid) {
     effect_uuid_s copy;
-    std::memcpy(&copy, uuid, sizeof copy);
+    std::memcpy(&copy, reinterpret_cast<const char*>(uuid), sizeof copy);
     return copy;
 }
 void WriteDescriptor(const effect_descriptor_t& descriptor, effect_descriptor_t* destination) {
-    std::memcpy(destination, &descriptor, sizeof descriptor);
+    std::memcpy(reinterpret_cast<char*>(destination), &descriptor, sizeof descriptor);
 }
 
 int32_t InterfaceProcess(effect_handle_t self, audio_buffer_s* in, audio_buffer_s* out) {

@@ -13,7 +13,9 @@ constexpr uint32_t kStatusBytes = sizeof(int32_t);
 }  // namespace
 
 Reply::Reply(uint32_t* replySize, void* replyData)
-    : size(replySize), data(static_cast<unsigned char*>(replyData)), offered(0) {
+    : size(reinterpret_cast<unsigned char*>(replySize)),
+      data(static_cast<unsigned char*>(replyData)),
+      offered(0) {
     if (data == nullptr) return;
     offered = kStatusBytes;
     if (size != nullptr) std::memcpy(&offered, size, sizeof offered);

@@ -22,7 +22,8 @@ private:
     void StoreSize(uint32_t bytes);
     void StoreWord(uint32_t offset, int32_t value);
 
-    uint32_t* size;
+    // As bytes: a compiler may take a typed pointer for an aligned one.
+    unsigned char* size;
     unsigned char* data;
     uint32_t offered;  // bytes
 };
