@@ -1,6 +1,7 @@
 #!/bin/sh
 # What must hold of a built shared library beyond its samples: it exports what the list names and
-# nothing else, needs the C library alone, has both hash tables, and holds no fused multiply-add.
+# nothing else, needs the C library and the log alone, has both hash tables, and holds no fused
+# multiply-add.
 #   check-library.sh LIBRARY [PREFIX of the binutils]
 set -eu
 library=$1
@@ -14,7 +15,7 @@ fail() { echo "check-library: $*" >&2; failed=1; }
   fail "the exported names differ from cmake/exported_names.txt"
 
 extra=$("${prefix}readelf" -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
-  grep -Ev '^(libc|libm|libpthread)\.so(\.6|\.0)?$' || true)
+  grep -Ev '^(libc|libm|liblog|libpthread)\.so(\.6|\.0)?$' || true)
 [ -z "$extra" ] || fail "needs $extra"
 
 for table in '(HASH)' '(GNU_HASH)'; do
