@@ -8,8 +8,8 @@ set -eu
 render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-dev libcli11-dev
   nlohmann-json3-dev libfftw3-dev gnuplot-nox fonts-dejavu-core caveexpress-data"
 test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang-tools
-  libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless git"
-arm="g++-arm-linux-gnueabi qemu-user googletest"
+  libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git"
+arm="g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
 
 wanted=
 for job in "$@"; do
