@@ -30,7 +30,7 @@ bool Refuses() {
 
 }  // namespace
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the C library's names for its own
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)
 extern "C" {
 void* __libc_malloc(size_t);
 void* __libc_calloc(size_t, size_t);
@@ -56,7 +56,7 @@ void free(void* memory) {
     __libc_free(memory);
 }
 }
-// NOLINTEND(bugprone-reserved-identifier)
+// NOLINTEND(bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)
 
 namespace {
 
@@ -231,7 +231,7 @@ TEST(Allocation, ABufferThatCannotGrowIsLeftOutOfTheChainAndTheNextGoesOn) {
 
 TEST(Allocation, TheAudioThreadNeitherAllocatesNorFreesUpTo2048Frames) {
     const MutedLog muted;
-    const Samples in = NoiseSamples(2 * 2048, 9000);
+    const Samples in = NoiseSamples(4096, 9000);
     Samples out(in.size());
     std::mt19937 random(5);
     constexpr uint32_t kSizes[] = {1, 2, 255, 769, 770, 771, 1539, 1540, 1541, 2046, 2047, 2048};

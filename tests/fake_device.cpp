@@ -8,6 +8,8 @@
 #include <cstring>
 #include <ctime>
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library reserves its own
+
 extern "C" int access(const char* path, int mode) noexcept {
     if (std::strcmp(path, "/data/qth_ov_safemode.sig") != 0)
         return faccessat(AT_FDCWD, path, mode, 0);
@@ -25,3 +27,5 @@ extern "C" int gettimeofday(timeval* now, void* /*zone*/) noexcept {
     now->tv_usec = static_cast<suseconds_t>(fakeUs < 0 ? real.tv_nsec / 1000 : fakeUs % 1000000);
     return 0;
 }
+
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

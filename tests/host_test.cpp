@@ -17,15 +17,11 @@ std::string Logged(const std::function<void()>& call) {
     call();
     std::string log = testing::internal::GetCapturedStderr();
     const std::string prefix = "I/Quenthra_v2: ";
-    std::string lines;
-    for (size_t at = 0; at < log.size();) {
-        const size_t end = std::min(log.find('\n', at), log.size() - 1) + 1;
-        const bool ours = log.compare(at, prefix.size(), prefix) == 0;
-        EXPECT_TRUE(ours) << log;
-        lines += log.substr(ours ? at + prefix.size() : at, ours ? end - at - prefix.size() : end);
-        at = end;
+    for (size_t at = 0; at < log.size(); at = std::min(log.find('\n', at), log.size() - 1) + 1) {
+        EXPECT_EQ(log.compare(at, prefix.size(), prefix), 0) << log;
+        log.erase(at, prefix.size());
     }
-    return lines;
+    return log;
 }
 
 using Samples = std::vector<int16_t>;
@@ -194,7 +190,7 @@ TEST(Host, ConfigurationsAreJudgedFieldByField) {
         {0, 0, 1, 2, 3, 4, 5, 6, 7, 44100, 2, good},
         {kAll, kAll, 44100, 44100, 3, 3, 1, 1, 0, 44100, 2,
          rate44 + stereo + formats + access + good},
-        {2, 2, 32000, 32000, 0, 0, 0, 0, 0, 32000, 2,
+        {2, 6, 32000, 32000, 3, 9, 0, 0, 0, 32000, 2,
          "Configuring samplerate, in = 32000, out = 32000\n" + good + newRate},
         {2, 2, 48000, 48000, 0, 0, 0, 0, 0, 48000, 2,
          "Configuring samplerate, in = 48000, out = 48000\n" + good + newRate},
@@ -208,7 +204,6 @@ TEST(Host, ConfigurationsAreJudgedFieldByField) {
          "Configuring samplerate, in = 44100, out = 48000\nQuenthra disabled, reason "
          "[in.samplingRate = 44100, out.samplingRate = 48000]\n"},
         {2, 4, 22050, 22050, 9, 9, 0, 0, 0, 44100, 2, good},
-        {4, 2, 22050, 22050, 9, 9, 0, 0, 0, 44100, 2, good},
         {4, 4, 0, 0, 1, 1, 0, 0, 0, 44100, 1,
          "Configuring channels, in = 1, out = 1\nConfiguring channels, in = 1, out = 1\n" + good +
              "Configuring new channels...\n"},
@@ -218,9 +213,6 @@ TEST(Host, ConfigurationsAreJudgedFieldByField) {
         {4, 4, 0, 0, 3, 12, 0, 0, 0, 44100, 2,
          "Configuring channels, in = 3, out = 12\nConfiguring channels, in = 2, out = 0\n"
          "Quenthra disabled, reason [nIns = 2, nOuts = 0]\n"},
-        {4, 4, 0, 0, 2, 2, 0, 0, 0, 44100, 2,
-         "Configuring channels, in = 2, out = 2\nConfiguring channels, in = 0, out = 0\n"
-         "Quenthra disabled, reason [nIns = 0, nOuts = 0]\n"},
         {8, 0, 0, 0, 0, 0, 1, 9, 0, 44100, 2, "Configuring input sample format, in = 1\n" + good},
         {8, 8, 0, 0, 0, 0, 0, 1, 0, 44100, 2,
          "Configuring input sample format, in = 0\nQuenthra disabled, reason [in.format = 0]\n"},
@@ -259,9 +251,7 @@ Samples Fresh(uint32_t rate, uint32_t channels, const Samples& in, uint32_t fram
 TEST(Host, WhatARejectedConfigurationStoredReachesTheProcessorsWithTheNextAcceptedOne) {
     const Samples noise = NoiseSamples(20000, 12000);
     Instance instance;
-    ASSERT_EQ(instance.Configure(44100, 1), 0);
-    instance.SwitchEverythingOn();
-    instance.Enable();
+    instance.Start(44100, 1);
     effect_config_t rejected = MakeConfig(48000, 2);
     rejected.outputCfg.format = 0;
     ASSERT_EQ(instance.Configure(rejected), -22);
@@ -430,9 +420,10 @@ TEST(Host, EverythingOffIsADelayAtTheLimitersRestingGain) {
         Instance instance;
         instance.Configure(44100, channels);
         instance.Enable();
-        Samples expected(1000 * channels, 9980);
-        std::fill_n(expected.begin(), 255 * channels, int16_t{0});
-        EXPECT_EQ(instance.Run(Samples(1000 * channels, 10000), 256, channels), expected);
+        const size_t total = size_t{1000} * channels;
+        Samples expected(total, 9980);
+        std::fill_n(expected.begin(), size_t{255} * channels, int16_t{0});
+        EXPECT_EQ(instance.Run(Samples(total, 10000), 256, channels), expected);
     }
 }
 
@@ -444,9 +435,8 @@ TEST(Host, OutputIsOverwrittenInPlaceOrElsewhere) {
             Instance instance;
             effect_config_t config = MakeConfig(44100, 2);
             config.outputCfg.accessMode = access;
+            instance.Start(44100, 2);
             instance.Configure(config);
-            instance.SwitchEverythingOn();
-            instance.Enable();
             Samples input = in, output(in.size(), static_cast<int16_t>(garbage));
             for (uint32_t at = 0; at < in.size() / 2; at += 300) {
                 const uint32_t frames = std::min(300U, static_cast<uint32_t>(in.size() / 2) - at);
@@ -483,7 +473,7 @@ TEST(Host, DelaysAreTheStatedOnes) {
             instance.Set(PARAM_EQUALIZER_ENABLE, {row.equalizer});
             instance.Set(PARAM_ENHANCER_ENABLE, {row.enhancer});
             instance.Enable();
-            Samples in(40000 * channels);
+            Samples in(size_t{40000} * channels);
             in[kAt * channels] = 20000;
             const Samples out = instance.Run(in, row.frames, channels);
             const auto peak = std::max_element(
@@ -501,31 +491,14 @@ TEST(Host, WhatResetsMakesANewInstanceAndWhatDoesNotGoesOn) {
         bool resets;
     } rows[] = {
         {[](Instance& i) { i.Reset(); }, true},
-        {[](Instance& i) {
-             i.Disable();
-             i.Enable();
-         },
-         true},
+        {[](Instance& i) { i.Disable(), i.Enable(); }, true},
         {[](Instance& i) { i.Set(PARAM_SET_MODE, {1}); }, true},
-        {[](Instance& i) {
-             i.Configure(48000, 2);
-             i.Configure(44100, 2);
-         },
-         true},
-        {[](Instance& i) {
-             i.Configure(44100, 1);
-             i.Configure(44100, 2);
-         },
-         true},
+        {[](Instance& i) { i.Configure(48000, 2), i.Configure(44100, 2); }, true},
+        {[](Instance& i) { i.Configure(44100, 1), i.Configure(44100, 2); }, true},
         {[](Instance& i) { i.Enable(); }, false},
-        {[](Instance& i) { i.Set(PARAM_SET_MODE, {0}); }, false},
-        {[](Instance& i) { i.Set(PARAM_SET_MODE, {2}); }, false},
+        {[](Instance& i) { i.Set(PARAM_SET_MODE, {0}), i.Set(PARAM_SET_MODE, {2}); }, false},
         {[](Instance& i) { i.Configure(44100, 2); }, false},
-        {[](Instance& i) { i.Set(PARAM_SET_MODE + 100, {1}); }, false},
-        {[](Instance& i) {
-             for (const uint32_t code : {0U, 6U, 7U, 9U}) i.Command(code);
-         },
-         false},
+        {[](Instance& i) { i.Set(PARAM_SET_MODE + 100, {1}), i.Command(0), i.Command(9); }, false},
     };
     const Samples first = Fresh(44100, 2, in, 256);
     for (size_t row = 0; row < std::size(rows); ++row) {

@@ -159,24 +159,21 @@ TEST_F(Loader, TheServersMixerRunsItInPlace) {
     ASSERT_EQ((*app.handle)->command(app.handle, EFFECT_CMD_RESET, 0, nullptr, nullptr, nullptr),
               0);
     ASSERT_EQ(app.Command(EFFECT_CMD_ENABLE, {}, 4).Word(0), 0);
-    const std::vector<int16_t> in = NoiseSamples(2 * 4096, 8000);
-    // The output limiters at rest: 255 frames late, times 0.998 in float, toward zero.
-    std::vector<int16_t> heard;
-    constexpr uint32_t kFrames = 1024;
-    GuardedBlock block(4 * kFrames);
-    for (size_t at = 0; at < in.size(); at += 2 * kFrames) {
-        auto* const samples = reinterpret_cast<int16_t*>(block.Last(4 * kFrames));
-        std::copy_n(in.data() + at, 2 * kFrames, samples);
-        audio_buffer_s buffer = {kFrames, samples};
+    // At rest the output limiters delay by 255 frames and scale by 0.998.
+    const std::vector<int16_t> in = NoiseSamples(8192, 8000);
+    constexpr size_t kSamples = 2048, kBytes = 2 * kSamples;
+    GuardedBlock block(kBytes);
+    auto* const samples = reinterpret_cast<int16_t*>(block.Last(kBytes));
+    audio_buffer_s buffer = {kSamples / 2, samples};
+    for (size_t at = 0; at < in.size(); at += kSamples) {
+        std::copy_n(in.data() + at, kSamples, samples);
         ASSERT_EQ((*app.handle)->process(app.handle, &buffer, &buffer), 0);
-        heard.insert(heard.end(), samples, samples + 2 * kFrames);
-    }
-    for (size_t i = 0; i < heard.size(); ++i) {
-        const double expected = i < 510 ? 0 : 0.998 * in[i - 510];
-        ASSERT_NEAR(heard[i], expected, 1.5) << i;
+        for (size_t i = 0; i < kSamples; ++i) {
+            const double expected = at + i < 510 ? 0 : 0.998 * in[at + i - 510];
+            ASSERT_NEAR(samples[i], expected, 1.5) << at + i;
+        }
     }
     ASSERT_EQ(app.Command(EFFECT_CMD_DISABLE, {}, 4).Word(0), 0);
-    audio_buffer_s buffer = {1, heard.data()};
     EXPECT_EQ((*app.handle)->process(app.handle, &buffer, &buffer), -61);
 }
 
