@@ -197,8 +197,9 @@ TEST_F(Renderer, WritesTheFormatOfTheEndingAtTheRateAndLengthOfTheInput) {
         {"c.wav", 50001, kWav16, 50001, true},
     };
     for (const Case& one : cases) {
-        // Two seconds and a bit, fading in and out, so that no resampler sees a step.
-        std::vector<float> sine = Sine(0.5, 1000, one.inputRateHz, 1, 2.0173);
+        // Two seconds and a bit (odd at 96000 Hz), fading in and out, so that no resampler sees a
+        // step.
+        std::vector<float> sine = Sine(0.5, 1000, one.inputRateHz, 1, 2.01727);
         const auto last = static_cast<float>(sine.size() - 1);
         for (size_t n = 0; n < sine.size(); ++n) {
             const float middle = 1 - 2 * static_cast<float>(n) / last;
@@ -249,19 +250,21 @@ TEST_F(Renderer, DithersWhatIsLongerAndCountsWhatClips) {
         std::count_if(hot.begin(), hot.end(), [](float sample) { return std::abs(sample) > 1; });
     EXPECT_EQ(Report("--preset off hot.wav out.wav")["clippedIn"], beyond);
     const std::vector<float> held = Read("out.wav").samples;
-    EXPECT_GT(*std::max_element(held.begin(), held.end()), 0.99);  // not wrapped, not silent
-    EXPECT_LT(*std::min_element(held.begin(), held.end()), -0.99);
+    for (size_t n = 0; n < hot.size(); ++n)
+        if (hot[n] > 1) {
+            ASSERT_GT(held[n], 0.9f) << n;  // neither wrapped nor silent
+        }
 }
 
 TEST_F(Renderer, ReportsWhatItDid) {
     // EBU Tech 3341, test 1: this sine on both channels has -23 LUFS.
     Write("in.flac", Sine(std::pow(10, -23.0 / 20), 1000, 48000, 2, 3), 48000, 2,
           SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
-    const Json report = Report("--preset off --output-gain 2 in.flac out.wav");
+    const Json report = Report("--preset off --output-gain 0.29 in.flac out.wav");
     EXPECT_NEAR(report["loudnessLufs"]["before"], -23.0, 0.1);
-    EXPECT_NEAR(report["loudnessLufs"]["after"], -17.0, 0.1);
+    EXPECT_NEAR(report["loudnessLufs"]["after"], -33.8, 0.1);
     EXPECT_NEAR(report["truePeakDb"]["before"], -23.0, 0.1);
-    EXPECT_EQ(report["settings"]["output-gain"], 2);
+    EXPECT_EQ(report["settings"]["output-gain"], 0.29);
     EXPECT_FALSE(report["dithered"]);
     EXPECT_EQ(report["clippedIn"], 0);
     EXPECT_EQ(report["frames"], 144000);
@@ -326,6 +329,9 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
         EXPECT_EQ(Slurp("old.wav"), "old") << arguments;
         EXPECT_EQ(FilesHere(), files) << arguments;
     }
+    // Without a plotter the picture fails when the audio is finished, too late to keep it.
+    EXPECT_EQ(Shell("PATH=/ $ORVANE render in.wav new.wav --picture new.png"), 1);
+    EXPECT_EQ(FilesHere(), files);
     EXPECT_EQ(Shell("cat in.flac | $ORVANE render - new.wav"), 1);
     EXPECT_NE(Slurp("err").find("FLAC"), std::string::npos) << Slurp("err");
     EXPECT_EQ(Shell("$ORVANE render in.wav in.wav -f --preset off"), 0);
