@@ -1,5 +1,5 @@
 // Fills in what applications must know of the library's numbers: the C header, the Java class and
-// the tables of docs/controlling.md keep them between a line with "generated: SECTION" and a line
+// the tables of the documents keep them between a line with "generated: SECTION" and a line
 // with "end generated". The numbers come from unit/parameters.h and the library's own descriptor.
 //
 // usage: generate [--check] PROJECT_FOLDER
@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char* kFiles[] = {"android/quenthra_orvane.h",
                                   "android/java/com/quenthra/orvane/OrvaneRecords.java",
-                                  "docs/controlling.md"};
+                                  "docs/controlling.md", "README.md"};
 constexpr char kBegin[] = "generated: ";
 constexpr char kEnd[] = "end generated";
 

@@ -15,13 +15,14 @@ else
 fi
 
 cd "$here"
-cmake --preset release -DORVANE_TESTS=OFF >/dev/null
-cmake --build --preset release --target orvane qth_orvane
+# Its own folder: tests need more packages.
+cmake --preset release -B build/render -DORVANE_TESTS=OFF >/dev/null
+cmake --build build/render --target orvane qth_orvane
 mkdir -p out
 name=$(basename "$input")
 output=out/${name%.*}-orvane.wav
 picture=out/${name%.*}-orvane.png
-build/release/orvane render "$input" "$output" --picture "$picture" -f "$@"
+build/render/orvane render "$input" "$output" --picture "$picture" -f "$@"
 cat <<END
 
 Rendered  $input
