@@ -23,7 +23,8 @@ void SendAnything(Instance& instance, std::mt19937& random) {
     const uint32_t code = number(12);
     switch (code) {
         case EFFECT_CMD_CONFIGURE:
-            instance.Configure(kRates[number(4)], 1 + number(2));
+            // Designs filters: seldom, so that the audio thread gets its share.
+            if (number(16) == 0) instance.Configure(kRates[number(4)], 1 + number(2));
             break;
         case EFFECT_CMD_SET_PARAM:
             instance.Set(
@@ -86,7 +87,11 @@ TEST(Threads, InstancesDontDisturbEachOtherAndCallsOnOneAreSerialised) {
         if (status == 0) ++processed;
         if (status != 0 && status != -61) ++wrong;
     });
-    for (int i = 0; i < 2; ++i) loop([&](std::mt19937& random) { SendAnything(shared, random); });
+    for (int i = 0; i < 2; ++i)
+        loop([&](std::mt19937& random) {
+            SendAnything(shared, random);
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        });
     for (int i = 0; i < 2; ++i) loop([&](std::mt19937&) { wrong += ComeAndGo(), ++created; });
     loop([](std::mt19937&) {
         device.markerExists = !device.markerExists;
