@@ -1,0 +1,110 @@
+#include "effects/fir_equalizer.h"
+
+#include <gtest/gtest.h>
+
+#include "signals.h"
+
+namespace {
+
+template <typename Equalizer>
+class FirEqualizerTest : public testing::Test {};
+using Equalizers = testing::Types<FIREqualizer_R32R32, FIREqualizer_R32R64>;
+TYPED_TEST_SUITE(FirEqualizerTest, Equalizers);
+
+template <typename Equalizer>
+constexpr bool kIsFloat = std::is_same_v<Equalizer, FIREqualizer_R32R32>;
+
+template <typename Equalizer>
+std::vector<float> Play(Equalizer& equalizer, std::vector<float> samples, unsigned channels,
+                        unsigned frames) {
+    for (size_t at = 0; at < samples.size(); at += size_t{frames} * channels)
+        equalizer.Process(&samples[at], frames);  // whole calls
+    return samples;
+}
+
+// The 513 taps of the filter whose band b has gain gains[b].
+std::vector<double> Taps(const std::vector<double>& gains) {
+    std::vector<double> taps;
+    taps.reserve(513);
+    for (int i = -256; i <= 256; ++i) {
+        double finer = i == 0 ? 1 : 0;  // tap of the next narrower average; first the sample itself
+        double tap = 0;
+        for (size_t band = 9, halfWidth = 1; band > 0; --band, halfWidth *= 2) {
+            const double width = 2 * static_cast<double>(halfWidth);
+            const double wider = 2 * std::abs(i) <= width ? 1 / width : 0;
+            tap += gains[band] * (finer - wider);
+            finer = wider;
+        }
+        taps.push_back(tap + gains[0] * finer);
+    }
+    return taps;
+}
+
+constexpr float kLevels[] = {2, -1, 0.5F, -0.5F, 0, 1, -2, 0.25F, -0.75F, 0.125F};
+
+}  // namespace
+
+TYPED_TEST(FirEqualizerTest, IsTheFirFilterOfItsGainsInBothChannelsAndAnyBuffers) {
+    const std::vector<double> gains =
+        kIsFloat<TypeParam> ? std::vector<double>{5, 0, 2, 0.5, 1, 3, 0, 1.5, 0.25, 1.25}
+                            : std::vector<double>{2, 0, 1.5, 0.5, 1, 2, 0, 1.25, 0.25, 1.125};
+    const auto stereo = Noise<float>(6000, 1.0);
+    TypeParam both, mono;
+    mono.SetChannels(1);
+    for (TypeParam* e : {&both, &mono}) {
+        EXPECT_TRUE(e->SetEnable(true));
+        for (int band = 0; band < 10; ++band) e->SetBandLevel(band, kLevels[band]);
+        for (const int band : {-1, 10}) e->SetBandLevel(band, 0.5F);
+        for (const float level : {kNan, kIsFloat<TypeParam> ? kInfinity : kNan})
+            e->SetBandLevel(4, level);
+    }
+    const auto output = Play(both, stereo, 2, 3000);
+    for (const size_t channel : {0U, 1U}) {
+        std::vector<float> in, out;
+        for (size_t i = channel; i < stereo.size(); i += 2) {
+            in.push_back(stereo[i]);
+            out.push_back(output[i]);
+        }
+        EXPECT_LT(LargestDifference(out, DirectConvolution(in, Taps(gains))),
+                  kIsFloat<TypeParam> ? 1e-5 : 3e-7);
+        mono.Reset();
+        EXPECT_EQ(Play(mono, in, 1, 100), out);
+    }
+}
+
+// Every way to start with an empty history, or not, and every reason not to process.
+TYPED_TEST(FirEqualizerTest, ForgetsItsHistoryAndStopsWhenItsHeaderSays) {
+    const auto input = Noise<float>(1200, 1.0);
+    TypeParam e;
+    EXPECT_EQ(Play(e, input, 2, 300), input);
+    e.SetEnable(true);
+    const auto expected = Play(e, input, 2, 300);
+    const auto play = [&](auto act) {
+        act();
+        return Play(e, input, 2, 300);
+    };
+    EXPECT_EQ(play([&] { e.Reset(); }), expected);
+    EXPECT_EQ(play([&] { e.SetChannels(1), e.SetChannels(2); }), expected);
+    EXPECT_NE(play([&] { e.SetChannels(2), e.SetSamplingRate(48000); }), expected);
+    EXPECT_NE(play([&] { EXPECT_FALSE(e.SetEnable(true)); }), expected);
+    EXPECT_EQ(play([&] { e.SetEnable(false), e.SetEnable(true); }) == expected,
+              kIsFloat<TypeParam>);
+    for (const auto& [rate, channels] : {std::pair(31999U, 2U),
+                                         {48001, 2},
+                                         {44100, 3},
+                                         {44100, 0},
+                                         {UINT32_MAX, 1},
+                                         {32000, 2},
+                                         {48000, 1}}) {
+        e.SetSamplingRate(rate);
+        e.SetChannels(channels);
+        EXPECT_EQ(Play(e, input, 2, 300) != input, rate % 16000 == 0) << rate << ' ' << channels;
+    }
+    // Running sums after a minute of noise: what is left in silence.
+    e.Reset();
+    Play(e, Noise<float>(2880000, 1.0), 1, 1000);
+    Play(e, std::vector<float>(513), 1, 513);
+    const std::vector<float> silence(1000);
+    EXPECT_LT(LargestDifference(Play(e, silence, 1, 1000), silence),
+              kIsFloat<TypeParam> ? 1e-4 : 1e-12);
+}

@@ -1,0 +1,147 @@
+#include "effects/orvane_sound.h"
+
+#include <gtest/gtest.h>
+
+#include "dsp/fir_window.h"
+#include "signals.h"
+
+namespace {
+
+struct Settings {
+    uint32_t rate, channels;
+    float process, level;
+    size_t delays[3];  // high, band, low: frames
+};
+constexpr Settings kStereo = {44100, 2, 1.5F, 0.3F, {0, 8, 125}};
+
+template <typename Enhancer>
+constexpr bool kIsFloat = std::is_same_v<Enhancer, OrvaneSound_R32R32>;
+
+template <typename Enhancer>
+class OrvaneSoundTest : public testing::Test {};
+using Enhancers = testing::Types<OrvaneSound_R32R32, OrvaneSound_R32R64>;
+TYPED_TEST_SUITE(OrvaneSoundTest, Enhancers);
+
+template <typename Enhancer>
+void SetUp(Enhancer& enhancer, const Settings& s) {
+    enhancer.SetProcess(s.process);
+    enhancer.SetLoContour(s.level);
+    enhancer.SetSamplingRate(s.rate);
+    enhancer.SetChannels(s.channels);
+    for (const float ignored : {kNan, kInfinity}) {
+        enhancer.SetProcess(ignored);
+        enhancer.SetLoContour(ignored);
+    }
+    EXPECT_TRUE(enhancer.SetEnable(true) && enhancer.GetPrepared());
+}
+
+// All frames that calls of n frames return; returned: by each call.
+template <typename Enhancer, typename Sample>
+std::vector<Sample> Play(Enhancer& enhancer, const std::vector<Sample>& input, size_t channels,
+                         uint32_t n, std::vector<uint32_t>* returned = nullptr) {
+    std::vector<Sample> output;
+    for (size_t at = 0; at + n * channels <= input.size(); at += n * channels) {
+        std::vector<Sample> call(&input[at], &input[at] + n * channels);
+        const uint32_t frames = enhancer.Process(call.data(), n);
+        if (frames != 0) output.insert(output.end(), call.begin(), call.end());
+        if (returned != nullptr) returned->push_back(frames);
+    }
+    return output;
+}
+
+// Direct form of the whole; a level below -0.1 is taken as no contour.
+std::vector<double> Model(const Settings& s, const double (&weights)[3],
+                          const std::vector<float>& input) {
+    std::vector<std::vector<double>> kernels(3, std::vector<double>(255));
+    FIRWindow_R64R64::MakeHighpassFIRCoeffs(1, kernels[0].data(), 255, s.rate, 1800);
+    FIRWindow_R64R64::MakeBandpassFIRCoeffs(1, kernels[1].data(), 255, s.rate, 150, 1800);
+    FIRWindow_R64R64::MakeLowpassFIRCoeffs(1, kernels[2].data(), 255, s.rate, 150);
+    std::vector<double> h(size_t{400} * s.channels), output;  // of one channel among `channels`
+    for (size_t b = 0; b < 3; ++b)
+        for (size_t k = 0; k < 255; ++k)
+            h[(k + s.delays[b]) * s.channels] += weights[b] * kernels[b][k];
+    output = DirectConvolution(input, h);
+    if (s.level < -0.1F) return output;
+    Biquad_R64R64 contour;
+    contour.SetLowPassParameter(0, 55.0F, static_cast<float>(s.rate), s.level + 0.1F);
+    for (size_t n = 0; n < output.size(); n += s.channels) {
+        const double y = contour.ProcessSample(output[n] + (s.channels == 2 ? output[n + 1] : 0));
+        for (size_t c = 0; c < s.channels; ++c) output[n + c] += y;
+    }
+    return output;
+}
+
+}  // namespace
+
+TYPED_TEST(OrvaneSoundTest, IsTheWeightedSumOfItsDelayedBandsAndTheContour) {
+    TypeParam enhancer(0);
+    for (const Settings& s : {kStereo, Settings{32000, 1, 1, 0, {0, 6, 91}},
+                              Settings{48000, 2, 0, -5, {0, 9, 136}}, kStereo}) {
+        const double weights[] = {s.process, kIsFloat<TypeParam> ? 1.1 : 1,
+                                  kIsFloat<TypeParam> ? 0.95 : 1};
+        SetUp(enhancer, s);
+        const auto input = Noise<float>(size_t{4} * 770 * s.channels, 0.9);
+        // In single precision the contour's poles at 55 Hz magnify rounding errors.
+        EXPECT_LT(
+            LargestDifference(Play(enhancer, input, s.channels, 770), Model(s, weights, input)),
+            kIsFloat<TypeParam> && s.level > -0.1F ? 2e-4 : 5e-6)
+            << s.rate;
+        enhancer.SetEnable(false);
+    }
+}
+
+TYPED_TEST(OrvaneSoundTest, ReturnsWholeCallsOfOneStreamWhateverTheirSizeAndType) {
+    const auto input = Noise<float>(size_t{2} * 20 * 770, 0.9);
+    TypeParam reference(0), doubles(0);
+    SetUp(reference, kStereo);
+    const auto whole = Play(reference, input, 2, 770);
+    std::vector<std::pair<uint32_t, std::vector<uint32_t>>> calls = {
+        {256, {0, 0, 0, 256}}, {512, {0, 512, 0, 512, 512}}, {770, {770}}, {1024, {0, 1024}}};
+    for (uint32_t n = 1; n < 2100; n += 61) calls.push_back({n, {}});
+    for (const auto& [n, start] : calls) {
+        TypeParam enhancer(0);
+        SetUp(enhancer, kStereo);
+        std::vector<uint32_t> returned;
+        const auto output = Play(enhancer, input, 2, n, &returned);
+        EXPECT_TRUE(std::equal(start.begin(), start.end(), returned.begin())) << n;
+        EXPECT_TRUE(std::equal(output.begin(), output.end(), whole.begin())) << n;
+        const auto first = std::find(returned.begin(), returned.end(), n);
+        EXPECT_LE(std::count(first, returned.end(), 0U), 1) << n;
+    }
+    SetUp(doubles, kStereo);
+    EXPECT_EQ(Play(doubles, std::vector<double>(input.begin(), input.end()), 2, 770),
+              std::vector<double>(whole.begin(), whole.end()));
+    EXPECT_TRUE(doubles.SetEnable(false));
+    EXPECT_EQ(Play(doubles, input, 2, 100), input);
+}
+
+TYPED_TEST(OrvaneSoundTest, IsAsNewAfterResetAndAfterChangesOfTheStream) {
+    TypeParam e(0);
+    SetUp(e, kStereo);
+    const auto input = Noise<float>(size_t{2} * 4000, 0.9);
+    const auto expected = Play(e, input, 2, 256);
+    const auto play = [&](auto act) {
+        act();
+        return Play(e, input, 2, 256);
+    };
+    EXPECT_EQ(play([&] { e.Reset(); }), expected);
+    EXPECT_EQ(play([&] { e.SetSamplingRate(48000), e.SetSamplingRate(44100); }), expected);
+    EXPECT_EQ(play([&] { e.SetChannels(1), e.SetChannels(2); }), expected);
+    EXPECT_EQ(play([&] { e.SetEnable(false), e.SetEnable(true); }) == expected,
+              kIsFloat<TypeParam>);
+    EXPECT_NE(play([&] { e.SetSamplingRate(44100), e.SetLoContour(kStereo.level); }), expected);
+    EXPECT_NE(play([&] { e.SetChannels(2), e.SetChannels(3), e.SetChannels(0); }), expected);
+    // The largest value that a command can set.
+    const auto loud = play([&] { e.SetProcess(2.1e7F), e.SetLoContour(2.1e7F); });
+    EXPECT_LT(LargestDifference(loud, loud), HUGE_VAL);
+}
+
+// The contour's smallest quality factor, under half a minute of full-scale direct current.
+TYPED_TEST(OrvaneSoundTest, StaysBoundedWhereTheContourIsAlmostUnstable) {
+    for (const uint32_t rate : {32000U, 44100U, 48000U}) {
+        TypeParam mono(0);
+        SetUp(mono, {rate, 1, 1, -0.1F, {}});
+        for (const float y : Play(mono, std::vector<float>(30UL * rate, 1.0F), 1, 770))
+            ASSERT_LT(std::fabs(y), 2.5F);
+    }
+}
