@@ -2,7 +2,8 @@
 //
 // The input is a history of calls on one instance, each a byte and its arguments (little-endian):
 //
-//   0  create      one byte: 0 the right uuid, else the number of a byte of it to spoil
+//   0  create      one byte: bit 7: the safe-mode marker is there; the rest: 0 the right uuid, else
+//                  the number of a byte of it to spoil
 //   1  command     code, flags, block size, reply size (a byte each); code 255: four more bytes;
 //                  then the block. Flags: 1 no block, 2 no reply block, 4 no reply size, 8 and 16
 //                  odd addresses of block and reply
@@ -25,11 +26,18 @@
 #include "fuzz/allocation.h"
 #include "fuzz/fuzz_input.h"
 #include "host/library.h"
+#include "platform/file.h"
 #include "platform/log.h"
 #include "unit/parameters.h"
 
 // The log, silent: lines would take most of the time.
 void LogInfo(const char*, ...) {}
+
+// The data directory, which holds at most the safe-mode marker.
+static bool markerIsThere = false;
+bool DataFileExists(const char*) {
+    return markerIsThere;
+}
 
 namespace {
 
@@ -121,7 +129,9 @@ private:
     void Create(FuzzInput& input) {
         Release();
         effect_uuid_s uuid = kUuid;
-        const unsigned spoiled = input.Take<uint8_t>();
+        const unsigned choice = input.Take<uint8_t>();
+        const unsigned spoiled = choice & 127U;
+        markerIsThere = (choice & 128U) != 0;
         if (spoiled != 0) reinterpret_cast<uint8_t*>(&uuid)[spoiled % sizeof uuid] ^= 1U;
         const uint64_t refusedBefore = RefusedAllocations();
         const int32_t status = AELI.create_effect(&uuid, 0, 0, &handle);
@@ -285,18 +295,30 @@ private:
     }
 
     void BadCalls() {
-        effect_descriptor_t descriptor;
-        Demand(AELI.query_effect(0, &descriptor) == kStatusOk, "query_effect");
-        Demand(AELI.query_effect(1, &descriptor) == kStatusNotFound, "query_effect out of range");
-        Demand(AELI.query_effect(0, nullptr) == kStatusInvalid, "query_effect into null");
-        Demand(AELI.get_descriptor(&kUuid, &descriptor) == kStatusOk, "get_descriptor");
-        Demand(AELI.get_descriptor(nullptr, &descriptor) == kStatusInvalid, "null uuid");
-        Demand(AELI.get_descriptor(&kUuid, nullptr) == kStatusInvalid, "null descriptor");
-        Demand(AELI.create_effect(nullptr, 0, 0, &handle) == kStatusInvalid, "create of null");
-        Demand(AELI.create_effect(&kUuid, 0, 0, nullptr) == kStatusInvalid, "create into null");
-        Demand(AELI.release_effect(nullptr) == kStatusInvalid, "release of null");
+        effect_descriptor_t descriptor, ofInstance;
+        effect_uuid_s other = kUuid;
+        other.node[5] ^= 1U;
+        uint32_t effects = 0;
+        Demand(EffectQueryNumberEffects(&effects) == kStatusOk && effects == 1, "one effect");
+        Demand(EffectQueryEffect(1, &descriptor) == kStatusNotFound, "query out of range");
+        Demand(EffectQueryEffect(0, nullptr) == kStatusInvalid, "query into null");
+        Demand(EffectGetDescriptor(&other, &descriptor) == kStatusNotFound, "other uuid");
+        Demand(EffectGetDescriptor(nullptr, &descriptor) == kStatusInvalid, "null uuid");
+        Demand(EffectGetDescriptor(&kUuid, nullptr) == kStatusInvalid, "null descriptor");
+        Demand(EffectCreate(nullptr, 0, 0, &handle) == kStatusInvalid, "create of null");
+        Demand(EffectCreate(&kUuid, 0, 0, nullptr) == kStatusInvalid, "create into null");
+        Demand(EffectRelease(nullptr) == kStatusInvalid, "release of null");
+        Demand(EffectQueryEffect(0, &ofInstance) == kStatusOk &&
+                   EffectGetDescriptor(&kUuid, &descriptor) == kStatusOk &&
+                   std::memcmp(&descriptor, &ofInstance, sizeof descriptor) == 0,
+               "one descriptor, however it is asked for");
+        const int version = (GetLibraryVersionMain() << 24) | (GetLibraryVersionSub() << 16) |
+                            (GetLibraryVersionExt() << 8) | GetLibraryVersionBuild();
+        Demand(version == kLibraryVersionWord && GetLibraryVersionCodename() != nullptr, "version");
         if (!handle) return;
-        Demand((*handle)->get_descriptor(handle, &descriptor) == kStatusOk, "descriptor");
+        Demand((*handle)->get_descriptor(handle, &ofInstance) == kStatusOk &&
+                   std::memcmp(&descriptor, &ofInstance, sizeof descriptor) == 0,
+               "and of the instance");
         Demand((*handle)->get_descriptor(handle, nullptr) == kStatusInvalid, "into null");
         Demand((*handle)->command(nullptr, 0, 0, nullptr, nullptr, nullptr) == kStatusInvalid,
                "command without an instance");
@@ -321,6 +343,7 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput input(data, size);
     RefuseAllocation(0);
+    markerIsThere = false;
     std::feclearexcept(FE_ALL_EXCEPT);
     Session session;
     while (!input.Empty()) session.Step(input);

@@ -4,7 +4,7 @@
 usage: make_corpus.py SCENARIO... FOLDER
 
 FOLDER/fuzz_host gets the recorded scenarios (tests/data/runs/*.txt), long stretches of equal buffers
-cut to a few so that an input runs in milliseconds; FOLDER/fuzz_classes gets, for each class with
+cut to a few so that an input runs in milliseconds, and one with a refusal; FOLDER/fuzz_classes gets, for each class with
 levels, a history in which they are set to what isn't a number. The byte forms are described in the
 targets.
 """
@@ -49,6 +49,18 @@ def convert(text):
     return out
 
 
+# A buffer that must grow and can't, the time of processing, bad calls, the safe-mode marker.
+REFUSED = (
+    bytes([0, 0])
+    + command(1, side(48000, 2) * 2)
+    + command(5, parameter(0x20008, [1]))
+    + command(5, parameter(0x9001, [1]))
+    + command(3)
+    + bytes([4, 1, 2]) + struct.pack("<H", 5000) + bytes([0, 2, 0, 4, 0])
+    + command(8, parameter(0x8004, [0]), 20)
+    + bytes([5, 0, 128, 5, 3])
+)
+
 INFINITE, NEGATIVE_INFINITE, NOT_A_NUMBER = 0, 1, 2  # AnyFloat's choices
 MANY_FRAMES = 255
 
@@ -66,6 +78,7 @@ WILD = {
 def main():
     *scenarios, folder = map(pathlib.Path, sys.argv[1:])
     inputs = {f"fuzz_host/{path.stem}": convert(path.read_text()) for path in scenarios}
+    inputs["fuzz_host/refused"] = REFUSED
     inputs |= {f"fuzz_classes/{name}": bytes(history) for name, history in WILD.items()}
     for name, content in inputs.items():
         path = folder / name
