@@ -249,7 +249,7 @@ TEST(Allocation, TheAudioThreadNeitherAllocatesNorFreesUpTo2048Frames) {
         };
         const auto number = [&](uint32_t limit) { return static_cast<uint32_t>(random()) % limit; };
         Watched([&] {
-            for (int i = 0; i < 5000; ++i)
+            for (int i = 0; i < 1000; ++i)
                 call(number(250),
                      i % 2 == 0 ? kSizes[number(std::size(kSizes))] : 1 + number(2048));
         });

@@ -78,7 +78,7 @@ std::vector<unsigned char> Content(uint32_t code, uint32_t size) {
     return bytes;
 }
 
-TEST(Sweep, NoCommandLeavesItsBlocksAndEveryReplyIsAsDecided) {
+TEST(Sweep, NoCommandLeavesItsBlocksAndEveryReplyFits) {
     const MutedLog muted;
     std::signal(SIGSEGV, NameTheCase);
     std::signal(SIGBUS, NameTheCase);
