@@ -30,8 +30,8 @@ for target in fuzz_host fuzz_classes; do
         exit 1
     fi
     inputs=$(find "fuzz/corpus/$target" -type f | wc -l)
-    echo "$target: $inputs inputs replayed," \
-        "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log") executions, no find"
+    executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
+    echo "$target: $inputs inputs replayed, ${executions:-no other} executions, no find"
 done
 [ "${2:-}" = coverage ] || exit 0
 
@@ -45,4 +45,5 @@ for target in fuzz_host fuzz_classes; do
 done
 llvm-profdata-14 merge -o fuzz.profdata fuzz_host.profraw fuzz_classes.profraw
 llvm-cov-14 report fuzz/fuzz_host -object fuzz/fuzz_classes -instr-profile=fuzz.profdata \
-    ../../host ../../unit ../../effects ../../dsp
+    ../../host ../../unit ../../effects ../../dsp 2>/dev/null |
+    awk '$1 ~ /\.|TOTAL/ { printf "%-32s %5d lines, %4d missed, %7s\n", $1, $8, $9, $10 }'
