@@ -17,7 +17,7 @@ for target in fuzz_host fuzz_classes; do
     found=build/fuzz/found/$target
     log=build/fuzz/$target.log
     mkdir -p "$found"
-    if ! "$binary" -runs=0 "fuzz/corpus/$target" > "$log" 2>&1; then
+    if ! "$binary" -runs=0 -artifact_prefix=build/fuzz/finds/ "fuzz/corpus/$target" > "$log" 2>&1; then
         cat "$log"
         echo "$target: an input of the corpus fails"
         exit 1
