@@ -65,7 +65,7 @@ TYPED_TEST(LimiterTest, FollowsTheLargestOfTheNewest256SamplesAndNeverExceedsThe
         limiter.SetGate(setting);
         const double gate = setting > 0 ? std::min(setting, 127.0F) * unit : 0;
         std::vector<Sample<TypeParam>> input;
-        for (const double loudness : {0.4, 3.0, 0.29, 0.8, 0.25, 40.0, 0.35, 0.0}) {
+        for (const double loudness : {0.4, 3.0, 0.0, 0.29, 0.8, 0.25, 40.0, 0.35}) {
             const auto burst = Noise<Sample<TypeParam>>(600, loudness * unit);
             input.insert(input.end(), burst.begin(), burst.end());
         }
