@@ -150,12 +150,12 @@ TEST_F(Renderer, AlignsTheOutputForAnyBufferAndSettings) {
 }
 
 TEST_F(Renderer, GivesTheBitsOfTheLibraryHoweverTheInputArrives) {
-    constexpr size_t kFrames = 30 * 777;
+    constexpr size_t kFrames = size_t{30} * 777;
     Write("in.wav", Floats(NoiseSamples(2 * kFrames, 32767)), 48000, 2);
     std::vector<int16_t> pcm;
     for (const float sample : Read("in.wav").samples)
         pcm.push_back(static_cast<int16_t>(sample * 32768));
-    pcm.resize(2 * kFrames + 4 * 2 * 777);  // silence pushes the rest out
+    pcm.resize(2 * kFrames + size_t{4} * 2 * 777);  // silence pushes the rest out
     Instance instance;
     instance.Start(48000, 2);
     const std::vector<float> expected = Floats(instance.Run(pcm, 777, 2));
@@ -363,7 +363,7 @@ TEST_F(Renderer, LeavesNothingBehindWhenInterrupted) {
 }
 
 TEST_F(Renderer, DrawsPictures) {
-    Write("in.wav", Floats(NoiseSamples(2 * 44100, 10000)), 44100, 2);
+    Write("in.wav", Floats(NoiseSamples(size_t{2} * 44100, 10000)), 44100, 2);
     EXPECT_EQ(Shell("$ORVANE render in.wav out.wav --picture a.png"), 0) << Slurp("err");
     EXPECT_EQ(Shell("$ORVANE picture in.wav b.png"), 0) << Slurp("err");
     EXPECT_EQ(Shell("$ORVANE response c.png"), 0) << Slurp("err");
