@@ -106,8 +106,7 @@ const std::vector<Preset>& Presets() {
     static const std::vector<Preset> presets = {
         // Levels fitted to the aim on a third-octave scale; output gains set so that two pieces of
         // music, one dense and one quiet, come out about as loud as they went in (music, bass:
-        // within
-        // 0.5 LU) or with the true peak that the description gives.
+        // within 0.5 LU) or with the true peak that the description gives.
         {"music",
          "a livelier sound, about as loud as before: bass below 100 Hz and air above 4 kHz up by 3 "
          "to 4 dB against the middle",
