@@ -15,6 +15,7 @@ Limiter::Limiter() = default;
 
 void Limiter::SetGate(float newGate) {
     gate = newGate >= 0 ? newGate : 0.0F;
+    dividedPeak = 0;
 }
 
 void Limiter::Reset() {
@@ -35,10 +36,15 @@ float Limiter::Process(float x) {
     float target = unityGain;
     if (limiting) {
         const float peak = peakTree.Insert(writeIndex, magnitude);
-        if (gate >= peak)
+        if (gate >= peak) {
             limiting = false;
-        else
-            target = gate / peak;
+        } else {
+            if (peak != dividedPeak) {
+                dividedPeak = peak;
+                peakTarget = gate / peak;
+            }
+            target = peakTarget;
+        }
     }
 
     delayLine[writeIndex] = x;

@@ -35,4 +35,7 @@ private:
     PeakTree<float> peakTree;
     uint32_t writeIndex = 0;
     bool limiting = false;  // the tree is maintained
+    // A peak stays for many samples, so it is divided by once: gate / dividedPeak; 0 is none.
+    float dividedPeak = 0;
+    float peakTarget = 1.0F;
 };

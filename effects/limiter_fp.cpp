@@ -16,6 +16,7 @@ Limiter_FP::Limiter_FP() = default;
 
 void Limiter_FP::SetGate(float newGate) {
     gate = newGate >= 0 ? ToQ24(static_cast<double>(newGate)) : 0;
+    dividedPeak = 0;
 }
 
 void Limiter_FP::Reset() {
@@ -36,10 +37,15 @@ int32_t Limiter_FP::Process(int32_t x) {
     int32_t target = unityGain;
     if (limiting) {
         const int32_t peak = peakTree.Insert(writeIndex, magnitude);
-        if (gate >= peak)
+        if (gate >= peak) {
             limiting = false;
-        else
-            target = QuotientQ24(gate, peak);
+        } else {
+            if (peak != dividedPeak) {
+                dividedPeak = peak;
+                peakTarget = QuotientQ24(gate, peak);
+            }
+            target = peakTarget;
+        }
     }
 
     delayLine[writeIndex] = x;

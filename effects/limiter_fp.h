@@ -36,4 +36,7 @@ private:
     PeakTree<int32_t> peakTree;
     uint32_t writeIndex = 0;
     bool limiting = false;  // the tree is maintained
+    // A peak stays for many samples, so it is divided by once: gate / dividedPeak; 0 is none.
+    int32_t dividedPeak = 0;
+    int32_t peakTarget = kQ24One;
 };

@@ -17,19 +17,21 @@ public:
     void Clear() { std::fill(std::begin(entries), std::end(entries), Sample(0)); }
 
     // Puts `value` into ring slot `slot` (below kPeakWindow) and returns the largest of all slots.
-    Sample Insert(uint32_t slot, Sample value) {
-        Sample largest = value;
-        Sample* level = entries;
-        for (uint32_t size = kPeakWindow; size >= 2; size /= 2) {
-            level[slot] = largest;
-            const Sample sibling = level[slot ^ 1U];
-            if (!(largest > sibling)) largest = sibling;
-            slot /= 2;
-            level += size;
-        }
-        return largest;
-    }
+    Sample Insert(uint32_t slot, Sample value) { return Climb<kPeakWindow>(entries, slot, value); }
 
 private:
+    // From the level of `size` entries up. Written out by the compiler, since the limiters spend
+    // most of their time here.
+    template <uint32_t size>
+    static Sample Climb(Sample* level, uint32_t slot, Sample largest) {
+        level[slot] = largest;
+        const Sample sibling = level[slot ^ 1U];
+        if (!(largest > sibling)) largest = sibling;
+        if constexpr (size > 2)
+            return Climb<size / 2>(level + size, slot / 2, largest);
+        else
+            return largest;
+    }
+
     Sample entries[2 * kPeakWindow] = {};
 };

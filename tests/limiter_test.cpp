@@ -86,3 +86,13 @@ TYPED_TEST(LimiterTest, FollowsTheLargestOfTheNewest256SamplesAndNeverExceedsThe
         limiter.Reset();
     }
 }
+
+// Under a peak that stays, a new gate counts at once, and not that of the quotient kept.
+TYPED_TEST(LimiterTest, FollowsAGateThatMovesUnderAConstantPeak) {
+    TypeParam moved, set;
+    set.SetGate(0.5F);
+    const auto loud = static_cast<Sample<TypeParam>>(1.5 * kUnit<TypeParam>);
+    Play(moved, std::vector(400, loud));
+    moved.SetGate(0.5F);
+    EXPECT_EQ(Play(moved, std::vector(800, loud)).back(), Play(set, std::vector(800, loud)).back());
+}
