@@ -4,8 +4,8 @@
 usage: make_corpus.py SCENARIO... FOLDER
 
 FOLDER/fuzz_host gets the recorded scenarios (tests/data/runs/*.txt), long stretches of equal buffers
-cut to a few so that an input runs in milliseconds, and one with a refusal; FOLDER/fuzz_classes gets, for each class with
-levels, a history in which they are set to what isn't a number. The byte forms are described in the
+cut to a few so that an input runs in milliseconds, and one with a refusal; FOLDER/fuzz_classes gets,
+for each class with levels, a history in which they are set to what isn't a number. The byte forms are described in the
 targets.
 """
 import pathlib
@@ -67,11 +67,11 @@ MANY_FRAMES = 255
 WILD = {
     "limiter": [0, 0, NOT_A_NUMBER, 3, 0, INFINITE, 3],
     "limiter-fp": [1, 0, NOT_A_NUMBER, 3, 0, INFINITE, 3],
-    "playback-gain": [2, 3, 1, 0, NOT_A_NUMBER, 1, INFINITE, 2, NEGATIVE_INFINITE, 8, MANY_FRAMES],
-    "equalizer": [3, 1, 1, 0, 4, NOT_A_NUMBER, 0, 9, INFINITE, 6, MANY_FRAMES],
-    "equalizer-double": [4, 1, 1, 0, 4, NOT_A_NUMBER, 0, 9, NEGATIVE_INFINITE, 6, MANY_FRAMES],
-    "enhancer": [5, 2, 1, 0, NOT_A_NUMBER, 1, INFINITE] + [11, MANY_FRAMES] * 2,
-    "enhancer-double": [6, 2, 1, 0, INFINITE, 1, NOT_A_NUMBER] + [11, MANY_FRAMES] * 2,
+    "playback-gain": [2, 3, 1, 0, NOT_A_NUMBER, 1, INFINITE, 2, NEGATIVE_INFINITE, 7, 2, MANY_FRAMES],
+    "equalizer": [3, 1, 1, 0, 4, NOT_A_NUMBER, 0, 9, INFINITE, 6, 2, MANY_FRAMES],
+    "equalizer-double": [4, 1, 1, 0, 4, NOT_A_NUMBER, 0, 9, NEGATIVE_INFINITE, 6, 2, MANY_FRAMES],
+    "enhancer": [5, 2, 1, 0, NOT_A_NUMBER, 1, INFINITE] + [11, 1, MANY_FRAMES] * 2,
+    "enhancer-double": [6, 2, 1, 0, INFINITE, 1, NOT_A_NUMBER] + [11, 1, MANY_FRAMES] * 2,
 }
 
 
