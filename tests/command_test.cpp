@@ -1,0 +1,268 @@
+// What the standard commands, parameter records and process calls do to one instance.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "captured_log.h"
+#include "fake_device.h"
+#include "framework_client.h"
+
+namespace {
+
+using Samples = std::vector<int16_t>;
+
+// What a new instance with everything on makes of `in`.
+Samples Fresh(uint32_t rate, uint32_t channels, const Samples& in, uint32_t frames) {
+    Instance instance;
+    instance.Start(rate, channels);
+    return instance.Run(in, frames, channels);
+}
+
+TEST(Commands, WhatARejectedConfigurationStoredReachesTheProcessorsWithTheNextAcceptedOne) {
+    const Samples noise = NoiseSamples(20000, 12000);
+    Instance instance;
+    instance.Start(44100, 1);
+    effect_config_t rejected = MakeConfig(48000, 2);
+    rejected.outputCfg.format = 0;
+    ASSERT_EQ(instance.Configure(rejected), -22);
+    EXPECT_EQ(instance.Get(PARAM_GET_READY), 0);
+    Samples out(4096, 77);
+    EXPECT_EQ(instance.Process(noise.data(), out.data(), 2048), -61);
+    EXPECT_EQ(out, Samples(4096, 77));
+
+    EXPECT_EQ(instance.Configure(effect_config_t{}), 0);
+    EXPECT_EQ(instance.Run(noise, 2000, 2), Fresh(48000, 2, noise, 2000));
+    // The same again changes nothing and resets nothing.
+    Instance twin;
+    twin.Start(48000, 2);
+    twin.Run(noise, 2000, 2);
+    EXPECT_EQ(instance.Configure(effect_config_t{}), 0);
+    EXPECT_EQ(instance.Run(noise, 500, 2), twin.Run(noise, 500, 2));
+}
+
+TEST(Commands, ParameterRecordsAreTakenOrRefused) {
+    // Words beyond the command's size are there, but not the library's to read.
+    const struct {
+        uint32_t code, size;
+        int32_t words[9];
+        int32_t status;
+    } rows[] = {
+        {5, 20, {-9, 4, 4, 0x20001, 1}, 0},
+        {5, 32, {0, 4, 4, 0x20001, 1, 2, 3, 4}, 0},
+        {5, 24, {0, 4, 8, 0x20007, 3, -450}, 0},
+        {5, 28, {0, 4, 12, 0x20007, 3, 5, 6}, 0},
+        {5, 36, {0, 4, 16, -1, 1, 2, 3, -4, 5}, 0},
+        {5, 20, {0, 8, 4, 0x20001, 0}, -22},
+        {5, 20, {0, 3, 4, 0x20001, 0}, -22},
+        {5, 36, {0, 4, 0, 0x20001, 0}, -22},
+        {5, 36, {0, 4, 5, 0x20001, 0}, -22},
+        {5, 36, {0, 4, 20, 0x20001, 0}, -22},
+        {5, 36, {0, 4, -4, 0x20001, 0}, -22},
+        {5, 23, {0, 4, 8, 0x20001, 0}, -22},
+        {5, 16, {0, 4, 4, 0x20001, 0}, -22},
+        {8, 16, {0, 4, 4, 0x8000}, -22},
+        {8, 16, {0, 4, 4, 0x8008}, -22},
+        {8, 16, {0, 8, 4, 0x8001}, -22},
+        {8, 15, {0, 4, 4, 0x8001}, -22},
+        {8, 16, {0, 4, 0, 0x8001}, 0},
+    };
+    Instance instance;
+    {
+        const CapturedLog log("parameters");
+        for (size_t row = 0; row < std::size(rows); ++row) {
+            // Odd addresses for every block.
+            unsigned char data[41], reply[41], replySize[5];
+            std::memset(reply, 0x5A, sizeof reply);
+            std::memcpy(data + 1, rows[row].words, sizeof rows[row].words);
+            const uint32_t offered = 20;
+            std::memcpy(replySize + 1, &offered, 4);
+            EXPECT_EQ((*instance.handle)
+                          ->command(instance.handle, rows[row].code, rows[row].size, data + 1,
+                                    reinterpret_cast<uint32_t*>(replySize + 1), reply + 1),
+                      0);
+            int32_t status = 1;
+            std::memcpy(&status, reply + 1, 4);
+            EXPECT_EQ(status, rows[row].status) << row;
+        }
+    }
+    EXPECT_EQ(instance.Get(PARAM_GET_MODE), 1);
+}
+
+TEST(Commands, MissingBlocksAreNeitherReadNorWritten) {
+    Instance instance;
+    const effect_interface_s& table = **instance.handle;
+    const CapturedLog log("commands");
+    for (uint32_t code = 0; code < 12; ++code) {
+        const bool replies = code <= 8 && code != 2 && code != 6;
+        EXPECT_EQ(table.command(instance.handle, code, 100, nullptr, nullptr, nullptr), 0);
+        uint32_t size = 20;
+        EXPECT_EQ(table.command(instance.handle, code, 100, nullptr, &size, nullptr), 0);
+        EXPECT_EQ(size, replies ? 0U : 20U) << code;
+        int32_t status[5] = {7, 7, 7, 7, 7};
+        EXPECT_EQ(table.command(instance.handle, code, 100, nullptr, nullptr, status), 0);
+        const int32_t expected = code == 1 || code == 5 ? -22 : !replies || code == 8 ? 7 : 0;
+        EXPECT_EQ(status[0], expected) << code;
+        EXPECT_EQ(status[1], 7) << code;
+    }
+    EXPECT_EQ(instance.Get(PARAM_GET_ENABLED), 0);  // 3 acted, then 4
+}
+
+TEST(Commands, QueriesAnswerAsSet) {
+    Instance instance;
+    const auto values = [&] {
+        std::vector<int32_t> all;
+        for (int32_t id = PARAM_GET_VERSION; id <= PARAM_GET_CHANNELS; ++id)
+            all.push_back(instance.Get(id));
+        return all;
+    };
+    device.clockUs = int64_t{1} << 41;  // far from 0, the time of no buffer
+    EXPECT_EQ(values(), (std::vector<int32_t>{0x02010002, 0, 0, 0, 0, 44100, 2}));
+    instance.Configure(48000, 1);
+    EXPECT_EQ(instance.Enable(), 0);
+    for (const int32_t mode : {1, 2, -1}) EXPECT_EQ(instance.Set(PARAM_SET_MODE, {mode}), 0);
+    EXPECT_EQ(values(), (std::vector<int32_t>{0x02010002, 1, 1, 0, 1, 48000, 1}));
+
+    // The time of a buffer counts only while it is noted, and for less than a second either way,
+    // also where the 32-bit milliseconds wrap.
+    int16_t sample = 0;
+    const auto processing = [&](int64_t us) {
+        device.clockUs = us;
+        return instance.Get(PARAM_GET_PROCESSING);
+    };
+    for (const int64_t seconds : {int64_t{5}, int64_t{2147484}, int64_t{4294967}}) {
+        device.clockUs = seconds * 1000000 + 123999;
+        instance.Set(PARAM_SET_TIMESTAMP_ENABLE, {0});
+        instance.Process(&sample, &sample, 1);
+        EXPECT_EQ(instance.Get(PARAM_GET_PROCESSING), 0);
+        instance.Set(PARAM_SET_TIMESTAMP_ENABLE, {256});
+        instance.Process(&sample, &sample, 1);
+        EXPECT_EQ(processing(seconds * 1000000 + 1122999), 1);
+        EXPECT_EQ(processing(seconds * 1000000 + 1123000), 0);
+        EXPECT_EQ(processing(seconds * 1000000 - 875000), 1);
+        EXPECT_EQ(processing(seconds * 1000000 - 877000), 0);
+    }
+    device.clockUs = -1;
+    instance.Disable();
+    EXPECT_EQ(instance.Get(PARAM_GET_ENABLED), 0);
+}
+
+TEST(Commands, ProcessNeedsWholeRecordsAndAnEnabledConfiguredUnit) {
+    Instance instance;
+    Samples in(512, 1000), out(512, 77);
+    audio_buffer_s good = {256, in.data()}, other = {128, out.data()}, null = {256, nullptr};
+    audio_buffer_s target = {256, out.data()}, empty = {0, out.data()};
+    const auto process = [&](audio_buffer_s* a, audio_buffer_s* b) {
+        return (*instance.handle)->process(instance.handle, a, b);
+    };
+    const auto refused = [&] {
+        EXPECT_EQ(process(nullptr, &target), -22);
+        EXPECT_EQ(process(&good, nullptr), -22);
+        EXPECT_EQ(process(&null, &target), -22);
+        EXPECT_EQ(process(&good, &null), -22);
+        EXPECT_EQ(process(&good, &other), -22);
+        EXPECT_EQ(process(&empty, &empty), -61);
+    };
+    refused();
+    EXPECT_EQ(process(&good, &target), -61);
+    instance.Enable();
+    EXPECT_EQ(process(&good, &target), -61);
+    instance.Disable();
+    instance.Configure(44100, 2);
+    EXPECT_EQ(process(&good, &target), -61);
+    EXPECT_EQ(out, Samples(512, 77));
+    instance.Enable();
+    refused();
+    EXPECT_EQ(process(&good, &target), 0);
+    EXPECT_EQ(out[510], 998);  // behind 255 frames of silence
+    EXPECT_EQ(out[509], 0);
+}
+
+TEST(Commands, OutputIsOverwrittenInPlaceOrElsewhere) {
+    const Samples in = NoiseSamples(12288, 12000);
+    const Samples expected = Fresh(44100, 2, in, 300);
+    // Two buffers of silence while the enhancer gathers its first block.
+    EXPECT_EQ(Samples(expected.begin(), expected.begin() + 1200), Samples(1200));
+    for (const uint8_t access : {EFFECT_BUFFER_ACCESS_WRITE, EFFECT_BUFFER_ACCESS_ACCUMULATE}) {
+        for (const int garbage : {-32768, 1, 0}) {  // 0: in place
+            Instance instance;
+            effect_config_t config = MakeConfig(44100, 2);
+            config.outputCfg.accessMode = access;
+            instance.Start(44100, 2);
+            instance.Configure(config);
+            Samples input = in, output(in.size(), static_cast<int16_t>(garbage));
+            for (uint32_t at = 0; at < in.size() / 2; at += 300) {
+                const uint32_t frames = std::min(300U, static_cast<uint32_t>(in.size() / 2) - at);
+                int16_t* const source = input.data() + 2 * size_t{at};
+                int16_t* const target = garbage == 0 ? source : output.data() + 2 * size_t{at};
+                ASSERT_EQ(instance.Process(source, target, frames), 0);
+            }
+            EXPECT_EQ(garbage == 0 ? input : output, expected);
+            EXPECT_TRUE(garbage == 0 || input == in);
+        }
+    }
+}
+
+TEST(Commands, DelaysAreTheStatedOnes) {
+    constexpr size_t kAt = 30000;  // frames: the playback gain has faded in
+    const struct {
+        bool gain, equalizer, enhancer;
+        uint32_t frames, delay;
+    } rows[] = {
+        {false, false, false, 256, 255},
+        {true, false, false, 256, 255 + 255},
+        {false, true, false, 256, 255 + 256},
+        {false, false, true, 256, 255 + 127 + 768},
+        {false, false, true, 770, 255 + 127},
+        {false, false, true, 1024, 255 + 127 + 1024},
+        {true, true, true, 256, 3 * 255 + 1 + 127 + 768},
+    };
+    for (const auto& row : rows) {
+        for (const uint32_t channels : {1U, 2U}) {
+            Instance instance;
+            instance.Configure(44100, channels);
+            instance.Set(PARAM_PLAYBACKGAIN_RATIO, {0});
+            instance.Set(PARAM_PLAYBACKGAIN_ENABLE, {row.gain});
+            instance.Set(PARAM_EQUALIZER_ENABLE, {row.equalizer});
+            instance.Set(PARAM_ENHANCER_ENABLE, {row.enhancer});
+            instance.Enable();
+            Samples in(size_t{40000} * channels);
+            in[kAt * channels] = 20000;
+            const Samples out = instance.Run(in, row.frames, channels);
+            const auto peak = std::max_element(
+                out.begin(), out.end(), [](int a, int b) { return std::abs(a) < std::abs(b); });
+            EXPECT_GT(*peak, 10000);
+            EXPECT_EQ(static_cast<size_t>(peak - out.begin()), (kAt + row.delay) * channels);
+        }
+    }
+}
+
+TEST(Commands, WhatResetsMakesANewInstanceAndWhatDoesNotGoesOn) {
+    const Samples in = NoiseSamples(10000, 12000);
+    const struct {
+        std::function<void(Instance&)> act;
+        bool resets;
+    } rows[] = {
+        {[](Instance& i) { i.Reset(); }, true},
+        {[](Instance& i) { i.Disable(), i.Enable(); }, true},
+        {[](Instance& i) { i.Set(PARAM_SET_MODE, {1}); }, true},
+        {[](Instance& i) { i.Configure(48000, 2), i.Configure(44100, 2); }, true},
+        {[](Instance& i) { i.Configure(44100, 1), i.Configure(44100, 2); }, true},
+        {[](Instance& i) { i.Enable(); }, false},
+        {[](Instance& i) { i.Set(PARAM_SET_MODE, {0}), i.Set(PARAM_SET_MODE, {2}); }, false},
+        {[](Instance& i) { i.Configure(44100, 2); }, false},
+        {[](Instance& i) { i.Set(PARAM_SET_MODE + 100, {1}), i.Command(0), i.Command(9); }, false},
+    };
+    const Samples first = Fresh(44100, 2, in, 256);
+    for (size_t row = 0; row < std::size(rows); ++row) {
+        Instance instance, twin;
+        for (Instance* i : {&instance, &twin}) {
+            i->Start(44100, 2);
+            EXPECT_EQ(i->Run(in, 256, 2), first);
+        }
+        rows[row].act(instance);
+        EXPECT_EQ(instance.Run(in, 256, 2), rows[row].resets ? first : twin.Run(in, 256, 2)) << row;
+    }
+}
+
+}  // namespace
