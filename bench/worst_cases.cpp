@@ -22,7 +22,7 @@ constexpr uint32_t kFrames = 1024;
 constexpr int kCalls =
     385;  // as many buffers as whole blocks of the enhancer, 385 * 1024 = 512 * 770
 constexpr size_t kSamples = size_t{2} * kFrames;
-constexpr int kWarmCalls = 200;  // the playback gain's fade-in is over
+constexpr int kWarmCalls = 110;  // the playback gain fades in over 100
 constexpr int kFullScale = 32767;
 
 double ProcessorSeconds() {

@@ -5,4 +5,4 @@ cd "$(dirname "$0")/.."
 scripts/install-packages.sh test
 cmake --preset release
 cmake --build --preset release
-ctest --preset release
+ctest --preset release -j "$(nproc)"

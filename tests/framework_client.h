@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
-#include <random>
 #include <vector>
 
 #include "platform/effect_api.h"
+#include "signals.h"
 #include "unit/parameters.h"
 
 // The shared library under test: the build's, or what ORVANE_LIBRARY names in the environment.
@@ -50,12 +50,7 @@ inline std::vector<int32_t> SetRecord(int32_t id, std::initializer_list<int32_t>
 
 // Uniform in [-amplitude, amplitude], interleaved or not.
 inline std::vector<int16_t> NoiseSamples(size_t count, int amplitude, unsigned seed = 1) {
-    std::mt19937 random(seed);
-    std::vector<int16_t> samples(count);
-    for (int16_t& sample : samples)
-        sample = static_cast<int16_t>(
-            static_cast<int>(random() % (2U * static_cast<unsigned>(amplitude) + 1)) - amplitude);
-    return samples;
+    return Noise<int16_t>(count, amplitude + 1, seed);
 }
 
 // One instance. Replies are -1 where the library wrote none.
