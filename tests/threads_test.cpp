@@ -96,6 +96,7 @@ TEST(Threads, InstancesDontDisturbEachOtherAndCallsOnOneAreSerialised) {
     for (std::thread& thread : threads) thread.join();
     device.markerExists = false;
     EXPECT_EQ(wrong, 0);
+    RecordProperty("created", created);
 
     // What the shared one went through leaves no trace behind a reset.
     shared.Start(44100, 2);
