@@ -27,8 +27,7 @@ TYPED_TEST(FirWindowTest, WindowsHaveTheirValuesAndAreSymmetric) {
                                  {13, 0.0003648, 0.0613355, 0.2269824, 0.999998},
                                  {14, 0.004, -0.238, -0.258, 4.64},
                                  {1, 1, 1, 1, 1},
-                                 {15, 1, 1, 1, 1},
-                                 {-1, 1, 1, 1, 1}};
+                                 {15, 1, 1, 1, 1}};
     const double tolerance = sizeof(TypeParam) == 4 ? 3e-7 : 1e-9;
     for (const auto& [number, w0, w8, w12, w24] : windows) {
         const int type = static_cast<int>(number);
@@ -44,24 +43,23 @@ TYPED_TEST(FirWindowTest, WindowsHaveTheirValuesAndAreSymmetric) {
 
 TYPED_TEST(FirWindowTest, KernelsAreWindowedSincsButForTheCentre) {
     using Window = FIRWindow<TypeParam>;
-    for (int type = 1; type <= 14; ++type)
-        for (unsigned N = 0; N <= 65; ++N) {
-            std::vector<TypeParam> w(N, 9), low(N, 9), high(N, 9), band(N, 9);
-            const bool good = N >= 3 && N % 2 == 1;
-            EXPECT_EQ(Window::MakeWindowCoeffs(type, w.data(), N), N > 0);
-            EXPECT_EQ(Window::MakeLowpassFIRCoeffs(type, low.data(), N, 44100, 500), good);
-            EXPECT_EQ(Window::MakeHighpassFIRCoeffs(type, high.data(), N, 44100, 7000), good);
-            EXPECT_EQ(Window::MakeBandpassFIRCoeffs(type, band.data(), N, 44100, 500, 7000), good);
-            for (size_t i = 0; i < N; ++i) {
-                const double m = static_cast<double>(i) - (N - 1) / 2.0, pi = std::numbers::pi;
-                const auto tap = [&](double f) {
-                    const double x = f / 22050;
-                    return m == 0 ? x : static_cast<double>(w[i]) * std::sin(pi * x * m) / (pi * m);
-                };
-                const double impulse = m == 0 ? 1 : 0;
-                ASSERT_NEAR(low[i], good ? tap(500) : 9, 1e-6) << type << ' ' << N << ' ' << i;
-                ASSERT_NEAR(high[i], good ? impulse - tap(7000) : 9, 1e-6);
-                ASSERT_NEAR(band[i], good ? tap(7000) - tap(500) : 9, 1e-6);
-            }
+    for (const auto& [N, type] : {std::pair(0U, 1), {1, 2}, {2, 2}, {3, 2}, {64, 2}, {65, 10}}) {
+        std::vector<TypeParam> w(N), low(N, 9), high(N, 9), band(N, 9);
+        const bool good = N >= 3 && N % 2 == 1;
+        EXPECT_EQ(Window::MakeWindowCoeffs(type, w.data(), N), N > 0);
+        EXPECT_EQ(Window::MakeLowpassFIRCoeffs(type, low.data(), N, 44100, 500), good);
+        EXPECT_EQ(Window::MakeHighpassFIRCoeffs(type, high.data(), N, 44100, 7000), good);
+        EXPECT_EQ(Window::MakeBandpassFIRCoeffs(type, band.data(), N, 44100, 500, 7000), good);
+        for (size_t i = 0; i < N; ++i) {
+            const double m = static_cast<double>(i) - (N - 1) / 2.0, pi = std::numbers::pi;
+            const auto tap = [&](double f) {
+                const double x = f / 22050;
+                return m == 0 ? x : static_cast<double>(w[i]) * std::sin(pi * x * m) / (pi * m);
+            };
+            const double impulse = m == 0 ? 1 : 0;
+            ASSERT_NEAR(low[i], good ? tap(500) : 9, 1e-6) << N << ' ' << i;
+            ASSERT_NEAR(high[i], good ? impulse - tap(7000) : 9, 1e-6) << N << ' ' << i;
+            ASSERT_NEAR(band[i], good ? tap(7000) - tap(500) : 9, 1e-6) << N << ' ' << i;
         }
+    }
 }

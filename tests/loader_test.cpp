@@ -3,7 +3,7 @@
 // of exactly the application's size.
 #include <gtest/gtest.h>
 
-#include <string>
+#include <algorithm>
 
 #include "framework_client.h"
 #include "guarded_block.h"
@@ -22,159 +22,108 @@ LOADER_FUNCTION(EffectGetDescriptor)
 
 namespace {
 
-// The record of a library that the platform would accept, else null.
-const audio_effect_library_t* Accepted() {
-    const audio_effect_library_t& record = LoadedLibrary();
-    if (record.tag != 0x41454C54 || record.version >> 16 != 2) return nullptr;
-    return &record;
+// An application's call as the server hands it over: each block a copy that ends at unreadable
+// memory and is unmapped after the call. Returns the reply's words, as many as the library says.
+std::vector<int32_t> Command(Instance& app, uint32_t code, const void* data, size_t size,
+                             uint32_t offered) {
+    GuardedBlock command(size), reply(offered);
+    std::memset(reply.Last(offered), 0x5A, offered);
+    uint32_t replySize = offered;
+    EXPECT_EQ((*app.handle)
+                  ->command(app.handle, code, static_cast<uint32_t>(size), command.Hold(data, size),
+                            &replySize, reply.Last(offered)),
+              0);
+    std::vector<int32_t> words(std::min(replySize, offered) / 4);
+    if (!words.empty()) std::memcpy(words.data(), reply.Last(offered), 4 * words.size());
+    return words;
 }
 
-// One application's effect. Every block it hands over is its own, ends where it ends, and is
-// unmapped after the call.
-class Application {
-public:
-    explicit Application(const effect_uuid_s& uuid) { record->create_effect(&uuid, 1, 2, &handle); }
-    ~Application() { record->release_effect(handle); }
-    Application(const Application&) = delete;
-    Application& operator=(const Application&) = delete;
-
-    struct Result {
-        int32_t status;                    // of the call
-        std::vector<unsigned char> reply;  // as long as the library says
-        int32_t Word(size_t at) const {
-            int32_t word = -1;
-            if (reply.size() >= at + 4) std::memcpy(&word, reply.data() + at, 4);
-            return word;
-        }
-    };
-    Result Command(uint32_t code, const std::vector<unsigned char>& data, uint32_t replySize) {
-        GuardedBlock command(data.size() + 1), reply(replySize + 1);
-        unsigned char* const replyData = reply.Last(replySize);
-        std::memset(replyData, 0x5A, replySize);
-        Result result = {};
-        uint32_t size = replySize;
-        result.status =
-            (*handle)->command(handle, code, static_cast<uint32_t>(data.size()),
-                               command.Hold(data.data(), data.size()), &size, replyData);
-        result.reply.assign(replyData, replyData + std::min(size, replySize));
-        return result;
-    }
-
-    // getParameter(int, T[valueBytes / sizeof(T)]): the platform offers header, identifier, value.
-    Result GetParameter(int32_t id, uint32_t valueBytes) {
-        return Command(EFFECT_CMD_GET_PARAM, Bytes({0, 4, static_cast<int32_t>(valueBytes), id}),
-                       16 + valueBytes);
-    }
-
-    static std::vector<unsigned char> Bytes(std::vector<int32_t> words) {
-        std::vector<unsigned char> bytes(4 * words.size());
-        std::memcpy(bytes.data(), words.data(), bytes.size());
-        return bytes;
-    }
-
-    effect_handle_t handle = nullptr;
-
-private:
-    const audio_effect_library_t* record = Accepted();
-};
-
-class Loader : public testing::Test {
-protected:
-    MutedLog muted;
-};
-
-TEST_F(Loader, FindsTheEffectByItsRecordAlone) {
-    const audio_effect_library_t* const record = Accepted();
-    ASSERT_NE(record, nullptr);
+TEST(Loader, FindsTheEffectByItsRecordAlone) {
+    const MutedLog muted;
+    const audio_effect_library_t& record = LoadedLibrary();
+    ASSERT_EQ(record.tag, 0x41454C54U);
+    ASSERT_EQ(record.version >> 16, 2U);
     uint32_t count = 0;
-    ASSERT_EQ(record->query_num_effects(&count), 0);
+    ASSERT_EQ(record.query_num_effects(&count), 0);
     ASSERT_EQ(count, 1U);
     effect_descriptor_t listed = {}, found = {}, own = {};
-    ASSERT_EQ(record->query_effect(0, &listed), 0);
+    ASSERT_EQ(record.query_effect(0, &listed), 0);
     EXPECT_EQ(listed.apiVersion >> 16, 2U);
-    ASSERT_EQ(record->get_descriptor(&listed.uuid, &found), 0);
+    ASSERT_EQ(record.get_descriptor(&listed.uuid, &found), 0);
     EXPECT_EQ(std::memcmp(&listed, &found, sizeof found), 0);
-    const Application application(listed.uuid);
-    ASSERT_NE(application.handle, nullptr);
-    ASSERT_EQ((*application.handle)->get_descriptor(application.handle, &own), 0);
+    effect_handle_t handle = nullptr;
+    ASSERT_EQ(record.create_effect(&listed.uuid, 1, 2, &handle), 0);
+    const Instance app(handle);
+    ASSERT_EQ((*handle)->get_descriptor(handle, &own), 0);
     EXPECT_EQ(std::memcmp(&own, &found, sizeof found), 0);
-    EXPECT_EQ((*application.handle)->process_reverse, nullptr);
+    EXPECT_EQ((*handle)->process_reverse, nullptr);
 }
 
-TEST_F(Loader, AnApplicationsBlocksAreEnoughOrRefused) {
-    Application app(kOrvaneUuid);
-    for (const uint32_t valueBytes : {4U, 8U}) {  // int[1], int[2]
-        const auto answer = app.GetParameter(PARAM_GET_VERSION, valueBytes);
-        ASSERT_EQ(answer.reply.size(), 20U);
-        EXPECT_EQ(answer.Word(0), 0);
-        EXPECT_EQ(answer.Word(8), 4);
-        EXPECT_EQ(answer.Word(16), 0x02010002);
-    }
-    for (const uint32_t valueBytes : {2U, 1U, 0U}) {  // short[1], byte[1], none
-        const auto answer = app.GetParameter(PARAM_GET_VERSION, valueBytes);
-        ASSERT_EQ(answer.reply.size(), 12U);
-        EXPECT_EQ(answer.Word(0), -22);
-        EXPECT_EQ(answer.Word(8), 0);
-    }
-    const auto set = [&](const std::vector<int32_t>& words) {
-        return app.Command(EFFECT_CMD_SET_PARAM, Application::Bytes(words), 4).Word(0);
+TEST(Loader, AnApplicationsBlocksAreEnoughOrRefused) {
+    constexpr int32_t kLeft = 0x5A5A5A5A;  // as offered
+    constexpr uint32_t kSet = EFFECT_CMD_SET_PARAM, kGet = EFFECT_CMD_GET_PARAM;
+    const struct {
+        uint32_t code;
+        std::vector<int32_t> command;
+        uint32_t offered;
+        std::vector<int32_t> reply;
+    } rows[] = {
+        // getParameter into int[1], int[2], short[1], byte[1] and nothing
+        {kGet, {0, 4, 4, PARAM_GET_VERSION}, 20, {0, kLeft, 4, kLeft, 0x02010002}},
+        {kGet, {0, 4, 8, PARAM_GET_VERSION}, 24, {0, kLeft, 4, kLeft, 0x02010002}},
+        {kGet, {0, 4, 2, PARAM_GET_VERSION}, 18, {-22, kLeft, 0}},
+        {kGet, {0, 4, 1, PARAM_GET_VERSION}, 17, {-22, kLeft, 0}},
+        {kGet, {0, 4, 0, PARAM_GET_VERSION}, 16, {-22, kLeft, 0}},
+        {kSet, {0, 4, 8, PARAM_SET_MODE, 1}, 4, {-22}},  // shorter than its value size
+        {kGet, {0, 4, 4, PARAM_GET_MODE}, 20, {0, kLeft, 4, kLeft, 0}},
+        {kSet, {0, 4, 4, PARAM_SET_MODE, 1}, 4, {0}},
+        {kGet, {0, 4, 4, PARAM_GET_MODE}, 20, {0, kLeft, 4, kLeft, 1}},
     };
-    EXPECT_EQ(set({0, 4, 8, PARAM_SET_MODE, 1}), -22);  // shorter than its value size
-    EXPECT_EQ(app.GetParameter(PARAM_GET_MODE, 4).Word(16), 0);
-    EXPECT_EQ(set({0, 4, 4, PARAM_SET_MODE, 1}), 0);
-    EXPECT_EQ(app.GetParameter(PARAM_GET_MODE, 4).Word(16), 1);
-    for (size_t size = 1; size < 64; ++size) {
-        const std::vector<unsigned char> part(size);
-        EXPECT_EQ(app.Command(EFFECT_CMD_CONFIGURE, part, 4).Word(0), -22) << size;
-    }
-    const std::vector<unsigned char> untouched(65536, 0x5A);
-    for (const uint32_t code : {9U, 12U, 19U, 65536U, 0xFFFFFFFFU}) {
-        const auto answer = app.Command(code, std::vector<unsigned char>(65536), 65536);
-        EXPECT_EQ(answer.status, 0);
-        EXPECT_EQ(answer.reply, untouched);
-    }
+    const MutedLog muted;
+    Instance app;
+    for (const auto& row : rows)
+        EXPECT_EQ(Command(app, row.code, row.command.data(), 4 * row.command.size(), row.offered),
+                  row.reply)
+            << &row - rows;
+    const std::vector<unsigned char> zeros(65536);
+    for (size_t size = 1; size < 64; ++size)
+        EXPECT_EQ(Command(app, EFFECT_CMD_CONFIGURE, zeros.data(), size, 4),
+                  std::vector<int32_t>{-22})
+            << size;
+    for (const uint32_t code : {9U, 12U, 19U, 65536U, 0xFFFFFFFFU})
+        EXPECT_EQ(Command(app, code, zeros.data(), 65536, 65536), std::vector(16384, kLeft));
+
+    // A client in the server's own process hands the same memory over for command and reply.
+    int32_t block[] = {9, 4, 4, PARAM_GET_CHANNELS, 9};
+    uint32_t size = sizeof block;
+    (*app.handle)->command(app.handle, EFFECT_CMD_GET_PARAM, 16, block, &size, block);
+    const int32_t answer[] = {0, 4, 4, PARAM_GET_CHANNELS, 2};
+    EXPECT_EQ(size, sizeof answer);
+    EXPECT_EQ(std::memcmp(block, answer, sizeof answer), 0);
 }
 
-// A client in the server's own process hands the same memory over for command and reply.
-TEST_F(Loader, OneBlockMayBeCommandAndReply) {
-    const Application app(kOrvaneUuid);
-    GuardedBlock block(20);
-    const int32_t request[5] = {9, 4, 4, PARAM_GET_CHANNELS, 9};
-    std::memcpy(block.Last(20), request, sizeof request);
-    uint32_t size = 20;
-    (*app.handle)
-        ->command(app.handle, EFFECT_CMD_GET_PARAM, 16, block.Last(20), &size, block.Last(20));
-    const int32_t answer[5] = {0, 4, 4, PARAM_GET_CHANNELS, 2};
-    EXPECT_EQ(size, 20U);
-    EXPECT_EQ(std::memcmp(block.Last(20), answer, sizeof answer), 0);
-}
-
-TEST_F(Loader, TheServersMixerRunsItInPlace) {
-    Application app(kOrvaneUuid);
-    const effect_config_t config = MakeConfig(44100, 2);
-    std::vector<unsigned char> bytes(sizeof config);
-    std::memcpy(bytes.data(), &config, sizeof config);
-    ASSERT_EQ(app.Command(EFFECT_CMD_INIT, {}, 4).Word(0), 0);
-    ASSERT_EQ(app.Command(EFFECT_CMD_CONFIGURE, bytes, 4).Word(0), 0);
-    ASSERT_EQ((*app.handle)->command(app.handle, EFFECT_CMD_RESET, 0, nullptr, nullptr, nullptr),
-              0);
-    ASSERT_EQ(app.Command(EFFECT_CMD_ENABLE, {}, 4).Word(0), 0);
+TEST(Loader, TheServersMixerRunsItInPlace) {
+    const MutedLog muted;
+    Instance app;
+    ASSERT_EQ(app.Command(EFFECT_CMD_INIT), 0);
+    ASSERT_EQ(app.Configure(44100, 2), 0);
+    app.Reset();
+    ASSERT_EQ(app.Enable(), 0);
     // At rest the output limiters delay by 255 frames and scale by 0.998.
     const std::vector<int16_t> in = NoiseSamples(8192, 8000);
     constexpr size_t kSamples = 2048, kBytes = 2 * kSamples;
     GuardedBlock block(kBytes);
     auto* const samples = reinterpret_cast<int16_t*>(block.Last(kBytes));
-    audio_buffer_s buffer = {kSamples / 2, samples};
     for (size_t at = 0; at < in.size(); at += kSamples) {
         std::copy_n(in.data() + at, kSamples, samples);
-        ASSERT_EQ((*app.handle)->process(app.handle, &buffer, &buffer), 0);
+        ASSERT_EQ(app.Process(samples, samples, kSamples / 2), 0);
         for (size_t i = 0; i < kSamples; ++i) {
             const double expected = at + i < 510 ? 0 : 0.998 * in[at + i - 510];
             ASSERT_NEAR(samples[i], expected, 1.5) << at + i;
         }
     }
-    ASSERT_EQ(app.Command(EFFECT_CMD_DISABLE, {}, 4).Word(0), 0);
-    EXPECT_EQ((*app.handle)->process(app.handle, &buffer, &buffer), -61);
+    ASSERT_EQ(app.Disable(), 0);
+    EXPECT_EQ(app.Process(samples, samples, kSamples / 2), -61);
 }
 
 }  // namespace

@@ -17,31 +17,22 @@ using Samples = std::vector<int16_t>;
 // Any command, mostly sensible.
 void SendAnything(Instance& instance, std::mt19937& random) {
     constexpr uint32_t kRates[] = {32000, 44100, 48000, 22050};
-    const auto number = [&random](uint32_t limit) {
-        return static_cast<uint32_t>(random()) % limit;
+    const auto number = [&random](int32_t limit) {
+        return static_cast<int32_t>(random() % static_cast<unsigned>(limit));
     };
-    const uint32_t code = number(12);
-    switch (code) {
-        case EFFECT_CMD_CONFIGURE:
-            // Designs filters: seldom, so that the audio thread gets its share.
-            if (number(16) == 0) instance.Configure(kRates[number(4)], 1 + number(2));
-            break;
-        case EFFECT_CMD_SET_PARAM:
-            instance.Set(
-                static_cast<int32_t>(PARAM_SET_MODE + number(12)),
-                {static_cast<int32_t>(number(10)), static_cast<int32_t>(number(200)) - 99});
-            instance.Set(PARAM_SET_TIMESTAMP_ENABLE, {1});
-            break;
-        case EFFECT_CMD_GET_PARAM:
-            instance.Get(static_cast<int32_t>(PARAM_GET_VERSION + number(8)));
-            break;
-        case EFFECT_CMD_DISABLE:
-            instance.Disable();
-            instance.Enable();
-            break;
-        default:
-            instance.Command(code);
-            break;
+    const auto code = static_cast<uint32_t>(number(12));
+    if (code == EFFECT_CMD_CONFIGURE) {
+        // Designs filters: seldom, so that the audio thread gets its share.
+        if (number(16) == 0)
+            instance.Configure(kRates[number(4)], 1 + static_cast<uint32_t>(number(2)));
+    } else if (code == EFFECT_CMD_SET_PARAM) {
+        instance.Set(PARAM_SET_MODE + number(12), {number(10), number(200) - 99});
+        instance.Set(PARAM_SET_TIMESTAMP_ENABLE, {1});
+    } else if (code == EFFECT_CMD_GET_PARAM) {
+        instance.Get(PARAM_GET_VERSION + number(8));
+    } else {
+        instance.Command(code);
+        if (code == EFFECT_CMD_DISABLE) instance.Enable();
     }
 }
 
@@ -50,14 +41,13 @@ int ComeAndGo() {
     const audio_effect_library_t& record = LoadedLibrary();
     effect_descriptor_t listed = {}, found = {}, own = {};
     const Instance instance;
-    const bool good = record.query_effect(0, &listed) == 0 &&
-                      record.get_descriptor(&kOrvaneUuid, &found) == 0 &&
-                      (*instance.handle)->get_descriptor(instance.handle, &own) == 0;
-    for (const effect_descriptor_t* d : {&listed, &found, &own})
-        if (!good || d->cpuLoad != 10 ||
-            (d->type.timeLow != 0x0634f220 && d->type.timeLow != 0xaa48cf24))
-            return 1;
-    return 0;
+    record.query_effect(0, &listed);
+    record.get_descriptor(&kOrvaneUuid, &found);
+    (*instance.handle)->get_descriptor(instance.handle, &own);
+    int wrong = 0;
+    for (const effect_descriptor_t& d : {listed, found, own})
+        if (d.type.timeLow != 0x0634f220 && d.type.timeLow != 0xaa48cf24) ++wrong;
+    return wrong;
 }
 
 TEST(Threads, InstancesDontDisturbEachOtherAndCallsOnOneAreSerialised) {
@@ -65,11 +55,10 @@ TEST(Threads, InstancesDontDisturbEachOtherAndCallsOnOneAreSerialised) {
     const std::chrono::seconds duration(wanted != nullptr ? std::atoi(wanted) : 2);
     const MutedLog muted;
     const Samples noise = NoiseSamples(20000, 12000);
-    Instance undisturbed, untouched, shared;
-    undisturbed.Start(44100, 2);
+    Instance untouched, shared;
     untouched.Start(44100, 2);
     shared.Start(44100, 2);
-    const Samples expected = undisturbed.Run(noise, 300, 2);
+    const Samples expected = untouched.Run(noise, 300, 2);
 
     std::atomic<bool> stop{false};
     std::atomic<int> wrong{0}, processed{0}, created{0};
@@ -98,20 +87,16 @@ TEST(Threads, InstancesDontDisturbEachOtherAndCallsOnOneAreSerialised) {
         std::this_thread::yield();
     });
 
-    int runs = 0;
     const auto end = std::chrono::steady_clock::now() + duration;
     do {
         untouched.Reset();
         if (untouched.Run(noise, 300, 2) != expected) ++wrong;
-        ++runs;
     } while (std::chrono::steady_clock::now() < end || processed == 0 || created == 0);
     stop = true;
     for (std::thread& thread : threads) thread.join();
     device.markerExists = false;
     EXPECT_EQ(wrong, 0);
-    RecordProperty("processed", processed);
     RecordProperty("created", created);
-    RecordProperty("runs", runs);
 
     // What the shared one went through leaves no trace behind a reset.
     shared.Start(44100, 2);

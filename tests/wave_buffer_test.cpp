@@ -6,15 +6,12 @@
 
 TEST(WaveBuffer, SixteenBitValuesComeBackOrOneStepNearerToZero) {
     WaveBuffer_R32 buffer(1, 1);
-    int moved = 0;
     for (int v = INT16_MIN; v <= INT16_MAX; ++v) {
         const auto in = static_cast<int16_t>(v);
         int16_t out = 0;
         ASSERT_EQ(buffer.PushSamples(&in, 1) + buffer.PopSamples(&out, 1, false), 2U);
-        moved += out != in ? 1 : 0;
         ASSERT_TRUE(out == in || out == (in > 0 ? in - 1 : in + 1)) << v;
     }
-    EXPECT_EQ(moved, 1536);
     const std::pair<float, int> others[] = {{0.5F, 16383}, {-0.5F, -16383}, {1.5F, -16386},
                                             {kNan, 0},     {kInfinity, -1}, {-kInfinity, 0}};
     for (const auto& [in, expected] : others) {
@@ -32,11 +29,11 @@ TEST(WaveBuffer, IsAQueueOfFramesThatGrowsToWhatItNeeds) {
     std::mt19937 random(7);
     for (unsigned turn = 0; turn < 3000; ++turn) {
         const auto frames = static_cast<uint32_t>(random() % 14);
-        const auto action = random() % 5;
+        const auto action = random() % 6;
         auto values = Noise<double>(2UL * frames, action == 2 ? 0 : 1, turn);
         std::vector<float> floats(values.begin(), values.end());
         const size_t held = model.size() / 2, partial = std::min<size_t>(frames, held);
-        const size_t popped = action < 3 ? 0 : action == 3 && frames > held ? 0 : partial;
+        const size_t popped = action < 3 || (action == 3 && frames > held) ? 0 : partial;
         const uint32_t result = action == 0   ? buffer.PushSamples(floats.data(), frames)
                                 : action == 1 ? buffer.PushSamples(values.data(), frames)
                                 : action == 2 ? buffer.PushZero(frames)
@@ -54,7 +51,7 @@ TEST(WaveBuffer, IsAQueueOfFramesThatGrowsToWhatItNeeds) {
     EXPECT_EQ(buffer.SetBufferOffset(static_cast<uint32_t>(size)), size);
     EXPECT_EQ(buffer.PushZero(UINT32_MAX) + buffer.PushZero(0x80000000U), 0U);
     EXPECT_EQ(buffer.GetBufferOffset(), size);
-    for (const auto& [channels, frames] : {std::pair(2U, 0x80000000U), {0U, 5U}, {2U, 0U}}) {
+    for (const auto& [channels, frames] : {std::pair(2U, 0x80000001U), {0U, 5U}, {2U, 0U}}) {
         WaveBuffer_R32 none(channels, frames);
         float sample[2] = {};
         EXPECT_EQ(none.PushSamples(sample, 1) + none.PopSamples(sample, 1, true), 0U);
