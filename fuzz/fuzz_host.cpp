@@ -11,7 +11,7 @@
 //                  repetitions
 //   3  release
 //   4  refuse      one byte n: the library's n-th allocation from here fails
-//   5  look up     descriptors, of the effect, of others and of the instance
+//   5  look up     descriptors, of the effect, of others and of the instance; null pointers
 //
 // Blocks are heap blocks of exactly the stated size. After every call the target demands what the
 // headers promise: statuses, replies that stay inside what was offered, answers that agree with
@@ -246,9 +246,17 @@ struct Session {
                    std::memcmp(&listed, &found, sizeof found) == 0 &&
                    std::memcmp(&listed, &own, sizeof own) == 0,
                "one descriptor, however it is asked for");
-        Demand(EffectCreate(nullptr, 0, 0, &handle) == kStatusInvalid &&
-                   EffectRelease(nullptr) == kStatusInvalid,
-               "nothing to create or release");
+        const effect_interface_s& table = **handle;
+        int16_t sample[2] = {};
+        audio_buffer_s one = {1, sample}, two = {2, sample};
+        for (const int32_t status :
+             {EffectQueryEffect(0, nullptr), EffectGetDescriptor(nullptr, &found),
+              EffectGetDescriptor(&kUuid, nullptr), EffectCreate(nullptr, 0, 0, &handle),
+              EffectCreate(&kUuid, 0, 0, nullptr), EffectRelease(nullptr),
+              table.get_descriptor(handle, nullptr), table.process(nullptr, &one, &one),
+              table.process(handle, &one, &two), table.process(handle, &one, nullptr),
+              table.command(nullptr, 0, 0, nullptr, nullptr, nullptr)})
+            Demand(status == kStatusInvalid, "null pointers and unequal buffers are refused");
         Demand(EffectQueryEffect(1, &found) == kStatusNotFound, "query out of range");
         Demand(EffectGetDescriptor(&listed.type, &found) == kStatusNotFound, "other uuid");
     }
