@@ -3,8 +3,7 @@
 // The executable's malloc and its relatives come before the platform's for the loaded library too.
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <string>
+#include <climits>
 
 #include "framework_client.h"
 #include "muted_log.h"
@@ -12,19 +11,14 @@
 namespace {
 
 struct Heap {
-    bool watched = false;   // whether what follows counts
-    int refuseFrom = 0;     // the allocation to refuse, from 1; 0: none
-    bool andAfter = false;  // and all behind it
-    int allocations = 0, refusals = 0, frees = 0, outstanding = 0;
+    int allocations = 0, frees = 0, outstanding = 0;
+    int from = 0, to = 0;  // the allocations to refuse, counted from 1; without the last
 } heap;
 
 bool Refuses() {
-    if (!heap.watched) return false;
     ++heap.allocations;
-    const bool refuses =
-        heap.allocations == heap.refuseFrom ||
-        (heap.andAfter && heap.refuseFrom != 0 && heap.allocations > heap.refuseFrom);
-    ++(refuses ? heap.refusals : heap.outstanding);
+    const bool refuses = heap.from <= heap.allocations && heap.allocations < heap.to;
+    if (!refuses) ++heap.outstanding;
     return refuses;
 }
 
@@ -45,11 +39,11 @@ void* calloc(size_t count, size_t size) {
 }
 void* realloc(void* memory, size_t size) {
     if (Refuses()) return nullptr;
-    if (heap.watched && memory != nullptr) --heap.outstanding;
+    if (memory != nullptr) --heap.outstanding;
     return __libc_realloc(memory, size);
 }
 void free(void* memory) {
-    if (heap.watched && memory != nullptr) {
+    if (memory != nullptr) {
         ++heap.frees;
         --heap.outstanding;
     }
@@ -61,129 +55,84 @@ void free(void* memory) {
 namespace {
 
 using Samples = std::vector<int16_t>;
-constexpr uint32_t kFrames = 256;
 
-// Counts what happens in `call` and refuses as told.
+// Whether `call` had an nth allocation, which was refused, with andAfter all behind it, too.
 template <typename Call>
-void Watched(Call call, int refuseFrom = 0, bool andAfter = false) {
-    heap.allocations = heap.refusals = heap.frees = 0;
-    heap.refuseFrom = refuseFrom;
-    heap.andAfter = andAfter;
-    heap.watched = true;
+bool Refusing(int n, bool andAfter, Call call) {
+    heap.allocations = 0;
+    heap.from = n;
+    heap.to = andAfter ? INT_MAX : n + 1;
     call();
-    heap.watched = false;
+    heap.to = 0;
+    return heap.allocations >= n;
 }
 
 // Calls attempt(n, andAfter) for n = 1, 2, ... until it returns that nothing was refused. Each must
 // give back all memory. Returns how many allocations there were to refuse.
 template <typename Attempt>
 int RefuseEach(Attempt attempt) {
-    int refused = 0;
+    int n = 0;
     for (const bool andAfter : {false, true}) {
-        for (int n = 1;; ++n) {
-            heap.outstanding = 0;
-            const bool any = attempt(n, andAfter);
-            EXPECT_EQ(heap.outstanding, 0);
+        bool refused = true;
+        for (n = 0; refused && !testing::Test::HasFailure();) {
+            const int before = heap.outstanding;
+            refused = attempt(++n, andAfter);
+            EXPECT_EQ(heap.outstanding, before);
             if (testing::Test::HasFailure()) ADD_FAILURE() << "refused: " << n << " " << andAfter;
-            if (!any || testing::Test::HasFailure()) break;
-            refused = n;
         }
     }
-    return refused;
+    return n - 1;
 }
 
-// The status that all buffers of `in` gave, or 1 if they differ.
-int32_t Play(Instance& instance, const Samples& in, Samples* out, uint32_t frames,
-             uint32_t channels) {
-    out->assign(in.size(), 0);
-    const size_t step = size_t{frames} * channels;
-    int32_t status = 0;
-    Watched([&] {
-        for (size_t at = 0; at + step <= in.size(); at += step) {
-            const int32_t now = instance.Process(in.data() + at, out->data() + at, frames);
-            status = at == 0 || now == status ? now : 1;
-        }
-    });
-    return status;
-}
-
-// Either not ready and silent, or all is processed as a healthy instance does it.
-void ExpectNotReadyOr(const Samples& healthy, Instance& instance, const Samples& in,
-                      uint32_t channels) {
-    Samples out;
+// Whether it is ready. Not ready it must be silent, ready it must sound as a healthy instance.
+bool IsReady(Instance& instance, uint32_t rate, uint32_t channels) {
+    constexpr uint32_t kFrames = 256;
+    const Samples in = NoiseSamples(size_t{2} * 10 * kFrames, 9000);
+    Samples expected(in.size()), out(in.size());
     const bool ready = instance.Get(PARAM_GET_READY) == 1;
-    EXPECT_EQ(Play(instance, in, &out, kFrames, channels), ready ? 0 : -61);
-    EXPECT_TRUE(out == (ready ? healthy : Samples(in.size())));
-}
-
-Samples Healthy(const Samples& in, uint32_t rate, uint32_t channels) {
-    Instance instance;
-    instance.Start(rate, channels);
-    return instance.Run(in, kFrames, channels);
+    if (ready) {
+        Instance healthy;
+        healthy.Start(rate, channels);
+        expected = healthy.Run(in, kFrames, channels);
+    }
+    for (size_t at = 0; at < in.size(); at += size_t{kFrames} * channels)
+        EXPECT_EQ(instance.Process(&in[at], &out[at], kFrames), ready ? 0 : -61);
+    EXPECT_TRUE(out == expected);
+    return ready;
 }
 
 TEST(Allocation, CreateRefusesOrLeavesTheInstanceNotReadyForGood) {
-    const Samples in = NoiseSamples(size_t{2} * 10 * kFrames, 9000);
-    const Samples healthy = Healthy(in, 44100, 2), mono = Healthy(in, 44100, 1);
+    const MutedLog muted;
     const audio_effect_library_t& record = LoadedLibrary();
-    const std::string error = "EffectCreate(), qth orvane effect, Error [";
-    const std::vector<std::string> errors[] = {{error + "calloc() return NULL]\n"},
-                                               {error + "new ProcessUnit_Orvane() return NULL]\n",
-                                                error + "ProcessUnit_Orvane construct failed]\n"}};
     const int all = RefuseEach([&](int n, bool andAfter) {
         effect_handle_t handle = nullptr;
         int32_t status = 0;
-        testing::internal::CaptureStderr();
-        Watched([&] { status = record.create_effect(&kOrvaneUuid, 0, 0, &handle); }, n, andAfter);
-        const std::string log = testing::internal::GetCapturedStderr();
-        const bool refused = heap.refusals != 0;
-        if (n <= 2) {
-            EXPECT_EQ(status, -22);
-            EXPECT_EQ(handle, nullptr);
-            std::string tail;
-            for (const std::string& line : errors[n - 1]) tail += "I/Quenthra_v2: " + line;
-            EXPECT_TRUE(log.size() > tail.size() && log.substr(log.size() - tail.size()) == tail)
-                << log;
-            return true;
-        }
-        const MutedLog muted;
-        EXPECT_EQ(status, 0);
+        const bool refused = Refusing(
+            n, andAfter, [&] { status = record.create_effect(&kOrvaneUuid, 0, 0, &handle); });
+        EXPECT_EQ(status, n <= 2 ? -22 : 0);
+        EXPECT_EQ(handle == nullptr, n <= 2);
+        if (handle == nullptr) return true;
         Instance instance(handle);
         instance.Start(44100, 2);
-        EXPECT_EQ(instance.Get(PARAM_GET_READY), refused ? 0 : 1);
-        ExpectNotReadyOr(healthy, instance, in, 2);
-        Watched([&] { instance.Configure(44100, 1); });
-        EXPECT_EQ(instance.Get(PARAM_GET_READY), refused ? 0 : 1);
-        ExpectNotReadyOr(mono, instance, in, 1);
-        Watched([&] { instance.Release(); });
+        EXPECT_EQ(IsReady(instance, 44100, 2), !refused);
+        instance.Configure(44100, 1);
+        EXPECT_EQ(IsReady(instance, 44100, 1), !refused);
         return refused;
     });
     EXPECT_GT(all, 10);
 }
 
-effect_handle_t WatchedHandle() {
-    const MutedLog muted;
-    effect_handle_t handle = nullptr;
-    Watched([&] { LoadedLibrary().create_effect(&kOrvaneUuid, 0, 0, &handle); });
-    return handle;
-}
-
 TEST(Allocation, ConfigureLeavesTheInstanceNotReadyOrHealthy) {
     const MutedLog muted;
-    const Samples in = NoiseSamples(size_t{2} * 10 * kFrames, 9000);
-    const Samples before = Healthy(in, 44100, 2);
     for (const auto& [rate, channels] : {std::pair{48000U, 2U}, {44100U, 1U}, {32000U, 1U}}) {
-        const Samples healthy = Healthy(in, rate, channels);
         const int all = RefuseEach([&, rate = rate, channels = channels](int n, bool andAfter) {
-            Instance instance(WatchedHandle());
+            Instance instance;
             instance.Start(44100, 2);
-            Watched([&] { EXPECT_EQ(instance.Configure(rate, channels), 0); }, n, andAfter);
-            const bool refused = heap.refusals != 0;
-            ExpectNotReadyOr(healthy, instance, in, channels);
-            Watched([&] { instance.Configure(44100, 2); });
-            EXPECT_TRUE(refused || instance.Get(PARAM_GET_READY) == 1);
-            ExpectNotReadyOr(before, instance, in, 2);
-            Watched([&] { instance.Release(); });
+            const bool refused =
+                Refusing(n, andAfter, [&] { EXPECT_EQ(instance.Configure(rate, channels), 0); });
+            EXPECT_TRUE(IsReady(instance, rate, channels) || refused);
+            instance.Configure(44100, 2);
+            EXPECT_TRUE(IsReady(instance, 44100, 2) || refused);
             return refused;
         });
         EXPECT_GT(all, 2);
@@ -191,39 +140,25 @@ TEST(Allocation, ConfigureLeavesTheInstanceNotReadyOrHealthy) {
 }
 
 TEST(Allocation, ABufferThatCannotGrowIsLeftOutOfTheChainAndTheNextGoesOn) {
+    const MutedLog muted;
     constexpr uint32_t kLong = 4096;
-    const Samples first = NoiseSamples(size_t{2} * 9 * kFrames, 9000, 1);
+    const Samples first = NoiseSamples(size_t{2} * 9 * 256, 9000, 1);
     const Samples grown = NoiseSamples(size_t{2} * kLong, 9000, 2);
     const Samples later = NoiseSamples(size_t{2} * 4 * kLong, 9000, 3);
-    // With the playback gain off, its result is the input.
-    const auto prepare = [&](Instance& instance) {
-        const MutedLog muted;
-        Samples out;
-        instance.Start(44100, 2);
-        instance.Set(PARAM_PLAYBACKGAIN_ENABLE, {0});
-        Play(instance, first, &out, kFrames, 2);
-    };
-    Instance with, without;
-    prepare(with);
-    prepare(without);
-    const Samples expected = with.Run(grown, kLong, 2);
-    const Samples expectedLater[] = {with.Run(later, kLong, 2), without.Run(later, kLong, 2)};
     const int all = RefuseEach([&](int n, bool andAfter) {
-        Instance instance(WatchedHandle());
-        prepare(instance);
+        Instance instance, healthy;
+        for (Instance* each : {&instance, &healthy}) {
+            each->Start(44100, 2);
+            each->Set(PARAM_PLAYBACKGAIN_ENABLE, {0});  // so that its result is the input
+            each->Run(first, 256, 2);
+        }
         Samples out(grown.size());
         int32_t status = -1;
-        testing::internal::CaptureStderr();
-        Watched([&] { status = instance.Process(grown.data(), out.data(), kLong); }, n, andAfter);
-        const std::string log = testing::internal::GetCapturedStderr();
-        const bool refused = heap.refusals != 0;
+        const bool refused = Refusing(
+            n, andAfter, [&] { status = instance.Process(grown.data(), out.data(), kLong); });
         EXPECT_EQ(status, 0);
-        EXPECT_EQ(log, refused ? "I/Quenthra_v2: Memory not enough!\n" : "");
-        EXPECT_TRUE(out == (refused ? grown : expected));
-        EXPECT_EQ(Play(instance, later, &out, kLong, 2), 0);
-        EXPECT_TRUE(out == expectedLater[refused ? 1 : 0]);
-        const MutedLog muted;
-        Watched([&] { instance.Release(); });
+        EXPECT_TRUE(out == (refused ? grown : healthy.Run(grown, kLong, 2)));
+        EXPECT_TRUE(instance.Run(later, kLong, 2) == healthy.Run(later, kLong, 2));
         return refused;
     });
     EXPECT_GE(all, 2);
@@ -238,22 +173,19 @@ TEST(Allocation, TheAudioThreadNeitherAllocatesNorFreesUpTo2048Frames) {
     for (const uint32_t channels : {1U, 2U}) {
         Instance instance;
         instance.Start(48000, channels);
-        int32_t refused = 0;
-        const auto call = [&](uint32_t what, uint32_t frames) {
-            int32_t mode[] = {0, 4, 4, PARAM_SET_MODE, static_cast<int32_t>(what & 1U)};
+        heap.allocations = heap.frees = 0;
+        for (int i = 0; i < 1000; ++i) {
+            const auto what = static_cast<int32_t>(random() % 250);
+            int32_t mode[] = {0, 4, 4, PARAM_SET_MODE, what};
             if (what < 2) instance.Command(EFFECT_CMD_SET_PARAM, sizeof mode, mode);
             if (what == 2) instance.Disable();
             if (what <= 3) instance.Enable();
             if (what == 4) instance.Reset();
-            refused |= instance.Process(in.data(), out.data(), frames);
-        };
-        const auto number = [&](uint32_t limit) { return static_cast<uint32_t>(random()) % limit; };
-        Watched([&] {
-            for (int i = 0; i < 1000; ++i)
-                call(number(250),
-                     i % 2 == 0 ? kSizes[number(std::size(kSizes))] : 1 + number(2048));
-        });
-        EXPECT_EQ(refused, 0);
+            const auto frames = static_cast<uint32_t>(random() % 2048) + 1;
+            EXPECT_EQ(instance.Process(in.data(), out.data(),
+                                       i % 2 == 0 ? frames : kSizes[frames % std::size(kSizes)]),
+                      0);
+        }
         EXPECT_EQ(heap.allocations, 0);
         EXPECT_EQ(heap.frees, 0);
     }

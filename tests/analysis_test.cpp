@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <numbers>
 #include <random>
 
@@ -15,44 +14,25 @@ namespace {
 
 constexpr double kRateHz = 44100, kPi = std::numbers::pi;
 
-void AppendSine(std::vector<float>* samples, double hz, double levelDb, double seconds) {
+void AppendSine(std::vector<float>* samples, double levelDb, double seconds) {
     for (int n = 0; n < std::lround(seconds * kRateHz); ++n) {
-        const double sine = std::sin(2 * kPi * hz * n / kRateHz);
+        const double sine = std::sin(2 * kPi * 1000 * n / kRateHz);
         samples->insert(samples->end(), 2, static_cast<float>(std::pow(10, levelDb / 20) * sine));
     }
 }
 
-// The response of a filter that clips and cuts off to 16 bit, as the effect does it.
-std::optional<Response> MeasureFilter(size_t channels, const std::vector<double>& taps,
-                                      double largest) {
-    const auto filter = [&](const std::vector<int16_t>& in) {
-        std::vector<int16_t> out;
-        for (size_t i = 0; i < in.size(); ++i) {
-            double sum = 0;
-            for (size_t k = 0; k < taps.size() && k * channels <= i; ++k)
-                if (taps[k] != 0) sum += taps[k] * in[i - k * channels];
-            out.push_back(static_cast<int16_t>(std::clamp(sum, -largest, largest)));
-        }
-        return out;
-    };
-    return MeasureResponse(filter, static_cast<int>(channels), kRateHz);
-}
-
 }  // namespace
 
-TEST(Analysis, ASineReadsItsLevelInItsBandAndNowhereElse) {
+TEST(Analysis, TheSpectrumCountsEverySampleAlikeAtItsFrequency) {
     std::vector<float> samples;
-    AppendSine(&samples, 1000, -20, 10);
-    const Spectrum spectrum = AverageSpectrum(samples, 2, kRateHz);
-    EXPECT_NEAR(BandLevelDb(spectrum, 950, 1050), -20, 0.01);
+    AppendSine(&samples, -20, 10);
+    const Spectrum sine = AverageSpectrum(samples, 2, kRateHz);
+    EXPECT_NEAR(BandLevelDb(sine, 950, 1050), -20, 0.01);
     for (const double hz : {30, 100, 800, 1250, 10000})
-        EXPECT_LT(BandLevelDb(spectrum, 0.9 * hz, 1.1 * hz), -60) << hz;
-}
-
-TEST(Analysis, EverySampleCountsTheSameInTheSpectrum) {
+        EXPECT_LT(BandLevelDb(sine, 0.9 * hz, 1.1 * hz), -60) << hz;
     std::mt19937 random(1);
     for (const size_t frames : {1U, 777U, 70001U}) {
-        std::vector<float> samples(2 * frames);
+        samples.resize(2 * frames);
         double power = 0;
         for (float& x : samples) {
             x = static_cast<float>(random()) / 4294967296.0F - 0.4F;
@@ -67,28 +47,37 @@ TEST(Analysis, EverySampleCountsTheSameInTheSpectrum) {
 
 TEST(Analysis, LoudnessFollowsAStepWhereItHappens) {
     std::vector<float> samples;
-    AppendSine(&samples, 1000, -33, 5);
-    AppendSine(&samples, 1000, -23, 5);
+    AppendSine(&samples, -33, 5);
+    AppendSine(&samples, -23, 5);
     const LoudnessOverTime loudness = MeasureLoudness(samples, 2, kRateHz);
     ASSERT_EQ(loudness.momentaryLufs.size(), 101U);
-    for (size_t k = 2; k < 99; ++k) {
-        const double seconds = static_cast<double>(k) * loudness.stepSeconds;
-        if (std::fabs(seconds - 5) < 0.25) continue;
-        EXPECT_NEAR(loudness.momentaryLufs[k], seconds < 5 ? -33 : -23, 0.1) << seconds;
-    }
+    for (const size_t k : {2U, 20U, 47U, 53U, 80U, 98U})  // tenths of a second
+        EXPECT_NEAR(loudness.momentaryLufs[k], k < 50 ? -33 : -23, 0.1) << k;
     EXPECT_NEAR(loudness.momentaryLufs[50], -23 + 10 * std::log10(0.55), 0.1);
-    EXPECT_NEAR(loudness.truePeakDb, -23, 0.01);
     EXPECT_NEAR(loudness.integratedLufs, -23 + 10 * std::log10(0.55), 0.2);
-    EXPECT_TRUE(std::isinf(MeasureLoudness(std::vector<float>(1000), 2, kRateHz).integratedLufs));
+    EXPECT_NEAR(loudness.truePeakDb, -23, 0.01);
+    EXPECT_NEAR(loudness.stepSeconds, 0.1, 1e-9);
 }
 
-TEST(Analysis, TheResponseOfAKnownFilterComesOut) {
+// Of a filter that clips and cuts off to 16 bits, as the effect does it.
+TEST(Analysis, TheResponseComesOutUnlessEveryLevelClips) {
     std::vector<double> taps(40);
     taps.insert(taps.end(), {0.7, -0.2, 0.1, 0, 0, 0.15});
-    for (const size_t channels : {1U, 2U}) {
-        const auto response = MeasureFilter(channels, taps, 32767);
-        ASSERT_TRUE(response && response->residualDb < -60);
-        for (double hz = 20; hz < 20000; hz *= 1.3) {
+    for (const auto& [channels, most] : {std::pair(1U, 6000), {2U, 32767}, {1U, 10}}) {
+        const auto filter = [&, stride = channels, limit = most](const std::vector<int16_t>& in) {
+            std::vector<int16_t> out;
+            for (size_t i = 0; i < in.size(); ++i) {
+                double sum = 0;
+                for (size_t k = 40; k < taps.size() && k * stride <= i; ++k)
+                    sum += taps[k] * in[i - k * stride];
+                out.push_back(static_cast<int16_t>(std::clamp<double>(sum, -limit, limit)));
+            }
+            return out;
+        };
+        const auto response = MeasureResponse(filter, static_cast<int>(channels), kRateHz);
+        ASSERT_TRUE(response);
+        EXPECT_EQ(response->residualDb<-55, most> 10) << response->residualDb;
+        for (double hz = 20; hz < 20000 && most > 10; hz *= 1.3) {
             std::complex<double> sum = 0, ramped = 0;
             for (size_t k = 0; k < taps.size(); ++k) {
                 const auto ms = 1000 * static_cast<double>(k) / kRateHz;
@@ -99,24 +88,10 @@ TEST(Analysis, TheResponseOfAKnownFilterComesOut) {
             EXPECT_NEAR(GroupDelayMs(*response, hz), (ramped / sum).real(), 0.02) << hz;
         }
     }
-}
-
-TEST(Analysis, ALimiterIsMeasuredBelowItsReach) {
-    const auto gentle = MeasureFilter(1, {2.0}, 10000), never = MeasureFilter(1, {2.0}, 10);
-    ASSERT_TRUE(gentle && never);
-    EXPECT_LT(gentle->residualDb, -50);
-    EXPECT_NEAR(MagnitudeDb(*gentle, 1000), 20 * std::log10(2), 0.02);
-    EXPECT_GT(never->residualDb, -20);
     EXPECT_FALSE(MeasureResponse([](const auto&) { return std::vector<int16_t>(3); }, 1, kRateHz));
 }
 
-TEST(Gnuplot, TextMeansNothingAndFailureSaysWhy) {
+TEST(Gnuplot, TextMeansNothing) {
     EXPECT_EQ(GnuplotText("it's `a`\n\"b\" \xFF\xC3\xA9 \xE2\x82"),
               "'it''s `a` \"b\" ?\xC3\xA9 ?\?'");
-    const std::string path = getenv("PATH");
-    setenv("PATH", "/nowhere", 1);
-    std::string error;
-    EXPECT_FALSE(RunGnuplot("plot 1\n", testing::TempDir() + "gnuplot_test.png", &error));
-    setenv("PATH", path.c_str(), 1);
-    EXPECT_NE(error.find("gnuplot is not installed"), std::string::npos) << error;
 }
