@@ -71,6 +71,7 @@ bool Refusing(int n, bool andAfter, Call call) {
 // give back all memory. Returns how many allocations there were to refuse.
 template <typename Attempt>
 int RefuseEach(Attempt attempt) {
+    LoadedLibrary();  // what loading takes stays
     int n = 0;
     for (const bool andAfter : {false, true}) {
         bool refused = true;
