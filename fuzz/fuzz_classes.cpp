@@ -1,4 +1,5 @@
-// Fuzz target: the processing classes by themselves, with any bit pattern in every float setting.
+// Fuzz target: the processing classes that have float settings, by themselves, with any bit pattern
+// in every setting.
 //
 // The first byte of an input chooses the class; then come calls: a byte that chooses from the
 // class's list below, and its arguments. No call may have undefined behaviour. In the end a reset
@@ -16,8 +17,6 @@
 #include "dsp/band_spliter.h"
 #include "dsp/biquad.h"
 #include "dsp/biquad_fp.h"
-#include "dsp/wave_buffer.h"
-#include "effects/cross_fader.h"
 #include "effects/fir_equalizer.h"
 #include "effects/limiter.h"
 #include "effects/limiter_fp.h"
@@ -274,68 +273,6 @@ struct BiquadCalls {
     }
 };
 
-struct CrossFaderCalls {
-    static constexpr bool kStaysFinite = false;
-    static constexpr Call<CrossFader> kCalls[] = {
-        [](CrossFader& o, Arguments& in) { o.BeginFader(in.Take<int32_t>()); },
-        [](CrossFader& o, Arguments& in) {
-            const int frames = static_cast<int>(in.Frames()), channels = in.Take<uint8_t>() % 4 - 1;
-            const size_t count = channels > 0 ? static_cast<size_t>(frames * channels) : 0;
-            const auto target = in.Samples<int16_t>(count, true);
-            o.FadeStream(target.data(), in.Samples<int16_t>(count, false).data(), frames, channels);
-        },
-    };
-    static void MakePlain(CrossFader& o) { o.BeginFader(700); }
-    static auto Render(CrossFader& o) {
-        const std::vector<int16_t> source(size_t{2} * kRenderFrames, 1000);
-        return RenderStream<int16_t>([&](int16_t* s, uint32_t n) {
-            o.FadeStream(s, source.data(), static_cast<int>(n), 2);
-        });
-    }
-};
-
-struct StereoBuffer : WaveBuffer_R32 {
-    StereoBuffer() : WaveBuffer_R32(2, 100) {}
-};
-
-struct WaveBufferCalls {
-    static constexpr bool kStaysFinite = false;
-    template <typename T>
-    static void Push(StereoBuffer& o, Arguments& in) {
-        const uint32_t frames = in.Frames(), held = o.GetBufferOffset();
-        if (o.PushSamples(in.Samples<T>(size_t{frames} * 2, true).data(), frames) == 1)
-            Demand(o.GetBufferOffset() == held + frames, "frames held");
-    }
-    template <typename T>
-    static void Pop(StereoBuffer& o, Arguments& in) {
-        const uint32_t frames = in.Frames(), held = o.GetBufferOffset();
-        const bool partial = in.Flag();
-        const ExactBlock<T> samples(size_t{frames} * 2);
-        const uint32_t popped = o.PopSamples(samples.data(), frames, partial);
-        Demand(popped == (frames <= held ? frames : partial ? held : 0), "frames popped");
-        Demand(o.GetBufferOffset() == held - popped, "frames left");
-    }
-    static constexpr Call<StereoBuffer> kCalls[] = {
-        Push<int16_t>,
-        Push<float>,
-        Push<double>,
-        Pop<int16_t>,
-        Pop<float>,
-        Pop<double>,
-        [](StereoBuffer& o, Arguments& in) { o.PushZero(in.Take<uint32_t>()); },
-        [](StereoBuffer& o, Arguments& in) { o.Reserve(in.Take<uint32_t>()); },
-        [](StereoBuffer& o, Arguments& in) { o.SetBufferOffset(in.Take<uint32_t>()); },
-        [](StereoBuffer& o, Arguments&) { o.Reset(); },
-    };
-    static void MakePlain(StereoBuffer& o) { o.Reset(); }
-    static auto Render(StereoBuffer& o) {
-        return RenderStream<int16_t>([&](int16_t* s, uint32_t n) {
-            o.PushSamples(s, n);
-            o.PopSamples(s, n, false);
-        });
-    }
-};
-
 template <typename T>
 struct SplitterCalls {
     using Object = BandSpliter<T>;
@@ -399,8 +336,6 @@ constexpr void (*kClasses[])(Arguments&) = {
     Run<Biquad_R32R64, BiquadCalls<Biquad_R32R64>>,
     Run<Biquad_R64R64, BiquadCalls<Biquad_R64R64>>,
     Run<Biquad_FP, BiquadCalls<Biquad_FP>>,
-    Run<CrossFader, CrossFaderCalls>,
-    Run<StereoBuffer, WaveBufferCalls>,
     Run<BandSpliter_R32R32, SplitterCalls<float>>,
     Run<BandSpliter_R64R64, SplitterCalls<double>>,
 };

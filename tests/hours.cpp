@@ -56,7 +56,8 @@ void CheckChain(uint64_t buffers) {
     instance.Start(kRate, kChannels);
     const auto play = [&](uint64_t count) {
         for (uint64_t i = 0; i < count; ++i)
-            if (instance.Process(&in[i % kInputBuffers * kBufferSamples], out.data(), kFrames) != 0)
+            if (instance.Process(&in[static_cast<size_t>(i % kInputBuffers) * kBufferSamples],
+                                 out.data(), kFrames) != 0)
                 failed = true;
     };
     play(100);

@@ -120,7 +120,9 @@ TEST(RealTime, EveryCallLocksOnceAndAsksTheKernelForNothing) {
                 for (const Parameter& parameter : kParameters)
                     if (parameter.kind == ParameterKind::kValue)
                         instance.Set(parameter.id, {value});
-                EXPECT_EQ(EndWithoutSystemCalls([&] { return AudioThread(instance); }), 0);
+                // The real-time sanitizer makes system calls of its own.
+                if (__rtsan_realtime_enter == nullptr)
+                    EXPECT_EQ(EndWithoutSystemCalls([&] { return AudioThread(instance); }), 0);
                 EXPECT_EQ(AudioThread(instance), 0) << rate << ' ' << channels << ' ' << value;
             }
 }
