@@ -95,7 +95,7 @@ TYPED_TEST(OrvaneSoundTest, ReturnsWholeCallsOfOneStreamWhateverTheirSizeAndType
     TypeParam reference(0), doubles(0);
     SetUp(reference, kStereo);
     const auto whole = Play(reference, input, 2, 770);
-    for (uint32_t n = 5; n < 2100; n += 45) {
+    for (uint32_t n = 5; n < 2100; n += 145) {
         std::vector<uint32_t> returned, expected;
         for (uint32_t in = n, out = 0; in <= 20 * 770; in += n, out += expected.back())
             expected.push_back(in / 770 * 770 - out >= n ? n : 0);
