@@ -121,8 +121,9 @@ TEST(RealTime, EveryCallLocksOnceAndAsksTheKernelForNothing) {
                     if (parameter.kind == ParameterKind::kValue)
                         instance.Set(parameter.id, {value});
                 // The real-time sanitizer makes system calls of its own.
-                if (__rtsan_realtime_enter == nullptr)
+                if (__rtsan_realtime_enter == nullptr) {
                     EXPECT_EQ(EndWithoutSystemCalls([&] { return AudioThread(instance); }), 0);
+                }
                 EXPECT_EQ(AudioThread(instance), 0) << rate << ' ' << channels << ' ' << value;
             }
 }
