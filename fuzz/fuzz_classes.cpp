@@ -101,6 +101,20 @@ std::vector<T> RenderStream(Process process) {
     return samples;
 }
 
+template <typename Object>
+std::vector<float> RenderFloats(Object& o) {
+    return RenderStream<float>([&](float* s, uint32_t n) { o.Process(s, n); });
+}
+
+// Stereo at a rate that a new object hasn't, without history.
+template <typename Object>
+void Start(Object& o) {
+    o.SetSamplingRate(48000);
+    o.SetChannels(2);
+    o.SetEnable(true);
+    o.Reset();
+}
+
 // Of every class: the calls, plain settings with a reset, and the output for plain samples.
 // kStaysFinite: no setting makes plain samples infinite or not a number.
 
@@ -146,10 +160,7 @@ struct PlaybackGainCalls {
         o.SetRatio(1);
         o.SetVolume(1);
         o.SetMaxGainFactor(4);
-        o.SetSamplingRate(48000);
-        o.SetChannels(2);
-        o.SetEnable(true);
-        o.Reset();
+        Start(o);
     }
     static auto Render(PlaybackGain& o) {
         return RenderStream<int16_t>([&](int16_t* s, uint32_t n) { o.Process(s, s, n); });
@@ -181,14 +192,9 @@ struct EqualizerCalls {
     static void MakePlain(Object& o) {
         for (int band = 0; band < 10; ++band)
             o.SetBandLevel(band, static_cast<float>(band) / 10 - 0.5F);
-        o.SetSamplingRate(44100);
-        o.SetChannels(2);
-        o.SetEnable(true);
-        o.Reset();
+        Start(o);
     }
-    static auto Render(Object& o) {
-        return RenderStream<float>([&](float* s, uint32_t n) { o.Process(s, n); });
-    }
+    static auto Render(Object& o) { return RenderFloats(o); }
 };
 
 // With the room it asks for, less than its least.
@@ -225,14 +231,9 @@ struct EnhancerCalls {
     static void MakePlain(Object& o) {
         o.SetProcess(1.5F);
         o.SetLoContour(0.7F);
-        o.SetSamplingRate(44100);
-        o.SetChannels(2);
-        o.SetEnable(true);
-        o.Reset();
+        Start(o);
     }
-    static auto Render(Object& o) {
-        return RenderStream<float>([&](float* s, uint32_t n) { o.Process(s, n); });
-    }
+    static auto Render(Object& o) { return RenderFloats(o); }
 };
 
 template <typename Object>
