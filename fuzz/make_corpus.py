@@ -49,7 +49,8 @@ def convert(text):
     return out
 
 
-# A buffer that must grow and can't, the time of processing, bad calls, the safe-mode marker.
+# A buffer that must grow and can't, the time of processing, records cut short, bad calls, the
+# safe-mode marker.
 REFUSED = (
     bytes([0, 0])
     + command(1, side(48000, 2) * 2)
@@ -58,6 +59,8 @@ REFUSED = (
     + command(3)
     + bytes([4, 1, 2]) + struct.pack("<H", 5000) + bytes([0, 2, 0, 4, 0])
     + command(8, parameter(0x8004, [0]), 20)
+    + command(5, parameter(0x20001, [1])[:12])
+    + command(8, parameter(0x8004, [])[:12], 20)
     + bytes([5, 0, 128, 5, 3])
 )
 
