@@ -1,25 +1,36 @@
-// Plays the music through an instance with everything switched on, in whole buffers of as many
-// frames as the argument says: the load under which instructions are counted. Linked statically, so
-// that the emulator knows every function's name.
+// Plays two seconds through an instance with everything switched on, in whole buffers of as many
+// frames as the first argument says: the load under which instructions are counted. Linked
+// statically, so that the emulator knows every function's name.
+//
+// The second argument: music; noise of full scale; silence; decay, one buffer of noise and then
+// silence; least or largest, noise with every value set to that int32.
+#include <algorithm>
 #include <cstdio>
+#include <string>
 
 #include "bench/music.h"
 #include "host/library.h"
 #include "tests/framework_client.h"
 
 int main(int argc, char** argv) {
-    const long frames = argc == 2 ? std::strtol(argv[1], nullptr, 10) : 0;
-    if (frames < 1 || frames > 65536) {
-        std::fputs("usage: chain_load FRAMES\n", stderr);
+    const long frames = argc == 3 ? std::strtol(argv[1], nullptr, 10) : 0;
+    const std::string load = argc == 3 ? argv[2] : "";
+    const std::string loads[] = {"music", "noise", "silence", "decay", "least", "largest"};
+    if (frames < 1 || frames > 65536 || std::count(std::begin(loads), std::end(loads), load) == 0) {
+        std::fputs("usage: chain_load FRAMES music|noise|silence|decay|least|largest\n", stderr);
         return 2;
     }
-    const std::vector<int16_t> music = ReadMusic();
     const size_t step = 2 * static_cast<size_t>(frames);
-    std::vector<int16_t> out(step);
+    std::vector<int16_t> input = ReadMusic(), out(step);
+    if (load != "music") input = NoiseSamples(input.size(), 32767);
+    if (load == "silence") std::fill(input.begin(), input.end(), int16_t{0});
+    if (load == "decay") std::fill(input.begin() + 2 * frames, input.end(), int16_t{0});
     Instance instance(AELI);
     instance.Start(44100, 2);
-    for (size_t at = 0; at + step <= music.size(); at += step)
-        if (instance.Process(music.data() + at, out.data(), static_cast<uint32_t>(frames)) != 0)
+    if (load == "least") instance.SetEveryValue(INT32_MIN);
+    if (load == "largest") instance.SetEveryValue(INT32_MAX);
+    for (size_t at = 0; at + step <= input.size(); at += step)
+        if (instance.Process(input.data() + at, out.data(), static_cast<uint32_t>(frames)) != 0)
             return 1;
     return 0;
 }

@@ -86,13 +86,6 @@ void MeasureStream(const char* name, Change change) {
         [&] { stream->Play(kCalls); });
 }
 
-void SetAll(Stream& stream, int32_t value) {
-    for (int32_t band = 0; band < 10; ++band)
-        stream.instance.Set(PARAM_EQUALIZER_BANDLEVEL, {band, value});
-    for (const Parameter& parameter : kParameters)
-        if (parameter.kind == ParameterKind::kValue) stream.instance.Set(parameter.id, {value});
-}
-
 }  // namespace
 
 int main() {
@@ -110,9 +103,9 @@ int main() {
         s.instance.Set(PARAM_PLAYBACKGAIN_MAXGAIN, {12700});
     });
     MeasureStream("process, every parameter the least int32",
-                  [](Stream& s) { SetAll(s, INT32_MIN); });
+                  [](Stream& s) { s.instance.SetEveryValue(INT32_MIN); });
     MeasureStream("process, every parameter the largest int32",
-                  [](Stream& s) { SetAll(s, INT32_MAX); });
+                  [](Stream& s) { s.instance.SetEveryValue(INT32_MAX); });
 
     Stream stream(kFullScale);
     Instance& instance = stream.instance;

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Counts the instructions that the chain executes on the device, by stage and function, and fills in
-# the tables of docs/performance.md.
+# Counts the instructions that the chain executes on the device: for music by stage and function, in
+# the tables of docs/performance.md, and for the worst input and settings in docs/real-time.md.
 #
-# usage: arm-instructions.sh [--check]    --check: fail if the document says otherwise
+# usage: arm-instructions.sh [--check]    --check: fail if a document says otherwise
 set -eu
 cd "$(dirname "$0")/.."
 build=build/arm-softfloat
@@ -17,10 +17,12 @@ cmake --build "$build" --target chain_load >/dev/null
 c++ -std=c++20 -O2 -fPIC -shared -fvisibility=hidden -o "$plugin" bench/count_instructions.cpp
 arm-linux-gnueabi-nm -nC "$program" >"$work/symbols"
 
-for frames in 256 1024 4096; do
-    qemu-arm -plugin "$plugin,symbols=$work/symbols" -d plugin -D "$work/$frames" \
-        "$program" "$frames" 2>/dev/null
-done
+# FRAMES LOAD: what is counted goes to the file FRAMES.LOAD.
+count() {
+    qemu-arm -plugin "$plugin,symbols=$work/symbols" -d plugin -D "$work/$1.$2" \
+        "$program" "$1" "$2" 2>/dev/null
+}
+for frames in 256 1024 4096; do count "$frames" music; done
 
 # Per frame, by stage.
 awk -F'\t' '
@@ -50,7 +52,7 @@ awk -F'\t' '
         row("whole chain, worst call", worst)
         for (i = 1; i <= columns; ++i) value[i] = total[i] / frames[i] * 44100 / 1000000
         row("millions a second at 44100 Hz", value)
-    }' "$work/256" "$work/1024" "$work/4096" >"$work/stages"
+    }' "$work/256.music" "$work/1024.music" "$work/4096.music" >"$work/stages"
 
 # Calls of 1024 frames, by kind of code and function. Names without a class are the helpers of the
 # compiler and the C library.
@@ -78,7 +80,7 @@ awk -F'\t' '
             if (lines[line] >= total / 200)
                 printf "%d\t| %s | %.0f | %.1f %% |\n", lines[line], line,
                     lines[line] / frames, 100 * lines[line] / total >functions_file
-    }' kinds_file="$work/kinds" functions_file="$work/functions" "$work/1024"
+    }' kinds_file="$work/kinds" functions_file="$work/functions" "$work/1024.music"
 {
     cat "$work/stages"
     echo
@@ -90,3 +92,24 @@ awk -F'\t' '
     echo "|---|---|---:|---:|"
     sort -rn "$work/functions" | cut -f2-
 } | scripts/fill-table.sh docs/performance.md "instruction tables" "$@"
+
+{
+    echo "| process on the device, calls of 1024 frames | instructions a frame | of noise |"
+    echo "|---|---:|---:|"
+    while IFS=: read -r load name; do
+        count 1024 "$load"
+        awk -F'\t' -v name="$name" -v noise="${noise:-0}" '
+            $1 == "calls" { frames = $2 * 1024 }
+            $1 == "count" { total += $3 }
+            END { printf "| %s | %.0f | %.2f |\n", name, total / frames,
+                      total / (noise ? noise : total)
+                  printf "%.0f", total >total_file }' total_file="$work/total" "$work/1024.$load"
+        : "${noise:=$(cat "$work/total")}"
+    done <<END
+noise:noise
+silence:silence
+decay:silence after a buffer of noise: decay into denormals
+least:noise, every parameter the least int32
+largest:noise, every parameter the largest int32
+END
+} | scripts/fill-table.sh docs/real-time.md "worst cases" "$@"

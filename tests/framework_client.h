@@ -104,6 +104,12 @@ public:
             Set(PARAM_EQUALIZER_BANDLEVEL, {band, 15 * band - 60});
         for (const auto& [id, value] : kSettings) Set(id, {value});
     }
+    // Every level, gain and factor, each band's too, as sent: hundredths.
+    void SetEveryValue(int32_t value) {
+        for (int32_t band = 0; band < 10; ++band) Set(PARAM_EQUALIZER_BANDLEVEL, {band, value});
+        for (const Parameter& parameter : kParameters)
+            if (parameter.kind == ParameterKind::kValue) Set(parameter.id, {value});
+    }
     // Configured, everything on, enabled.
     void Start(uint32_t rate, uint32_t channels) {
         Configure(rate, channels);

@@ -115,11 +115,7 @@ TEST(RealTime, EveryCallLocksOnceAndAsksTheKernelForNothing) {
             for (const int32_t value : {INT32_MIN, 100, INT32_MAX}) {
                 Instance instance;
                 instance.Start(rate, channels);
-                for (int32_t band = 0; band < 10; ++band)
-                    instance.Set(PARAM_EQUALIZER_BANDLEVEL, {band, value});
-                for (const Parameter& parameter : kParameters)
-                    if (parameter.kind == ParameterKind::kValue)
-                        instance.Set(parameter.id, {value});
+                instance.SetEveryValue(value);
                 // The real-time sanitizer makes system calls of its own.
                 if (__rtsan_realtime_enter == nullptr) {
                     EXPECT_EQ(EndWithoutSystemCalls([&] { return AudioThread(instance); }), 0);
