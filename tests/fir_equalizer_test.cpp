@@ -25,8 +25,9 @@ std::vector<float> Play(Equalizer& equalizer, std::vector<float> samples, unsign
 // The 513 taps of the filter whose band b has gain gains[b].
 std::vector<double> Taps(const std::vector<double>& gains) {
     std::vector<double> taps(513);
-    for (int i = -256; i <= 256; ++i) {
-        double& tap = taps[static_cast<size_t>(i + 256)];
+    for (size_t n = 0; n < taps.size(); ++n) {
+        const int i = static_cast<int>(n) - 256;
+        double& tap = taps[n];
         double finer = i == 0 ? 1 : 0;  // tap of the next narrower average; first the sample itself
         int halfWidth = 1;
         for (size_t band = 9; band > 0; --band, halfWidth *= 2) {
