@@ -7,7 +7,7 @@
 // that samples may overflow); and plain settings and a reset must give the bits of a new object
 // with these settings.
 //
-// Run it with scripts/fuzz.sh; fuzz/make_corpus.py writes the first inputs.
+// Run it with scripts/fuzz.sh.
 #include <cfloat>
 #include <cmath>
 #include <iterator>

@@ -22,7 +22,7 @@ Reply::Reply(uint32_t* replySize, void* replyData)
 }
 
 bool Reply::FitsParameter() const {
-    return offered >= kParameterBytes && size != nullptr;
+    return offered >= kParameterBytes;
 }
 
 void Reply::WriteStatus(int32_t status) {

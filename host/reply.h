@@ -10,6 +10,7 @@ public:
     // Either pointer may be null. Without a size, `data` offers the 4 bytes of a status.
     Reply(uint32_t* replySize, void* replyData);
 
+    // Whether WriteParameter, which doesn't ask, may be called.
     bool FitsParameter() const;
 
     void WriteStatus(int32_t status);

@@ -89,25 +89,6 @@ TEST(Commands, ParameterRecordsAreTakenOrRefused) {
     EXPECT_EQ(instance.Get(PARAM_GET_MODE), 1);
 }
 
-TEST(Commands, MissingBlocksAreNeitherReadNorWritten) {
-    Instance instance;
-    const effect_interface_s& table = **instance.handle;
-    const CapturedLog log("commands");
-    for (uint32_t code = 0; code < 12; ++code) {
-        const bool replies = code <= 8 && code != 2 && code != 6;
-        EXPECT_EQ(table.command(instance.handle, code, 100, nullptr, nullptr, nullptr), 0);
-        uint32_t size = 20;
-        EXPECT_EQ(table.command(instance.handle, code, 100, nullptr, &size, nullptr), 0);
-        EXPECT_EQ(size, replies ? 0U : 20U) << code;
-        int32_t status[5] = {7, 7, 7, 7, 7};
-        EXPECT_EQ(table.command(instance.handle, code, 100, nullptr, nullptr, status), 0);
-        const int32_t expected = code == 1 || code == 5 ? -22 : !replies || code == 8 ? 7 : 0;
-        EXPECT_EQ(status[0], expected) << code;
-        EXPECT_EQ(status[1], 7) << code;
-    }
-    EXPECT_EQ(instance.Get(PARAM_GET_ENABLED), 0);  // 3 acted, then 4
-}
-
 TEST(Commands, QueriesAnswerAsSet) {
     Instance instance;
     const auto values = [&] {
