@@ -16,6 +16,7 @@
 
 #include "dsp/biquad_fp.h"
 #include "dsp/fixed_point.h"
+#include "dsp/stream.h"
 #include "effects/limiter_fp.h"
 
 class PlaybackGain {
@@ -51,8 +52,6 @@ public:
     void Process(const int16_t* in, int16_t* out, unsigned int frames);
 
 private:
-    static constexpr size_t kMaxChannels = 2;
-
     int64_t TargetGain(const int16_t* in, unsigned int frames);
     void AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
                         unsigned int frames);
