@@ -52,6 +52,7 @@ public:
     void Process(const int16_t* in, int16_t* out, unsigned int frames);
 
 private:
+    void DesignWeighting();
     int64_t TargetGain(const int16_t* in, unsigned int frames);
     void AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
                         unsigned int frames);
@@ -67,10 +68,9 @@ private:
     int32_t volume = kQ24One;
     int32_t maxGain = kQ24One;
     int64_t channelGain[kMaxChannels] = {};  // applied at the present sample, Q24
-    Biquad_FP bandFilter[kMaxChannels];
+    Biquad_FP weighting[kMaxChannels];
     Limiter_FP limiter[kMaxChannels];
     uint32_t samplingRate = 44100;  // Hz
     uint32_t channels = 2;
     bool enabled = false;
-    Biquad_FP bandDesign;  // bandFilter without its history
 };
