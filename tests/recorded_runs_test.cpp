@@ -67,12 +67,8 @@ private:
         } else if (verb == "command") {
             instance.Command(static_cast<uint32_t>(v.at(0)));
         } else if (verb == "set") {
-            std::vector<int32_t> record = SetRecord(word(0), {});
-            for (size_t i = 1; i < v.size(); ++i) record.push_back(word(i));
-            record[2] = static_cast<int32_t>(4 * (v.size() - 1));
-            EXPECT_EQ(instance.Command(EFFECT_CMD_SET_PARAM,
-                                       static_cast<uint32_t>(4 * record.size()), record.data()),
-                      0);
+            const std::vector<int32_t> words(v.begin() + 1, v.end());
+            EXPECT_EQ(instance.Set(PackSet(word(0), words.data(), words.size())), 0);
         } else if (verb == "get") {
             EXPECT_EQ(instance.Get(word(0)), word(1));
         } else if (verb == "process") {

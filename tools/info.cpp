@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tools/settings.h"
+#include "client/instance.h"
+#include "client/settings_text.h"
+#include "tools/stderr_silencer.h"
 
 namespace {
 
@@ -40,30 +42,9 @@ std::string OptionText(const Parameter& parameter) {
     return *parameter.key == '\0' ? "" : std::string("--") + parameter.key;
 }
 
-// What one value looks like on the wire.
-std::string WireText(const Parameter& parameter) {
-    switch (parameter.kind) {
-        case ParameterKind::kSwitch:
-            return "0 or 1";
-        case ParameterKind::kBandValue:
-            return Format("band, %d x level", parameter.wireScale);
-        case ParameterKind::kQuery:
-            return "query";
-        case ParameterKind::kValue:
-            break;
-    }
-    return parameter.wireScale == 1 ? "value" : Format("%d x value", parameter.wireScale);
-}
-
 std::string VersionText(int32_t word) {
     return Format("%d.%d.%d.%d", word >> 24 & 0xFF, word >> 16 & 0xFF, word >> 8 & 0xFF,
                   word & 0xFF);
-}
-
-std::string DefaultText(const Parameter& parameter) {
-    if (parameter.id == PARAM_GET_VERSION)
-        return VersionText(static_cast<int32_t>(parameter.defaultValue));
-    return NumberText(parameter.defaultValue);
 }
 
 }  // namespace
@@ -89,36 +70,24 @@ std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
     text += Format("  cost         %.1f MIPS, %u KiB, as declared\n", descriptor.cpuLoad / 10.0,
                    descriptor.memoryUsage);
 
-    EffectInstance instance(library, 44100, 2);
-    instance.Enable();
-    const std::optional<int32_t> version = instance.Get(PARAM_GET_VERSION);
-    text += "  version      " + (version ? VersionText(*version) : "not told") + "\n";
+    const StderrSilencer silencer(!library.ShowsLog());
+    ClientInstance instance(record);
+    Check(instance.CreateStatus(), "create an instance");
+    Check(instance.Configure(44100, 2), "take the configuration");
+    Check(instance.Enable(), "be enabled");
+    const int32_t version = instance.Get(PARAM_GET_VERSION);
+    text += "  version      " + (version >= 0 ? VersionText(version) : "not told") + "\n";
     text += "\nParameters, with the values of a new instance at 44100 Hz, stereo, enabled:\n";
     for (const Parameter& parameter : kParameters) {
         std::string value = "default " + DefaultText(parameter);
         if (parameter.kind == ParameterKind::kQuery) {
-            const std::optional<int32_t> answer = instance.Get(parameter.id);
-            value = answer ? "answers " + std::to_string(*answer) : "no answer";
+            const int32_t answer = instance.Get(parameter.id);
+            value = answer >= 0 ? "answers " + std::to_string(answer) : "no answer";
         }
         text += Format("  0x%05X  %-26s %-16s %-14s %s\n", static_cast<unsigned>(parameter.id),
                        parameter.name, OptionText(parameter).c_str(),
                        parameter.id == PARAM_GET_VERSION ? "" : RangeText(parameter).c_str(),
                        value.c_str());
-    }
-    return text;
-}
-
-std::string ParameterMarkdown() {
-    std::string text =
-        "| Identifier | Name | On the wire | Option | Unit | Range | Default | What it does |\n"
-        "|---|---|---|---|---|---|---|---|\n";
-    for (const Parameter& parameter : kParameters) {
-        const std::string option = OptionText(parameter);
-        text += Format("| 0x%X | `%s` | %s | ", static_cast<unsigned>(parameter.id), parameter.name,
-                       WireText(parameter).c_str());
-        text += (option.empty() ? "" : "`" + option + "`") + " | " + parameter.unit + " | " +
-                (parameter.id == PARAM_GET_VERSION ? "" : RangeText(parameter)) + " | " +
-                DefaultText(parameter) + " | " + parameter.law + " |\n";
     }
     return text;
 }

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "client/settings_text.h"
+
 namespace {
 
 template <typename... Values>
@@ -34,7 +36,7 @@ std::string TextOf(const Report& report) {
             Format(", %lu:%06.3f", minutes, seconds - 60.0 * static_cast<double>(minutes)) + " (" +
             Count(report.frames, "frame") + "), in buffers of " +
             Count(report.bufferFrames, "frame") + "\n";
-    text += "  preset " + report.preset + ": " + report.settings.Describe() + "\n";
+    text += "  preset " + report.preset + ": " + Describe(report.settings) + "\n";
     text += "  delay    " + Count(report.delayFrames, "frame") +
             Format(" (%.1f ms) ", 1000.0 * report.delayFrames / report.chainRateHz) +
             (report.delayRemoved ? "removed\n" : "kept\n");
@@ -54,9 +56,9 @@ std::string JsonOf(const Report& report) {
     nlohmann::ordered_json settings;
     for (const Parameter& parameter : kParameters)
         if (*parameter.key != '\0' && parameter.kind == ParameterKind::kSwitch)
-            settings[parameter.key] = report.settings.Get(parameter.id) != 0;
+            settings[parameter.key] = report.settings.IsOn(parameter.id);
         else if (parameter.id == PARAM_EQUALIZER_BANDLEVEL)
-            settings[parameter.key] = report.settings.Levels();
+            settings[parameter.key] = report.settings.BandLevels();
         else if (*parameter.key != '\0')
             settings[parameter.key] = report.settings.Get(parameter.id);
     const nlohmann::ordered_json json = {
