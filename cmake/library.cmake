@@ -20,6 +20,7 @@ set(ORVANE_SOURCES
   platform/clock.cpp
   platform/file.cpp
   platform/log.cpp
+  unit/chain.cpp
   unit/process_unit_orvane.cpp
 )
 
