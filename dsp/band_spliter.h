@@ -14,9 +14,10 @@
 
 #include "dsp/fft_r24.h"
 #include "dsp/owned_array.h"
+#include "platform/export.h"
 
 template <typename T>
-class BandSpliter {
+class ORVANE_API BandSpliter {
 public:
     // Not usable until set up.
     BandSpliter();

@@ -12,8 +12,9 @@
 #include <cstdint>
 
 #include "effects/peak_tree.h"
+#include "platform/export.h"
 
-class Limiter {
+class ORVANE_API Limiter {
 public:
     // Gate 0.9999.
     Limiter();

@@ -7,8 +7,9 @@
 
 #include "dsp/fixed_point.h"
 #include "effects/peak_tree.h"
+#include "platform/export.h"
 
-class Limiter_FP {
+class ORVANE_API Limiter_FP {
 public:
     // Gate one step below 1.0.
     Limiter_FP();
