@@ -63,7 +63,6 @@ private:
         uint32_t writeIndex;
     };
 
-    static Real GainOf(float level);
     static Real Step(State& s, size_t channel, Real x);
 
     std::unique_ptr<State> state;
