@@ -64,7 +64,6 @@ private:
         uint32_t writeIndex;
     };
 
-    ORVANE_LOCAL static Real GainOf(float level);
     ORVANE_LOCAL static Real Step(State& s, size_t channel, Real x);
 
     std::unique_ptr<State> state;

@@ -153,9 +153,7 @@ bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
     const size_t sounding = static_cast<size_t>(produced) * channels;
     const float gain = outputGain;
     for (size_t i = 0; i < sounding; ++i) samples[i] *= gain;
-    for (size_t c = 0; c < channels; ++c)
-        for (size_t i = c; i < sounding; i += channels)
-            samples[i] = limiters[c]->Process(samples[i]);
+    for (size_t c = 0; c < channels; ++c) limiters[c]->Process(samples + c, produced, channels);
     waveBuffer->PopSamples(out, produced, false);
 
     if (const size_t silent = total - sounding; silent != 0) {
