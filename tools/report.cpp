@@ -53,12 +53,12 @@ std::string TextOf(const Report& report) {
 std::string JsonOf(const Report& report) {
     nlohmann::ordered_json settings;
     for (const Parameter& parameter : kParameters)
-        if (*parameter.option != '\0' && parameter.kind == ParameterKind::kSwitch)
-            settings[parameter.option] = report.settings.Get(parameter.id) != 0;
+        if (*parameter.key != '\0' && parameter.kind == ParameterKind::kSwitch)
+            settings[parameter.key] = report.settings.Get(parameter.id) != 0;
         else if (parameter.id == PARAM_EQUALIZER_BANDLEVEL)
-            settings[parameter.option] = report.settings.Levels();
-        else if (*parameter.option != '\0')
-            settings[parameter.option] = report.settings.Get(parameter.id);
+            settings[parameter.key] = report.settings.Levels();
+        else if (*parameter.key != '\0')
+            settings[parameter.key] = report.settings.Get(parameter.id);
     const nlohmann::ordered_json json = {
         {"input", report.input},
         {"output", report.output},
