@@ -98,8 +98,8 @@ Real FIREqualizer<Sample, Real>::Step(State& s, size_t channel, Real x) {
 
 template <typename Sample, typename Real>
 void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
-    const bool supported =
-        samplingRate >= 32000 && samplingRate <= 48000 && (channels == 1 || channels == 2);
+    const bool supported = samplingRate >= kLowestRateHz && samplingRate <= kHighestRateHz &&
+                           channels >= 1 && channels <= kMaxChannels;
     if (!state || !enabled || !supported) return;
     State& s = *state;
     float* sample = samples;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 namespace {
 constexpr float kWeightingHz = 2200.0F;
@@ -15,8 +16,14 @@ constexpr int kSampleShift = 9;           // 16-bit full scale, 2^15, to Q24
 }  // namespace
 
 PlaybackGain::PlaybackGain() {
-    bandDesign.SetBandPassParameter(0, kWeightingHz, static_cast<float>(samplingRate), kWeightingQ);
+    DesignWeighting();
     Reset();
+}
+
+void PlaybackGain::DesignWeighting() {
+    weighting[0].SetBandPassParameter(0, kWeightingHz, static_cast<float>(samplingRate),
+                                      kWeightingQ);
+    std::fill(weighting + 1, std::end(weighting), weighting[0]);
 }
 
 void PlaybackGain::SetRatio(float ratio) {
@@ -39,7 +46,7 @@ int PlaybackGain::SetEnable(bool enable) {
 void PlaybackGain::SetSamplingRate(unsigned int rate) {
     if (rate == samplingRate) return;
     samplingRate = rate;
-    bandDesign.SetBandPassParameter(0, kWeightingHz, static_cast<float>(samplingRate), kWeightingQ);
+    DesignWeighting();
     Reset();
 }
 
@@ -52,7 +59,7 @@ void PlaybackGain::SetChannels(unsigned int count) {
 void PlaybackGain::Reset() {
     for (size_t c = 0; c < kMaxChannels; ++c) {
         limiter[c].Reset();
-        bandFilter[c] = bandDesign;
+        weighting[c].ClearHistory();
         channelGain[c] = 0;
     }
     warmupCount = 0;
@@ -75,7 +82,7 @@ int64_t PlaybackGain::TargetGain(const int16_t* in, unsigned int frames) {
     uint64_t loudest = 0;
     for (uint32_t c = 0; c < channels; ++c)
         loudest = std::max(loudest, AnalyseWave(in, frames, static_cast<int>(channels),
-                                                static_cast<int>(c), bandFilter[c]));
+                                                static_cast<int>(c), weighting[c]));
     const float power = static_cast<float>(static_cast<double>(loudest) * powerScale);
     const float levelDb = logf(power + kPowerFloor) * log10e * 10 + kReferenceDb;
     const float gainDb = levelDb * invCompressionRatio - levelDb;

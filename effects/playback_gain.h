@@ -16,6 +16,7 @@
 
 #include "dsp/biquad_fp.h"
 #include "dsp/fixed_point.h"
+#include "dsp/stream.h"
 #include "effects/limiter_fp.h"
 
 class PlaybackGain {
@@ -51,8 +52,7 @@ public:
     void Process(const int16_t* in, int16_t* out, unsigned int frames);
 
 private:
-    static constexpr size_t kMaxChannels = 2;
-
+    void DesignWeighting();
     int64_t TargetGain(const int16_t* in, unsigned int frames);
     void AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
                         unsigned int frames);
@@ -68,10 +68,9 @@ private:
     int32_t volume = kQ24One;
     int32_t maxGain = kQ24One;
     int64_t channelGain[kMaxChannels] = {};  // applied at the present sample, Q24
-    Biquad_FP bandFilter[kMaxChannels];
+    Biquad_FP weighting[kMaxChannels];
     Limiter_FP limiter[kMaxChannels];
     uint32_t samplingRate = 44100;  // Hz
     uint32_t channels = 2;
     bool enabled = false;
-    Biquad_FP bandDesign;  // bandFilter without its history
 };
