@@ -98,7 +98,7 @@ bool OrvaneSound<Sample, Real>::GetPrepared() const {
 
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::Reset() {
-    loContourFilter = contourDesign;
+    loContourFilter.ClearHistory();
     if (!GetPrepared()) return;
     for (BandTails<Real>& each : tails) each.Clear();
     inputBuffer->Reset();
@@ -144,14 +144,13 @@ void OrvaneSound<Sample, Real>::SetLoContour(float level) {
     if (!std::isfinite(level)) return;
     loContour = level;
     DesignContour();
-    loContourFilter = contourDesign;
 }
 
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::DesignContour() {
     float quality = static_cast<float>(loContour + static_cast<Real>(kContourOffset));
     if (!(quality >= kSmallestQuality)) quality = kSmallestQuality;
-    contourDesign.SetLowPassParameter(0, kContourHz, static_cast<float>(samplingRate), quality);
+    loContourFilter.SetLowPassParameter(0, kContourHz, static_cast<float>(samplingRate), quality);
 }
 
 template <typename Sample, typename Real>

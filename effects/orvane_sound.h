@@ -81,7 +81,6 @@ private:
     BandFilters<Real> filters;
     BandTails<Real> tails[kMaxChannels];
     Contour loContourFilter;
-    Contour contourDesign;  // loContourFilter without its history
     bool enabled = false;
     Real process = 1;
     Real loContour = 0;
