@@ -33,12 +33,11 @@ effect_uuid_s Spoiled(size_t byte) {
     return uuid;
 }
 
-// A descriptor's memory, at an odd address.
-struct DescriptorBlock {
-    std::string bytes = std::string(1 + sizeof(effect_descriptor_t), 'Z');
-    effect_descriptor_t* Get() { return reinterpret_cast<effect_descriptor_t*>(bytes.data() + 1); }
-    std::string Text() const { return bytes.substr(1); }
-};
+// Memory for a descriptor, at an odd address.
+const std::string kUntouched(1 + sizeof(effect_descriptor_t), 'Z');
+effect_descriptor_t* In(std::string& block) {
+    return reinterpret_cast<effect_descriptor_t*>(block.data() + 1);
+}
 
 TEST(Host, RecordAndVersionAreTheStatedOnes) {
     const audio_effect_library_t& record = LoadedLibrary();
@@ -64,19 +63,17 @@ TEST(Host, MarkerChoosesTheDescriptorAtEveryCallAndAnInstanceKeepsIts) {
     const CapturedLog log("life");
     for (const bool marker : {false, true, false}) {
         device.markerExists = marker;
-        const std::string bytes = DescriptorBytes(marker ? kBassBoostBytes : kOwnTypeBytes);
         const int lookups = device.markerLookups;
-        DescriptorBlock queried, found, ofInstance;
-        EXPECT_EQ(record.query_effect(0, queried.Get()), 0);
-        EXPECT_EQ(record.get_descriptor(&kOrvaneUuid, found.Get()), 0);
-        EXPECT_EQ(queried.Text(), bytes);
-        EXPECT_EQ(found.Text(), bytes);
+        std::string queried = kUntouched, found = kUntouched, ofInstance = kUntouched;
         effect_handle_t handle = nullptr;
+        EXPECT_EQ(record.query_effect(0, In(queried)), 0);
+        EXPECT_EQ(record.get_descriptor(&kOrvaneUuid, In(found)), 0);
         EXPECT_EQ(record.create_effect(&kOrvaneUuid, 5, -6, &handle), 0);
         EXPECT_EQ(device.markerLookups, lookups + 3);
         device.markerExists = !marker;
-        EXPECT_EQ((*handle)->get_descriptor(handle, ofInstance.Get()), 0);
-        EXPECT_EQ(ofInstance.Text(), bytes);
+        EXPECT_EQ((*handle)->get_descriptor(handle, In(ofInstance)), 0);
+        for (const std::string& block : {queried, found, ofInstance})
+            EXPECT_EQ(block, "Z" + DescriptorBytes(marker ? kBassBoostBytes : kOwnTypeBytes));
         EXPECT_EQ((*handle)->process_reverse, nullptr);
         EXPECT_EQ(record.release_effect(handle), 0);
     }
@@ -86,8 +83,8 @@ TEST(Host, MarkerChoosesTheDescriptorAtEveryCallAndAnInstanceKeepsIts) {
 TEST(Host, RefusedEntryPointsLeaveTheCallersMemoryAlone) {
     const audio_effect_library_t& record = LoadedLibrary();
     const effect_interface_s& table = **Instance().handle;  // constant, outlives the instance
-    DescriptorBlock block;
-    effect_descriptor_t* const d = block.Get();
+    std::string block = kUntouched;
+    effect_descriptor_t* const d = In(block);
     const effect_interface_s* word = nullptr;
     effect_handle_t handle = &word;
     // Three null words: a handle without a unit.
@@ -123,7 +120,7 @@ TEST(Host, RefusedEntryPointsLeaveTheCallersMemoryAlone) {
         const int lookups = device.markerLookups;
         EXPECT_EQ(rows[row].call(), rows[row].status) << row;
         EXPECT_EQ(device.markerLookups - lookups, rows[row].lookups) << row;
-        EXPECT_EQ(block.bytes, DescriptorBlock().bytes) << row;
+        EXPECT_EQ(block, kUntouched) << row;
         EXPECT_EQ(handle, &word) << row;
     }
 }

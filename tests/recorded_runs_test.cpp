@@ -3,8 +3,8 @@
 //
 // A scenario is a list of calls on one new instance: `configure RATE CHANNELS` (and the input
 // starts again), `command CODE`, `set ID VALUES`, `get ID VALUE`, `process FRAMES COUNT`. The input
-// is stereo; mono runs read channel 0. With ORVANE_RUN_OUTPUT set to a folder the samples are
-// written there, to find the first that differs.
+// is stereo; mono runs read channel 0. Every second buffer is processed in place. With
+// ORVANE_RUN_OUTPUT set to a folder the samples are written there, to find the first that differs.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -43,8 +43,10 @@ Samples Play(const std::string& name, const Samples& input) {
         if (verb == "configure") {
             channels = static_cast<size_t>(v.at(1));
             position = 0;
-            EXPECT_EQ(instance.Configure(static_cast<uint32_t>(v[0]), static_cast<uint32_t>(v[1])),
-                      0);
+            effect_config_t config =
+                MakeConfig(static_cast<uint32_t>(v[0]), static_cast<uint32_t>(v[1]));
+            config.outputCfg.accessMode = EFFECT_BUFFER_ACCESS_ACCUMULATE;  // in vain
+            EXPECT_EQ(instance.Configure(config), 0);
         } else if (verb == "command") {
             instance.Command(static_cast<uint32_t>(v.at(0)));
         } else if (verb == "set") {
@@ -61,8 +63,9 @@ Samples Play(const std::string& name, const Samples& input) {
                 Samples in(frames * channels), out(in.size(), 0x5555);
                 for (size_t i = 0; i < in.size(); ++i)
                     in[i] = input[2 * (position + i / channels) % input.size() + i % channels];
-                EXPECT_EQ(instance.Process(in.data(), out.data(), frames), 0);
-                output.insert(output.end(), out.begin(), out.end());
+                Samples& result = call % 2 == 0 ? out : in;
+                EXPECT_EQ(instance.Process(in.data(), result.data(), frames), 0);
+                output.insert(output.end(), result.begin(), result.end());
             }
         } else {
             EXPECT_EQ(verb, "");
