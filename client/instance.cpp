@@ -20,13 +20,6 @@ effect_config_t MakeConfig(uint32_t rateHz, uint32_t channels) {
 ClientInstance::ClientInstance(const audio_effect_library_t& library, const effect_uuid_s& uuid)
     : record(&library), createStatus(library.create_effect(&uuid, 0, 0, &handle)) {}
 
-ClientInstance::ClientInstance(const audio_effect_library_t& library) : record(&library) {
-    effect_descriptor_t descriptor{};
-    createStatus = library.query_effect(0, &descriptor);
-    if (createStatus == kStatusOk)
-        createStatus = library.create_effect(&descriptor.uuid, 0, 0, &handle);
-}
-
 int32_t ClientInstance::Release() {
     if (handle == nullptr) return kStatusOk;
     const int32_t status = record->release_effect(handle);

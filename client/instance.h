@@ -8,6 +8,7 @@
 #include <initializer_list>
 
 #include "client/parameter_command.h"
+#include "host/identity.h"
 #include "platform/effect_api.h"
 
 // Both sides 16-bit PCM. rateHz: 32000 to 48000; channels: 1 or 2.
@@ -15,9 +16,9 @@ effect_config_t MakeConfig(uint32_t rateHz, uint32_t channels);
 
 class ClientInstance {
 public:
-    // Of the effect that `uuid` names, or of the record's first. The record must outlive it.
-    ClientInstance(const audio_effect_library_t& library, const effect_uuid_s& uuid);
-    explicit ClientInstance(const audio_effect_library_t& library);
+    // The record must outlive it.
+    explicit ClientInstance(const audio_effect_library_t& library,
+                            const effect_uuid_s& uuid = kOrvaneUuid);
     // Owns an instance that was created elsewhere.
     ClientInstance(const audio_effect_library_t& library, effect_handle_t created)
         : handle(created), record(&library) {}

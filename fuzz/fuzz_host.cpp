@@ -45,8 +45,6 @@ bool DataFileExists(const char*) {
 
 namespace {
 
-constexpr effect_uuid_s kUuid = {
-    0xd92c3a90, 0x3e26, 0x11e2, 0xa25f, {0x08, 0x00, 0x20, 0x0c, 0x9a, 0x66}};
 constexpr uint8_t kUntouched = 0xA5;
 constexpr uint32_t kMaxFrames = 5000;
 constexpr uint32_t kFramesPerInput = 8000;  // some 20 ms of the sanitized library
@@ -100,7 +98,7 @@ struct Model {
 struct Session {
     void Create(FuzzInput& input) {
         Release();
-        effect_uuid_s uuid = kUuid;
+        effect_uuid_s uuid = kOrvaneUuid;
         const unsigned choice = input.Take<uint8_t>(), spoiled = choice & 127U;
         markerIsThere = (choice & 128U) != 0;
         if (spoiled != 0) reinterpret_cast<uint8_t*>(&uuid)[spoiled % sizeof uuid] ^= 1U;
@@ -149,7 +147,7 @@ struct Session {
                     std::min<size_t>(readable, offsetof(ParameterCommand, bytes)));
         int32_t status = kStatusOk;
         uint32_t written = offered >= kStatusReply ? kStatusReply : 0;
-        uint32_t expectedSize = written != 0 ? replyBytes : 0;
+        uint32_t expectedSize = written;
         if (code == EFFECT_CMD_GET_PARAM) {
             const bool whole = readable >= 16 && parameter.header.psize == 4 &&
                                parameter.id >= PARAM_GET_VERSION &&
@@ -233,7 +231,7 @@ struct Session {
         uint32_t effects = 0;
         Demand(EffectQueryNumberEffects(&effects) == kStatusOk && effects == 1, "one effect");
         Demand(EffectQueryEffect(0, &listed) == kStatusOk &&
-                   EffectGetDescriptor(&kUuid, &found) == kStatusOk &&
+                   EffectGetDescriptor(&kOrvaneUuid, &found) == kStatusOk &&
                    (*handle)->get_descriptor(handle, &own) == kStatusOk &&
                    std::memcmp(&listed, &found, sizeof found) == 0 &&
                    std::memcmp(&listed, &own, sizeof own) == 0,
@@ -243,8 +241,8 @@ struct Session {
         audio_buffer_s one = {1, sample}, two = {2, sample};
         for (const int32_t status :
              {EffectQueryEffect(0, nullptr), EffectGetDescriptor(nullptr, &found),
-              EffectGetDescriptor(&kUuid, nullptr), EffectCreate(nullptr, 0, 0, &handle),
-              EffectCreate(&kUuid, 0, 0, nullptr), EffectRelease(nullptr),
+              EffectGetDescriptor(&kOrvaneUuid, nullptr), EffectCreate(nullptr, 0, 0, &handle),
+              EffectCreate(&kOrvaneUuid, 0, 0, nullptr), EffectRelease(nullptr),
               table.get_descriptor(handle, nullptr), table.process(nullptr, &one, &one),
               table.process(handle, &one, &two), table.process(handle, &one, nullptr),
               table.command(nullptr, 0, 0, nullptr, nullptr, nullptr)})

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "client/instance.h"
+#include "host/identity.h"
 #include "signals.h"
 #include "unit/parameters.h"
 
@@ -27,9 +28,6 @@ inline const audio_effect_library_t& LoadedLibrary() {
     return *static_cast<const audio_effect_library_t*>(symbol);
 }
 
-constexpr effect_uuid_s kOrvaneUuid = {
-    0xd92c3a90, 0x3e26, 0x11e2, 0xa25f, {0x08, 0x00, 0x20, 0x0c, 0x9a, 0x66}};
-
 // Uniform in [-amplitude, amplitude], interleaved or not.
 inline std::vector<int16_t> NoiseSamples(size_t count, int amplitude, unsigned seed = 1) {
     return Noise<int16_t>(count, amplitude + 1, seed);
@@ -38,9 +36,8 @@ inline std::vector<int16_t> NoiseSamples(size_t count, int amplitude, unsigned s
 // An instance of the library under test, unless another one is named.
 class Instance : public ClientInstance {
 public:
-    // Asks for the effect by its identifier: looking it up would show in the log.
     explicit Instance(const audio_effect_library_t& library = LoadedLibrary())
-        : ClientInstance(library, kOrvaneUuid) {
+        : ClientInstance(library) {
         if (handle == nullptr) std::abort();
     }
     explicit Instance(effect_handle_t created) : ClientInstance(LoadedLibrary(), created) {}

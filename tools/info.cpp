@@ -6,14 +6,10 @@
 
 #include "client/instance.h"
 #include "client/settings_text.h"
+#include "host/identity.h"
 #include "tools/stderr_silencer.h"
 
 namespace {
-
-constexpr effect_uuid_s kNormalType = {
-    0xaa48cf24, 0x9ae1, 0x4045, 0xacb9, {0x4f, 0xe1, 0xe1, 0x56, 0x47, 0x5b}};
-constexpr effect_uuid_s kBassBoostType = {
-    0x0634f220, 0xddd4, 0x11db, 0xa0fc, {0x00, 0x02, 0xa5, 0xd5, 0xc5, 0x1b}};
 
 template <typename... Values>
 std::string Format(const char* format, Values... values) {
@@ -33,7 +29,7 @@ bool Same(const effect_uuid_s& a, const effect_uuid_s& b) {
 }
 
 const char* TypeText(const effect_uuid_s& type) {
-    if (Same(type, kNormalType)) return "normal mode";
+    if (Same(type, kOrvaneType)) return "normal mode";
     if (Same(type, kBassBoostType)) return "safe mode: the platform's bass boost";
     return "unknown type";
 }
