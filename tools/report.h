@@ -23,6 +23,7 @@ struct Report {
     Loudness before, after;
     double speed;  // seconds of audio per second
     std::vector<std::string> notes;
+    std::string missing;  // what could not be made beside the audio, and why; "" if all was
 };
 
 // Several lines, each with its line end.
