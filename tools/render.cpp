@@ -173,9 +173,16 @@ Report Render(const RenderJob& job, const EffectLibrary& library) {
     if (reader.Frames() && report.frames < *reader.Frames())
         report.notes.push_back(job.input + " ends early: " + std::to_string(report.frames) +
                                " of " + std::to_string(*reader.Frames()) + " frames");
+    else if (const auto data = reader.Data(); data && data->present < data->promised)
+        report.notes.push_back(job.input + " ends early: " + std::to_string(data->present) +
+                               " of " + std::to_string(data->promised) + " bytes of audio");
     report.before = source.Measured();
     report.after = sink.Measured();
     report.clippedIn = source.Clipped();
+    report.notNumbers = source.NotNumbers();
+    if (report.notNumbers > 0)
+        report.notes.push_back("samples on the way in that are no numbers, taken for silence: " +
+                               std::to_string(report.notNumbers));
     report.clippedOut = sink.Clipped();
 
     writer->Commit();
