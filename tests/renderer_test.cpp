@@ -227,6 +227,7 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
     Write("low.wav", sine, 22050, 2);
     std::ofstream("old.wav") << "old";
     fs::create_directory("sub");
+    fs::create_hard_link("in.wav", "sub/in");
     fs::create_symlink("new.png", "link.wav");
     const auto files = FilesHere() + 2;  // out and err
     std::istringstream lines(
@@ -234,7 +235,7 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
         "1 in.wav new.wav --picture old.wav; 1 - new.wav; 1 in.wav new.wav --library in.wav; "
         "1 low.wav new.wav --strict-rate; 1 - - --picture new.png <in.wav >&-; "
         "2 in.wav a.wav --picture ./a.wav; 2 in.wav a.wav --picture sub/../a.wav; "
-        "2 in.wav link.wav -f --picture new.png; 2 in.wav new.wav -f --picture in.wav; "
+        "2 in.wav link.wav -f --picture new.png; 2 in.wav a.wav -f --picture sub/in; "
         "2 - a.wav -f <in.wav --picture in.wav; 2 in.wav new.doc; 2 in.wav - --json; "
         "2 in.wav new.wav --ratio 11; 2 in.wav new.wav --eq 10=0.5; "
         "2 in.wav new.wav --eq 0=0.1,1; 2 in.wav new.wav --enhancer=perhaps; "
