@@ -136,6 +136,14 @@ TEST_F(Renderer, GivesTheBitsOfTheLibraryHoweverTheInputArrives) {
         ASSERT_EQ(result.size(), size_t{30} * 2 * 777 + size_t{2} * (893 + 777)) << line;
         EXPECT_TRUE(std::equal(result.begin(), result.end(), expected.begin())) << line;
     }
+    // Saved and read back; the first wrong line is told.
+    EXPECT_EQ(Shell("$ORVANE render in.wav --save sound" + options +
+                    " out.wav && $ORVANE render"
+                    " in.wav again.wav --keep-delay --buffer 777 --preset sound"
+                    " && cmp out.wav again.wav && echo ratio = 11 >>sound"
+                    " && ! $ORVANE render in.wav no.wav --preset ./sound && grep ./sound:11: err"),
+              0)
+        << Slurp("err");
 }
 
 TEST_F(Renderer, WritesTheFormatOfTheEndingAtTheRateAndLengthOfTheInput) {
@@ -239,7 +247,10 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
         "2 - a.wav -f <in.wav --picture in.wav; 2 in.wav new.doc; 2 in.wav - --json; "
         "2 in.wav new.wav --ratio 11; 2 in.wav new.wav --eq 10=0.5; "
         "2 in.wav new.wav --eq 0=0.1,1; 2 in.wav new.wav --enhancer=perhaps; "
-        "2 in.wav new.wav --preset none; 2 in.wav new.wav --buffer 0");
+        "2 in.wav new.wav --preset none; 2 in.wav new.wav --buffer 0; "
+        "2 in.wav new.wav --preset sub/none; 2 in.wav new.wav --preset old.wav; "
+        "2 in.wav new.wav --save ./new.wav; 2 in.wav new.wav -f --save sub/in; "
+        "1 in.wav new.wav --save old.wav");
     for (std::string line; std::getline(lines >> std::ws, line, ';');) {
         EXPECT_EQ(Shell("cat in.flac | PATH=/ $ORVANE render " + line.substr(1)), line[0] - '0')
             << line;
