@@ -10,7 +10,7 @@
 
 #include "bench/music.h"
 #include "host/library.h"
-#include "tests/framework_client.h"
+#include "tests/library_under_test.h"
 
 int main(int argc, char** argv) {
     const long frames = argc == 3 ? std::strtol(argv[1], nullptr, 10) : 0;

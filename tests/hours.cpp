@@ -24,7 +24,7 @@
 #include <string>
 
 #include "effects/fir_equalizer.h"
-#include "tests/framework_client.h"
+#include "tests/library_under_test.h"
 #include "tests/muted_log.h"
 
 namespace {

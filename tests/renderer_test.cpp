@@ -12,7 +12,7 @@
 #include <sndfile.hh>
 #include <sstream>
 
-#include "tests/framework_client.h"
+#include "tests/library_under_test.h"
 
 namespace {
 
