@@ -1,12 +1,17 @@
 #!/usr/bin/env python3
-"""Writes the first inputs of the boundary's fuzz target.
+"""Packs and unpacks the fuzz targets' kept inputs, and writes the first ones of the boundary's.
 
-usage: make_corpus.py SCENARIO... FOLDER
+    corpus.py unpack CORPUS.txt FOLDER        a file for each input
+    corpus.py pack FOLDER... CORPUS.txt       the other way
+    corpus.py scenarios SCENARIO... FOLDER    first inputs
 
-FOLDER gets the recorded scenarios (tests/data/runs/*.txt), long stretches of equal buffers cut to a
-few so that an input runs in milliseconds, and one with a refusal; the byte form is described in the
-target. All other inputs of the corpus were found by fuzzing, or hold settings that aren't numbers.
+A packed corpus is text: a line of hexadecimal digits for each input, in the order of the lines, and
+no input twice. `scenarios` gives FOLDER the recorded scenarios (tests/data/runs/*.txt), long
+stretches of equal buffers cut to a few so that an input runs in milliseconds, and one with a
+refusal; the byte form is described in the target. Everything else was found by fuzzing, or holds
+settings that aren't numbers.
 """
+import hashlib
 import pathlib
 import struct
 import sys
@@ -70,11 +75,37 @@ REFUSED = (
     + bytes([5, 0, 128, 5, 3])
 )
 
-def main():
-    *scenarios, folder = map(pathlib.Path, sys.argv[1:])
-    for path in scenarios:
+
+def unpack(corpus, folder):
+    for line in corpus.read_text().split():
+        data = bytes.fromhex(line)
+        (folder / hashlib.sha1(data).hexdigest()).write_bytes(data)
+
+
+def pack(*folders, corpus):
+    inputs = {path.read_bytes().hex() for folder in folders for path in folder.iterdir()}
+    corpus.write_text("".join(line + "\n" for line in sorted(inputs)))
+
+
+def scenarios(*files, folder):
+    for path in files:
         (folder / path.stem).write_bytes(convert(path.read_text()))
     (folder / "refused").write_bytes(REFUSED)
+
+
+def main():
+    verb, *paths = sys.argv[1:] or [""]
+    *sources, target = map(pathlib.Path, paths or ["."])
+    if verb not in ("unpack", "pack", "scenarios") or not sources:
+        sys.exit(__doc__)
+    if verb == "pack":
+        pack(*sources, corpus=target)
+        return
+    target.mkdir(parents=True, exist_ok=True)
+    if verb == "unpack":
+        unpack(*sources, target)
+    else:
+        scenarios(*sources, folder=target)
 
 
 main()
