@@ -150,7 +150,7 @@ struct Session {
         std::memcpy(&parameter, block.data(), std::min<size_t>(readable, sizeof parameter));
         int32_t status = kStatusOk;
         uint32_t written = offered >= kStatusReply ? kStatusReply : 0;
-        uint32_t expectedSize = written != 0 ? replyBytes : 0;
+        uint32_t expectedSize = written;
         if (code == EFFECT_CMD_GET_PARAM) {
             const bool whole = readable >= 16 && parameter.psize == 4 &&
                                parameter.id >= PARAM_GET_VERSION &&

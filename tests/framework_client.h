@@ -8,6 +8,7 @@
 #include <initializer_list>
 #include <vector>
 
+#include "host/identity.h"
 #include "platform/effect_api.h"
 #include "signals.h"
 #include "unit/parameters.h"
@@ -27,9 +28,6 @@ inline const audio_effect_library_t& LoadedLibrary() {
     if (symbol == nullptr) std::abort();
     return *static_cast<const audio_effect_library_t*>(symbol);
 }
-
-constexpr effect_uuid_s kOrvaneUuid = {
-    0xd92c3a90, 0x3e26, 0x11e2, 0xa25f, {0x08, 0x00, 0x20, 0x0c, 0x9a, 0x66}};
 
 inline effect_config_t MakeConfig(uint32_t rate, uint32_t channels) {
     buffer_config_t side = {};

@@ -1,5 +1,6 @@
 #include "tools/audio_reader.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -45,11 +46,18 @@ AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard
         // The MP3 decoder says on standard error what it thinks of a file.
         const StderrSilencer silencer;
         if (path == "-") {
-            piped = lseek(STDIN_FILENO, 0, SEEK_CUR) < 0;
+            const off_t start = lseek(STDIN_FILENO, 0, SEEK_CUR);
+            piped = start < 0;
+            if (!piped) dataSize = ReadDataSize(STDIN_FILENO, start);
             file.reset(sf_open_fd(STDIN_FILENO, SFM_READ, &info, SF_FALSE));
         } else {
             piped = std::filesystem::is_fifo(path, ignored);
             file.reset(sf_open(path.c_str(), SFM_READ, &info));
+            if (!piped) {
+                const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+                dataSize = ReadDataSize(fd, 0);
+                close(fd);
+            }
         }
     }
     if (file == nullptr) {
@@ -92,6 +100,9 @@ std::span<const float> AudioReader::Read() {
     const auto count = static_cast<size_t>(std::max<sf_count_t>(frames, 0)) * Channels();
     const std::span<float> samples(block.data(), count);
     for (float& sample : samples)
-        if (!std::isfinite(sample)) sample = 0;
+        if (!std::isfinite(sample)) {
+            sample = 0;
+            ++notNumbers;
+        }
     return samples;
 }

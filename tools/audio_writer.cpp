@@ -1,5 +1,6 @@
 #include "tools/audio_writer.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include "tools/failure.h"
 #include "tools/output_file.h"
 #include "tools/sndfile_handle.h"
+#include "tools/whole_write.h"
 
 namespace {
 
@@ -33,6 +35,35 @@ constexpr Ending kEndings[] = {
     {".rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
 };
 
+// What libsndfile writes through. It returns success from some formats although a write failed, so
+// the first error is kept here; after it nothing more is written.
+struct NotedFile {
+    int fd;
+    int error = 0;  // errno
+
+    static sf_count_t Length(void* self) {
+        struct stat status {};
+        return fstat(Of(self).fd, &status) == 0 ? status.st_size : -1;
+    }
+    static sf_count_t Seek(sf_count_t offset, int whence, void* self) {
+        const off_t at = lseek(Of(self).fd, offset, whence);
+        if (at < 0) Of(self).Note(errno);
+        return at;
+    }
+    static sf_count_t Write(const void* bytes, sf_count_t size, void* self) {
+        NotedFile& file = Of(self);
+        if (file.error == 0) file.Note(WriteAll(file.fd, bytes, static_cast<size_t>(size)));
+        return file.error == 0 ? size : 0;
+    }
+    static sf_count_t Tell(void* self) { return lseek(Of(self).fd, 0, SEEK_CUR); }
+
+private:
+    static NotedFile& Of(void* self) { return *static_cast<NotedFile*>(self); }
+    void Note(int newError) {
+        if (error == 0) error = newError;
+    }
+};
+
 // A WAV header holds its length in 32 bits; this leaves room for the other chunks.
 constexpr uint64_t kMostWavBytes = 0xFFF00000;
 
@@ -40,7 +71,7 @@ class FileWriter : public AudioWriter {
 public:
     FileWriter(const std::string& path, bool overwrite, const AudioFormat& format,
                const std::vector<Tag>& tags)
-        : name(path), output(path, overwrite) {
+        : name(path), output(path, overwrite), target{output.Descriptor()} {
         info.samplerate = static_cast<int>(format.rateHz);
         info.channels = static_cast<int>(format.channels);
         info.format = OutputFormat(path).SndfileFormat();
@@ -48,27 +79,38 @@ public:
         const bool fits =
             format.frames && *format.frames < kMostWavBytes / (2 * uint64_t{format.channels});
         if (isWav && !fits) info.format = SF_FORMAT_RF64 | SF_FORMAT_PCM_16;
-        file.reset(sf_open(output.TemporaryPath().c_str(), SFM_WRITE, &info));
-        if (file == nullptr) throw Failure(name + " cannot be written: " + sf_strerror(nullptr));
+        SF_VIRTUAL_IO through{NotedFile::Length, NotedFile::Seek, nullptr, NotedFile::Write,
+                              NotedFile::Tell};
+        file.reset(sf_open_virtual(&through, SFM_WRITE, &info, &target));
+        if (file == nullptr) Refuse(sf_error(nullptr));
         if (isWav && !fits) sf_command(file.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
         WriteTags(file.get(), tags);
     }
 
     void Write(std::span<const int16_t> samples) override {
         const auto count = static_cast<sf_count_t>(samples.size());
-        if (sf_write_short(file.get(), samples.data(), count) != count)
-            throw Failure(name + " cannot be written: " + sf_strerror(file.get()));
+        if (sf_write_short(file.get(), samples.data(), count) != count || target.error != 0)
+            Refuse(sf_error(file.get()));
     }
 
     void Commit() override {
         const int result = sf_close(file.release());
-        if (result != 0) throw Failure(name + " cannot be written: " + sf_error_number(result));
+        if (result != 0 || target.error != 0) Refuse(result);
         output.Commit();
     }
 
 private:
+    // libsndfile is asked only where the disk has nothing to say: after a failed write its codes
+    // may mean nothing, and then it prints that.
+    [[noreturn]] void Refuse(int sndfileError) const {
+        throw Failure(
+            name + " cannot be written: " +
+            (target.error != 0 ? std::strerror(target.error) : sf_error_number(sndfileError)));
+    }
+
     std::string name;
     OutputFile output;  // outlives the handle on it
+    NotedFile target;   // likewise
     SF_INFO info{};
     SndfileHandle file;
 };
@@ -97,27 +139,14 @@ public:
         put(uint16_t{16});
         header += "data";
         put(kOpen);
-        WriteBytes(header.data(), header.size());
+        WriteToStandardOutput(header.data(), header.size());
     }
 
     void Write(std::span<const int16_t> samples) override {
-        WriteBytes(reinterpret_cast<const char*>(samples.data()), samples.size_bytes());
+        WriteToStandardOutput(samples.data(), samples.size_bytes());
     }
 
     void Commit() override {}
-
-private:
-    static void WriteBytes(const char* bytes, size_t size) {
-        while (size > 0) {
-            const ssize_t written = write(STDOUT_FILENO, bytes, size);
-            if (written < 0 && errno == EINTR) continue;
-            if (written < 0)
-                throw Failure(std::string("standard output cannot be written: ") +
-                              std::strerror(errno));
-            bytes += written;
-            size -= static_cast<size_t>(written);
-        }
-    }
 };
 
 }  // namespace

@@ -1,17 +1,18 @@
 #include "tools/gnuplot.h"
 
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <sstream>
+#include <string_view>
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every libc declares it
 
@@ -65,6 +66,15 @@ struct CloseFile {
 };
 using File = std::unique_ptr<FILE, CloseFile>;
 
+// gnuplot doesn't notice a full disk: the end of a PNG file tells.
+bool IsWholePng(FILE* picture) {
+    constexpr std::string_view kEnd("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
+    std::array<char, kEnd.size()> end{};
+    return fseek(picture, -static_cast<long>(end.size()), SEEK_END) == 0 &&
+           fread(end.data(), 1, end.size(), picture) == end.size() &&
+           std::string_view(end.data(), end.size()) == kEnd;
+}
+
 // Runs gnuplot with these files as its input, output and errors. Returns a reason, or nothing.
 std::string Spawn(FILE* script, FILE* picture, FILE* messages) {
     posix_spawn_file_actions_t actions;
@@ -83,11 +93,9 @@ std::string Spawn(FILE* script, FILE* picture, FILE* messages) {
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    struct stat written = {};
-    fstat(fileno(picture), &written);
-    if (status == 0 && written.st_size > 0) return "";
+    if (status == 0 && IsWholePng(picture)) return "";
     // The message is the last line that says something.
-    std::string message = "gnuplot failed";
+    std::string message = status == 0 ? "the file is incomplete" : "gnuplot failed";
     rewind(messages);
     char line[512];
     while (fgets(line, sizeof line, messages)) {
@@ -109,7 +117,7 @@ std::string GnuplotText(const std::string& text) {
         else if (bytes == 1 && static_cast<unsigned char>(text[at]) < ' ')
             quoted += ' ';
         else if (text[at] == '\'')
-            quoted += "''";
+            quoted += at == 0 ? "\u2019" : "''";  // gnuplot ends a text that begins with two
         else
             quoted += text.substr(at, bytes);
         at += std::max<size_t>(bytes, 1);
@@ -203,7 +211,7 @@ std::string GnuplotValueAxis(const GnuplotAxis& axis, std::vector<double> values
 }
 
 bool RunGnuplot(const std::string& script, const std::string& pngPath, std::string* error) {
-    const File picture(fopen(pngPath.c_str(), "wb"));
+    const File picture(fopen(pngPath.c_str(), "w+be"));
     if (!picture) {
         *error = std::strerror(errno);
         return false;

@@ -16,7 +16,7 @@ inline constexpr const char* kInk = "#303030";
 inline constexpr const char* kGrey = "#808080";  // the zero line and the frame
 
 // The text as a string constant of the language: one line, nothing in it has a meaning, bytes that
-// are not UTF-8 become question marks.
+// are not UTF-8 become question marks, an apostrophe in front the typographic one.
 std::string GnuplotText(const std::string& text);
 
 // A block of rows that plots read under its name, which starts with '$'. All columns have the same

@@ -37,7 +37,7 @@ const char* TypeText(const effect_uuid_s& type) {
 }
 
 std::string OptionText(const Parameter& parameter) {
-    return *parameter.option == '\0' ? "" : std::string("--") + parameter.option;
+    return *parameter.key == '\0' ? "" : std::string("--") + parameter.key;
 }
 
 // What one value looks like on the wire.

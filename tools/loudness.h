@@ -6,20 +6,21 @@
 #include <memory>
 #include <span>
 
-struct Loudness {
+struct Loudness {           // NaN: not measured
     double integratedLufs;  // -infinity if silent or shorter than 0.4 s
     double truePeakDb;      // dB over full scale, of the louder channel; -infinity if silent
 };
 
 class LoudnessMeter {
 public:
-    // on: false measures nothing (the true peak costs as much as the chain).
+    // on: false measures nothing (the true peak costs as much as the chain). Nor is anything
+    // measured at a rate that the meter doesn't take.
     LoudnessMeter(uint32_t channelCount, uint32_t rateHz, bool on);
 
     // Interleaved samples, whole frames.
     void Add(std::span<const float> samples);
     void Add(std::span<const int16_t> samples);
-    // NaN when off.
+    // NaN where nothing was measured.
     Loudness Result() const;
 
 private:

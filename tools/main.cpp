@@ -1,10 +1,12 @@
 // orvane: runs audio files through the effect library as the framework would.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <sstream>
 #include <stdexcept>
 
 #include "tools/failure.h"
@@ -12,6 +14,7 @@
 #include "tools/output_file.h"
 #include "tools/render.h"
 #include "tools/settings_options.h"
+#include "tools/whole_write.h"
 
 namespace {
 
@@ -22,7 +25,7 @@ void AddPresetListTo(CLI::App& command) {
     command.add_flag_callback(
         "--list-presets",
         [] {
-            std::fputs(PresetList().c_str(), stdout);
+            PrintToStandardOutput(PresetList());
             throw CLI::Success();  // before anything that is missing is missed
         },
         "print the presets");
@@ -95,9 +98,10 @@ void RunRender(const CommonOptions& common, RenderJob job, bool json) {
     Report report = Render(job, library);
     for (const std::string& line : common.settings.Idle()) report.notes.push_back(line);
     if (json)
-        std::fputs(JsonOf(report).c_str(), stdout);
+        PrintToStandardOutput(JsonOf(report));
     else if (!common.quiet)
         std::fputs(TextOf(report).c_str(), stderr);
+    if (!report.missing.empty()) throw Failure(report.missing + "; the audio is complete");
 }
 
 int Run(int argc, char** argv) {
@@ -153,7 +157,10 @@ int Run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
-        return app.exit(success);
+        std::ostringstream text;
+        const int status = app.exit(success, text, text);
+        PrintToStandardOutput(text.str());
+        return status;
     } catch (const CLI::ParseError& error) {
         throw UsageError(error.what());
     } catch (const std::invalid_argument& error) {  // CLI11's for what a switch can't be
@@ -161,11 +168,11 @@ int Run(int argc, char** argv) {
     }
     if (info->parsed()) {
         if (markdown) {
-            std::fputs(ParameterMarkdown().c_str(), stdout);
+            PrintToStandardOutput(ParameterMarkdown());
             return 0;
         }
         const std::string path = FindLibrary(common.library);
-        std::fputs(LibraryInfo(path, EffectLibrary(path, common.log)).c_str(), stdout);
+        PrintToStandardOutput(LibraryInfo(path, EffectLibrary(path, common.log)));
         return 0;
     }
     job.settings = common.settings.Resolve();
@@ -189,9 +196,17 @@ int Run(int argc, char** argv) {
     return 0;
 }
 
+// A caller may have closed the standard streams. Then the next file opened would take the place of
+// one, and what is said there would end up in the audio; so what can only fail stands there.
+void OccupyStandardStreams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(fd, F_GETFD) < 0) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    OccupyStandardStreams();
     RemoveTemporariesOnSignals();
     try {
         return Run(argc, argv);

@@ -19,6 +19,8 @@ public:
     bool Dithers() const { return dithers; }
     uint64_t FramesRead() const { return framesRead; }  // at the file's rate
     uint64_t Clipped() const { return quantizer.Clipped(); }
+    // Samples taken for silence: of the file, and those that became none in resampling.
+    uint64_t NotNumbers() const { return reader.NotNumbers() + quantizer.NotNumbers(); }
     Loudness Measured() const { return meter.Result(); }
 
 private:

@@ -11,7 +11,11 @@ double Quantizer::Noise() {
 
 void Quantizer::Process(std::span<const float> in, std::vector<int16_t>* out) {
     out->reserve(out->size() + in.size());
-    for (const float sample : in) {
+    for (float sample : in) {
+        if (!std::isfinite(sample)) {
+            ++notNumbers;
+            sample = 0;
+        }
         if (std::abs(sample) > 1.0f) ++clipped;
         const double scaled = 32768.0 * sample + (dither ? Noise() : 0.0);
         out->push_back(

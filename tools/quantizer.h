@@ -9,7 +9,7 @@
 // over +-1 (the difference of two uniform numbers), which leaves of the rounding an even noise
 // instead of distortion: S. P. Lipshitz, R. A. Wannamaker and J. Vanderkooy, "Quantization and
 // Dither: A Theoretical Survey", JAES 40 (1992). The same noise in every run. Without dither, what
-// was 16 bits comes back to the bit.
+// was 16 bits comes back to the bit. An x that is no number, or infinite, is taken for silence.
 class Quantizer {
 public:
     explicit Quantizer(bool dithered) : dither(dithered) {}
@@ -19,11 +19,13 @@ public:
 
     // Samples beyond full scale so far.
     uint64_t Clipped() const { return clipped; }
+    // Samples taken for silence so far.
+    uint64_t NotNumbers() const { return notNumbers; }
 
 private:
     double Noise();
 
     bool dither;
     std::minstd_rand random;
-    uint64_t clipped = 0;
+    uint64_t clipped = 0, notNumbers = 0;
 };

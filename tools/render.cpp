@@ -1,6 +1,8 @@
 #include "tools/render.h"
 
+#include <exception>
 #include <filesystem>
+#include <new>
 #include <optional>
 
 #include "tools/audio_reader.h"
@@ -72,6 +74,13 @@ std::vector<float> Floats(const std::vector<int16_t>& pcm) {
     return floats;
 }
 
+// A picture in the place of the audio would cost it. `stream`: what "-" stands for.
+void CheckPicture(const std::string& picture, const char* role, const std::string& audio,
+                  const char* stream) {
+    if (audio == picture || AreOneFile(audio == "-" ? stream : audio, picture))
+        throw UsageError(std::string(role) + " and the picture are the same file");
+}
+
 // Draws onto a temporary file; the caller commits it.
 void Draw(const RenderJob& job, const EffectLibrary& library, const ChainFormat& format,
           const std::string& title, const std::vector<int16_t>& pcm, const OutputFile& png) {
@@ -101,9 +110,12 @@ Report Render(const RenderJob& job, const EffectLibrary& library) {
     report.settings = job.settings;
     report.bufferFrames = job.bufferFrames;
     const OutputFormat outputFormat(job.output);
-    if (job.output == job.picture) throw UsageError("OUT and --picture are the same file");
+    if (!job.picture.empty()) {
+        CheckPicture(job.picture, "IN", job.input, "/dev/stdin");
+        CheckPicture(job.picture, "OUT", job.output, "/dev/stdout");
+        OutputFile::CheckName(job.picture, job.overwrite);
+    }
     if (job.output != "-") OutputFile::CheckName(job.output, job.overwrite);
-    if (!job.picture.empty()) OutputFile::CheckName(job.picture, job.overwrite);
 
     AudioReader reader(job.input);
     CheckChannels(job.input, reader);
@@ -131,13 +143,20 @@ Report Render(const RenderJob& job, const EffectLibrary& library) {
                  job.measure);
 
     std::vector<int16_t> pcm, processed, whole;
+    const std::string noMemory = job.picture + " cannot be drawn: not enough memory";
     {
         Progress progress(job.showProgress, report.rateHz, reader.Frames());
         while (source.Read(&pcm)) {
             processed.clear();
             chain.Process(pcm, &processed);
             sink.Write(processed);
-            if (png) whole.insert(whole.end(), pcm.begin(), pcm.end());
+            try {
+                if (png) whole.insert(whole.end(), pcm.begin(), pcm.end());
+            } catch (const std::bad_alloc&) {
+                png.reset();
+                whole = {};
+                report.missing = noMemory;
+            }
             progress.Update(source.FramesRead());
         }
         processed.clear();
@@ -154,18 +173,33 @@ Report Render(const RenderJob& job, const EffectLibrary& library) {
     if (reader.Frames() && report.frames < *reader.Frames())
         report.notes.push_back(job.input + " ends early: " + std::to_string(report.frames) +
                                " of " + std::to_string(*reader.Frames()) + " frames");
+    else if (const auto data = reader.Data(); data && data->present < data->promised)
+        report.notes.push_back(job.input + " ends early: " + std::to_string(data->present) +
+                               " of " + std::to_string(data->promised) + " bytes of audio");
     report.before = source.Measured();
     report.after = sink.Measured();
     report.clippedIn = source.Clipped();
+    report.notNumbers = source.NotNumbers();
+    if (report.notNumbers > 0)
+        report.notes.push_back("samples on the way in that are no numbers, taken for silence: " +
+                               std::to_string(report.notNumbers));
     report.clippedOut = sink.Clipped();
 
-    if (png) Draw(job, library, format, TitleOf(job.input, reader), whole, *png);
     writer->Commit();
-    if (png) png->Commit();
+    if (!png) return report;
+    try {
+        Draw(job, library, format, TitleOf(job.input, reader), whole, *png);
+        png->Commit();
+    } catch (const std::bad_alloc&) {
+        report.missing = noMemory;
+    } catch (const std::exception& error) {
+        report.missing = error.what();
+    }
     return report;
 }
 
 void DrawPictureOf(const RenderJob& job, const EffectLibrary& library) {
+    CheckPicture(job.picture, "IN", job.input, "/dev/stdin");
     OutputFile::CheckName(job.picture, job.overwrite);
     AudioReader reader(job.input);
     CheckChannels(job.input, reader);

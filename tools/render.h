@@ -22,7 +22,8 @@ struct RenderJob {
     bool measure = true;  // loudness and true peak, for the report
 };
 
-// Throws Failure or UsageError; then no output exists that did not exist before.
+// Throws Failure or UsageError; then no output exists that did not exist before. A picture that
+// cannot be drawn costs the picture alone: the report says what is missing.
 Report Render(const RenderJob& job, const EffectLibrary& library);
 
 // Draws job.input before and after the chain onto job.picture; job.output is not used.

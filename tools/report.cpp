@@ -18,6 +18,15 @@ std::string Count(uint64_t count, const char* noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
+// The unit stands with the first that was measured.
+std::string Levels(double before, double after, const char* unit) {
+    const auto text = [](double level, const char* unitOf) {
+        return std::isnan(level) ? "not measured" : Format("%.1f%s", level, unitOf);
+    };
+    return text(before, unit) + " before, " + text(after, std::isnan(before) ? unit : "") +
+           " after";
+}
+
 nlohmann::json LevelJson(double level) {
     if (!std::isfinite(level)) return nullptr;
     return level;
@@ -39,9 +48,8 @@ std::string TextOf(const Report& report) {
             Format(" (%.1f ms) ", 1000.0 * report.delayFrames / report.chainRateHz) +
             (report.delayRemoved ? "removed\n" : "kept\n");
     text +=
-        Format("  loudness %.1f LUFS before, %.1f after; true peak %.1f dB before, %.1f after\n",
-               report.before.integratedLufs, report.after.integratedLufs, report.before.truePeakDb,
-               report.after.truePeakDb);
+        "  loudness " + Levels(report.before.integratedLufs, report.after.integratedLufs, " LUFS") +
+        "; true peak " + Levels(report.before.truePeakDb, report.after.truePeakDb, " dB") + "\n";
     text += "  clipped  " + Count(report.clippedIn, "sample") + " on the way in";
     if (report.clippedOut > 0) text += ", " + std::to_string(report.clippedOut) + " on the way out";
     text += report.dithered ? "; dithered to 16 bits\n" : "\n";
@@ -53,12 +61,12 @@ std::string TextOf(const Report& report) {
 std::string JsonOf(const Report& report) {
     nlohmann::ordered_json settings;
     for (const Parameter& parameter : kParameters)
-        if (*parameter.option != '\0' && parameter.kind == ParameterKind::kSwitch)
-            settings[parameter.option] = report.settings.Get(parameter.id) != 0;
+        if (*parameter.key != '\0' && parameter.kind == ParameterKind::kSwitch)
+            settings[parameter.key] = report.settings.Get(parameter.id) != 0;
         else if (parameter.id == PARAM_EQUALIZER_BANDLEVEL)
-            settings[parameter.option] = report.settings.Levels();
-        else if (*parameter.option != '\0')
-            settings[parameter.option] = report.settings.Get(parameter.id);
+            settings[parameter.key] = report.settings.Levels();
+        else if (*parameter.key != '\0')
+            settings[parameter.key] = report.settings.Get(parameter.id);
     const nlohmann::ordered_json json = {
         {"input", report.input},
         {"output", report.output},
@@ -76,6 +84,7 @@ std::string JsonOf(const Report& report) {
         {"dithered", report.dithered},
         {"clippedIn", report.clippedIn},
         {"clippedOut", report.clippedOut},
+        {"notNumbers", report.notNumbers},
         {"loudnessLufs",
          {{"before", LevelJson(report.before.integratedLufs)},
           {"after", LevelJson(report.after.integratedLufs)}}},

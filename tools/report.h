@@ -19,14 +19,16 @@ struct Report {
     bool delayRemoved;
     bool dithered;
     uint64_t clippedIn;   // samples of the input beyond full scale
+    uint64_t notNumbers;  // samples on the way in that were NaN or infinite, taken for silence
     uint64_t clippedOut;  // samples that resampling the result took beyond full scale
     Loudness before, after;
     double speed;  // seconds of audio per second
     std::vector<std::string> notes;
+    std::string missing;  // what could not be made beside the audio, and why; "" if all was
 };
 
 // Several lines, each with its line end.
 std::string TextOf(const Report& report);
 
-// One JSON object. Levels that are minus infinity are null.
+// One JSON object. Levels that are minus infinity or were not measured are null.
 std::string JsonOf(const Report& report);

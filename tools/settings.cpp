@@ -1,7 +1,6 @@
 #include "tools/settings.h"
 
 #include <algorithm>
-#include <cmath>
 #include <iterator>
 
 #include "tools/failure.h"
@@ -18,21 +17,12 @@ Settings Make(std::initializer_list<std::pair<ParameterId, double>> values,
 
 double InRange(const Parameter& parameter, double value) {
     if (!(value >= parameter.minimum && value <= parameter.maximum))
-        throw UsageError(std::string("--") + parameter.option + " " + NumberText(value) +
+        throw UsageError(std::string("--") + parameter.key + " " + NumberText(value) +
                          " is outside " + RangeText(parameter));
-    return std::round(value * parameter.wireScale) / parameter.wireScale;
-}
-
-int32_t OnWire(const Parameter& parameter, double value) {
-    return static_cast<int32_t>(std::lround(value * parameter.wireScale));
+    return parameter.Sendable(value);
 }
 
 }  // namespace
-
-const Parameter& ParameterOf(ParameterId id) {
-    return *std::find_if(std::begin(kParameters), std::end(kParameters),
-                         [id](const Parameter& parameter) { return parameter.id == id; });
-}
 
 std::string NumberText(double value) {
     std::array<char, 32> text{};
@@ -59,6 +49,8 @@ double Settings::Get(ParameterId id) const {
 }
 
 bool Settings::EqualizerOn() const {
+    const auto given = values.find(PARAM_EQUALIZER_ENABLE);
+    if (given != values.end()) return given->second != 0;
     return std::any_of(levels.begin(), levels.end(), [](double level) { return level != 0; });
 }
 
@@ -66,13 +58,14 @@ std::vector<ParameterWrite> Settings::Writes() const {
     std::vector<ParameterWrite> writes, switches;
     for (const auto& [id, value] : values) {
         const Parameter& parameter = ParameterOf(id);
+        if (id == PARAM_EQUALIZER_ENABLE) continue;
         auto& target = parameter.kind == ParameterKind::kSwitch ? switches : writes;
-        target.push_back({id, {OnWire(parameter, value)}});
+        target.push_back({id, {parameter.OnWire(value)}});
     }
     const Parameter& bandLevel = ParameterOf(PARAM_EQUALIZER_BANDLEVEL);
     for (size_t band = 0; band < kBandCount; ++band)
         writes.push_back(
-            {bandLevel.id, {static_cast<int32_t>(band), OnWire(bandLevel, levels.at(band))}});
+            {bandLevel.id, {static_cast<int32_t>(band), bandLevel.OnWire(levels.at(band))}});
     switches.push_back({PARAM_EQUALIZER_ENABLE, {EqualizerOn() ? 1 : 0}});
     writes.insert(writes.end(), switches.begin(), switches.end());
     return writes;
@@ -84,7 +77,7 @@ std::string Settings::Describe() const {
         text += (text.empty() ? "" : ", ") + part;
     };
     const auto named = [this](ParameterId id) {
-        return std::string(ParameterOf(id).option) + " " + NumberText(Get(id));
+        return std::string(ParameterOf(id).key) + " " + NumberText(Get(id));
     };
     if (PlaybackGainOn())
         add("playback gain (" + named(PARAM_PLAYBACKGAIN_RATIO) + ", " +

@@ -9,11 +9,6 @@
 #include "tools/effect_host.h"
 #include "unit/parameters.h"
 
-constexpr size_t kBandCount = 10;
-
-// The row of the parameter table.
-const Parameter& ParameterOf(ParameterId id);
-
 // Shortest text of a value, at most six significant digits.
 std::string NumberText(double value);
 
@@ -34,7 +29,7 @@ public:
     const std::array<double, kBandCount>& Levels() const { return levels; }
     bool PlaybackGainOn() const { return Get(PARAM_PLAYBACKGAIN_ENABLE) != 0; }
     bool EnhancerOn() const { return Get(PARAM_ENHANCER_ENABLE) != 0; }
-    // The equalizer has no switch of its own: it runs when a band isn't flat.
+    // Without its switch set, the equalizer runs when a band isn't flat.
     bool EqualizerOn() const;
 
     // The commands that bring a new instance to these settings, switches last.

@@ -52,7 +52,7 @@ void SettingsOptions::AddTo(CLI::App& command) {
         ->capture_default_str()
         ->group(group);
     for (const Parameter& parameter : kParameters) {
-        const std::string option = parameter.option;
+        const std::string option = parameter.key;
         if (option.empty()) continue;
         if (parameter.kind == ParameterKind::kSwitch) {
             command
@@ -91,12 +91,10 @@ std::vector<std::string> SettingsOptions::Idle() const {
     const Settings settings = Resolve();
     std::vector<std::string> lines;
     for (const auto& [id, value] : given) {
-        const bool ofGain = id == PARAM_PLAYBACKGAIN_RATIO || id == PARAM_PLAYBACKGAIN_VOLUME ||
-                            id == PARAM_PLAYBACKGAIN_MAXGAIN;
-        const bool ofEnhancer = id == PARAM_ENHANCER_PROCESS || id == PARAM_ENHANCER_LOCONTOUR;
-        if ((ofGain && !settings.PlaybackGainOn()) || (ofEnhancer && !settings.EnhancerOn()))
-            lines.push_back(std::string("--") + ParameterOf(id).option +
-                            " does nothing without --" + (ofGain ? "playback-gain" : "enhancer"));
+        const Parameter& parameter = ParameterOf(id);
+        if (parameter.needs != kNoSwitch && settings.Get(parameter.needs) == 0)
+            lines.push_back(std::string("--") + parameter.key + " does nothing without --" +
+                            ParameterOf(parameter.needs).key);
     }
     return lines;
 }
