@@ -1,8 +1,9 @@
 // Prints what applications must know of the library's numbers, from unit/parameters.h and the
 // library's own descriptor: the regions of the C header, the Java class and the documents that
 // scripts/fill_in.py keeps up to date.
+#include <fmt/format.h>
+
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
@@ -24,13 +25,6 @@ constexpr int kHighestDb = 9;
     std::exit(EXIT_FAILURE);
 }
 
-template <typename... Arguments>
-std::string Format(const char* format, Arguments... arguments) {
-    char text[512];
-    std::snprintf(text, sizeof text, format, arguments...);
-    return text;
-}
-
 bool IsQuery(const Parameter& parameter) {
     return parameter.kind == ParameterKind::kQuery;
 }
@@ -41,14 +35,14 @@ std::string Values(const Parameter& parameter) {
     if (IsQuery(parameter)) return std::string("answers ") + parameter.unit;
     std::string text = "";
     if (parameter.kind == ParameterKind::kBandValue)
-        text = Format("band 0 to %d, then ", kBandCount - 1);
-    text += Format("%g to %g", parameter.minimum, parameter.maximum);
+        text = fmt::format("band 0 to {}, then ", kBandCount - 1);
+    text += fmt::format("{:g} to {:g}", parameter.minimum, parameter.maximum);
     if (parameter.wireScale == 1) return text;
-    if (std::string(parameter.unit) != "1") text += Format(" (%s)", parameter.unit);
-    text += Format(" times %d", parameter.wireScale);
+    if (std::string(parameter.unit) != "1") text += fmt::format(" ({})", parameter.unit);
+    text += fmt::format(" times {}", parameter.wireScale);
     if (!parameter.CanSendDefault())
-        text += Format("; at first %g, which can't be sent: %d is the nearest",
-                       parameter.defaultValue, parameter.OnWire(parameter.defaultValue));
+        text += fmt::format("; at first {:g}, which can't be sent: {} is the nearest",
+                            parameter.defaultValue, parameter.OnWire(parameter.defaultValue));
     return text;
 }
 
@@ -83,9 +77,9 @@ std::string CIdentifiers() {
                        "enum OrvaneParameter {\n";
     const Parameter* const last = std::end(kParameters) - 1;
     for (const Parameter& parameter : kParameters)
-        text += Format("    /* %s */\n    ORVANE_%s = 0x%X%s\n", Values(parameter).c_str(),
-                       parameter.name, static_cast<unsigned>(parameter.id),
-                       &parameter == last ? "" : ",");
+        text += fmt::format("    /* {} */\n    ORVANE_{} = 0x{:X}{}\n", Values(parameter),
+                            parameter.name, static_cast<unsigned>(parameter.id),
+                            &parameter == last ? "" : ",");
     return text + "};\n";
 }
 
@@ -94,12 +88,10 @@ std::string JavaIdentifiers() {
     std::string text;
     for (const auto& [name, uuid] :
          {std::pair("UUID_TEXT", descriptor.uuid), std::pair("TYPE_TEXT", descriptor.type)})
-        text +=
-            Format("    public static final String %s = \"%s\";\n", name, UuidText(uuid).c_str());
+        text += fmt::format("    public static final String {} = \"{}\";\n", name, UuidText(uuid));
     for (const Parameter& parameter : kParameters)
-        text +=
-            Format("\n    /** %s */\n    public static final int %s = 0x%X;\n",
-                   Values(parameter).c_str(), parameter.name, static_cast<unsigned>(parameter.id));
+        text += fmt::format("\n    /** {} */\n    public static final int {} = 0x{:X};\n",
+                            Values(parameter), parameter.name, static_cast<unsigned>(parameter.id));
     return text;
 }
 
@@ -109,8 +101,8 @@ std::string LevelNumbers() {
     for (int decibels = kLowestDb; decibels <= kHighestDb; ++decibels) {
         const bool last = decibels == kHighestDb;
         const bool lineStart = (decibels - kLowestDb) % 10 == 0;
-        text += Format("%s%d%s", lineStart ? "        " : " ", LevelOfDb(decibels),
-                       last ? "\n" : ((decibels - kLowestDb) % 10 == 9 ? ",\n" : ","));
+        text += fmt::format("{}{}{}", lineStart ? "        " : " ", LevelOfDb(decibels),
+                            last ? "\n" : ((decibels - kLowestDb) % 10 == 9 ? ",\n" : ","));
     }
     return text;
 }
@@ -121,9 +113,9 @@ std::string SetTable() {
         "|---|---|---|---|---|\n";
     for (const Parameter& parameter : kParameters)
         if (!IsQuery(parameter))
-            text += Format("| 0x%X | `%s` | %s | %g | %s |\n", static_cast<unsigned>(parameter.id),
-                           parameter.name, Values(parameter).c_str(), parameter.defaultValue,
-                           parameter.law);
+            text += fmt::format("| 0x{:X} | `{}` | {} | {:g} | {} |\n",
+                                static_cast<unsigned>(parameter.id), parameter.name,
+                                Values(parameter), parameter.defaultValue, parameter.law);
     return text;
 }
 
@@ -131,8 +123,9 @@ std::string GetTable() {
     std::string text = "| identifier | name | answer | what it says |\n|---|---|---|---|\n";
     for (const Parameter& parameter : kParameters)
         if (IsQuery(parameter))
-            text += Format("| 0x%X | `%s` | %s | %s |\n", static_cast<unsigned>(parameter.id),
-                           parameter.name, parameter.unit, parameter.law);
+            text +=
+                fmt::format("| 0x{:X} | `{}` | {} | {} |\n", static_cast<unsigned>(parameter.id),
+                            parameter.name, parameter.unit, parameter.law);
     return text;
 }
 
@@ -140,7 +133,7 @@ std::string LevelTable() {
     std::string text = "| dB | send | gives dB |\n|---|---|---|\n";
     for (int decibels = kHighestDb; decibels >= kLowestDb; --decibels) {
         const int level = LevelOfDb(decibels);
-        text += Format("| %+d | %d | %+.2f |\n", decibels, level, DbOfLevel(level));
+        text += fmt::format("| {:+} | {} | {:+.2f} |\n", decibels, level, DbOfLevel(level));
     }
     return text;
 }

@@ -82,10 +82,10 @@ int main(int argc, char** argv) {
     try {
         return Run(argc, argv);
     } catch (const UsageError& error) {
-        std::fprintf(stderr, "orvane: %s (see orvane --help)\n", error.what());
+        fmt::print(stderr, "orvane: {} (see orvane --help)\n", error.what());
         return kWrongUsage;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "orvane: %s\n", error.what());
+        fmt::print(stderr, "orvane: {}\n", error.what());
         return kCannot;
     }
 }

@@ -40,7 +40,7 @@ void PictureCommand::Run() {
 void CheckPictureName(const std::string& picture, const char* role, const std::string& audio,
                       const char* stream) {
     if (audio == picture || AreOneFile(audio == "-" ? stream : audio, picture))
-        throw UsageError(std::string(role) + " and the picture are the same file");
+        throw UsageError("{} and the picture are the same file", role);
 }
 
 namespace {
@@ -69,5 +69,5 @@ void DrawBeforeAndAfter(const BeforeAndAfter& piece, const EffectLibrary& librar
     input.after = Floats(input.chain(pcm));
     std::string error;
     if (!DrawPicture(input, png.TemporaryPath(), &error))
-        throw Failure(picture + " cannot be drawn: " + error);
+        throw Failure("{} cannot be drawn: {}", picture, error);
 }

@@ -46,7 +46,7 @@ void CheckRates(const RenderJob& job, Report* report) {
     else if (!text.empty())
         text += ", resampled there and back";
     if (text.empty()) return;
-    if (job.strictRate) throw Failure(job.input + ": " + text);
+    if (job.strictRate) throw Failure("{}: {}", job.input, text);
     report->notes.push_back(text);
 }
 
@@ -123,7 +123,7 @@ private:
         sink.Write(processed);
         report.frames = source.FramesRead();
         if (report.frames == 0 && reader.Frames() != 0)
-            throw Failure(job.input + " holds no samples that can be read");
+            throw Failure("{} holds no samples that can be read", job.input);
         const uint64_t spanFrames = job.keepDelay ? chain.FramesOut() : report.frames;
         const uint64_t spanRateHz = job.keepDelay ? report.chainRateHz : report.rateHz;
         sink.Finish((spanFrames * report.outputRateHz + spanRateHz / 2) / spanRateHz);
@@ -224,7 +224,7 @@ void RenderCommand::Run() {
         PrintToStandardOutput(JsonOf(report));
     else if (!common.quiet)
         std::fputs(TextOf(report).c_str(), stderr);
-    if (!report.missing.empty()) throw Failure(report.missing + "; the audio is complete");
+    if (!report.missing.empty()) throw Failure("{}; the audio is complete", report.missing);
 }
 
 Report Render(const RenderJob& job, const EffectLibrary& library) {

@@ -39,9 +39,9 @@ constexpr const char* kPipeAdvice =
 
 AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard input" : path) {
     std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) throw Failure(name + " is a folder");
+    if (std::filesystem::is_directory(path, ignored)) throw Failure("{} is a folder", name);
     if (path != "-" && access(path.c_str(), R_OK) != 0)
-        throw Failure(name + " cannot be read: " + std::strerror(errno));
+        throw Failure("{} cannot be read: {}", name, std::strerror(errno));
     {
         // The MP3 decoder says on standard error what it thinks of a file.
         const StderrSilencer silencer;
@@ -64,11 +64,11 @@ AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard
         std::string reason = sf_strerror(nullptr);
         while (!reason.empty() && (reason.back() == '.' || reason.back() == '\n'))
             reason.pop_back();
-        throw Failure(name + " cannot be read: " + reason +
-                      (piped ? std::string(" (") + kPipeAdvice + ")" : ""));
+        throw Failure("{} cannot be read: {}{}", name, reason,
+                      piped ? fmt::format(" ({})", kPipeAdvice) : "");
     }
     if (piped && !ReadableFromPipe(info.format))
-        throw Failure(name + " cannot be read: " + kPipeAdvice);
+        throw Failure("{} cannot be read: {}", name, kPipeAdvice);
     replayGain = !piped && path != "-" && MentionsReplayGain(path);
     block.resize(kBlockFrames * Channels());
 }
@@ -96,7 +96,7 @@ bool AudioReader::IsSixteenBit() const {
 std::span<const float> AudioReader::Read() {
     const sf_count_t frames = sf_readf_float(file.get(), block.data(), kBlockFrames);
     if (frames < static_cast<sf_count_t>(kBlockFrames) && sf_error(file.get()) != SF_ERR_NO_ERROR)
-        throw Failure(name + " cannot be read to its end: " + sf_strerror(file.get()));
+        throw Failure("{} cannot be read to its end: {}", name, sf_strerror(file.get()));
     const auto count = static_cast<size_t>(std::max<sf_count_t>(frames, 0)) * Channels();
     const std::span<float> samples(block.data(), count);
     for (float& sample : samples)

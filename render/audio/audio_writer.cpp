@@ -104,8 +104,8 @@ private:
     // may mean nothing, and then it prints that.
     [[noreturn]] void Refuse(int sndfileError) const {
         throw Failure(
-            name + " cannot be written: " +
-            (target.error != 0 ? std::strerror(target.error) : sf_error_number(sndfileError)));
+            "{} cannot be written: {}", name,
+            target.error != 0 ? std::strerror(target.error) : sf_error_number(sndfileError));
     }
 
     std::string name;
@@ -162,7 +162,7 @@ OutputFormat::OutputFormat(const std::string& path) {
         known += std::string(" ") + entry.ending;
     }
     if (sndfileFormat == 0)
-        throw UsageError(path + ": the ending names no format; known are" + known);
+        throw UsageError("{}: the ending names no format; known are{}", path, known);
     if ((sndfileFormat & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS)
         rates = {8000, 12000, 16000, 24000, 48000};
     if ((sndfileFormat & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG)
