@@ -13,7 +13,6 @@ void CheckChannels(const std::string& input, const AudioReader& reader) {
 }
 
 std::string TitleOf(const std::string& input, const AudioReader& reader) {
-    for (const Tag& tag : reader.Tags())
-        if (tag.field == SF_STR_TITLE) return tag.text;
+    if (const std::string title = reader.Tags().Title(); !title.empty()) return title;
     return input == "-" ? "standard input" : std::filesystem::path(input).filename().string();
 }

@@ -75,8 +75,6 @@ Report StartReport(const RenderJob& job, const AudioReader& reader) {
     report.delayFrames = DelayFrames(job.settings, job.bufferFrames);
     report.delayRemoved = !job.keepDelay;
     CheckRates(job, &report);
-    if (reader.HasReplayGain())
-        report.notes.emplace_back("ReplayGain tags are dropped: the loudness has changed");
     return report;
 }
 
@@ -103,6 +101,7 @@ public:
         Play();
         Note();
         writer->Commit();
+        NoteTags();
         if (png) Draw();
         return report;
     }
@@ -159,6 +158,18 @@ private:
             report.notes.push_back(
                 "samples on the way in that are no numbers, taken for silence: " +
                 std::to_string(report.notNumbers));
+    }
+
+    void NoteTags() {
+        std::vector<std::string> lost = writer->NotKept();
+        const std::vector<std::string>& unread = reader.Tags().unread;
+        lost.insert(lost.end(), unread.begin(), unread.end());
+        if (!lost.empty())
+            report.notes.push_back(fmt::format("tags that {} has no place for: {}", job.output,
+                                               fmt::join(lost, ", ")));
+        if (const auto& gains = reader.Tags().gains; !gains.empty())
+            report.notes.push_back(fmt::format("tags dropped, since the loudness has changed: {}",
+                                               fmt::join(gains, ", ")));
     }
 
     void Draw() {

@@ -164,7 +164,8 @@ TEST_F(Renderer, WritesTheFormatOfTheEndingAtTheRateAndLengthOfTheInput) {
         const Floats sine = Sine(0.5, 1000, inputHz, 1, 2.0170105);
         Write("in.wav", sine, inputHz, 1);
         const size_t notes = Report("in.wav " + output)["notes"].size();
-        EXPECT_EQ(notes, inputHz < 32000 || inputHz > 48000 || outputHz != inputHz) << output;
+        const bool resampled = inputHz < 32000 || inputHz > 48000 || outputHz != inputHz;
+        EXPECT_EQ(notes, resampled || output == "a.au") << output;  // which has no tags
         SndfileHandle file(output);
         EXPECT_EQ(file.format(), format) << output;
         EXPECT_EQ(file.samplerate(), outputHz) << output;

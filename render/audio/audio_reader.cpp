@@ -42,22 +42,17 @@ AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard
     if (std::filesystem::is_directory(path, ignored)) throw Failure("{} is a folder", name);
     if (path != "-" && access(path.c_str(), R_OK) != 0)
         throw Failure("{} cannot be read: {}", name, std::strerror(errno));
+    off_t start = 0;
     {
         // The MP3 decoder says on standard error what it thinks of a file.
         const StderrSilencer silencer;
         if (path == "-") {
-            const off_t start = lseek(STDIN_FILENO, 0, SEEK_CUR);
+            start = lseek(STDIN_FILENO, 0, SEEK_CUR);
             piped = start < 0;
-            if (!piped) dataSize = ReadDataSize(STDIN_FILENO, start);
             file.reset(sf_open_fd(STDIN_FILENO, SFM_READ, &info, SF_FALSE));
         } else {
             piped = std::filesystem::is_fifo(path, ignored);
             file.reset(sf_open(path.c_str(), SFM_READ, &info));
-            if (!piped) {
-                const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-                dataSize = ReadDataSize(fd, 0);
-                close(fd);
-            }
         }
     }
     if (file == nullptr) {
@@ -69,7 +64,12 @@ AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard
     }
     if (piped && !ReadableFromPipe(info.format))
         throw Failure("{} cannot be read: {}", name, kPipeAdvice);
-    replayGain = !piped && path != "-" && MentionsReplayGain(path);
+    const int fd = piped         ? -1
+                   : path == "-" ? STDIN_FILENO
+                                 : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (!piped) dataSize = ReadDataSize(fd, start);
+    tags = ReadTags(file.get(), start == 0 ? fd : -1, info.format);
+    if (path != "-" && fd >= 0) close(fd);
     block.resize(kBlockFrames * Channels());
 }
 
