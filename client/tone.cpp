@@ -127,10 +127,10 @@ double ToneDb(const ToneLevels& levels, double hz, double rateHz) {
 }
 
 double BandHz(size_t band, double rateHz) {
-    constexpr double kStep = 1.0 / 100;
+    const double stepRatio = std::exp2(1.0 / 1000);
     const double highestHz = rateHz / 2;
-    double found = highestHz, largest = 0;
-    for (double hz = highestHz * std::exp2(-10); hz < highestHz; hz *= std::exp2(kStep)) {
+    double found = highestHz, largest = BandTerm(band, highestHz, rateHz);
+    for (double hz = highestHz * std::exp2(-10); hz < highestHz; hz *= stepRatio) {
         const double term = BandTerm(band, hz, rateHz);
         if (band == 0 && term <= 0) return hz;
         if (band == 0 || term <= largest) continue;

@@ -27,7 +27,7 @@ double BandTerm(size_t band, double hz, double rateHz);
 // Magnitude of the ten together; -120 stands for everything below.
 double ToneDb(const ToneLevels& levels, double hz, double rateHz);
 
-// Where a band alone does most: the frequency of its largest term, within a hundredth of an octave.
+// Where a band alone does most: the frequency of its largest term, within 0.1 %.
 // Half the rate for band 9; for band 0, which goes down to 0 Hz, the edge where its term ends.
 double BandHz(size_t band, double rateHz);
 
