@@ -49,11 +49,17 @@ bool IsQuery(const Parameter& parameter) {
 std::string Values(const Parameter& parameter) {
     if (parameter.kind == ParameterKind::kSwitch) return "0 off, 1 on";
     if (IsQuery(parameter)) return std::string("answers ") + parameter.unit;
-    std::string text = parameter.kind == ParameterKind::kBandValue ? "band 0 to 9, then " : "";
+    std::string text = "";
+    if (parameter.kind == ParameterKind::kBandValue)
+        text = Format("band 0 to %d, then ", kBandCount - 1);
     text += Format("%g to %g", parameter.minimum, parameter.maximum);
     if (parameter.wireScale == 1) return text;
     if (std::string(parameter.unit) != "1") text += Format(" (%s)", parameter.unit);
-    return text + Format(" times %d", parameter.wireScale);
+    text += Format(" times %d", parameter.wireScale);
+    if (!parameter.CanSendDefault())
+        text += Format("; at first %g, which can't be sent: %d is the nearest",
+                       parameter.defaultValue, parameter.OnWire(parameter.defaultValue));
+    return text;
 }
 
 // The equalizer's law: 1 + level up to 0, 1 + 2 level above.

@@ -1,5 +1,6 @@
 #include "dsp/biquad.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -24,39 +25,32 @@ Biquad<Sample, Real>::Biquad() {
 
 template <typename Sample, typename Real>
 void Biquad<Sample, Real>::Reset() {
-    x1 = x2 = y1 = y2 = 0;
-    b0 = b1 = b2 = fb1 = fb2 = 0;
-    db0 = db1 = db2 = dfb1 = dfb2 = 0;
+    coefficients = {};
     rampRemaining = 0;
+    ClearHistory();
 }
 
 template <typename Sample, typename Real>
-void Biquad<Sample, Real>::SetCoeffs(int rampLength, double newA0, double newA1, double newA2,
-                                     double newB0, double newB1, double newB2) {
-    const double target0 = newB0 / newA0;
-    const double target1 = newB1 / newA0;
-    const double target2 = newB2 / newA0;
-    const double targetFb1 = -(newA1 / newA0);
-    const double targetFb2 = -(newA2 / newA0);
-    x1 = x2 = y1 = y2 = 0;
-    if (rampLength <= 0) {
-        b0 = static_cast<Real>(target0);
-        b1 = static_cast<Real>(target1);
-        b2 = static_cast<Real>(target2);
-        fb1 = static_cast<Real>(targetFb1);
-        fb2 = static_cast<Real>(targetFb2);
+void Biquad<Sample, Real>::ClearHistory() {
+    history = {};
+}
+
+template <typename Sample, typename Real>
+void Biquad<Sample, Real>::SetCoeffs(int rampLength, double a0, double a1, double a2, double b0,
+                                     double b1, double b2) {
+    const BiquadCoefficients<double> target = {b0 / a0, b1 / a0, b2 / a0, -(a1 / a0), -(a2 / a0)};
+    ClearHistory();
+    rampRemaining = std::max(rampLength, 0);
+    if (rampRemaining == 0) {
+        coefficients.ForEach([](Real& c, double to) { c = static_cast<Real>(to); }, target);
     } else {
-        const auto increment = [rampLength](double target, Real present) {
-            return static_cast<Real>((target - static_cast<double>(present)) /
-                                     static_cast<double>(rampLength));
-        };
-        db0 = increment(target0, b0);
-        db1 = increment(target1, b1);
-        db2 = increment(target2, b2);
-        dfb1 = increment(targetFb1, fb1);
-        dfb2 = increment(targetFb2, fb2);
+        const double length = rampLength;
+        increments.ForEach(
+            [length](Real& increment, double to, Real from) {
+                increment = static_cast<Real>((to - static_cast<double>(from)) / length);
+            },
+            target, coefficients);
     }
-    rampRemaining = rampLength > 0 ? rampLength : 0;
 }
 
 template <typename Sample, typename Real>
@@ -99,20 +93,22 @@ void Biquad<Sample, Real>::SetHighPassParameter(int rampLength, float frequency,
 template <typename Sample, typename Real>
 Sample Biquad<Sample, Real>::ProcessSample(Sample sample) {
     const Real x = sample;
+    const auto& [b0, b1, b2, fb1, fb2] = coefficients;
+    const auto& [x1, x2, y1, y2] = history;
     const Real y = b0 * x + b1 * x1 + b2 * x2 + fb1 * y1 + fb2 * y2;
-    x2 = x1;
-    x1 = x;
-    y2 = y1;
-    y1 = y;
+    history.Push(x, y);
     if (rampRemaining != 0) {
         --rampRemaining;
-        b0 += db0;
-        b1 += db1;
-        b2 += db2;
-        fb1 += dfb1;
-        fb2 += dfb2;
+        coefficients.ForEach([](Real& c, Real increment) { c += increment; }, increments);
     }
     return static_cast<Sample>(y);
+}
+
+template <typename Sample, typename Real>
+void Biquad<Sample, Real>::Process(Sample* samples, uint32_t count) {
+    Biquad local = *this;  // a write to `samples` can't reach it
+    for (uint32_t i = 0; i < count; ++i) samples[i] = local.ProcessSample(samples[i]);
+    *this = local;
 }
 
 template class Biquad<float, float>;

@@ -11,16 +11,22 @@
 #pragma once
 #include <cstdint>
 
+#include "dsp/biquad_section.h"
+#include "platform/export.h"
+
 // Sample: type of ProcessSample's argument and result. Real: type of coefficients, history and
 // arithmetic.
 template <typename Sample, typename Real>
-class Biquad {
+class ORVANE_API Biquad {
 public:
     // A pass-through.
     Biquad();
 
     // Everything to zero, coefficients included: silence until coefficients are set again.
     void Reset();
+
+    // Forgets the samples; keeps the coefficients and a ramp that is running.
+    void ClearHistory();
 
     // Coefficients as in H(z), a0 not 0. Clears the history. rampLength 0 (or below) sets them at
     // once; otherwise they move in a straight line to the new ones over that many samples
@@ -38,12 +44,14 @@ public:
                               float shelfGainDb, float shelfSlope, float outputGainDb);
 
     Sample ProcessSample(Sample sample);
+    // In place, `count` samples of the channel.
+    void Process(Sample* samples, uint32_t count);
 
 private:
-    Real x1 = 0, x2 = 0, y1 = 0, y2 = 0;
-    Real b0 = 0, b1 = 0, b2 = 0, fb1 = 0, fb2 = 0;
-    Real db0 = 0, db1 = 0, db2 = 0, dfb1 = 0, dfb2 = 0;  // per sample, while a ramp is running
-    int32_t rampRemaining = 0;                           // samples
+    BiquadCoefficients<Real> coefficients;
+    BiquadCoefficients<Real> increments;  // a sample, while a ramp is running
+    BiquadHistory<Real> history;
+    int32_t rampRemaining = 0;  // samples
 };
 
 extern template class Biquad<float, float>;

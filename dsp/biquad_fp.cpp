@@ -1,5 +1,6 @@
 #include "dsp/biquad_fp.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "dsp/fixed_point.h"
@@ -24,38 +25,33 @@ Biquad_FP::Biquad_FP() {
 }
 
 void Biquad_FP::Reset() {
-    x1 = x2 = y1 = y2 = 0;
-    b0 = b1 = b2 = fb1 = fb2 = 0;
-    db0 = db1 = db2 = dfb1 = dfb2 = 0;
+    coefficients = {};
     rampRemaining = 0;
+    ClearHistory();
 }
 
-void Biquad_FP::SetCoeffs(int rampLength, float newA0, float newA1, float newA2, float newB0,
-                          float newB1, float newB2) {
-    const double a0 = newA0;
-    const int32_t target0 = ToQ24(static_cast<double>(newB0) / a0);
-    const int32_t target1 = ToQ24(static_cast<double>(newB1) / a0);
-    const int32_t target2 = ToQ24(static_cast<double>(newB2) / a0);
-    const int32_t targetFb1 = WrapSub(0, ToQ24(static_cast<double>(newA1) / a0));
-    const int32_t targetFb2 = WrapSub(0, ToQ24(static_cast<double>(newA2) / a0));
-    x1 = x2 = y1 = y2 = 0;
-    if (rampLength <= 0) {
-        b0 = target0;
-        b1 = target1;
-        b2 = target2;
-        fb1 = targetFb1;
-        fb2 = targetFb2;
+void Biquad_FP::ClearHistory() {
+    history = {};
+}
+
+void Biquad_FP::SetCoeffs(int rampLength, float a0, float a1, float a2, float b0, float b1,
+                          float b2) {
+    const auto quotient = [divisor = static_cast<double>(a0)](float c) {
+        return ToQ24(static_cast<double>(c) / divisor);
+    };
+    const BiquadCoefficients<int32_t> target = {quotient(b0), quotient(b1), quotient(b2),
+                                                WrapSub(0, quotient(a1)), WrapSub(0, quotient(a2))};
+    ClearHistory();
+    rampRemaining = std::max(rampLength, 0);
+    if (rampRemaining == 0) {
+        coefficients = target;
     } else {
-        const auto increment = [rampLength](int32_t target, int32_t present) {
-            return WrapSub(target, present) / rampLength;
-        };
-        db0 = increment(target0, b0);
-        db1 = increment(target1, b1);
-        db2 = increment(target2, b2);
-        dfb1 = increment(targetFb1, fb1);
-        dfb2 = increment(targetFb2, fb2);
+        increments.ForEach(
+            [rampLength](int32_t& increment, int32_t to, int32_t from) {
+                increment = WrapSub(to, from) / rampLength;
+            },
+            target, coefficients);
     }
-    rampRemaining = rampLength > 0 ? rampLength : 0;
 }
 
 void Biquad_FP::SetLowPassParameter(int rampLength, float frequency, float samplingRate, float q) {
@@ -87,22 +83,22 @@ void Biquad_FP::SetHighPassParameter(int rampLength, float frequency, float samp
 }
 
 int32_t Biquad_FP::ProcessSample(int32_t x) {
-    int32_t y = MulQ24(b0, x);
-    y = WrapAdd(y, MulQ24(b1, x1));
-    y = WrapAdd(y, MulQ24(b2, x2));
-    y = WrapAdd(y, MulQ24(fb1, y1));
-    y = WrapAdd(y, MulQ24(fb2, y2));
-    x2 = x1;
-    x1 = x;
-    y2 = y1;
-    y1 = y;
+    int32_t y = MulQ24(coefficients.b0, x);
+    y = WrapAdd(y, MulQ24(coefficients.b1, history.x1));
+    y = WrapAdd(y, MulQ24(coefficients.b2, history.x2));
+    y = WrapAdd(y, MulQ24(coefficients.fb1, history.y1));
+    y = WrapAdd(y, MulQ24(coefficients.fb2, history.y2));
+    history.Push(x, y);
     if (rampRemaining != 0) {
         --rampRemaining;
-        b0 = WrapAdd(b0, db0);
-        b1 = WrapAdd(b1, db1);
-        b2 = WrapAdd(b2, db2);
-        fb1 = WrapAdd(fb1, dfb1);
-        fb2 = WrapAdd(fb2, dfb2);
+        coefficients.ForEach([](int32_t& c, int32_t increment) { c = WrapAdd(c, increment); },
+                             increments);
     }
     return y;
+}
+
+void Biquad_FP::Process(int32_t* samples, uint32_t count) {
+    Biquad_FP local = *this;  // a write to `samples` can't reach it
+    for (uint32_t i = 0; i < count; ++i) samples[i] = local.ProcessSample(samples[i]);
+    *this = local;
 }

@@ -9,13 +9,19 @@
 #pragma once
 #include <cstdint>
 
-class Biquad_FP {
+#include "dsp/biquad_section.h"
+#include "platform/export.h"
+
+class ORVANE_API Biquad_FP {
 public:
     // A pass-through.
     Biquad_FP();
 
     // Everything to zero, coefficients included: silence until coefficients are set again.
     void Reset();
+
+    // Forgets the samples; keeps the coefficients and a ramp that is running.
+    void ClearHistory();
 
     // Coefficients of H(z) = (b0 + b1 z^-1 + b2 z^-2) / (a0 + a1 z^-1 + a2 z^-2), a0 not 0. Each
     // quotient by a0 is converted as ToQ24 does (saturating at +-128); the feedback coefficients
@@ -34,10 +40,12 @@ public:
 
     // Each of the five products is rounded toward minus infinity by itself.
     int32_t ProcessSample(int32_t x);
+    // In place, `count` samples of the channel.
+    void Process(int32_t* samples, uint32_t count);
 
 private:
-    int32_t x1 = 0, x2 = 0, y1 = 0, y2 = 0;
-    int32_t b0 = 0, b1 = 0, b2 = 0, fb1 = 0, fb2 = 0;
-    int32_t db0 = 0, db1 = 0, db2 = 0, dfb1 = 0, dfb2 = 0;  // per sample, while a ramp is running
-    int32_t rampRemaining = 0;                              // samples
+    BiquadCoefficients<int32_t> coefficients;
+    BiquadCoefficients<int32_t> increments;  // a sample, while a ramp is running
+    BiquadHistory<int32_t> history;
+    int32_t rampRemaining = 0;  // samples
 };

@@ -15,11 +15,16 @@
 #include <cstdint>
 #include <memory>
 
+#include "dsp/stream.h"
+#include "platform/export.h"
+
 // Real: type of state, gains and arithmetic. The two differ in two laws: see SetBandLevel and
 // SetEnable.
 template <typename Sample, typename Real>
-class FIREqualizer {
+class ORVANE_API FIREqualizer {
 public:
+    static constexpr size_t kBands = 10;
+
     // Disabled, 44100 Hz, stereo, every gain 1.
     FIREqualizer();
     ~FIREqualizer();
@@ -27,7 +32,7 @@ public:
     // Whether its memory was granted; without it Process leaves the samples alone.
     bool GetPrepared() const { return state != nullptr; }
 
-    // Hz. Only gates the processing, to 32000 .. 48000; the history stays.
+    // Hz. Only gates the processing, to the rates of dsp/stream.h; the history stays.
     void SetSamplingRate(unsigned int rate);
     // Interleaved channels; 1 and 2 are processed. A new count forgets the history.
     void SetChannels(unsigned int count);
@@ -47,22 +52,19 @@ public:
     void Process(float* samples, unsigned int frames);
 
 private:
-    static constexpr size_t kBands = 10;
-    static constexpr size_t kAverages = 9;
-    static constexpr size_t kChannels = 2;
+    static constexpr size_t kAverages = kBands - 1;
     static constexpr uint32_t kRing = 256;
 
     struct State {
         Real bandGains[kBands];  // element j: gain of band 9 - j
-        Real centreRing[kChannels][kRing];
-        Real inputRing[kChannels][kRing];
+        Real centreRing[kMaxChannels][kRing];
+        Real inputRing[kMaxChannels][kRing];
         // [k]: sum of the 2 D inputs x[n - 256 - D + 1] .. x[n - 256 + D] after frame n
-        Real runningSums[kChannels][kAverages];
+        Real runningSums[kMaxChannels][kAverages];
         uint32_t writeIndex;
     };
 
-    static Real GainOf(float level);
-    static Real Step(State& s, size_t channel, Real x);
+    ORVANE_LOCAL static Real Step(State& s, size_t channel, Real x);
 
     std::unique_ptr<State> state;
     uint32_t samplingRate = 0;

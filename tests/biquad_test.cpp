@@ -7,12 +7,15 @@
 
 namespace {
 
+template <typename Filter>
+using Sample = decltype(Filter().ProcessSample(0));
+
 // One sample, full scale 1.0, through any variant.
 template <typename Filter>
 double Feed(Filter& filter, double x) {
-    using Sample = decltype(filter.ProcessSample(0));
     constexpr double kUnit = std::is_same_v<Filter, Biquad_FP> ? 0x1p24 : 1;
-    return static_cast<double>(filter.ProcessSample(static_cast<Sample>(x * kUnit))) / kUnit;
+    return static_cast<double>(filter.ProcessSample(static_cast<Sample<Filter>>(x * kUnit))) /
+           kUnit;
 }
 
 template <typename Filter>
@@ -60,10 +63,20 @@ TYPED_TEST(BiquadTest, MovesToNewCoefficientsInAStraightLine) {
     for (int n = 0; n < 4; ++n) Feed(filter, 0);
     EXPECT_NEAR(Feed(filter, 1), 0.75, 1e-6);           // half-way
     filter.SetCoeffs(2, 2, -1, -0.5F, 1, 0.5F, 0.25F);  // the rest of the way
-    for (int n = 0; n < 9; ++n) Feed(filter, 0);
-    for (const double x : {1, 0, 0, 0}) EXPECT_NEAR(Feed(filter, x), Feed(arrived, x), 1e-6);
+    TypeParam block = filter;
+    auto run = Noise<Sample<TypeParam>>(9, 100), expected = run;
+    for (auto& x : expected) x = filter.ProcessSample(x);
+    block.Process(run.data(), 1);
+    block.Process(run.data() + 1, 8);
+    EXPECT_EQ(run, expected);
+    for (TypeParam* moved : {&filter, &block}) {
+        moved->ClearHistory();
+        for (const double x : {1, 0, 0, 0}) EXPECT_NEAR(Feed(*moved, x), Feed(arrived, x), 1e-6);
+        arrived.ClearHistory();
+    }
+    EXPECT_NEAR(Feed(arrived, 0.5), 0.25, 1e-6);
     arrived.SetCoeffs(0, 1, 0, 0, 0.5F, 1, 1);
-    EXPECT_EQ(Feed(arrived, 0.5), 0.25);
+    EXPECT_EQ(Feed(arrived, 0.25), 0.125);
     arrived.Reset();
     EXPECT_EQ(Feed(arrived, 0.5), 0);
 }

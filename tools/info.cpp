@@ -4,14 +4,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tools/settings.h"
+#include "client/instance.h"
+#include "client/settings_text.h"
+#include "host/identity.h"
+#include "tools/stderr_silencer.h"
 
 namespace {
-
-constexpr effect_uuid_s kNormalType = {
-    0xaa48cf24, 0x9ae1, 0x4045, 0xacb9, {0x4f, 0xe1, 0xe1, 0x56, 0x47, 0x5b}};
-constexpr effect_uuid_s kBassBoostType = {
-    0x0634f220, 0xddd4, 0x11db, 0xa0fc, {0x00, 0x02, 0xa5, 0xd5, 0xc5, 0x1b}};
 
 template <typename... Values>
 std::string Format(const char* format, Values... values) {
@@ -31,39 +29,18 @@ bool Same(const effect_uuid_s& a, const effect_uuid_s& b) {
 }
 
 const char* TypeText(const effect_uuid_s& type) {
-    if (Same(type, kNormalType)) return "normal mode";
+    if (Same(type, kOrvaneType)) return "normal mode";
     if (Same(type, kBassBoostType)) return "safe mode: the platform's bass boost";
     return "unknown type";
 }
 
 std::string OptionText(const Parameter& parameter) {
-    return *parameter.option == '\0' ? "" : std::string("--") + parameter.option;
-}
-
-// What one value looks like on the wire.
-std::string WireText(const Parameter& parameter) {
-    switch (parameter.kind) {
-        case ParameterKind::kSwitch:
-            return "0 or 1";
-        case ParameterKind::kBandValue:
-            return Format("band, %d x level", parameter.wireScale);
-        case ParameterKind::kQuery:
-            return "query";
-        case ParameterKind::kValue:
-            break;
-    }
-    return parameter.wireScale == 1 ? "value" : Format("%d x value", parameter.wireScale);
+    return *parameter.key == '\0' ? "" : std::string("--") + parameter.key;
 }
 
 std::string VersionText(int32_t word) {
     return Format("%d.%d.%d.%d", word >> 24 & 0xFF, word >> 16 & 0xFF, word >> 8 & 0xFF,
                   word & 0xFF);
-}
-
-std::string DefaultText(const Parameter& parameter) {
-    if (parameter.id == PARAM_GET_VERSION)
-        return VersionText(static_cast<int32_t>(parameter.defaultValue));
-    return NumberText(parameter.defaultValue);
 }
 
 }  // namespace
@@ -89,36 +66,24 @@ std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
     text += Format("  cost         %.1f MIPS, %u KiB, as declared\n", descriptor.cpuLoad / 10.0,
                    descriptor.memoryUsage);
 
-    EffectInstance instance(library, 44100, 2);
-    instance.Enable();
-    const std::optional<int32_t> version = instance.Get(PARAM_GET_VERSION);
-    text += "  version      " + (version ? VersionText(*version) : "not told") + "\n";
+    const StderrSilencer silencer(!library.ShowsLog());
+    ClientInstance instance(record);
+    Check(instance.CreateStatus(), "create an instance");
+    Check(instance.Configure(44100, 2), "take the configuration");
+    Check(instance.Enable(), "be enabled");
+    const int32_t version = instance.Get(PARAM_GET_VERSION);
+    text += "  version      " + (version >= 0 ? VersionText(version) : "not told") + "\n";
     text += "\nParameters, with the values of a new instance at 44100 Hz, stereo, enabled:\n";
     for (const Parameter& parameter : kParameters) {
         std::string value = "default " + DefaultText(parameter);
         if (parameter.kind == ParameterKind::kQuery) {
-            const std::optional<int32_t> answer = instance.Get(parameter.id);
-            value = answer ? "answers " + std::to_string(*answer) : "no answer";
+            const int32_t answer = instance.Get(parameter.id);
+            value = answer >= 0 ? "answers " + std::to_string(answer) : "no answer";
         }
         text += Format("  0x%05X  %-26s %-16s %-14s %s\n", static_cast<unsigned>(parameter.id),
                        parameter.name, OptionText(parameter).c_str(),
                        parameter.id == PARAM_GET_VERSION ? "" : RangeText(parameter).c_str(),
                        value.c_str());
-    }
-    return text;
-}
-
-std::string ParameterMarkdown() {
-    std::string text =
-        "| Identifier | Name | On the wire | Option | Unit | Range | Default | What it does |\n"
-        "|---|---|---|---|---|---|---|---|\n";
-    for (const Parameter& parameter : kParameters) {
-        const std::string option = OptionText(parameter);
-        text += Format("| 0x%X | `%s` | %s | ", static_cast<unsigned>(parameter.id), parameter.name,
-                       WireText(parameter).c_str());
-        text += (option.empty() ? "" : "`" + option + "`") + " | " + parameter.unit + " | " +
-                (parameter.id == PARAM_GET_VERSION ? "" : RangeText(parameter)) + " | " +
-                DefaultText(parameter) + " | " + parameter.law + " |\n";
     }
     return text;
 }

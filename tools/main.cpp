@@ -113,8 +113,7 @@ int Run(int argc, char** argv) {
     CommonOptions common;
     RenderJob job;
     ResponseJob response;
-    bool noDither = false, json = false, markdown = false;
-    std::string infoLibrary;
+    bool noDither = false, json = false;
 
     CLI::App* render = app.add_subcommand("render", "process an audio file");
     render->add_option("IN", job.input, "audio file; - is standard input")->required();
@@ -147,7 +146,6 @@ int Run(int argc, char** argv) {
 
     CLI::App* info = app.add_subcommand("info", "what the library says of itself");
     info->add_option("LIBRARY", common.library, "the effect library");
-    info->add_flag("--markdown", markdown, "print the parameter table alone, in Markdown");
     info->add_flag("--log", common.log, "show what the library logs");
 
     try {
@@ -160,10 +158,6 @@ int Run(int argc, char** argv) {
         throw UsageError(error.what());
     }
     if (info->parsed()) {
-        if (markdown) {
-            std::fputs(ParameterMarkdown().c_str(), stdout);
-            return 0;
-        }
         const std::string path = FindLibrary(common.library);
         std::fputs(LibraryInfo(path, EffectLibrary(path, common.log)).c_str(), stdout);
         return 0;
@@ -175,17 +169,20 @@ int Run(int argc, char** argv) {
     job.dither = !noDither;
     if (render->parsed()) {
         RunRender(common, job, json);
+        common.settings.Save(common.overwrite);
         return 0;
     }
     const EffectLibrary library(FindLibrary(common.library), common.log);
     if (picture->parsed()) {
         DrawPictureOf(job, library);
+        common.settings.Save(common.overwrite);
         return 0;
     }
     response.settings = job.settings;
     response.bufferFrames = job.bufferFrames;
     response.overwrite = job.overwrite;
     DrawResponseOf(response, library);
+    common.settings.Save(common.overwrite);
     return 0;
 }
 

@@ -3,9 +3,10 @@
 #include <filesystem>
 #include <optional>
 
+#include "client/settings_text.h"
+#include "tools/aligned_stream.h"
 #include "tools/audio_reader.h"
 #include "tools/audio_writer.h"
-#include "tools/chain.h"
 #include "tools/failure.h"
 #include "tools/output_file.h"
 #include "tools/pcm_sink.h"
@@ -60,9 +61,9 @@ std::string TitleOf(const std::string& input, const AudioReader& reader) {
 }
 
 // How a picture runs a piece through the chain.
-auto Runner(const EffectLibrary& library, const Settings& settings, const ChainFormat& format) {
+auto Runner(const EffectLibrary& library, const Settings& settings, const StreamFormat& format) {
     return [&library, settings, format](const std::vector<int16_t>& in) {
-        return RunChain(library, settings, format, in);
+        return PlayAligned(library, settings, format, in);
     };
 }
 
@@ -73,13 +74,13 @@ std::vector<float> Floats(const std::vector<int16_t>& pcm) {
 }
 
 // Draws onto a temporary file; the caller commits it.
-void Draw(const RenderJob& job, const EffectLibrary& library, const ChainFormat& format,
+void Draw(const RenderJob& job, const EffectLibrary& library, const StreamFormat& format,
           const std::string& title, const std::vector<int16_t>& pcm, const OutputFile& png) {
     Settings withoutGain = job.settings;
     withoutGain.Set(PARAM_PLAYBACKGAIN_ENABLE, 0);
     PictureInput input;
     input.title = title;
-    input.settings = job.preset + ": " + job.settings.Describe();
+    input.settings = job.preset + ": " + Describe(job.settings);
     input.rateHz = format.rateHz;
     input.channels = static_cast<int>(format.channels);
     input.chain = Runner(library, job.settings, format);
@@ -115,8 +116,8 @@ Report Render(const RenderJob& job, const EffectLibrary& library) {
     if (reader.HasReplayGain())
         report.notes.emplace_back("ReplayGain tags are dropped: the loudness has changed");
 
-    const ChainFormat format{report.chainRateHz, report.channels, job.bufferFrames};
-    Chain chain(library, job.settings, format, job.keepDelay);
+    const StreamFormat format{report.chainRateHz, report.channels, job.bufferFrames};
+    AlignedStream chain(library, job.settings, format, job.keepDelay);
     report.delayFrames = DelayFrames(job.settings, job.bufferFrames);
     report.delayRemoved = !job.keepDelay;
     PcmSource source(reader, report.chainRateHz, job.dither, job.measure);
@@ -186,11 +187,12 @@ void DrawResponseOf(const ResponseJob& job, const EffectLibrary& library) {
     both.Unset(PARAM_LIMITER_GATE);
     Settings equalizer = both, enhancer = both;
     equalizer.Set(PARAM_ENHANCER_ENABLE, 0);
-    for (size_t band = 0; band < kBandCount; ++band) enhancer.SetBand(band, 0);
+    enhancer.Unset(PARAM_EQUALIZER_BANDLEVEL);
+    enhancer.Set(PARAM_EQUALIZER_ENABLE, 0);
 
-    const ChainFormat format{job.rateHz, job.channels, job.bufferFrames};
+    const StreamFormat format{job.rateHz, job.channels, job.bufferFrames};
     ResponseInput input;
-    input.settings = both.Describe();
+    input.settings = Describe(both);
     input.rateHz = job.rateHz;
     input.channels = static_cast<int>(job.channels);
     input.equalizerOnly = Runner(library, equalizer, format);

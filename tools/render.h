@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <string>
 
-#include "tools/effect_host.h"
+#include "client/settings.h"
+#include "tools/effect_library.h"
 #include "tools/report.h"
-#include "tools/settings.h"
 
 struct RenderJob {
     std::string input;    // "-" is standard input

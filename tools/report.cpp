@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "client/settings_text.h"
+
 namespace {
 
 template <typename... Values>
@@ -34,7 +36,7 @@ std::string TextOf(const Report& report) {
             Format(", %lu:%06.3f", minutes, seconds - 60.0 * static_cast<double>(minutes)) + " (" +
             Count(report.frames, "frame") + "), in buffers of " +
             Count(report.bufferFrames, "frame") + "\n";
-    text += "  preset " + report.preset + ": " + report.settings.Describe() + "\n";
+    text += "  preset " + report.preset + ": " + Describe(report.settings) + "\n";
     text += "  delay    " + Count(report.delayFrames, "frame") +
             Format(" (%.1f ms) ", 1000.0 * report.delayFrames / report.chainRateHz) +
             (report.delayRemoved ? "removed\n" : "kept\n");
@@ -53,12 +55,12 @@ std::string TextOf(const Report& report) {
 std::string JsonOf(const Report& report) {
     nlohmann::ordered_json settings;
     for (const Parameter& parameter : kParameters)
-        if (*parameter.option != '\0' && parameter.kind == ParameterKind::kSwitch)
-            settings[parameter.option] = report.settings.Get(parameter.id) != 0;
+        if (*parameter.key != '\0' && parameter.kind == ParameterKind::kSwitch)
+            settings[parameter.key] = report.settings.IsOn(parameter.id);
         else if (parameter.id == PARAM_EQUALIZER_BANDLEVEL)
-            settings[parameter.option] = report.settings.Levels();
-        else if (*parameter.option != '\0')
-            settings[parameter.option] = report.settings.Get(parameter.id);
+            settings[parameter.key] = report.settings.BandLevels();
+        else if (*parameter.key != '\0')
+            settings[parameter.key] = report.settings.Get(parameter.id);
     const nlohmann::ordered_json json = {
         {"input", report.input},
         {"output", report.output},

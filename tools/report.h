@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "client/settings.h"
 #include "tools/loudness.h"
-#include "tools/settings.h"
 
 struct Report {
     std::string input, output;

@@ -1,110 +1,117 @@
 #include "tools/settings_options.h"
 
-#include <algorithm>
-#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
+#include "client/presets.h"
+#include "client/settings_text.h"
 #include "tools/failure.h"
+#include "tools/output_file.h"
 
 namespace {
-
-template <typename Number>
-Number Parse(const std::string& text) {
-    Number value{};
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc() || stop != end)
-        throw UsageError("--eq takes ten levels, or BAND=LEVEL, not \"" + text + "\"");
-    return value;
-}
-
-// "l0,l1,...,l9" or "BAND=LEVEL,...".
-void ApplyEqualizer(const std::string& text, Settings* settings) {
-    const std::vector<std::string> items = CLI::detail::split(text, ',');
-    const auto named = std::count(text.begin(), text.end(), '=');
-    if (items.size() != (named == 0 ? kBandCount : static_cast<size_t>(named)))
-        throw UsageError("--eq takes ten levels, or BAND=LEVEL, not \"" + text + "\"");
-    for (size_t i = 0; i < items.size(); ++i) {
-        const std::string& item = items.at(i);
-        const size_t equals = item.find('=');
-        if (equals == std::string::npos)
-            settings->SetBand(i, Parse<double>(item));
-        else
-            settings->SetBand(Parse<size_t>(item.substr(0, equals)),
-                              Parse<double>(item.substr(equals + 1)));
-    }
-}
 
 std::string HelpText(const Parameter& parameter) {
     std::string text = parameter.law;
     if (parameter.kind == ParameterKind::kSwitch) return text;
     const std::string unit = parameter.unit;
-    text += " (" + RangeText(parameter) + (unit == "1" ? "" : ", " + unit) + "; " +
-            NumberText(parameter.defaultValue) + ")";
-    return text;
+    return text + " (" + RangeText(parameter) + (unit == "1" ? "" : ", " + unit) + "; " +
+           DefaultText(parameter) + ")";
+}
+
+Settings ReadSettingsFile(const std::string& path) {
+    std::ifstream file(path);
+    std::string text{std::istreambuf_iterator<char>(file), {}};
+    if (!file.is_open() || file.bad()) throw UsageError(path + " can't be read");
+    Settings settings;
+    const std::string fault = ReadSettings(text, &settings);
+    if (!fault.empty()) throw UsageError(path + ":" + fault);
+    return settings;
+}
+
+// By a preset's name, else by the path of a settings file.
+Settings StartFrom(const std::string& name) {
+    if (const Preset* const preset = FindPreset(name)) return SettingsOf(*preset);
+    std::error_code ignored;
+    if (name.find('/') != std::string::npos || std::filesystem::exists(name, ignored))
+        return ReadSettingsFile(name);
+    throw UsageError("no preset or file is called " + name + ", see --list-presets");
 }
 
 }  // namespace
 
+SettingsOptions::SettingsOptions() : preset(Presets().front().name) {}
+
 void SettingsOptions::AddTo(CLI::App& command) {
     const std::string group = "Settings (range, unit; value where the preset says nothing)";
-    command.add_option("--preset", presetName, "named settings to start from")
-        ->type_name("NAME")
+    command.add_option("--preset", preset, "named settings to start from, or a file of --save")
+        ->type_name("NAME or FILE")
         ->capture_default_str()
         ->group(group);
+    command.add_option("--save", saveTo, "also write the settings to a file that --preset takes")
+        ->type_name("FILE")
+        ->group(group);
     for (const Parameter& parameter : kParameters) {
-        const std::string option = parameter.option;
-        if (option.empty()) continue;
-        if (parameter.kind == ParameterKind::kSwitch) {
-            command
-                .add_flag_function(
-                    std::string("--").append(option).append(",!--no-").append(option),
-                    [this, id = parameter.id](int64_t count) {
-                        given.emplace_back(id, count > 0 ? 1 : 0);
-                    },
-                    HelpText(parameter))
-                ->group(group);
-        } else if (parameter.kind == ParameterKind::kBandValue) {
-            command.add_option("--" + option, equalizer, HelpText(parameter))
-                ->type_name("L0,...,L9 or BAND=LEVEL")
-                ->allow_extra_args(false)
-                ->group(group);
-        } else {
-            command
-                .add_option_function<double>(
-                    "--" + option,
-                    [this, id = parameter.id](double value) { given.emplace_back(id, value); },
-                    HelpText(parameter))
-                ->type_name("NUMBER")
-                ->group(group);
-        }
+        const std::string key = parameter.key;
+        if (key.empty()) continue;
+        const auto take = [this, &parameter](const std::string& text) {
+            given.emplace_back(&parameter, text);
+        };
+        CLI::Option* option = nullptr;
+        if (parameter.kind == ParameterKind::kSwitch)
+            option = command.add_flag_function(
+                std::string("--").append(key).append(",!--no-").append(key),
+                [take](int64_t count) { take(count > 0 ? "on" : "off"); }, HelpText(parameter));
+        else if (parameter.kind == ParameterKind::kBandValue)
+            option = command
+                         .add_option_function<std::vector<std::string>>(
+                             "--" + key,
+                             [take](const std::vector<std::string>& texts) {
+                                 for (const std::string& text : texts) take(text);
+                             },
+                             HelpText(parameter))
+                         ->allow_extra_args(false)
+                         ->type_name("L0,...,L9 or BAND=LEVEL");
+        else
+            option =
+                command.add_option_function<std::string>("--" + key, take, HelpText(parameter))
+                    ->type_name("NUMBER");
+        option->group(group);
     }
 }
 
 Settings SettingsOptions::Resolve() const {
-    Settings settings = FindPreset(presetName).settings;
-    for (const auto& [id, value] : given) settings.Set(id, value);
-    for (const std::string& text : equalizer) ApplyEqualizer(text, &settings);
+    Settings settings = StartFrom(preset);
+    for (const auto& [parameter, text] : given) {
+        const std::string fault = SetFromText(parameter->key, text, &settings);
+        if (!fault.empty()) throw UsageError("--" + fault);
+    }
     return settings;
 }
 
 std::vector<std::string> SettingsOptions::Idle() const {
     const Settings settings = Resolve();
     std::vector<std::string> lines;
-    for (const auto& [id, value] : given) {
-        const bool ofGain = id == PARAM_PLAYBACKGAIN_RATIO || id == PARAM_PLAYBACKGAIN_VOLUME ||
-                            id == PARAM_PLAYBACKGAIN_MAXGAIN;
-        const bool ofEnhancer = id == PARAM_ENHANCER_PROCESS || id == PARAM_ENHANCER_LOCONTOUR;
-        if ((ofGain && !settings.PlaybackGainOn()) || (ofEnhancer && !settings.EnhancerOn()))
-            lines.push_back(std::string("--") + ParameterOf(id).option +
-                            " does nothing without --" + (ofGain ? "playback-gain" : "enhancer"));
-    }
+    for (const auto& [parameter, text] : given)
+        if (!settings.Acts(*parameter))
+            lines.push_back(std::string("--") + parameter->key + " does nothing without --" +
+                            ParameterOf(parameter->needs).key);
     return lines;
+}
+
+void SettingsOptions::Save(bool overwrite) const {
+    if (saveTo.empty()) return;
+    OutputFile file(saveTo, overwrite);
+    std::ofstream stream(file.TemporaryPath());
+    stream << SettingsText(Resolve());
+    if (!stream.flush()) throw Failure(saveTo + " can't be written");
+    file.Commit();
 }
 
 std::string PresetList() {
     std::string text;
     for (const Preset& preset : Presets())
         text += std::string(preset.name) + (&preset == &Presets().front() ? " (default)" : "") +
-                "\n    " + preset.description + "\n    " + preset.settings.Describe() + "\n";
+                "\n    " + preset.description + "\n    " + Describe(SettingsOf(preset)) + "\n";
     return text;
 }

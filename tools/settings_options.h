@@ -1,26 +1,31 @@
-// The settings on the command line: --preset and one option for each row of the parameter table.
+// The settings on the command line: --preset, one option for each row of the parameter table,
+// --save.
 #pragma once
 #include <CLI/CLI.hpp>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "tools/settings.h"
+#include "client/settings.h"
 
 class SettingsOptions {
 public:
+    SettingsOptions();
     void AddTo(CLI::App& command);
 
-    std::string PresetName() const { return presetName; }
-    // The preset, overridden by what was given. UsageError for what is out of range.
+    // A preset's name, or the settings file in its place.
+    const std::string& PresetName() const { return preset; }
+    // The preset, overridden by what was given. UsageError for what can't be read or is out of
+    // range.
     Settings Resolve() const;
-    // A line for each option given whose processor is off.
+    // A line for each option given that does nothing.
     std::vector<std::string> Idle() const;
+    // Writes the settings file that was asked for, if any. Throws Failure.
+    void Save(bool overwrite) const;
 
 private:
-    std::string presetName = Presets().front().name;
-    std::vector<std::pair<ParameterId, double>> given;
-    std::vector<std::string> equalizer;
+    std::string preset, saveTo;
+    std::vector<std::pair<const Parameter*, std::string>> given;  // as text, in order
 };
 
 // The presets, a description and the settings for each.

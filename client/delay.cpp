@@ -1,4 +1,4 @@
-#include "tools/delay.h"
+#include "client/delay.h"
 
 #include <numeric>
 
@@ -22,14 +22,14 @@ bool BlockBuffering::Deliver() {
 
 uint32_t StreamDelayFrames(const Settings& settings) {
     uint32_t frames = kLimiterFrames;
-    if (settings.PlaybackGainOn()) frames += kLimiterFrames;
-    if (settings.EqualizerOn()) frames += kEqualizerFrames;
-    if (settings.EnhancerOn()) frames += kEnhancerKernelFrames;
+    if (settings.IsOn(PARAM_PLAYBACKGAIN_ENABLE)) frames += kLimiterFrames;
+    if (settings.IsOn(PARAM_EQUALIZER_ENABLE)) frames += kEqualizerFrames;
+    if (settings.IsOn(PARAM_ENHANCER_ENABLE)) frames += kEnhancerKernelFrames;
     return frames;
 }
 
 uint32_t BufferingFrames(const Settings& settings, uint32_t bufferFrames) {
-    if (!settings.EnhancerOn()) return 0;
+    if (!settings.IsOn(PARAM_ENHANCER_ENABLE)) return 0;
     const uint32_t mostWaiting =
         kEnhancerBlockFrames - std::gcd(kEnhancerBlockFrames, bufferFrames);
     return (mostWaiting + bufferFrames - 1) / bufferFrames * bufferFrames;

@@ -9,7 +9,7 @@
 #pragma once
 #include <cstdint>
 
-#include "tools/settings.h"
+#include "client/settings.h"
 
 // The enhancer collects blocks of 770 frames and returns frames only in whole buffers: a call that
 // finds less than a buffer of finished frames returns silence. That happens a few times at the

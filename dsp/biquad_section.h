@@ -1,0 +1,31 @@
+// What a second-order recursive filter section in direct form I consists of, coefficients apart
+// from history.
+#pragma once
+
+//   y[n] = b0 x[n] + b1 x[n-1] + b2 x[n-2] + fb1 y[n-1] + fb2 y[n-2]
+template <typename Number>
+struct BiquadCoefficients {
+    Number b0 = 0, b1 = 0, b2 = 0, fb1 = 0, fb2 = 0;
+
+    // Calls `act` with each of the five and its fellows in `others`.
+    template <typename Act, typename... Others>
+    void ForEach(Act act, const Others&... others) {
+        act(b0, others.b0...);
+        act(b1, others.b1...);
+        act(b2, others.b2...);
+        act(fb1, others.fb1...);
+        act(fb2, others.fb2...);
+    }
+};
+
+template <typename Number>
+struct BiquadHistory {
+    Number x1 = 0, x2 = 0, y1 = 0, y2 = 0;  // x[n-1], x[n-2], y[n-1], y[n-2]
+
+    void Push(Number x, Number y) {
+        x2 = x1;
+        x1 = x;
+        y2 = y1;
+        y1 = y;
+    }
+};
