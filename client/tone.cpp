@@ -10,11 +10,11 @@ constexpr double kFloorDb = -120;
 constexpr double kLowestHz = 20, kHighestHz = 20000;
 constexpr double kHighestOfRate = 0.45;  // the resamplers and converters around us end there
 constexpr double kPerOctave = 24;
-constexpr double kHundredths = 100;  // to one of level
 constexpr double kMostGain = 3;
 constexpr int kRounds = 8;  // of reweighting; what ten bands can give takes two
 
-using Terms = std::array<double, kToneBands>;
+constexpr size_t kBands = kBandCount;
+using Terms = std::array<double, kBands>;
 
 double GainOfLevel(double level) {
     return level < 0 ? 1 + level : 1 + 2 * level;
@@ -23,7 +23,7 @@ double LevelOfGain(double gain) {
     return gain < 1 ? gain - 1 : (gain - 1) / 2;
 }
 double Sendable(double gain) {
-    return GainOfLevel(std::round(LevelOfGain(gain) * kHundredths) / kHundredths);
+    return GainOfLevel(ParameterOf(PARAM_EQUALIZER_BANDLEVEL).Sendable(LevelOfGain(gain)));
 }
 
 double Decibels(double gain) {
@@ -39,13 +39,13 @@ double Average(size_t k, double hz, double rateHz) {
 
 Terms TermsAt(double hz, double rateHz) {
     Terms terms;
-    for (size_t band = 0; band < kToneBands; ++band) terms[band] = BandTerm(band, hz, rateHz);
+    for (size_t band = 0; band < kBands; ++band) terms[band] = BandTerm(band, hz, rateHz);
     return terms;
 }
 
 double Dot(const Terms& a, const Terms& b) {
     double sum = 0;
-    for (size_t band = 0; band < kToneBands; ++band) sum += a[band] * b[band];
+    for (size_t band = 0; band < kBands; ++band) sum += a[band] * b[band];
     return sum;
 }
 
@@ -54,8 +54,8 @@ double Dot(const Terms& a, const Terms& b) {
 class LeastSquares {
 public:
     void Add(const Terms& terms, double weight) {
-        for (size_t i = 0; i < kToneBands; ++i) {
-            for (size_t k = 0; k < kToneBands; ++k) products[i][k] += weight * terms[i] * terms[k];
+        for (size_t i = 0; i < kBands; ++i) {
+            for (size_t k = 0; k < kBands; ++k) products[i][k] += weight * terms[i] * terms[k];
             targets[i] += weight * terms[i];
         }
     }
@@ -77,7 +77,7 @@ private:
         double change = 1;
         for (int turn = 0; turn < kMostTurns && change > kStill; ++turn) {
             change = 0;
-            for (size_t band = 0; band < kToneBands; ++band) {
+            for (size_t band = 0; band < kBands; ++band) {
                 double& gain = (*gains)[band];
                 const double best =
                     gain + (targets[band] - Dot(products[band], *gains)) / products[band][band];
@@ -88,7 +88,7 @@ private:
         }
     }
 
-    std::array<Terms, kToneBands> products{};
+    std::array<Terms, kBands> products{};
     Terms targets{};
 };
 
@@ -116,11 +116,12 @@ void ForEachHz(double rateHz, Visit visit) {
 }  // namespace
 
 double BandTerm(size_t band, double hz, double rateHz) {
-    const double narrower = band == 9 ? 1 : Average(8 - band, hz, rateHz);
-    return band == 0 ? narrower : narrower - Average(9 - band, hz, rateHz);
+    const size_t k = kBands - 1 - band;  // of the wider of its two averages
+    const double narrower = k == 0 ? 1 : Average(k - 1, hz, rateHz);
+    return band == 0 ? narrower : narrower - Average(k, hz, rateHz);
 }
 
-double ToneDb(const ToneLevels& levels, double hz, double rateHz) {
+double ToneDb(const Settings::Levels& levels, double hz, double rateHz) {
     Terms gains;
     std::transform(levels.begin(), levels.end(), gains.begin(), GainOfLevel);
     return Decibels(Dot(gains, TermsAt(hz, rateHz)));
@@ -188,4 +189,12 @@ ToneFit FitTone(std::span<const TonePoint> points, double rateHz) {
     for (double hz = rateHz / 2; hz > 1; hz *= std::exp2(-1 / kPerOctave))
         fit.peakDb = std::max(fit.peakDb, ToneDb(fit.levels, hz, rateHz));
     return fit;
+}
+
+void ApplyTone(const ToneFit& fit, bool headroom, Settings* settings) {
+    for (size_t band = 0; band < kBands; ++band) settings->SetBand(band, fit.levels[band]);
+    const Parameter& gain = ParameterOf(PARAM_OUTPUT_GAIN);
+    const double most =
+        std::floor(std::pow(10, -fit.peakDb / 20) * gain.wireScale) / gain.wireScale;
+    if (headroom && settings->Get(gain.id) > most) settings->Set(gain.id, most);
 }

@@ -14,18 +14,16 @@
 //
 // Frequencies and rates in Hz, 0 < f <= rate / 2. Nothing is allocated; any thread.
 #pragma once
-#include <array>
 #include <cstddef>
 #include <span>
 
-constexpr size_t kToneBands = 10;
-using ToneLevels = std::array<double, kToneBands>;  // -1 to 1, as the equalizer takes them
+#include "client/settings.h"
 
 // Band 0 (lowest) to 9.
 double BandTerm(size_t band, double hz, double rateHz);
 
 // Magnitude of the ten together; -120 stands for everything below.
-double ToneDb(const ToneLevels& levels, double hz, double rateHz);
+double ToneDb(const Settings::Levels& levels, double hz, double rateHz);
 
 // Where a band alone does most: the frequency of its largest term, within 0.1 %.
 // Half the rate for band 9; for band 0, which goes down to 0 Hz, the edge where its term ends.
@@ -40,13 +38,17 @@ struct TonePoint {
 double CurveDb(std::span<const TonePoint> points, double hz);
 
 struct ToneFit {
-    ToneLevels levels;  // in hundredths, as they are sent
-    double rmsDb;       // deviation from the curve over 20 Hz to the lower of 20 kHz and 0.45 rate
-    double worstDb;     // the largest there, the points included; signed: result less curve
-    double worstHz;     // where that is
-    double peakDb;      // the result's largest magnitude up to half the rate
+    Settings::Levels levels;  // as they are sent
+    double rmsDb;    // deviation from the curve over 20 Hz to the lower of 20 kHz and 0.45 rate
+    double worstDb;  // the largest there, the points included; signed: result less curve
+    double worstHz;  // where that is
+    double peakDb;   // the result's largest magnitude up to half the rate
 };
 
 // Least squares of the deviation in decibels at 24 frequencies to the octave, levels within -1
 // to 1. Points as for CurveDb.
 ToneFit FitTone(std::span<const TonePoint> points, double rateHz);
+
+// The fit's levels in place of those of `settings`. With headroom the output gain is lowered, if
+// need be, so that the curve's peak times the gain is at most 1.
+void ApplyTone(const ToneFit& fit, bool headroom, Settings* settings);

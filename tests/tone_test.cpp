@@ -13,9 +13,10 @@
 namespace {
 
 constexpr double kRatesHz[] = {32000, 44100, 48000};
+constexpr size_t kBands = kBandCount;
 constexpr int kDelayFrames = 256;
 
-std::vector<float> EqualizedImpulse(const ToneLevels& levels) {
+std::vector<float> EqualizedImpulse(const Settings::Levels& levels) {
     FIREqualizer_R32R32 equalizer;
     equalizer.SetChannels(1);
     for (int band = 0; band < 10; ++band)
@@ -39,9 +40,9 @@ double Response(const std::vector<float>& impulse, double hz, double rateHz) {
 }  // namespace
 
 TEST(Tone, TheTermsAreWhatTheEqualizerDoesAndTheirCentresWhatIsToldOfThem) {
-    ToneLevels all{};
-    for (size_t band = 0; band < kToneBands; ++band) {
-        ToneLevels alone;
+    Settings::Levels all{};
+    for (size_t band = 0; band < kBands; ++band) {
+        Settings::Levels alone;
         alone.fill(-1);
         alone.at(band) = 0;
         all.at(band) = 0.1 * static_cast<double>(band) - 0.3;
@@ -54,7 +55,7 @@ TEST(Tone, TheTermsAreWhatTheEqualizerDoesAndTheirCentresWhatIsToldOfThem) {
     for (double hz = 20; hz < 22050; hz *= 1.07)
         ASSERT_NEAR(ToneDb(all, hz, 44100), 20 * std::log10(Response(impulse, hz, 44100)), 1e-4);
     const double centresHz[] = {86, 99, 197, 391, 773, 1510, 2892, 5333, 9252, 22050};
-    for (size_t band = 0; band < kToneBands; ++band)
+    for (size_t band = 0; band < kBands; ++band)
         for (const double rateHz : kRatesHz)
             EXPECT_NEAR(BandHz(band, rateHz) / (centresHz[band] * rateHz / 44100), 1, 0.008)
                 << band;
@@ -80,10 +81,10 @@ TEST(Tone, LevelsComeAsCloseToACurveAsTenBandsCan) {
     for (const Case& c : cases)
         for (const double rateHz : kRatesHz) {
             const ToneFit fit = FitTone(c.points, rateHz);
-            const auto deviationDb = [&](const ToneLevels& levels, double hz) {
+            const auto deviationDb = [&](const Settings::Levels& levels, double hz) {
                 return std::abs(ToneDb(levels, hz, rateHz) - CurveDb(c.points, hz));
             };
-            const auto rmsDb = [&](const ToneLevels& levels) {
+            const auto rmsDb = [&](const Settings::Levels& levels) {
                 double sum = 0, count = 0;
                 for (double hz = 20; hz < std::min(20000.0, 0.45 * rateHz); hz *= 1.02, ++count)
                     sum += std::pow(deviationDb(levels, hz), 2);
@@ -100,9 +101,9 @@ TEST(Tone, LevelsComeAsCloseToACurveAsTenBandsCan) {
                 EXPECT_LT(deviationDb(fit.levels, point.hz), c.mostAtPointsDb) << name;
                 EXPECT_LE(deviationDb(fit.levels, point.hz), std::abs(fit.worstDb)) << name;
             }
-            for (size_t band = 0; band < kToneBands; ++band)  // no step to either side is better
+            for (size_t band = 0; band < kBands; ++band)  // no step to either side is better
                 for (const double step : {-0.01, 0.01}) {
-                    ToneLevels other = fit.levels;
+                    Settings::Levels other = fit.levels;
                     other[band] = std::clamp(other[band] + step, -1.0, 1.0);
                     EXPECT_GT(rmsDb(other), 0.99 * fit.rmsDb - 0.001) << name << ' ' << band;
                 }
