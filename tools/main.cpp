@@ -130,6 +130,10 @@ int Run(int argc, char** argv) {
     picture->add_option("OUT", job.picture, "PNG file")->required();
     for (CLI::App* command : {render, picture})
         command->add_flag("--no-dither", noDither, "round to 16 bits without dither");
+    for (CLI::App* command : {render, picture})
+        command->add_flag("--cold-start", job.coldStart,
+                          "don't let the chain settle on silence first: the playback gain fades in "
+                          "over a hundred buffers, as at the framework's start");
 
     CLI::App* responseCommand =
         app.add_subcommand("response", "draw the frequency response of equalizer and enhancer");

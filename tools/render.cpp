@@ -61,9 +61,10 @@ std::string TitleOf(const std::string& input, const AudioReader& reader) {
 }
 
 // How a picture runs a piece through the chain.
-auto Runner(const EffectLibrary& library, const Settings& settings, const StreamFormat& format) {
-    return [&library, settings, format](const std::vector<int16_t>& in) {
-        return PlayAligned(library, settings, format, in);
+auto Runner(const EffectLibrary& library, const Settings& settings, const StreamFormat& format,
+            bool startsCold) {
+    return [&library, settings, format, startsCold](const std::vector<int16_t>& in) {
+        return PlayAligned(library, settings, format, startsCold, in);
     };
 }
 
@@ -83,8 +84,8 @@ void Draw(const RenderJob& job, const EffectLibrary& library, const StreamFormat
     input.settings = job.preset + ": " + Describe(job.settings);
     input.rateHz = format.rateHz;
     input.channels = static_cast<int>(format.channels);
-    input.chain = Runner(library, job.settings, format);
-    input.chainWithoutPlaybackGain = Runner(library, withoutGain, format);
+    input.chain = Runner(library, job.settings, format, job.coldStart);
+    input.chainWithoutPlaybackGain = Runner(library, withoutGain, format, job.coldStart);
     input.before = Floats(pcm);
     input.after = Floats(input.chain(pcm));
     std::string error;
@@ -117,7 +118,8 @@ Report Render(const RenderJob& job, const EffectLibrary& library) {
         report.notes.emplace_back("ReplayGain tags are dropped: the loudness has changed");
 
     const StreamFormat format{report.chainRateHz, report.channels, job.bufferFrames};
-    AlignedStream chain(library, job.settings, format, job.keepDelay);
+    AlignedStream chain(library, job.settings, format, {job.keepDelay, job.coldStart});
+    report.settlingFrames = chain.SettlingFrames();
     report.delayFrames = DelayFrames(job.settings, job.bufferFrames);
     report.delayRemoved = !job.keepDelay;
     PcmSource source(reader, report.chainRateHz, job.dither, job.measure);
@@ -195,9 +197,9 @@ void DrawResponseOf(const ResponseJob& job, const EffectLibrary& library) {
     input.settings = Describe(both);
     input.rateHz = job.rateHz;
     input.channels = static_cast<int>(job.channels);
-    input.equalizerOnly = Runner(library, equalizer, format);
-    input.enhancerOnly = Runner(library, enhancer, format);
-    input.both = Runner(library, both, format);
+    input.equalizerOnly = Runner(library, equalizer, format, false);
+    input.enhancerOnly = Runner(library, enhancer, format, false);
+    input.both = Runner(library, both, format, false);
     OutputFile png(job.picture, job.overwrite);
     std::string error;
     if (!DrawResponse(input, png.TemporaryPath(), &error))

@@ -16,6 +16,7 @@ struct RenderJob {
     uint32_t bufferFrames = 1024;
     bool overwrite = false;
     bool keepDelay = false;
+    bool coldStart = false;  // as the framework starts, its fade-in included
     bool dither = true;
     bool strictRate = false;
     bool showProgress = false;

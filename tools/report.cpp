@@ -40,6 +40,10 @@ std::string TextOf(const Report& report) {
     text += "  delay    " + Count(report.delayFrames, "frame") +
             Format(" (%.1f ms) ", 1000.0 * report.delayFrames / report.chainRateHz) +
             (report.delayRemoved ? "removed\n" : "kept\n");
+    text += report.settlingFrames == 0
+                ? std::string("  start    cold, as the framework's\n")
+                : Format("  start    after %.1f s of silence, dropped again\n",
+                         static_cast<double>(report.settlingFrames) / report.chainRateHz);
     text +=
         Format("  loudness %.1f LUFS before, %.1f after; true peak %.1f dB before, %.1f after\n",
                report.before.integratedLufs, report.after.integratedLufs, report.before.truePeakDb,
@@ -75,6 +79,7 @@ std::string JsonOf(const Report& report) {
         {"bufferFrames", report.bufferFrames},
         {"delayFrames", report.delayFrames},
         {"delayRemoved", report.delayRemoved},
+        {"settlingFrames", report.settlingFrames},
         {"dithered", report.dithered},
         {"clippedIn", report.clippedIn},
         {"clippedOut", report.clippedOut},

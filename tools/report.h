@@ -17,6 +17,7 @@ struct Report {
     uint32_t bufferFrames;
     uint32_t delayFrames;  // of the chain, at its rate
     bool delayRemoved;
+    uint64_t settlingFrames;  // of silence before the first frame, at the chain's rate
     bool dithered;
     uint64_t clippedIn;   // samples of the input beyond full scale
     uint64_t clippedOut;  // samples that resampling the result took beyond full scale
