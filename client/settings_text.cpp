@@ -229,3 +229,11 @@ std::string ReadTone(std::string_view text, std::vector<TonePoint>* points) {
             return NumberText((*points)[i].hz) + " Hz stands there twice";
     return "";
 }
+
+std::string FitText(const ToneFit& fit) {
+    std::array<char, 96> text{};
+    std::snprintf(text.data(), text.size(), "%s %.1f dB (rms), furthest off at %.0f Hz: ",
+                  fit.IsNear() ? "within" : "ten bands can't give this curve: off by", fit.rmsDb,
+                  fit.worstHz);
+    return text.data() + DecibelText(fit.worstDb) + " dB";
+}

@@ -51,3 +51,7 @@ std::string Describe(const Settings& settings);
 // A curve as people write it: "60:6,200:0,8000:3", hertz and decibels. Returns what is wrong with
 // it, or ""; then *points holds it in ascending order. Frequencies 10 to 24000, -60 to 20 dB.
 std::string ReadTone(std::string_view text, std::vector<TonePoint>* points);
+
+// How near a fit comes: "within 0.3 dB (rms), furthest off at 60 Hz: -0.8 dB", and whether ten
+// bands can give such a curve at all.
+std::string FitText(const ToneFit& fit);

@@ -43,6 +43,9 @@ struct ToneFit {
     double worstDb;  // the largest there, the points included; signed: result less curve
     double worstHz;  // where that is
     double peakDb;   // the result's largest magnitude up to half the rate
+
+    // A curve that changes no faster than the bands are wide comes out as near as this.
+    bool IsNear() const { return worstDb > -1.5 && worstDb < 1.5; }
 };
 
 // Least squares of the deviation in decibels at 24 frequencies to the octave, levels within -1
