@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <numbers>
+#include <optional>
 
 #include "client/presets.h"
 #include "client/settings_text.h"
@@ -52,8 +53,7 @@ TEST(Table, DefaultsAreThoseOfANewInstance) {
     loud.Configure(44100, 2);
     loud.Enable();
     const Samples held = loud.Run(Samples(40000, 20000), 256, 2);
-    EXPECT_EQ(held.back(),
-              std::floor(0.998 * ParameterOf(PARAM_LIMITER_GATE).defaultValue * 32767));
+    EXPECT_EQ(held.back(), std::floor(0.998 * 0.9999 * 32767));
 }
 
 // Amplitude of a sine after the chain over that before.
@@ -72,7 +72,7 @@ double GainOf(const Settings& settings, double frequencyHz, double amplitude) {
     return std::abs(Response(end, frequencyHz / kRateHz)) * 2 / kMeasured / amplitude / 0.998;
 }
 
-TEST(Table, TheEndsOfEveryRangeDoWhatTheirLawSays) {
+TEST(Table, DefaultsAndTheEndsOfEveryRangeDoWhatTheirLawSays) {
     const MutedLog muted;
     using Values = std::vector<std::pair<ParameterId, double>>;
     const Values gain = {{PARAM_PLAYBACKGAIN_ENABLE, 1}, {PARAM_PLAYBACKGAIN_MAXGAIN, 127}};
@@ -83,33 +83,41 @@ TEST(Table, TheEndsOfEveryRangeDoWhatTheirLawSays) {
     const struct {
         ParameterId id;
         Values with;
-        double frequencyHz, amplitude, atMinimum, atMaximum, tolerance;
+        double frequencyHz, amplitude, atMinimum, atDefault, atMaximum, tolerance;
     } rows[] = {
-        // 27.2 dB below the reference: 24.7 dB of gain, shaped to 21.7.
-        {PARAM_PLAYBACKGAIN_RATIO, gain, 1000, 500, 1, 12.15, 0.006},
-        {PARAM_PLAYBACKGAIN_VOLUME, factor, 1000, 100, 0, 127, 0.01},
-        {PARAM_PLAYBACKGAIN_MAXGAIN, factor, 1000, 100, 0, 127, 0.01},
-        {PARAM_EQUALIZER_BANDLEVEL, {}, 1000, 1000, 0, 3, 0.01},
-        {PARAM_ENHANCER_PROCESS, {{PARAM_ENHANCER_ENABLE, 1}}, 8000, 1000, 0, 4, 0.01},
-        // Both bands' weights are near 1, and the resonance lies a quarter of a period behind.
-        {PARAM_ENHANCER_LOCONTOUR, {{PARAM_ENHANCER_ENABLE, 1}}, 55, 1000, 1, 4.1, 0.1},
-        {PARAM_OUTPUT_GAIN, {}, 1000, 500, 0, 16, 0.01},
-        {PARAM_LIMITER_GATE, {{PARAM_OUTPUT_GAIN, 16}}, 1000, 20000, 0, 32767.0 / 20000, 0.01},
+        // 27.2 dB below the reference: 13.6 and 24.7 dB of gain, shaped to 12.7 and 21.7.
+        {PARAM_PLAYBACKGAIN_RATIO, gain, 1000, 500, 1, 4.315, 12.15, 0.006},
+        {PARAM_PLAYBACKGAIN_VOLUME, factor, 1000, 250, 0, 1, 127, 0.007},
+        {PARAM_PLAYBACKGAIN_MAXGAIN, factor, 1000, 250, 0, 1, 127, 0.007},
+        {PARAM_EQUALIZER_BANDLEVEL, {{PARAM_EQUALIZER_ENABLE, 1}}, 1000, 1000, 0, 1, 3, 0.005},
+        {PARAM_ENHANCER_PROCESS, {{PARAM_ENHANCER_ENABLE, 1}}, 8000, 1000, 0, 1, 4, 0.015},
+        // The low band's weight is 0.95, and the resonance lies a quarter of a period behind.
+        {PARAM_ENHANCER_LOCONTOUR,
+         {{PARAM_ENHANCER_ENABLE, 1}},
+         55,
+         1000,
+         0.961,
+         0.961,
+         4.043,
+         0.002},
+        {PARAM_OUTPUT_GAIN, {}, 1000, 500, 0, 1, 16, 0.005},
+        {PARAM_LIMITER_GATE, {{PARAM_OUTPUT_GAIN, 16}}, 1000, 20000, 0, 1.6383, 1.6383, 0.005},
     };
     for (const auto& row : rows) {
         const Parameter& p = ParameterOf(row.id);
-        for (const bool highest : {false, true}) {
+        const std::pair<std::optional<double>, double> points[] = {
+            {p.minimum, row.atMinimum}, {{}, row.atDefault}, {p.maximum, row.atMaximum}};
+        for (const auto& [value, expected] : points) {
             Settings settings;
-            for (const auto& [id, value] : row.with) settings.Set(id, value);
-            const double end = highest ? p.maximum : p.minimum;
-            if (p.kind == ParameterKind::kBandValue)
-                for (size_t band = 0; band < kBandCount; ++band) settings.SetBand(band, end);
-            else
-                settings.Set(row.id, end);
-            const double expected = highest ? row.atMaximum : row.atMinimum;
+            for (const auto& [id, other] : row.with)
+                if (id != row.id) settings.Set(id, other);
+            if (value && p.kind == ParameterKind::kBandValue)
+                for (size_t band = 0; band < kBandCount; ++band) settings.SetBand(band, *value);
+            else if (value)
+                settings.Set(row.id, *value);
             EXPECT_NEAR(GainOf(settings, row.frequencyHz, row.amplitude), expected,
                         row.tolerance * std::max(expected, 1.0))
-                << p.name << " = " << end;
+                << p.name << " = " << value.value_or(p.defaultValue);
         }
     }
     EXPECT_EQ(std::size(rows),
