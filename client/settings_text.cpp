@@ -35,11 +35,6 @@ bool Parse(std::string_view text, Number* value) {
     return error == std::errc() && stop == end;
 }
 
-bool IsGain(const Parameter& parameter) {
-    const std::string_view unit = parameter.unit;
-    return unit == "factor" || unit == "full scale";
-}
-
 // A number, or of a gain decibels.
 bool ParseValue(const Parameter& parameter, std::string_view text, double* value) {
     const bool decibels = IsGain(parameter) && text.ends_with("dB");
@@ -94,6 +89,11 @@ std::string NumberText(double value) {
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "%g", value);
     return text.data();
+}
+
+bool IsGain(const Parameter& parameter) {
+    const std::string_view unit = parameter.unit;
+    return unit == "factor" || unit == "full scale";
 }
 
 std::string DecibelText(double decibels) {

@@ -18,6 +18,9 @@
 // Shortest text of a value, at most six significant digits.
 std::string NumberText(double value);
 
+// Whether the row's values are linear gains, which decibels can stand for.
+bool IsGain(const Parameter& parameter);
+
 // "0.5 (-6.0 dB)" for a row that is a gain, else the number.
 std::string ValueText(const Parameter& parameter, double value);
 

@@ -17,7 +17,8 @@ PictureCommand::PictureCommand(CLI::App& program)
 }
 
 void PictureCommand::Run() {
-    const Settings settings = common.settings.Resolve();
+    Settings settings = common.settings.Resolve();
+    const ToneWish tone = common.settings.Tone();
     CheckPictureName(picture, "IN", input, "/dev/stdin");
     OutputFile::CheckName(picture, common.overwrite);
     common.settings.CheckSave({input, picture}, common.overwrite);
@@ -25,7 +26,8 @@ void PictureCommand::Run() {
     AudioReader reader(input);
     CheckChannels(input, reader);
     const uint32_t chainRateHz = ChainRateHz(reader.RateHz());
-    PcmSource source(reader, chainRateHz, !noDither, false);
+    tone.Grant(chainRateHz, &settings);
+    PcmSource source(reader, chainRateHz, !noDither, Metering::kNothing);
     std::vector<int16_t> pcm, whole;
     while (source.Read(&pcm)) whole.insert(whole.end(), pcm.begin(), pcm.end());
     OutputFile png(picture, common.overwrite);
@@ -36,7 +38,7 @@ void PictureCommand::Run() {
                         coldStart},
                        library, whole, picture, png);
     png.Commit();
-    common.settings.Save(common.overwrite);
+    common.settings.Save(settings, common.overwrite);
 }
 
 void CheckPictureName(const std::string& picture, const char* role, const std::string& audio,

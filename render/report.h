@@ -1,16 +1,20 @@
 // What a render did, for people and for programs.
 #pragma once
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "client/settings.h"
+#include "client/tone.h"
 #include "render/audio/loudness.h"
 
 struct Report {
     std::string input, output;
     std::string preset;
-    Settings settings;
+    Settings settings;                  // as they were played
+    std::optional<ToneFit> tone;        // if one was asked for
+    std::optional<double> matchedLufs;  // what the output gain was solved for
     uint32_t rateHz, channels;
     uint32_t chainRateHz, outputRateHz;
     uint64_t frames;  // of the input

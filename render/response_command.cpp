@@ -22,7 +22,10 @@ ResponseCommand::ResponseCommand(CLI::App& program)
 }
 
 void ResponseCommand::Run() {
-    Settings both = common.settings.Resolve();
+    Settings settings = common.settings.Resolve();
+    const ToneWish tone = common.settings.Tone();
+    tone.Grant(rateHz, &settings);
+    Settings both = settings;
     common.settings.CheckSave({picture}, common.overwrite);
     both.Set(PARAM_PLAYBACKGAIN_ENABLE, 0);
     both.Unset(PARAM_OUTPUT_GAIN);
@@ -45,5 +48,5 @@ void ResponseCommand::Run() {
     if (!DrawResponse(input, png.TemporaryPath(), &error))
         throw Failure(picture + " cannot be drawn: " + error);
     png.Commit();
-    common.settings.Save(common.overwrite);
+    common.settings.Save(settings, common.overwrite);
 }
