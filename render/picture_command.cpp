@@ -1,5 +1,7 @@
 #include "render/picture_command.h"
 
+#include <cmath>
+
 #include "client/settings_text.h"
 #include "render/aligned_stream.h"
 #include "render/audio/pcm_source.h"
@@ -34,6 +36,7 @@ void PictureCommand::Run() {
     DrawBeforeAndAfter({TitleOf(input, reader),
                         common.settings.PresetName(),
                         settings,
+                        tone.points,
                         {chainRateHz, reader.Channels(), common.bufferFrames},
                         coldStart},
                        library, whole, picture, png);
@@ -65,6 +68,9 @@ void DrawBeforeAndAfter(const BeforeAndAfter& piece, const EffectLibrary& librar
     PictureInput input;
     input.title = piece.title;
     input.settings = piece.preset + ": " + Describe(piece.settings);
+    input.asked = piece.tone;
+    for (TonePoint& point : input.asked)
+        point.db += 20 * std::log10(piece.settings.Get(PARAM_OUTPUT_GAIN));
     input.rateHz = piece.format.rateHz;
     input.channels = static_cast<int>(piece.format.channels);
     input.chain = AlignedPlayer(library, piece.settings, piece.format, piece.startsCold);

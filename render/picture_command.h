@@ -30,6 +30,7 @@ void CheckPictureName(const std::string& picture, const char* role, const std::s
 struct BeforeAndAfter {
     std::string title, preset;
     Settings settings;
+    std::vector<TonePoint> tone;  // that was asked for, none: no
     StreamFormat format;
     bool startsCold;
 };

@@ -175,9 +175,9 @@ private:
 
     void Draw() {
         try {
-            DrawBeforeAndAfter(
-                {TitleOf(job.input, reader), job.preset, report.settings, format, job.coldStart},
-                library, whole, job.picture, *png);
+            DrawBeforeAndAfter({TitleOf(job.input, reader), job.preset, report.settings,
+                                job.tone.points, format, job.coldStart},
+                               library, whole, job.picture, *png);
             png->Commit();
         } catch (const std::bad_alloc&) {
             report.missing = NoMemory();
