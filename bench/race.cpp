@@ -12,7 +12,7 @@
 
 #include "bench/music.h"
 #include "client/library_file.h"
-#include "tests/framework_client.h"
+#include "tests/library_under_test.h"
 #include "tests/muted_log.h"
 
 namespace {

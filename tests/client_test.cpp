@@ -8,7 +8,7 @@
 #include "client/presets.h"
 #include "client/settings_text.h"
 #include "client/stream.h"
-#include "framework_client.h"
+#include "library_under_test.h"
 #include "muted_log.h"
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include "captured_log.h"
 #include "fake_device.h"
-#include "framework_client.h"
+#include "library_under_test.h"
 
 namespace {
 

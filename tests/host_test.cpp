@@ -2,12 +2,11 @@
 // log lines that they cause.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 
 #include "captured_log.h"
 #include "fake_device.h"
-#include "framework_client.h"
+#include "library_under_test.h"
 
 namespace {
 
@@ -24,13 +23,6 @@ std::string DescriptorBytes(const std::string& type) {
     implementor.resize(64);
     return type + kUuidBytes + std::string("\0\0\2\0\x10\0\0\0\x0a\0\x18\0", 12) + name +
            implementor;
-}
-
-// The implementation's uuid with one byte changed.
-effect_uuid_s Spoiled(size_t byte) {
-    effect_uuid_s uuid = kOrvaneUuid;
-    reinterpret_cast<unsigned char*>(&uuid)[byte] ^= 1U;
-    return uuid;
 }
 
 // Memory for a descriptor, at an odd address.
@@ -90,38 +82,43 @@ TEST(Host, RefusedEntryPointsLeaveTheCallersMemoryAlone) {
     // Three null words: a handle without a unit.
     const effect_interface_s* noUnit[3] = {&table};
     audio_buffer_s none = {};
-    const effect_uuid_s first = Spoiled(0), last = Spoiled(15);
+    effect_uuid_s first = kOrvaneUuid, last = kOrvaneUuid;  // the byte that is another's
+    first.timeLow ^= 1U;
+    last.node[5] ^= 1U;
+#define ROW(call) #call, [&] { return call; }
     const struct {
+        const char* what;
         std::function<int32_t()> call;
         int32_t status, lookups;
     } rows[] = {
-        {[&] { return record.query_effect(1, nullptr); }, -22, 0},
-        {[&] { return record.query_effect(1, d); }, -2, 0},
-        {[&] { return record.query_effect(0xFFFFFFFF, d); }, -2, 0},
-        {[&] { return record.get_descriptor(nullptr, nullptr); }, -22, 0},
-        {[&] { return record.get_descriptor(&kOrvaneType, nullptr); }, -22, 0},
-        {[&] { return record.get_descriptor(&kOrvaneType, d); }, -2, 1},
-        {[&] { return record.get_descriptor(&first, d); }, -2, 1},
-        {[&] { return record.get_descriptor(&last, d); }, -2, 1},
-        {[&] { return record.create_effect(nullptr, 0, 0, nullptr); }, -22, 0},
-        {[&] { return record.create_effect(&kOrvaneType, 0, 0, nullptr); }, -22, 0},
-        {[&] { return record.create_effect(&kOrvaneType, 0, 0, &handle); }, -2, 1},
-        {[&] { return record.create_effect(&last, 0, 0, &handle); }, -2, 1},
-        {[&] { return record.release_effect(nullptr); }, -22, 0},
-        {[&] { return table.process(nullptr, &none, &none); }, -22, 0},
-        {[&] { return table.process(noUnit, &none, &none); }, -22, 0},
-        {[&] { return table.command(nullptr, 0, 0, nullptr, nullptr, nullptr); }, -22, 0},
-        {[&] { return table.command(noUnit, 0, 0, nullptr, nullptr, nullptr); }, -22, 0},
-        {[&] { return table.get_descriptor(nullptr, d); }, -22, 0},
-        {[&] { return table.get_descriptor(noUnit, nullptr); }, -22, 0},
+        {ROW(record.query_effect(1, nullptr)), -22, 0},
+        {ROW(record.query_effect(1, d)), -2, 0},
+        {ROW(record.query_effect(0xFFFFFFFF, d)), -2, 0},
+        {ROW(record.get_descriptor(nullptr, nullptr)), -22, 0},
+        {ROW(record.get_descriptor(&kOrvaneType, nullptr)), -22, 0},
+        {ROW(record.get_descriptor(&kOrvaneType, d)), -2, 1},
+        {ROW(record.get_descriptor(&first, d)), -2, 1},
+        {ROW(record.get_descriptor(&last, d)), -2, 1},
+        {ROW(record.create_effect(nullptr, 0, 0, nullptr)), -22, 0},
+        {ROW(record.create_effect(&kOrvaneType, 0, 0, nullptr)), -22, 0},
+        {ROW(record.create_effect(&kOrvaneType, 0, 0, &handle)), -2, 1},
+        {ROW(record.create_effect(&last, 0, 0, &handle)), -2, 1},
+        {ROW(record.release_effect(nullptr)), -22, 0},
+        {ROW(table.process(nullptr, &none, &none)), -22, 0},
+        {ROW(table.process(noUnit, &none, &none)), -22, 0},
+        {ROW(table.command(nullptr, 0, 0, nullptr, nullptr, nullptr)), -22, 0},
+        {ROW(table.command(noUnit, 0, 0, nullptr, nullptr, nullptr)), -22, 0},
+        {ROW(table.get_descriptor(nullptr, d)), -22, 0},
+        {ROW(table.get_descriptor(noUnit, nullptr)), -22, 0},
     };
     const CapturedLog log("refusals");
-    for (size_t row = 0; row < std::size(rows); ++row) {
+#undef ROW
+    for (const auto& row : rows) {
         const int lookups = device.markerLookups;
-        EXPECT_EQ(rows[row].call(), rows[row].status) << row;
-        EXPECT_EQ(device.markerLookups - lookups, rows[row].lookups) << row;
-        EXPECT_EQ(block, kUntouched) << row;
-        EXPECT_EQ(handle, &word) << row;
+        EXPECT_EQ(row.call(), row.status) << row.what;
+        EXPECT_EQ(device.markerLookups - lookups, row.lookups) << row.what;
+        EXPECT_EQ(block, kUntouched) << row.what;
+        EXPECT_EQ(handle, &word) << row.what;
     }
 }
 

@@ -28,7 +28,8 @@ public:
 private:
     static void ReportTo(intptr_t fd) {
         if (__sanitizer_set_report_fd != nullptr)
-            __sanitizer_set_report_fd(reinterpret_cast<void*>(fd));
+            __sanitizer_set_report_fd(
+                reinterpret_cast<void*>(fd));  // NOLINT(performance-no-int-to-ptr): its interface
     }
 
     int saved;

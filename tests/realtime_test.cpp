@@ -17,7 +17,7 @@
 #include <csignal>
 #include <cstddef>
 
-#include "framework_client.h"
+#include "library_under_test.h"
 
 namespace {
 

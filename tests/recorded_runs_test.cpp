@@ -12,7 +12,7 @@
 #include <sstream>
 #include <string>
 
-#include "framework_client.h"
+#include "library_under_test.h"
 
 namespace {
 

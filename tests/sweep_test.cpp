@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-#include "framework_client.h"
 #include "guarded_block.h"
+#include "library_under_test.h"
 #include "muted_log.h"
 
 namespace {

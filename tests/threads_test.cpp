@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "fake_device.h"
-#include "framework_client.h"
+#include "library_under_test.h"
 #include "muted_log.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "android/quenthra_orvane.h"
-#include "tests/framework_client.h"
+#include "tests/library_under_test.h"
 
 namespace {
 

@@ -59,7 +59,7 @@ double SumBetween(const std::vector<double>& values, double stepHz, double lowHz
 struct Bins {
     size_t first, last;
 };
-Bins BinsAround(const Response& response, double frequencyHz) {
+Bins BinsAround(const MeasuredResponse& response, double frequencyHz) {
     const double center = frequencyHz / response.stepHz;
     const double reach = std::exp2(kSmoothingOctaves / 2);
     const size_t end = response.values.size() - 2;
@@ -96,8 +96,8 @@ int16_t ToSample(double value) {
     return static_cast<int16_t>(std::lround(std::clamp(value * 32767.0, -32768.0, 32767.0)));
 }
 
-std::optional<Response> MeasureAtLevel(const SampleChain& chain, int channels, double rateHz,
-                                       double levelDb) {
+std::optional<MeasuredResponse> MeasureAtLevel(const SampleChain& chain, int channels,
+                                               double rateHz, double levelDb) {
     const auto stride = static_cast<size_t>(channels);
     const size_t length = std::bit_ceil(static_cast<size_t>(2.7 * rateHz));
     const size_t measuredFrom = length - kLookAheadFrames;
@@ -141,7 +141,7 @@ std::optional<Response> MeasureAtLevel(const SampleChain& chain, int channels, d
     }
     const double residualDb =
         outputPower > 0 ? 10 * std::log10(std::max(residualPower / outputPower, 1e-20)) : -200;
-    return Response{rateHz / static_cast<double>(length), std::move(cross), residualDb};
+    return MeasuredResponse{rateHz / static_cast<double>(length), std::move(cross), residualDb};
 }
 
 }  // namespace
@@ -241,10 +241,11 @@ LoudnessOverTime MeasureLoudness(const std::vector<float>& samples, int channels
     return loudness;
 }
 
-std::optional<Response> MeasureResponse(const SampleChain& chain, int channels, double rateHz) {
-    std::optional<Response> best;
+std::optional<MeasuredResponse> MeasureResponse(const SampleChain& chain, int channels,
+                                                double rateHz) {
+    std::optional<MeasuredResponse> best;
     for (int levelDb = kLoudestTestDb; levelDb >= kSoftestTestDb; levelDb -= kTestStepDb) {
-        std::optional<Response> response = MeasureAtLevel(chain, channels, rateHz, levelDb);
+        std::optional<MeasuredResponse> response = MeasureAtLevel(chain, channels, rateHz, levelDb);
         if (!response) return std::nullopt;
         if (!best || response->residualDb < best->residualDb) best = std::move(response);
         if (best->residualDb < kCleanResidualDb) break;
@@ -252,14 +253,14 @@ std::optional<Response> MeasureResponse(const SampleChain& chain, int channels, 
     return best;
 }
 
-double MagnitudeDb(const Response& response, double frequencyHz) {
+double MagnitudeDb(const MeasuredResponse& response, double frequencyHz) {
     const auto [first, last] = BinsAround(response, frequencyHz);
     double sum = 0;
     for (size_t k = first; k <= last; ++k) sum += std::norm(response.values[k]);
     return 10 * std::log10(sum / static_cast<double>(last - first + 1));
 }
 
-double GroupDelayMs(const Response& response, double frequencyHz) {
+double GroupDelayMs(const MeasuredResponse& response, double frequencyHz) {
     const auto [first, last] = BinsAround(response, frequencyHz);
     std::complex<double> turn = 0;
     for (size_t k = first; k < last; ++k)

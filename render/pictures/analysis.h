@@ -42,7 +42,7 @@ LoudnessOverTime MeasureLoudness(const std::vector<float>& samples, int channels
 
 // The response of a linear chain that hears the same signal on all channels: element k of `values`
 // belongs to k * stepHz.
-struct Response {
+struct MeasuredResponse {
     double stepHz = 0;
     std::vector<std::complex<double>> values;
     double residualDb = 0;  // power of the output that no response explains, against all of it
@@ -54,10 +54,11 @@ struct Response {
 // rounding to 16 bit averages out. The noise starts at -20 dB full scale and goes down in steps of
 // 6 dB as long as the residual says that a limiter is at work; the best measurement counts.
 // Nothing when the chain returns another number of samples than it was given.
-std::optional<Response> MeasureResponse(const SampleChain& chain, int channels, double rateHz);
+std::optional<MeasuredResponse> MeasureResponse(const SampleChain& chain, int channels,
+                                                double rateHz);
 
 // Mean power of the response around a frequency, 1/24 octave wide, in dB.
-double MagnitudeDb(const Response& response, double frequencyHz);
+double MagnitudeDb(const MeasuredResponse& response, double frequencyHz);
 
 // Group delay around a frequency, 1/24 octave wide, weighted with the power; 0 for aligned streams.
-double GroupDelayMs(const Response& response, double frequencyHz);
+double GroupDelayMs(const MeasuredResponse& response, double frequencyHz);

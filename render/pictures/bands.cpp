@@ -51,7 +51,7 @@ bool DrawBands(const BandsInput& input, const std::string& pngPath, std::string*
         for (size_t band = 0; band < kBands; ++band) {
             Settings::Levels levels{};
             levels.at(band) = panel.level;
-            const std::optional<Response> response = MeasureResponse(
+            const std::optional<MeasuredResponse> response = MeasureResponse(
                 [&](const std::vector<int16_t>& in) { return input.chain(levels, in); }, 1,
                 input.rateHz);
             if (!response) {

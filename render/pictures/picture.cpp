@@ -77,7 +77,7 @@ std::string SpectrumPanel(const PictureInput& input) {
            BeforeAndAfter("$spectrum");
 }
 
-std::string ResponsePanel(const Response& response, double rateHz,
+std::string ResponsePanel(const MeasuredResponse& response, double rateHz,
                           const std::vector<TonePoint>& asked) {
     const std::vector<double> grid = FrequencyGrid(rateHz);
     std::vector<double> gainDb(grid.size());
@@ -144,7 +144,7 @@ bool DrawPicture(const PictureInput& input, const std::string& pngPath, std::str
         *error = input.title + ": no audio to draw";
         return false;
     }
-    const std::optional<Response> response =
+    const std::optional<MeasuredResponse> response =
         MeasureResponse(input.chainWithoutPlaybackGain, input.channels, input.rateHz);
     if (!response) {
         *error = "the effect refused the test signal";

@@ -16,7 +16,7 @@ struct Curve {
     std::vector<double> magnitudeDb, delayMs;
 };
 
-Curve CurveOf(const Response& response, const std::vector<double>& grid) {
+Curve CurveOf(const MeasuredResponse& response, const std::vector<double>& grid) {
     Curve curve;
     for (const double frequency : grid)
         curve.magnitudeDb.push_back(std::max(MagnitudeDb(response, frequency), kFloorDb));
@@ -60,7 +60,7 @@ bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::s
         key.push_back(kAskedKey);
     }
     for (const SampleChain* chain : {&input.equalizerOnly, &input.enhancerOnly, &input.both}) {
-        const std::optional<Response> response =
+        const std::optional<MeasuredResponse> response =
             MeasureResponse(*chain, input.channels, input.rateHz);
         if (!response) {
             *error = "the effect refused the test signal";
