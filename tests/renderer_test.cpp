@@ -62,7 +62,7 @@ TEST_F(Renderer, GivesTheBitsOfTheLibraryHoweverTheInputArrives) {
     // Saved and read back; the first wrong line is told.
     EXPECT_EQ(Shell("$ORVANE render in.wav --save sound" + options +
                     " out.wav && $ORVANE render"
-                    " in.wav again.wav --keep-delay --buffer 777 --preset sound"
+                    " in.wav again.wav --cold-start --keep-delay --buffer 777 --preset sound"
                     " && cmp out.wav again.wav && echo ratio = 11 >>sound"
                     " && ! $ORVANE render in.wav no.wav --preset ./sound && grep ./sound:11: err"),
               0)
