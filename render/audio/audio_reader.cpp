@@ -37,7 +37,8 @@ constexpr const char* kPipeAdvice =
 
 }  // namespace
 
-AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard input" : path) {
+AudioReader::AudioReader(const std::string& path, const std::string& copyOfPipe)
+    : name(path == "-" ? "standard input" : path) {
     std::error_code ignored;
     if (std::filesystem::is_directory(path, ignored)) throw Failure("{} is a folder", name);
     if (path != "-" && access(path.c_str(), R_OK) != 0)
@@ -46,7 +47,10 @@ AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard
     {
         // The MP3 decoder says on standard error what it thinks of a file.
         const StderrSilencer silencer;
-        if (path == "-") {
+        if (!copyOfPipe.empty()) {
+            piped = true;
+            file.reset(sf_open(copyOfPipe.c_str(), SFM_READ, &info));
+        } else if (path == "-") {
             start = lseek(STDIN_FILENO, 0, SEEK_CUR);
             piped = start < 0;
             file.reset(sf_open_fd(STDIN_FILENO, SFM_READ, &info, SF_FALSE));
@@ -60,9 +64,9 @@ AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard
         while (!reason.empty() && (reason.back() == '.' || reason.back() == '\n'))
             reason.pop_back();
         throw Failure("{} cannot be read: {}{}", name, reason,
-                      piped ? fmt::format(" ({})", kPipeAdvice) : "");
+                      piped && copyOfPipe.empty() ? fmt::format(" ({})", kPipeAdvice) : "");
     }
-    if (piped && !ReadableFromPipe(info.format))
+    if (piped && copyOfPipe.empty() && !ReadableFromPipe(info.format))
         throw Failure("{} cannot be read: {}", name, kPipeAdvice);
     const int fd = piped         ? -1
                    : path == "-" ? STDIN_FILENO
