@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <new>
 
@@ -248,6 +249,9 @@ RenderCommand::RenderCommand(CLI::App& program)
     app.add_option("--picture", job.picture, "also draw before and after")->type_name("PNG");
     app.add_flag("--keep-delay", job.keepDelay, "don't remove the chain's delay");
     app.add_flag("--strict-rate", job.strictRate, "refuse to resample");
+    app.add_flag("--skip-existing", skipExisting,
+                 "do nothing if OUT is there: what is there is whole, so a run that was cut off "
+                 "goes on");
     app.add_flag("--json", json, "report as JSON on standard output");
     app.add_flag("--no-dither", noDither, "round to 16 bits without dither");
     AddColdStartTo(app, &job.coldStart);
@@ -263,6 +267,13 @@ void RenderCommand::Run() {
     job.bufferFrames = common.bufferFrames;
     job.overwrite = common.overwrite;
     job.dither = !noDither;
+    if (skipExisting && common.overwrite)
+        throw UsageError("--skip-existing and --force cannot both be meant");
+    if (std::error_code ignored;
+        skipExisting && std::filesystem::is_regular_file(job.output, ignored)) {
+        if (!common.quiet) fmt::print(stderr, "{} exists already, skipped\n", job.output);
+        return;
+    }
     if (json && job.output == "-")
         throw UsageError("--json and the audio cannot both go to standard output");
     if (job.output == "-" && isatty(STDOUT_FILENO) != 0)

@@ -4,10 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <string_view>
 
 #include "render/failure.h"
 #include "render/stderr_silencer.h"
@@ -30,6 +33,12 @@ bool ReadableFromPipe(int format) {
         default:
             return false;
     }
+}
+
+bool IsMpeg4(const std::string& path) {
+    std::array<char, 8> head{};
+    std::ifstream(path, std::ios::binary).read(head.data(), head.size());
+    return std::string_view(head.data(), head.size()).substr(4) == "ftyp";
 }
 
 constexpr const char* kPipeAdvice =
@@ -63,6 +72,11 @@ AudioReader::AudioReader(const std::string& path, const std::string& copyOfPipe)
         std::string reason = sf_strerror(nullptr);
         while (!reason.empty() && (reason.back() == '.' || reason.back() == '\n'))
             reason.pop_back();
+        if (IsMpeg4(path))
+            throw Failure(
+                "{0} cannot be read: MPEG-4 audio is not known here; ffmpeg makes a file that is, "
+                "tags and all: ffmpeg -i '{0}' '{1}'",
+                path, std::filesystem::path(path).replace_extension(".flac").string());
         throw Failure("{} cannot be read: {}{}", name, reason,
                       piped && copyOfPipe.empty() ? fmt::format(" ({})", kPipeAdvice) : "");
     }
