@@ -19,7 +19,9 @@ std::string LibraryOptions::Find() const {
     std::error_code ignored;
     const std::filesystem::path folder =
         std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    for (const std::filesystem::path& found : {folder / kName, folder / ".." / "lib" / kName})
+    const std::filesystem::path installed = folder.parent_path() / "lib";
+    for (const std::filesystem::path& found :
+         {folder / kName, installed / "orvane" / "soundfx" / kName, installed / kName})
         if (std::filesystem::exists(found, ignored)) return found.string();
     throw Failure("{} is not in {} (--library names another place)", kName, folder.string());
 }

@@ -1,0 +1,44 @@
+# `cmake --install`, and a Debian package through cpack: the renderer, the library in a folder of its
+# own where the renderer finds it, manual page, completion, what there is to read.
+
+include(GNUInstallDirs)
+set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/orvane)
+
+install(TARGETS orvane RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS qth_orvane LIBRARY DESTINATION lib/orvane/soundfx)  # no place of the linker's
+# Made of the line's output.
+function(make_file file line)
+  add_custom_command(OUTPUT ${file} COMMAND sh -c "${line} >${file}"
+    DEPENDS orvane packaging/changelog VERBATIM)
+endfunction()
+make_file(orvane.1.gz "'$<TARGET_FILE:orvane>' --man-page | gzip -9n")
+make_file(orvane.bash "'$<TARGET_FILE:orvane>' --bash-completion")
+make_file(changelog.gz "gzip -9nc '${CMAKE_SOURCE_DIR}/packaging/changelog'")
+add_custom_target(manual ALL DEPENDS orvane.1.gz orvane.bash changelog.gz)
+install(FILES ${CMAKE_BINARY_DIR}/orvane.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${CMAKE_BINARY_DIR}/orvane.bash RENAME orvane
+  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
+install(FILES packaging/copyright docs/batch.md docs/presets.md ${CMAKE_BINARY_DIR}/changelog.gz
+  DESTINATION ${documents})
+install(FILES packaging/lintian-overrides RENAME orvane
+  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME orvane)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "Quenthra Orvane project <orvane@quenthra.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "renders audio files through the Quenthra Orvane effect")
+set(CPACK_PACKAGE_DESCRIPTION
+  "Levels, equalises, enhances and limits music and speech, exactly as the
+effect library does on a device, from file to file or through a pipe.
+Pictures show what changed: spectrum, loudness and gain, before and after.")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "gnuplot-nox | gnuplot, fonts-dejavu-core")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "ffmpeg, parallel")
+include(CPack)
