@@ -31,22 +31,6 @@ template <typename T, typename Butterfly>
     Store(a, j + 3 * l, r.y3);
 }
 
-// For the first group of a pair; k1 is the index of w2.
-template <typename T>
-Twiddles<T> FirstTwiddles(const T* w, int k1) {
-    const Complex<T> w2 = Load(w, k1), w1 = Load(w, 2 * k1);
-    const T twice = 2 * w2.im;
-    return {w1, w2, {w1.re - twice * w1.im, twice * w1.re - w1.im}};
-}
-
-// For the second: w2 is a quarter turn on.
-template <typename T>
-Twiddles<T> SecondTwiddles(const T* w, int k1) {
-    const Complex<T> w2 = Load(w, k1), w1 = Load(w, 2 * k1 + 2);
-    const T twice = 2 * w2.re;
-    return {w1, {-w2.im, w2.re}, {w1.re - twice * w1.im, twice * w1.re - w1.im}};
-}
-
 // One stage of radix-4 steps of span l; its groups follow each other 4l apart.
 template <typename T>
 void Stage(int n, int l, T* a, const T* w) {
@@ -55,14 +39,11 @@ void Stage(int n, int l, T* a, const T* w) {
     for (int j = 0; j < l; j += 2) Apply(a, j, l, Untwiddled<T>);
     for (int j = m; j < m + l; j += 2)
         Apply(a, j, l, [u](auto... values) { return EighthTurn(values..., u); });
-    int k1 = 0;
-    for (int k = 2 * m; k < n; k += 2 * m) {
-        k1 += 2;
-        const Twiddles<T> first = FirstTwiddles(w, k1), second = SecondTwiddles(w, k1);
+    size_t t = 2;
+    for (int k = 2 * m; k < n; k += m, ++t) {
+        const Twiddles<T> factors = GroupTwiddles(w, t);
         for (int j = k; j < k + l; j += 2)
-            Apply(a, j, l, [&](auto... values) { return Twiddled(values..., first); });
-        for (int j = k + m; j < k + m + l; j += 2)
-            Apply(a, j, l, [&](auto... values) { return Twiddled(values..., second); });
+            Apply(a, j, l, [&](auto... values) { return Twiddled(values..., factors); });
     }
 }
 

@@ -58,6 +58,17 @@ template <typename V, typename T>
     std::memcpy(__builtin_assume_aligned(p, alignof(T)), &v, sizeof v);
 }
 
+// Four lanes each to `first` and `second`; up to four lanes all to `first`.
+template <typename V, typename T>
+[[gnu::always_inline]] inline void StoreFours(T* first, T* second, V v) {
+    if constexpr (kWidth<V, T> == 8) {
+        Store(first, __builtin_shufflevector(v, v, 0, 1, 2, 3));
+        Store(second, __builtin_shufflevector(v, v, 4, 5, 6, 7));
+    } else {
+        Store(first, v);
+    }
+}
+
 // x in every lane.
 template <typename V = Lanes, typename T>
 [[gnu::always_inline]] inline V Broadcast(T x) {
@@ -67,14 +78,37 @@ template <typename V = Lanes, typename T>
         return x - V{};  // keeps the sign of a zero
 }
 
+// Lane 0.
+template <typename V>
+[[gnu::always_inline]] inline auto FirstLane(V v) {
+    if constexpr (std::is_arithmetic_v<V>)
+        return v;
+    else
+        return v[0];
+}
+
+// Last lane first.
+template <typename V>
+[[gnu::always_inline]] inline V Reversed(V v) {
+    if constexpr (std::is_arithmetic_v<V>)
+        return v;
+    else if constexpr (sizeof(V) == 4 * sizeof(v[0]))
+        return __builtin_shufflevector(v, v, 3, 2, 1, 0);
+    else
+        return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0);
+}
+
 // Within each four lanes, rows before and after:
 //   a0 a1 a2 a3      a0 b0 c0 d0
 //   b0 b1 b2 b3      a1 b1 c1 d1
 //   c0 c1 c2 c3      a2 b2 c2 d2
 //   d0 d1 d2 d3      a3 b3 c3 d3
+// Single numbers stay: one column is four rows already.
 template <typename V>
 [[gnu::always_inline]] inline void Transpose(V& a, V& b, V& c, V& d) {
-    if constexpr (sizeof(V) == 4 * sizeof(a[0])) {
+    if constexpr (std::is_arithmetic_v<V>) {
+        return;
+    } else if constexpr (sizeof(V) == 4 * sizeof(a[0])) {
         const V a0b0a1b1 = __builtin_shufflevector(a, b, 0, 4, 1, 5);
         const V a2b2a3b3 = __builtin_shufflevector(a, b, 2, 6, 3, 7);
         const V c0d0c1d1 = __builtin_shufflevector(c, d, 0, 4, 1, 5);
@@ -104,22 +138,25 @@ template <typename V>
 template <typename V, typename Place>
 [[gnu::always_inline]] inline void LoadColumns(V& a, V& b, V& c, V& d, Place place) {
     using T = std::remove_cvref_t<decltype(*place(0))>;
-    using Four = typename VectorOf<T, 4>::Type;
     if constexpr (kWidth<V, T> == 1) {
         a = place(0)[0];
         b = place(0)[1];
         c = place(0)[2];
         d = place(0)[3];
     } else {
-        V* const rows[] = {&a, &b, &c, &d};
-        for (size_t r = 0; r < 4; ++r) {
+        const auto row = [&](size_t r) __attribute__((always_inline)) {
+            using Four = typename VectorOf<T, 4>::Type;
             const Four first = Load<Four>(place(r));
             if constexpr (kWidth<V, T> == 4)
-                *rows[r] = first;
+                return first;
             else
-                *rows[r] = __builtin_shufflevector(first, Load<Four>(place(r + 4)), 0, 1, 2, 3, 4,
-                                                   5, 6, 7);
-        }
+                return __builtin_shufflevector(first, Load<Four>(place(r + 4)), 0, 1, 2, 3, 4, 5, 6,
+                                               7);
+        };
+        a = row(0);
+        b = row(1);
+        c = row(2);
+        d = row(3);
         Transpose(a, b, c, d);
     }
 }
@@ -132,16 +169,19 @@ template <typename V, typename Place>
         place(0)[2] = c;
         place(0)[3] = d;
     } else {
-        Transpose(a, b, c, d);
-        const V rows[] = {a, b, c, d};
-        for (size_t r = 0; r < 4; ++r) {
+        const auto store = [&](size_t r, V row) __attribute__((always_inline)) {
             if constexpr (kWidth<V, T> == 4) {
-                Store(place(r), rows[r]);
+                Store(place(r), row);
             } else {
-                Store(place(r), __builtin_shufflevector(rows[r], rows[r], 0, 1, 2, 3));
-                Store(place(r + 4), __builtin_shufflevector(rows[r], rows[r], 4, 5, 6, 7));
+                Store(place(r), __builtin_shufflevector(row, row, 0, 1, 2, 3));
+                Store(place(r + 4), __builtin_shufflevector(row, row, 4, 5, 6, 7));
             }
-        }
+        };
+        Transpose(a, b, c, d);
+        store(0, a);
+        store(1, b);
+        store(2, c);
+        store(3, d);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <complex>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <numbers>
 #include <random>
@@ -20,6 +21,23 @@ std::vector<T> Noise(size_t count, double amplitude, unsigned seed = 1) {
     for (T& v : noise)
         v = static_cast<T>(amplitude * (static_cast<double>(random()) * 0x1p-31 - 1.0));
     return noise;
+}
+
+// Values of every size that sums survive, a share of them zeros of both signs: seed % 4 quarters.
+template <typename T>
+std::vector<T> SparseNoise(size_t count, unsigned seed) {
+    std::mt19937 random(seed);
+    std::vector<T> noise = Noise<T>(count, 1.0, seed + 1);
+    for (T& v : noise) {
+        v = std::ldexp(v, static_cast<int>(random() % 150) - 100);
+        if (random() % 4 < seed % 4) v = std::copysign(T(0), v);
+    }
+    return noise;
+}
+
+template <typename T>
+bool HaveTheSameBits(const std::vector<T>& a, const std::vector<T>& b) {
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
 }
 
 // Infinite if the lengths differ or one value isn't a number.
