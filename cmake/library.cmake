@@ -15,6 +15,7 @@ set(ORVANE_SOURCES
   effects/limiter.cpp
   effects/limiter_fp.cpp
   effects/orvane_sound.cpp
+  effects/orvane_sound_block.cpp
   effects/playback_gain.cpp
   host/effect.cpp
   host/library.cpp

@@ -126,3 +126,24 @@ template <typename V>
     const auto re = SumAndDifference(A.re, B.re);
     return {{re.sum, -A.im - B.im}, {re.difference, -A.im + B.im}};
 }
+
+// The step between the spectra of n / 2 complex and n real samples, for values q and n / 2 - q.
+template <typename V>
+struct MirroredPair {
+    Complex<V> low, high;
+};
+template <typename V, typename F>
+[[gnu::always_inline]] inline MirroredPair<V> RealForward(Complex<V> a, Complex<V> b, F wkr,
+                                                          F wki) {
+    const V xr = a.re - b.re, xi = a.im + b.im;
+    const V yr = wkr * xr - wki * xi, yi = wkr * xi + wki * xr;
+    return {{a.re - yr, a.im - yi}, {b.re + yr, b.im - yi}};
+}
+// And back, leaving the conjugates that the backward transform expects.
+template <typename V, typename F>
+[[gnu::always_inline]] inline MirroredPair<V> RealInverse(Complex<V> a, Complex<V> b, F wkr,
+                                                          F wki) {
+    const V xr = a.re - b.re, xi = a.im + b.im;
+    const V yr = wkr * xr + wki * xi, yi = wkr * xi - wki * xr;
+    return {{a.re - yr, yi - a.im}, {b.re + yr, yi - b.im}};
+}

@@ -108,50 +108,19 @@ void BuildRealFactors(int nc, int* ip, T* c) {
     }
 }
 
-// From the spectrum of the n/2 complex values to that of the n real ones.
-template <typename T>
-void RealForward(int n, T* a, int nc, const T* c) {
+// The step between the spectra of the n/2 complex and of the n real values, forth or back.
+template <typename T, typename Step>
+void ApplyToSpectrum(int n, T* a, int nc, const T* c, Step step) {
     const int m = n / 2;
     const int ks = 2 * nc / m;
     int kk = 0;
     for (int j = 2; j < m; j += 2) {
-        const int k = n - j;
         kk += ks;
         const T wkr = static_cast<T>(0.5) - c[nc - kk];
-        const T wki = c[kk];
-        const T xr = a[j] - a[k];
-        const T xi = a[j + 1] + a[k + 1];
-        const T yr = wkr * xr - wki * xi;
-        const T yi = wkr * xi + wki * xr;
-        a[j] -= yr;
-        a[j + 1] -= yi;
-        a[k] += yr;
-        a[k + 1] = a[k + 1] - yi;
+        const MirroredPair<T> r = step(Load(a, j), Load(a, n - j), wkr, c[kk]);
+        Store(a, j, r.low);
+        Store(a, n - j, r.high);
     }
-}
-
-// And back, leaving the conjugates that cftbsub expects.
-template <typename T>
-void RealInverse(int n, T* a, int nc, const T* c) {
-    const int m = n / 2;
-    const int ks = 2 * nc / m;
-    a[1] = -a[1];
-    int kk = 0;
-    for (int j = 2; j < m; j += 2) {
-        const int k = n - j;
-        kk += ks;
-        const T wkr = static_cast<T>(0.5) - c[nc - kk];
-        const T wki = c[kk];
-        const T xr = a[j] - a[k];
-        const T xi = a[j + 1] + a[k + 1];
-        const T yr = wkr * xr + wki * xi;
-        const T yi = wkr * xi - wki * xr;
-        a[j] -= yr;
-        a[j + 1] = yi - a[j + 1];
-        a[k] += yr;
-        a[k + 1] = yi - a[k + 1];
-    }
-    a[m + 1] = -a[m + 1];
 }
 
 size_t SquareRoot(uint32_t n) {
@@ -249,17 +218,21 @@ void FFT_R24<T>::cftbsub(int n, T* a, const T* w) {
 }
 
 template <typename T>
-void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
+void MakeFftTables(int n, int* ip, T* w) {
     if (n > 4 * ip[0]) BuildTwiddles(n / 4, ip, w);
-    const int nw = ip[0];
-    if (n > 4 * ip[1]) BuildRealFactors(n / 4, ip, w + nw);
+    if (n > 4 * ip[1]) BuildRealFactors(n / 4, ip, w + ip[0]);
+}
+
+template <typename T>
+void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
+    MakeFftTables(n, ip, w);
     const int nc = ip[1];
-    const T* c = w + nw;
+    const T* c = w + ip[0];
     if (isgn >= 0) {
         if (n > 4) {
             bitrv2(n, ip + 2, a);
             cftfsub(n, a, w);
-            RealForward(n, a, nc, c);
+            ApplyToSpectrum(n, a, nc, c, RealForward<T, T>);
         } else if (n == 4) {
             cftfsub(n, a, w);
         }
@@ -270,7 +243,9 @@ void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
         a[1] = static_cast<T>(0.5) * (a[0] - a[1]);
         a[0] -= a[1];
         if (n > 4) {
-            RealInverse(n, a, nc, c);
+            a[1] = -a[1];
+            ApplyToSpectrum(n, a, nc, c, RealInverse<T, T>);
+            a[n / 2 + 1] = -a[n / 2 + 1];
             bitrv2(n, ip + 2, a);
             cftbsub(n, a, w);
         } else if (n == 4) {
@@ -279,5 +254,7 @@ void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
     }
 }
 
+template void MakeFftTables(int n, int* ip, float* w);
+template void MakeFftTables(int n, int* ip, double* w);
 template class FFT_R24<float>;
 template class FFT_R24<double>;

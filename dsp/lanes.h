@@ -137,14 +137,14 @@ template <typename V>
 //   d  x3 y3 z3 w3 ..
 template <typename V, typename Place>
 [[gnu::always_inline]] inline void LoadColumns(V& a, V& b, V& c, V& d, Place place) {
-    using T = std::remove_cvref_t<decltype(*place(0))>;
-    if constexpr (kWidth<V, T> == 1) {
+    if constexpr (std::is_arithmetic_v<V>) {
         a = place(0)[0];
         b = place(0)[1];
         c = place(0)[2];
         d = place(0)[3];
     } else {
         const auto row = [&](size_t r) __attribute__((always_inline)) {
+            using T = std::remove_cvref_t<decltype(*place(0))>;
             using Four = typename VectorOf<T, 4>::Type;
             const Four first = Load<Four>(place(r));
             if constexpr (kWidth<V, T> == 4)
@@ -162,15 +162,14 @@ template <typename V, typename Place>
 }
 template <typename V, typename Place>
 [[gnu::always_inline]] inline void StoreColumns(V a, V b, V c, V d, Place place) {
-    using T = std::remove_cvref_t<decltype(*place(0))>;
-    if constexpr (kWidth<V, T> == 1) {
+    if constexpr (std::is_arithmetic_v<V>) {
         place(0)[0] = a;
         place(0)[1] = b;
         place(0)[2] = c;
         place(0)[3] = d;
     } else {
         const auto store = [&](size_t r, V row) __attribute__((always_inline)) {
-            if constexpr (kWidth<V, T> == 4) {
+            if constexpr (sizeof(V) == 4 * sizeof(row[0])) {
                 Store(place(r), row);
             } else {
                 Store(place(r), __builtin_shufflevector(row, row, 0, 1, 2, 3));
@@ -191,16 +190,18 @@ template <typename V, typename Place>
 //   odd    1 3 5 7
 template <typename V, typename T>
 [[gnu::always_inline]] inline void LoadPairs(V& even, V& odd, const T* p) {
-    const V first = Load<V>(p), second = Load<V>(p + kWidth<V, T>);
-    if constexpr (kWidth<V, T> == 1) {
-        even = first;
-        odd = second;
-    } else if constexpr (kWidth<V, T> == 4) {
-        even = __builtin_shufflevector(first, second, 0, 2, 4, 6);
-        odd = __builtin_shufflevector(first, second, 1, 3, 5, 7);
+    if constexpr (std::is_arithmetic_v<V>) {
+        even = p[0];
+        odd = p[1];
     } else {
-        even = __builtin_shufflevector(first, second, 0, 2, 4, 6, 8, 10, 12, 14);
-        odd = __builtin_shufflevector(first, second, 1, 3, 5, 7, 9, 11, 13, 15);
+        const V first = Load<V>(p), second = Load<V>(p + kWidth<V, T>);
+        if constexpr (kWidth<V, T> == 4) {
+            even = __builtin_shufflevector(first, second, 0, 2, 4, 6);
+            odd = __builtin_shufflevector(first, second, 1, 3, 5, 7);
+        } else {
+            even = __builtin_shufflevector(first, second, 0, 2, 4, 6, 8, 10, 12, 14);
+            odd = __builtin_shufflevector(first, second, 1, 3, 5, 7, 9, 11, 13, 15);
+        }
     }
 }
 template <typename V, typename T>
@@ -215,4 +216,15 @@ template <typename V, typename T>
     }
     Store(p, first);
     Store(p + kWidth<V, T>, second);
+}
+
+// body.template operator()<V>(i) for the vectors of a run of `count` numbers of type T, then one by
+// one, with V = T, for the rest.
+template <typename T, typename Body>
+[[gnu::always_inline]] inline void ForLanes(size_t count, Body body) {
+    using V = typename WidestVector<T>::Type;
+    size_t i = 0;
+    for (; count - i >= kWidth<V, T>; i += kWidth<V, T>) body.template operator()<V>(i);
+    if constexpr (kWidth < V, T >> 1)
+        for (; i < count; ++i) body.template operator()<T>(i);
 }

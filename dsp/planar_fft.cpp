@@ -1,19 +1,7 @@
 #include "dsp/planar_fft.h"
 
-#include "dsp/butterfly.h"
-#include "dsp/lanes.h"
-
 namespace {
 
-template <typename V, typename T>
-[[gnu::always_inline]] inline Complex<V> LoadAt(Planar<T> a, size_t q) {
-    return {Load<V>(a.re + q), Load<V>(a.im + q)};
-}
-template <typename V, typename T>
-[[gnu::always_inline]] inline void StoreAt(Planar<T> a, size_t q, Complex<V> v) {
-    Store(a.re + q, v.re);
-    Store(a.im + q, v.im);
-}
 template <typename V, typename T>
 [[gnu::always_inline]] inline void StoreAll(Planar<T> a, size_t q, size_t apart,
                                             const Radix4<V>& r) {
@@ -149,6 +137,8 @@ void PlanarFft<T>::FirstTwoStages(Planar<const T> in, Planar<T> out) const {
         place[row] = W == 1 ? row : 16 * size_t{reversed[row]};
         secondPlace[row] = W == 8 ? 16 * size_t{reversed[row + 4]} : 0;
     }
+    const T *const first = firstFactors.data(), *const second = secondFactors.data();
+    const uint32_t* const order = reversed.data();
     T re[16 * W], im[16 * W];  // four rows of each group of four
     const Planar<T> rows = {re, im};
     for (size_t q = 0; q < groups; q += W) {
@@ -156,20 +146,20 @@ void PlanarFft<T>::FirstTwoStages(Planar<const T> in, Planar<T> out) const {
             const size_t at = q + ReversedOfFour(i) * groups;
             const Radix4<V> r = Twiddled(
                 LoadAt<V>(in, at), LoadAt<V>(in, at + 2 * quarter), LoadAt<V>(in, at + quarter),
-                LoadAt<V>(in, at + 3 * quarter), LoadTwiddles<V>(firstFactors.data() + 6 * at));
+                LoadAt<V>(in, at + 3 * quarter), LoadTwiddles<V>(first + 6 * at));
             StoreAll(rows, 4 * W * i, W, Transposed(r));
         }
-        const size_t t = reversed[q];
+        const size_t t = order[q];
         for (size_t row = 0; row < 4; ++row) {
             const Radix4<V> r =
                 Twiddled(LoadAt<V>(rows, row * W), LoadAt<V>(rows, (row + 4) * W),
                          LoadAt<V>(rows, (row + 8) * W), LoadAt<V>(rows, (row + 12) * W),
-                         LoadTwiddles<V>(secondFactors.data() + 6 * (4 * q + row * W)));
-            const size_t to = 16 * t + place[row], second = 16 * t + secondPlace[row];
-            StoreFoursAt(out, to, second, r.y0);
-            StoreFoursAt(out, to + 4, second + 4, r.y1);
-            StoreFoursAt(out, to + 8, second + 8, r.y2);
-            StoreFoursAt(out, to + 12, second + 12, r.y3);
+                         LoadTwiddles<V>(second + 6 * (4 * q + row * W)));
+            const size_t to = 16 * t + place[row], alsoTo = 16 * t + secondPlace[row];
+            StoreFoursAt(out, to, alsoTo, r.y0);
+            StoreFoursAt(out, to + 4, alsoTo + 4, r.y1);
+            StoreFoursAt(out, to + 8, alsoTo + 8, r.y2);
+            StoreFoursAt(out, to + 12, alsoTo + 12, r.y3);
         }
         if (t < 2) RedoGroup<V>(in, rows, t, out);
     }

@@ -10,15 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "dsp/butterfly.h"
 #include "dsp/owned_array.h"
-
-// Pointers to M real and M imaginary parts.
-template <typename T>
-struct Planar {
-    T* re;
-    T* im;
-};
+#include "dsp/planar.h"
 
 template <typename T>
 class PlanarFft {
