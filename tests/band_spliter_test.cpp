@@ -62,7 +62,7 @@ TYPED_TEST(BandSpliterTest, EqualsItsStepsBitForBit) {
             splitter.CvFFTRealTime(kernel.data(), N, false, false);
         }
         for (unsigned block = 0; block < 8; ++block) {
-            Samples input = SparseNoise<TypeParam>(L, block);
+            Samples input = SparseNoise<TypeParam>(L, 4 + block);
             splitter.Convolve(input.data(), got[0].data(), got[1].data(), got[2].data(), L);
             input.resize(N);
             splitter.CvFFTCreated(input.data(), N, false, false);

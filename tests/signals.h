@@ -23,14 +23,14 @@ std::vector<T> Noise(size_t count, double amplitude, unsigned seed = 1) {
     return noise;
 }
 
-// Values of every size that sums survive, a share of them zeros of both signs: seed % 4 quarters.
+// Values of every size that sums survive, seed % 5 quarters of them zeros of both signs.
 template <typename T>
 std::vector<T> SparseNoise(size_t count, unsigned seed) {
     std::mt19937 random(seed);
     std::vector<T> noise = Noise<T>(count, 1.0, seed + 1);
     for (T& v : noise) {
         v = std::ldexp(v, static_cast<int>(random() % 150) - 100);
-        if (random() % 4 < seed % 4) v = std::copysign(T(0), v);
+        if (random() % 4 < seed % 5) v = std::copysign(T(0), v);
     }
     return noise;
 }
