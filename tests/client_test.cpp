@@ -87,8 +87,9 @@ TEST(Table, DefaultsAndTheEndsOfEveryRangeDoWhatTheirLawSays) {
     } rows[] = {
         // 27.2 dB below the reference: 13.6 and 24.7 dB of gain, shaped to 12.7 and 21.7.
         {PARAM_PLAYBACKGAIN_RATIO, gain, 1000, 500, 1, 4.315, 12.15, 0.006},
-        {PARAM_PLAYBACKGAIN_VOLUME, factor, 1000, 250, 0, 1, 127, 0.0057},
-        {PARAM_PLAYBACKGAIN_MAXGAIN, factor, 1000, 250, 0, 1, 127, 0.0057},
+        // Less what is cut off to whole samples.
+        {PARAM_PLAYBACKGAIN_VOLUME, factor, 1000, 250, 0, 0.9945, 126.75, 0.002},
+        {PARAM_PLAYBACKGAIN_MAXGAIN, factor, 1000, 250, 0, 0.9945, 126.75, 0.002},
         {PARAM_EQUALIZER_BANDLEVEL, {{PARAM_EQUALIZER_ENABLE, 1}}, 1000, 1000, 0, 1, 3, 0.005},
         {PARAM_ENHANCER_PROCESS, {{PARAM_ENHANCER_ENABLE, 1}}, 8000, 1000, 0, 1, 4, 0.015},
         // The low band's weight is 0.95, and the resonance lies a quarter of a period behind.
