@@ -76,6 +76,7 @@ TEST(Table, DefaultsAndTheEndsOfEveryRangeDoWhatTheirLawSays) {
     const MutedLog muted;
     using Values = std::vector<std::pair<ParameterId, double>>;
     const Values gain = {{PARAM_PLAYBACKGAIN_ENABLE, 1}, {PARAM_PLAYBACKGAIN_MAXGAIN, 127}};
+    const Values most = {{PARAM_PLAYBACKGAIN_ENABLE, 1}, {PARAM_PLAYBACKGAIN_VOLUME, 127}};
     const Values factor = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                            {PARAM_PLAYBACKGAIN_RATIO, 0},
                            {PARAM_PLAYBACKGAIN_MAXGAIN, 127},
@@ -89,7 +90,7 @@ TEST(Table, DefaultsAndTheEndsOfEveryRangeDoWhatTheirLawSays) {
         {PARAM_PLAYBACKGAIN_RATIO, gain, 1000, 500, 1, 4.315, 12.15, 0.006},
         // Less what is cut off to whole samples.
         {PARAM_PLAYBACKGAIN_VOLUME, factor, 1000, 250, 0, 0.9945, 126.75, 0.002},
-        {PARAM_PLAYBACKGAIN_MAXGAIN, factor, 1000, 250, 0, 0.9945, 126.75, 0.002},
+        {PARAM_PLAYBACKGAIN_MAXGAIN, most, 1000, 250, 0, 0.9945, 126.75, 0.002},
         {PARAM_EQUALIZER_BANDLEVEL, {{PARAM_EQUALIZER_ENABLE, 1}}, 1000, 1000, 0, 1, 3, 0.005},
         {PARAM_ENHANCER_PROCESS, {{PARAM_ENHANCER_ENABLE, 1}}, 8000, 1000, 0, 1, 4, 0.015},
         // The low band's weight is 0.95, and the resonance lies a quarter of a period behind.
