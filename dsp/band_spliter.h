@@ -9,9 +9,10 @@
 #include <memory>
 
 #include "dsp/band_filters.h"
+#include "platform/export.h"
 
 template <typename T>
-class BandSpliter {
+class ORVANE_API BandSpliter {
 public:
     // Not usable until set up.
     BandSpliter();
@@ -63,7 +64,9 @@ public:
     void ReleaseResources();
 
 private:
-    Planar<T> Work(size_t i) { return {work[i].data(), work[i].data() + work[i].size() / 2}; }
+    ORVANE_LOCAL Planar<T> Work(size_t i) {
+        return {work[i].data(), work[i].data() + work[i].size() / 2};
+    }
 
     BandFilters<T> filters;
     BandTails<T> tails;

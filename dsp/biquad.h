@@ -9,15 +9,15 @@
 //
 // Delay: none. Allocates: never. Thread: no lock of its own; the owner serialises all calls.
 #pragma once
-#include <cstddef>
 #include <cstdint>
 
 #include "dsp/biquad_section.h"
+#include "platform/export.h"
 
 // Sample: type of ProcessSample's argument and result. Real: type of coefficients, history and
 // arithmetic.
 template <typename Sample, typename Real>
-class Biquad {
+class ORVANE_API Biquad {
 public:
     // A pass-through.
     Biquad();
@@ -45,7 +45,7 @@ public:
 
     Sample ProcessSample(Sample sample);
     // In place, `count` samples of the channel.
-    void Process(Sample* samples, size_t count);
+    void Process(Sample* samples, uint32_t count);
 
 private:
     BiquadCoefficients<Real> coefficients;

@@ -3,14 +3,36 @@
 #include <cmath>
 #include <cstring>
 #include <new>
-#include <type_traits>
 
 namespace {
+
 constexpr uint32_t kHalfWidths[] = {1, 2, 4, 8, 16, 32, 64, 128, 256};
 // 1 / (2 half-width): not 1 / (2 half-width + 1), although that many samples are summed.
 template <typename Real>
 constexpr Real kScales[] = {Real(0x1p-1), Real(0x1p-2), Real(0x1p-3), Real(0x1p-4), Real(0x1p-5),
                             Real(0x1p-6), Real(0x1p-7), Real(0x1p-8), Real(0x1p-9)};
+
+// What the variants differ in.
+template <typename Real>
+struct Laws;
+template <>
+struct Laws<float> {
+    static constexpr bool kForgetsWhenEnabled = true;
+    static float GainAbove0(float level) { return 2 * level + 1; }
+};
+template <>
+struct Laws<double> {
+    static constexpr bool kForgetsWhenEnabled = false;
+    static double GainAbove0(double level) { return level > 1 ? 2 : level + 1; }
+};
+
+template <typename Real>
+Real GainOf(float level) {
+    const Real L = level;
+    if (L > 0) return Laws<Real>::GainAbove0(L);
+    return L < -1 ? 0 : L + 1;
+}
+
 }  // namespace
 
 template <typename Sample, typename Real>
@@ -39,26 +61,15 @@ void FIREqualizer<Sample, Real>::SetChannels(unsigned int count) {
 template <typename Sample, typename Real>
 bool FIREqualizer<Sample, Real>::SetEnable(bool enable) {
     if (enable == enabled) return false;
-    if (enable && std::is_same_v<Real, float>) Reset();
+    if (enable && Laws<Real>::kForgetsWhenEnabled) Reset();
     enabled = enable;
     return true;
 }
 
 template <typename Sample, typename Real>
-Real FIREqualizer<Sample, Real>::GainOf(float level) {
-    Real L = level;
-    if constexpr (std::is_same_v<Real, float>) {
-        if (L > 0) L = 2 * L;
-    } else {
-        if (L > 1) return 2;
-    }
-    return L < -1 ? 0 : L + 1;
-}
-
-template <typename Sample, typename Real>
 void FIREqualizer<Sample, Real>::SetBandLevel(int band, float level) {
     if (!state || band < 0 || band >= static_cast<int>(kBands)) return;
-    const Real gain = GainOf(level);
+    const Real gain = GainOf<Real>(level);
     if (!std::isfinite(gain)) return;
     state->bandGains[static_cast<int>(kBands) - 1 - band] = gain;
 }

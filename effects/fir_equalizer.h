@@ -16,11 +16,12 @@
 #include <memory>
 
 #include "dsp/stream.h"
+#include "platform/export.h"
 
 // Real: type of state, gains and arithmetic. The two differ in two laws: see SetBandLevel and
 // SetEnable.
 template <typename Sample, typename Real>
-class FIREqualizer {
+class ORVANE_API FIREqualizer {
 public:
     static constexpr size_t kBands = 10;
 
@@ -63,8 +64,7 @@ private:
         uint32_t writeIndex;
     };
 
-    static Real GainOf(float level);
-    static Real Step(State& s, size_t channel, Real x);
+    ORVANE_LOCAL static Real Step(State& s, size_t channel, Real x);
 
     std::unique_ptr<State> state;
     uint32_t samplingRate = 0;

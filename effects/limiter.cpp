@@ -5,9 +5,10 @@
 #include <iterator>
 
 namespace {
-constexpr float kSmoothKeep = 0.8999F;
+constexpr float kSmoothKeep = 0.8999F;  // exp(-1 / 9.48): attack
+// Short of the rest: a steady target becomes 0.0999 / 0.1001 = 0.998 of itself.
 constexpr float kSmoothTake = 0.0999F;
-constexpr float kReleaseKeep = 0.9999F;
+constexpr float kReleaseKeep = 0.9999F;  // exp(-1 / 10000): release, toward 1
 constexpr float kReleaseStep = 0.0001F;
 }  // namespace
 
@@ -33,7 +34,7 @@ float Limiter::Process(float x) {
         peakTree.Clear();
         limiting = true;
     }
-    float target = unityGain;
+    float target = 1.0F;
     if (limiting) {
         const float peak = peakTree.Insert(writeIndex, magnitude);
         if (gate >= peak) {
@@ -61,4 +62,8 @@ float Limiter::Process(float x) {
         y = delayed * gain;
     }
     return y;
+}
+
+void Limiter::Process(float* samples, uint32_t frames, uint32_t stride) {
+    for (size_t n = 0; n < frames; ++n, samples += stride) *samples = Process(*samples);
 }

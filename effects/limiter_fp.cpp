@@ -5,6 +5,12 @@
 
 namespace {
 
+// As in Limiter.
+constexpr int32_t kSmoothKeep = ToQ24(0.8999);
+constexpr int32_t kSmoothTake = ToQ24(0.0999);
+constexpr int32_t kReleaseKeep = ToQ24(0.9999);
+constexpr int32_t kReleaseStep = ToQ24(0.0001);
+
 // a / b in Q24, truncated; 0 <= a < b, so the quotient is below 1.
 int32_t QuotientQ24(int32_t a, int32_t b) {
     return static_cast<int32_t>((static_cast<int64_t>(a) << kQ24Bits) / b);
@@ -34,7 +40,7 @@ int32_t Limiter_FP::Process(int32_t x) {
         peakTree.Clear();
         limiting = true;
     }
-    int32_t target = unityGain;
+    int32_t target = kQ24One;
     if (limiting) {
         const int32_t peak = peakTree.Insert(writeIndex, magnitude);
         if (gate >= peak) {
@@ -52,8 +58,8 @@ int32_t Limiter_FP::Process(int32_t x) {
     writeIndex = (writeIndex + 1) % kPeakWindow;
     const int32_t delayed = delayLine[writeIndex];
 
-    smoothedTarget = WrapAdd(MulQ24(smoothKeep, smoothedTarget), MulQ24(smoothTake, target));
-    int32_t g = WrapAdd(releaseStep, MulQ24(releaseKeep, gain));
+    smoothedTarget = WrapAdd(MulQ24(kSmoothKeep, smoothedTarget), MulQ24(kSmoothTake, target));
+    int32_t g = WrapAdd(kReleaseStep, MulQ24(kReleaseKeep, gain));
     if (smoothedTarget < g) g = smoothedTarget;
     gain = g;
     int32_t y = MulQ24(delayed, g);
@@ -62,4 +68,8 @@ int32_t Limiter_FP::Process(int32_t x) {
         y = MulQ24(delayed, gain);
     }
     return y;
+}
+
+void Limiter_FP::Process(int32_t* samples, uint32_t frames, uint32_t stride) {
+    for (size_t n = 0; n < frames; ++n, samples += stride) *samples = Process(*samples);
 }

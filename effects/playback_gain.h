@@ -18,8 +18,9 @@
 #include "dsp/fixed_point.h"
 #include "dsp/stream.h"
 #include "effects/limiter_fp.h"
+#include "platform/export.h"
 
-class PlaybackGain {
+class ORVANE_API PlaybackGain {
 public:
     // Disabled, 44100 Hz, stereo, ratio 1, volume 1, maximum gain factor 1.
     PlaybackGain();
@@ -52,14 +53,12 @@ public:
     void Process(const int16_t* in, int16_t* out, unsigned int frames);
 
 private:
-    void DesignWeighting();
-    int64_t TargetGain(const int16_t* in, unsigned int frames);
-    void AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
-                        unsigned int frames);
+    ORVANE_LOCAL void DesignWeighting();
+    ORVANE_LOCAL int64_t MeasureGain(const int16_t* in, unsigned int frames);
+    ORVANE_LOCAL void AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in,
+                                     int16_t* out, unsigned int frames);
 
     float invCompressionRatio = 0.5F;
-    float log10e = 0.43429446F;   // one unit below the float nearest to log10(e)
-    double powerScale = 0x1p-48;  // to full scale squared
     float activeCompressionRatio = 2.0F;
     int32_t activeVolume = kQ24One;
     int32_t activeMaxGain = kQ24One;
