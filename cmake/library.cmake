@@ -1,35 +1,12 @@
 # The library, twice from the same objects: `orvane_static` for tests that look inside, and the
 # shared library that the framework loads.
 
-set(ORVANE_SOURCES
-  dsp/band_filters.cpp
-  dsp/band_spliter.cpp
-  dsp/biquad.cpp
-  dsp/biquad_fp.cpp
-  dsp/fft_r24.cpp
-  dsp/fir_window.cpp
-  dsp/planar_fft.cpp
-  dsp/wave_buffer.cpp
-  effects/cross_fader.cpp
-  effects/fir_equalizer.cpp
-  effects/limiter.cpp
-  effects/limiter_fp.cpp
-  effects/orvane_sound.cpp
-  effects/orvane_sound_block.cpp
-  effects/playback_gain.cpp
-  host/effect.cpp
-  host/library.cpp
-  host/reply.cpp
-  platform/clock.cpp
-  platform/file.cpp
-  unit/chain.cpp
-  unit/process_unit_orvane.cpp
-)
-
+include(cmake/sources.cmake)
+set(platform_sources platform/clock.cpp platform/file.cpp)
 if(ORVANE_LIBLOG)
-  set(log_source platform/log_liblog.cpp)
+  list(APPEND platform_sources platform/log_liblog.cpp)
 else()
-  set(log_source platform/log_stderr.cpp)
+  list(APPEND platform_sources platform/log_stderr.cpp)
 endif()
 
 # What runs with every sample, faster still on processors that have room for it.
@@ -44,14 +21,8 @@ endif()
 # orvane_objectsSUFFIX, orvane_staticSUFFIX and the shared qth_orvaneSUFFIX in `folder`; the other
 # arguments are options for them and for what is linked with the objects.
 function(add_orvane_library suffix folder)
-  add_library(orvane_objects${suffix} OBJECT ${ORVANE_SOURCES} ${log_source})
-  target_compile_options(orvane_objects${suffix} PUBLIC ${ARGN} PRIVATE
-    -fvisibility=hidden  # but for what platform/export.h marks
-    -fno-exceptions -fno-rtti -fno-unwind-tables -fno-asynchronous-unwind-tables
-    -ffunction-sections -fdata-sections
-    # The run-time library computes every design, whatever a compiler knows of its arguments.
-    -fno-builtin-sin -fno-builtin-cos -fno-builtin-exp -fno-builtin-pow -fno-builtin-sinf
-    -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf)
+  add_library(orvane_objects${suffix} OBJECT ${ORVANE_SOURCES} ${platform_sources})
+  target_compile_options(orvane_objects${suffix} PUBLIC ${ARGN} PRIVATE ${ORVANE_OPTIONS})
 
   add_library(orvane_static${suffix} STATIC)
   target_link_libraries(orvane_static${suffix} PUBLIC orvane_objects${suffix} m)
