@@ -26,8 +26,8 @@ std::vector<T> Noise(size_t count, double amplitude, unsigned seed = 1) {
 // To compare zeros of both signs and what isn't a number.
 template <typename T>
 std::vector<uint32_t> Bits(const std::vector<T>& samples) {
-    std::vector<uint32_t> bits;
-    for (const T sample : samples) bits.push_back(std::bit_cast<uint32_t>(sample));
+    std::vector<uint32_t> bits(samples.size());
+    for (size_t i = 0; i < bits.size(); ++i) bits[i] = std::bit_cast<uint32_t>(samples[i]);
     return bits;
 }
 
