@@ -2,6 +2,7 @@
 # shared library that the framework loads.
 
 set(ORVANE_SOURCES
+  dsp/band_filters.cpp
   dsp/band_spliter.cpp
   dsp/biquad.cpp
   dsp/biquad_fp.cpp

@@ -1,19 +1,13 @@
-// Splits one channel into three bands with linear-phase FIR filters, by FFT block convolution with
-// overlap-add (A. V. Oppenheim, R. W. Schafer, Discrete-Time Signal Processing, "Linear
-// Convolution Using the Discrete Fourier Transform").
+// Splits one channel into three bands: BandFilters and the tails of one channel in one object, and
+// their steps one by one. Delay and method are BandFilters'.
 //
-// Blocks of L frames, kernels of K taps, transforms of N = L + K - 1: one forward transform of the
-// block, three products, three inverse transforms. The three bands add up to the input delayed by
-// (K - 1) / 2 frames, which is the only delay: a block handed in comes back in the same call.
-//
-// Allocates: SetParameter only. Thread: no lock of its own; the owner serialises all calls.
+// Allocates: SetParameter, ProcessKernel, PrepareBuffer, CvFFTRealTime. Thread: no lock of its own;
+// the owner serialises all calls.
 #pragma once
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 
-#include "dsp/fft_r24.h"
-#include "dsp/owned_array.h"
+#include "dsp/band_filters.h"
 
 template <typename T>
 class BandSpliter {
@@ -22,10 +16,9 @@ public:
     BandSpliter();
     ~BandSpliter();
 
-    // Designs the kernels (low-pass at lowCutoff, high-pass at highCutoff, band-pass between them)
-    // and builds every buffer. windowType as FIRWindow has it, kernelLength K odd and at least 3,
-    // samplingRateHz above 0. False with the previous set-up kept if an argument is refused or the
-    // kernels can't be designed; false and not usable if memory for the new state is refused.
+    // Designs the filters and builds every buffer; arguments as BandFilters::Design has them. False
+    // with the previous set-up kept if an argument is refused or the kernels can't be designed;
+    // false and not usable if memory for the new state is refused.
     bool SetParameter(uint32_t windowType, uint32_t kernelLength, uint32_t samplingRateHz,
                       T lowCutoff, T highCutoff);
 
@@ -41,12 +34,11 @@ public:
     // Forgets the history, as newly set up; kernels and sizes stay.
     void Reset();
 
-    uint32_t GetProceedBufferSize() const { return proceedBufferSize; }  // L, 0 when not set up
-    uint32_t GetFFTSize() const { return fftSize; }                      // N
-    bool InstanceUsable() const { return instanceUsable; }
+    uint32_t GetProceedBufferSize() const { return filters.BlockLength(); }  // L, 0 when not set up
+    uint32_t GetFFTSize() const { return filters.TransformLength(); }        // N
+    bool InstanceUsable() const { return filters.BlockLength() != 0; }
 
-    // The smallest L, not below 2 (K + 32), for which L + K - 1 is a power of two; 0 if that power
-    // would exceed 2^30.
+    // BandFilters::BlockLengthFor.
     static uint32_t GetDataLength(uint32_t kernelLength);
 
     // Steps of SetParameter and ConvolveInterleaved.
@@ -68,14 +60,8 @@ public:
     void ReleaseResources();
 
 private:
-    OwnedArray<T> lowKernel, highKernel, bandKernel;     // spectra, N
-    OwnedArray<T> lowOverlap, highOverlap, bandOverlap;  // N - L
-    uint32_t fftSize = 0;
-    bool instanceUsable = false;
-    bool primed = false;  // a block was processed, so the tails count
-    uint32_t proceedBufferSize = 0;
-    std::unique_ptr<FFT_R24<T>> fft;
-    OwnedArray<T> lowWork, highWork, bandWork;  // N
+    BandFilters<T> filters;
+    BandTails<T> tails;
 };
 
 extern template class BandSpliter<float>;

@@ -3,14 +3,11 @@
 #include <cmath>
 #include <utility>
 
+#include "dsp/butterfly.h"
+
 namespace {
 
 constexpr double kQuarterPi = 0.7853981633974483;
-
-template <typename T>
-struct Complex {
-    T re, im;
-};
 
 // Complex value whose real part lies at index i.
 template <typename T>
@@ -22,66 +19,17 @@ void Store(T* a, int i, Complex<T> v) {
     a[i] = v.re;
     a[i + 1] = v.im;
 }
-template <typename T>
-Complex<T> operator+(Complex<T> a, Complex<T> b) {
-    return {a.re + b.re, a.im + b.im};
+
+// A butterfly over four values `l` apart.
+template <typename T, typename Butterfly>
+[[gnu::always_inline]] inline void Apply(T* a, int j, int l, Butterfly butterfly) {
+    const Radix4<T> r =
+        butterfly(Load(a, j), Load(a, j + l), Load(a, j + 2 * l), Load(a, j + 3 * l));
+    Store(a, j, r.y0);
+    Store(a, j + l, r.y1);
+    Store(a, j + 2 * l, r.y2);
+    Store(a, j + 3 * l, r.y3);
 }
-template <typename T>
-Complex<T> operator-(Complex<T> a, Complex<T> b) {
-    return {a.re - b.re, a.im - b.im};
-}
-
-// y turned and scaled by w.
-template <typename T>
-Complex<T> Twiddle(Complex<T> w, Complex<T> y) {
-    return {w.re * y.re - w.im * y.im, w.re * y.im + w.im * y.re};
-}
-
-// Four values `l` apart and the sums and differences that every radix-4 step starts from.
-template <typename T>
-struct Radix4 {
-    Radix4(const T* a, int j, int l) {
-        const Complex<T> A = Load(a, j), B = Load(a, j + l);
-        const Complex<T> C = Load(a, j + 2 * l), D = Load(a, j + 3 * l);
-        x0 = A + B;
-        x1 = A - B;
-        x2 = C + D;
-        x3 = C - D;
-    }
-    Complex<T> y0() const { return x0 + x2; }
-    Complex<T> y1() const { return {x1.re - x3.im, x1.im + x3.re}; }
-    Complex<T> y2() const { return x0 - x2; }
-    Complex<T> y3() const { return {x1.re + x3.im, x1.im - x3.re}; }
-
-    Complex<T> x0, x1, x2, x3;
-};
-
-template <typename T>
-void Untwiddled(T* a, int j, int l) {
-    const Radix4<T> r(a, j, l);
-    Store(a, j, r.y0());
-    Store(a, j + l, r.y1());
-    Store(a, j + 2 * l, r.y2());
-    Store(a, j + 3 * l, r.y3());
-}
-
-// The group whose twiddles are the eighth roots of unity; u = cos(pi/4).
-template <typename T>
-void EighthTurn(T* a, int j, int l, T u) {
-    const Radix4<T> r(a, j, l);
-    const Complex<T> y1 = r.y1();
-    const T p = r.x3.im + r.x1.re;
-    const T q = r.x3.re - r.x1.im;
-    Store(a, j, r.y0());
-    Store(a, j + l, {u * (y1.re - y1.im), u * (y1.re + y1.im)});
-    Store(a, j + 2 * l, {r.x2.im - r.x0.im, r.x0.re - r.x2.re});
-    Store(a, j + 3 * l, {u * (q - p), u * (q + p)});
-}
-
-template <typename T>
-struct Twiddles {
-    Complex<T> w1, w2, w3;
-};
 
 // For the first group of a pair; k1 is the index of w2.
 template <typename T>
@@ -99,28 +47,22 @@ Twiddles<T> SecondTwiddles(const T* w, int k1) {
     return {w1, {-w2.im, w2.re}, {w1.re - twice * w1.im, twice * w1.re - w1.im}};
 }
 
-template <typename T>
-void Twiddled(T* a, int j, int l, const Twiddles<T>& t) {
-    const Radix4<T> r(a, j, l);
-    Store(a, j, r.y0());
-    Store(a, j + l, Twiddle(t.w1, r.y1()));
-    Store(a, j + 2 * l, Twiddle(t.w2, r.y2()));
-    Store(a, j + 3 * l, Twiddle(t.w3, r.y3()));
-}
-
 // One stage of radix-4 steps of span l; its groups follow each other 4l apart.
 template <typename T>
 void Stage(int n, int l, T* a, const T* w) {
     const int m = 4 * l;
-    for (int j = 0; j < l; j += 2) Untwiddled(a, j, l);
-    for (int j = m; j < m + l; j += 2) EighthTurn(a, j, l, w[2]);
+    const T u = w[2];
+    for (int j = 0; j < l; j += 2) Apply(a, j, l, Untwiddled<T>);
+    for (int j = m; j < m + l; j += 2)
+        Apply(a, j, l, [u](auto... values) { return EighthTurn(values..., u); });
     int k1 = 0;
     for (int k = 2 * m; k < n; k += 2 * m) {
         k1 += 2;
-        const Twiddles<T> first = FirstTwiddles(w, k1);
-        for (int j = k; j < k + l; j += 2) Twiddled(a, j, l, first);
-        const Twiddles<T> second = SecondTwiddles(w, k1);
-        for (int j = k + m; j < k + m + l; j += 2) Twiddled(a, j, l, second);
+        const Twiddles<T> first = FirstTwiddles(w, k1), second = SecondTwiddles(w, k1);
+        for (int j = k; j < k + l; j += 2)
+            Apply(a, j, l, [&](auto... values) { return Twiddled(values..., first); });
+        for (int j = k + m; j < k + m + l; j += 2)
+            Apply(a, j, l, [&](auto... values) { return Twiddled(values..., second); });
     }
 }
 
@@ -301,12 +243,12 @@ template <typename T>
 void FFT_R24<T>::cftfsub(int n, T* a, const T* w) {
     const int l = AllButLastStage(n, a, w);
     if (4 * l == n) {
-        for (int j = 0; j < l; j += 2) Untwiddled(a, j, l);
+        for (int j = 0; j < l; j += 2) Apply(a, j, l, Untwiddled<T>);
     } else {
         for (int j = 0; j < l; j += 2) {
-            const Complex<T> A = Load(a, j), B = Load(a, j + l);
-            Store(a, j, A + B);
-            Store(a, j + l, A - B);
+            const Radix2<T> r = Summed(Load(a, j), Load(a, j + l));
+            Store(a, j, r.y0);
+            Store(a, j + l, r.y1);
         }
     }
 }
@@ -315,21 +257,12 @@ template <typename T>
 void FFT_R24<T>::cftbsub(int n, T* a, const T* w) {
     const int l = AllButLastStage(n, a, w);
     if (4 * l == n) {
-        for (int j = 0; j < l; j += 2) {
-            Radix4<T> r(a, j, l);
-            const T aIm = a[j + 1], bIm = a[j + l + 1];
-            r.x0.im = -aIm - bIm;
-            r.x1.im = -aIm + bIm;
-            Store(a, j, {r.x0.re + r.x2.re, r.x0.im - r.x2.im});
-            Store(a, j + l, {r.x1.re - r.x3.im, r.x1.im - r.x3.re});
-            Store(a, j + 2 * l, {r.x0.re - r.x2.re, r.x0.im + r.x2.im});
-            Store(a, j + 3 * l, {r.x1.re + r.x3.im, r.x1.im + r.x3.re});
-        }
+        for (int j = 0; j < l; j += 2) Apply(a, j, l, Conjugated<T>);
     } else {
         for (int j = 0; j < l; j += 2) {
-            const Complex<T> A = Load(a, j), B = Load(a, j + l);
-            Store(a, j, {A.re + B.re, -A.im - B.im});
-            Store(a, j + l, {A.re - B.re, -A.im + B.im});
+            const Radix2<T> r = SummedConjugated(Load(a, j), Load(a, j + l));
+            Store(a, j, r.y0);
+            Store(a, j + l, r.y1);
         }
     }
 }

@@ -17,7 +17,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "dsp/band_spliter.h"
+#include "dsp/band_filters.h"
 #include "dsp/biquad.h"
 #include "dsp/owned_array.h"
 #include "dsp/wave_buffer.h"
@@ -67,7 +67,7 @@ private:
     static constexpr uint32_t kMaxChannels = 2;
     using Contour = Biquad<Real, Real>;
 
-    void SetUpSplitters();
+    void SetUpFilters();
     void SetUpBuffers();
     void DesignContour();
     void RunBlock();
@@ -78,9 +78,9 @@ private:
     std::unique_ptr<WaveBuffer_R32> inputBuffer, outputBuffer;
     std::unique_ptr<WaveBuffer_R32> bandDelay, lowDelay;
     OwnedArray<Real> blockBuffer, highBlock, bandBlock, lowBlock;  // interleaved, one block
-    std::unique_ptr<BandSpliter<Real>> splitters[kMaxChannels];
+    BandFilters<Real> filters;
+    BandTails<Real> tails[kMaxChannels];
     Contour loContourFilter;
-    Contour contourDesign;  // loContourFilter without its history
     bool enabled = false;
     Real process = 1;
     Real loContour = 0;

@@ -22,7 +22,6 @@ TYPED_TEST(BandSpliterTest, IsTheDirectConvolutionInPlaceAndAfterReset) {
         BandSpliter<TypeParam> splitter;
         ASSERT_TRUE(splitter.SetParameter(10, K, 44100, 700, 5000));
         ASSERT_EQ(splitter.GetProceedBufferSize(), L);
-        EXPECT_EQ(splitter.GetFFTSize(), L + K - 1);
         std::vector<Samples> kernels(3, Samples(K));
         Window::MakeLowpassFIRCoeffs(10, kernels[0].data(), K, 44100, 700);
         Window::MakeHighpassFIRCoeffs(10, kernels[1].data(), K, 44100, 5000);
@@ -48,12 +47,13 @@ TYPED_TEST(BandSpliterTest, IsTheDirectConvolutionInPlaceAndAfterReset) {
 
 TYPED_TEST(BandSpliterTest, KeepsItsSetUpWhenItRefusesANewOne) {
     BandSpliter<TypeParam> splitter;
-    std::vector<TypeParam> x(770, 1), y(770, 9);
+    std::vector<TypeParam> x(770, 9), y = x;
     ASSERT_TRUE(splitter.SetParameter(1, 255, 44100, 150, 1800));
     for (const unsigned K : {0U, 1U, 4U, UINT32_MAX})
         EXPECT_FALSE(splitter.SetParameter(1, K, 44100, 150, 1800)) << K;
     EXPECT_FALSE(splitter.SetParameter(1, 127, 44100, TypeParam(kNan), 1800));
-    EXPECT_EQ(splitter.GetProceedBufferSize(), 770U);
-    EXPECT_EQ(splitter.Convolve(x.data(), y.data(), y.data(), y.data(), 769), 769U);
-    EXPECT_EQ(y, std::vector<TypeParam>(770, 9));
+    splitter.Convolve(x.data(), y.data(), y.data(), y.data(), 769);
+    EXPECT_EQ(x, y);
+    splitter.Convolve(x.data(), y.data(), y.data(), y.data(), 770);
+    EXPECT_NE(x, y);
 }

@@ -1,0 +1,178 @@
+// Vectors of numbers that don't depend on each other, as wide as the target has them.
+//
+// Nothing above this header knows a width or a processor: what is written with it holds for 1, 4
+// and 8 lanes, gives the bits of the same expression on single numbers, and leaves the rest of a
+// run, which fills no vector, to the same text with V = float. Products and sums are the plain
+// operators, each rounded by itself; a choice is `x > y ? x : y`. A vector's zero is Broadcast(0):
+// adding one to -0 gives +0.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#if defined(ORVANE_LANES)  // any width runs anywhere, slowly: for tests
+inline constexpr size_t kLanes = ORVANE_LANES;
+#elif defined(__AVX2__)
+inline constexpr size_t kLanes = 8;
+#elif defined(__SSE2__) || defined(__aarch64__) || defined(__wasm_simd128__)
+inline constexpr size_t kLanes = 4;
+#else
+inline constexpr size_t kLanes = 1;
+#endif
+static_assert(kLanes == 1 || kLanes == 4 || kLanes == 8);
+
+template <typename T, size_t width>
+struct VectorOf {
+    typedef T Type __attribute__((vector_size(width * sizeof(T))));
+};
+template <typename T>
+struct VectorOf<T, 1> {
+    using Type = T;
+};
+// kLanes floats; with one lane, the number itself.
+using Lanes = VectorOf<float, kLanes>::Type;
+using IntLanes = VectorOf<int32_t, kLanes>::Type;
+
+// The widest vector of T: Lanes for float; numbers of other types are taken one by one.
+template <typename T>
+struct WidestVector {
+    using Type = T;
+};
+template <>
+struct WidestVector<float> {
+    using Type = Lanes;
+};
+template <typename V, typename T>
+inline constexpr size_t kWidth = sizeof(V) / sizeof(T);
+
+// From and to any address of a T: lane i is p[i].
+template <typename V = Lanes, typename T>
+[[gnu::always_inline]] inline V Load(const T* p) {
+    V v;
+    std::memcpy(&v, __builtin_assume_aligned(p, alignof(T)), sizeof v);
+    return v;
+}
+template <typename V, typename T>
+[[gnu::always_inline]] inline void Store(T* p, V v) {
+    std::memcpy(__builtin_assume_aligned(p, alignof(T)), &v, sizeof v);
+}
+
+// x in every lane.
+template <typename V = Lanes, typename T>
+[[gnu::always_inline]] inline V Broadcast(T x) {
+    if constexpr (kWidth<V, T> == 1)
+        return x;
+    else
+        return x - V{};  // keeps the sign of a zero
+}
+
+// Within each four lanes, rows before and after:
+//   a0 a1 a2 a3      a0 b0 c0 d0
+//   b0 b1 b2 b3      a1 b1 c1 d1
+//   c0 c1 c2 c3      a2 b2 c2 d2
+//   d0 d1 d2 d3      a3 b3 c3 d3
+template <typename V>
+[[gnu::always_inline]] inline void Transpose(V& a, V& b, V& c, V& d) {
+    if constexpr (sizeof(V) == 4 * sizeof(a[0])) {
+        const V a0b0a1b1 = __builtin_shufflevector(a, b, 0, 4, 1, 5);
+        const V a2b2a3b3 = __builtin_shufflevector(a, b, 2, 6, 3, 7);
+        const V c0d0c1d1 = __builtin_shufflevector(c, d, 0, 4, 1, 5);
+        const V c2d2c3d3 = __builtin_shufflevector(c, d, 2, 6, 3, 7);
+        a = __builtin_shufflevector(a0b0a1b1, c0d0c1d1, 0, 1, 4, 5);
+        b = __builtin_shufflevector(a0b0a1b1, c0d0c1d1, 2, 3, 6, 7);
+        c = __builtin_shufflevector(a2b2a3b3, c2d2c3d3, 0, 1, 4, 5);
+        d = __builtin_shufflevector(a2b2a3b3, c2d2c3d3, 2, 3, 6, 7);
+    } else {
+        const V a0b0a1b1 = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
+        const V a2b2a3b3 = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
+        const V c0d0c1d1 = __builtin_shufflevector(c, d, 0, 8, 1, 9, 4, 12, 5, 13);
+        const V c2d2c3d3 = __builtin_shufflevector(c, d, 2, 10, 3, 11, 6, 14, 7, 15);
+        a = __builtin_shufflevector(a0b0a1b1, c0d0c1d1, 0, 1, 8, 9, 4, 5, 12, 13);
+        b = __builtin_shufflevector(a0b0a1b1, c0d0c1d1, 2, 3, 10, 11, 6, 7, 14, 15);
+        c = __builtin_shufflevector(a2b2a3b3, c2d2c3d3, 0, 1, 8, 9, 4, 5, 12, 13);
+        d = __builtin_shufflevector(a2b2a3b3, c2d2c3d3, 2, 3, 10, 11, 6, 7, 14, 15);
+    }
+}
+
+// Columns of four: place(i) is the address of the four numbers that are lane i of the rows, so
+// with x = place(0), y = place(1), ...
+//   a  x0 y0 z0 w0 ..
+//   b  x1 y1 z1 w1 ..
+//   c  x2 y2 z2 w2 ..
+//   d  x3 y3 z3 w3 ..
+template <typename V, typename Place>
+[[gnu::always_inline]] inline void LoadColumns(V& a, V& b, V& c, V& d, Place place) {
+    using T = std::remove_cvref_t<decltype(*place(0))>;
+    using Four = typename VectorOf<T, 4>::Type;
+    if constexpr (kWidth<V, T> == 1) {
+        a = place(0)[0];
+        b = place(0)[1];
+        c = place(0)[2];
+        d = place(0)[3];
+    } else {
+        V* const rows[] = {&a, &b, &c, &d};
+        for (size_t r = 0; r < 4; ++r) {
+            const Four first = Load<Four>(place(r));
+            if constexpr (kWidth<V, T> == 4)
+                *rows[r] = first;
+            else
+                *rows[r] = __builtin_shufflevector(first, Load<Four>(place(r + 4)), 0, 1, 2, 3, 4,
+                                                   5, 6, 7);
+        }
+        Transpose(a, b, c, d);
+    }
+}
+template <typename V, typename Place>
+[[gnu::always_inline]] inline void StoreColumns(V a, V b, V c, V d, Place place) {
+    using T = std::remove_cvref_t<decltype(*place(0))>;
+    if constexpr (kWidth<V, T> == 1) {
+        place(0)[0] = a;
+        place(0)[1] = b;
+        place(0)[2] = c;
+        place(0)[3] = d;
+    } else {
+        Transpose(a, b, c, d);
+        const V rows[] = {a, b, c, d};
+        for (size_t r = 0; r < 4; ++r) {
+            if constexpr (kWidth<V, T> == 4) {
+                Store(place(r), rows[r]);
+            } else {
+                Store(place(r), __builtin_shufflevector(rows[r], rows[r], 0, 1, 2, 3));
+                Store(place(r + 4), __builtin_shufflevector(rows[r], rows[r], 4, 5, 6, 7));
+            }
+        }
+    }
+}
+
+// Numbers at even and at odd places of a run.
+//   p      0 1 2 3 4 5 6 7
+//   even   0 2 4 6
+//   odd    1 3 5 7
+template <typename V, typename T>
+[[gnu::always_inline]] inline void LoadPairs(V& even, V& odd, const T* p) {
+    const V first = Load<V>(p), second = Load<V>(p + kWidth<V, T>);
+    if constexpr (kWidth<V, T> == 1) {
+        even = first;
+        odd = second;
+    } else if constexpr (kWidth<V, T> == 4) {
+        even = __builtin_shufflevector(first, second, 0, 2, 4, 6);
+        odd = __builtin_shufflevector(first, second, 1, 3, 5, 7);
+    } else {
+        even = __builtin_shufflevector(first, second, 0, 2, 4, 6, 8, 10, 12, 14);
+        odd = __builtin_shufflevector(first, second, 1, 3, 5, 7, 9, 11, 13, 15);
+    }
+}
+template <typename V, typename T>
+[[gnu::always_inline]] inline void StorePairs(T* p, V even, V odd) {
+    V first = even, second = odd;
+    if constexpr (kWidth<V, T> == 4) {
+        first = __builtin_shufflevector(even, odd, 0, 4, 1, 5);
+        second = __builtin_shufflevector(even, odd, 2, 6, 3, 7);
+    } else if constexpr (kWidth<V, T> == 8) {
+        first = __builtin_shufflevector(even, odd, 0, 8, 1, 9, 2, 10, 3, 11);
+        second = __builtin_shufflevector(even, odd, 4, 12, 5, 13, 6, 14, 7, 15);
+    }
+    Store(p, first);
+    Store(p + kWidth<V, T>, second);
+}
