@@ -30,5 +30,5 @@ public:
     void Process(float* samples, uint32_t frames, uint32_t stride);
 
 private:
-    LimiterCore<FloatLimiting> core;
+    LimiterCore<FloatLimiting, 1> core;
 };

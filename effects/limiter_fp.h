@@ -25,5 +25,5 @@ public:
     void Process(int32_t* samples, uint32_t frames, uint32_t stride);
 
 private:
-    LimiterCore<Q24Limiting> core;
+    LimiterCore<Q24Limiting, 1> core;
 };

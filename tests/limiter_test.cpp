@@ -13,6 +13,7 @@ namespace {
 template <typename A>
 struct Scan {
     using T = typename A::Sample;
+    using Quotient = typename A::template Quotient<T>;
     T gate = 0, smooth = A::kUnity, gain = A::kUnity;
     bool limiting = false;
     std::deque<T> seen = {}, waiting = std::deque<T>(255);
@@ -23,13 +24,13 @@ struct Scan {
         seen.resize(256);
         const T peak = *std::max_element(seen.begin(), seen.end());
         limiting = limiting && peak > gate;
-        smooth = A::Smooth(smooth, limiting ? A::Target(gate, peak) : A::kUnity);
+        smooth = A::Smooth(smooth, limiting ? Quotient()(gate, peak) : A::kUnity);
         gain = std::min(smooth, A::Recover(gain));
         waiting.push_back(x);
         const T delayed = waiting.front(), y = A::Apply(delayed, gain);
         waiting.pop_front();
         if (A::Magnitude(y) <= gate) return y;
-        gain = A::Target(gate, A::Magnitude(delayed));
+        gain = Quotient()(gate, A::Magnitude(delayed));
         return A::Apply(delayed, gain);
     }
 };
