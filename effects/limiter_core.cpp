@@ -59,11 +59,11 @@ struct LimiterCore<Arithmetic, kChannels>::GainRun {
         gain = smoothed < recovered ? smoothed : recovered;
         Store(gains + i * kChannels, gain);
     }
-    void Keep(State& state, size_t first) const {
-        Store(state.running + first, running);
-        Store(state.smoothed + first, smoothed);
-        Store(state.gain + first, gain);
-        Store(state.age + first, age);
+    void Keep(State& kept, size_t first) const {
+        Store(kept.running + first, running);
+        Store(kept.smoothed + first, smoothed);
+        Store(kept.gain + first, gain);
+        Store(kept.age + first, age);
     }
 
     const Sample* in;
@@ -215,7 +215,7 @@ void LimiterCore<Arithmetic, kChannels>::OpenLap() {
         tails[kLap * kChannels + c] = tail;
     }
     const Sample* const lap = ring + size_t{next} * kChannels;
-    for (size_t i = kLap * kChannels; i-- > 0;)
+    for (size_t i = size_t{kLap} * kChannels; i-- > 0;)
         tails[i] = Larger(Arithmetic::Magnitude(lap[i]), tails[i + kChannels]);
 }
 
