@@ -29,9 +29,12 @@ struct FloatLimiting {
     [[gnu::always_inline]] static auto Above(V x, V gate) {
         return Magnitude(x) > gate;
     }
-    template <typename V>
-    static V Apply(V x, V gain) {
-        return x * gain;
+    static float Apply(float x, float gain) { return x * gain; }
+    // gains[i] becomes Apply(x[i], gains[i]). Lanes: neighbours.
+    static void ApplyRun(const float* x, float* gains, size_t count) {
+        size_t i = 0;
+        for (; count - i >= kLanes; i += kLanes) Store(gains + i, Load(x + i) * Load(gains + i));
+        for (; i < count; ++i) gains[i] = Apply(x[i], gains[i]);
     }
     template <typename V>
     static V Smooth(V smoothed, V target) {
@@ -58,10 +61,14 @@ struct Q24Limiting {
     static int32_t Gate(float gate) { return gate >= 0 ? ToQ24(static_cast<double>(gate)) : 0; }
     static int32_t Magnitude(int32_t x) { return ::Magnitude(x); }
     // |x| > gate, and with the largest gate also of the most negative x, whose magnitude equals it.
-    static bool Above(int32_t x, int32_t gate) {
-        return static_cast<bool>((x > gate) | (x < -gate));
+    template <typename V>
+    [[gnu::always_inline]] static auto Above(V x, V gate) {
+        return (x > gate) | (x < -gate);
     }
     static int32_t Apply(int32_t x, int32_t gain) { return MulQ24(x, gain); }
+    static void ApplyRun(const int32_t* x, int32_t* gains, size_t count) {
+        MulQ24Run(gains, x, count);
+    }
     static int32_t Smooth(int32_t smoothed, int32_t target) {
         constexpr int32_t kKeep = ToQ24(0.8999), kTake = ToQ24(0.0999);
         return WrapAdd(MulQ24(kKeep, smoothed), MulQ24(kTake, target));
