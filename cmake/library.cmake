@@ -14,6 +14,7 @@ set(ORVANE_SOURCES
   effects/limiter.cpp
   effects/limiter_core.cpp
   effects/limiter_fp.cpp
+  effects/loudness.cpp
   effects/orvane_sound.cpp
   effects/playback_gain.cpp
   host/effect.cpp

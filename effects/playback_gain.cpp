@@ -4,7 +4,7 @@
 #include <cmath>
 #include <iterator>
 
-#include "dsp/runs.h"
+#include "effects/loudness.h"
 
 namespace {
 constexpr float kWeightingHz = 2200.0F;
@@ -18,7 +18,6 @@ constexpr int32_t kWarmupCalls = 100;
 constexpr float kHalvedDb = 100.0F;
 constexpr uint32_t kRampsPerSecond = 40;  // a ramp takes 25 ms
 constexpr int kRiseShift = 4;             // a gain rises 16 times slower than it falls
-constexpr int kSampleShift = 9;           // 16-bit full scale, 2^15, to Q24
 constexpr uint32_t kChunk = 64;           // samples of a channel at a time
 
 // sample * gain in Q24, modulo 2^32. sample: 16 bits; gain: Q24.
@@ -26,19 +25,6 @@ int32_t Amplified(int16_t sample, int64_t gain) {
     const int64_t amplified = static_cast<int64_t>(sample) * gain >> (kQ24Bits - kSampleShift);
     return static_cast<int32_t>(static_cast<uint32_t>(amplified));
 }
-
-// Squares of the weighted samples of one channel, added up.
-struct EnergyRun {
-    [[gnu::always_inline]] void Step(size_t i) {
-        const int64_t weighted =
-            filter.Step(samples[static_cast<ptrdiff_t>(i) * stride] * (1 << kSampleShift));
-        sum += static_cast<uint64_t>(weighted * weighted);
-    }
-    const int16_t* samples;
-    ptrdiff_t stride;
-    Biquad_FP filter;
-    uint64_t sum = 0;
-};
 
 }  // namespace
 
@@ -93,25 +79,15 @@ void PlaybackGain::Reset() {
 uint64_t PlaybackGain::AnalyseWave(const int16_t* samples, unsigned int frames, int stride,
                                    int offset, Biquad_FP& filter) {
     if (frames == 0) return 0;
-    EnergyRun run = {samples + offset, stride, filter};
-    RunAlone(run, frames);
-    filter = run.filter;
-    return run.sum / frames;
+    return AddEnergy(samples + offset, frames, stride, filter) / frames;
 }
 
 // Moves the weighting filters over the buffer and the warm-up by a call; returns the automatic
 // gain, Q24.
 int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
     uint64_t loudest = 0;
-    if (channels == 1) {
-        loudest = AnalyseWave(in, frames, 1, 0, weighting[0]);
-    } else if (channels == 2) {
-        EnergyRun left = {in, 2, weighting[0]}, right = {in + 1, 2, weighting[1]};
-        RunTogether(left, frames, right, frames);
-        weighting[0] = left.filter;
-        weighting[1] = right.filter;
-        loudest = std::max(left.sum, right.sum) / frames;
-    }
+    if (channels == 1) loudest = AddEnergy(in, frames, 1, weighting[0]) / frames;
+    if (channels == 2) loudest = LargerEnergy(in, frames, weighting) / frames;
     const float power = static_cast<float>(static_cast<double>(loudest) * kPowerScale);
     const float levelDb = logf(power + kPowerFloor) * kLog10E * 10 + kReferenceDb;
     const float gainDb = levelDb * invCompressionRatio - levelDb;
