@@ -67,7 +67,7 @@ struct Q24Limiting {
     }
     static int32_t Apply(int32_t x, int32_t gain) { return MulQ24(x, gain); }
     static void ApplyRun(const int32_t* x, int32_t* gains, size_t count) {
-        MulQ24Run(gains, x, count);
+        MulQ24Run<0>(gains, x, count);
     }
     static int32_t Smooth(int32_t smoothed, int32_t target) {
         constexpr int32_t kKeep = ToQ24(0.8999), kTake = ToQ24(0.0999);

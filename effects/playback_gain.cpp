@@ -4,6 +4,7 @@
 #include <cmath>
 #include <iterator>
 
+#include "dsp/lanes.h"
 #include "effects/loudness.h"
 
 namespace {
@@ -20,10 +21,24 @@ constexpr uint32_t kRampsPerSecond = 40;  // a ramp takes 25 ms
 constexpr int kRiseShift = 4;             // a gain rises 16 times slower than it falls
 constexpr uint32_t kChunk = 64;           // samples of a channel at a time
 
-// sample * gain in Q24, modulo 2^32. sample: 16 bits; gain: Q24.
-int32_t Amplified(int16_t sample, int64_t gain) {
-    const int64_t amplified = static_cast<int64_t>(sample) * gain >> (kQ24Bits - kSampleShift);
-    return static_cast<int32_t>(static_cast<uint32_t>(amplified));
+// gain, gain + step ... for a chunk of frames, the same for each channel. More than are asked for:
+// a loop of fixed length becomes vectors.
+template <size_t channels>
+void FillLine(int64_t gain, int64_t step, int32_t* gains) {
+    uint32_t g = static_cast<uint32_t>(gain);
+    for (size_t i = 0; i < kChunk; ++i) {
+        for (size_t c = 0; c < channels; ++c) gains[channels * i + c] = static_cast<int32_t>(g);
+        g += static_cast<uint32_t>(step);
+    }
+}
+
+// The 16 bits that a sample of 2^9 keeps.
+void Shorten(const int32_t* from, int16_t* to, size_t count) {
+    size_t i = 0;
+    for (; count - i >= 2 * kLanes; i += 2 * kLanes)
+        StoreShorts(to + i, Load<IntLanes>(from + i) >> kSampleShift,
+                    Load<IntLanes>(from + i + kLanes) >> kSampleShift);
+    for (; i < count; ++i) to[i] = static_cast<int16_t>(from[i] >> kSampleShift);
 }
 
 }  // namespace
@@ -100,8 +115,6 @@ int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
 
 void PlaybackGain::Amplify(int64_t gainQ24, const int16_t* in, int16_t* out, unsigned int frames) {
     const int64_t rampLength = std::max(samplingRate / kRampsPerSecond, frames);
-    const int64_t highest = activeMaxGain;
-    const int64_t lowest = -highest;
     const int64_t target = WrapMul64(gainQ24, activeVolume) >> kQ24Bits;
     int64_t step = (target - gain) / rampLength;
     if (step >= 1) step >>= kRiseShift;
@@ -109,20 +122,37 @@ void PlaybackGain::Amplify(int64_t gainQ24, const int16_t* in, int16_t* out, uns
         const uint32_t count = std::min(frames, kChunk);
         const size_t size = size_t{count} * channels;
         int32_t chunk[kChunk * kMaxChannels];
-        for (size_t i = 0; i < size;) {
-            for (const size_t end = i + channels; i < end; ++i) chunk[i] = Amplified(in[i], gain);
-            gain += step;
-            if (gain > highest)
-                gain = highest;
-            else if (gain < lowest)
-                gain = lowest;
-        }
+        AmplifyChunk(step, in, chunk, count);
         limiter.Process(chunk, count, channels);
-        for (size_t i = 0; i < size; ++i)
-            out[i] = static_cast<int16_t>(static_cast<uint16_t>(chunk[i] >> kSampleShift));
+        Shorten(chunk, out, size);
         in += size;
         out += size;
         frames -= count;
+    }
+}
+
+// Products with a gain that moves by `step` a frame and is kept within the maximum; modulo 2^32.
+void PlaybackGain::AmplifyChunk(int64_t step, const int16_t* in, int32_t* chunk, uint32_t frames) {
+    const int64_t highest = activeMaxGain, lowest = -highest;
+    // Parked at the maximum; not at a negative one, which lies below the lowest.
+    const int64_t lineStep = gain == highest && step > 0 ? 0 : step;
+    const int64_t end = gain + lineStep * frames;
+    if (std::min(gain, end) >= std::max<int64_t>(lowest, 0) && std::max(gain, end) <= highest) {
+        (channels == 1 ? FillLine<1> : FillLine<2>)(gain, lineStep, chunk);
+        MulQ24Run<kSampleShift>(chunk, in, size_t{frames} * channels);
+        gain = end;
+        return;
+    }
+    for (const int16_t* const last = in + size_t{frames} * channels; in < last;) {
+        for (uint32_t c = 0; c < channels; ++c) {
+            const int64_t amplified = *in++ * gain >> (kQ24Bits - kSampleShift);
+            *chunk++ = static_cast<int32_t>(static_cast<uint32_t>(amplified));
+        }
+        gain += step;
+        if (gain > highest)
+            gain = highest;
+        else if (gain < lowest)
+            gain = lowest;
     }
 }
 

@@ -55,6 +55,7 @@ private:
     void DesignWeighting();
     int64_t MeasureGain(const int16_t* in, unsigned int frames);
     void Amplify(int64_t gainQ24, const int16_t* in, int16_t* out, unsigned int frames);
+    void AmplifyChunk(int64_t step, const int16_t* in, int32_t* chunk, uint32_t frames);
 
     float invCompressionRatio = 0.5F;
     float activeCompressionRatio = 2.0F;
