@@ -22,20 +22,24 @@ set(ORVANE_SOURCES
   host/reply.cpp
   platform/clock.cpp
   platform/file.cpp
-  platform/log.cpp
+  unit/chain.cpp
   unit/process_unit_orvane.cpp
 )
 
-add_library(orvane_objects OBJECT ${ORVANE_SOURCES})
+if(ORVANE_LIBLOG)
+  set(log_source platform/log_liblog.cpp)
+else()
+  set(log_source platform/log_stderr.cpp)
+endif()
+
+add_library(orvane_objects OBJECT ${ORVANE_SOURCES} ${log_source})
 target_compile_options(orvane_objects PRIVATE
+  -fvisibility=hidden  # but for what platform/export.h marks
   -fno-exceptions -fno-rtti -fno-unwind-tables -fno-asynchronous-unwind-tables
   -ffunction-sections -fdata-sections
   # The run-time library computes every design, whatever a compiler knows of its arguments.
   -fno-builtin-sin -fno-builtin-cos -fno-builtin-exp -fno-builtin-pow -fno-builtin-sinf
   -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf)
-if(ORVANE_LIBLOG)
-  target_compile_definitions(orvane_objects PRIVATE ORVANE_LIBLOG)
-endif()
 
 add_library(orvane_static STATIC)
 target_link_libraries(orvane_static PUBLIC orvane_objects m)

@@ -8,9 +8,10 @@
 #include <cstdint>
 
 #include "dsp/band_filters.h"
+#include "platform/export.h"
 
 template <typename T>
-class BandSpliter {
+class ORVANE_API BandSpliter {
 public:
     // Not usable until set up.
     BandSpliter();

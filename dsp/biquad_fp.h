@@ -10,8 +10,9 @@
 #include <cstdint>
 
 #include "dsp/biquad_section.h"
+#include "platform/export.h"
 
-class Biquad_FP {
+class ORVANE_API Biquad_FP {
 public:
     // A pass-through.
     Biquad_FP();

@@ -28,10 +28,9 @@ template <bool kHasB1>
 void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* samples, size_t count,
                int32_t* sums) {
     const Halves b0(c.b0), b1(c.b1), b2(c.b2);
-    const auto sum = [b0, b1, b2](const int16_t* s) {
-        int32_t both = WrapAdd(b0.Times(*s), b2.Times(*(s - 4)));
-        if constexpr (kHasB1) both = WrapAdd(both, b1.Times(*(s - 2)));
-        return both;
+    const auto sum = [&](const int16_t* s) {
+        const int32_t both = WrapAdd(b0.Times(*s), b2.Times(*(s - 4)));
+        return kHasB1 ? WrapAdd(both, b1.Times(*(s - 2))) : both;
     };
     constexpr size_t kBlock = 8;
     size_t i = 0;

@@ -21,10 +21,11 @@
 #include "dsp/biquad.h"
 #include "dsp/owned_array.h"
 #include "dsp/wave_buffer.h"
+#include "platform/export.h"
 
 // Sample: what the buffers hold between the steps. Real: type of block arithmetic.
 template <typename Sample, typename Real>
-class OrvaneSound {
+class ORVANE_API OrvaneSound {
 public:
     // capacityFrames: least room of the input and output buffers.
     explicit OrvaneSound(uint32_t capacityFrames);
@@ -67,13 +68,13 @@ private:
     static constexpr uint32_t kMaxChannels = 2;
     using Contour = Biquad<Real, Real>;
 
-    void SetUpFilters();
-    void SetUpBuffers();
-    void DesignContour();
-    void RunBlock();
-    void AddContour();
+    ORVANE_LOCAL void SetUpFilters();
+    ORVANE_LOCAL void SetUpBuffers();
+    ORVANE_LOCAL void DesignContour();
+    ORVANE_LOCAL void RunBlock();
+    ORVANE_LOCAL void AddContour();
     template <typename External>
-    uint32_t InPlace(External* samples, uint32_t n);
+    ORVANE_LOCAL uint32_t InPlace(External* samples, uint32_t n);
 
     std::unique_ptr<WaveBuffer_R32> inputBuffer, outputBuffer;
     std::unique_ptr<WaveBuffer_R32> bandDelay, lowDelay;

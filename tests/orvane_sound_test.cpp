@@ -7,12 +7,12 @@
 
 namespace {
 
-struct Settings {
+struct Stream {
     uint32_t rate, channels;
     float process, level;
     size_t delays[3];  // high, band, low: frames
 };
-constexpr Settings kStereo = {44100, 2, 1.5F, 0.3F, {0, 8, 125}};
+constexpr Stream kStereo = {44100, 2, 1.5F, 0.3F, {0, 8, 125}};
 
 template <typename Enhancer>
 class OrvaneSoundTest : public testing::Test {};
@@ -20,7 +20,7 @@ using Enhancers = testing::Types<OrvaneSound_R32R32, OrvaneSound_R32R64>;
 TYPED_TEST_SUITE(OrvaneSoundTest, Enhancers);
 
 template <typename Enhancer>
-void SetUp(Enhancer& enhancer, const Settings& s) {
+void SetUp(Enhancer& enhancer, const Stream& s) {
     for (const float ignored : {0.0F, kNan, kInfinity}) {
         enhancer.SetProcess(s.process + ignored);
         enhancer.SetLoContour(s.level + ignored);
@@ -45,7 +45,7 @@ std::vector<Sample> Play(Enhancer& enhancer, const std::vector<Sample>& input, s
 }
 
 // Direct form of the whole; a level below -0.1 is taken as no contour.
-std::vector<double> Model(const Settings& s, const double (&weights)[3],
+std::vector<double> Model(const Stream& s, const double (&weights)[3],
                           const std::vector<float>& input) {
     std::vector<std::vector<double>> kernels(3, std::vector<double>(255));
     FIRWindow_R64R64::MakeHighpassFIRCoeffs(1, kernels[0].data(), 255, s.rate, 1800);
@@ -72,8 +72,8 @@ TYPED_TEST(OrvaneSoundTest, IsTheWeightedSumOfItsDelayedBandsAndTheContour) {
     constexpr bool isFloat = std::is_same_v<TypeParam, OrvaneSound_R32R32>;
     TypeParam enhancer(0);
     // At 35000 Hz, 35000 * 200000 / 1e9 would be 7.
-    for (const Settings& s : {kStereo, Settings{35000, 1, 1, 0, {0, 6, 99}},
-                              Settings{48000, 2, 0, -5, {0, 9, 136}}, kStereo}) {
+    for (const Stream& s : {kStereo, Stream{35000, 1, 1, 0, {0, 6, 99}},
+                            Stream{48000, 2, 0, -5, {0, 9, 136}}, kStereo}) {
         const double weights[] = {s.process, isFloat ? 1.1 : 1, isFloat ? 0.95 : 1};
         SetUp(enhancer, s);
         const auto input = Noise<float>(size_t{4} * 770 * s.channels, 0.9);

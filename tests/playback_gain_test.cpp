@@ -116,7 +116,7 @@ TEST(Loudness, IsThatOfTheLouderChannelByItself) {
         Biquad_FP pair[2], single[2];
         for (size_t side = 0; side < 2; ++side) {
             pair[side].SetCoeffs(turn % 7 == 0 ? 50 : 0, 1, c[0], c[1], c[2], c[3],
-                                 c[4] * (turn % 11 == side ? -1 : 1));
+                                 c[4] * (turn % 11 == side ? -1.0F : 1.0F));
             single[side] = pair[side];
         }
         for (const size_t frames : {1U, 2U, 3U, 64U, 67U, 130U}) {
