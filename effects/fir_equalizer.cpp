@@ -70,6 +70,42 @@ template <typename V>
         Store(to, from);
 }
 
+// At most State::kChunk frames, and not beyond the end of the history. State: FIREqualizer's.
+template <typename Real, uint32_t kInterleaved, typename State>
+void ProcessChunk(State& s, float* samples, uint32_t frames) {
+    constexpr size_t kBands = kSums + 1;
+    const size_t count = size_t{frames} * kInterleaved;
+    Real* const newest = s.history + size_t{s.next} * kInterleaved;
+    for (size_t i = 0; i < count; ++i) newest[i] = static_cast<Real>(samples[i]);
+    s.next += frames;
+
+    constexpr size_t kRow = size_t{State::kChunk} * kInterleaved;
+    const Real* const centre = newest - size_t{State::kDelay} * kInterleaved;
+    Real rows[kSums * kRow];
+    using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
+    for (size_t c = 0; c < kInterleaved; c += kWidth<Together, Real>) {
+        SumRun<Real, Together, kInterleaved, kRow> run = {centre + c, rows + c, {}};
+        for (size_t k = 0; k < kSums; ++k) run.sums[k] = Load<Together>(s.runningSums[k] + c);
+        RunAlone(run, frames);
+        for (size_t k = 0; k < kSums; ++k) Store(s.runningSums[k] + c, run.sums[k]);
+    }
+
+    using V = typename WidestVector<Real>::Type;
+    V gains[kBands];
+    for (size_t k = 0; k < kBands; ++k) gains[k] = Broadcast<V>(s.bandGains[k]);
+    size_t i = 0;
+    for (; count - i >= kWidth<V, Real>; i += kWidth<V, Real>)
+        ToFloats(samples + i, AddBands<V, kRow>(centre + i, rows + i, gains));
+    for (; i < count; ++i)
+        ToFloats(samples + i, AddBands<Real, kRow>(centre + i, rows + i, s.bandGains));
+
+    if (s.next == State::kReach + State::kMove) {
+        std::copy_n(newest + count - size_t{State::kReach} * kInterleaved,
+                    size_t{State::kReach} * kInterleaved, s.history);
+        s.next = State::kReach;
+    }
+}
+
 // What the variants differ in.
 template <typename Real>
 struct Laws;
@@ -135,45 +171,9 @@ void FIREqualizer<Sample, Real>::SetBandLevel(int band, float level) {
 template <typename Sample, typename Real>
 void FIREqualizer<Sample, Real>::Reset() {
     if (!state) return;
-    std::fill_n(state->history, kReach * kMaxChannels, Real(0));
+    std::fill_n(state->history, State::kReach * kMaxChannels, Real(0));
     std::memset(state->runningSums, 0, sizeof state->runningSums);
-    state->next = kReach;
-}
-
-template <typename Sample, typename Real>
-template <uint32_t kInterleaved>
-void FIREqualizer<Sample, Real>::ProcessChunk(float* samples, uint32_t frames) {
-    State& s = *state;
-    const size_t count = size_t{frames} * kInterleaved;
-    Real* const newest = s.history + size_t{s.next} * kInterleaved;
-    for (size_t i = 0; i < count; ++i) newest[i] = static_cast<Real>(samples[i]);
-    s.next += frames;
-
-    constexpr size_t kRow = size_t{kChunk} * kInterleaved;
-    const Real* const centre = newest - size_t{kDelay} * kInterleaved;
-    Real rows[kSums * kRow];
-    using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
-    for (size_t c = 0; c < kInterleaved; c += kWidth<Together, Real>) {
-        SumRun<Real, Together, kInterleaved, kRow> run = {centre + c, rows + c, {}};
-        for (size_t k = 0; k < kSums; ++k) run.sums[k] = Load<Together>(s.runningSums[k] + c);
-        RunAlone(run, frames);
-        for (size_t k = 0; k < kSums; ++k) Store(s.runningSums[k] + c, run.sums[k]);
-    }
-
-    using V = typename WidestVector<Real>::Type;
-    V gains[kBands];
-    for (size_t k = 0; k < kBands; ++k) gains[k] = Broadcast<V>(s.bandGains[k]);
-    size_t i = 0;
-    for (; count - i >= kWidth<V, Real>; i += kWidth<V, Real>)
-        ToFloats(samples + i, AddBands<V, kRow>(centre + i, rows + i, gains));
-    for (; i < count; ++i)
-        ToFloats(samples + i, AddBands<Real, kRow>(centre + i, rows + i, s.bandGains));
-
-    if (s.next == kReach + kMove) {
-        std::copy_n(newest + count - size_t{kReach} * kInterleaved, size_t{kReach} * kInterleaved,
-                    s.history);
-        s.next = kReach;
-    }
+    state->next = State::kReach;
 }
 
 template <typename Sample, typename Real>
@@ -182,11 +182,12 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
                            channels >= 1 && channels <= kMaxChannels;
     if (!state || !enabled || !supported) return;
     while (frames > 0) {
-        const uint32_t count = std::min({frames, kChunk, kReach + kMove - state->next});
+        const uint32_t count =
+            std::min({frames, State::kChunk, State::kReach + State::kMove - state->next});
         if (channels == 1)
-            ProcessChunk<1>(samples, count);
+            ProcessChunk<Real, 1>(*state, samples, count);
         else
-            ProcessChunk<2>(samples, count);
+            ProcessChunk<Real, 2>(*state, samples, count);
         samples += size_t{count} * channels;
         frames -= count;
     }
