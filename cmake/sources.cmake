@@ -11,7 +11,9 @@ set(ORVANE_SOURCES
   effects/cross_fader.cpp
   effects/fir_equalizer.cpp
   effects/limiter.cpp
+  effects/limiter_core.cpp
   effects/limiter_fp.cpp
+  effects/loudness.cpp
   effects/orvane_sound.cpp
   effects/orvane_sound_block.cpp
   effects/playback_gain.cpp

@@ -1,6 +1,7 @@
 // Test signals and brute-force forms. Fixed seeds: a failure repeats.
 #pragma once
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <complex>
 #include <cstdint>
@@ -38,6 +39,14 @@ std::vector<T> SparseNoise(size_t count, unsigned seed) {
 template <typename T>
 bool HaveTheSameBits(const std::vector<T>& a, const std::vector<T>& b) {
     return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
+}
+
+// To compare zeros of both signs and what isn't a number.
+template <typename T>
+std::vector<uint32_t> Bits(const std::vector<T>& samples) {
+    std::vector<uint32_t> bits(samples.size());
+    for (size_t i = 0; i < bits.size(); ++i) bits[i] = std::bit_cast<uint32_t>(samples[i]);
+    return bits;
 }
 
 // Infinite if the lengths differ or one value isn't a number.
