@@ -47,7 +47,8 @@ TEST_F(Renderer, NoBeginningIsSwallowed) {
     const size_t pause = size_t{3} * kRateHz;
     for (const auto& [kind, piece] : Kinds())
         for (const std::string preset : {"steady", "night", "voice", "loud"}) {
-            const std::string name = kind + " with " + preset, options = "--preset " + preset + " ";
+            const std::string options = std::string("--preset ").append(preset).append(" ");
+            const std::string name = options + kind;
             Floats later(pause);
             later.insert(later.end(), piece.begin(), piece.end());
             Write("in.wav", piece, kRateHz, 1);

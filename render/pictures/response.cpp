@@ -53,8 +53,9 @@ bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::s
     std::vector<GnuplotKey> key = kKey;
     std::string asked;
     if (!input.asked.empty()) {
-        std::vector<double> curve;
-        for (const double hz : grid) curve.push_back(CurveDb(input.asked, hz));
+        std::vector<double> curve(grid.size());
+        std::transform(grid.begin(), grid.end(), curve.begin(),
+                       [&](double hz) { return CurveDb(input.asked, hz); });
         allMagnitudes = curve;
         asked = GnuplotData("$asked", {grid, curve});
         key.push_back(kAskedKey);
