@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <vector>
 
@@ -32,6 +33,15 @@ bool Parse(std::string_view text, Number* value) {
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, *value);
     return error == std::errc() && stop == end;
+}
+
+// A number, or of a gain decibels.
+bool ParseValue(const Parameter& parameter, std::string_view text, double* value) {
+    const bool decibels = IsGain(parameter) && text.ends_with("dB");
+    if (decibels) text = Trimmed(text.substr(0, text.size() - 2));
+    if (!Parse(text, value)) return false;
+    if (decibels) *value = std::pow(10, *value / 20);
+    return true;
 }
 
 std::string Named(std::string_view key, std::string_view value, const std::string& fault) {
@@ -81,6 +91,24 @@ std::string NumberText(double value) {
     return text.data();
 }
 
+bool IsGain(const Parameter& parameter) {
+    const std::string_view unit = parameter.unit;
+    return unit == "factor" || unit == "full scale";
+}
+
+std::string DecibelText(double decibels) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%+.1f", std::round(decibels * 10) / 10 + 0.0);
+    return text.data();
+}
+
+std::string ValueText(const Parameter& parameter, double value) {
+    std::string text = NumberText(value);
+    if (IsGain(parameter) && value > 0 && value != 1)
+        text += " (" + DecibelText(20 * std::log10(value)) + " dB)";
+    return text;
+}
+
 std::string RangeText(const Parameter& parameter) {
     return NumberText(parameter.minimum) + " to " + NumberText(parameter.maximum);
 }
@@ -110,9 +138,13 @@ std::string SetFromText(std::string_view key, std::string_view value, Settings* 
         if (!on && value != "off" && value != "0")
             return Named(key, value, "is neither on nor off");
         number = on ? 1 : 0;
-    } else if (!Parse(value, &number)) {
+    } else if (!ParseValue(*parameter, value, &number)) {
         return Named(key, value, "is not a number");
     }
+    if (number > 0 && parameter->Sendable(number) == 0)
+        return Named(key, value,
+                     "is too little to be sent, the least is " +
+                         ValueText(*parameter, 1.0 / parameter->wireScale));
     if (settings->Set(parameter->id, number)) return "";
     return Named(key, value, "is outside " + RangeText(*parameter));
 }
@@ -161,7 +193,8 @@ std::string Describe(const Settings& settings) {
         if (*parameter.key == '\0' || parameter.needs != kNoSwitch) continue;
         if (parameter.kind != ParameterKind::kSwitch) {
             if (settings.Get(parameter.id) != parameter.defaultValue)
-                add(std::string(parameter.key) + " " + NumberText(settings.Get(parameter.id)));
+                add(std::string(parameter.key) + " " +
+                    ValueText(parameter, settings.Get(parameter.id)));
             continue;
         }
         if (!settings.IsOn(parameter.id)) continue;
@@ -171,9 +204,36 @@ std::string Describe(const Settings& settings) {
             values += values.empty() ? "" : ", ";
             values += of.kind == ParameterKind::kBandValue
                           ? LevelsText(settings, " ")
-                          : std::string(of.key) + " " + NumberText(settings.Get(of.id));
+                          : std::string(of.key) + " " + ValueText(of, settings.Get(of.id));
         }
         add(std::string(parameter.group) + " (" + values + ")");
     }
     return text.empty() ? "output limiters only" : text;
+}
+
+std::string ReadTone(std::string_view text, std::vector<TonePoint>* points) {
+    points->clear();
+    for (const std::string_view item : Split(text, ',')) {
+        const std::vector<std::string_view> sides = Split(item, ':');
+        TonePoint point{};
+        if (sides.size() != 2 || !Parse(sides[0], &point.hz) || !Parse(sides[1], &point.db))
+            return "takes HZ:DB,HZ:DB,..., not \"" + std::string(text) + "\"";
+        if (!(point.hz >= 10 && point.hz <= 24000 && point.db >= -60 && point.db <= 20))
+            return std::string(item) + " is outside 10 to 24000 Hz and -60 to 20 dB";
+        points->push_back(point);
+    }
+    const auto lower = [](const TonePoint& a, const TonePoint& b) { return a.hz < b.hz; };
+    std::sort(points->begin(), points->end(), lower);
+    for (size_t i = 1; i < points->size(); ++i)
+        if ((*points)[i].hz == (*points)[i - 1].hz)
+            return NumberText((*points)[i].hz) + " Hz stands there twice";
+    return "";
+}
+
+std::string FitText(const ToneFit& fit) {
+    std::array<char, 96> text{};
+    std::snprintf(text.data(), text.size(), "%s %.1f dB (rms), furthest off at %.0f Hz: ",
+                  fit.IsNear() ? "within" : "ten bands can't give this curve: off by", fit.rmsDb,
+                  fit.worstHz);
+    return text.data() + DecibelText(fit.worstDb) + " dB";
 }

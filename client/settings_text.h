@@ -6,15 +6,26 @@
 //   eq = -0.1,0.5,0.5,0,0,-0.05,-0.15,0,0.05,0.05
 //
 // Values are in the table's units, switches on or off (or 1, 0), band levels ten numbers or
-// BAND=LEVEL, parted by commas.
+// BAND=LEVEL, parted by commas. A gain can also be given in decibels: -3dB.
 #pragma once
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "client/settings.h"
+#include "client/tone.h"
 
 // Shortest text of a value, at most six significant digits.
 std::string NumberText(double value);
+
+// Whether the row's values are linear gains, which decibels can stand for.
+bool IsGain(const Parameter& parameter);
+
+// "0.5 (-6.0 dB)" for a row that is a gain, else the number.
+std::string ValueText(const Parameter& parameter, double value);
+
+// "+6.0", and never "-0.0".
+std::string DecibelText(double decibels);
 
 // "0 to 127".
 std::string RangeText(const Parameter& parameter);
@@ -39,3 +50,11 @@ std::string SettingsText(const Settings& settings);
 
 // What acts, in one line for reports and pictures.
 std::string Describe(const Settings& settings);
+
+// A curve as people write it: "60:6,200:0,8000:3", hertz and decibels. Returns what is wrong with
+// it, or ""; then *points holds it in ascending order. Frequencies 10 to 24000, -60 to 20 dB.
+std::string ReadTone(std::string_view text, std::vector<TonePoint>* points);
+
+// How near a fit comes: "within 0.3 dB (rms), furthest off at 60 Hz: -0.8 dB", and whether ten
+// bands can give such a curve at all.
+std::string FitText(const ToneFit& fit);

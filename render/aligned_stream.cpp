@@ -5,11 +5,20 @@
 
 #include "render/stderr_silencer.h"
 
+namespace {
+
+// The gain is all there after a hundred calls, and in three seconds where buffers are short: it
+// rises with a time constant of 0.4 s.
+constexpr uint32_t kSettlingBuffers = 100;
+constexpr uint32_t kSettlingSeconds = 3;
+
+}  // namespace
+
 AlignedStream::AlignedStream(const EffectLibrary& effectLibrary, const Settings& settings,
-                             const StreamFormat& streamFormat, bool keepsDelay)
+                             const StreamFormat& streamFormat, const Alignment& alignment)
     : library(effectLibrary),
       format(streamFormat),
-      keepDelay(keepsDelay),
+      keepDelay(alignment.keepsDelay),
       delaySamples(uint64_t{DelayFrames(settings, format.bufferFrames)} * format.channels),
       skipSamples(keepDelay ? 0 : uint64_t{StreamDelayFrames(settings)} * format.channels),
       buffered(settings.IsOn(PARAM_ENHANCER_ENABLE)),
@@ -21,11 +30,26 @@ AlignedStream::AlignedStream(const EffectLibrary& effectLibrary, const Settings&
         stream.reset();  // while the log is silent
         Check(status, refused);
     }
+    if (!alignment.startsCold) Settle(BufferingFrames(settings, format.bufferFrames));
 }
 
 AlignedStream::~AlignedStream() {
     const StderrSilencer silencer(!library.ShowsLog());
     stream.reset();
+}
+
+// Until the enhancer, too, has returned all its silent buffers: the delay is the same from then on.
+void AlignedStream::Settle(uint32_t silentFrames) {
+    const std::vector<int16_t> silence(size_t{format.bufferFrames} * format.channels);
+    uint32_t buffers = 0, silent = 0;
+    while (buffers < kSettlingBuffers ||
+           settlingFrames < uint64_t{kSettlingSeconds} * format.rateHz || silent < silentFrames) {
+        stream->Put(silence.data(), format.bufferFrames);
+        ++buffers;
+        settlingFrames += format.bufferFrames;
+        if (buffered && !buffering.Deliver()) silent += format.bufferFrames;
+    }
+    skipSamples = keepDelay ? 0 : delaySamples;
 }
 
 void AlignedStream::Process(std::span<const int16_t> in, std::vector<int16_t>* out) {
@@ -62,9 +86,10 @@ void AlignedStream::Append(uint64_t mostSamples, std::vector<int16_t>* out) {
 }
 
 std::function<std::vector<int16_t>(const std::vector<int16_t>&)> AlignedPlayer(
-    const EffectLibrary& library, const Settings& settings, const StreamFormat& format) {
-    return [&library, settings, format](const std::vector<int16_t>& in) {
-        AlignedStream stream(library, settings, format, false);
+    const EffectLibrary& library, const Settings& settings, const StreamFormat& format,
+    bool startsCold) {
+    return [&library, settings, format, startsCold](const std::vector<int16_t>& in) {
+        AlignedStream stream(library, settings, format, {.startsCold = startsCold});
         std::vector<int16_t> out;
         out.reserve(in.size());
         stream.Process(in, &out);

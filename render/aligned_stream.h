@@ -1,4 +1,8 @@
-// A stream through one fresh instance, with the chain's delay taken out.
+// A stream through one fresh instance, settled beforehand, with the chain's delay taken out.
+//
+// The playback gain of a fresh instance rises from 0 for a hundred buffers and more, which would
+// swallow the beginning of a piece. So the instance first hears silence, and what that gives is
+// dropped: the piece then begins as it would after a pause in a running player.
 //
 // Throws Failure when the library says no.
 #pragma once
@@ -13,11 +17,16 @@
 #include "client/stream.h"
 #include "render/effect_library.h"
 
+struct Alignment {
+    bool keepsDelay = false;  // gives the stream as it leaves the instance
+    bool startsCold = false;  // doesn't settle: gives the framework's start
+};
+
 class AlignedStream {
 public:
-    // keepsDelay: gives the stream as it leaves the instance. The library must outlive the stream.
+    // The library must outlive the stream.
     AlignedStream(const EffectLibrary& effectLibrary, const Settings& settings,
-                  const StreamFormat& streamFormat, bool keepsDelay);
+                  const StreamFormat& streamFormat, const Alignment& alignment);
     ~AlignedStream();
     AlignedStream(const AlignedStream&) = delete;
     AlignedStream& operator=(const AlignedStream&) = delete;
@@ -30,8 +39,11 @@ public:
     void Finish(std::vector<int16_t>* out);
 
     uint64_t FramesOut() const { return samplesOut / format.channels; }
+    // Of the silence that was heard and dropped before the first frame, 0 after a cold start.
+    uint64_t SettlingFrames() const { return settlingFrames; }
 
 private:
+    void Settle(uint32_t silentFrames);
     // Feeds `in` and appends what comes out, `mostSamples` of a buffer at most.
     void Feed(std::span<const int16_t> in, uint64_t mostSamples, std::vector<int16_t>* out);
     void Append(uint64_t mostSamples, std::vector<int16_t>* out);
@@ -44,9 +56,11 @@ private:
     bool buffered;          // the enhancer returns some buffers silent
     BlockBuffering buffering;
     std::unique_ptr<BlockStream> stream;
+    uint64_t settlingFrames = 0;
     uint64_t samplesIn = 0, samplesOut = 0;
 };
 
 // Plays whole pieces, each through an instance of its own. The library must outlive it.
 std::function<std::vector<int16_t>(const std::vector<int16_t>&)> AlignedPlayer(
-    const EffectLibrary& library, const Settings& settings, const StreamFormat& format);
+    const EffectLibrary& library, const Settings& settings, const StreamFormat& format,
+    bool startsCold = false);

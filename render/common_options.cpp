@@ -49,3 +49,9 @@ void AddPresetListTo(CLI::App& command) {
         },
         "print the presets");
 }
+
+void AddColdStartTo(CLI::App& command, bool* coldStart) {
+    command.add_flag("--cold-start", *coldStart,
+                     "don't let the chain settle on silence first: the playback gain then fades in "
+                     "over a hundred buffers and more, as at the framework's start");
+}

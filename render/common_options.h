@@ -29,3 +29,6 @@ struct CommonOptions {
 
 // --list-presets, which ends the program.
 void AddPresetListTo(CLI::App& command);
+
+// --cold-start, of commands that play a piece.
+void AddColdStartTo(CLI::App& command, bool* coldStart);

@@ -17,6 +17,7 @@
 #include "render/picture_command.h"
 #include "render/render_command.h"
 #include "render/response_command.h"
+#include "render/tone_command.h"
 
 namespace {
 
@@ -48,6 +49,7 @@ int Run(int argc, char** argv) {
     RenderCommand render(app);
     PictureCommand picture(app);
     ResponseCommand response(app);
+    ToneCommand tone(app);
     InfoCommand info(app);
     try {
         app.parse(argc, argv);
@@ -62,7 +64,7 @@ int Run(int argc, char** argv) {
         throw UsageError(error.what());
     }
     for (Command* const command :
-         std::initializer_list<Command*>{&render, &picture, &response, &info})
+         std::initializer_list<Command*>{&render, &picture, &response, &tone, &info})
         if (command->IsAsked()) command->Run();
     return 0;
 }

@@ -1,5 +1,7 @@
 #include "render/picture_command.h"
 
+#include <cmath>
+
 #include "client/settings_text.h"
 #include "render/aligned_stream.h"
 #include "render/audio/pcm_source.h"
@@ -12,11 +14,13 @@ PictureCommand::PictureCommand(CLI::App& program)
     app.add_option("IN", input, "audio file; - is standard input")->required();
     app.add_option("OUT", picture, "PNG file")->required();
     app.add_flag("--no-dither", noDither, "round to 16 bits without dither");
+    AddColdStartTo(app, &coldStart);
     common.AddTo(app);
 }
 
 void PictureCommand::Run() {
-    const Settings settings = common.settings.Resolve();
+    Settings settings = common.settings.Resolve();
+    const ToneWish tone = common.settings.Tone();
     CheckPictureName(picture, "IN", input, "/dev/stdin");
     OutputFile::CheckName(picture, common.overwrite);
     common.settings.CheckSave({input, picture}, common.overwrite);
@@ -24,17 +28,20 @@ void PictureCommand::Run() {
     AudioReader reader(input);
     CheckChannels(input, reader);
     const uint32_t chainRateHz = ChainRateHz(reader.RateHz());
-    PcmSource source(reader, chainRateHz, !noDither, false);
+    tone.Grant(chainRateHz, &settings);
+    PcmSource source(reader, chainRateHz, !noDither, Metering::kNothing);
     std::vector<int16_t> pcm, whole;
     while (source.Read(&pcm)) whole.insert(whole.end(), pcm.begin(), pcm.end());
     OutputFile png(picture, common.overwrite);
     DrawBeforeAndAfter({TitleOf(input, reader),
                         common.settings.PresetName(),
                         settings,
-                        {chainRateHz, reader.Channels(), common.bufferFrames}},
+                        tone.points,
+                        {chainRateHz, reader.Channels(), common.bufferFrames},
+                        coldStart},
                        library, whole, picture, png);
     png.Commit();
-    common.settings.Save(common.overwrite);
+    common.settings.Save(settings, common.overwrite);
 }
 
 void CheckPictureName(const std::string& picture, const char* role, const std::string& audio,
@@ -61,10 +68,14 @@ void DrawBeforeAndAfter(const BeforeAndAfter& piece, const EffectLibrary& librar
     PictureInput input;
     input.title = piece.title;
     input.settings = piece.preset + ": " + Describe(piece.settings);
+    input.asked = piece.tone;
+    for (TonePoint& point : input.asked)
+        point.db += 20 * std::log10(piece.settings.Get(PARAM_OUTPUT_GAIN));
     input.rateHz = piece.format.rateHz;
     input.channels = static_cast<int>(piece.format.channels);
-    input.chain = AlignedPlayer(library, piece.settings, piece.format);
-    input.chainWithoutPlaybackGain = AlignedPlayer(library, withoutGain, piece.format);
+    input.chain = AlignedPlayer(library, piece.settings, piece.format, piece.startsCold);
+    input.chainWithoutPlaybackGain =
+        AlignedPlayer(library, withoutGain, piece.format, piece.startsCold);
     input.before = Floats(pcm);
     input.after = Floats(input.chain(pcm));
     std::string error;

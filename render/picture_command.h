@@ -19,7 +19,7 @@ public:
 private:
     CommonOptions common;
     std::string input, picture;
-    bool noDither = false;
+    bool noDither = false, coldStart = false;
 };
 
 // UsageError if the picture would take the place of the audio. role: "IN" or "OUT"; stream: the
@@ -30,7 +30,9 @@ void CheckPictureName(const std::string& picture, const char* role, const std::s
 struct BeforeAndAfter {
     std::string title, preset;
     Settings settings;
+    std::vector<TonePoint> tone;  // that was asked for, none: no
     StreamFormat format;
+    bool startsCold;
 };
 
 // Draws `pcm`, interleaved, before and after the chain onto the temporary file of `png`, which is

@@ -2,20 +2,24 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <new>
 
+#include "client/settings_text.h"
 #include "render/aligned_stream.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/audio_writer.h"
 #include "render/audio/output_file.h"
 #include "render/audio/pcm_sink.h"
 #include "render/audio/pcm_source.h"
+#include "render/audio/pipe_copy.h"
 #include "render/audio/whole_write.h"
 #include "render/failure.h"
 #include "render/input.h"
+#include "render/match.h"
 #include "render/picture_command.h"
 #include "render/progress.h"
 
@@ -60,7 +64,8 @@ void CheckNames(const RenderJob& job) {
     if (job.output != "-") OutputFile::CheckName(job.output, job.overwrite);
 }
 
-Report StartReport(const RenderJob& job, const AudioReader& reader) {
+Report StartReport(const RenderJob& job, const std::optional<Match>& match,
+                   const AudioReader& reader) {
     CheckChannels(job.input, reader);
     Report report{};
     report.input = job.input;
@@ -72,7 +77,12 @@ Report StartReport(const RenderJob& job, const AudioReader& reader) {
     report.channels = reader.Channels();
     report.chainRateHz = ChainRateHz(report.rateHz);
     report.outputRateHz = OutputRateHz(job.output, report.rateHz);
-    report.delayFrames = DelayFrames(job.settings, job.bufferFrames);
+    report.tone = job.tone.Grant(report.chainRateHz, &report.settings);
+    if (match) {
+        report.settings.Set(PARAM_OUTPUT_GAIN, match->gain);
+        report.matchedLufs = match->wantedLufs;
+    }
+    report.delayFrames = DelayFrames(report.settings, job.bufferFrames);
     report.delayRemoved = !job.keepDelay;
     CheckRates(job, &report);
     if (reader.HasReplayGain())
@@ -83,21 +93,22 @@ Report StartReport(const RenderJob& job, const AudioReader& reader) {
 // One run from file to file. The members stand in the order in which they are opened.
 class Rendering {
 public:
-    Rendering(const RenderJob& renderJob, const EffectLibrary& effectLibrary)
+    Rendering(const RenderJob& renderJob, const std::optional<Match>& match,
+              const std::string& copyOfPipe, const EffectLibrary& effectLibrary)
         : job(renderJob),
           library(effectLibrary),
-          reader(job.input),
-          report(StartReport(job, reader)),
+          reader(job.input, copyOfPipe),
+          report(StartReport(job, match, reader)),
           format{report.chainRateHz, report.channels, job.bufferFrames},
-          chain(library, job.settings, format, job.keepDelay),
-          source(reader, report.chainRateHz, job.dither, job.measure),
+          chain(library, report.settings, format, {job.keepDelay, job.coldStart}),
+          source(reader, report.chainRateHz, job.dither, job.metering),
           png(job.picture.empty() ? nullptr
                                   : std::make_unique<OutputFile>(job.picture, job.overwrite)),
           writer(OpenAudioWriter(job.output, job.overwrite,
                                  {report.outputRateHz, report.channels, reader.Frames()},
                                  reader.Tags())),
           sink(*writer, {report.chainRateHz, report.outputRateHz}, report.channels, job.dither,
-               job.measure) {}
+               job.metering) {}
 
     Report Run() {
         Play();
@@ -149,6 +160,7 @@ private:
         else if (const auto data = reader.Data(); data && data->present < data->promised)
             report.notes.push_back(job.input + " ends early: " + std::to_string(data->present) +
                                    " of " + std::to_string(data->promised) + " bytes of audio");
+        report.settlingFrames = chain.SettlingFrames();
         report.dithered = source.Dithers();
         report.before = source.Measured();
         report.after = sink.Measured();
@@ -163,7 +175,8 @@ private:
 
     void Draw() {
         try {
-            DrawBeforeAndAfter({TitleOf(job.input, reader), job.preset, job.settings, format},
+            DrawBeforeAndAfter({TitleOf(job.input, reader), job.preset, report.settings,
+                                job.tone.points, format, job.coldStart},
                                library, whole, job.picture, *png);
             png->Commit();
         } catch (const std::bad_alloc&) {
@@ -188,6 +201,32 @@ private:
     std::vector<int16_t> whole;  // the input as the chain takes it, for the picture
 };
 
+// The flag's value: a number, "true" for none, "" if it wasn't given.
+std::optional<MatchWish> ReadMatch(const std::string& text) {
+    if (text.empty()) return std::nullopt;
+    if (text == "true") return MatchWish{};
+    double lufs = 0;
+    if (!CLI::detail::lexical_cast(text, lufs) || !(lufs >= -60 && lufs <= 0))
+        throw UsageError("--match=" + text + " is not a loudness from -60 to 0 LUFS");
+    return MatchWish{lufs};
+}
+
+void NoteMatch(const std::optional<Match>& match, Report* report) {
+    if (!match) {
+        report->notes.push_back("nothing was matched: " + report->input +
+                                " is silent or too short to have a loudness");
+        return;
+    }
+    const double offLu = report->after.integratedLufs - match->wantedLufs;
+    if (!(std::abs(offLu) > kMatchToleranceLu)) return;
+    const Parameter& gain = ParameterOf(PARAM_OUTPUT_GAIN);
+    const bool highest = match->gain == gain.maximum;
+    report->notes.push_back(
+        "the loudness is " + DecibelText(offLu) + " LU off: the output gain " +
+        (highest ? "ends at " + ValueText(gain, gain.maximum) + ", and the limiters hold the rest"
+                 : "has no step that comes nearer"));
+}
+
 }  // namespace
 
 RenderCommand::RenderCommand(CLI::App& program)
@@ -200,6 +239,10 @@ RenderCommand::RenderCommand(CLI::App& program)
     app.add_flag("--strict-rate", job.strictRate, "refuse to resample");
     app.add_flag("--json", json, "report as JSON on standard output");
     app.add_flag("--no-dither", noDither, "round to 16 bits without dither");
+    AddColdStartTo(app, &job.coldStart);
+    app.add_flag("--match", match,
+                 "solve for the output gain that makes the result as loud as the source, or "
+                 "--match=-16 as loud as that in LUFS; plays the input several times");
     common.AddTo(app);
 }
 
@@ -213,12 +256,17 @@ void RenderCommand::Run() {
         throw UsageError("--json and the audio cannot both go to standard output");
     if (job.output == "-" && isatty(STDOUT_FILENO) != 0)
         throw UsageError("standard output is a terminal; pipe the audio somewhere");
-    job.measure = json || !common.quiet;
+    job.tone = common.settings.Tone();
+    job.match = ReadMatch(match);
+    if (job.match && common.settings.Gives(PARAM_OUTPUT_GAIN))
+        throw UsageError("--match and --output-gain set the same gain");
+    if (job.match) job.tone.headroom = false;
+    job.metering = json || !common.quiet ? Metering::kEverything : Metering::kNothing;
     job.showProgress = !common.quiet && isatty(STDERR_FILENO) != 0;
     common.settings.CheckSave({job.input, job.output, job.picture}, common.overwrite);
     const EffectLibrary library = common.library.Open();
     Report report = Render(job, library);
-    common.settings.Save(common.overwrite);
+    common.settings.Save(report.settings, common.overwrite);
     for (const std::string& line : common.settings.Idle()) report.notes.push_back(line);
     if (json)
         PrintToStandardOutput(JsonOf(report));
@@ -229,5 +277,12 @@ void RenderCommand::Run() {
 
 Report Render(const RenderJob& job, const EffectLibrary& library) {
     CheckNames(job);
-    return Rendering(job, library).Run();
+    if (!job.match) return Rendering(job, std::nullopt, "", library).Run();
+    std::optional<PipeCopy> pipe;
+    if (PipeCopy::IsNeeded(job.input)) pipe.emplace(job.input);
+    const std::string copyOfPipe = pipe ? pipe->Path() : "";
+    const std::optional<Match> match = MatchPiece(job, copyOfPipe, library);
+    Report report = Rendering(job, match, copyOfPipe, library).Run();
+    NoteMatch(match, &report);
+    return report;
 }

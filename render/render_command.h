@@ -1,6 +1,7 @@
 // Audio through the chain from file to file.
 #pragma once
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "client/settings.h"
@@ -9,19 +10,27 @@
 #include "render/effect_library.h"
 #include "render/report.h"
 
+// To solve for the output gain, which is job.settings' business no more.
+struct MatchWish {
+    std::optional<double> lufs;  // none: as loud as the source
+};
+
 struct RenderJob {
     std::string input;    // "-" is standard input
     std::string output;   // "-" is standard output
     std::string picture;  // PNG file to draw besides, "" for none
     std::string preset;
     Settings settings;
+    ToneWish tone;
+    std::optional<MatchWish> match;
     uint32_t bufferFrames = 1024;
     bool overwrite = false;
     bool keepDelay = false;
+    bool coldStart = false;  // as the framework starts, its fade-in included
     bool dither = true;
     bool strictRate = false;
     bool showProgress = false;
-    bool measure = true;  // loudness and true peak, for the report
+    Metering metering = Metering::kEverything;  // for the report
 };
 
 // Throws Failure or UsageError; then no output exists that did not exist before. A picture that
@@ -37,4 +46,5 @@ private:
     CommonOptions common;
     RenderJob job;
     bool noDither = false, json = false;
+    std::string match;  // a number, or "true" for the source's
 };

@@ -34,6 +34,11 @@ nlohmann::json LevelJson(double level) {
     return level;
 }
 
+nlohmann::ordered_json ToneJson(const std::optional<ToneFit>& tone) {
+    if (!tone) return nullptr;
+    return {{"rmsDb", tone->rmsDb}, {"worstDb", tone->worstDb}, {"worstHz", tone->worstHz}};
+}
+
 }  // namespace
 
 std::string TextOf(const Report& report) {
@@ -46,9 +51,18 @@ std::string TextOf(const Report& report) {
             Count(report.frames, "frame") + "), in buffers of " +
             Count(report.bufferFrames, "frame") + "\n";
     text += "  preset " + report.preset + ": " + Describe(report.settings) + "\n";
+    if (report.tone) text += "  tone     " + FitText(*report.tone) + "\n";
+    if (report.matchedLufs)
+        text += Format("  match    %.1f LUFS by output-gain ", *report.matchedLufs) +
+                ValueText(ParameterOf(PARAM_OUTPUT_GAIN), report.settings.Get(PARAM_OUTPUT_GAIN)) +
+                "\n";
     text += "  delay    " + Count(report.delayFrames, "frame") +
             Format(" (%.1f ms) ", 1000.0 * report.delayFrames / report.chainRateHz) +
             (report.delayRemoved ? "removed\n" : "kept\n");
+    text += report.settlingFrames == 0
+                ? std::string("  start    cold, as the framework's\n")
+                : Format("  start    after %.1f s of silence, dropped again\n",
+                         static_cast<double>(report.settlingFrames) / report.chainRateHz);
     text +=
         "  loudness " + Levels(report.before.integratedLufs, report.after.integratedLufs, " LUFS") +
         "; true peak " + Levels(report.before.truePeakDb, report.after.truePeakDb, " dB") + "\n";
@@ -74,6 +88,8 @@ std::string JsonOf(const Report& report) {
         {"output", report.output},
         {"preset", report.preset},
         {"settings", settings},
+        {"tone", ToneJson(report.tone)},
+        {"matchedLufs", report.matchedLufs ? LevelJson(*report.matchedLufs) : nullptr},
         {"rateHz", report.rateHz},
         {"channels", report.channels},
         {"frames", report.frames},
@@ -83,6 +99,7 @@ std::string JsonOf(const Report& report) {
         {"bufferFrames", report.bufferFrames},
         {"delayFrames", report.delayFrames},
         {"delayRemoved", report.delayRemoved},
+        {"settlingFrames", report.settlingFrames},
         {"dithered", report.dithered},
         {"clippedIn", report.clippedIn},
         {"clippedOut", report.clippedOut},
@@ -90,6 +107,9 @@ std::string JsonOf(const Report& report) {
         {"loudnessLufs",
          {{"before", LevelJson(report.before.integratedLufs)},
           {"after", LevelJson(report.after.integratedLufs)}}},
+        {"loudnessRangeLu",
+         {{"before", LevelJson(report.before.rangeLu)},
+          {"after", LevelJson(report.after.rangeLu)}}},
         {"truePeakDb",
          {{"before", LevelJson(report.before.truePeakDb)},
           {"after", LevelJson(report.after.truePeakDb)}}},

@@ -1,22 +1,27 @@
 // What a render did, for people and for programs.
 #pragma once
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "client/settings.h"
+#include "client/tone.h"
 #include "render/audio/loudness.h"
 
 struct Report {
     std::string input, output;
     std::string preset;
-    Settings settings;
+    Settings settings;                  // as they were played
+    std::optional<ToneFit> tone;        // if one was asked for
+    std::optional<double> matchedLufs;  // what the output gain was solved for
     uint32_t rateHz, channels;
     uint32_t chainRateHz, outputRateHz;
     uint64_t frames;  // of the input
     uint32_t bufferFrames;
     uint32_t delayFrames;  // of the chain, at its rate
     bool delayRemoved;
+    uint64_t settlingFrames;  // of silence before the first frame, at the chain's rate
     bool dithered;
     uint64_t clippedIn;   // samples of the input beyond full scale
     uint64_t notNumbers;  // samples on the way in that were NaN or infinite, taken for silence

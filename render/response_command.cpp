@@ -5,6 +5,7 @@
 #include "render/aligned_stream.h"
 #include "render/audio/output_file.h"
 #include "render/failure.h"
+#include "render/pictures/bands.h"
 #include "render/pictures/response.h"
 
 ResponseCommand::ResponseCommand(CLI::App& program)
@@ -18,11 +19,33 @@ ResponseCommand::ResponseCommand(CLI::App& program)
         ->type_name("COUNT")
         ->check(CLI::Range(1U, kMaxChannels))
         ->capture_default_str();
+    app.add_flag("--bands", bands,
+                 "draw instead what each equalizer band does alone, whatever the settings");
     common.AddTo(app);
 }
 
+void ResponseCommand::DrawBandsAlone() const {
+    const EffectLibrary library = common.library.Open();
+    BandsInput input;
+    input.rateHz = rateHz;
+    input.chain = [&](const Settings::Levels& levels, const std::vector<int16_t>& pcm) {
+        Settings settings;
+        for (size_t band = 0; band < levels.size(); ++band) settings.SetBand(band, levels[band]);
+        return AlignedPlayer(library, settings, {rateHz, 1, common.bufferFrames})(pcm);
+    };
+    OutputFile png(picture, common.overwrite);
+    std::string error;
+    if (!DrawBands(input, png.TemporaryPath(), &error))
+        throw Failure(picture + " cannot be drawn: " + error);
+    png.Commit();
+}
+
 void ResponseCommand::Run() {
-    Settings both = common.settings.Resolve();
+    if (bands) return DrawBandsAlone();
+    Settings settings = common.settings.Resolve();
+    const ToneWish tone = common.settings.Tone();
+    tone.Grant(rateHz, &settings);
+    Settings both = settings;
     common.settings.CheckSave({picture}, common.overwrite);
     both.Set(PARAM_PLAYBACKGAIN_ENABLE, 0);
     both.Unset(PARAM_OUTPUT_GAIN);
@@ -35,6 +58,7 @@ void ResponseCommand::Run() {
     const StreamFormat format{rateHz, channels, common.bufferFrames};
     ResponseInput input;
     input.settings = Describe(both);
+    input.asked = tone.points;
     input.rateHz = rateHz;
     input.channels = static_cast<int>(channels);
     input.equalizerOnly = AlignedPlayer(library, equalizer, format);
@@ -45,5 +69,5 @@ void ResponseCommand::Run() {
     if (!DrawResponse(input, png.TemporaryPath(), &error))
         throw Failure(picture + " cannot be drawn: " + error);
     png.Commit();
-    common.settings.Save(common.overwrite);
+    common.settings.Save(settings, common.overwrite);
 }

@@ -16,4 +16,7 @@ private:
     std::string picture;
     uint32_t rateHz = 44100;
     uint32_t channels = 2;
+    bool bands = false;
+
+    void DrawBandsAlone() const;
 };

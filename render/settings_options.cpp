@@ -1,5 +1,6 @@
 #include "render/settings_options.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -53,6 +54,12 @@ void SettingsOptions::AddTo(CLI::App& command) {
     command.add_option("--save", saveTo, "also write the settings to a file that --preset takes")
         ->type_name("FILE")
         ->group(group);
+    command
+        .add_option("--tone", tone,
+                    "a curve in hertz and decibels, from which the ten levels are solved: straight "
+                    "lines through the points, flat beyond; the output gain makes room for it")
+        ->type_name("HZ:DB,HZ:DB,...")
+        ->group(group);
     for (const Parameter& parameter : kParameters) {
         const std::string key = parameter.key;
         if (key.empty()) continue;
@@ -77,7 +84,7 @@ void SettingsOptions::AddTo(CLI::App& command) {
         else
             option =
                 command.add_option_function<std::string>("--" + key, take, HelpText(parameter))
-                    ->type_name("NUMBER");
+                    ->type_name(IsGain(parameter) ? "NUMBER or -3dB" : "NUMBER");
         option->group(group);
     }
 }
@@ -89,6 +96,21 @@ Settings SettingsOptions::Resolve() const {
         if (!fault.empty()) throw UsageError("--" + fault);
     }
     return settings;
+}
+
+bool SettingsOptions::Gives(ParameterId id) const {
+    return std::any_of(given.begin(), given.end(),
+                       [id](const auto& one) { return one.first->id == id; });
+}
+
+ToneWish SettingsOptions::Tone() const {
+    ToneWish wish;
+    wish.headroom = !Gives(PARAM_OUTPUT_GAIN);
+    if (tone.empty()) return wish;
+    if (Gives(PARAM_EQUALIZER_BANDLEVEL)) throw UsageError("--tone and --eq set the same levels");
+    const std::string fault = ReadTone(tone, &wish.points);
+    if (!fault.empty()) throw UsageError("--tone " + fault);
+    return wish;
 }
 
 std::vector<std::string> SettingsOptions::Idle() const {
@@ -109,13 +131,20 @@ void SettingsOptions::CheckSave(const std::vector<std::string>& others, bool ove
     OutputFile::CheckName(saveTo, overwrite);
 }
 
-void SettingsOptions::Save(bool overwrite) const {
+void SettingsOptions::Save(const Settings& settings, bool overwrite) const {
     if (saveTo.empty()) return;
     OutputFile file(saveTo, overwrite);
-    const std::string text = SettingsText(Resolve());
+    const std::string text = SettingsText(settings);
     if (const int error = WriteAll(file.Descriptor(), text.data(), text.size()))
         throw Failure(saveTo + " can't be written: " + std::strerror(error));
     file.Commit();
+}
+
+std::optional<ToneFit> ToneWish::Grant(double rateHz, Settings* settings) const {
+    if (points.empty()) return std::nullopt;
+    const ToneFit fit = FitTone(points, rateHz);
+    ApplyTone(fit, headroom, settings);
+    return fit;
 }
 
 std::string PresetList() {

@@ -2,11 +2,22 @@
 // --save.
 #pragma once
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "client/settings.h"
+#include "client/tone.h"
+
+// A tone that was asked for. What gives it depends on the rate of the stream.
+struct ToneWish {
+    std::vector<TonePoint> points;  // none: no wish
+    bool headroom = true;           // false: the output gain is somebody else's
+
+    // Puts the levels into `settings`. Returns how near they come, nothing without a wish.
+    std::optional<ToneFit> Grant(double rateHz, Settings* settings) const;
+};
 
 class SettingsOptions {
 public:
@@ -18,16 +29,19 @@ public:
     // The preset, overridden by what was given. UsageError for what can't be read or is out of
     // range.
     Settings Resolve() const;
+    bool Gives(ParameterId id) const;
+    // UsageError for one that can't be read.
+    ToneWish Tone() const;
     // A line for each option given that does nothing.
     std::vector<std::string> Idle() const;
     // UsageError or Failure if the settings file that was asked for can't be written, or is one of
     // the others.
     void CheckSave(const std::vector<std::string>& others, bool overwrite) const;
     // Writes it, if one was. Throws Failure.
-    void Save(bool overwrite) const;
+    void Save(const Settings& settings, bool overwrite) const;
 
 private:
-    std::string preset, saveTo;
+    std::string preset, saveTo, tone;
     std::vector<std::pair<const Parameter*, std::string>> given;  // as text, in order
 };
 

@@ -122,9 +122,10 @@ TEST_F(Renderer, GivesTheBitsOfTheLibraryHoweverTheInputArrives) {
     instance.Start(48000, 2);
     const std::vector<int16_t> expected = instance.Run(pcm, 777, 2);
     const std::string options =
-        " --keep-delay --strict-rate --buffer 777 -f -q --playback-gain --ratio 1.5 --volume 1.3"
-        " --max-gain 4 --enhancer --process 1.8 --lo-contour 0.7 --output-gain 1.4 --gate 0.8"
-        " --eq -0.6,-0.45,-0.3,-0.15,0,0,0,0,0,0 --eq 5=0.15,6=0.3 --eq 7=0.45,8=0.6,9=0.75";
+        " --cold-start --keep-delay --strict-rate --buffer 777 -f -q --playback-gain --ratio 1.5"
+        " --volume 1.3 --max-gain 4 --enhancer --process 1.8 --lo-contour 0.7 --output-gain 1.4"
+        " --gate 0.8 --eq -0.6,-0.45,-0.3,-0.15,0,0,0,0,0,0 --eq 5=0.15,6=0.3"
+        " --eq 7=0.45,8=0.6,9=0.75";
     for (std::string line :
          {"$ORVANE render in.wav out.wav", "$ORVANE render in.wav out.flac && mv out.flac out.wav",
           "cat in.wav | $ORVANE render - out.wav",

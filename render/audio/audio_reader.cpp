@@ -37,7 +37,8 @@ constexpr const char* kPipeAdvice =
 
 }  // namespace
 
-AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard input" : path) {
+AudioReader::AudioReader(const std::string& path, const std::string& copyOfPipe)
+    : name(path == "-" ? "standard input" : path) {
     std::error_code ignored;
     if (std::filesystem::is_directory(path, ignored)) throw Failure(name + " is a folder");
     if (path != "-" && access(path.c_str(), R_OK) != 0)
@@ -45,7 +46,10 @@ AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard
     {
         // The MP3 decoder says on standard error what it thinks of a file.
         const StderrSilencer silencer;
-        if (path == "-") {
+        if (!copyOfPipe.empty()) {
+            piped = true;
+            file.reset(sf_open(copyOfPipe.c_str(), SFM_READ, &info));
+        } else if (path == "-") {
             const off_t start = lseek(STDIN_FILENO, 0, SEEK_CUR);
             piped = start < 0;
             if (!piped) dataSize = ReadDataSize(STDIN_FILENO, start);
@@ -65,9 +69,9 @@ AudioReader::AudioReader(const std::string& path) : name(path == "-" ? "standard
         while (!reason.empty() && (reason.back() == '.' || reason.back() == '\n'))
             reason.pop_back();
         throw Failure(name + " cannot be read: " + reason +
-                      (piped ? std::string(" (") + kPipeAdvice + ")" : ""));
+                      (piped && copyOfPipe.empty() ? std::string(" (") + kPipeAdvice + ")" : ""));
     }
-    if (piped && !ReadableFromPipe(info.format))
+    if (piped && copyOfPipe.empty() && !ReadableFromPipe(info.format))
         throw Failure(name + " cannot be read: " + kPipeAdvice);
     replayGain = !piped && path != "-" && MentionsReplayGain(path);
     block.resize(kBlockFrames * Channels());

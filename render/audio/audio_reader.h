@@ -14,8 +14,9 @@
 
 class AudioReader {
 public:
-    // path: "-" is standard input, from which some formats cannot be read.
-    explicit AudioReader(const std::string& path);
+    // path: "-" is standard input, from which some formats cannot be read. copyOfPipe: a file with
+    // all that has come through it, "" for none; it is read instead.
+    explicit AudioReader(const std::string& path, const std::string& copyOfPipe = "");
 
     uint32_t RateHz() const { return static_cast<uint32_t>(info.samplerate); }
     uint32_t Channels() const { return static_cast<uint32_t>(info.channels); }

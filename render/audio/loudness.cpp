@@ -11,10 +11,12 @@ constexpr uint32_t kLowestRateHz = 2 * 1682;
 
 }  // namespace
 
-LoudnessMeter::LoudnessMeter(uint32_t channelCount, uint32_t rateHz, bool on)
-    : channels(channelCount) {
-    if (on && rateHz >= kLowestRateHz)
-        state.reset(ebur128_init(channelCount, rateHz, EBUR128_MODE_I | EBUR128_MODE_TRUE_PEAK));
+LoudnessMeter::LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering)
+    : channels(channelCount), hasPeak(metering == Metering::kEverything) {
+    if (metering != Metering::kNothing && rateHz >= kLowestRateHz)
+        state.reset(ebur128_init(
+            channelCount, rateHz,
+            EBUR128_MODE_I | EBUR128_MODE_LRA | (hasPeak ? EBUR128_MODE_TRUE_PEAK : 0)));
 }
 
 void LoudnessMeter::Add(std::span<const float> samples) {
@@ -28,9 +30,11 @@ void LoudnessMeter::Add(std::span<const int16_t> samples) {
 }
 
 Loudness LoudnessMeter::Result() const {
-    Loudness result{NAN, NAN};
+    Loudness result{NAN, NAN, NAN};
     if (state == nullptr) return result;
     ebur128_loudness_global(state.get(), &result.integratedLufs);
+    ebur128_loudness_range(state.get(), &result.rangeLu);
+    if (!hasPeak) return result;
     double peak = 0;
     for (uint32_t channel = 0; channel < channels; ++channel) {
         double channelPeak = 0;

@@ -8,14 +8,20 @@
 
 struct Loudness {           // NaN: not measured
     double integratedLufs;  // -infinity if silent or shorter than 0.4 s
+    double rangeLu;         // 0 if shorter than 3 s
     double truePeakDb;      // dB over full scale, of the louder channel; -infinity if silent
+};
+
+enum class Metering {
+    kNothing,
+    kLoudness,    // and range
+    kEverything,  // and true peak, which costs as much as the chain
 };
 
 class LoudnessMeter {
 public:
-    // on: false measures nothing (the true peak costs as much as the chain). Nor is anything
-    // measured at a rate that the meter doesn't take.
-    LoudnessMeter(uint32_t channelCount, uint32_t rateHz, bool on);
+    // Nothing is measured at a rate that the meter doesn't take.
+    LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering);
 
     // Interleaved samples, whole frames.
     void Add(std::span<const float> samples);
@@ -29,4 +35,5 @@ private:
     };
     std::unique_ptr<ebur128_state, Deleter> state;
     uint32_t channels;
+    bool hasPeak;
 };

@@ -16,7 +16,7 @@ public:
     };
     // dither: if it has to resample. The writer must outlive the sink.
     PcmSink(AudioWriter& audioWriter, const Rates& rates, uint32_t channelCount, bool dither,
-            bool measure);
+            Metering metering);
 
     // Interleaved samples, whole frames.
     void Write(std::span<const int16_t> samples);

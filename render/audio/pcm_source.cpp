@@ -1,11 +1,11 @@
 #include "render/audio/pcm_source.h"
 
-PcmSource::PcmSource(AudioReader& audioReader, uint32_t chainRateHz, bool dither, bool measure)
+PcmSource::PcmSource(AudioReader& audioReader, uint32_t chainRateHz, bool dither, Metering metering)
     : reader(audioReader),
       resampler(reader.RateHz(), chainRateHz, reader.Channels()),
       dithers(dither && !(reader.IsSixteenBit() && resampler.IsIdle())),
       quantizer(dithers),
-      meter(reader.Channels(), reader.RateHz(), measure) {}
+      meter(reader.Channels(), reader.RateHz(), metering) {}
 
 bool PcmSource::Read(std::vector<int16_t>* pcm) {
     pcm->clear();

@@ -11,7 +11,7 @@
 class PcmSource {
 public:
     // dither: for what doesn't fit 16 bits as it is. The reader must outlive the source.
-    PcmSource(AudioReader& audioReader, uint32_t chainRateHz, bool dither, bool measure);
+    PcmSource(AudioReader& audioReader, uint32_t chainRateHz, bool dither, Metering metering);
 
     // Replaces *pcm by the next interleaved samples, now and then none; false after the last.
     bool Read(std::vector<int16_t>* pcm);

@@ -45,13 +45,13 @@ std::string BeforeAndAfter(const std::string& data) {
 }
 
 // A curve of gain, filled down or up to the zero line.
-std::string FromZero(const std::string& data) {
+std::string FromZero(const std::string& data, const std::string& more = "") {
     const auto curve = [&](const char* style, const char* colour) {
         return data + " using 1:2 with " + style + " linecolor rgb '" + colour + "', ";
     };
     return "plot " + curve("filledcurves above y=0", kPaleOrange) +
            curve("filledcurves below y=0", kPaleBlue) + curve("lines", kInk) + "0 linecolor rgb '" +
-           kGrey + "' notitle\n";
+           kGrey + "' notitle" + more + "\n";
 }
 
 std::string SpectrumPanel(const PictureInput& input) {
@@ -77,19 +77,24 @@ std::string SpectrumPanel(const PictureInput& input) {
            BeforeAndAfter("$spectrum");
 }
 
-std::string ResponsePanel(const MeasuredResponse& response, double rateHz) {
+std::string ResponsePanel(const MeasuredResponse& response, double rateHz,
+                          const std::vector<TonePoint>& asked) {
     const std::vector<double> grid = FrequencyGrid(rateHz);
     std::vector<double> gainDb(grid.size());
     std::transform(grid.begin(), grid.end(), gainDb.begin(), [&](double frequency) {
         return std::max(MagnitudeDb(response, frequency), kFloorDb);
     });
     std::string heading = "Gain over frequency, measured with the playback gain off";
+    if (!asked.empty()) heading = "Gain over frequency, playback gain off; dotted: as asked";
     if (response.residualDb > kRoughDb) heading += " (rough)";
-    return GnuplotData("$response", {grid, gainDb}) + GnuplotPanel(heading, kBottomLeft) +
+    std::vector<double> askedDb;
+    for (const double hz : grid) askedDb.push_back(asked.empty() ? NAN : CurveDb(asked, hz));
+    return GnuplotData("$response", {grid, gainDb, askedDb}) + GnuplotPanel(heading, kBottomLeft) +
            GnuplotFrequencyAxis() +
            GnuplotValueAxis(
                {.label = "dB", .step = 3, .alwaysLow = -6, .alwaysHigh = 6, .reach = 60}, gainDb) +
-           FromZero("$response");
+           FromZero("$response", ", $response using 1:3 with lines dashtype 3 linecolor rgb '" +
+                                     std::string(kInk) + "'");
 }
 
 std::string TimeAxis(double seconds) {
@@ -154,7 +159,8 @@ bool DrawPicture(const PictureInput& input, const std::string& pngPath, std::str
         Change("Loudness range", before.rangeLu, after.rangeLu, "LU") + " \u00b7 " +
         Change("True peak", before.truePeakDb, after.truePeakDb, "dBTP");
     return RunGnuplot(GnuplotPage(input.title, {input.settings, numbers}, kKey) +
-                          SpectrumPanel(input) + ResponsePanel(*response, input.rateHz) +
+                          SpectrumPanel(input) +
+                          ResponsePanel(*response, input.rateHz, input.asked) +
                           LoudnessPanels(before, after, seconds),
                       pngPath, error);
 }

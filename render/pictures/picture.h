@@ -5,9 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "client/tone.h"
+
 struct PictureInput {
-    std::string title;     // file name or music title
-    std::string settings;  // one line that names the settings
+    std::string title;             // file name or music title
+    std::string settings;          // one line that names the settings
+    std::vector<TonePoint> asked;  // the tone that was asked for, at the output's level
     double rateHz = 0;
     int channels = 0;
     std::vector<float> before, after;  // interleaved, full scale 1.0, aligned with each other

@@ -33,13 +33,15 @@ const std::vector<GnuplotKey> kKey{{"lines linewidth 2", kBlue, "equalizer"},
                                    {"lines linewidth 2", kOrange, "enhancer"},
                                    {"lines linewidth 5", "#b8b8b8", "both together"}};
 
+const GnuplotKey kAskedKey{"lines linewidth 2 dashtype 3", kInk, "asked"};
+
 // The curves of columns 2 to 4, in the order of the key.
 std::string Plot(const std::string& data) {
     std::string plot = std::string("plot 0 linecolor rgb '") + kGrey + "'";
     for (size_t i = kKey.size(); i-- > 0;)
         plot += ", " + data + " using 1:" + std::to_string(i + 2) + " with " + kKey[i].style +
                 " linecolor rgb '" + kKey[i].colour + "'";
-    return plot + "\n";
+    return plot;
 }
 
 }  // namespace
@@ -48,6 +50,15 @@ bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::s
     const std::vector<double> grid = FrequencyGrid(input.rateHz);
     std::vector<std::vector<double>> magnitudes{grid}, delays{grid};
     std::vector<double> allMagnitudes, allDelays;
+    std::vector<GnuplotKey> key = kKey;
+    std::string asked;
+    if (!input.asked.empty()) {
+        std::vector<double> curve;
+        for (const double hz : grid) curve.push_back(CurveDb(input.asked, hz));
+        allMagnitudes = curve;
+        asked = GnuplotData("$asked", {grid, curve});
+        key.push_back(kAskedKey);
+    }
     for (const SampleChain* chain : {&input.equalizerOnly, &input.enhancerOnly, &input.both}) {
         const std::optional<MeasuredResponse> response =
             MeasureResponse(*chain, input.channels, input.rateHz);
@@ -70,17 +81,21 @@ bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::s
                  (input.channels == 2 ? ", the same on both channels" : "") +
                  ", smoothed over 1/24 octave; playback gain off. Delay relative to the high "
                  "band."},
-            kKey) +
+            key) +
             GnuplotData("$magnitude", magnitudes) + GnuplotData("$delay", delays) +
             GnuplotPanel("Magnitude", {0.05, 0.985, 0.49, 0.85}) + GnuplotFrequencyAxis() +
             GnuplotValueAxis(
                 {.label = "dB", .step = 3, .alwaysLow = -6, .alwaysHigh = 6, .reach = 60},
                 allMagnitudes) +
-            Plot("$magnitude") + GnuplotPanel("Group delay", {0.05, 0.985, 0.055, 0.395}) +
+            asked + Plot("$magnitude") +
+            (asked.empty() ? ""
+                           : std::string(", $asked using 1:2 with ") + kAskedKey.style +
+                                 " linecolor rgb '" + kAskedKey.colour + "'") +
+            "\n" + GnuplotPanel("Group delay", {0.05, 0.985, 0.055, 0.395}) +
             GnuplotFrequencyAxis() +
             GnuplotValueAxis(
                 {.label = "ms", .step = 1, .alwaysLow = -1, .alwaysHigh = 4, .outliers = 0.002},
                 allDelays) +
-            Plot("$delay"),
+            Plot("$delay") + "\n",
         pngPath, error);
 }

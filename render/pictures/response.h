@@ -5,8 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "client/tone.h"
+
 struct ResponseInput {
-    std::string settings;  // one line that names the settings
+    std::string settings;          // one line that names the settings
+    std::vector<TonePoint> asked;  // the curve that the equalizer was to have, none: not drawn
     double rateHz = 0;
     int channels = 0;
 

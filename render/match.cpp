@@ -1,0 +1,100 @@
+#include "render/match.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "render/aligned_stream.h"
+#include "render/audio/audio_reader.h"
+#include "render/audio/loudness.h"
+#include "render/audio/pcm_source.h"
+#include "render/audio/resampler.h"
+#include "render/input.h"
+#include "render/progress.h"
+
+namespace {
+
+constexpr int kMostTrials = 12;
+constexpr double kGoodEnoughLu = 0.05;
+constexpr double kSilenceLufs = -100;
+// Of loudness over gain, both in decibels, with the limiters at work.
+constexpr double kLeastSlope = 0.1;
+
+double Decibels(double gain) {
+    return 20 * std::log10(gain);
+}
+
+double SourceLufs(AudioReader& reader) {
+    LoudnessMeter meter(reader.Channels(), reader.RateHz(), Metering::kLoudness);
+    for (auto samples = reader.Read(); !samples.empty(); samples = reader.Read())
+        meter.Add(samples);
+    return meter.Result().integratedLufs;
+}
+
+// Of what the chain gives, before it is resampled for the output.
+double ResultLufs(const RenderJob& job, AudioReader& reader, const Settings& settings,
+                  const EffectLibrary& library) {
+    const StreamFormat format{ChainRateHz(reader.RateHz()), reader.Channels(), job.bufferFrames};
+    PcmSource source(reader, format.rateHz, job.dither, Metering::kNothing);
+    AlignedStream chain(library, settings, format, {.startsCold = job.coldStart});
+    LoudnessMeter meter(format.channels, format.rateHz, Metering::kLoudness);
+    Progress progress(job.showProgress, reader.RateHz(), reader.Frames());
+    std::vector<int16_t> pcm, processed;
+    while (source.Read(&pcm)) {
+        processed.clear();
+        chain.Process(pcm, &processed);
+        meter.Add(processed);
+        progress.Update(source.FramesRead());
+    }
+    processed.clear();
+    chain.Finish(&processed);
+    meter.Add(processed);
+    return meter.Result().integratedLufs;
+}
+
+}  // namespace
+
+MatchedGain MatchGain(double startGain, double wantedLufs,
+                      const std::function<double(double gain)>& loudnessOf) {
+    const Parameter& parameter = ParameterOf(PARAM_OUTPUT_GAIN);
+    // In integers on the wire. Every gain up to `low` is too soft, from `high` on too loud.
+    int32_t low = 0, high = parameter.OnWire(parameter.maximum) + 1;
+    int32_t trial = std::clamp(parameter.OnWire(startGain), low + 1, high - 1);
+    MatchedGain best{}, last{};
+    double slope = 1;
+    for (int trials = 0; trials < kMostTrials && high - low > 1; ++trials) {
+        const double gain = static_cast<double>(trial) / parameter.wireScale;
+        const MatchedGain now{gain, std::max(loudnessOf(gain), kSilenceLufs)};
+        const double missing = wantedLufs - now.reachedLufs;
+        if (trials == 0 || std::abs(missing) < std::abs(wantedLufs - best.reachedLufs)) best = now;
+        if (std::abs(missing) < kGoodEnoughLu) break;
+        (missing > 0 ? low : high) = trial;
+        if (trials > 0)
+            slope = (now.reachedLufs - last.reachedLufs) / (Decibels(gain) - Decibels(last.gain));
+        last = now;
+        const double next = gain * std::pow(10, missing / std::clamp(slope, kLeastSlope, 1.0) / 20);
+        const double reach = parameter.maximum;
+        trial = std::clamp(parameter.OnWire(std::min(next, reach)), low + 1,
+                           std::max(high - 1, low + 1));
+    }
+    return best;
+}
+
+std::optional<Match> MatchPiece(const RenderJob& job, const std::string& copyOfPipe,
+                                const EffectLibrary& library) {
+    AudioReader whole(job.input, copyOfPipe);
+    CheckChannels(job.input, whole);
+    const double sourceLufs = SourceLufs(whole);
+    if (!std::isfinite(sourceLufs)) return std::nullopt;
+    const double wantedLufs = job.match->lufs.value_or(sourceLufs);
+    Settings settings = job.settings;
+    job.tone.Grant(ChainRateHz(whole.RateHz()), &settings);
+    const MatchedGain found =
+        MatchGain(settings.Get(PARAM_OUTPUT_GAIN), wantedLufs, [&](double gain) {
+            AudioReader reader(job.input, copyOfPipe);
+            settings.Set(PARAM_OUTPUT_GAIN, gain);
+            return ResultLufs(job, reader, settings, library);
+        });
+    return Match{wantedLufs, found.gain};
+}

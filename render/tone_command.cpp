@@ -1,0 +1,76 @@
+#include "render/tone_command.h"
+
+#include <array>
+#include <cstdio>
+
+#include "client/parameter_command.h"
+#include "client/settings_text.h"
+#include "client/tone.h"
+#include "dsp/stream.h"
+#include "render/audio/whole_write.h"
+#include "render/failure.h"
+
+namespace {
+
+template <typename... Values>
+std::string Format(const char* format, Values... values) {
+    std::array<char, 256> text{};
+    std::snprintf(text.data(), text.size(), format, values...);
+    return text.data();
+}
+
+// Levels and output gain, what each asked point gets, how near it all comes.
+std::string ToneText(const std::vector<TonePoint>& points, const ToneFit& fit,
+                     const Settings& settings, double rateHz) {
+    std::string text = Format("at a sampling rate of %.0f Hz\n", rateHz);
+    for (size_t band = 0; band < fit.levels.size(); ++band)
+        text += Format("  band %zu, %s%5.0f Hz  level %5.2f\n", band, band == 0 ? "below" : "     ",
+                       BandHz(band, rateHz), fit.levels.at(band));
+    text += "  output-gain " +
+            ValueText(ParameterOf(PARAM_OUTPUT_GAIN), settings.Get(PARAM_OUTPUT_GAIN)) + "\n";
+    for (const TonePoint& point : points)
+        text +=
+            Format("  at %.0f Hz asked %s dB, gets %s\n", point.hz, DecibelText(point.db).c_str(),
+                   DecibelText(ToneDb(fit.levels, point.hz, rateHz)).c_str());
+    text += "  " + FitText(fit) + "\n";
+    return text;
+}
+
+// A line for each set-parameter command that an application sends: name, values, the record's
+// words.
+std::string Records(const Settings& settings) {
+    std::string text;
+    for (const ParameterCommand& command : settings.Commands().All()) {
+        const auto id = static_cast<ParameterId>(command.id);
+        std::string values;
+        for (size_t i = 0; i < command.header.vsize / sizeof(int32_t); ++i)
+            values += " " + std::to_string(command.values[i]);
+        text += Format("%-26s%-8s %d %u %u 0x%X%s\n", ParameterOf(id).name, values.c_str(),
+                       command.header.status, command.header.psize, command.header.vsize,
+                       static_cast<unsigned>(command.id), values.c_str());
+    }
+    return text;
+}
+
+}  // namespace
+
+ToneCommand::ToneCommand(CLI::App& program)
+    : Command(program, "tone", "solve for the ten equalizer levels that give a curve") {
+    app.add_option("POINTS", items, "HZ:DB ..., a straight line from each to the next")->required();
+    app.add_option("--rate", rateHz, "sampling rate, on which the levels depend")
+        ->type_name("HZ")
+        ->check(CLI::Range(kLowestRateHz, kHighestRateHz))
+        ->capture_default_str();
+    app.add_flag("--records", records,
+                 "print what an application sends: name, values, and the record's words");
+}
+
+void ToneCommand::Run() {
+    std::vector<TonePoint> points;
+    const std::string fault = ReadTone(CLI::detail::join(items, ","), &points);
+    if (!fault.empty()) throw UsageError("tone " + fault);
+    const ToneFit fit = FitTone(points, rateHz);
+    Settings settings;
+    ApplyTone(fit, true, &settings);
+    PrintToStandardOutput(records ? Records(settings) : ToneText(points, fit, settings, rateHz));
+}

@@ -1,0 +1,103 @@
+#!/usr/bin/env python3
+"""Tells the presets and measures what each makes of four kinds of sound, for docs/presets.md.
+
+    preset-table.py ORVANE | fill_in.py [--check] docs/presets.md
+
+ORVANE is the program. Prints nothing and fails if a preset doesn't keep one of the promises below,
+which are those of its description. Debian packages that hold the sound:
+fretsonfire-songs-muldjord, caveexpress-data, pocketsphinx-testdata.
+"""
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import wave
+
+SONGS = "/usr/share/games/fretsonfire/data/songs/muldjord"
+CAVE = "/usr/share/games/caveexpress/sounds"
+READINGS = "/usr/share/pocketsphinx/test/data/librivox"
+MASTER, LOUDER, QUIET, DENSE, SPEECH = "loud master", "louder master", "quiet music", "dense music", "speech"
+MASTERS, REST = (MASTER, LOUDER), (QUIET, DENSE, SPEECH)
+ALL = MASTERS + REST
+SOURCES = {
+    MASTER: f"{SONGS}/armygeddon/song.ogg",
+    LOUDER: f"{SONGS}/internal_degeneration/song.ogg",
+    QUIET: f"{CAVE}/music-2.ogg",
+    DENSE: f"{CAVE}/music-1.ogg",
+}
+
+# Preset: measure, kinds, least and most. LU and dB; "range" is a factor of the range before.
+PROMISES = {
+    "music": [("loudness", (QUIET, DENSE), -0.5, 0.5), ("loudness", MASTERS + (SPEECH,), -2.1, 0)],
+    "bass": [("loudness", (QUIET, DENSE), -0.5, 0.5), ("loudness", MASTERS + (SPEECH,), -3.5, 0)],
+    "steady": [("range", REST, 0.6, 0.78), ("loudness", REST, 2, 7), ("loudness", MASTERS, -4.2, 0)],
+    "night": [("range", REST, 0, 0.55), ("peak", ALL, -99, -10)],
+    "voice": [("loudness", (SPEECH,), 2, 3)],
+    "loud": [("loudness", REST, 8, 14), ("loudness", MASTERS, -2.5, 0), ("peak", ALL, -99, 0)],
+    "off": [("loudness", ALL, -0.1, 0.1)],
+}
+
+
+def words(orvane):
+    """The presets as the program lists them: a name, and indented its description and settings."""
+    listed = subprocess.run([orvane, "--list-presets"], check=True, capture_output=True, text=True)
+    yield "| preset | what it promises | its settings |"
+    yield "|---|---|---|"
+    for preset in listed.stdout.replace("\n    ", " | ").splitlines():
+        yield f"| {preset} |"
+
+
+def make_speech(path):
+    """Five readings of one voice, one after the other."""
+    names = sorted(os.listdir(READINGS))
+    with wave.open(path, "wb") as whole:
+        for name in names:
+            if not name.endswith(".wav"):
+                continue
+            with wave.open(f"{READINGS}/{name}") as part:
+                whole.setparams(part.getparams())
+                whole.writeframes(part.readframes(part.getnframes()))
+
+
+def measure(orvane, preset, source, output):
+    command = [orvane, "render", "-f", "--json", "--preset", preset, source, output]
+    report = json.loads(subprocess.run(command, check=True, capture_output=True).stdout)
+    return {when: {"loudness": report["loudnessLufs"][when], "range": report["loudnessRangeLu"][when],
+                   "peak": report["truePeakDb"][when]} for when in ("before", "after")}
+
+
+def broken(preset, kind, measured):
+    before, after = measured["before"], measured["after"]
+    values = {"loudness": after["loudness"] - before["loudness"],
+              "range": after["range"] / before["range"], "peak": after["peak"]}
+    return [f"{preset}, {kind}: {what} {values[what]:.2f} is outside {least} to {most}"
+            for what, kinds, least, most in PROMISES[preset]
+            if kind in kinds and not least <= values[what] <= most]
+
+
+def main():
+    orvane = os.path.abspath(sys.argv[1])
+    faults, rows = [], []
+    with tempfile.TemporaryDirectory() as folder:
+        make_speech(f"{folder}/speech.wav")
+        sources = {**SOURCES, SPEECH: f"{folder}/speech.wav"}
+        for preset in PROMISES:
+            for kind in ALL:
+                measured = measure(orvane, preset, sources[kind], f"{folder}/out.wav")
+                faults += broken(preset, kind, measured)
+                before, after = measured["before"], measured["after"]
+                rows.append(f"| {preset} | {kind} | {before['loudness']:.1f} "
+                            f"| {after['loudness'] - before['loudness']:+.1f} "
+                            f"| {before['range']:.1f} → {after['range']:.1f} "
+                            f"| {before['peak']:+.1f} → {after['peak']:+.1f} |")
+    table = ["| preset | kind | LUFS before | loudness, LU | range, LU | true peak, dB |",
+             "|---|---|---|---|---|---|"] + rows
+    if faults:
+        sys.exit("\n".join(faults))
+    print("generated: preset-words", *words(orvane), "end generated",
+          "generated: preset-measures", *table, "end generated", sep="\n")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,111 @@
+#include "client/tone.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <numbers>
+#include <vector>
+
+#include "effects/fir_equalizer.h"
+
+namespace {
+
+constexpr double kRatesHz[] = {32000, 44100, 48000};
+constexpr size_t kBands = kBandCount;
+constexpr int kDelayFrames = 256;
+
+std::vector<float> EqualizedImpulse(const Settings::Levels& levels) {
+    FIREqualizer_R32R32 equalizer;
+    equalizer.SetChannels(1);
+    for (int band = 0; band < 10; ++band)
+        equalizer.SetBandLevel(band, static_cast<float>(levels.at(static_cast<size_t>(band))));
+    equalizer.SetEnable(true);
+    std::vector<float> impulse(1024);
+    impulse[0] = 1;
+    equalizer.Process(impulse.data(), 1024);
+    return impulse;
+}
+
+// Around the delay.
+double Response(const std::vector<float>& impulse, double hz, double rateHz) {
+    std::complex<double> sum = 0;
+    for (int n = 0; n < 1024; ++n)
+        sum += static_cast<double>(impulse[static_cast<size_t>(n)]) *
+               std::polar(1.0, -2 * std::numbers::pi * hz / rateHz * (n - kDelayFrames));
+    return sum.real();
+}
+
+}  // namespace
+
+TEST(Tone, TheTermsAreWhatTheEqualizerDoesAndTheirCentresWhatIsToldOfThem) {
+    Settings::Levels all{};
+    for (size_t band = 0; band < kBands; ++band) {
+        Settings::Levels alone;
+        alone.fill(-1);
+        alone.at(band) = 0;
+        all.at(band) = 0.1 * static_cast<double>(band) - 0.3;
+        const std::vector<float> impulse = EqualizedImpulse(alone);
+        for (const double rateHz : kRatesHz)
+            for (double hz = 20; hz < rateHz / 2; hz *= 1.07)
+                ASSERT_NEAR(BandTerm(band, hz, rateHz), Response(impulse, hz, rateHz), 2e-6) << hz;
+    }
+    const std::vector<float> impulse = EqualizedImpulse(all);
+    for (double hz = 20; hz < 22050; hz *= 1.07)
+        ASSERT_NEAR(ToneDb(all, hz, 44100), 20 * std::log10(Response(impulse, hz, 44100)), 1e-4);
+    const double centresHz[] = {86, 99, 197, 391, 773, 1510, 2892, 5333, 9252, 22050};
+    for (size_t band = 0; band < kBands; ++band)
+        for (const double rateHz : kRatesHz)
+            EXPECT_NEAR(BandHz(band, rateHz) / (centresHz[band] * rateHz / 44100), 1, 0.008)
+                << band;
+}
+
+TEST(Tone, LevelsComeAsCloseToACurveAsTenBandsCan) {
+    struct Case {
+        std::vector<TonePoint> points;
+        double mostRmsDb, mostAtPointsDb;
+    };
+    const Case cases[] = {
+        {{{1000, -40}}, 0.001, 0.001},
+        {{{60, 6}, {200, 0}, {8000, 3}}, 0.5, 1.5},  // shelves
+        {{{80, -9}, {250, 0}, {5000, 0}, {12000, 4}}, 0.5, 1.5},
+        {{{60, 4}, {200, 0}, {1000, 0}, {2500, -3}, {6000, -3}, {10000, 2}}, 0.5, 1.5},
+        {{{40, 6}, {800, -3}, {14000, 6}}, 0.5, 1.5},  // a smile
+        {{{20, 6}, {20000, -6}}, 0.5, 1.5},            // tilts
+        {{{50, -4}, {15000, 4}}, 0.5, 1.5},
+        {{{1000, 0}, {1200, 9}, {1500, 0}}, 1.2, 9},  // narrower than a band
+        {{{100, -40}, {120, 9}}, 7, 30},              // steeper than one
+        {{{30, 18}, {60, 0}}, 3, 12},                 // above the highest level
+    };
+    for (const Case& c : cases)
+        for (const double rateHz : kRatesHz) {
+            const ToneFit fit = FitTone(c.points, rateHz);
+            const auto deviationDb = [&](const Settings::Levels& levels, double hz) {
+                return std::abs(ToneDb(levels, hz, rateHz) - CurveDb(c.points, hz));
+            };
+            const auto rmsDb = [&](const Settings::Levels& levels) {
+                double sum = 0, count = 0;
+                for (double hz = 20; hz < std::min(20000.0, 0.45 * rateHz); hz *= 1.02, ++count)
+                    sum += std::pow(deviationDb(levels, hz), 2);
+                return std::sqrt(sum / count);
+            };
+            const std::string name = testing::PrintToString(c.points.front().hz) + " Hz at " +
+                                     testing::PrintToString(rateHz) + " Hz";
+            EXPECT_LT(fit.rmsDb, c.mostRmsDb) << name;
+            EXPECT_NEAR(fit.rmsDb, rmsDb(fit.levels), 0.02 + 0.02 * fit.rmsDb) << name;
+            EXPECT_NEAR(deviationDb(fit.levels, fit.worstHz), std::abs(fit.worstDb), 1e-9) << name;
+            EXPECT_GE(fit.peakDb, ToneDb(fit.levels, 500, rateHz)) << name;
+            for (const TonePoint& point : c.points) {
+                if (point.hz > 0.45 * rateHz) continue;
+                EXPECT_LT(deviationDb(fit.levels, point.hz), c.mostAtPointsDb) << name;
+                EXPECT_LE(deviationDb(fit.levels, point.hz), std::abs(fit.worstDb)) << name;
+            }
+            for (size_t band = 0; band < kBands; ++band)  // no step to either side is better
+                for (const double step : {-0.01, 0.01}) {
+                    Settings::Levels other = fit.levels;
+                    other[band] = std::clamp(other[band] + step, -1.0, 1.0);
+                    EXPECT_GT(rmsDb(other), 0.99 * fit.rmsDb - 0.001) << name << ' ' << band;
+                }
+        }
+}
