@@ -9,6 +9,9 @@
 #include <string>
 #include <utility>
 
+#include "client/presets.h"
+#include "client/settings_text.h"
+#include "client/tone.h"
 #include "host/library.h"
 #include "unit/parameters.h"
 
@@ -145,6 +148,79 @@ std::string LevelTable() {
     return text;
 }
 
+constexpr double kTableRateHz = 44100;
+// Thirds of an octave, by their usual names.
+constexpr double kThirdsHz[] = {25,   31.5, 40,   50,   63,   80,   100,   125,   160,   200,
+                                250,  315,  400,  500,  630,  800,  1000,  1250,  1600,  2000,
+                                2500, 3150, 4000, 5000, 6300, 8000, 10000, 12500, 16000, 20000};
+
+// What a band at `level` does alone: at its own frequency, and the most it does the other way.
+std::string AloneText(size_t band, double level) {
+    Settings::Levels levels{};
+    levels.at(band) = level;
+    const double ownHz = band == 0 ? 20 : BandHz(band, kTableRateHz);
+    const double ownDb = ToneDb(levels, ownHz, kTableRateHz);
+    double otherDb = 0, otherHz = 0;
+    for (double hz = 20; hz < 20000; hz *= 1.005) {
+        const double db = ToneDb(levels, hz, kTableRateHz);
+        if (level > 0 ? db < otherDb : db > otherDb) {
+            otherDb = db;
+            otherHz = hz;
+        }
+    }
+    return Format("%+.1f, %+.1f at %.0f Hz", ownDb, otherDb, otherHz);
+}
+
+std::string BandTable() {
+    std::string text =
+        "| band | its frequency at 32000, 44100, 48000 Hz | alone at +1 | at +0.5 | at -0.5 | at "
+        "-1 "
+        "|\n|---|---|---|---|---|---|\n";
+    for (size_t band = 0; band < kBandCount; ++band) {
+        text += Format("| %zu | %s", band, band == 0 ? "below " : "");
+        for (const double rateHz : {32000.0, 44100.0, 48000.0})
+            text += Format("%.0f%s", BandHz(band, rateHz), rateHz < 48000 ? ", " : " Hz");
+        for (const double level : {1.0, 0.5, -0.5, -1.0}) text += " | " + AloneText(band, level);
+        text += " |\n";
+    }
+    return text;
+}
+
+// Ten numbers a line, one for each band, a line for each third of an octave: for an array in C or
+// Java.
+std::string TermNumbers() {
+    std::string text;
+    for (const double hz : kThirdsHz) {
+        text += "        {";
+        for (size_t band = 0; band < kBandCount; ++band)
+            text += Format("%s%ld", band == 0 ? "" : ", ",
+                           std::lround(1000 * BandTerm(band, hz, kTableRateHz)));
+        text += hz == std::end(kThirdsHz)[-1] ? "}\n" : "},\n";
+    }
+    return text;
+}
+
+std::string TermTable() {
+    std::string text = "| Hz |";
+    for (size_t band = 0; band < kBandCount; ++band) text += Format(" %zu |", band);
+    text += "\n|---|---|---|---|---|---|---|---|---|---|---|\n";
+    for (const double hz : kThirdsHz) {
+        text += Format("| %g |", hz);
+        for (size_t band = 0; band < kBandCount; ++band)
+            text += Format(" %+.3f |", BandTerm(band, hz, kTableRateHz));
+        text += "\n";
+    }
+    return text;
+}
+
+std::string PresetTable() {
+    std::string text = "| preset | what it promises | its settings |\n|---|---|---|\n";
+    for (const Preset& preset : Presets())
+        text += std::string("| ") + preset.name + " | " + preset.description + " | " +
+                Describe(SettingsOf(preset)) + " |\n";
+    return text;
+}
+
 }  // namespace
 
 int main() {
@@ -153,7 +229,9 @@ int main() {
          {std::pair("c-identifiers", CIdentifiers()),
           std::pair("java-identifiers", JavaIdentifiers()), std::pair("levels", LevelNumbers()),
           std::pair("set-table", SetTable()), std::pair("get-table", GetTable()),
-          std::pair("level-table", LevelTable())})
+          std::pair("level-table", LevelTable()), std::pair("terms", TermNumbers()),
+          std::pair("band-table", BandTable()), std::pair("term-table", TermTable()),
+          std::pair("preset-table", PresetTable())})
         text += std::string("generated: ") + name + '\n' + section + "end generated\n";
     std::cout << text;
     return std::cout.flush() ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -140,8 +140,10 @@ constexpr Parameter kParameters[] = {
      .minimum = -1,
      .maximum = 1,
      .wireScale = 100,
-     .law = "gain of one band, 0 (lowest) to 9: 1 + level below 0, 1 + 2 level above (-1 mutes, +1 "
-            "is 3)"},
+     .law = "one of ten overlapping bands, 0 (lowest) to 9: gain 1 + level below 0, 1 + 2 level "
+            "above, "
+            "when all ten have it; one alone at +1 gives +7 dB and -9 an octave up, 9 alone takes "
+            "all below it away"},
     {.id = PARAM_ENHANCER_ENABLE,
      .name = "PARAM_ENHANCER_ENABLE",
      .key = "enhancer",

@@ -38,7 +38,7 @@ TEST(Controls, RecordsAreTheLibrarysAndSentFromAnyAddress) {
     EXPECT_EQ(value, 1);
 }
 
-TEST(Controls, LevelsOfTheDecibelTableGiveTheseDecibels) {
+TEST(Controls, LevelsOfAllBandsAndOfOneGiveWhatTheTablesSay) {
     constexpr uint32_t kFrames = 2048;
     std::vector<int16_t> in(4 * size_t{kFrames});
     for (size_t n = 0; n < in.size(); ++n) {
@@ -51,14 +51,22 @@ TEST(Controls, LevelsOfTheDecibelTableGiveTheseDecibels) {
             sum += static_cast<double>(samples[n]) * samples[n];
         return sum;
     };
-    for (int db = -42; db <= 12; db += 3) {
+    const auto gainOf = [&](int32_t all, int32_t one, int32_t ofOne) {
         Instance instance;
         instance.Configure(44100, 1);
         instance.Set(PARAM_EQUALIZER_ENABLE, {1});
-        for (int band = 0; band < 10; ++band)
-            instance.Set(PARAM_EQUALIZER_BANDLEVEL, {band, OrvaneLevelOfDb(db)});
+        for (int32_t band = 0; band < 10; ++band)
+            instance.Set(PARAM_EQUALIZER_BANDLEVEL, {band, band == one ? ofOne : all});
         instance.Enable();
-        const double gain = std::sqrt(power(instance.Run(in, kFrames, 1)) / power(in));
+        return std::sqrt(power(instance.Run(in, kFrames, 1)) / power(in));
+    };
+    constexpr int32_t kThirdOf1000Hz = 16;
+    for (int32_t band = 0; band < 10; ++band)  // gain 3 for one, 1 for the rest
+        EXPECT_NEAR(gainOf(0, band, 100),
+                    std::abs(1 + 2 * OrvaneBandTerm(band, kThirdOf1000Hz) / 1000.0), 0.006)
+            << band;
+    for (int db = -42; db <= 12; db += 3) {
+        const double gain = gainOf(OrvaneLevelOfDb(db), -1, 0);
         const double wanted = db < -40 ? 0.0 : std::fmin(std::pow(10.0, db / 20.0), 3.0);
         // Half a step of the level is 0.005 below 0 dB and 0.01 above; the rest is 16-bit rounding.
         EXPECT_NEAR(gain, wanted, (db <= 0 ? 0.005 : 0.01) + 0.001) << db << " dB";

@@ -1,6 +1,7 @@
 /* Prints cases and what the C header makes of them, one a line, for RecordsTest.java to make again:
  *   set ID VALUE... = BYTES        get ID = BYTES
- *   reply BYTES = STATUS VALUE     level DB = LEVEL     id NAME = NUMBER     text NAME = TEXT */
+ *   reply BYTES = STATUS VALUE     level DB = LEVEL     term BAND THIRD = TERM
+ *   id NAME = NUMBER               text NAME = TEXT */
 #include <stdio.h>
 
 #include "android/quenthra_orvane.h"
@@ -38,6 +39,8 @@ int main(void) {
     Reply(-22, 5, 12);
     Reply(0, 5, 3);
     for (i = -42; i <= 11; ++i) printf("level %ld = %ld\n", (long)i, (long)OrvaneLevelOfDb(i));
+    for (i = -1; i <= 10; ++i)
+        printf("term %ld %ld = %ld\n", (long)i, 3 * (long)i, (long)OrvaneBandTerm(i, 3 * i));
     printf("id PARAM_LIMITER_GATE = %ld\n", (long)ORVANE_PARAM_LIMITER_GATE);
     printf("text UUID_TEXT = %s\n", ORVANE_UUID);
     return 0;

@@ -9,7 +9,7 @@ import java.util.Arrays;
 
 /** Makes the lines of print_records.c again from their left sides, then tries the example. */
 public final class RecordsTest {
-    private static final int LINES = 62;
+    private static final int LINES = 74;
 
     public static void main(String[] args) throws Exception {
         BufferedReader in = new BufferedReader(new InputStreamReader(System.in));
@@ -56,6 +56,10 @@ public final class RecordsTest {
                 return status + " " + (status == 0 ? OrvaneRecords.value(reply) : 0);
             case "level":
                 return "" + OrvaneRecords.levelOfDb(Integer.parseInt(words[1]));
+            case "term":
+                return ""
+                        + OrvaneRecords.bandTerm(
+                                Integer.parseInt(words[1]), Integer.parseInt(words[2]));
             default:
                 return "" + OrvaneRecords.class.getField(words[1]).get(null);
         }

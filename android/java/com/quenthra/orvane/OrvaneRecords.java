@@ -92,6 +92,42 @@ public final class OrvaneRecords {
         // end generated
     };
 
+    // 25 Hz first, band 0 first.
+    private static final short[][] TERMS = {
+        // generated: terms
+        {868, 101, 30, 14, 17, 32, 63, 125, 250, -500},
+        {795, 154, 45, 18, 18, 32, 63, 125, 250, -500},
+        {681, 235, 69, 25, 20, 32, 63, 125, 250, -500},
+        {530, 339, 103, 34, 22, 33, 63, 125, 250, -500},
+        {324, 472, 157, 49, 26, 34, 63, 125, 250, -500},
+        {74, 607, 238, 73, 33, 36, 64, 125, 250, -500},
+        {-135, 664, 342, 108, 42, 38, 64, 126, 250, -500},
+        {-217, 548, 470, 160, 57, 42, 65, 126, 250, -500},
+        {-72, 145, 610, 243, 82, 49, 67, 126, 250, -500},
+        {117, -253, 665, 348, 117, 58, 70, 127, 251, -500},
+        {31, -249, 545, 476, 169, 73, 74, 128, 251, -499},
+        {-76, -10, 171, 607, 248, 97, 80, 130, 252, -499},
+        {61, 57, -258, 666, 359, 136, 91, 133, 252, -498},
+        {-30, 59, -247, 541, 487, 189, 107, 138, 254, -497},
+        {-37, -37, -8, 160, 616, 269, 132, 145, 256, -496},
+        {-28, 88, 60, -267, 669, 382, 172, 157, 260, -494},
+        {-25, -3, 54, -244, 531, 510, 229, 174, 265, -490},
+        {22, -56, -43, -6, 154, 631, 308, 201, 273, -484},
+        {16, -45, 87, 66, -284, 673, 427, 246, 288, -474},
+        {-10, -14, -1, 43, -238, 510, 554, 307, 309, -460},
+        {-3, 24, -58, -37, 4, 110, 665, 392, 340, -437},
+        {8, 8, -38, 85, 63, -302, 681, 506, 389, -401},
+        {7, -18, -11, 5, 20, -223, 463, 637, 462, -342},
+        {3, -7, 25, -62, -24, 25, 18, 724, 556, -257},
+        {-4, 11, 11, -46, 84, 84, -366, 676, 673, -123},
+        {-1, 7, -21, -4, 15, -28, -182, 345, 784, 82},
+        {3, 2, -13, 26, -65, 6, 67, -181, 802, 354},
+        {-2, 5, 8, 10, -56, 79, 115, -470, 602, 709},
+        {1, -4, 8, -22, 14, 38, -136, -50, 1, 1151},
+        {2, 2, 4, -24, 19, -53, 82, 156, -646, 1458}
+        // end generated
+    };
+
     private OrvaneRecords() {}
 
     /** The words one after the other, as the parameter or the value of {@code setParameter}. */
@@ -142,11 +178,28 @@ public final class OrvaneRecords {
     }
 
     /**
-     * The value to send as {@link #PARAM_EQUALIZER_BANDLEVEL} for a gain in whole decibels. Below
-     * -40 the band is mute (-100), above 9 it has the highest level (100, 9.5 dB).
+     * The value to send as {@link #PARAM_EQUALIZER_BANDLEVEL} to all ten bands for a gain of the
+     * whole in decibels. Below -40 it is mute (-100), above 9 the highest (100, 9.5 dB). One band
+     * alone does less at its own frequency and the opposite an octave above, and band 9 alone takes
+     * everything below it away: see {@link #bandTerm}.
      */
     public static int levelOfDb(int decibels) {
         if (decibels < -40) return -100;
         return decibels > 9 ? 100 : LEVELS[decibels + 40];
+    }
+
+    /**
+     * What a band adds to the equalizer's gain at a frequency, in thousandths of the band's own
+     * gain, which is 1 + level up to 0 and 1 + 2 level above. So the equalizer's gain there is the
+     * sum of term times gain over the ten bands; it can be negative, and a curve's ten gains are a
+     * linear least-squares problem with bounds, 0 to 3.
+     *
+     * @param third thirds of an octave from 0 (25 Hz) to 29 (20 kHz) at a sampling rate of 44100 Hz;
+     *     at another rate the frequencies are in proportion to it
+     * @return 0 for another band or third
+     */
+    public static int bandTerm(int band, int third) {
+        if (band < 0 || band > 9 || third < 0 || third > 29) return 0;
+        return TERMS[third][band];
     }
 }

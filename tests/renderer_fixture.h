@@ -1,0 +1,91 @@
+// What the renderer's tests share: files made here, and the program run on them.
+#pragma once
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <numbers>
+#include <sndfile.hh>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+using Floats = std::vector<float>;  // interleaved, full scale 1.0
+
+constexpr int kWav16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+constexpr int kFlac16 = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
+
+inline std::string Slurp(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The same sine on every channel.
+inline Floats Sine(double amplitude, double frequencyHz, int rateHz, size_t channels,
+                   double seconds) {
+    Floats samples;
+    for (int n = 0; n < static_cast<int>(seconds * rateHz); ++n) {
+        const double sine = std::sin(2 * std::numbers::pi * frequencyHz * n / rateHz);
+        samples.insert(samples.end(), channels, static_cast<float>(amplitude * sine));
+    }
+    return samples;
+}
+
+template <typename Sample>
+void Write(const std::string& path, const std::vector<Sample>& samples, int rateHz, int channels,
+           int format = kWav16) {
+    SndfileHandle file(path, SFM_WRITE, format, channels, rateHz);
+    file.setString(SF_STR_TITLE, "'Round Midnight");
+    file.setString(SF_STR_COMMENT, "a comment that is long enough");
+    file.write(samples.data(), static_cast<sf_count_t>(samples.size()));
+}
+
+template <typename Sample = float>
+std::vector<Sample> Read(const std::string& path) {
+    SndfileHandle file(path);
+    std::vector<Sample> samples(static_cast<size_t>(file.frames() * file.channels()));
+    file.read(samples.data(), static_cast<sf_count_t>(samples.size()));
+    return samples;
+}
+
+// The exit status of a line that calls the program $ORVANE. Output goes to files out and err.
+inline int Shell(const std::string& line) {
+    const int status = std::system(("{ " + line + "; } >out 2>err").c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// A message is one line.
+inline void ExpectOneLine(const std::string& line) {
+    const std::string said = Slurp("out") + Slurp("err");
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << line << ": " << said;
+}
+
+// Renders and gives the report.
+inline nlohmann::json Report(const std::string& arguments,
+                             const std::string& preset = "--preset off ") {
+    EXPECT_EQ(Shell("$ORVANE render -f --json " + preset + arguments), 0) << Slurp("err");
+    return nlohmann::json::parse(Slurp("out"));
+}
+
+inline auto FilesHere() {
+    return std::distance(fs::directory_iterator("."), fs::directory_iterator());
+}
+
+// Every test has an empty folder of its own and runs the program in it.
+struct Renderer : testing::Test {
+    Renderer() {
+        setenv("ORVANE", ORVANE_PROGRAM, 1);
+        fs::current_path(mkdtemp(folder.data()));
+    }
+    ~Renderer() override {
+        fs::current_path("/");
+        fs::remove_all(folder);
+    }
+    std::string folder = fs::temp_directory_path() / "orvane-XXXXXX";
+};
