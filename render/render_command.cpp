@@ -12,6 +12,7 @@
 #include "render/aligned_stream.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/audio_writer.h"
+#include "render/audio/background_writer.h"
 #include "render/audio/output_file.h"
 #include "render/audio/pcm_sink.h"
 #include "render/audio/pcm_source.h"
@@ -101,8 +102,9 @@ public:
 std::unique_ptr<AudioWriter> OpenOutput(const RenderJob& job, const Report& report,
                                         const AudioReader& reader) {
     if (job.output.empty()) return std::make_unique<NoWriter>();
-    return OpenAudioWriter(job.output, job.overwrite,
-                           {report.outputRateHz, report.channels, reader.Frames()}, reader.Tags());
+    return std::make_unique<BackgroundWriter>(
+        OpenAudioWriter(job.output, job.overwrite,
+                        {report.outputRateHz, report.channels, reader.Frames()}, reader.Tags()));
 }
 
 // Frames at the output's rate before the piece begins.

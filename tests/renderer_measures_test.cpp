@@ -132,10 +132,12 @@ TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
 TEST_F(Renderer, MarksWhereTheBandsCancelAndBandsLongPieces) {
     KeepScripts();
     Write("in.wav", Calibrated(-20, -20, 32000, 150), 32000, 2);
-    EXPECT_EQ(Shell("PATH=bin:$PATH $ORVANE picture --preset off --enhancer --process 1 in.wav "
-                    "a.png --buffer 4096"),
+    const std::string options = " --preset off --enhancer --process 1 --buffer 4096 in.wav ";
+    EXPECT_EQ(Shell("export PATH=bin:$PATH; $ORVANE render --keep-delay --picture a.png" + options +
+                    "out.wav && mv script late && $ORVANE picture" + options + "b.png"),
               0);
     const std::string script = Slurp("script");
+    EXPECT_NEAR(Data(Slurp("late"), "$loudness")[2][0], Data(script, "$loudness")[2][0], 0.02);
     const auto response = Data(script, "$response"), loudness = Data(script, "$loudness");
     for (const double hz : {150, 1800}) {
         EXPECT_NE(script.find("first " + std::to_string(int(hz)) + ", graph 0"), std::string::npos);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <csignal>
 #include <new>
 
 namespace {
@@ -14,82 +13,43 @@ constexpr size_t kMostBlocks = 8;
 
 StreamMeter::StreamMeter(uint32_t channelCount, uint32_t rateHz, Metering metering,
                          uint64_t firstFrame)
-    : channels(channelCount),
-      samplesToSkip(firstFrame * channelCount),
+    : samplesToSkip(firstFrame * channelCount),
       loudness(channelCount, rateHz, metering, firstFrame) {
     if (metering == Metering::kNothing) return;
     if (metering == Metering::kOverTime) spectrum.emplace(channelCount, rateHz);
-    // Signals are the main thread's.
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    thread = std::thread([this] { Work(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
-StreamMeter::~StreamMeter() {
-    {
-        const std::lock_guard lock(mutex);
-        blocks.clear();
-    }
-    End();
+    background.emplace(kMostBlocks, [this](const Block& block) {
+        try {
+            if (!failed) MeterBlock(block);
+        } catch (const std::bad_alloc&) {
+            failed = true;  // the audio needs no meters
+        }
+    });
 }
 
 void StreamMeter::Add(std::span<const float> samples) {
-    if (!thread.joinable()) return;
+    if (!background) return;
     gathered.floats.insert(gathered.floats.end(), samples.begin(), samples.end());
     if (gathered.floats.size() >= kBlockSamples) HandOver();
 }
 
 void StreamMeter::Add(std::span<const int16_t> samples) {
-    if (!thread.joinable()) return;
+    if (!background) return;
     gathered.sixteenBits.insert(gathered.sixteenBits.end(), samples.begin(), samples.end());
     if (gathered.sixteenBits.size() >= kBlockSamples) HandOver();
 }
 
 void StreamMeter::HandOver() {
-    {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [this] { return blocks.size() < kMostBlocks; });
-        blocks.push_back(std::move(gathered));
-    }
-    changed.notify_all();
+    background->Put(std::move(gathered));
     gathered = {};
 }
 
-void StreamMeter::End() {
-    if (!thread.joinable()) return;
-    {
-        const std::lock_guard lock(mutex);
-        ended = true;
-    }
-    changed.notify_all();
-    thread.join();
-}
-
 Measured StreamMeter::Finish() {
-    if (thread.joinable()) HandOver();
-    End();
+    if (background) {
+        HandOver();
+        background->Finish();
+    }
     if (failed) return {.loudness = {NAN, NAN, NAN}, .tenths = {}, .spectrum = {}};
     return {loudness.Result(), loudness.Tenths(), spectrum ? spectrum->Finish() : Spectrum{}};
-}
-
-void StreamMeter::Work() {
-    std::unique_lock lock(mutex);
-    while (true) {
-        changed.wait(lock, [this] { return ended || !blocks.empty(); });
-        if (blocks.empty()) return;
-        const Block block = std::move(blocks.front());
-        blocks.pop_front();
-        lock.unlock();
-        changed.notify_all();
-        try {
-            if (!failed) MeterBlock(block);
-        } catch (const std::bad_alloc&) {
-            failed = true;
-        }
-        lock.lock();
-    }
 }
 
 void StreamMeter::MeterBlock(const Block& block) {

@@ -1,16 +1,13 @@
 // Meters one stream on a thread of its own, beside the one that plays it.
 #pragma once
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
-#include <mutex>
 #include <optional>
 #include <span>
-#include <thread>
 #include <vector>
 
 #include "render/audio/loudness.h"
 #include "render/audio/spectrum.h"
+#include "render/background.h"
 
 // What isn't metered is NaN or empty.
 struct Measured {
@@ -24,9 +21,6 @@ class StreamMeter {
 public:
     // firstFrame: where time and spectrum begin.
     StreamMeter(uint32_t channelCount, uint32_t rateHz, Metering metering, uint64_t firstFrame = 0);
-    ~StreamMeter();
-    StreamMeter(const StreamMeter&) = delete;
-    StreamMeter& operator=(const StreamMeter&) = delete;
 
     // Interleaved samples, whole frames; copied. Waits where the meters are far behind. A stream
     // has one kind.
@@ -44,20 +38,13 @@ private:
         std::vector<int16_t> sixteenBits;
     };
     void HandOver();
-    void End();
-    void Work();
     void MeterBlock(const Block& block);
 
-    size_t channels;
     uint64_t samplesToSkip;  // before the spectrum begins
     LoudnessMeter loudness;
     std::optional<SpectrumMeter> spectrum;
 
-    Block gathered;  // to be handed over
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<Block> blocks;  // handed over, still to be metered
-    bool ended = false;
-    bool failed = false;  // only the meters' thread knows before it is joined
-    std::thread thread;   // none where nothing is metered
+    bool failed = false;                          // the meters ran out of memory
+    Block gathered;                               // to be handed over
+    std::optional<Background<Block>> background;  // none where nothing is metered
 };

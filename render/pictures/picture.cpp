@@ -252,6 +252,10 @@ std::string LoudnessPanels(const PictureInput& input) {
 }  // namespace
 
 bool DrawPicture(const PictureInput& input, const std::string& pngPath, std::string* error) {
+    if (input.before.spectrum.power.empty() || input.after.spectrum.power.empty()) {
+        *error = "there was no memory to measure the piece";
+        return false;
+    }
     const std::optional<MeasuredResponse> response =
         MeasureResponse(input.chainWithoutPlaybackGain, input.channels, input.rateHz);
     if (!response) {
