@@ -82,24 +82,32 @@ TEST(Analysis, LoudnessFollowsAStepWhereItHappens) {
     EXPECT_NEAR(meter.Result().integratedLufs, -23 + 10 * std::log10(0.55), 0.2);
 }
 
-// Noise in bursts of any level; at the end what a value between rises from most, and one sample.
+// Noise in bursts of any level, with what a value between rises from most; and where one at a
+// quarter is all that exceeds a sample before.
 TEST(TruePeak, IsWhatTheWholeStreamGives) {
     std::mt19937 random(3);
     for (const unsigned rateHz : {8000U, 44100U, 96000U, 192000U})
         for (const unsigned channels : {1U, 2U})
             for (int run = 0; run < 60; ++run) {
                 std::vector<float> samples(size_t{8000} * channels);
+                const auto sample = [&](size_t frame) -> float& {
+                    return samples[frame * channels + static_cast<size_t>(run) % channels];
+                };
+                const float most = 0.5F + static_cast<float>(run) / 50;
                 float level = 1;
-                for (size_t i = 0; i < samples.size(); ++i) {
+                for (size_t i = 0; run % 3 > 0 && i < samples.size(); ++i) {
                     if (random() % 150 == 0)
                         level = std::ldexp(1.0F, -static_cast<int>(random() % 6));
                     samples[i] = level * (static_cast<float>(random()) / 2147483648.0F - 1);
                 }
-                const size_t channel = random() % channels;
-                const float most = 0.5F + static_cast<float>(run) / 50;
-                for (unsigned k = 0; run % 3 > 0 && k < (run % 3 == 1 ? 24 : 1); ++k)
-                    samples[(7000 + k) * channels + channel] =
-                        (k < 12) == (k % 2 == 0) ? most : -most;
+                for (size_t k = 0; run % 3 == 1 && k < 24; ++k)
+                    sample(7000 + k) = (k < 12) == (k % 2 == 0) ? most : -most;
+                if (run % 3 == 0) sample(2000) = 0.95F * most;
+                for (int k = 0; run % 3 == 0 && k < 24; ++k) {
+                    const double x = kPi * (k - 11.25 - run % 2 * 0.5);
+                    sample(7000 + static_cast<size_t>(k)) =
+                        most * static_cast<float>(std::sin(x) / x);
+                }
                 const Ebur128Handle whole(ebur128_init(channels, rateHz, EBUR128_MODE_TRUE_PEAK));
                 ebur128_add_frames_float(whole.get(), samples.data(), samples.size() / channels);
                 double peak = 0;

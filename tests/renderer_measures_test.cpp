@@ -158,13 +158,15 @@ TEST_F(Renderer, MarksWhereTheBandsCancelAndBandsLongPieces) {
     }
 }
 
-TEST_F(Renderer, ReadsToTheEndOrSaysThatItCannot) {
+TEST_F(Renderer, ReadsAndWritesToTheEndOrSaysThatItCannot) {
     Write("in.flac", Sine(0.1, 440, 44100, 2, 1), 44100, 2, kFlac16);
     std::string bytes = Slurp("in.flac");
     std::ofstream("short.flac", std::ios::binary) << bytes.substr(0, bytes.size() / 2);
     EXPECT_EQ(Shell("$ORVANE render short.flac out.wav"), 1);
     ExpectOneLine("short.flac");
     EXPECT_FALSE(fs::exists("out.wav"));
+    Write("long.wav", Sine(0.1, 440, 44100, 2, 15), 44100, 2);
+    EXPECT_EQ(Shell("trap '' XFSZ; ulimit -f 100; timeout 60 $ORVANE render long.wav out.wav"), 1);
     EXPECT_EQ(Shell("$ORVANE info | grep ' 1.0 MIPS, 24 KiB'"), 0);
 }
 

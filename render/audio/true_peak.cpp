@@ -53,14 +53,14 @@ std::vector<TruePeakMeter::PairWeights> MakePairs(int oversampling) {
     std::vector<TruePeakMeter::PairWeights> pairs;
     if (oversampling == 1) return pairs;
     for (int first = 0; first < 24; first += oversampling) {
-        const double near = Weight(47 - first, oversampling);
-        const double far = Weight(first + 1, oversampling);
+        const double late = Weight(first + 3, oversampling);
+        const double early = Weight(first + 1, oversampling);
         if (oversampling == 2)
-            pairs.push_back({.half = static_cast<float>(far)});
+            pairs.push_back({.half = static_cast<float>(early)});
         else
             pairs.push_back({static_cast<float>(Weight(first + 2, oversampling)),
-                             static_cast<float>((far + near) / 2),
-                             static_cast<float>((far - near) / 2)});
+                             static_cast<float>((early + late) / 2),
+                             static_cast<float>((early - late) / 2)});
     }
     return pairs;
 }
