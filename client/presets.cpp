@@ -72,9 +72,9 @@ constexpr bool AreSendable(const Preset& preset) {
     };
     for (const PresetValue& set : preset.values)
         if (set.id != kNoSwitch && !isSendable(ParameterOf(set.id), set.value)) return false;
-    for (const double level : preset.levels)
-        if (!isSendable(ParameterOf(PARAM_EQUALIZER_BANDLEVEL), level)) return false;
-    return true;
+    return std::all_of(preset.levels.begin(), preset.levels.end(), [&](double level) {
+        return isSendable(ParameterOf(PARAM_EQUALIZER_BANDLEVEL), level);
+    });
 }
 static_assert(std::all_of(std::begin(kPresets), std::end(kPresets), AreSendable));
 
