@@ -43,9 +43,9 @@ int Oversampling(uint32_t rateHz) {
 }
 
 double Weight(int tap, int oversampling) {
-    constexpr int kTaps = 49;
-    const double x = std::numbers::pi * (tap - (kTaps - 1) / 2) / oversampling;
-    const double window = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * tap / (kTaps - 1));
+    constexpr int kMiddle = 24;
+    const double x = std::numbers::pi * (tap - kMiddle) / oversampling;
+    const double window = 0.5 - 0.5 * std::cos(std::numbers::pi * tap / kMiddle);
     return window * (x == 0 ? 1 : std::sin(x) / x);
 }
 

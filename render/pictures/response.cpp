@@ -55,6 +55,7 @@ bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::s
     std::string asked;
     if (!input.asked.empty()) {
         std::vector<double> curve;
+        curve.reserve(grid.size());
         for (const double hz : grid) curve.push_back(CurveDb(input.asked, hz));
         allMagnitudes = curve;
         asked = GnuplotData("$asked", {grid, curve});
@@ -84,8 +85,9 @@ bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::s
                  "band."},
             key) +
             GnuplotData("$magnitude", magnitudes) + GnuplotData("$delay", delays) +
-            GnuplotPanel("Magnitude", {0.05, 0.985, 0.49, 0.85},
-                         input.enhances ? kBandSplitsText : "") +
+            GnuplotPanel(
+                input.enhances ? std::string("Magnitude; ") + kBandSplitsText : "Magnitude",
+                {0.05, 0.985, 0.49, 0.85}) +
             (input.enhances ? BandSplitMarks() : "") + GnuplotFrequencyAxis() +
             GnuplotValueAxis(
                 {.label = "dB", .step = 3, .alwaysLow = -6, .alwaysHigh = 6, .reach = 60},
