@@ -21,8 +21,7 @@ std::string LibraryOptions::Find() const {
         std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
     for (const std::filesystem::path& found : {folder / kName, folder / ".." / "lib" / kName})
         if (std::filesystem::exists(found, ignored)) return found.string();
-    throw Failure(std::string(kName) + " is not in " + folder.string() +
-                  " (--library names another place)");
+    throw Failure("{} is not in {} (--library names another place)", kName, folder.string());
 }
 
 void CommonOptions::AddTo(CLI::App& command) {

@@ -11,7 +11,7 @@
 void CheckPictureName(const std::string& picture, const char* role, const std::string& audio,
                       const char* stream) {
     if (audio == picture || AreOneFile(audio == "-" ? stream : audio, picture))
-        throw UsageError(std::string(role) + " and the picture are the same file");
+        throw UsageError("{} and the picture are the same file", role);
 }
 
 void DrawPiece(Piece piece, const EffectLibrary& library, const std::string& picture,
@@ -34,5 +34,5 @@ void DrawPiece(Piece piece, const EffectLibrary& library, const std::string& pic
     input.enhances = piece.settings.IsOn(PARAM_ENHANCER_ENABLE);
     std::string error;
     if (!DrawPicture(input, png.TemporaryPath(), &error))
-        throw Failure(picture + " cannot be drawn: " + error);
+        throw Failure("{} cannot be drawn: {}", picture, error);
 }

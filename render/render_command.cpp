@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <new>
 
@@ -52,7 +53,7 @@ void CheckRates(const RenderJob& job, Report* report) {
     else if (!text.empty())
         text += ", resampled there and back";
     if (text.empty()) return;
-    if (job.strictRate) throw Failure(job.input + ": " + text);
+    if (job.strictRate) throw Failure("{}: {}", job.input, text);
     report->notes.push_back(text);
 }
 
@@ -87,8 +88,6 @@ Report StartReport(const RenderJob& job, const std::optional<Match>& match,
     report.delayFrames = DelayFrames(report.settings, job.bufferFrames);
     report.delayRemoved = !job.keepDelay;
     CheckRates(job, &report);
-    if (reader.HasReplayGain())
-        report.notes.emplace_back("ReplayGain tags are dropped: the loudness has changed");
     return report;
 }
 
@@ -97,6 +96,7 @@ class NoWriter final : public AudioWriter {
 public:
     void Write(std::span<const int16_t> /*samples*/) override {}
     void Commit() override {}
+    std::vector<std::string> NotKept() const override { return {}; }
 };
 
 std::unique_ptr<AudioWriter> OpenOutput(const RenderJob& job, const Report& report,
@@ -137,6 +137,7 @@ public:
         Play();
         Note();
         writer->Commit();
+        NoteTags();
         if (png) Draw();
         return report;
     }
@@ -156,7 +157,7 @@ private:
         sink.Write(processed);
         report.frames = source.FramesRead();
         if (report.frames == 0 && reader.Frames() != 0)
-            throw Failure(job.input + " holds no samples that can be read");
+            throw Failure("{} holds no samples that can be read", job.input);
         const uint64_t spanFrames = job.keepDelay ? chain.FramesOut() : report.frames;
         const uint64_t spanRateHz = job.keepDelay ? report.chainRateHz : report.rateHz;
         sink.Finish((spanFrames * report.outputRateHz + spanRateHz / 2) / spanRateHz);
@@ -183,6 +184,18 @@ private:
             report.notes.push_back(
                 "samples on the way in that are no numbers, taken for silence: " +
                 std::to_string(report.notNumbers));
+    }
+
+    void NoteTags() {
+        std::vector<std::string> lost = writer->NotKept();
+        const std::vector<std::string>& unread = reader.Tags().unread;
+        lost.insert(lost.end(), unread.begin(), unread.end());
+        if (!lost.empty())
+            report.notes.push_back(fmt::format("tags that {} has no place for: {}", job.output,
+                                               fmt::join(lost, ", ")));
+        if (const auto& gains = reader.Tags().gains; !gains.empty())
+            report.notes.push_back(fmt::format("tags dropped, since the loudness has changed: {}",
+                                               fmt::join(gains, ", ")));
     }
 
     void Draw() {
@@ -219,7 +232,7 @@ std::optional<MatchWish> ReadMatch(const std::string& text) {
     if (text == "true") return MatchWish{};
     double lufs = 0;
     if (!CLI::detail::lexical_cast(text, lufs) || !(lufs >= -60 && lufs <= 0))
-        throw UsageError("--match=" + text + " is not a loudness from -60 to 0 LUFS");
+        throw UsageError("--match={} is not a loudness from -60 to 0 LUFS", text);
     return MatchWish{lufs};
 }
 
@@ -249,6 +262,9 @@ RenderCommand::RenderCommand(CLI::App& program)
     app.add_option("--picture", job.picture, "also draw before and after")->type_name("PNG");
     app.add_flag("--keep-delay", job.keepDelay, "don't remove the chain's delay");
     app.add_flag("--strict-rate", job.strictRate, "refuse to resample");
+    app.add_flag("--skip-existing", skipExisting,
+                 "do nothing if OUT is there: what is there is whole, so a run that was cut off "
+                 "goes on");
     app.add_flag("--json", json, "report as JSON on standard output");
     app.add_flag("--no-dither", noDither, "round to 16 bits without dither");
     AddColdStartTo(app, &job.coldStart);
@@ -264,6 +280,13 @@ void RenderCommand::Run() {
     job.bufferFrames = common.bufferFrames;
     job.overwrite = common.overwrite;
     job.dither = !noDither;
+    if (skipExisting && common.overwrite)
+        throw UsageError("--skip-existing and --force cannot both be meant");
+    if (std::error_code ignored;
+        skipExisting && std::filesystem::is_regular_file(job.output, ignored)) {
+        if (!common.quiet) fmt::print(stderr, "{} exists already, skipped\n", job.output);
+        return;
+    }
     if (json && job.output == "-")
         throw UsageError("--json and the audio cannot both go to standard output");
     if (job.output == "-" && isatty(STDOUT_FILENO) != 0)
@@ -284,7 +307,7 @@ void RenderCommand::Run() {
         PrintToStandardOutput(JsonOf(report));
     else if (!common.quiet)
         std::fputs(TextOf(report).c_str(), stderr);
-    if (!report.missing.empty()) throw Failure(report.missing + "; the audio is complete");
+    if (!report.missing.empty()) throw Failure("{}; the audio is complete", report.missing);
 }
 
 Report Render(const RenderJob& job, const EffectLibrary& library) {

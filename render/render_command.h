@@ -46,6 +46,6 @@ public:
 private:
     CommonOptions common;
     RenderJob job;
-    bool noDither = false, json = false;
+    bool noDither = false, json = false, skipExisting = false;
     std::string match;  // a number, or "true" for the source's
 };

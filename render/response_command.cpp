@@ -68,7 +68,7 @@ void ResponseCommand::Run() {
     OutputFile png(picture, common.overwrite);
     std::string error;
     if (!DrawResponse(input, png.TemporaryPath(), &error))
-        throw Failure(picture + " cannot be drawn: " + error);
+        throw Failure("{} cannot be drawn: {}", picture, error);
     png.Commit();
     common.settings.Save(settings, common.overwrite);
 }

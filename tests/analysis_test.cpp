@@ -69,7 +69,7 @@ TEST(Analysis, LoudnessFollowsAStepWhereItHappens) {
     std::vector<float> samples;
     AppendSine(&samples, -33, 5);
     AppendSine(&samples, -23, 5);
-    LoudnessMeter meter(2, kRateHz, Metering::kOverTime);
+    LoudnessMeter meter(2, 44100, Metering::kOverTime);
     Feed(&meter, samples, 2);
     const std::vector<double> momentary = LoudnessCurve(meter.Tenths(), 4);
     const std::vector<double> shortTerm = LoudnessCurve(meter.Tenths(), 30);

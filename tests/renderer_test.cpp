@@ -89,7 +89,9 @@ TEST_F(Renderer, WritesTheFormatOfTheEndingAtTheRateAndLengthOfTheInput) {
         Write("in.wav", sine, inputHz, 1);
         const bool played = inputHz >= 32000 && inputHz <= 48000;
         const nlohmann::json report = Report("in.wav " + output);
-        EXPECT_EQ(report["notes"].size(), !played || outputHz != inputHz) << output;
+        const bool resampled = !played || outputHz != inputHz;
+        EXPECT_EQ(report["notes"].size(), resampled || output == "a.au")
+            << output;  // no tags there
         const int chainHz = played ? inputHz : inputHz % 11025 == 0 ? 44100 : 48000;
         EXPECT_EQ(report["chainRateHz"], chainHz) << output;
         SndfileHandle file(output);

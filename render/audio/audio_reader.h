@@ -27,8 +27,8 @@ public:
     std::optional<DataSize> Data() const { return dataSize; }
     // Every sample is a whole number of 16 bits: nothing is lost in taking it as that.
     bool IsSixteenBit() const;
-    std::vector<Tag> Tags() const { return ReadTags(file.get()); }
-    bool HasReplayGain() const { return replayGain; }
+    // Of a pipe, only those few that libsndfile knows.
+    const AudioTags& Tags() const { return tags; }
 
     // Next interleaved samples, full scale 1.0; empty at the end. Always floats: decoders of lossy
     // formats wrap what goes over full scale when asked for 16 bits. NaN and infinity read as 0.
@@ -45,9 +45,10 @@ private:
 
     SF_INFO info{};
     std::string name;
-    bool piped = false, replayGain = false;
+    bool piped = false;
     std::optional<DataSize> dataSize;
     SndfileHandle file;
+    AudioTags tags;
     std::vector<float> block;
     std::vector<int16_t> sixteenBits;
     uint64_t notNumbers = 0;

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "render/audio/audio_writer.h"
@@ -22,6 +24,7 @@ public:
         background.Finish();
         writer->Commit();
     }
+    std::vector<std::string> NotKept() const override { return writer->NotKept(); }
 
 private:
     static constexpr size_t kMostBlocks = 64;

@@ -1,8 +1,9 @@
 #include "render/pictures/picture.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 #include "render/pictures/band_splits.h"
 #include "render/pictures/gnuplot.h"
@@ -30,9 +31,7 @@ constexpr GnuplotPlace kTopRight{0.55, 0.985, 0.49, 0.83}, kBottomRight{0.55, 0.
 
 // One digit after the point, no "-0.0".
 std::string Tenths(double value) {
-    char digits[32];
-    snprintf(digits, sizeof digits, "%.1f", std::round(value * 10) / 10 + 0.0);
-    return digits;
+    return fmt::format("{:.1f}", std::round(value * 10) / 10 + 0.0);
 }
 
 // "True peak -3.0 → -0.1 dBTP".
@@ -252,6 +251,10 @@ std::string LoudnessPanels(const PictureInput& input) {
 }  // namespace
 
 bool DrawPicture(const PictureInput& input, const std::string& pngPath, std::string* error) {
+    if (input.seconds == 0) {
+        *error = "there is no audio";
+        return false;
+    }
     if (input.before.spectrum.power.empty() || input.after.spectrum.power.empty()) {
         *error = "there was no memory to measure the piece";
         return false;
