@@ -147,7 +147,7 @@ TEST_F(Renderer, ResamplesWithoutLossAndWithoutImages) {
         return 20 * std::log10(std::abs(Response(middle, hz / 96000)) / 4800 / 0.4);
     };
     EXPECT_NEAR(levelDb(21000), 0, 0.1);
-    for (const double hz : {18000, 27000, 30000}) EXPECT_LT(levelDb(hz), -90) << hz;
+    for (const double hz : {18000, 27000, 30000}) EXPECT_LT(levelDb(hz), -100) << hz;
 }
 
 TEST_F(Renderer, MatchesALoudnessAndSaysWhereItCannot) {
@@ -166,7 +166,7 @@ TEST_F(Renderer, MatchesALoudnessAndSaysWhereItCannot) {
         {"in.wav out.wav --match", source, "", "--preset night "},
         {"in.wav out.wav --match=-30", -30},
         {"in.wav out.wav --output-gain -6dB", source - 6},
-        {"in.wav out.wav --match=-9 --tone 60:6,200:0", -9},
+        {"in.wav out.wav --match=-9 --tone 1000:6", -9},
         {"- out.wav --match=-20 <in.wav", -20, "", "--preset steady "},
         {"pipe out.wav --match=-20 & cat in.wav >pipe; wait $!", -20},
         {"in.wav out.wav --match=-1 --gate 0.5", -8, "ends at 16"},
