@@ -167,7 +167,6 @@ TEST_F(Renderer, ReadsAndWritesToTheEndOrSaysThatItCannot) {
     EXPECT_FALSE(fs::exists("out.wav"));
     Write("long.wav", Sine(0.1, 440, 44100, 2, 15), 44100, 2);
     EXPECT_EQ(Shell("trap '' XFSZ; ulimit -f 100; timeout 60 $ORVANE render long.wav out.wav"), 1);
-    EXPECT_EQ(Shell("$ORVANE info | grep ' 1.0 MIPS, 24 KiB'"), 0);
 }
 
 }  // namespace
