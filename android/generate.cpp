@@ -1,8 +1,9 @@
 // Prints what applications must know of the library's numbers, from unit/parameters.h and the
 // library's own descriptor: the regions of the C header, the Java class and the documents that
 // scripts/fill_in.py keeps up to date.
+#include <fmt/format.h>
+
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
@@ -27,13 +28,6 @@ constexpr int kHighestDb = 9;
     std::exit(EXIT_FAILURE);
 }
 
-template <typename... Arguments>
-std::string Format(const char* format, Arguments... arguments) {
-    char text[512];
-    std::snprintf(text, sizeof text, format, arguments...);
-    return text;
-}
-
 bool IsQuery(const Parameter& parameter) {
     return parameter.kind == ParameterKind::kQuery;
 }
@@ -44,14 +38,14 @@ std::string Values(const Parameter& parameter) {
     if (IsQuery(parameter)) return std::string("answers ") + parameter.unit;
     std::string text;
     if (parameter.kind == ParameterKind::kBandValue)
-        text = Format("band 0 to %d, then ", kBandCount - 1);
-    text += Format("%g to %g", parameter.minimum, parameter.maximum);
+        text = fmt::format("band 0 to {}, then ", kBandCount - 1);
+    text += fmt::format("{:g} to {:g}", parameter.minimum, parameter.maximum);
     if (parameter.wireScale == 1) return text;
-    if (std::string(parameter.unit) != "1") text += Format(" (%s)", parameter.unit);
-    text += Format(" times %d", parameter.wireScale);
+    if (std::string(parameter.unit) != "1") text += fmt::format(" ({})", parameter.unit);
+    text += fmt::format(" times {}", parameter.wireScale);
     if (!parameter.CanSendDefault())
-        text += Format("; at first %g, which can't be sent: %d is the nearest",
-                       parameter.defaultValue, parameter.OnWire(parameter.defaultValue));
+        text += fmt::format("; at first {:g}, which can't be sent: {} is the nearest",
+                            parameter.defaultValue, parameter.OnWire(parameter.defaultValue));
     return text;
 }
 
@@ -86,9 +80,9 @@ std::string CIdentifiers() {
                        "enum OrvaneParameter {\n";
     const Parameter* const last = std::end(kParameters) - 1;
     for (const Parameter& parameter : kParameters)
-        text += Format("    /* %s */\n    ORVANE_%s = 0x%X%s\n", Values(parameter).c_str(),
-                       parameter.name, static_cast<unsigned>(parameter.id),
-                       &parameter == last ? "" : ",");
+        text += fmt::format("    /* {} */\n    ORVANE_{} = 0x{:X}{}\n", Values(parameter),
+                            parameter.name, static_cast<unsigned>(parameter.id),
+                            &parameter == last ? "" : ",");
     return text + "};\n";
 }
 
@@ -97,12 +91,10 @@ std::string JavaIdentifiers() {
     std::string text;
     for (const auto& [name, uuid] :
          {std::pair("UUID_TEXT", descriptor.uuid), std::pair("TYPE_TEXT", descriptor.type)})
-        text +=
-            Format("    public static final String %s = \"%s\";\n", name, UuidText(uuid).c_str());
+        text += fmt::format("    public static final String {} = \"{}\";\n", name, UuidText(uuid));
     for (const Parameter& parameter : kParameters)
-        text +=
-            Format("\n    /** %s */\n    public static final int %s = 0x%X;\n",
-                   Values(parameter).c_str(), parameter.name, static_cast<unsigned>(parameter.id));
+        text += fmt::format("\n    /** {} */\n    public static final int {} = 0x{:X};\n",
+                            Values(parameter), parameter.name, static_cast<unsigned>(parameter.id));
     return text;
 }
 
@@ -112,8 +104,8 @@ std::string LevelNumbers() {
     for (int decibels = kLowestDb; decibels <= kHighestDb; ++decibels) {
         const bool last = decibels == kHighestDb;
         const bool lineStart = (decibels - kLowestDb) % 10 == 0;
-        text += Format("%s%d%s", lineStart ? "        " : " ", LevelOfDb(decibels),
-                       last ? "\n" : ((decibels - kLowestDb) % 10 == 9 ? ",\n" : ","));
+        text += fmt::format("{}{}{}", lineStart ? "        " : " ", LevelOfDb(decibels),
+                            last ? "\n" : ((decibels - kLowestDb) % 10 == 9 ? ",\n" : ","));
     }
     return text;
 }
@@ -124,9 +116,9 @@ std::string SetTable() {
         "|---|---|---|---|---|\n";
     for (const Parameter& parameter : kParameters)
         if (!IsQuery(parameter))
-            text += Format("| 0x%X | `%s` | %s | %g | %s |\n", static_cast<unsigned>(parameter.id),
-                           parameter.name, Values(parameter).c_str(), parameter.defaultValue,
-                           parameter.law);
+            text += fmt::format("| 0x{:X} | `{}` | {} | {:g} | {} |\n",
+                                static_cast<unsigned>(parameter.id), parameter.name,
+                                Values(parameter), parameter.defaultValue, parameter.law);
     return text;
 }
 
@@ -134,8 +126,9 @@ std::string GetTable() {
     std::string text = "| identifier | name | answer | what it says |\n|---|---|---|---|\n";
     for (const Parameter& parameter : kParameters)
         if (IsQuery(parameter))
-            text += Format("| 0x%X | `%s` | %s | %s |\n", static_cast<unsigned>(parameter.id),
-                           parameter.name, parameter.unit, parameter.law);
+            text +=
+                fmt::format("| 0x{:X} | `{}` | {} | {} |\n", static_cast<unsigned>(parameter.id),
+                            parameter.name, parameter.unit, parameter.law);
     return text;
 }
 
@@ -143,7 +136,7 @@ std::string LevelTable() {
     std::string text = "| dB | send | gives dB |\n|---|---|---|\n";
     for (int decibels = kHighestDb; decibels >= kLowestDb; --decibels) {
         const int level = LevelOfDb(decibels);
-        text += Format("| %+d | %d | %+.2f |\n", decibels, level, DbOfLevel(level));
+        text += fmt::format("| {:+} | {} | {:+.2f} |\n", decibels, level, DbOfLevel(level));
     }
     return text;
 }
@@ -168,7 +161,7 @@ std::string AloneText(size_t band, double level) {
             otherHz = hz;
         }
     }
-    return Format("%+.1f, %+.1f at %.0f Hz", ownDb, otherDb, otherHz);
+    return fmt::format("{:+.1f}, {:+.1f} at {:.0f} Hz", ownDb, otherDb, otherHz);
 }
 
 std::string BandTable() {
@@ -177,9 +170,9 @@ std::string BandTable() {
         "-1 "
         "|\n|---|---|---|---|---|---|\n";
     for (size_t band = 0; band < kBandCount; ++band) {
-        text += Format("| %zu | %s", band, band == 0 ? "below " : "");
+        text += fmt::format("| {} | {}", band, band == 0 ? "below " : "");
         for (const double rateHz : {32000.0, 44100.0, 48000.0})
-            text += Format("%.0f%s", BandHz(band, rateHz), rateHz < 48000 ? ", " : " Hz");
+            text += fmt::format("{:.0f}{}", BandHz(band, rateHz), rateHz < 48000 ? ", " : " Hz");
         for (const double level : {1.0, 0.5, -0.5, -1.0}) text += " | " + AloneText(band, level);
         text += " |\n";
     }
@@ -193,8 +186,8 @@ std::string TermNumbers() {
     for (const double hz : kThirdsHz) {
         text += "        {";
         for (size_t band = 0; band < kBandCount; ++band)
-            text += Format("%s%ld", band == 0 ? "" : ", ",
-                           std::lround(1000 * BandTerm(band, hz, kTableRateHz)));
+            text += fmt::format("{}{}", band == 0 ? "" : ", ",
+                                std::lround(1000 * BandTerm(band, hz, kTableRateHz)));
         text += hz == std::end(kThirdsHz)[-1] ? "}\n" : "},\n";
     }
     return text;
@@ -202,12 +195,12 @@ std::string TermNumbers() {
 
 std::string TermTable() {
     std::string text = "| Hz |";
-    for (size_t band = 0; band < kBandCount; ++band) text += Format(" %zu |", band);
+    for (size_t band = 0; band < kBandCount; ++band) text += fmt::format(" {} |", band);
     text += "\n|---|---|---|---|---|---|---|---|---|---|---|\n";
     for (const double hz : kThirdsHz) {
-        text += Format("| %g |", hz);
+        text += fmt::format("| {:g} |", hz);
         for (size_t band = 0; band < kBandCount; ++band)
-            text += Format(" %+.3f |", BandTerm(band, hz, kTableRateHz));
+            text += fmt::format(" {:+.3f} |", BandTerm(band, hz, kTableRateHz));
         text += "\n";
     }
     return text;

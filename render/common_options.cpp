@@ -36,8 +36,7 @@ std::string LibraryOptions::Find() const {
         for (const std::string& build : BuildsForThisProcessor())
             if (std::filesystem::exists(folder / build / kName, ignored))
                 return (folder / build / kName).string();
-    throw Failure(std::string(kName) + " is not in " + own.string() +
-                  " (--library names another place)");
+    throw Failure("{} is not in {} (--library names another place)", kName, own.string());
 }
 
 void CommonOptions::AddTo(CLI::App& command) {

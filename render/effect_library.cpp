@@ -4,9 +4,7 @@
 #include "render/stderr_silencer.h"
 
 void Check(int32_t status, const std::string& what) {
-    if (status != kStatusOk)
-        throw Failure("the library refuses to " + what + " (status " + std::to_string(status) +
-                      ")");
+    if (status != kStatusOk) throw Failure("the library refuses to {} (status {})", what, status);
 }
 
 EffectLibrary::EffectLibrary(const std::string& path, bool showsLog)

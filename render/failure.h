@@ -1,13 +1,22 @@
 // What ends a run early: thrown anywhere, said in one line by main.
 #pragma once
+#include <fmt/format.h>
+
 #include <stdexcept>
+#include <utility>
 
 // It cannot be done: exit status 1.
 class Failure : public std::runtime_error {
+public:
     using std::runtime_error::runtime_error;
+    // The text of fmt::format.
+    template <typename... Values>
+    requires(sizeof...(Values) > 0) explicit Failure(fmt::format_string<Values...> format,
+                                                     Values&&... values)
+        : std::runtime_error(fmt::format(format, std::forward<Values>(values)...)) {}
 };
 
 // The command line asks for nonsense: exit status 2.
-class UsageError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
+class UsageError : public Failure {
+    using Failure::Failure;
 };

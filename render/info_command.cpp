@@ -1,8 +1,10 @@
 #include "render/info_command.h"
 
-#include <array>
-#include <cstdio>
+#include <fmt/ranges.h>
+
 #include <cstring>
+#include <iterator>
+#include <string_view>
 
 #include "client/instance.h"
 #include "client/settings_text.h"
@@ -13,17 +15,15 @@
 
 namespace {
 
-template <typename... Values>
-std::string Format(const char* format, Values... values) {
-    std::array<char, 256> text{};
-    std::snprintf(text.data(), text.size(), format, values...);
-    return text.data();
+// Of a field of the descriptor, which need not end.
+template <size_t kSize>
+std::string_view FieldText(const char (&field)[kSize]) {
+    return {field, strnlen(field, kSize)};
 }
 
 std::string UuidText(const effect_uuid_s& uuid) {
-    return Format("%08x-%04x-%04x-%04x-%02x%02x%02x%02x%02x%02x", uuid.timeLow, uuid.timeMid,
-                  uuid.timeHiAndVersion, uuid.clockSeq, uuid.node[0], uuid.node[1], uuid.node[2],
-                  uuid.node[3], uuid.node[4], uuid.node[5]);
+    return fmt::format("{:08x}-{:04x}-{:04x}-{:04x}-{:02x}", uuid.timeLow, uuid.timeMid,
+                       uuid.timeHiAndVersion, uuid.clockSeq, fmt::join(uuid.node, ""));
 }
 
 bool Same(const effect_uuid_s& a, const effect_uuid_s& b) {
@@ -41,26 +41,30 @@ std::string OptionText(const Parameter& parameter) {
 }
 
 std::string VersionText(int32_t word) {
-    return Format("%d.%d.%d.%d", word >> 24 & 0xFF, word >> 16 & 0xFF, word >> 8 & 0xFF,
-                  word & 0xFF);
+    return fmt::format("{}.{}.{}.{}", word >> 24 & 0xFF, word >> 16 & 0xFF, word >> 8 & 0xFF,
+                       word & 0xFF);
 }
 
 std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
     const audio_effect_library_t& record = library.Record();
     const effect_descriptor_t descriptor = library.Descriptor();
     std::string text = path + "\n";
-    text += Format("  record       tag 0x%08X, interface %u.%u, %u effect(s)\n", record.tag,
-                   record.version >> 16, record.version & 0xFFFF, library.EffectCount());
-    text += Format("  library      %s, by %s\n", record.name, record.implementor);
-    text += Format("  effect       %.64s, by %.64s\n", descriptor.name, descriptor.implementor);
-    text +=
-        "  type         " + UuidText(descriptor.type) + " (" + TypeText(descriptor.type) + ")\n";
-    text += "  uuid         " + UuidText(descriptor.uuid) + "\n";
-    text += Format("  control      interface %u.%u, flags 0x%08X%s\n", descriptor.apiVersion >> 16,
-                   descriptor.apiVersion & 0xFFFF, descriptor.flags,
-                   descriptor.flags == EFFECT_FLAG_INSERT_LAST ? " (insert effect, last)" : "");
-    text += Format("  cost         %.1f MIPS, %u KiB, as declared\n", descriptor.cpuLoad / 10.0,
-                   descriptor.memoryUsage);
+    const auto add = [&text]<typename... Values>(fmt::format_string<Values...> format,
+                                                 Values&&... values) {
+        fmt::format_to(std::back_inserter(text), format, std::forward<Values>(values)...);
+    };
+    add("  record       tag 0x{:08X}, interface {}.{}, {} effect(s)\n", record.tag,
+        record.version >> 16, record.version & 0xFFFF, library.EffectCount());
+    add("  library      {}, by {}\n", record.name, record.implementor);
+    add("  effect       {}, by {}\n", FieldText(descriptor.name),
+        FieldText(descriptor.implementor));
+    add("  type         {} ({})\n", UuidText(descriptor.type), TypeText(descriptor.type));
+    add("  uuid         {}\n", UuidText(descriptor.uuid));
+    add("  control      interface {}.{}, flags 0x{:08X}{}\n", descriptor.apiVersion >> 16,
+        descriptor.apiVersion & 0xFFFF, descriptor.flags,
+        descriptor.flags == EFFECT_FLAG_INSERT_LAST ? " (insert effect, last)" : "");
+    add("  cost         {:.1f} MIPS, {} KiB, as declared\n", descriptor.cpuLoad / 10.0,
+        descriptor.memoryUsage);
 
     const StderrSilencer silencer(!library.ShowsLog());
     ClientInstance instance(record);
@@ -68,7 +72,7 @@ std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
     Check(instance.Configure(44100, 2), "take the configuration");
     Check(instance.Enable(), "be enabled");
     const int32_t version = instance.Get(PARAM_GET_VERSION);
-    text += "  version      " + (version >= 0 ? VersionText(version) : "not told") + "\n";
+    add("  version      {}\n", version >= 0 ? VersionText(version) : "not told");
     text += "\nParameters, with the values of a new instance at 44100 Hz, stereo, enabled:\n";
     for (const Parameter& parameter : kParameters) {
         std::string value = "default " + DefaultText(parameter);
@@ -76,10 +80,9 @@ std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
             const int32_t answer = instance.Get(parameter.id);
             value = answer >= 0 ? "answers " + std::to_string(answer) : "no answer";
         }
-        text += Format("  0x%05X  %-26s %-16s %-14s %s\n", static_cast<unsigned>(parameter.id),
-                       parameter.name, OptionText(parameter).c_str(),
-                       parameter.id == PARAM_GET_VERSION ? "" : RangeText(parameter).c_str(),
-                       value.c_str());
+        add("  0x{:05X}  {:26} {:16} {:14} {}\n", static_cast<unsigned>(parameter.id),
+            parameter.name, OptionText(parameter),
+            parameter.id == PARAM_GET_VERSION ? "" : RangeText(parameter), value);
     }
     return text;
 }

@@ -6,14 +6,13 @@
 
 void CheckChannels(const std::string& input, const AudioReader& reader) {
     if (reader.Channels() > 2)
-        throw Failure(input + " has " + std::to_string(reader.Channels()) +
-                      " channels and the effect takes one or two; downmix first, for example with"
-                      " sox " +
-                      input + " -c 2 stereo.wav");
+        throw Failure(
+            "{0} has {1} channels and the effect takes one or two; downmix first, for example with"
+            " sox {0} -c 2 stereo.wav",
+            input, reader.Channels());
 }
 
 std::string TitleOf(const std::string& input, const AudioReader& reader) {
-    for (const Tag& tag : reader.Tags())
-        if (tag.field == SF_STR_TITLE) return tag.text;
+    if (const std::string title = reader.Tags().Title(); !title.empty()) return title;
     return input == "-" ? "standard input" : std::filesystem::path(input).filename().string();
 }

@@ -14,6 +14,7 @@
 #include "render/common_options.h"
 #include "render/failure.h"
 #include "render/info_command.h"
+#include "render/manual.h"
 #include "render/picture_command.h"
 #include "render/render_command.h"
 #include "render/response_command.h"
@@ -24,27 +25,14 @@ namespace {
 constexpr int kCannot = 1;
 constexpr int kWrongUsage = 2;
 
-// Shows an option that undoes a switch without the value that CLI11 puts behind it.
-class HelpFormatter : public CLI::Formatter {
-public:
-    std::string make_option_name(const CLI::Option* option, bool positional) const override {
-        std::string name = CLI::Formatter::make_option_name(option, positional);
-        const std::string value = "{false}";
-        if (const size_t at = name.find(value); at != std::string::npos)
-            name.erase(at, value.size());
-        return name;
-    }
-};
-
 int Run(int argc, char** argv) {
     CLI::App app(
         "Runs audio through the Quenthra Orvane v2 effect library, as the framework would.",
         "orvane");
     app.require_subcommand(1);
-    app.formatter(std::make_shared<HelpFormatter>());
-    app.get_formatter()->column_width(34);
+    AddManualTo(app);
     AddPresetListTo(app);
-    app.set_version_flag("--version", LibraryVersionText());
+    app.set_version_flag("--version", "orvane " + LibraryVersionText());
 
     RenderCommand render(app);
     PictureCommand picture(app);
@@ -84,10 +72,10 @@ int main(int argc, char** argv) {
     try {
         return Run(argc, argv);
     } catch (const UsageError& error) {
-        std::fprintf(stderr, "orvane: %s (see orvane --help)\n", error.what());
+        fmt::print(stderr, "orvane: {} (see orvane --help)\n", error.what());
         return kWrongUsage;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "orvane: %s\n", error.what());
+        fmt::print(stderr, "orvane: {}\n", error.what());
         return kCannot;
     }
 }

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <new>
 
@@ -12,6 +13,7 @@
 #include "render/aligned_stream.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/audio_writer.h"
+#include "render/audio/background_writer.h"
 #include "render/audio/output_file.h"
 #include "render/audio/pcm_sink.h"
 #include "render/audio/pcm_source.h"
@@ -20,7 +22,7 @@
 #include "render/failure.h"
 #include "render/input.h"
 #include "render/match.h"
-#include "render/picture_command.h"
+#include "render/piece_picture.h"
 #include "render/progress.h"
 
 namespace {
@@ -31,6 +33,7 @@ std::string HertzText(uint32_t rateHz) {
 
 // The rate that the output gets: the file's, or else one that its format takes.
 uint32_t OutputRateHz(const std::string& output, uint32_t fileRateHz) {
+    if (output.empty()) return fileRateHz;
     const OutputFormat format(output);
     for (const uint32_t rateHz : {fileRateHz, ChainRateHz(fileRateHz)})
         if (format.TakesRate(rateHz)) return rateHz;
@@ -50,18 +53,18 @@ void CheckRates(const RenderJob& job, Report* report) {
     else if (!text.empty())
         text += ", resampled there and back";
     if (text.empty()) return;
-    if (job.strictRate) throw Failure(job.input + ": " + text);
+    if (job.strictRate) throw Failure("{}: {}", job.input, text);
     report->notes.push_back(text);
 }
 
 void CheckNames(const RenderJob& job) {
-    const OutputFormat knownEnding(job.output);
+    if (!job.output.empty()) const OutputFormat knownEnding(job.output);
     if (!job.picture.empty()) {
         CheckPictureName(job.picture, "IN", job.input, "/dev/stdin");
-        CheckPictureName(job.picture, "OUT", job.output, "/dev/stdout");
+        if (!job.output.empty()) CheckPictureName(job.picture, "OUT", job.output, "/dev/stdout");
         OutputFile::CheckName(job.picture, job.overwrite);
     }
-    if (job.output != "-") OutputFile::CheckName(job.output, job.overwrite);
+    if (job.output != "-" && !job.output.empty()) OutputFile::CheckName(job.output, job.overwrite);
 }
 
 Report StartReport(const RenderJob& job, const std::optional<Match>& match,
@@ -85,9 +88,30 @@ Report StartReport(const RenderJob& job, const std::optional<Match>& match,
     report.delayFrames = DelayFrames(report.settings, job.bufferFrames);
     report.delayRemoved = !job.keepDelay;
     CheckRates(job, &report);
-    if (reader.HasReplayGain())
-        report.notes.emplace_back("ReplayGain tags are dropped: the loudness has changed");
     return report;
+}
+
+// Where a picture alone is wanted.
+class NoWriter final : public AudioWriter {
+public:
+    void Write(std::span<const int16_t> /*samples*/) override {}
+    void Commit() override {}
+    std::vector<std::string> NotKept() const override { return {}; }
+};
+
+std::unique_ptr<AudioWriter> OpenOutput(const RenderJob& job, const Report& report,
+                                        const AudioReader& reader) {
+    if (job.output.empty()) return std::make_unique<NoWriter>();
+    return std::make_unique<BackgroundWriter>(
+        OpenAudioWriter(job.output, job.overwrite,
+                        {report.outputRateHz, report.channels, reader.Frames()}, reader.Tags()));
+}
+
+// Frames at the output's rate before the piece begins.
+uint64_t FirstFrame(const RenderJob& job, const Report& report) {
+    if (!job.keepDelay) return 0;
+    return (uint64_t{report.delayFrames} * report.outputRateHz + report.chainRateHz / 2) /
+           report.chainRateHz;
 }
 
 // One run from file to file. The members stand in the order in which they are opened.
@@ -101,19 +125,19 @@ public:
           report(StartReport(job, match, reader)),
           format{report.chainRateHz, report.channels, job.bufferFrames},
           chain(library, report.settings, format, {job.keepDelay, job.coldStart}),
-          source(reader, report.chainRateHz, job.dither, job.metering),
+          metering(job.picture.empty() ? job.metering : Metering::kOverTime),
+          source(reader, report.chainRateHz, job.dither, metering),
           png(job.picture.empty() ? nullptr
                                   : std::make_unique<OutputFile>(job.picture, job.overwrite)),
-          writer(OpenAudioWriter(job.output, job.overwrite,
-                                 {report.outputRateHz, report.channels, reader.Frames()},
-                                 reader.Tags())),
+          writer(OpenOutput(job, report, reader)),
           sink(*writer, {report.chainRateHz, report.outputRateHz}, report.channels, job.dither,
-               job.metering) {}
+               metering, FirstFrame(job, report)) {}
 
     Report Run() {
         Play();
         Note();
         writer->Commit();
+        NoteTags();
         if (png) Draw();
         return report;
     }
@@ -126,7 +150,6 @@ private:
             processed.clear();
             chain.Process(pcm, &processed);
             sink.Write(processed);
-            KeepForPicture(pcm);
             progress.Update(source.FramesRead());
         }
         processed.clear();
@@ -134,23 +157,13 @@ private:
         sink.Write(processed);
         report.frames = source.FramesRead();
         if (report.frames == 0 && reader.Frames() != 0)
-            throw Failure(job.input + " holds no samples that can be read");
+            throw Failure("{} holds no samples that can be read", job.input);
         const uint64_t spanFrames = job.keepDelay ? chain.FramesOut() : report.frames;
         const uint64_t spanRateHz = job.keepDelay ? report.chainRateHz : report.rateHz;
         sink.Finish((spanFrames * report.outputRateHz + spanRateHz / 2) / spanRateHz);
+        before = source.FinishMetering();
+        after = sink.FinishMetering();
         report.speed = progress.Speed(report.frames);
-    }
-
-    // A picture that there is no memory for costs nothing but itself.
-    void KeepForPicture(const std::vector<int16_t>& pcm) {
-        if (!png) return;
-        try {
-            whole.insert(whole.end(), pcm.begin(), pcm.end());
-        } catch (const std::bad_alloc&) {
-            png.reset();
-            whole = {};
-            report.missing = NoMemory();
-        }
     }
 
     void Note() {
@@ -162,8 +175,8 @@ private:
                                    " of " + std::to_string(data->promised) + " bytes of audio");
         report.settlingFrames = chain.SettlingFrames();
         report.dithered = source.Dithers();
-        report.before = source.Measured();
-        report.after = sink.Measured();
+        report.before = before.loudness;
+        report.after = after.loudness;
         report.clippedIn = source.Clipped();
         report.clippedOut = sink.Clipped();
         report.notNumbers = source.NotNumbers();
@@ -173,20 +186,31 @@ private:
                 std::to_string(report.notNumbers));
     }
 
+    void NoteTags() {
+        std::vector<std::string> lost = writer->NotKept();
+        const std::vector<std::string>& unread = reader.Tags().unread;
+        lost.insert(lost.end(), unread.begin(), unread.end());
+        if (!lost.empty())
+            report.notes.push_back(fmt::format("tags that {} has no place for: {}", job.output,
+                                               fmt::join(lost, ", ")));
+        if (const auto& gains = reader.Tags().gains; !gains.empty())
+            report.notes.push_back(fmt::format("tags dropped, since the loudness has changed: {}",
+                                               fmt::join(gains, ", ")));
+    }
+
     void Draw() {
         try {
-            DrawBeforeAndAfter({TitleOf(job.input, reader), job.preset, report.settings,
-                                job.tone.points, format, job.coldStart},
-                               library, whole, job.picture, *png);
+            DrawPiece({TitleOf(job.input, reader), job.preset, report.settings, job.tone.points,
+                       format, static_cast<double>(report.frames) / report.rateHz,
+                       std::move(before), std::move(after)},
+                      library, job.picture, *png);
             png->Commit();
         } catch (const std::bad_alloc&) {
-            report.missing = NoMemory();
+            report.missing = job.picture + " cannot be drawn: not enough memory";
         } catch (const std::exception& error) {
             report.missing = error.what();
         }
     }
-
-    std::string NoMemory() const { return job.picture + " cannot be drawn: not enough memory"; }
 
     const RenderJob& job;
     const EffectLibrary& library;
@@ -194,11 +218,12 @@ private:
     Report report;
     StreamFormat format;
     AlignedStream chain;
+    Metering metering;
     PcmSource source;
     std::unique_ptr<OutputFile> png;
     std::unique_ptr<AudioWriter> writer;
     PcmSink sink;
-    std::vector<int16_t> whole;  // the input as the chain takes it, for the picture
+    Measured before, after;
 };
 
 // The flag's value: a number, "true" for none, "" if it wasn't given.
@@ -207,7 +232,7 @@ std::optional<MatchWish> ReadMatch(const std::string& text) {
     if (text == "true") return MatchWish{};
     double lufs = 0;
     if (!CLI::detail::lexical_cast(text, lufs) || !(lufs >= -60 && lufs <= 0))
-        throw UsageError("--match=" + text + " is not a loudness from -60 to 0 LUFS");
+        throw UsageError("--match={} is not a loudness from -60 to 0 LUFS", text);
     return MatchWish{lufs};
 }
 
@@ -237,6 +262,9 @@ RenderCommand::RenderCommand(CLI::App& program)
     app.add_option("--picture", job.picture, "also draw before and after")->type_name("PNG");
     app.add_flag("--keep-delay", job.keepDelay, "don't remove the chain's delay");
     app.add_flag("--strict-rate", job.strictRate, "refuse to resample");
+    app.add_flag("--skip-existing", skipExisting,
+                 "do nothing if OUT is there: what is there is whole, so a run that was cut off "
+                 "goes on");
     app.add_flag("--json", json, "report as JSON on standard output");
     app.add_flag("--no-dither", noDither, "round to 16 bits without dither");
     AddColdStartTo(app, &job.coldStart);
@@ -252,6 +280,13 @@ void RenderCommand::Run() {
     job.bufferFrames = common.bufferFrames;
     job.overwrite = common.overwrite;
     job.dither = !noDither;
+    if (skipExisting && common.overwrite)
+        throw UsageError("--skip-existing and --force cannot both be meant");
+    if (std::error_code ignored;
+        skipExisting && std::filesystem::is_regular_file(job.output, ignored)) {
+        if (!common.quiet) fmt::print(stderr, "{} exists already, skipped\n", job.output);
+        return;
+    }
     if (json && job.output == "-")
         throw UsageError("--json and the audio cannot both go to standard output");
     if (job.output == "-" && isatty(STDOUT_FILENO) != 0)
@@ -272,7 +307,7 @@ void RenderCommand::Run() {
         PrintToStandardOutput(JsonOf(report));
     else if (!common.quiet)
         std::fputs(TextOf(report).c_str(), stderr);
-    if (!report.missing.empty()) throw Failure(report.missing + "; the audio is complete");
+    if (!report.missing.empty()) throw Failure("{}; the audio is complete", report.missing);
 }
 
 Report Render(const RenderJob& job, const EffectLibrary& library) {

@@ -1,20 +1,13 @@
 #include "render/report.h"
 
-#include <array>
+#include <fmt/format.h>
+
 #include <cmath>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "client/settings_text.h"
 
 namespace {
-
-template <typename... Values>
-std::string Format(const char* format, Values... values) {
-    std::array<char, 256> text{};
-    std::snprintf(text.data(), text.size(), format, values...);
-    return text.data();
-}
 
 std::string Count(uint64_t count, const char* noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
@@ -23,7 +16,7 @@ std::string Count(uint64_t count, const char* noun) {
 // The unit stands with the first that was measured.
 std::string Levels(double before, double after, const char* unit) {
     const auto text = [](double level, const char* unitOf) {
-        return std::isnan(level) ? "not measured" : Format("%.1f%s", level, unitOf);
+        return std::isnan(level) ? "not measured" : fmt::format("{:.1f}{}", level, unitOf);
     };
     return text(before, unit) + " before, " + text(after, std::isnan(before) ? unit : "") +
            " after";
@@ -47,30 +40,33 @@ std::string TextOf(const Report& report) {
     std::string text = report.input + " -> " + report.output + "\n";
     text += "  " + std::to_string(report.rateHz) + " Hz, " +
             (report.channels == 1 ? "mono" : "stereo") +
-            Format(", %lu:%06.3f", minutes, seconds - 60.0 * static_cast<double>(minutes)) + " (" +
-            Count(report.frames, "frame") + "), in buffers of " +
+            fmt::format(", {}:{:06.3f}", minutes, seconds - 60.0 * static_cast<double>(minutes)) +
+            " (" + Count(report.frames, "frame") + "), in buffers of " +
             Count(report.bufferFrames, "frame") + "\n";
     text += "  preset " + report.preset + ": " + Describe(report.settings) + "\n";
     if (report.tone) text += "  tone     " + FitText(*report.tone) + "\n";
     if (report.matchedLufs)
-        text += Format("  match    %.1f LUFS by output-gain ", *report.matchedLufs) +
+        text += fmt::format("  match    {:.1f} LUFS by output-gain ", *report.matchedLufs) +
                 ValueText(ParameterOf(PARAM_OUTPUT_GAIN), report.settings.Get(PARAM_OUTPUT_GAIN)) +
                 "\n";
     text += "  delay    " + Count(report.delayFrames, "frame") +
-            Format(" (%.1f ms) ", 1000.0 * report.delayFrames / report.chainRateHz) +
+            fmt::format(" ({:.1f} ms) ", 1000.0 * report.delayFrames / report.chainRateHz) +
             (report.delayRemoved ? "removed\n" : "kept\n");
     text += report.settlingFrames == 0
                 ? std::string("  start    cold, as the framework's\n")
-                : Format("  start    after %.1f s of silence, dropped again\n",
-                         static_cast<double>(report.settlingFrames) / report.chainRateHz);
+                : fmt::format("  start    after {:.1f} s of silence, dropped again\n",
+                              static_cast<double>(report.settlingFrames) / report.chainRateHz);
     text +=
         "  loudness " + Levels(report.before.integratedLufs, report.after.integratedLufs, " LUFS") +
         "; true peak " + Levels(report.before.truePeakDb, report.after.truePeakDb, " dB") + "\n";
+    if (!std::isnan(report.before.rangeLu) || !std::isnan(report.after.rangeLu))
+        text += "  range    " + Levels(report.before.rangeLu, report.after.rangeLu, " LU") +
+                " (over 3 s, every 1 s)\n";
     text += "  clipped  " + Count(report.clippedIn, "sample") + " on the way in";
     if (report.clippedOut > 0) text += ", " + std::to_string(report.clippedOut) + " on the way out";
     text += report.dithered ? "; dithered to 16 bits\n" : "\n";
     for (const std::string& note : report.notes) text += "  note: " + note + "\n";
-    text += Format("  %.0f times real time\n", report.speed);
+    text += fmt::format("  {:.0f} times real time\n", report.speed);
     return text;
 }
 

@@ -61,13 +61,14 @@ void ResponseCommand::Run() {
     input.asked = tone.points;
     input.rateHz = rateHz;
     input.channels = static_cast<int>(channels);
+    input.enhances = both.IsOn(PARAM_ENHANCER_ENABLE);
     input.equalizerOnly = AlignedPlayer(library, equalizer, format);
     input.enhancerOnly = AlignedPlayer(library, enhancer, format);
     input.both = AlignedPlayer(library, both, format);
     OutputFile png(picture, common.overwrite);
     std::string error;
     if (!DrawResponse(input, png.TemporaryPath(), &error))
-        throw Failure(picture + " cannot be drawn: " + error);
+        throw Failure("{} cannot be drawn: {}", picture, error);
     png.Commit();
     common.settings.Save(settings, common.overwrite);
 }

@@ -25,10 +25,10 @@ std::string HelpText(const Parameter& parameter) {
 Settings ReadSettingsFile(const std::string& path) {
     std::ifstream file(path);
     std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!file.is_open() || file.bad()) throw UsageError(path + " can't be read");
+    if (!file.is_open() || file.bad()) throw UsageError("{} cannot be read", path);
     Settings settings;
     const std::string fault = ReadSettings(text, &settings);
-    if (!fault.empty()) throw UsageError(path + ":" + fault);
+    if (!fault.empty()) throw UsageError("{}:{}", path, fault);
     return settings;
 }
 
@@ -38,7 +38,7 @@ Settings StartFrom(const std::string& name) {
     std::error_code ignored;
     if (name.find('/') != std::string::npos || std::filesystem::exists(name, ignored))
         return ReadSettingsFile(name);
-    throw UsageError("no preset or file is called " + name + ", see --list-presets");
+    throw UsageError("no preset or file is called {}, see --list-presets", name);
 }
 
 }  // namespace
@@ -93,7 +93,7 @@ Settings SettingsOptions::Resolve() const {
     Settings settings = StartFrom(preset);
     for (const auto& [parameter, text] : given) {
         const std::string fault = SetFromText(parameter->key, text, &settings);
-        if (!fault.empty()) throw UsageError("--" + fault);
+        if (!fault.empty()) throw UsageError("--{}", fault);
     }
     return settings;
 }
@@ -109,7 +109,7 @@ ToneWish SettingsOptions::Tone() const {
     if (tone.empty()) return wish;
     if (Gives(PARAM_EQUALIZER_BANDLEVEL)) throw UsageError("--tone and --eq set the same levels");
     const std::string fault = ReadTone(tone, &wish.points);
-    if (!fault.empty()) throw UsageError("--tone " + fault);
+    if (!fault.empty()) throw UsageError("--tone {}", fault);
     return wish;
 }
 
@@ -127,7 +127,7 @@ void SettingsOptions::CheckSave(const std::vector<std::string>& others, bool ove
     if (saveTo.empty()) return;
     for (const std::string& other : others)
         if (!other.empty() && (other == saveTo || AreOneFile(other, saveTo)))
-            throw UsageError(other + " and the settings are the same file");
+            throw UsageError("{} and the settings are the same file", other);
     OutputFile::CheckName(saveTo, overwrite);
 }
 
@@ -136,7 +136,7 @@ void SettingsOptions::Save(const Settings& settings, bool overwrite) const {
     OutputFile file(saveTo, overwrite);
     const std::string text = SettingsText(settings);
     if (const int error = WriteAll(file.Descriptor(), text.data(), text.size()))
-        throw Failure(saveTo + " can't be written: " + std::strerror(error));
+        throw Failure("{} cannot be written: {}", saveTo, std::strerror(error));
     file.Commit();
 }
 

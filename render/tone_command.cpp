@@ -1,7 +1,6 @@
 #include "render/tone_command.h"
 
-#include <array>
-#include <cstdio>
+#include <fmt/format.h>
 
 #include "client/parameter_command.h"
 #include "client/settings_text.h"
@@ -12,26 +11,20 @@
 
 namespace {
 
-template <typename... Values>
-std::string Format(const char* format, Values... values) {
-    std::array<char, 256> text{};
-    std::snprintf(text.data(), text.size(), format, values...);
-    return text.data();
-}
-
 // Levels and output gain, what each asked point gets, how near it all comes.
 std::string ToneText(const std::vector<TonePoint>& points, const ToneFit& fit,
                      const Settings& settings, double rateHz) {
-    std::string text = Format("at a sampling rate of %.0f Hz\n", rateHz);
+    std::string text = fmt::format("at a sampling rate of {:.0f} Hz\n", rateHz);
     for (size_t band = 0; band < fit.levels.size(); ++band)
-        text += Format("  band %zu, %s%5.0f Hz  level %5.2f\n", band, band == 0 ? "below" : "     ",
-                       BandHz(band, rateHz), fit.levels.at(band));
+        text +=
+            fmt::format("  band {}, {}{:5.0f} Hz  level {:5.2f}\n", band,
+                        band == 0 ? "below" : "     ", BandHz(band, rateHz), fit.levels.at(band));
     text += "  output-gain " +
             ValueText(ParameterOf(PARAM_OUTPUT_GAIN), settings.Get(PARAM_OUTPUT_GAIN)) + "\n";
     for (const TonePoint& point : points)
         text +=
-            Format("  at %.0f Hz asked %s dB, gets %s\n", point.hz, DecibelText(point.db).c_str(),
-                   DecibelText(ToneDb(fit.levels, point.hz, rateHz)).c_str());
+            fmt::format("  at {:.0f} Hz asked {} dB, gets {}\n", point.hz, DecibelText(point.db),
+                        DecibelText(ToneDb(fit.levels, point.hz, rateHz)));
     text += "  " + FitText(fit) + "\n";
     return text;
 }
@@ -45,9 +38,9 @@ std::string Records(const Settings& settings) {
         std::string values;
         for (size_t i = 0; i < command.header.vsize / sizeof(int32_t); ++i)
             values += " " + std::to_string(command.values[i]);
-        text += Format("%-26s%-8s %d %u %u 0x%X%s\n", ParameterOf(id).name, values.c_str(),
-                       command.header.status, command.header.psize, command.header.vsize,
-                       static_cast<unsigned>(command.id), values.c_str());
+        text += fmt::format("{:26}{:8} {} {} {} 0x{:X}{}\n", ParameterOf(id).name, values,
+                            command.header.status, command.header.psize, command.header.vsize,
+                            static_cast<unsigned>(command.id), values);
     }
     return text;
 }
@@ -68,7 +61,7 @@ ToneCommand::ToneCommand(CLI::App& program)
 void ToneCommand::Run() {
     std::vector<TonePoint> points;
     const std::string fault = ReadTone(CLI::detail::join(items, ","), &points);
-    if (!fault.empty()) throw UsageError("tone " + fault);
+    if (!fault.empty()) throw UsageError("tone {}", fault);
     const ToneFit fit = FitTone(points, rateHz);
     Settings settings;
     ApplyTone(fit, true, &settings);

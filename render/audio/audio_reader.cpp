@@ -4,10 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <string_view>
 
 #include "render/failure.h"
 #include "render/stderr_silencer.h"
@@ -32,6 +35,12 @@ bool ReadableFromPipe(int format) {
     }
 }
 
+bool IsMpeg4(const std::string& path) {
+    std::array<char, 8> head{};
+    std::ifstream(path, std::ios::binary).read(head.data(), head.size());
+    return std::string_view(head.data(), head.size()).substr(4) == "ftyp";
+}
+
 constexpr const char* kPipeAdvice =
     "WAV, AIFF, AU, Ogg and MP3 can be read from a pipe, FLAC and others only as a named file";
 
@@ -40,9 +49,10 @@ constexpr const char* kPipeAdvice =
 AudioReader::AudioReader(const std::string& path, const std::string& copyOfPipe)
     : name(path == "-" ? "standard input" : path) {
     std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) throw Failure(name + " is a folder");
+    if (std::filesystem::is_directory(path, ignored)) throw Failure("{} is a folder", name);
     if (path != "-" && access(path.c_str(), R_OK) != 0)
-        throw Failure(name + " cannot be read: " + std::strerror(errno));
+        throw Failure("{} cannot be read: {}", name, std::strerror(errno));
+    off_t start = 0;
     {
         // The MP3 decoder says on standard error what it thinks of a file.
         const StderrSilencer silencer;
@@ -50,31 +60,34 @@ AudioReader::AudioReader(const std::string& path, const std::string& copyOfPipe)
             piped = true;
             file.reset(sf_open(copyOfPipe.c_str(), SFM_READ, &info));
         } else if (path == "-") {
-            const off_t start = lseek(STDIN_FILENO, 0, SEEK_CUR);
+            start = lseek(STDIN_FILENO, 0, SEEK_CUR);
             piped = start < 0;
-            if (!piped) dataSize = ReadDataSize(STDIN_FILENO, start);
             file.reset(sf_open_fd(STDIN_FILENO, SFM_READ, &info, SF_FALSE));
         } else {
             piped = std::filesystem::is_fifo(path, ignored);
             file.reset(sf_open(path.c_str(), SFM_READ, &info));
-            if (!piped) {
-                const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-                dataSize = ReadDataSize(fd, 0);
-                close(fd);
-            }
         }
     }
     if (file == nullptr) {
         std::string reason = sf_strerror(nullptr);
         while (!reason.empty() && (reason.back() == '.' || reason.back() == '\n'))
             reason.pop_back();
-        throw Failure(name + " cannot be read: " + reason +
-                      (piped && copyOfPipe.empty() ? std::string(" (") + kPipeAdvice + ")" : ""));
+        if (IsMpeg4(path))
+            throw Failure(
+                "{0} cannot be read: MPEG-4 audio is not known here; ffmpeg makes a file that is, "
+                "tags and all: ffmpeg -i '{0}' '{1}'",
+                path, std::filesystem::path(path).replace_extension(".flac").string());
+        throw Failure("{} cannot be read: {}{}", name, reason,
+                      piped && copyOfPipe.empty() ? fmt::format(" ({})", kPipeAdvice) : "");
     }
     if (piped && copyOfPipe.empty() && !ReadableFromPipe(info.format))
-        throw Failure(name + " cannot be read: " + kPipeAdvice);
-    replayGain = !piped && path != "-" && MentionsReplayGain(path);
-    block.resize(kBlockFrames * Channels());
+        throw Failure("{} cannot be read: {}", name, kPipeAdvice);
+    const int fd = piped         ? -1
+                   : path == "-" ? STDIN_FILENO
+                                 : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (!piped) dataSize = ReadDataSize(fd, start);
+    tags = ReadTags(file.get(), start == 0 ? fd : -1, info.format);
+    if (path != "-" && fd >= 0) close(fd);
 }
 
 std::optional<uint64_t> AudioReader::Frames() const {
@@ -97,16 +110,26 @@ bool AudioReader::IsSixteenBit() const {
     }
 }
 
-std::span<const float> AudioReader::Read() {
-    const sf_count_t frames = sf_readf_float(file.get(), block.data(), kBlockFrames);
+size_t AudioReader::Samples(sf_count_t frames) const {
     if (frames < static_cast<sf_count_t>(kBlockFrames) && sf_error(file.get()) != SF_ERR_NO_ERROR)
-        throw Failure(name + " cannot be read to its end: " + sf_strerror(file.get()));
-    const auto count = static_cast<size_t>(std::max<sf_count_t>(frames, 0)) * Channels();
-    const std::span<float> samples(block.data(), count);
+        throw Failure("{} cannot be read to its end: {}", name, sf_strerror(file.get()));
+    return static_cast<size_t>(std::max<sf_count_t>(frames, 0)) * Channels();
+}
+
+std::span<const float> AudioReader::Read() {
+    block.resize(kBlockFrames * Channels());
+    const std::span<float> samples(block.data(),
+                                   Samples(sf_readf_float(file.get(), block.data(), kBlockFrames)));
     for (float& sample : samples)
         if (!std::isfinite(sample)) {
             sample = 0;
             ++notNumbers;
         }
     return samples;
+}
+
+std::span<const int16_t> AudioReader::ReadSixteenBit() {
+    sixteenBits.resize(kBlockFrames * Channels());
+    return {sixteenBits.data(),
+            Samples(sf_readf_short(file.get(), sixteenBits.data(), kBlockFrames))};
 }

@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <string_view>
 
 #include "render/audio/output_file.h"
 #include "render/audio/sndfile_handle.h"
@@ -64,27 +66,28 @@ private:
     }
 };
 
-// A WAV header holds its length in 32 bits; this leaves room for the other chunks.
-constexpr uint64_t kMostWavBytes = 0xFFF00000;
-
 class FileWriter : public AudioWriter {
 public:
     FileWriter(const std::string& path, bool overwrite, const AudioFormat& format,
-               const std::vector<Tag>& tags)
-        : name(path), output(path, overwrite), target{output.Descriptor()} {
+               const AudioTags& audioTags)
+        : name(path),
+          output(path, overwrite),
+          target{output.Descriptor()},
+          tags(audioTags),
+          mostWavBytes(format.mostWavBytes) {
         info.samplerate = static_cast<int>(format.rateHz);
         info.channels = static_cast<int>(format.channels);
         info.format = OutputFormat(path).SndfileFormat();
         const bool isWav = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
         const bool fits =
-            format.frames && *format.frames < kMostWavBytes / (2 * uint64_t{format.channels});
+            format.frames && *format.frames < mostWavBytes / (2 * uint64_t{format.channels});
         if (isWav && !fits) info.format = SF_FORMAT_RF64 | SF_FORMAT_PCM_16;
         SF_VIRTUAL_IO through{NotedFile::Length, NotedFile::Seek, nullptr, NotedFile::Write,
                               NotedFile::Tell};
         file.reset(sf_open_virtual(&through, SFM_WRITE, &info, &target));
         if (file == nullptr) Refuse(sf_error(nullptr));
         if (isWav && !fits) sf_command(file.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
-        WriteTags(file.get(), tags);
+        notKept = KeepsStrings() ? WriteStrings(file.get(), tags) : tags.Names();
     }
 
     void Write(std::span<const int16_t> samples) override {
@@ -96,21 +99,46 @@ public:
     void Commit() override {
         const int result = sf_close(file.release());
         if (result != 0 || target.error != 0) Refuse(result);
+        if (TagsFit()) notKept = WriteTags(target.fd, info.format, tags, name);
         output.Commit();
     }
 
+    std::vector<std::string> NotKept() const override { return notKept; }
+
 private:
+    // Chunks for players that look for no other tags. Elsewhere libsndfile's would stand in the way
+    // of TagLib's.
+    bool KeepsStrings() const {
+        const int type = info.format & SF_FORMAT_TYPEMASK;
+        return type != SF_FORMAT_FLAC && type != SF_FORMAT_OGG && type != SF_FORMAT_MPEG;
+    }
+
+    // RF64 takes none. One whose length wasn't known may have become WAV, up to its last byte.
+    bool TagsFit() {
+        if (tags.Names().empty()) return false;
+        std::array<char, 4> magic{};
+        const bool isWav = pread(target.fd, magic.data(), magic.size(), 0) == 4 &&
+                           std::string_view(magic.data(), magic.size()) == "RIFF";
+        if (isWav) info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+        return TakesTags(info.format) &&
+               (!isWav ||
+                static_cast<uint64_t>(NotedFile::Length(&target)) + tags.MostBytes() < UINT32_MAX);
+    }
+
     // libsndfile is asked only where the disk has nothing to say: after a failed write its codes
     // may mean nothing, and then it prints that.
     [[noreturn]] void Refuse(int sndfileError) const {
         throw Failure(
-            name + " cannot be written: " +
-            (target.error != 0 ? std::strerror(target.error) : sf_error_number(sndfileError)));
+            "{} cannot be written: {}", name,
+            target.error != 0 ? std::strerror(target.error) : sf_error_number(sndfileError));
     }
 
     std::string name;
     OutputFile output;  // outlives the handle on it
     NotedFile target;   // likewise
+    AudioTags tags;
+    std::vector<std::string> notKept;
+    uint64_t mostWavBytes;
     SF_INFO info{};
     SndfileHandle file;
 };
@@ -119,7 +147,7 @@ private:
 // gone back to. Little-endian hosts only, as is the effect interface.
 class StreamWriter : public AudioWriter {
 public:
-    explicit StreamWriter(const AudioFormat& format) {
+    StreamWriter(const AudioFormat& format, const AudioTags& tags) : notKept(tags.Names()) {
         const auto channels = static_cast<uint16_t>(format.channels);
         const auto frameBytes = static_cast<uint16_t>(2 * channels);
         std::string header;
@@ -147,6 +175,10 @@ public:
     }
 
     void Commit() override {}
+    std::vector<std::string> NotKept() const override { return notKept; }
+
+private:
+    std::vector<std::string> notKept;
 };
 
 }  // namespace
@@ -162,7 +194,7 @@ OutputFormat::OutputFormat(const std::string& path) {
         known += std::string(" ") + entry.ending;
     }
     if (sndfileFormat == 0)
-        throw UsageError(path + ": the ending names no format; known are" + known);
+        throw UsageError("{}: the ending names no format; known are{}", path, known);
     if ((sndfileFormat & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS)
         rates = {8000, 12000, 16000, 24000, 48000};
     if ((sndfileFormat & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG)
@@ -174,8 +206,7 @@ bool OutputFormat::TakesRate(uint32_t rateHz) const {
 }
 
 std::unique_ptr<AudioWriter> OpenAudioWriter(const std::string& path, bool overwrite,
-                                             const AudioFormat& format,
-                                             const std::vector<Tag>& tags) {
-    if (path == "-") return std::make_unique<StreamWriter>(format);
+                                             const AudioFormat& format, const AudioTags& tags) {
+    if (path == "-") return std::make_unique<StreamWriter>(format, tags);
     return std::make_unique<FileWriter>(path, overwrite, format, tags);
 }

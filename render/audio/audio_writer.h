@@ -31,15 +31,20 @@ public:
     // Interleaved samples, whole frames.
     virtual void Write(std::span<const int16_t> samples) = 0;
     virtual void Commit() = 0;
+    // The tags that there is no place for; known after Commit.
+    virtual std::vector<std::string> NotKept() const = 0;
 };
+
+// A WAV header holds its length in 32 bits; this leaves room for the other chunks.
+constexpr uint64_t kMostWavBytes = 0xFFF00000;
 
 struct AudioFormat {
     uint32_t rateHz;
     uint32_t channels;
-    std::optional<uint64_t> frames;  // if known
+    std::optional<uint64_t> frames;         // if known
+    uint64_t mostWavBytes = kMostWavBytes;  // more of them become RF64
 };
 
 // path: "-" is standard output, a WAV stream whose header leaves the length open.
 std::unique_ptr<AudioWriter> OpenAudioWriter(const std::string& path, bool overwrite,
-                                             const AudioFormat& format,
-                                             const std::vector<Tag>& tags);
+                                             const AudioFormat& format, const AudioTags& tags);

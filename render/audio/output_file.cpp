@@ -44,9 +44,9 @@ std::string Resolved(const std::string& path) {
     fs::path place = path;
     std::error_code error;
     for (int links = 0; fs::is_symlink(place, error); ++links) {
-        if (links == kMostLinks) throw Failure(path + ": too many links");
+        if (links == kMostLinks) throw Failure("{}: too many links", path);
         place = place.parent_path() / fs::read_symlink(place, error);
-        if (error) throw Failure(path + ": " + error.message());
+        if (error) throw Failure("{}: {}", path, error.message());
     }
     return place.string();
 }
@@ -99,12 +99,12 @@ void OutputFile::CheckName(const std::string& path, bool overwrite) {
     const fs::file_status status = fs::status(path, error);
     if (status.type() == fs::file_type::not_found) {
         if (!overwrite && fs::is_symlink(path, error))
-            throw Failure(path + " is a link to a file that doesn't exist (-f makes it)");
+            throw Failure("{} is a link to a file that doesn't exist (-f makes it)", path);
         return;
     }
-    if (error) throw Failure(path + ": " + error.message());
-    if (status.type() != fs::file_type::regular) throw Failure(path + " is not a file");
-    if (!overwrite) throw Failure(path + " exists already (-f overwrites it)");
+    if (error) throw Failure("{}: {}", path, error.message());
+    if (status.type() != fs::file_type::regular) throw Failure("{} is not a file", path);
+    if (!overwrite) throw Failure("{} exists already (-f overwrites it)", path);
 }
 
 OutputFile::OutputFile(const std::string& path, bool overwrites)
@@ -115,9 +115,9 @@ OutputFile::OutputFile(const std::string& path, bool overwrites)
     const std::string ending = name.extension().string();
     std::string pattern =
         (name.parent_path() / ("." + name.stem().string() + "-XXXXXX" + ending)).string();
-    if (pattern.size() >= PATH_MAX) throw Failure(path + ": the name is too long");
+    if (pattern.size() >= PATH_MAX) throw Failure("{}: the name is too long", path);
     fd = mkostemps(pattern.data(), static_cast<int>(ending.size()), O_CLOEXEC);
-    if (fd < 0) throw Failure(path + " cannot be written: " + Reason());
+    if (fd < 0) throw Failure("{} cannot be written: {}", path, Reason());
     fchmod(fd, ModeFor(finalPath));
     temporaryPath = pattern;
     for (size_t i = 0; i < temporaryNames.size() && slot < 0; ++i) {
@@ -139,17 +139,17 @@ OutputFile::~OutputFile() {
 void OutputFile::Commit() {
     const bool stored = fsync(fd) == 0;
     if (!stored || close(std::exchange(fd, -1)) != 0)
-        throw Failure(finalPath + " cannot be written: " + Reason());
+        throw Failure("{} cannot be written: {}", finalPath, Reason());
     // Without leave to overwrite, a file that came meanwhile is not touched; file systems that
     // cannot promise that rename plainly.
     int result = -1;
     if (!overwrite) {
         result = renameat2(AT_FDCWD, temporaryPath.c_str(), AT_FDCWD, finalPath.c_str(),
                            RENAME_NOREPLACE);
-        if (result != 0 && errno == EEXIST) throw Failure(finalPath + " exists already");
+        if (result != 0 && errno == EEXIST) throw Failure("{} exists already", finalPath);
     }
     if (result != 0) result = std::rename(temporaryPath.c_str(), finalPath.c_str());
-    if (result != 0) throw Failure(finalPath + " cannot be written: " + Reason());
+    if (result != 0) throw Failure("{} cannot be written: {}", finalPath, Reason());
     if (slot >= 0) temporaryNames.at(static_cast<size_t>(slot)).used.store(false);
     temporaryPath.clear();
 }

@@ -20,7 +20,7 @@ bool PipeCopy::IsNeeded(const std::string& path) {
 // The object stands already, so that its file is closed whatever is thrown.
 PipeCopy::PipeCopy(const std::string& path) : PipeCopy() {
     const auto fail = [](const std::string& what) {
-        throw Failure(what + ": " + std::strerror(errno));
+        throw Failure("{}: {}", what, std::strerror(errno));
     };
     std::string name = std::filesystem::temp_directory_path() / "orvane-XXXXXX";
     fd = mkostemp(name.data(), O_CLOEXEC);

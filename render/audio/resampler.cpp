@@ -1,7 +1,5 @@
 #include "render/audio/resampler.h"
 
-#include <string>
-
 #include "render/failure.h"
 
 namespace {
@@ -9,7 +7,7 @@ namespace {
 constexpr size_t kBlockFrames = 4096;
 
 void Check(soxr_error_t error) {
-    if (error != nullptr) throw Failure(std::string("cannot resample: ") + error);
+    if (error != nullptr) throw Failure("cannot resample: {}", error);
 }
 
 }  // namespace

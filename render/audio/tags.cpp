@@ -1,40 +1,269 @@
 #include "render/audio/tags.h"
 
-#include <algorithm>
-#include <cctype>
-#include <fstream>
+#include <taglib/aifffile.h>
+#include <taglib/apetag.h>
+#include <taglib/attachedpictureframe.h>
+#include <taglib/flacfile.h>
+#include <taglib/id3v1tag.h>
+#include <taglib/id3v2tag.h>
+#include <taglib/infotag.h>
+#include <taglib/mpegfile.h>
+#include <taglib/opusfile.h>
+#include <taglib/vorbisfile.h>
+#include <taglib/wavfile.h>
+#include <taglib/xiphcomment.h>
 
-std::vector<Tag> ReadTags(SNDFILE* file) {
-    std::vector<Tag> tags;
-    for (int field = SF_STR_FIRST; field <= SF_STR_LAST; ++field) {
-        // The program that made the other file did not make this one.
-        if (field == SF_STR_SOFTWARE) continue;
-        const char* text = sf_get_string(file, field);
-        if (text != nullptr && *text != '\0') tags.push_back({field, text});
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <iterator>
+#include <memory>
+
+#include "render/audio/tag_stream.h"
+#include "render/failure.h"
+
+namespace {
+
+using TagLib::ByteVector;
+using TagLib::FLAC::Picture;
+using TagLib::ID3v2::AttachedPictureFrame;
+
+constexpr struct {
+    int sndfileField;
+    const char* name;
+} kStrings[] = {{SF_STR_TITLE, "TITLE"},
+                {SF_STR_ARTIST, "ARTIST"},
+                {SF_STR_ALBUM, "ALBUM"},
+                {SF_STR_COMMENT, "COMMENT"},
+                {SF_STR_DATE, "DATE"},
+                {SF_STR_GENRE, "GENRE"},
+                {SF_STR_TRACKNUMBER, "TRACKNUMBER"},
+                {SF_STR_COPYRIGHT, "COPYRIGHT"},
+                {SF_STR_LICENSE, "LICENSE"}};
+
+// The fields of a WAV file's LIST chunk that libsndfile reads, and that of the program.
+constexpr const char* kInfoFields[] = {"INAM", "IART", "IPRD", "ICMT", "ICRD",
+                                       "IGNR", "ITRK", "IPRT", "ICOP", "ISFT"};
+
+// A file open for its tags. Each of the two kinds of tag, if the format has it: with `create`,
+// also if this file hasn't.
+struct TagFile {
+    std::unique_ptr<TagLib::File> file;
+    TagLib::Ogg::XiphComment* xiph = nullptr;
+    TagLib::ID3v2::Tag* id3 = nullptr;
+    TagLib::FLAC::File* flac = nullptr;
+    std::vector<TagLib::Tag*> others;  // of the same file; what stands in several counts in one
+    TagLib::RIFF::Info::Tag* info = nullptr;
+    std::function<bool()> save;
+};
+
+template <typename File, typename... Arguments>
+File* Open(TagFile* tags, Arguments... arguments) {
+    auto file = std::make_unique<File>(arguments...);
+    File* const opened = file->isValid() ? file.get() : nullptr;
+    tags->save = [opened] { return opened->save(); };
+    tags->file = std::move(file);
+    return opened;
+}
+
+// The audio's properties are not asked for, which would take reading much of the file.
+void OpenTags(TagStream* stream, int format, bool create, TagFile* tags) {
+    auto* const frames = TagLib::ID3v2::FrameFactory::instance();
+    switch (format & SF_FORMAT_TYPEMASK) {
+        case SF_FORMAT_WAV:
+        case SF_FORMAT_WAVEX:
+            if (auto* const file = Open<TagLib::RIFF::WAV::File>(tags, stream, false)) {
+                tags->id3 = file->ID3v2Tag();
+                tags->info = file->InfoTag();
+                tags->save = [file] {
+                    return file->save(TagLib::RIFF::WAV::File::ID3v2, TagLib::File::StripNone);
+                };
+            }
+            break;
+        case SF_FORMAT_AIFF:
+            if (auto* const file = Open<TagLib::RIFF::AIFF::File>(tags, stream, false))
+                tags->id3 = file->tag();
+            break;
+        case SF_FORMAT_FLAC:
+            if (auto* const file = Open<TagLib::FLAC::File>(tags, stream, frames, false)) {
+                tags->flac = file;
+                tags->xiph = file->xiphComment(create);
+                if (!create) tags->others = {file->ID3v2Tag(), file->ID3v1Tag()};
+            }
+            break;
+        case SF_FORMAT_OGG:
+            if ((format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS) {
+                if (auto* const file = Open<TagLib::Ogg::Opus::File>(tags, stream, false))
+                    tags->xiph = file->tag();
+            } else if (auto* const file = Open<TagLib::Ogg::Vorbis::File>(tags, stream, false)) {
+                tags->xiph = file->tag();
+            }
+            break;
+        case SF_FORMAT_MPEG:
+            if (auto* const file = Open<TagLib::MPEG::File>(tags, stream, frames, false)) {
+                tags->id3 = file->ID3v2Tag(create);
+                if (!create) tags->others = {file->APETag(), file->ID3v1Tag()};
+            }
+            break;
+        default:
+            break;
     }
+}
+
+std::string Utf8(const TagLib::String& text) {
+    return text.to8Bit(true);
+}
+
+bool StartsWithOneOf(const std::string& name, std::initializer_list<const char*> starts) {
+    return std::any_of(starts.begin(), starts.end(),
+                       [&name](const char* start) { return name.starts_with(start); });
+}
+
+bool IsGain(const std::string& name) {
+    return StartsWithOneOf(name, {"REPLAYGAIN_", "R128_", "RVA2", "RVAD", "COMMENT:ITUNNORM"});
+}
+
+bool TellsTheEncoder(const std::string& name) {
+    return StartsWithOneOf(name, {"ENCODER", "ENCODING", "ENCODERSETTINGS"});
+}
+
+void Add(const TagLib::PropertyMap& found, AudioTags* tags) {
+    for (const auto& [key, values] : found) {
+        const std::string name = Utf8(key);
+        if (IsGain(name))
+            tags->gains.push_back(name);
+        else if (!TellsTheEncoder(name) && !tags->fields.contains(key) && !values.isEmpty())
+            tags->fields.insert(key, values);
+    }
+    for (const TagLib::String& key : found.unsupportedData()) {
+        const std::string name = Utf8(key);
+        if (IsGain(name))
+            tags->gains.push_back(name);
+        else if (name != "APIC")
+            tags->unread.push_back(name);
+    }
+}
+
+ByteVector AsFlacPicture(const AttachedPictureFrame& frame) {
+    Picture picture;
+    picture.setType(static_cast<Picture::Type>(frame.type()));  // the same numbers
+    picture.setMimeType(frame.mimeType());
+    picture.setDescription(frame.description());
+    picture.setData(frame.picture());
+    return picture.render();
+}
+
+// The tag owns it.
+AttachedPictureFrame* AsFrame(const ByteVector& flacPicture) {
+    const Picture picture(flacPicture);
+    auto* const frame = new AttachedPictureFrame;
+    frame->setType(static_cast<AttachedPictureFrame::Type>(picture.type()));
+    frame->setMimeType(picture.mimeType());
+    frame->setTextEncoding(TagLib::String::UTF8);
+    frame->setDescription(picture.description());
+    frame->setPicture(picture.data());
+    return frame;
+}
+
+void ReadPictures(const TagFile& from, AudioTags* tags) {
+    if (from.flac != nullptr)
+        for (const Picture* picture : from.flac->pictureList())
+            tags->pictures.push_back(picture->render());
+    if (from.xiph != nullptr)
+        for (const Picture* picture : from.xiph->pictureList())
+            tags->pictures.push_back(picture->render());
+    if (from.id3 == nullptr) return;
+    for (const TagLib::ID3v2::Frame* frame : from.id3->frameList("APIC"))
+        if (const auto* picture = dynamic_cast<const AttachedPictureFrame*>(frame))
+            tags->pictures.push_back(AsFlacPicture(*picture));
+}
+
+}  // namespace
+
+std::string AudioTags::Title() const {
+    return fields.contains("TITLE") ? Utf8(fields["TITLE"].front()) : "";
+}
+
+uint64_t AudioTags::MostBytes() const {
+    uint64_t bytes = 1 << 16;  // headers and padding
+    for (const ByteVector& picture : pictures) bytes += 2 * uint64_t{picture.size()};
+    for (const auto& [key, values] : fields)
+        bytes += 64 + 4 * uint64_t{key.size()} + 4 * uint64_t{values.toString().size()};
+    return bytes;
+}
+
+std::vector<std::string> AudioTags::Names() const {
+    std::vector<std::string> names;
+    for (const auto& [key, values] : fields) names.push_back(Utf8(key));
+    names.insert(names.end(), pictures.size(), "picture");
+    return names;
+}
+
+AudioTags ReadTags(SNDFILE* file, int fd, int format) {
+    AudioTags tags;
+    if (fd >= 0) {
+        TagStream stream(fd);
+        TagFile from;
+        OpenTags(&stream, format, false, &from);
+        if (from.xiph != nullptr) Add(from.xiph->properties(), &tags);
+        if (from.id3 != nullptr) Add(from.id3->properties(), &tags);
+        for (const TagLib::Tag* other : from.others)
+            if (other != nullptr) Add(other->properties(), &tags);
+        ReadPictures(from, &tags);
+        if (from.info != nullptr)
+            for (const auto& [key, value] : from.info->fieldListMap())
+                if (std::find(std::begin(kInfoFields), std::end(kInfoFields),
+                              std::string(key.data(), key.size())) == std::end(kInfoFields))
+                    tags.unread.emplace_back(key.data(), key.size());
+    }
+    for (const auto& [field, name] : kStrings)
+        if (const char* const text = sf_get_string(file, field); text != nullptr && *text != '\0')
+            if (!tags.fields.contains(name))
+                tags.fields.insert(name, TagLib::String(text, TagLib::String::UTF8));
     return tags;
 }
 
-void WriteTags(SNDFILE* file, const std::vector<Tag>& tags) {
-    for (const Tag& tag : tags) sf_set_string(file, tag.field, tag.text.c_str());
+std::vector<std::string> WriteStrings(SNDFILE* file, const AudioTags& tags) {
+    AudioTags rest = tags;
+    for (const auto& [field, name] : kStrings)
+        if (tags.fields.contains(name) &&
+            sf_set_string(file, field, Utf8(tags.fields[name].toString(", ")).c_str()) == 0)
+            rest.fields.erase(name);
+    return rest.Names();
 }
 
-bool MentionsReplayGain(const std::string& path) {
-    // Tags of FLAC, Ogg and ID3 lie in front, behind a cover picture at most; APE tags at the end.
-    constexpr std::streamoff kFront = 1 << 20;
-    constexpr std::streamoff kBack = 1 << 16;
-    std::ifstream file(path, std::ios::binary | std::ios::ate);
-    if (!file) return false;
-    const std::streamoff size = file.tellg();
-    const auto mentions = [&](std::streamoff from, std::streamoff to) {
-        std::string bytes(static_cast<size_t>(to - from), '\0');
-        file.seekg(from);
-        if (!file.read(bytes.data(), to - from)) return false;
-        std::transform(bytes.begin(), bytes.end(), bytes.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        return bytes.find("replaygain_") != std::string::npos ||
-               bytes.find("r128_") != std::string::npos;
-    };
-    return size > 0 && (mentions(0, std::min(size, kFront)) ||
-                        (size > kFront && mentions(std::max(kFront, size - kBack), size)));
+bool TakesTags(int format) {
+    switch (format & SF_FORMAT_TYPEMASK) {
+        case SF_FORMAT_WAV:
+        case SF_FORMAT_AIFF:
+        case SF_FORMAT_FLAC:
+        case SF_FORMAT_OGG:
+        case SF_FORMAT_MPEG:
+            return true;
+        default:
+            return false;
+    }
+}
+
+std::vector<std::string> WriteTags(int fd, int format, const AudioTags& tags,
+                                   const std::string& name) {
+    TagStream stream(fd);
+    TagFile to;
+    OpenTags(&stream, format, true, &to);
+    if (to.xiph == nullptr && to.id3 == nullptr) return tags.Names();
+    AudioTags refused;
+    refused.fields = to.xiph != nullptr ? to.xiph->setProperties(tags.fields)
+                                        : to.id3->setProperties(tags.fields);
+    for (const ByteVector& picture : tags.pictures) {
+        if (to.flac != nullptr)
+            to.flac->addPicture(new Picture(picture));
+        else if (to.xiph != nullptr)
+            to.xiph->addPicture(new Picture(picture));
+        else
+            to.id3->addFrame(AsFrame(picture));
+    }
+    const bool saved = to.save();
+    if (stream.Error() != 0)
+        throw Failure("{} cannot be written: {}", name, std::strerror(stream.Error()));
+    return saved ? refused.Names() : tags.Names();
 }

@@ -1,21 +1,43 @@
-// Title, artist, album and the like, as far as libsndfile carries them from file to file: cover
-// pictures, lyrics and fields of its own making it does not know.
+// What a file says of its music, kept from file to file through TagLib: every field that it names,
+// and pictures. Formats that TagLib doesn't know keep the few fields that libsndfile carries.
+//
+// One thread. Throws Failure where a file can't be written.
 #pragma once
 #include <sndfile.h>
+#include <taglib/tbytevector.h>
+#include <taglib/tpropertymap.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
-struct Tag {
-    int field;  // SF_STR_...
-    std::string text;
+struct AudioTags {
+    TagLib::PropertyMap fields;
+    std::vector<TagLib::ByteVector> pictures;  // each as FLAC holds it
+    std::vector<std::string> gains;   // fields that ask players to play louder or softer: left out,
+                                      // for the loudness changes
+    std::vector<std::string> unread;  // what only the file's own format has a place for
+
+    std::string Title() const;  // "" for none
+    // More than any format needs for them.
+    uint64_t MostBytes() const;
+    // A name for each: fields, pictures.
+    std::vector<std::string> Names() const;
 };
 
-std::vector<Tag> ReadTags(SNDFILE* file);
+// fd: the same file as a descriptor that can be read at any place, or -1; it isn't moved.
+// format: as libsndfile names it. The program that made the other file is left out: it did not make
+// this one.
+AudioTags ReadTags(SNDFILE* file, int fd, int format);
 
-// Before the first sample. What the format cannot hold is left out.
-void WriteTags(SNDFILE* file, const std::vector<Tag>& tags);
+// Before the first sample, where the format has fields that libsndfile writes. Returns the names of
+// what it has no place for.
+std::vector<std::string> WriteStrings(SNDFILE* file, const AudioTags& tags);
 
-// Whether the file asks players to play it louder or softer (ReplayGain, or R128 gains of Opus), as
-// far as can be seen in its first and last parts. libsndfile never hands such a tag on.
-bool MentionsReplayGain(const std::string& path);
+// Whether TagLib writes to such a file.
+bool TakesTags(int format);
+
+// Into a whole file that is open for reading and writing. Returns the names of what it has no place
+// for. On a full disk the file is no longer whole: throws Failure, with `name`.
+std::vector<std::string> WriteTags(int fd, int format, const AudioTags& tags,
+                                   const std::string& name);

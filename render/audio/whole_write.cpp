@@ -27,7 +27,7 @@ int WriteAll(int fd, const void* bytes, size_t size) {
 
 void WriteToStandardOutput(const void* bytes, size_t size) {
     if (const int error = WriteAll(STDOUT_FILENO, bytes, size))
-        throw Failure(std::string("standard output cannot be written: ") + std::strerror(error));
+        throw Failure("standard output cannot be written: {}", std::strerror(error));
 }
 
 void PrintToStandardOutput(const std::string& text) {
