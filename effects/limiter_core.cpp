@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <type_traits>
 
 #include "dsp/runs.h"
 
@@ -50,7 +51,12 @@ struct LimiterCore<Arithmetic, kChannels>::GainRun {
         const V peak = Larger(running, Load<V>(tails + i * kChannels));
         const auto limiting = peak > gate;
         age = limiting ? age + 1 : Ages{};
-        Follow(i, limiting ? quotient(gate, peak) : Broadcast<V>(Arithmetic::kUnity));
+        const V unity = Broadcast<V>(Arithmetic::kUnity);
+        // A vector divides in every lane: where nothing exceeds the gate not by what may be 0.
+        if constexpr (!std::is_same_v<V, Sample>)
+            Follow(i, limiting ? quotient(gate, limiting ? peak : unity) : unity);
+        else
+            Follow(i, limiting ? quotient(gate, peak) : unity);
     }
     [[gnu::always_inline]] void Follow(size_t i, V target) {
         smoothed = Arithmetic::Smooth(smoothed, target);
