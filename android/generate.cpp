@@ -36,7 +36,7 @@ bool IsQuery(const Parameter& parameter) {
 std::string Values(const Parameter& parameter) {
     if (parameter.kind == ParameterKind::kSwitch) return "0 off, 1 on";
     if (IsQuery(parameter)) return std::string("answers ") + parameter.unit;
-    std::string text = "";
+    std::string text;
     if (parameter.kind == ParameterKind::kBandValue)
         text = fmt::format("band 0 to {}, then ", kBandCount - 1);
     text += fmt::format("{:g} to {:g}", parameter.minimum, parameter.maximum);

@@ -19,22 +19,22 @@ constexpr Preset kPresets[] = {
     {.name = "bass",
      .description =
          "the bass below 110 Hz up by 7 dB against the rest; as loud as before, but loud "
-         "masters and speech up to 3.5 LU softer",
+         "masters and speech up to 4 LU softer",
      .values = {{PARAM_ENHANCER_ENABLE, 1},
                 {PARAM_ENHANCER_LOCONTOUR, 0.3},
                 {PARAM_OUTPUT_GAIN, 0.55}},
      .levels = {-0.2, 1, 0.8, 0.05, -0.05, -0.15, 0, -0.1, 0.05, -0.05}},
     {.name = "steady",
      .description =
-         "the tone as it is, soft passages lifted: a quarter to a third off the loudness "
-         "range, and 2 to 7 LU louder; loud masters up to 4 LU softer",
+         "the tone as it is, soft passages lifted: a quarter to two fifths off a wide loudness "
+         "range, and 1 to 7 LU louder; loud masters up to 4 LU softer",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 6},
                 {PARAM_OUTPUT_GAIN, 0.65}}},
     {.name = "night",
      .description =
-         "half the loudness range or less (a loud master has none to take), little deep bass, "
-         "true peaks 10 dB below full scale",
+         "half of a wide loudness range or less, little deep bass, true peaks 10 dB below full "
+         "scale",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_RATIO, 3},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 12},
@@ -42,8 +42,8 @@ constexpr Preset kPresets[] = {
      .levels = {-0.7, -0.4, -0.1, 0, 0, 0, 0, 0.1, -0.1, -0.05}},
     {.name = "voice",
      .description =
-         "speech over everything else: levelled, 1 to 6 kHz up, below 200 Hz down; speech 2 to "
-         "3 LU louder",
+         "speech over everything else: levelled, 1 to 6 kHz up, below 200 Hz down; speech as "
+         "loud as before or up to 3 LU louder",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_RATIO, 2},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 4},
@@ -51,7 +51,7 @@ constexpr Preset kPresets[] = {
      .levels = {-0.6, -0.55, -0.45, -0.2, 0, 0.05, 0.2, 0.4, -0.15, 0.1}},
     {.name = "loud",
      .description =
-         "for noisy places: music and speech 8 to 14 LU louder, loud masters up to 2.5 LU "
+         "for noisy places: music and speech 5 to 14 LU louder, loud masters up to 2.5 LU "
          "softer; true peaks below full scale",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 4},
@@ -72,9 +72,9 @@ constexpr bool AreSendable(const Preset& preset) {
     };
     for (const PresetValue& set : preset.values)
         if (set.id != kNoSwitch && !isSendable(ParameterOf(set.id), set.value)) return false;
-    for (const double level : preset.levels)
-        if (!isSendable(ParameterOf(PARAM_EQUALIZER_BANDLEVEL), level)) return false;
-    return true;
+    return std::all_of(preset.levels.begin(), preset.levels.end(), [&](double level) {
+        return isSendable(ParameterOf(PARAM_EQUALIZER_BANDLEVEL), level);
+    });
 }
 static_assert(std::all_of(std::begin(kPresets), std::end(kPresets), AreSendable));
 

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <span>
 
 #include "client/parameter_command.h"
 #include "unit/parameters.h"
@@ -15,7 +14,8 @@
 class ParameterCommands {
 public:
     void Add(const ParameterCommand& command) { commands.at(count++) = command; }
-    std::span<const ParameterCommand> All() const { return {commands.data(), count}; }
+    const ParameterCommand* begin() const { return commands.data(); }
+    const ParameterCommand* end() const { return commands.data() + count; }
 
 private:
     std::array<ParameterCommand, std::size(kParameters) + kBandCount> commands;

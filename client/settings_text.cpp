@@ -49,10 +49,12 @@ std::string Named(std::string_view key, std::string_view value, const std::strin
 }
 
 std::string SetLevels(const Parameter& parameter, std::string_view text, Settings* settings) {
-    const std::string form = std::string(parameter.key) + " takes " + std::to_string(kBandCount) +
-                             " levels, or BAND=LEVEL, not \"" + std::string(text) + "\"";
+    std::string form = std::string(parameter.key) + " takes " + std::to_string(kBandCount) +
+                       " levels, or BAND=LEVEL, not \"" + std::string(text) + "\"";
     const std::vector<std::string_view> items = Split(text, ',');
-    const auto isNamed = [](std::string_view item) { return item.find('=') != item.npos; };
+    const auto isNamed = [](std::string_view item) {
+        return item.find('=') != std::string_view::npos;
+    };
     const bool named = isNamed(items.front());
     if (!named && items.size() != kBandCount) return form;
     Settings changed = *settings;

@@ -24,8 +24,7 @@ void BlockStream::Start(const Settings& settings) {
         !Took(instance.Initialise(), "initialise") ||
         !Took(instance.Configure(format.rateHz, format.channels), "take the configuration"))
         return;
-    const ParameterCommands commands = settings.Commands();
-    for (const ParameterCommand& command : commands.All())
+    for (const ParameterCommand& command : settings.Commands())
         if (!Took(instance.Set(command), "set a parameter")) return;
     Took(instance.Enable(), "be enabled");
 }

@@ -5,7 +5,12 @@ include(GNUInstallDirs)
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/orvane)
 
 install(TARGETS orvane RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(TARGETS qth_orvane LIBRARY DESTINATION lib/orvane/soundfx)  # no place of the linker's
+# No place where the linker looks.
+set(soundfx lib/orvane/soundfx)
+install(TARGETS qth_orvane LIBRARY DESTINATION ${soundfx})
+if(ORVANE_X86_64)
+  install(TARGETS qth_orvane_avx2 LIBRARY DESTINATION ${soundfx}/avx2)
+endif()
 # Made of the line's output.
 function(make_file file line)
   add_custom_command(OUTPUT ${file} COMMAND sh -c "${line} >${file}"

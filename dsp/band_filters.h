@@ -7,28 +7,34 @@
 // (K - 1) / 2 frames, which is the only delay: a block handed in comes back in the same call.
 //
 // The filters, their transform and its work areas serve any number of channels, one block after
-// the other; what a channel has of its own is its BandTails.
+// the other; what a channel has of its own is its BandTails. Blocks are planar pairs of samples.
 //
-// Allocates: Design, SetKernels, BandTails::Allocate. Thread: no lock of its own; the owner
+// Allocates: Design, BandTails::Allocate. Thread: no lock of its own; the owner
 // serialises all calls.
 #pragma once
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 
 #include "dsp/fft_r24.h"
 #include "dsp/owned_array.h"
+#include "dsp/planar_fft.h"
 
-// What one channel's blocks leave for the next one, K - 1 samples a band.
+enum Band { kLowBand, kHighBand, kMiddleBand, kBands };
+
+// What one channel's blocks leave for the next one: `length` = K - 1 samples a band, planar.
 template <typename T>
 struct BandTails {
     // Zeros. False, and nothing changes, if memory is refused.
-    bool Allocate(size_t length);
+    bool Allocate(size_t length) { return all.Allocate(kBands * length); }
     // As of a channel that had no block yet.
-    void Clear();
+    void Clear() {
+        primed = false;
+        std::fill_n(all.data(), all.size(), T(0));
+    }
 
-    OwnedArray<T> low, high, band;
+    OwnedArray<T> all;
     bool primed = false;  // a block was processed, so the tails count
 };
 
@@ -51,28 +57,27 @@ public:
     uint32_t TransformLength() const { return transformLength; }  // N
     uint32_t TailLength() const { return transformLength - blockLength; }
 
-    // Filters one block of L frames of the channel that `tails` (of TailLength()) belongs to:
-    // sample i lies at index i * stride of the input and of the outputs, which may all be the same
-    // memory. Not to be called without a design.
-    void Split(BandTails<T>& tails, const T* input, T* lowOutput, T* highOutput, T* bandOutput,
-               uint32_t stride);
+    // Filters one block of the channel that `tails` (of TailLength()) belongs to. `block`: N / 2
+    // pairs, those from L / 2 on 0. Each band's first L / 2 pairs are the result; the other ones up
+    // to N / 2 are overwritten. One of the bands may be `block`. Not to be called without a design.
+    void Split(BandTails<T>& tails, Planar<const T> block, const Planar<T> (&bands)[kBands]);
 
-    // Steps of Design and Split; BandSpliter says what they do.
-    bool SetKernels(const T* low, const T* high, const T* band, uint32_t kernelLength, uint32_t n);
-    static bool TransformOnce(T* data, uint32_t n, bool inverse);
-    void Transform(T* data, bool inverse);
-    void ConvolveBand(T* spectrum, uint32_t length, const T* kernel, uint32_t n, T* tail,
-                      bool hasTail);
-    // Times 2 / n.
-    static void Scale(T* data, uint32_t count, uint32_t n);
+    // A step of Design: spectra of three kernels of K taps each, or fewer.
+    void SetKernels(const T* const (&taps)[kBands], uint32_t kernelLength);
 
 private:
     // A transform longer than this has no use and its sizes would near the ends of 32 bits.
     static constexpr uint64_t kMaxTransform = 1U << 30;
 
-    OwnedArray<T> lowKernel, highKernel, bandKernel;  // spectra times 2 / N, packed as FFT_R24's
-    OwnedArray<T> lowWork, highWork, bandWork;        // N
-    std::unique_ptr<FFT_R24<T>> fft;
+    Planar<T> PartOf(OwnedArray<T>& all, size_t band) const;
+
+    // Of N values each: spectra of the kernels times 2 / N, planar; bin q at q and bin N / 2 - q at
+    // N / 4 + q, so that both are read in one direction; at 0 and at N / 4 the bins without mirror,
+    // as FFT_R24 has them. Then what the inverse transforms begin with, planar.
+    OwnedArray<T> kernels, products;
+    OwnedArray<T> spectrum;     // planar, of the block
+    OwnedArray<T> realFactors;  // wkr and wki of the real-spectrum step, N / 4 each
+    PlanarFft<T> fft;
     uint32_t blockLength = 0, transformLength = 0;
 };
 
@@ -83,7 +88,5 @@ constexpr uint32_t BandFilters<T>::BlockLengthFor(uint32_t kernelLength) {
     return N <= kMaxTransform ? static_cast<uint32_t>(N - (K - 1)) : 0;
 }
 
-extern template struct BandTails<float>;
-extern template struct BandTails<double>;
 extern template class BandFilters<float>;
 extern template class BandFilters<double>;

@@ -43,6 +43,12 @@ public:
     // In place, `count` samples of the channel.
     void Process(int32_t* samples, uint32_t count);
 
+    // For loops that hold a filter in registers: whether coefficients stay, and what to take along
+    // and to put back.
+    ORVANE_LOCAL bool IsRamping() const { return rampRemaining != 0; }
+    ORVANE_LOCAL const BiquadCoefficients<int32_t>& Coefficients() const { return coefficients; }
+    ORVANE_LOCAL BiquadHistory<int32_t>& History() { return history; }
+
 private:
     BiquadCoefficients<int32_t> coefficients;
     BiquadCoefficients<int32_t> increments;  // a sample, while a ramp is running

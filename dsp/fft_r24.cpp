@@ -3,14 +3,11 @@
 #include <cmath>
 #include <utility>
 
+#include "dsp/butterfly.h"
+
 namespace {
 
 constexpr double kQuarterPi = 0.7853981633974483;
-
-template <typename T>
-struct Complex {
-    T re, im;
-};
 
 // Complex value whose real part lies at index i.
 template <typename T>
@@ -22,105 +19,31 @@ void Store(T* a, int i, Complex<T> v) {
     a[i] = v.re;
     a[i + 1] = v.im;
 }
-template <typename T>
-Complex<T> operator+(Complex<T> a, Complex<T> b) {
-    return {a.re + b.re, a.im + b.im};
-}
-template <typename T>
-Complex<T> operator-(Complex<T> a, Complex<T> b) {
-    return {a.re - b.re, a.im - b.im};
-}
 
-// y turned and scaled by w.
-template <typename T>
-Complex<T> Twiddle(Complex<T> w, Complex<T> y) {
-    return {w.re * y.re - w.im * y.im, w.re * y.im + w.im * y.re};
-}
-
-// Four values `l` apart and the sums and differences that every radix-4 step starts from.
-template <typename T>
-struct Radix4 {
-    Radix4(const T* a, int j, int l) {
-        const Complex<T> A = Load(a, j), B = Load(a, j + l);
-        const Complex<T> C = Load(a, j + 2 * l), D = Load(a, j + 3 * l);
-        x0 = A + B;
-        x1 = A - B;
-        x2 = C + D;
-        x3 = C - D;
-    }
-    Complex<T> y0() const { return x0 + x2; }
-    Complex<T> y1() const { return {x1.re - x3.im, x1.im + x3.re}; }
-    Complex<T> y2() const { return x0 - x2; }
-    Complex<T> y3() const { return {x1.re + x3.im, x1.im - x3.re}; }
-
-    Complex<T> x0, x1, x2, x3;
-};
-
-template <typename T>
-void Untwiddled(T* a, int j, int l) {
-    const Radix4<T> r(a, j, l);
-    Store(a, j, r.y0());
-    Store(a, j + l, r.y1());
-    Store(a, j + 2 * l, r.y2());
-    Store(a, j + 3 * l, r.y3());
-}
-
-// The group whose twiddles are the eighth roots of unity; u = cos(pi/4).
-template <typename T>
-void EighthTurn(T* a, int j, int l, T u) {
-    const Radix4<T> r(a, j, l);
-    const Complex<T> y1 = r.y1();
-    const T p = r.x3.im + r.x1.re;
-    const T q = r.x3.re - r.x1.im;
-    Store(a, j, r.y0());
-    Store(a, j + l, {u * (y1.re - y1.im), u * (y1.re + y1.im)});
-    Store(a, j + 2 * l, {r.x2.im - r.x0.im, r.x0.re - r.x2.re});
-    Store(a, j + 3 * l, {u * (q - p), u * (q + p)});
-}
-
-template <typename T>
-struct Twiddles {
-    Complex<T> w1, w2, w3;
-};
-
-// For the first group of a pair; k1 is the index of w2.
-template <typename T>
-Twiddles<T> FirstTwiddles(const T* w, int k1) {
-    const Complex<T> w2 = Load(w, k1), w1 = Load(w, 2 * k1);
-    const T twice = 2 * w2.im;
-    return {w1, w2, {w1.re - twice * w1.im, twice * w1.re - w1.im}};
-}
-
-// For the second: w2 is a quarter turn on.
-template <typename T>
-Twiddles<T> SecondTwiddles(const T* w, int k1) {
-    const Complex<T> w2 = Load(w, k1), w1 = Load(w, 2 * k1 + 2);
-    const T twice = 2 * w2.re;
-    return {w1, {-w2.im, w2.re}, {w1.re - twice * w1.im, twice * w1.re - w1.im}};
-}
-
-template <typename T>
-void Twiddled(T* a, int j, int l, const Twiddles<T>& t) {
-    const Radix4<T> r(a, j, l);
-    Store(a, j, r.y0());
-    Store(a, j + l, Twiddle(t.w1, r.y1()));
-    Store(a, j + 2 * l, Twiddle(t.w2, r.y2()));
-    Store(a, j + 3 * l, Twiddle(t.w3, r.y3()));
+// A butterfly over four values `l` apart.
+template <typename T, typename Butterfly>
+[[gnu::always_inline]] inline void Apply(T* a, int j, int l, Butterfly butterfly) {
+    const Radix4<T> r =
+        butterfly(Load(a, j), Load(a, j + l), Load(a, j + 2 * l), Load(a, j + 3 * l));
+    Store(a, j, r.y0);
+    Store(a, j + l, r.y1);
+    Store(a, j + 2 * l, r.y2);
+    Store(a, j + 3 * l, r.y3);
 }
 
 // One stage of radix-4 steps of span l; its groups follow each other 4l apart.
 template <typename T>
 void Stage(int n, int l, T* a, const T* w) {
     const int m = 4 * l;
-    for (int j = 0; j < l; j += 2) Untwiddled(a, j, l);
-    for (int j = m; j < m + l; j += 2) EighthTurn(a, j, l, w[2]);
-    int k1 = 0;
-    for (int k = 2 * m; k < n; k += 2 * m) {
-        k1 += 2;
-        const Twiddles<T> first = FirstTwiddles(w, k1);
-        for (int j = k; j < k + l; j += 2) Twiddled(a, j, l, first);
-        const Twiddles<T> second = SecondTwiddles(w, k1);
-        for (int j = k + m; j < k + m + l; j += 2) Twiddled(a, j, l, second);
+    const T u = w[2];
+    for (int j = 0; j < l; j += 2) Apply(a, j, l, Untwiddled<T>);
+    for (int j = m; j < m + l; j += 2)
+        Apply(a, j, l, [u](auto... values) { return EighthTurn(values..., u); });
+    size_t t = 2;
+    for (int k = 2 * m; k < n; k += m, ++t) {
+        const Twiddles<T> factors = GroupTwiddles(w, t);
+        for (int j = k; j < k + l; j += 2)
+            Apply(a, j, l, [&](auto... values) { return Twiddled(values..., factors); });
     }
 }
 
@@ -185,50 +108,19 @@ void BuildRealFactors(int nc, int* ip, T* c) {
     }
 }
 
-// From the spectrum of the n/2 complex values to that of the n real ones.
-template <typename T>
-void RealForward(int n, T* a, int nc, const T* c) {
+// The step between the spectra of the n/2 complex and of the n real values, forth or back.
+template <typename T, typename Step>
+void ApplyToSpectrum(int n, T* a, int nc, const T* c, Step step) {
     const int m = n / 2;
     const int ks = 2 * nc / m;
     int kk = 0;
     for (int j = 2; j < m; j += 2) {
-        const int k = n - j;
         kk += ks;
         const T wkr = static_cast<T>(0.5) - c[nc - kk];
-        const T wki = c[kk];
-        const T xr = a[j] - a[k];
-        const T xi = a[j + 1] + a[k + 1];
-        const T yr = wkr * xr - wki * xi;
-        const T yi = wkr * xi + wki * xr;
-        a[j] -= yr;
-        a[j + 1] -= yi;
-        a[k] += yr;
-        a[k + 1] = a[k + 1] - yi;
+        const MirroredPair<T> r = step(Load(a, j), Load(a, n - j), wkr, c[kk]);
+        Store(a, j, r.low);
+        Store(a, n - j, r.high);
     }
-}
-
-// And back, leaving the conjugates that cftbsub expects.
-template <typename T>
-void RealInverse(int n, T* a, int nc, const T* c) {
-    const int m = n / 2;
-    const int ks = 2 * nc / m;
-    a[1] = -a[1];
-    int kk = 0;
-    for (int j = 2; j < m; j += 2) {
-        const int k = n - j;
-        kk += ks;
-        const T wkr = static_cast<T>(0.5) - c[nc - kk];
-        const T wki = c[kk];
-        const T xr = a[j] - a[k];
-        const T xi = a[j + 1] + a[k + 1];
-        const T yr = wkr * xr + wki * xi;
-        const T yi = wkr * xi - wki * xr;
-        a[j] -= yr;
-        a[j + 1] = yi - a[j + 1];
-        a[k] += yr;
-        a[k + 1] = yi - a[k + 1];
-    }
-    a[m + 1] = -a[m + 1];
 }
 
 size_t SquareRoot(uint32_t n) {
@@ -301,12 +193,12 @@ template <typename T>
 void FFT_R24<T>::cftfsub(int n, T* a, const T* w) {
     const int l = AllButLastStage(n, a, w);
     if (4 * l == n) {
-        for (int j = 0; j < l; j += 2) Untwiddled(a, j, l);
+        for (int j = 0; j < l; j += 2) Apply(a, j, l, Untwiddled<T>);
     } else {
         for (int j = 0; j < l; j += 2) {
-            const Complex<T> A = Load(a, j), B = Load(a, j + l);
-            Store(a, j, A + B);
-            Store(a, j + l, A - B);
+            const Radix2<T> r = Summed(Load(a, j), Load(a, j + l));
+            Store(a, j, r.y0);
+            Store(a, j + l, r.y1);
         }
     }
 }
@@ -315,37 +207,32 @@ template <typename T>
 void FFT_R24<T>::cftbsub(int n, T* a, const T* w) {
     const int l = AllButLastStage(n, a, w);
     if (4 * l == n) {
-        for (int j = 0; j < l; j += 2) {
-            Radix4<T> r(a, j, l);
-            const T aIm = a[j + 1], bIm = a[j + l + 1];
-            r.x0.im = -aIm - bIm;
-            r.x1.im = -aIm + bIm;
-            Store(a, j, {r.x0.re + r.x2.re, r.x0.im - r.x2.im});
-            Store(a, j + l, {r.x1.re - r.x3.im, r.x1.im - r.x3.re});
-            Store(a, j + 2 * l, {r.x0.re - r.x2.re, r.x0.im + r.x2.im});
-            Store(a, j + 3 * l, {r.x1.re + r.x3.im, r.x1.im + r.x3.re});
-        }
+        for (int j = 0; j < l; j += 2) Apply(a, j, l, Conjugated<T>);
     } else {
         for (int j = 0; j < l; j += 2) {
-            const Complex<T> A = Load(a, j), B = Load(a, j + l);
-            Store(a, j, {A.re + B.re, -A.im - B.im});
-            Store(a, j + l, {A.re - B.re, -A.im + B.im});
+            const Radix2<T> r = SummedConjugated(Load(a, j), Load(a, j + l));
+            Store(a, j, r.y0);
+            Store(a, j + l, r.y1);
         }
     }
 }
 
 template <typename T>
-void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
+void MakeFftTables(int n, int* ip, T* w) {
     if (n > 4 * ip[0]) BuildTwiddles(n / 4, ip, w);
-    const int nw = ip[0];
-    if (n > 4 * ip[1]) BuildRealFactors(n / 4, ip, w + nw);
+    if (n > 4 * ip[1]) BuildRealFactors(n / 4, ip, w + ip[0]);
+}
+
+template <typename T>
+void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
+    MakeFftTables(n, ip, w);
     const int nc = ip[1];
-    const T* c = w + nw;
+    const T* c = w + ip[0];
     if (isgn >= 0) {
         if (n > 4) {
             bitrv2(n, ip + 2, a);
             cftfsub(n, a, w);
-            RealForward(n, a, nc, c);
+            ApplyToSpectrum(n, a, nc, c, RealForward<T, T>);
         } else if (n == 4) {
             cftfsub(n, a, w);
         }
@@ -356,7 +243,9 @@ void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
         a[1] = static_cast<T>(0.5) * (a[0] - a[1]);
         a[0] -= a[1];
         if (n > 4) {
-            RealInverse(n, a, nc, c);
+            a[1] = -a[1];
+            ApplyToSpectrum(n, a, nc, c, RealInverse<T, T>);
+            a[n / 2 + 1] = -a[n / 2 + 1];
             bitrv2(n, ip + 2, a);
             cftbsub(n, a, w);
         } else if (n == 4) {
@@ -365,5 +254,7 @@ void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
     }
 }
 
+template void MakeFftTables(int n, int* ip, float* w);
+template void MakeFftTables(int n, int* ip, double* w);
 template class FFT_R24<float>;
 template class FFT_R24<double>;

@@ -52,19 +52,18 @@ public:
     void Process(float* samples, unsigned int frames);
 
 private:
-    static constexpr size_t kAverages = kBands - 1;
-    static constexpr uint32_t kRing = 256;
-
     struct State {
-        Real bandGains[kBands];  // element j: gain of band 9 - j
-        Real centreRing[kMaxChannels][kRing];
-        Real inputRing[kMaxChannels][kRing];
-        // [k]: sum of the 2 D inputs x[n - 256 - D + 1] .. x[n - 256 + D] after frame n
-        Real runningSums[kMaxChannels][kAverages];
-        uint32_t writeIndex;
-    };
+        static constexpr uint32_t kDelay = 256, kReach = 2 * kDelay;  // frames
+        // Frames at a time, and frames from one move of the history to the next.
+        static constexpr uint32_t kChunk = 64, kMove = 512;
 
-    ORVANE_LOCAL static Real Step(State& s, size_t channel, Real x);
+        Real bandGains[kBands];  // element j: gain of band 9 - j
+        // Interleaved. The newest frames, kReach of them before the next.
+        Real history[(kReach + kMove) * kMaxChannels];
+        // [k]: sum of the 2 D - 1 inputs x[n - 256 - D + 1] .. x[n - 256 + D - 1], n the next frame
+        Real runningSums[kBands - 1][kMaxChannels];
+        uint32_t next;  // frame of the history that comes next
+    };
 
     std::unique_ptr<State> state;
     uint32_t samplingRate = 0;

@@ -12,7 +12,7 @@
 #pragma once
 #include <cstdint>
 
-#include "effects/peak_tree.h"
+#include "effects/limiter_core.h"
 #include "platform/export.h"
 
 class ORVANE_API Limiter {
@@ -31,14 +31,5 @@ public:
     void Process(float* samples, uint32_t frames, uint32_t stride);
 
 private:
-    float gate = 0.9999F;
-    float gain = 1.0F;            // applied to the delayed sample
-    float smoothedTarget = 1.0F;  // smoothed target gain
-    float delayLine[kPeakWindow] = {};
-    PeakTree<float> peakTree;
-    uint32_t writeIndex = 0;
-    bool limiting = false;  // the tree is maintained
-    // A peak stays for many samples, so it is divided by once: gate / dividedPeak; 0 is none.
-    float dividedPeak = 0;
-    float peakTarget = 1.0F;
+    LimiterCore<FloatLimiting, 1> core;
 };

@@ -5,8 +5,7 @@
 #pragma once
 #include <cstdint>
 
-#include "dsp/fixed_point.h"
-#include "effects/peak_tree.h"
+#include "effects/limiter_core.h"
 #include "platform/export.h"
 
 class ORVANE_API Limiter_FP {
@@ -27,14 +26,5 @@ public:
     void Process(int32_t* samples, uint32_t frames, uint32_t stride);
 
 private:
-    int32_t gate = kQ24One - 1;
-    int32_t gain = kQ24One;            // applied to the delayed sample
-    int32_t smoothedTarget = kQ24One;  // smoothed target gain
-    int32_t delayLine[kPeakWindow] = {};
-    PeakTree<int32_t> peakTree;
-    uint32_t writeIndex = 0;
-    bool limiting = false;  // the tree is maintained
-    // A peak stays for many samples, so it is divided by once: gate / dividedPeak; 0 is none.
-    int32_t dividedPeak = 0;
-    int32_t peakTarget = kQ24One;
+    LimiterCore<Q24Limiting, 1> core;
 };

@@ -4,6 +4,9 @@
 #include <cmath>
 #include <iterator>
 
+#include "dsp/lanes.h"
+#include "effects/loudness.h"
+
 namespace {
 constexpr float kWeightingHz = 2200.0F;
 constexpr float kWeightingQ = 0.33F;
@@ -16,8 +19,28 @@ constexpr int32_t kWarmupCalls = 100;
 constexpr float kHalvedDb = 100.0F;
 constexpr uint32_t kRampsPerSecond = 40;  // a ramp takes 25 ms
 constexpr int kRiseShift = 4;             // a gain rises 16 times slower than it falls
-constexpr int kSampleShift = 9;           // 16-bit full scale, 2^15, to Q24
 constexpr uint32_t kChunk = 64;           // samples of a channel at a time
+
+// gain, gain + step ... for a chunk of frames, the same for each channel. More than are asked for:
+// a loop of fixed length becomes vectors.
+template <size_t channels>
+void FillLine(int64_t gain, int64_t step, int32_t* gains) {
+    uint32_t g = static_cast<uint32_t>(gain);
+    for (size_t i = 0; i < kChunk; ++i) {
+        for (size_t c = 0; c < channels; ++c) gains[channels * i + c] = static_cast<int32_t>(g);
+        g += static_cast<uint32_t>(step);
+    }
+}
+
+// The 16 bits that a sample of 2^9 keeps.
+void Shorten(const int32_t* from, int16_t* to, size_t count) {
+    size_t i = 0;
+    for (; count - i >= 2 * kLanes; i += 2 * kLanes)
+        StoreShorts(to + i, Load<IntLanes>(from + i) >> kSampleShift,
+                    Load<IntLanes>(from + i + kLanes) >> kSampleShift);
+    for (; i < count; ++i) to[i] = static_cast<int16_t>(from[i] >> kSampleShift);
+}
+
 }  // namespace
 
 PlaybackGain::PlaybackGain() {
@@ -62,38 +85,24 @@ void PlaybackGain::SetChannels(unsigned int count) {
 }
 
 void PlaybackGain::Reset() {
-    for (size_t c = 0; c < kMaxChannels; ++c) {
-        limiter[c].Reset();
-        weighting[c].ClearHistory();
-        channelGain[c] = 0;
-    }
+    limiter.Reset();
+    for (Biquad_FP& filter : weighting) filter.ClearHistory();
+    gain = 0;
     warmupCount = 0;
 }
 
 uint64_t PlaybackGain::AnalyseWave(const int16_t* samples, unsigned int frames, int stride,
                                    int offset, Biquad_FP& filter) {
     if (frames == 0) return 0;
-    uint64_t sum = 0;
-    for (size_t begin = 0; begin < frames; begin += kChunk) {
-        const auto count = static_cast<uint32_t>(std::min<size_t>(frames - begin, kChunk));
-        const int16_t* const first = samples + offset + static_cast<ptrdiff_t>(begin) * stride;
-        int32_t chunk[kChunk];
-        for (size_t i = 0; i < count; ++i)
-            chunk[i] = first[static_cast<ptrdiff_t>(i) * stride] * (1 << kSampleShift);
-        filter.Process(chunk, count);
-        for (size_t i = 0; i < count; ++i)
-            sum += static_cast<uint64_t>(static_cast<int64_t>(chunk[i]) * chunk[i]);
-    }
-    return sum / frames;
+    return AddEnergy(samples + offset, frames, stride, filter) / frames;
 }
 
 // Moves the weighting filters over the buffer and the warm-up by a call; returns the automatic
 // gain, Q24.
 int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
     uint64_t loudest = 0;
-    for (uint32_t c = 0; c < channels; ++c)
-        loudest = std::max(loudest, AnalyseWave(in, frames, static_cast<int>(channels),
-                                                static_cast<int>(c), weighting[c]));
+    if (channels == 1) loudest = AddEnergy(in, frames, 1, weighting[0]) / frames;
+    if (channels == 2) loudest = LargerEnergy(in, frames, weighting) / frames;
     const float power = static_cast<float>(static_cast<double>(loudest) * kPowerScale);
     const float levelDb = logf(power + kPowerFloor) * kLog10E * 10 + kReferenceDb;
     const float gainDb = levelDb * invCompressionRatio - levelDb;
@@ -104,36 +113,47 @@ int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
     return TruncateToInt64(static_cast<double>(linear) * kQ24One);
 }
 
-void PlaybackGain::AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
-                                  unsigned int frames) {
+void PlaybackGain::Amplify(int64_t gainQ24, const int16_t* in, int16_t* out, unsigned int frames) {
     const int64_t rampLength = std::max(samplingRate / kRampsPerSecond, frames);
-    const int64_t highest = activeMaxGain;
-    const int64_t lowest = -highest;
     const int64_t target = WrapMul64(gainQ24, activeVolume) >> kQ24Bits;
-    int64_t gain = channelGain[channel];
     int64_t step = (target - gain) / rampLength;
     if (step >= 1) step >>= kRiseShift;
-    for (size_t begin = 0; begin < frames; begin += kChunk) {
-        const auto count = static_cast<uint32_t>(std::min<size_t>(frames - begin, kChunk));
-        const size_t first = begin * channels + channel;
-        int32_t chunk[kChunk];
-        for (size_t i = 0; i < count; ++i) {
-            const int64_t sample =
-                static_cast<int64_t>(in[first + i * channels]) * (1 << kSampleShift);
-            const int64_t amplified = (sample * gain) >> kQ24Bits;
-            chunk[i] = static_cast<int32_t>(static_cast<uint32_t>(amplified));
-            gain += step;
-            if (gain > highest)
-                gain = highest;
-            else if (gain < lowest)
-                gain = lowest;
-        }
-        limiter[channel].Process(chunk, count, 1);
-        for (size_t i = 0; i < count; ++i)
-            out[first + i * channels] =
-                static_cast<int16_t>(static_cast<uint16_t>(chunk[i] >> kSampleShift));
+    while (frames > 0) {
+        const uint32_t count = std::min(frames, kChunk);
+        const size_t size = size_t{count} * channels;
+        int32_t chunk[kChunk * kMaxChannels];
+        AmplifyChunk(step, in, chunk, count);
+        limiter.Process(chunk, count, channels);
+        Shorten(chunk, out, size);
+        in += size;
+        out += size;
+        frames -= count;
     }
-    channelGain[channel] = gain;
+}
+
+// Products with a gain that moves by `step` a frame and is kept within the maximum; modulo 2^32.
+void PlaybackGain::AmplifyChunk(int64_t step, const int16_t* in, int32_t* chunk, uint32_t frames) {
+    const int64_t highest = activeMaxGain, lowest = -highest;
+    // Parked at the maximum; not at a negative one, which lies below the lowest.
+    const int64_t lineStep = gain == highest && step > 0 ? 0 : step;
+    const int64_t end = gain + lineStep * frames;
+    if (std::min(gain, end) >= std::max<int64_t>(lowest, 0) && std::max(gain, end) <= highest) {
+        (channels == 1 ? FillLine<1> : FillLine<2>)(gain, lineStep, chunk);
+        MulQ24Run<kSampleShift>(chunk, in, size_t{frames} * channels);
+        gain = end;
+        return;
+    }
+    for (const int16_t* const last = in + size_t{frames} * channels; in < last;) {
+        for (uint32_t c = 0; c < channels; ++c) {
+            const int64_t amplified = *in++ * gain >> (kQ24Bits - kSampleShift);
+            *chunk++ = static_cast<int32_t>(static_cast<uint32_t>(amplified));
+        }
+        gain += step;
+        if (gain > highest)
+            gain = highest;
+        else if (gain < lowest)
+            gain = lowest;
+    }
 }
 
 void PlaybackGain::Process(const int16_t* in, int16_t* out, unsigned int frames) {
@@ -145,5 +165,5 @@ void PlaybackGain::Process(const int16_t* in, int16_t* out, unsigned int frames)
     activeMaxGain = maxGain;
     if (!enabled || frames == 0) return;
     const int64_t gainQ24 = MeasureGain(in, frames);
-    for (size_t c = 0; c < channels; ++c) AmplifyChannel(c, gainQ24, in, out, frames);
+    if (channels > 0) Amplify(gainQ24, in, out, frames);
 }

@@ -15,6 +15,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "dsp/stream.h"
 #include "effects/fir_equalizer.h"
 #include "effects/limiter.h"
 #include "effects/orvane_sound.h"
@@ -50,6 +51,10 @@ struct Arguments : FuzzInput {
         const float value = choice < std::size(kSpecial) ? kSpecial[choice] : Take<float>();
         if (std::isfinite(value) && std::fabs(value) > 1e8F) gaveHugeFloat = true;
         return value;
+    }
+    // Hz, one that a configuration can have.
+    uint32_t Rate() {
+        return kLowestRateHz + Take<uint16_t>() % (kHighestRateHz - kLowestRateHz + 1);
     }
     bool gaveHugeFloat = false;
 };
@@ -115,7 +120,7 @@ void Call(Object& o, uint32_t& channels, Arguments& in) {
         return Play(o, block.data(), frames);
     }
     if constexpr (kIsStream<Object>) {
-        if (choice == 3) return o.SetSamplingRate(in.Take<uint32_t>());
+        if (choice == 3) return o.SetSamplingRate(in.Rate());
         if (choice == 4) return o.SetChannels(channels = 1 + in.Take<uint8_t>() % 2U);
         if (choice <= 6) return static_cast<void>(o.SetEnable(choice == 5));
     }

@@ -1,9 +1,22 @@
 #include "render/common_options.h"
 
 #include <filesystem>
+#include <vector>
 
 #include "render/audio/whole_write.h"
 #include "render/failure.h"
+
+namespace {
+
+// Folders of builds of the library, the fastest that the processor can run first.
+std::vector<std::string> BuildsForThisProcessor() {
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2")) return {"avx2", ""};
+#endif
+    return {""};
+}
+
+}  // namespace
 
 void LibraryOptions::AddTo(CLI::App& command) {
     command
@@ -17,13 +30,14 @@ std::string LibraryOptions::Find() const {
     if (!path.empty()) return path;
     constexpr const char* kName = "libqth_orvane_ics_NOVFP.so";
     std::error_code ignored;
-    const std::filesystem::path folder =
+    const std::filesystem::path own =
         std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    const std::filesystem::path installed = folder.parent_path() / "lib";
-    for (const std::filesystem::path& found :
-         {folder / kName, installed / "orvane" / "soundfx" / kName, installed / kName})
-        if (std::filesystem::exists(found, ignored)) return found.string();
-    throw Failure("{} is not in {} (--library names another place)", kName, folder.string());
+    const std::filesystem::path lib = own.parent_path() / "lib";
+    for (const std::filesystem::path& folder : {own, lib / "orvane" / "soundfx", lib})
+        for (const std::string& build : BuildsForThisProcessor())
+            if (std::filesystem::exists(folder / build / kName, ignored))
+                return (folder / build / kName).string();
+    throw Failure("{} is not in {} (--library names another place)", kName, own.string());
 }
 
 void CommonOptions::AddTo(CLI::App& command) {

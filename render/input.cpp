@@ -13,6 +13,6 @@ void CheckChannels(const std::string& input, const AudioReader& reader) {
 }
 
 std::string TitleOf(const std::string& input, const AudioReader& reader) {
-    if (const std::string title = reader.Tags().Title(); !title.empty()) return title;
+    if (std::string title = reader.Tags().Title(); !title.empty()) return title;
     return input == "-" ? "standard input" : std::filesystem::path(input).filename().string();
 }

@@ -7,9 +7,9 @@
 
 #include "render/aligned_stream.h"
 #include "render/audio/audio_reader.h"
-#include "render/audio/loudness.h"
 #include "render/audio/pcm_source.h"
 #include "render/audio/resampler.h"
+#include "render/audio/stream_meter.h"
 #include "render/input.h"
 #include "render/progress.h"
 
@@ -26,10 +26,10 @@ double Decibels(double gain) {
 }
 
 double SourceLufs(AudioReader& reader) {
-    LoudnessMeter meter(reader.Channels(), reader.RateHz(), Metering::kLoudness);
+    StreamMeter meter(reader.Channels(), reader.RateHz(), Metering::kLoudness);
     for (auto samples = reader.Read(); !samples.empty(); samples = reader.Read())
         meter.Add(samples);
-    return meter.Result().integratedLufs;
+    return meter.Finish().loudness.integratedLufs;
 }
 
 // Of what the chain gives, before it is resampled for the output.
@@ -38,7 +38,7 @@ double ResultLufs(const RenderJob& job, AudioReader& reader, const Settings& set
     const StreamFormat format{ChainRateHz(reader.RateHz()), reader.Channels(), job.bufferFrames};
     PcmSource source(reader, format.rateHz, job.dither, Metering::kNothing);
     AlignedStream chain(library, settings, format, {.startsCold = job.coldStart});
-    LoudnessMeter meter(format.channels, format.rateHz, Metering::kLoudness);
+    StreamMeter meter(format.channels, format.rateHz, Metering::kLoudness);
     Progress progress(job.showProgress, reader.RateHz(), reader.Frames());
     std::vector<int16_t> pcm, processed;
     while (source.Read(&pcm)) {
@@ -50,7 +50,7 @@ double ResultLufs(const RenderJob& job, AudioReader& reader, const Settings& set
     processed.clear();
     chain.Finish(&processed);
     meter.Add(processed);
-    return meter.Result().integratedLufs;
+    return meter.Finish().loudness.integratedLufs;
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "render/aligned_stream.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/audio_writer.h"
+#include "render/audio/background_writer.h"
 #include "render/audio/output_file.h"
 #include "render/audio/pcm_sink.h"
 #include "render/audio/pcm_source.h"
@@ -21,7 +22,7 @@
 #include "render/failure.h"
 #include "render/input.h"
 #include "render/match.h"
-#include "render/picture_command.h"
+#include "render/piece_picture.h"
 #include "render/progress.h"
 
 namespace {
@@ -32,6 +33,7 @@ std::string HertzText(uint32_t rateHz) {
 
 // The rate that the output gets: the file's, or else one that its format takes.
 uint32_t OutputRateHz(const std::string& output, uint32_t fileRateHz) {
+    if (output.empty()) return fileRateHz;
     const OutputFormat format(output);
     for (const uint32_t rateHz : {fileRateHz, ChainRateHz(fileRateHz)})
         if (format.TakesRate(rateHz)) return rateHz;
@@ -56,13 +58,13 @@ void CheckRates(const RenderJob& job, Report* report) {
 }
 
 void CheckNames(const RenderJob& job) {
-    const OutputFormat knownEnding(job.output);
+    if (!job.output.empty()) const OutputFormat knownEnding(job.output);
     if (!job.picture.empty()) {
         CheckPictureName(job.picture, "IN", job.input, "/dev/stdin");
-        CheckPictureName(job.picture, "OUT", job.output, "/dev/stdout");
+        if (!job.output.empty()) CheckPictureName(job.picture, "OUT", job.output, "/dev/stdout");
         OutputFile::CheckName(job.picture, job.overwrite);
     }
-    if (job.output != "-") OutputFile::CheckName(job.output, job.overwrite);
+    if (job.output != "-" && !job.output.empty()) OutputFile::CheckName(job.output, job.overwrite);
 }
 
 Report StartReport(const RenderJob& job, const std::optional<Match>& match,
@@ -89,6 +91,29 @@ Report StartReport(const RenderJob& job, const std::optional<Match>& match,
     return report;
 }
 
+// Where a picture alone is wanted.
+class NoWriter final : public AudioWriter {
+public:
+    void Write(std::span<const int16_t> /*samples*/) override {}
+    void Commit() override {}
+    std::vector<std::string> NotKept() const override { return {}; }
+};
+
+std::unique_ptr<AudioWriter> OpenOutput(const RenderJob& job, const Report& report,
+                                        const AudioReader& reader) {
+    if (job.output.empty()) return std::make_unique<NoWriter>();
+    return std::make_unique<BackgroundWriter>(
+        OpenAudioWriter(job.output, job.overwrite,
+                        {report.outputRateHz, report.channels, reader.Frames()}, reader.Tags()));
+}
+
+// Frames at the output's rate before the piece begins.
+uint64_t FirstFrame(const RenderJob& job, const Report& report) {
+    if (!job.keepDelay) return 0;
+    return (uint64_t{report.delayFrames} * report.outputRateHz + report.chainRateHz / 2) /
+           report.chainRateHz;
+}
+
 // One run from file to file. The members stand in the order in which they are opened.
 class Rendering {
 public:
@@ -100,14 +125,13 @@ public:
           report(StartReport(job, match, reader)),
           format{report.chainRateHz, report.channels, job.bufferFrames},
           chain(library, report.settings, format, {job.keepDelay, job.coldStart}),
-          source(reader, report.chainRateHz, job.dither, job.metering),
+          metering(job.picture.empty() ? job.metering : Metering::kOverTime),
+          source(reader, report.chainRateHz, job.dither, metering),
           png(job.picture.empty() ? nullptr
                                   : std::make_unique<OutputFile>(job.picture, job.overwrite)),
-          writer(OpenAudioWriter(job.output, job.overwrite,
-                                 {report.outputRateHz, report.channels, reader.Frames()},
-                                 reader.Tags())),
+          writer(OpenOutput(job, report, reader)),
           sink(*writer, {report.chainRateHz, report.outputRateHz}, report.channels, job.dither,
-               job.metering) {}
+               metering, FirstFrame(job, report)) {}
 
     Report Run() {
         Play();
@@ -126,7 +150,6 @@ private:
             processed.clear();
             chain.Process(pcm, &processed);
             sink.Write(processed);
-            KeepForPicture(pcm);
             progress.Update(source.FramesRead());
         }
         processed.clear();
@@ -138,19 +161,9 @@ private:
         const uint64_t spanFrames = job.keepDelay ? chain.FramesOut() : report.frames;
         const uint64_t spanRateHz = job.keepDelay ? report.chainRateHz : report.rateHz;
         sink.Finish((spanFrames * report.outputRateHz + spanRateHz / 2) / spanRateHz);
+        before = source.FinishMetering();
+        after = sink.FinishMetering();
         report.speed = progress.Speed(report.frames);
-    }
-
-    // A picture that there is no memory for costs nothing but itself.
-    void KeepForPicture(const std::vector<int16_t>& pcm) {
-        if (!png) return;
-        try {
-            whole.insert(whole.end(), pcm.begin(), pcm.end());
-        } catch (const std::bad_alloc&) {
-            png.reset();
-            whole = {};
-            report.missing = NoMemory();
-        }
     }
 
     void Note() {
@@ -162,8 +175,8 @@ private:
                                    " of " + std::to_string(data->promised) + " bytes of audio");
         report.settlingFrames = chain.SettlingFrames();
         report.dithered = source.Dithers();
-        report.before = source.Measured();
-        report.after = sink.Measured();
+        report.before = before.loudness;
+        report.after = after.loudness;
         report.clippedIn = source.Clipped();
         report.clippedOut = sink.Clipped();
         report.notNumbers = source.NotNumbers();
@@ -187,18 +200,17 @@ private:
 
     void Draw() {
         try {
-            DrawBeforeAndAfter({TitleOf(job.input, reader), job.preset, report.settings,
-                                job.tone.points, format, job.coldStart},
-                               library, whole, job.picture, *png);
+            DrawPiece({TitleOf(job.input, reader), job.preset, report.settings, job.tone.points,
+                       format, static_cast<double>(report.frames) / report.rateHz,
+                       std::move(before), std::move(after)},
+                      library, job.picture, *png);
             png->Commit();
         } catch (const std::bad_alloc&) {
-            report.missing = NoMemory();
+            report.missing = job.picture + " cannot be drawn: not enough memory";
         } catch (const std::exception& error) {
             report.missing = error.what();
         }
     }
-
-    std::string NoMemory() const { return job.picture + " cannot be drawn: not enough memory"; }
 
     const RenderJob& job;
     const EffectLibrary& library;
@@ -206,11 +218,12 @@ private:
     Report report;
     StreamFormat format;
     AlignedStream chain;
+    Metering metering;
     PcmSource source;
     std::unique_ptr<OutputFile> png;
     std::unique_ptr<AudioWriter> writer;
     PcmSink sink;
-    std::vector<int16_t> whole;  // the input as the chain takes it, for the picture
+    Measured before, after;
 };
 
 // The flag's value: a number, "true" for none, "" if it wasn't given.

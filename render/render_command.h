@@ -17,7 +17,7 @@ struct MatchWish {
 
 struct RenderJob {
     std::string input;    // "-" is standard input
-    std::string output;   // "-" is standard output
+    std::string output;   // "-" is standard output, "" is nowhere: for the picture alone
     std::string picture;  // PNG file to draw besides, "" for none
     std::string preset;
     Settings settings;
@@ -30,7 +30,8 @@ struct RenderJob {
     bool dither = true;
     bool strictRate = false;
     bool showProgress = false;
-    Metering metering = Metering::kEverything;  // for the report
+    // For the report; a picture needs everything.
+    Metering metering = Metering::kEverything;
 };
 
 // Throws Failure or UsageError; then no output exists that did not exist before. A picture that

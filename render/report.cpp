@@ -59,6 +59,9 @@ std::string TextOf(const Report& report) {
     text +=
         "  loudness " + Levels(report.before.integratedLufs, report.after.integratedLufs, " LUFS") +
         "; true peak " + Levels(report.before.truePeakDb, report.after.truePeakDb, " dB") + "\n";
+    if (!std::isnan(report.before.rangeLu) || !std::isnan(report.after.rangeLu))
+        text += "  range    " + Levels(report.before.rangeLu, report.after.rangeLu, " LU") +
+                " (over 3 s, every 1 s)\n";
     text += "  clipped  " + Count(report.clippedIn, "sample") + " on the way in";
     if (report.clippedOut > 0) text += ", " + std::to_string(report.clippedOut) + " on the way out";
     text += report.dithered ? "; dithered to 16 bits\n" : "\n";

@@ -61,6 +61,7 @@ void ResponseCommand::Run() {
     input.asked = tone.points;
     input.rateHz = rateHz;
     input.channels = static_cast<int>(channels);
+    input.enhances = both.IsOn(PARAM_ENHANCER_ENABLE);
     input.equalizerOnly = AlignedPlayer(library, equalizer, format);
     input.enhancerOnly = AlignedPlayer(library, enhancer, format);
     input.both = AlignedPlayer(library, both, format);

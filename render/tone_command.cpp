@@ -33,7 +33,7 @@ std::string ToneText(const std::vector<TonePoint>& points, const ToneFit& fit,
 // words.
 std::string Records(const Settings& settings) {
     std::string text;
-    for (const ParameterCommand& command : settings.Commands().All()) {
+    for (const ParameterCommand& command : settings.Commands()) {
         const auto id = static_cast<ParameterId>(command.id);
         std::string values;
         for (size_t i = 0; i < command.header.vsize / sizeof(int32_t); ++i)

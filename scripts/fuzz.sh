@@ -3,11 +3,11 @@
 #
 # usage: scripts/fuzz.sh SECONDS [coverage|keep]
 #
-# SECONDS: per target; 0 replays the corpus only. The corpus is unpacked from fuzz/corpus into
-# build/fuzz/corpus/TARGET. New inputs are collected in build/fuzz/found/TARGET, finds are left in
-# build/fuzz/finds. `keep` packs the least of the corpus and the new inputs that reaches each edge of the
-# code that they reach into fuzz/corpus again; `coverage` prints the line coverage of host/ and unit/ by everything collected. Exits with 1 on a
-# find.
+# SECONDS: per target, both at the same time; 0 replays the corpus only. The corpus is unpacked from
+# fuzz/corpus into build/fuzz/corpus/TARGET. New inputs are collected in build/fuzz/found/TARGET,
+# finds are left in build/fuzz/finds. `keep` packs into fuzz/corpus again what reaches each edge of
+# the code that corpus and new inputs reach; `coverage` prints the line coverage by all of them.
+# Exits with 1 on a find.
 set -eu
 cd "$(dirname "$0")/.."
 seconds=$1
@@ -17,7 +17,10 @@ cd build/fuzz
 rm -rf corpus first
 mkdir -p finds first/fuzz_classes
 ../../fuzz/corpus.py scenarios ../../tests/data/runs/*.txt first/fuzz_host
-for target in fuzz_host fuzz_classes; do
+
+# Replays and fuzzes one target.
+run() {
+    target=$1
     binary=fuzz/$target
     log=$target.log
     mkdir -p "found/$target"
@@ -39,12 +42,19 @@ for target in fuzz_host fuzz_classes; do
     fi
     executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
     echo "$target: $inputs inputs replayed, ${executions:-no other} executions, no find"
-    [ "${2:-}" = keep ] || continue
+}
+(run fuzz_classes) &
+status=0
+(run fuzz_host) || status=1
+wait $! || status=1
+[ "$status" -eq 0 ] || exit 1
+
+for target in $([ "${2:-}" != keep ] || echo fuzz_host fuzz_classes); do
+    rm -rf kept
     cp -r "first/$target" kept
-    "$binary" -merge=1 -use_counters=0 kept "corpus/$target" "found/$target" > "$log" 2>&1
+    "fuzz/$target" -merge=1 -use_counters=0 kept "corpus/$target" "found/$target" > "$target.log" 2>&1
     (cd "first/$target" && find . -type f) | (cd kept && xargs rm -f)
     ../../fuzz/corpus.py pack kept "../../fuzz/corpus/$target.txt"
-    rm -r kept
 done
 cd ../..
 [ "${2:-}" = coverage ] || exit 0

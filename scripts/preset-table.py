@@ -5,7 +5,7 @@
 
 ORVANE is the program. Prints nothing and fails if a preset doesn't keep one of the promises below,
 which are those of its description. Debian packages that hold the sound:
-fretsonfire-songs-muldjord, caveexpress-data, pocketsphinx-testdata.
+fretsonfire-songs-muldjord, caveexpress-data, pocketsphinx-testdata, alsa-utils.
 """
 import json
 import os
@@ -17,8 +17,10 @@ import wave
 SONGS = "/usr/share/games/fretsonfire/data/songs/muldjord"
 CAVE = "/usr/share/games/caveexpress/sounds"
 READINGS = "/usr/share/pocketsphinx/test/data/librivox"
+NAMES = "/usr/share/sounds/alsa"
 MASTER, LOUDER, QUIET, DENSE, SPEECH = "loud master", "louder master", "quiet music", "dense music", "speech"
-MASTERS, REST = (MASTER, LOUDER), (QUIET, DENSE, SPEECH)
+WORDS = "single words"
+MASTERS, RANGED, REST = (MASTER, LOUDER), (QUIET, DENSE, SPEECH), (QUIET, DENSE, SPEECH, WORDS)
 ALL = MASTERS + REST
 SOURCES = {
     MASTER: f"{SONGS}/armygeddon/song.ogg",
@@ -29,23 +31,23 @@ SOURCES = {
 
 # Preset: measure, kinds, least and most. LU and dB; "range" is a factor of the range before.
 PROMISES = {
-    "music": [("loudness", (QUIET, DENSE), -1, 1), ("loudness", MASTERS + (SPEECH,), -2.1, 0)],
-    "bass": [("loudness", (QUIET, DENSE), -1, 1), ("loudness", MASTERS + (SPEECH,), -3.5, 0)],
-    "steady": [("range", REST, 0.6, 0.78), ("loudness", REST, 2, 7), ("loudness", MASTERS, -4.2, 0)],
-    "night": [("range", REST, 0, 0.55), ("peak", ALL, -99, -10)],
-    "voice": [("loudness", (SPEECH,), 2, 3)],
-    "loud": [("loudness", REST, 8, 14), ("loudness", MASTERS, -2.5, 0), ("peak", ALL, -99, 0)],
+    "music": [("loudness", (QUIET, DENSE), -1, 1), ("loudness", MASTERS + (SPEECH, WORDS), -2.1, 0)],
+    "bass": [("loudness", (QUIET, DENSE), -1, 1), ("loudness", MASTERS + (SPEECH, WORDS), -4, 0)],
+    "steady": [("range", RANGED, 0.6, 0.78), ("loudness", REST, 1, 7), ("loudness", MASTERS, -4.2, 0)],
+    "night": [("range", RANGED, 0, 0.52), ("peak", ALL, -99, -10)],
+    "voice": [("loudness", (SPEECH, WORDS), -1, 3)],
+    "loud": [("loudness", REST, 5, 14), ("loudness", MASTERS, -2.5, 0), ("peak", ALL, -99, 0)],
     "off": [("loudness", ALL, -0.1, 0.1)],
 }
 
 
-def make_speech(path):
-    """Five readings of one voice, one after the other."""
+def join(path, folder, rate):
+    """The recordings of a folder but its noise, mono, one after the other."""
     with wave.open(path, "wb") as whole:
-        whole.setparams((1, 2, 16000, 0, "NONE", None))
-        for name in sorted(os.listdir(READINGS)):
-            if name.endswith(".wav"):
-                with wave.open(f"{READINGS}/{name}") as part:
+        whole.setparams((1, 2, rate, 0, "NONE", None))
+        for name in sorted(os.listdir(folder)):
+            if name.endswith(".wav") and name != "Noise.wav":
+                with wave.open(f"{folder}/{name}") as part:
                     whole.writeframes(part.readframes(part.getnframes()))
 
 
@@ -69,15 +71,16 @@ def main():
     orvane = os.path.abspath(sys.argv[1])
     faults, rows = [], []
     with tempfile.TemporaryDirectory() as folder:
-        make_speech(f"{folder}/speech.wav")
-        sources = {**SOURCES, SPEECH: f"{folder}/speech.wav"}
+        sources = {**SOURCES, SPEECH: f"{folder}/speech.wav", WORDS: f"{folder}/words.wav"}
+        join(sources[SPEECH], READINGS, 16000)
+        join(sources[WORDS], NAMES, 48000)
         for preset in PROMISES:
             for kind in ALL:
                 measured = measure(orvane, preset, sources[kind], f"{folder}/out.wav")
                 faults += broken(preset, kind, measured)
                 before, after = measured["before"], measured["after"]
                 rows.append(f"| {preset} | {kind} | {before['loudness']:.1f} "
-                            f"| {after['loudness'] - before['loudness']:+.1f} "
+                            f"| {round(after['loudness'] - before['loudness'], 1) + 0.0:+.1f} "
                             f"| {before['range']:.1f} → {after['range']:.1f} "
                             f"| {before['peak']:+.1f} → {after['peak']:+.1f} |")
     table = ["| preset | kind | LUFS before | loudness, LU | range, LU | true peak, dB |",

@@ -28,6 +28,6 @@ cat <<END
 Rendered  $input
 to        $here/$output
 picture   $here/$picture
-The picture shows, before and after: the spectrum, the level over time and the gain that was
-applied, and the chain's magnitude response with these settings.
+The picture shows spectrum and loudness before and after, and what the chain did to them: its gain
+over frequency, around the middle of hearing, and over time.
 END

@@ -7,7 +7,11 @@
 #include <cmath>
 #include <numbers>
 #include <random>
+#include <span>
 
+#include "render/audio/loudness.h"
+#include "render/audio/spectrum.h"
+#include "render/audio/true_peak.h"
 #include "render/pictures/gnuplot.h"
 
 namespace {
@@ -21,12 +25,28 @@ void AppendSine(std::vector<float>* samples, double levelDb, double seconds) {
     }
 }
 
+// In pieces of odd sizes, as streams come.
+template <typename Meter>
+void Feed(Meter* meter, std::span<const float> samples, size_t channels) {
+    for (size_t frames = 1; !samples.empty(); frames = frames * 7 % 9973) {
+        const size_t count = std::min(frames * channels, samples.size());
+        meter->Add(samples.first(count));
+        samples = samples.subspan(count);
+    }
+}
+
+Spectrum SpectrumOf(const std::vector<float>& samples) {
+    SpectrumMeter meter(2, kRateHz);
+    Feed(&meter, samples, 2);
+    return meter.Finish();
+}
+
 }  // namespace
 
 TEST(Analysis, TheSpectrumCountsEverySampleAlikeAtItsFrequency) {
     std::vector<float> samples;
     AppendSine(&samples, -20, 10);
-    const Spectrum sine = AverageSpectrum(samples, 2, kRateHz);
+    const Spectrum sine = SpectrumOf(samples);
     EXPECT_NEAR(BandLevelDb(sine, 950, 1050), -20, 0.01);
     for (const double hz : {30, 100, 800, 1250, 10000})
         EXPECT_LT(BandLevelDb(sine, 0.9 * hz, 1.1 * hz), -60) << hz;
@@ -38,7 +58,7 @@ TEST(Analysis, TheSpectrumCountsEverySampleAlikeAtItsFrequency) {
             x = static_cast<float>(random()) / 4294967296.0F - 0.4F;
             power += 2.0 * x * x / static_cast<double>(samples.size());
         }
-        const Spectrum spectrum = AverageSpectrum(samples, 2, kRateHz);
+        const Spectrum spectrum = SpectrumOf(samples);
         const double below = BandLevelDb(spectrum, -1, 1234.56);
         const double above = BandLevelDb(spectrum, 1234.56, kRateHz);
         EXPECT_NEAR(std::pow(10, below / 10) + std::pow(10, above / 10), power, 1e-9) << frames;
@@ -49,14 +69,57 @@ TEST(Analysis, LoudnessFollowsAStepWhereItHappens) {
     std::vector<float> samples;
     AppendSine(&samples, -33, 5);
     AppendSine(&samples, -23, 5);
-    const LoudnessOverTime loudness = MeasureLoudness(samples, 2, kRateHz);
-    ASSERT_EQ(loudness.momentaryLufs.size(), 101U);
-    for (const size_t k : {2U, 20U, 47U, 53U, 80U, 98U})  // tenths of a second
-        EXPECT_NEAR(loudness.momentaryLufs[k], k < 50 ? -33 : -23, 0.1) << k;
-    EXPECT_NEAR(loudness.momentaryLufs[50], -23 + 10 * std::log10(0.55), 0.1);
-    EXPECT_NEAR(loudness.integratedLufs, -23 + 10 * std::log10(0.55), 0.2);
-    EXPECT_NEAR(loudness.truePeakDb, -23, 0.01);
-    EXPECT_NEAR(loudness.stepSeconds, 0.1, 1e-9);
+    LoudnessMeter meter(2, 44100, Metering::kOverTime);
+    Feed(&meter, samples, 2);
+    const std::vector<double> momentary = LoudnessCurve(meter.Tenths(), 4);
+    const std::vector<double> shortTerm = LoudnessCurve(meter.Tenths(), 30);
+    ASSERT_EQ(momentary.size(), 101U);
+    for (const size_t k : {0U, 20U, 47U, 53U, 80U, 100U})  // tenths of a second
+        EXPECT_NEAR(momentary[k], k < 50 ? -33 : -23, 0.1) << k;
+    for (const auto& curve : {momentary, shortTerm})
+        EXPECT_NEAR(curve[50], -23 + 10 * std::log10(0.55), 0.1);
+    EXPECT_NEAR(shortTerm[60], -23 + 10 * std::log10((25 + 0.5) / 30), 0.1);
+    EXPECT_NEAR(meter.Result().integratedLufs, -23 + 10 * std::log10(0.55), 0.2);
+}
+
+// Noise in bursts of any level, with what a value between rises from most; and where one at a
+// quarter is all that exceeds a sample before.
+TEST(TruePeak, IsWhatTheWholeStreamGives) {
+    std::mt19937 random(3);
+    for (const unsigned rateHz : {8000U, 44100U, 96000U, 192000U})
+        for (const unsigned channels : {1U, 2U})
+            for (int run = 0; run < 60; ++run) {
+                std::vector<float> samples(size_t{8000} * channels);
+                const auto sample = [&](size_t frame) -> float& {
+                    return samples[frame * channels + static_cast<size_t>(run) % channels];
+                };
+                const float most = 0.5F + static_cast<float>(run) / 50;
+                float level = 1;
+                for (size_t i = 0; run % 3 > 0 && i < samples.size(); ++i) {
+                    if (random() % 150 == 0)
+                        level = std::ldexp(1.0F, -static_cast<int>(random() % 6));
+                    samples[i] = level * (static_cast<float>(random()) / 2147483648.0F - 1);
+                }
+                for (size_t k = 0; run % 3 == 1 && k < 24; ++k)
+                    sample(7000 + k) = (k < 12) == (k % 2 == 0) ? most : -most;
+                if (run % 3 == 0) sample(2000) = 0.95F * most;
+                for (int k = 0; run % 3 == 0 && k < 24; ++k) {
+                    const double x = kPi * (k - 11.25 - run % 2 * 0.5);
+                    sample(7000 + static_cast<size_t>(k)) =
+                        most * static_cast<float>(std::sin(x) / x);
+                }
+                const Ebur128Handle whole(ebur128_init(channels, rateHz, EBUR128_MODE_TRUE_PEAK));
+                ebur128_add_frames_float(whole.get(), samples.data(), samples.size() / channels);
+                double peak = 0;
+                for (unsigned c = 0; c < channels; ++c) {
+                    double channelPeak = 0;
+                    ebur128_true_peak(whole.get(), c, &channelPeak);
+                    peak = std::max(peak, channelPeak);
+                }
+                TruePeakMeter meter(channels, rateHz);
+                Feed(&meter, samples, channels);
+                ASSERT_EQ(meter.Peak(), peak) << rateHz << " Hz, run " << run;
+            }
 }
 
 // Of a filter that clips and cuts off to 16 bits, as the effect does it.

@@ -76,6 +76,7 @@ TEST(Table, DefaultsAndTheEndsOfEveryRangeDoWhatTheirLawSays) {
     const MutedLog muted;
     using Values = std::vector<std::pair<ParameterId, double>>;
     const Values gain = {{PARAM_PLAYBACKGAIN_ENABLE, 1}, {PARAM_PLAYBACKGAIN_MAXGAIN, 127}};
+    const Values most = {{PARAM_PLAYBACKGAIN_ENABLE, 1}, {PARAM_PLAYBACKGAIN_VOLUME, 127}};
     const Values factor = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                            {PARAM_PLAYBACKGAIN_RATIO, 0},
                            {PARAM_PLAYBACKGAIN_MAXGAIN, 127},
@@ -87,8 +88,9 @@ TEST(Table, DefaultsAndTheEndsOfEveryRangeDoWhatTheirLawSays) {
     } rows[] = {
         // 27.2 dB below the reference: 13.6 and 24.7 dB of gain, shaped to 12.7 and 21.7.
         {PARAM_PLAYBACKGAIN_RATIO, gain, 1000, 500, 1, 4.315, 12.15, 0.006},
-        {PARAM_PLAYBACKGAIN_VOLUME, factor, 1000, 250, 0, 1, 127, 0.007},
-        {PARAM_PLAYBACKGAIN_MAXGAIN, factor, 1000, 250, 0, 1, 127, 0.007},
+        // Less what is cut off to whole samples.
+        {PARAM_PLAYBACKGAIN_VOLUME, factor, 1000, 250, 0, 0.9945, 126.75, 0.002},
+        {PARAM_PLAYBACKGAIN_MAXGAIN, most, 1000, 250, 0, 0.9945, 126.75, 0.002},
         {PARAM_EQUALIZER_BANDLEVEL, {{PARAM_EQUALIZER_ENABLE, 1}}, 1000, 1000, 0, 1, 3, 0.005},
         {PARAM_ENHANCER_PROCESS, {{PARAM_ENHANCER_ENABLE, 1}}, 8000, 1000, 0, 1, 4, 0.015},
         // The low band's weight is 0.95, and the resonance lies a quarter of a period behind.
@@ -140,7 +142,8 @@ TEST(Settings, AreReadAsTheyWereWrittenOrRefusedWithTheLine) {
     EXPECT_EQ(SettingsText(settings),
               "equalizer = off\neq = 0,0,0,0.5,0,0,0,0,0,-1\nprocess = 0.13\ngate = 1\n");
     EXPECT_EQ(Describe(settings), "gate 1");
-    EXPECT_EQ(settings.Commands().All().size(), 2 + kBandCount + 1);
+    const ParameterCommands commands = settings.Commands();
+    EXPECT_EQ(commands.end() - commands.begin(), 2 + kBandCount + 1);
     for (const auto& [text, fault] : {
              std::pair("\nratio 2", "2: \"ratio 2\" is not key = value"),
              {"rato = 2", "1: no setting is called rato"},
@@ -165,12 +168,11 @@ TEST(BlockStream, IsOneStreamWhateverPiecesItArrivesInOrSilentWhereRefused) {
     const Settings loud = SettingsOf(*FindPreset("loud"));
     Instance instance;
     instance.Configure(44100, 2);
-    for (const ParameterCommand& command : loud.Commands().All())
-        EXPECT_EQ(instance.Set(command), 0);
+    for (const ParameterCommand& command : loud.Commands()) EXPECT_EQ(instance.Set(command), 0);
     instance.Enable();
     Samples expected(size_t{2} * kBuffer);  // a buffer later
     const Samples played = instance.Run(in, kBuffer, 2);
-    expected.insert(expected.end(), played.begin(), played.end() - 2 * kBuffer);
+    expected.insert(expected.end(), played.begin(), played.end() - ptrdiff_t{2} * kBuffer);
     for (const std::vector<size_t>& pieces :
          {std::vector<size_t>{1}, {kBuffer}, {7000}, {299, 1, 301, 64, 3, 1000}}) {
         BlockStream stream(LoadedLibrary(), {44100, 2, kBuffer}, loud);

@@ -26,7 +26,7 @@ void Chain::ForEachStage(Visit visit) {
     visit(playbackGain);
     visit(equalizer);
     visit(enhancer);
-    for (auto& limiter : limiters) visit(limiter);
+    visit(limiter);
 }
 
 template <typename Action>
@@ -38,7 +38,7 @@ Chain::Chain(uint32_t rateHz, uint32_t channelCount)
     : samplingRate(rateHz), channels(channelCount) {
     waveBuffer.Make(channels, kWaveBufferFrames);
     playbackGain.Make();
-    for (auto& limiter : limiters) limiter.Make();
+    limiter.Make();
     equalizer.Make();
     enhancer.Make(0U);
     HandOnSamplingRate();
@@ -125,8 +125,7 @@ void Chain::Set(ParameterId id, float value, int band) {
             outputGain = value;
             break;
         case PARAM_LIMITER_GATE:
-            for (auto& stage : limiters)
-                stage.ForEach([value](auto& limiter) { limiter.SetGate(value); });
+            limiter.ForEach([value](auto& frames) { frames.SetGate(value); });
             break;
         default:
             break;
@@ -153,7 +152,7 @@ bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
     const size_t sounding = static_cast<size_t>(produced) * channels;
     const float gain = outputGain;
     for (size_t i = 0; i < sounding; ++i) samples[i] *= gain;
-    for (size_t c = 0; c < channels; ++c) limiters[c]->Process(samples + c, produced, channels);
+    limiter->Process(samples, produced, channels);
     waveBuffer->PopSamples(out, produced, false);
 
     if (const size_t silent = total - sounding; silent != 0) {

@@ -1,6 +1,6 @@
 // The processors of one effect instance, their order, and the path of a buffer through them:
 //
-//   playback gain -> float -> equalizer -> enhancer -> output gain -> limiter per channel -> 16 bit
+//   playback gain -> float -> equalizer -> enhancer -> output gain -> limiter -> 16 bit
 //
 // Delay: 255 frames of the output limiters, plus what the enabled processors state. Allocates:
 // construction, SetSamplingRate, SetChannels, and Process beyond 2048 frames. Thread: no lock of
@@ -11,7 +11,7 @@
 #include "dsp/stream.h"
 #include "dsp/wave_buffer.h"
 #include "effects/fir_equalizer.h"
-#include "effects/limiter.h"
+#include "effects/limiter_core.h"
 #include "effects/orvane_sound.h"
 #include "effects/playback_gain.h"
 #include "unit/parameters.h"
@@ -67,7 +67,7 @@ private:
     bool ready = false;
     Stage<WaveBuffer_R32> waveBuffer;
     Stage<PlaybackGain> playbackGain;
-    Stage<Limiter> limiters[kMaxChannels];  // the first one also serves mono
+    Stage<FrameLimiter<FloatLimiting>> limiter;
     // The variants with double arithmetic are never made here.
     Stage<FIREqualizer_R32R32, FIREqualizer_R32R64> equalizer;
     Stage<OrvaneSound_R32R32, OrvaneSound_R32R64> enhancer;

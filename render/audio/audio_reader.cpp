@@ -88,7 +88,6 @@ AudioReader::AudioReader(const std::string& path, const std::string& copyOfPipe)
     if (!piped) dataSize = ReadDataSize(fd, start);
     tags = ReadTags(file.get(), start == 0 ? fd : -1, info.format);
     if (path != "-" && fd >= 0) close(fd);
-    block.resize(kBlockFrames * Channels());
 }
 
 std::optional<uint64_t> AudioReader::Frames() const {
@@ -111,16 +110,26 @@ bool AudioReader::IsSixteenBit() const {
     }
 }
 
-std::span<const float> AudioReader::Read() {
-    const sf_count_t frames = sf_readf_float(file.get(), block.data(), kBlockFrames);
+size_t AudioReader::Samples(sf_count_t frames) const {
     if (frames < static_cast<sf_count_t>(kBlockFrames) && sf_error(file.get()) != SF_ERR_NO_ERROR)
         throw Failure("{} cannot be read to its end: {}", name, sf_strerror(file.get()));
-    const auto count = static_cast<size_t>(std::max<sf_count_t>(frames, 0)) * Channels();
-    const std::span<float> samples(block.data(), count);
+    return static_cast<size_t>(std::max<sf_count_t>(frames, 0)) * Channels();
+}
+
+std::span<const float> AudioReader::Read() {
+    block.resize(kBlockFrames * Channels());
+    const std::span<float> samples(block.data(),
+                                   Samples(sf_readf_float(file.get(), block.data(), kBlockFrames)));
     for (float& sample : samples)
         if (!std::isfinite(sample)) {
             sample = 0;
             ++notNumbers;
         }
     return samples;
+}
+
+std::span<const int16_t> AudioReader::ReadSixteenBit() {
+    sixteenBits.resize(kBlockFrames * Channels());
+    return {sixteenBits.data(),
+            Samples(sf_readf_short(file.get(), sixteenBits.data(), kBlockFrames))};
 }

@@ -33,11 +33,16 @@ public:
     // Next interleaved samples, full scale 1.0; empty at the end. Always floats: decoders of lossy
     // formats wrap what goes over full scale when asked for 16 bits. NaN and infinity read as 0.
     std::span<const float> Read();
+    // The same where IsSixteenBit.
+    std::span<const int16_t> ReadSixteenBit();
     // Samples that were NaN or infinite so far. They stop here, since resampler and meters would
     // spread them over their neighbours.
     uint64_t NotNumbers() const { return notNumbers; }
 
 private:
+    // Samples that the library has read when asked for a block.
+    size_t Samples(sf_count_t frames) const;
+
     SF_INFO info{};
     std::string name;
     bool piped = false;
@@ -45,5 +50,6 @@ private:
     SndfileHandle file;
     AudioTags tags;
     std::vector<float> block;
+    std::vector<int16_t> sixteenBits;
     uint64_t notNumbers = 0;
 };

@@ -8,39 +8,48 @@ namespace {
 // The weighting's shelf, at 1682 Hz, has to lie below half the rate. libebur128 takes rates from
 // 16 Hz on and at the lowest writes beyond its memory.
 constexpr uint32_t kLowestRateHz = 2 * 1682;
+constexpr uint32_t kRangeSeconds = 3;  // below, there is nothing that could vary
 
 }  // namespace
 
-LoudnessMeter::LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering)
-    : channels(channelCount), hasPeak(metering == Metering::kEverything) {
-    if (metering != Metering::kNothing && rateHz >= kLowestRateHz)
-        state.reset(ebur128_init(
-            channelCount, rateHz,
-            EBUR128_MODE_I | EBUR128_MODE_LRA | (hasPeak ? EBUR128_MODE_TRUE_PEAK : 0)));
+LoudnessMeter::LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering,
+                             uint64_t firstFrame)
+    : channels(channelCount),
+      rate(rateHz),
+      overTime(metering == Metering::kOverTime),
+      first(firstFrame) {
+    if (metering == Metering::kNothing || rateHz < kLowestRateHz) return;
+    state.reset(ebur128_init(channelCount, rateHz, EBUR128_MODE_I | EBUR128_MODE_LRA));
+    if (metering != Metering::kLoudness) truePeak.emplace(channelCount, rateHz);
+}
+
+// Frames until the tenth that is being heard is whole.
+uint64_t LoudnessMeter::TenthEnds() const {
+    return first + ((tenths.size() + 1) * rate + 5) / 10;
 }
 
 void LoudnessMeter::Add(std::span<const float> samples) {
-    if (state != nullptr)
-        ebur128_add_frames_float(state.get(), samples.data(), samples.size() / channels);
-}
-
-void LoudnessMeter::Add(std::span<const int16_t> samples) {
-    if (state != nullptr)
-        ebur128_add_frames_short(state.get(), samples.data(), samples.size() / channels);
+    if (state == nullptr) return;
+    if (truePeak) truePeak->Add(samples);
+    while (!samples.empty()) {
+        size_t count = samples.size() / channels;
+        if (overTime) count = std::min<uint64_t>(count, TenthEnds() - frames);
+        ebur128_add_frames_float(state.get(), samples.data(), count);
+        samples = samples.subspan(count * channels);
+        frames += count;
+        if (!overTime || frames < TenthEnds()) continue;
+        double lufs = 0;
+        ebur128_loudness_window(state.get(), 100, &lufs);
+        tenths.push_back(static_cast<float>(std::pow(10, (lufs + 0.691) / 10)));
+    }
 }
 
 Loudness LoudnessMeter::Result() const {
     Loudness result{NAN, NAN, NAN};
     if (state == nullptr) return result;
     ebur128_loudness_global(state.get(), &result.integratedLufs);
-    ebur128_loudness_range(state.get(), &result.rangeLu);
-    if (!hasPeak) return result;
-    double peak = 0;
-    for (uint32_t channel = 0; channel < channels; ++channel) {
-        double channelPeak = 0;
-        ebur128_true_peak(state.get(), channel, &channelPeak);
-        peak = std::max(peak, channelPeak);
-    }
-    result.truePeakDb = 20 * std::log10(peak);
+    if (frames >= uint64_t{kRangeSeconds} * rate && std::isfinite(result.integratedLufs))
+        ebur128_loudness_range(state.get(), &result.rangeLu);
+    if (truePeak) result.truePeakDb = 20 * std::log10(truePeak->Peak());
     return result;
 }

@@ -1,39 +1,50 @@
-// Integrated loudness and true peak of a stream (ITU-R BS.1770, EBU R 128), through libebur128.
+// Loudness and true peak of a stream (ITU-R BS.1770, EBU R 128), through libebur128.
 #pragma once
-#include <ebur128.h>
-
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <span>
+#include <vector>
+
+#include "render/audio/ebur128_handle.h"
+#include "render/audio/true_peak.h"
 
 struct Loudness {           // NaN: not measured
     double integratedLufs;  // -infinity if silent or shorter than 0.4 s
-    double rangeLu;         // 0 if shorter than 3 s
-    double truePeakDb;      // dB over full scale, of the louder channel; -infinity if silent
+    // EBU Tech 3342: of the loudness over 3 s, here every 1 s; other meters step by 0.1 s and tell
+    // up to 2 LU more. NaN if silent or shorter than 3 s.
+    double rangeLu;
+    double truePeakDb;  // dB over full scale, of the louder channel; -infinity if silent
 };
 
 enum class Metering {
     kNothing,
     kLoudness,    // and range
-    kEverything,  // and true peak, which costs as much as the chain
+    kEverything,  // and true peak
+    kOverTime,    // and, for a picture, loudness over time and spectrum
 };
 
 class LoudnessMeter {
 public:
-    // Nothing is measured at a rate that the meter doesn't take.
-    LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering);
+    // Nothing is measured at a rate that the meter doesn't take. firstFrame: where time begins.
+    LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering,
+                  uint64_t firstFrame = 0);
 
     // Interleaved samples, whole frames.
     void Add(std::span<const float> samples);
-    void Add(std::span<const int16_t> samples);
     // NaN where nothing was measured.
     Loudness Result() const;
+    // The weighted mean square of every tenth of a second that is whole, summed over the channels;
+    // -0.691 + 10 log10 of it is its loudness. Empty unless metered over time.
+    const std::vector<float>& Tenths() const { return tenths; }
 
 private:
-    struct Deleter {
-        void operator()(ebur128_state* handle) const { ebur128_destroy(&handle); }
-    };
-    std::unique_ptr<ebur128_state, Deleter> state;
-    uint32_t channels;
-    bool hasPeak;
+    uint64_t TenthEnds() const;
+
+    Ebur128Handle state;
+    uint32_t channels, rate;
+    bool overTime;
+    uint64_t first;
+    std::optional<TruePeakMeter> truePeak;
+    std::vector<float> tenths;
+    uint64_t frames = 0;
 };

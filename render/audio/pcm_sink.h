@@ -5,18 +5,18 @@
 #include <vector>
 
 #include "render/audio/audio_writer.h"
-#include "render/audio/loudness.h"
 #include "render/audio/quantizer.h"
 #include "render/audio/resampler.h"
+#include "render/audio/stream_meter.h"
 
 class PcmSink {
 public:
     struct Rates {
         uint32_t chainHz, outputHz;
     };
-    // dither: if it has to resample. The writer must outlive the sink.
+    // dither: if it has to resample. firstFrame: StreamMeter's. The writer must outlive the sink.
     PcmSink(AudioWriter& audioWriter, const Rates& rates, uint32_t channelCount, bool dither,
-            Metering metering);
+            Metering metering, uint64_t firstFrame = 0);
 
     // Interleaved samples, whole frames.
     void Write(std::span<const int16_t> samples);
@@ -24,7 +24,8 @@ public:
     void Finish(uint64_t frames);
 
     uint64_t Clipped() const { return quantizer.Clipped(); }
-    Loudness Measured() const { return meter.Result(); }
+    // After Finish.
+    Measured FinishMetering() { return meter.Finish(); }
 
 private:
     void Put(std::span<const int16_t> samples);
@@ -33,7 +34,7 @@ private:
     size_t channels;
     Resampler resampler;
     Quantizer quantizer;
-    LoudnessMeter meter;
+    StreamMeter meter;
     std::vector<float> floats, resampled;
     std::vector<int16_t> quantized;
     uint64_t samplesWritten = 0;

@@ -10,6 +10,7 @@ PcmSource::PcmSource(AudioReader& audioReader, uint32_t chainRateHz, bool dither
 bool PcmSource::Read(std::vector<int16_t>* pcm) {
     pcm->clear();
     if (ended) return false;
+    if (reader.IsSixteenBit() && resampler.IsIdle()) return ReadSixteenBit(pcm);
     resampled.clear();
     const std::span<const float> samples = reader.Read();
     if (samples.empty()) {
@@ -22,4 +23,13 @@ bool PcmSource::Read(std::vector<int16_t>* pcm) {
     }
     quantizer.Process(resampled, pcm);
     return true;
+}
+
+bool PcmSource::ReadSixteenBit(std::vector<int16_t>* pcm) {
+    const std::span<const int16_t> samples = reader.ReadSixteenBit();
+    framesRead += samples.size() / reader.Channels();
+    meter.Add(samples);
+    pcm->assign(samples.begin(), samples.end());
+    ended = samples.empty();
+    return !ended;
 }

@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "render/audio/audio_reader.h"
-#include "render/audio/loudness.h"
 #include "render/audio/quantizer.h"
 #include "render/audio/resampler.h"
+#include "render/audio/stream_meter.h"
 
 class PcmSource {
 public:
@@ -21,14 +21,17 @@ public:
     uint64_t Clipped() const { return quantizer.Clipped(); }
     // Samples taken for silence: of the file, and those that became none in resampling.
     uint64_t NotNumbers() const { return reader.NotNumbers() + quantizer.NotNumbers(); }
-    Loudness Measured() const { return meter.Result(); }
+    // After the last.
+    Measured FinishMetering() { return meter.Finish(); }
 
 private:
+    bool ReadSixteenBit(std::vector<int16_t>* pcm);
+
     AudioReader& reader;
     Resampler resampler;
     bool dithers;
     Quantizer quantizer;
-    LoudnessMeter meter;
+    StreamMeter meter;
     std::vector<float> resampled;
     uint64_t framesRead = 0;
     bool ended = false;

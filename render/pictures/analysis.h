@@ -1,6 +1,5 @@
-// Measures audio: spectrum, loudness over time, and the response of a chain of 16-bit samples.
-//
-// Buffers are interleaved; floats have full scale 1.0. Thread: any; nothing is shared.
+// What pictures are drawn from: frequencies, loudness over time, and the response of a chain of
+// 16-bit samples, interleaved. Thread: one at a time, for FFTW.
 #pragma once
 
 #include <complex>
@@ -15,30 +14,11 @@ using SampleChain = std::function<std::vector<int16_t>(const std::vector<int16_t
 // Frequencies from 20 Hz to 20 kHz (or to just below half the rate), 48 to the octave.
 std::vector<double> FrequencyGrid(double rateHz);
 
-// Power over frequency: element k belongs to k * stepHz.
-struct Spectrum {
-    double stepHz = 0;
-    std::vector<double> power;  // 1.0: a full-scale sine on every channel
-};
-
-// Long-term average over all samples, each of the same weight, and over the channels: the elements
-// add up to twice the mean square. Hann windows of 65536 frames: a sine spreads over 4 elements.
-Spectrum AverageSpectrum(const std::vector<float>& samples, int channels, double rateHz);
-
-// Power between two frequencies in dB; 0 dB is a full-scale sine. Minus infinity where none is.
-double BandLevelDb(const Spectrum& spectrum, double lowHz, double highHz);
-
-// Loudness of a piece after EBU R 128 (ITU-R BS.1770). Minus infinity for silence.
-struct LoudnessOverTime {
-    double stepSeconds = 0;
-    std::vector<double> momentaryLufs;  // element k: over the 400 ms centred on k * stepSeconds
-    double integratedLufs = 0;
-    double rangeLu = 0;
-    double truePeakDb = 0;  // dB over full scale
-};
-
-// stepSeconds is 0.1, or more in pieces that would give above a thousand steps.
-LoudnessOverTime MeasureLoudness(const std::vector<float>& samples, int channels, double rateHz);
+// Loudness in LUFS over a sliding window of an even number of tenths of a second (4: momentary, 30:
+// short-term), from LoudnessMeter::Tenths. Element k: centred on k tenths of a second, over what
+// the window covers of the piece; minus infinity for silence. One more element than tenths, or
+// none.
+std::vector<double> LoudnessCurve(const std::vector<float>& tenths, size_t windowTenths);
 
 // The response of a linear chain that hears the same signal on all channels: element k of `values`
 // belongs to k * stepHz.

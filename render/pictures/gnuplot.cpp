@@ -169,17 +169,25 @@ std::string GnuplotPage(const std::string& title, const std::vector<std::string>
     return page.str();
 }
 
-std::string GnuplotPanel(const std::string& heading, const GnuplotPlace& place) {
+std::string GnuplotPanel(const std::string& heading, const GnuplotPlace& place,
+                         const std::string& line) {
     std::ostringstream panel;
     panel << "reset\nset border 3 linecolor rgb '" << kGrey
           << "'\nset grid xtics ytics mxtics linetype 1 linecolor rgb '#e0e0e0', "
              "linetype 1 linecolor rgb '#f0f0f0'\nset tics nomirror scale 0.5 textcolor rgb '"
-          << kInk << "'\nunset key\nset label 1 " << GnuplotText(heading)
-          << " at graph 0,1.06 font 'Sans,14'\n"
+          << kInk << "'\nunset key\nset label 1 " << GnuplotText(heading) << " at graph 0,"
+          << (line.empty() ? 1.06 : 1.095) << " font 'Sans,14'\n"
+          << "set label 2 " << GnuplotText(line)
+          << " at graph 0,1.04 font 'Sans,11' textcolor rgb '" << kInk << "'\n"
           << "set lmargin at screen " << place.left << "\nset rmargin at screen " << place.right
           << "\nset bmargin at screen " << place.bottom << "\nset tmargin at screen " << place.top
           << '\n';
     return panel.str();
+}
+
+std::string GnuplotNote(const std::string& text) {
+    return "set label 3 " + GnuplotText(text) + " at graph 0.5,0.7 center front font 'Sans,14' " +
+           "textcolor rgb '" + kInk + "'\n";
 }
 
 std::string GnuplotFrequencyAxis() {

@@ -38,8 +38,13 @@ struct GnuplotPlace {
     double left, right, bottom, top;
 };
 
-// Starts a panel: margins, heading, grid. The axes are the caller's, the plot command follows.
-std::string GnuplotPanel(const std::string& heading, const GnuplotPlace& place);
+// Starts a panel: margins, heading with a line of small text below it, grid. The axes are the
+// caller's, the plot command follows.
+std::string GnuplotPanel(const std::string& heading, const GnuplotPlace& place,
+                         const std::string& line = "");
+
+// Says in the middle of the panel why it is empty.
+std::string GnuplotNote(const std::string& text);
 
 // A logarithmic x axis from 20 Hz to 20 kHz.
 std::string GnuplotFrequencyAxis();

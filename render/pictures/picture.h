@@ -1,25 +1,25 @@
 // Draws what the chain does to a piece of music as one PNG file.
 #pragma once
-#include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "client/tone.h"
+#include "render/audio/stream_meter.h"
+#include "render/pictures/analysis.h"
 
 struct PictureInput {
     std::string title;             // file name or music title
     std::string settings;          // one line that names the settings
     std::vector<TonePoint> asked;  // the tone that was asked for, at the output's level
+    double seconds = 0;
+    Measured before, after;  // over time, from the same moment on
+
+    // Runs samples of `channels` channels at rateHz through a fresh instance with these settings
+    // but the playback gain switched off. May be called often.
     double rateHz = 0;
     int channels = 0;
-    std::vector<float> before, after;  // interleaved, full scale 1.0, aligned with each other
-
-    // Runs interleaved 16-bit samples through a fresh instance with these settings at rateHz, with
-    // `channels` channels: aligned (delay removed) and as long as the input. May be called often.
-    std::function<std::vector<int16_t>(const std::vector<int16_t>&)> chain;
-    // The same with the playback gain switched off.
-    std::function<std::vector<int16_t>(const std::vector<int16_t>&)> chainWithoutPlaybackGain;
+    SampleChain chainWithoutPlaybackGain;
+    bool enhances = false;  // the enhancer is on
 };
 
 // Creates or overwrites pngPath. Returns false if it cannot, with a line in *error, and leaves an

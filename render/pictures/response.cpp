@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "render/pictures/analysis.h"
+#include "render/pictures/band_splits.h"
 #include "render/pictures/gnuplot.h"
 
 namespace {
@@ -53,8 +54,9 @@ bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::s
     std::vector<GnuplotKey> key = kKey;
     std::string asked;
     if (!input.asked.empty()) {
-        std::vector<double> curve;
-        for (const double hz : grid) curve.push_back(CurveDb(input.asked, hz));
+        std::vector<double> curve(grid.size());
+        std::transform(grid.begin(), grid.end(), curve.begin(),
+                       [&](double hz) { return CurveDb(input.asked, hz); });
         allMagnitudes = curve;
         asked = GnuplotData("$asked", {grid, curve});
         key.push_back(kAskedKey);
@@ -83,7 +85,10 @@ bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::s
                  "band."},
             key) +
             GnuplotData("$magnitude", magnitudes) + GnuplotData("$delay", delays) +
-            GnuplotPanel("Magnitude", {0.05, 0.985, 0.49, 0.85}) + GnuplotFrequencyAxis() +
+            GnuplotPanel(
+                input.enhances ? std::string("Magnitude; ") + kBandSplitsText : "Magnitude",
+                {0.05, 0.985, 0.49, 0.85}) +
+            (input.enhances ? BandSplitMarks() : "") + GnuplotFrequencyAxis() +
             GnuplotValueAxis(
                 {.label = "dB", .step = 3, .alwaysLow = -6, .alwaysHigh = 6, .reach = 60},
                 allMagnitudes) +

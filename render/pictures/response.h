@@ -12,6 +12,7 @@ struct ResponseInput {
     std::vector<TonePoint> asked;  // the curve that the equalizer was to have, none: not drawn
     double rateHz = 0;
     int channels = 0;
+    bool enhances = false;  // the enhancer is on
 
     // Each runs interleaved 16-bit samples (`channels` channels) through a fresh instance at rateHz
     // with the playback gain off, the output gain at 1 and the gate at its default; the result is

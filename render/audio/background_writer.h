@@ -1,0 +1,34 @@
+// Encodes and writes on a thread beside the one that plays.
+#pragma once
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "render/audio/audio_writer.h"
+#include "render/background.h"
+
+class BackgroundWriter final : public AudioWriter {
+public:
+    explicit BackgroundWriter(std::unique_ptr<AudioWriter> audioWriter)
+        : writer(std::move(audioWriter)),
+          background(kMostBlocks, [this](const auto& samples) { writer->Write(samples); }) {}
+
+    // What went wrong with earlier samples is thrown here or in Commit.
+    void Write(std::span<const int16_t> samples) override {
+        background.Put({samples.begin(), samples.end()});
+    }
+    void Commit() override {
+        background.Finish();
+        writer->Commit();
+    }
+    std::vector<std::string> NotKept() const override { return writer->NotKept(); }
+
+private:
+    static constexpr size_t kMostBlocks = 64;
+
+    std::unique_ptr<AudioWriter> writer;
+    Background<std::vector<int16_t>> background;
+};

@@ -1,0 +1,65 @@
+#include "render/audio/stream_meter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+namespace {
+
+constexpr size_t kBlockSamples = 65536;
+constexpr size_t kMostBlocks = 8;
+
+}  // namespace
+
+StreamMeter::StreamMeter(uint32_t channelCount, uint32_t rateHz, Metering metering,
+                         uint64_t firstFrame)
+    : samplesToSkip(firstFrame * channelCount),
+      loudness(channelCount, rateHz, metering, firstFrame) {
+    if (metering == Metering::kNothing) return;
+    if (metering == Metering::kOverTime) spectrum.emplace(channelCount, rateHz);
+    background.emplace(kMostBlocks, [this](const Block& block) {
+        try {
+            if (!failed) MeterBlock(block);
+        } catch (const std::bad_alloc&) {
+            failed = true;  // the audio needs no meters
+        }
+    });
+}
+
+void StreamMeter::Add(std::span<const float> samples) {
+    if (!background) return;
+    gathered.floats.insert(gathered.floats.end(), samples.begin(), samples.end());
+    if (gathered.floats.size() >= kBlockSamples) HandOver();
+}
+
+void StreamMeter::Add(std::span<const int16_t> samples) {
+    if (!background) return;
+    gathered.sixteenBits.insert(gathered.sixteenBits.end(), samples.begin(), samples.end());
+    if (gathered.sixteenBits.size() >= kBlockSamples) HandOver();
+}
+
+void StreamMeter::HandOver() {
+    background->Put(std::move(gathered));
+    gathered = {};
+}
+
+Measured StreamMeter::Finish() {
+    if (background) {
+        HandOver();
+        background->Finish();
+    }
+    if (failed) return {.loudness = {NAN, NAN, NAN}, .tenths = {}, .spectrum = {}};
+    return {loudness.Result(), loudness.Tenths(), spectrum ? spectrum->Finish() : Spectrum{}};
+}
+
+void StreamMeter::MeterBlock(const Block& block) {
+    std::vector<float> samples(block.sixteenBits.size());
+    std::transform(block.sixteenBits.begin(), block.sixteenBits.end(), samples.begin(),
+                   [](int16_t sample) { return static_cast<float>(sample) / 32768.0F; });
+    samples.insert(samples.end(), block.floats.begin(), block.floats.end());
+    loudness.Add(samples);
+    if (!spectrum) return;
+    const size_t skipped = std::min<uint64_t>(samplesToSkip, samples.size());
+    samplesToSkip -= skipped;
+    spectrum->Add(std::span(samples).subspan(skipped));
+}

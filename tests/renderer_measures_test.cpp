@@ -1,0 +1,172 @@
+// What the renderer tells and draws of a piece, against what is known of it.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+
+#include "tests/renderer_fixture.h"
+
+namespace {
+
+// 1 kHz at -23 dB on both channels has -23 LUFS (EBU Tech 3341, test 1).
+Floats Calibrated(double db, double rightDb, int rateHz, double seconds) {
+    Floats samples = Sine(std::pow(10, db / 20), 1000, rateHz, 2, seconds);
+    for (size_t n = 1; n < samples.size(); n += 2)
+        samples[n] *= static_cast<float>(std::pow(10, (rightDb - db) / 20));
+    return samples;
+}
+
+// A plotter in front of the true one, which keeps the script.
+void KeepScripts() {
+    fs::create_directory("bin");
+    std::ofstream("bin/gnuplot") << "#!/bin/sh\ntee script | PATH=${PATH#bin:} gnuplot \"$@\"\n";
+    fs::permissions("bin/gnuplot", fs::perms::owner_all);
+}
+
+// Columns of a block of data in the script.
+std::vector<std::vector<double>> Data(const std::string& script, const std::string& name) {
+    std::vector<std::vector<double>> columns(7);
+    std::istringstream lines(script.substr(script.find(name + " << EOD")));
+    std::string line;
+    for (std::getline(lines, line); std::getline(lines, line) && line != "EOD";) {
+        std::istringstream values(line);
+        size_t column = 0;
+        for (std::string value; values >> value;) columns[column++].push_back(std::stod(value));
+    }
+    return columns;
+}
+
+// The numbers after a word, up to where the text stops being about them.
+std::pair<double, double> Numbers(const std::string& text, const std::string& pattern) {
+    std::smatch found;
+    if (!std::regex_search(text, found, std::regex(pattern))) return {NAN, NAN};
+    return {std::stod(found[1]), std::stod(found[2])};
+}
+
+struct KnownPiece {
+    std::string name;
+    int rateHz;
+    Floats samples;
+    double beforeLufs, afterLufs, beforePeakDb, afterPeakDb, rangeLu;  // NaN: none
+};
+
+TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
+    KeepScripts();
+    Floats steps = Calibrated(-30, -30, 44100, 20);
+    const Floats loud = Calibrated(-20, -20, 44100, 20);
+    steps.insert(steps.end(), loud.begin(), loud.end());
+    // A gain of 0.5 is -6.02 dB.
+    const KnownPiece pieces[] = {
+        {"44.1 kHz", 44100, Calibrated(-23, -23, 44100, 4), -23, -29, -23, -29, 0},
+        {"32 kHz", 32000, Calibrated(-23, -23, 32000, 4), -23, -29, -23, -29, 0},
+        {"22.05 kHz", 22050, Calibrated(-23, -23, 22050, 4), -23, -29, -23, -29, 0},
+        {"96 kHz", 96000, Calibrated(-23, -23, 96000, 4), -23, -29, -23, -29, 0},
+        {"right side", 48000, Calibrated(-40, -10, 48000, 4), -13, -19, -10, -16, 0},
+        {"two levels", 44100, steps, -22.5, -28.5, -20, -26, 10},  // EBU Tech 3342, test 1
+        {"overs", 44100, Calibrated(6, 6, 44100, 4), 6, -3.9, 6, -5.9, 0},
+        {"2 s", 44100, Calibrated(-23, -23, 44100, 2), -23, -29, -23, -29, NAN},
+        {"0.2 s", 44100, Calibrated(-23, -23, 44100, 0.2), NAN, NAN, -23, -29, NAN},
+        {"silence", 44100, Floats(800000), NAN, NAN, NAN, NAN, NAN},
+    };
+    const auto near = [](double value, double wanted) {
+        return std::isnan(wanted) ? std::isnan(value) : std::abs(value - wanted) < 0.35;
+    };
+    for (const KnownPiece& piece : pieces) {
+        SCOPED_TRACE(piece.name);
+        Write("in.wav", piece.samples, piece.rateHz, 2, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+        const std::string options = "--no-dither --output-gain 0.5 in.wav out.wav";
+        const nlohmann::json report = Report(options + " --picture keep.png");
+        EXPECT_EQ(
+            Shell("PATH=bin:$PATH $ORVANE picture -f --preset off --no-dither --output-gain "
+                  "0.5 in.wav a.png && cmp a.png keep.png && $ORVANE render -f --preset off " +
+                  options + " 2>text"),
+            0);
+        const std::string script = Slurp("script"), text = Slurp("text");
+        const struct {
+            const char *key, *inText, *inPicture;
+            double before, after;
+        } levels[] = {
+            {"loudnessLufs", "loudness (\\S+) LUFS before, (\\S+) after",
+             "Loudness (\\S+) → (\\S+) LUFS", piece.beforeLufs, piece.afterLufs},
+            {"truePeakDb", "true peak (\\S+) dB before, (\\S+) after",
+             "True peak (\\S+) → (\\S+) dBTP", piece.beforePeakDb, piece.afterPeakDb},
+            {"loudnessRangeLu", "range +(\\S+) LU before, (\\S+) after.*3 s, every 1 s",
+             "range \\(3 s, every 1 s\\) (\\S+) → (\\S+) LU", piece.rangeLu, piece.rangeLu}};
+        for (const auto& level : levels) {
+            const auto told = [&](const char* when) {
+                const auto& value = report[level.key][when];
+                return value.is_null() ? NAN : value.get<double>();
+            };
+            EXPECT_PRED2(near, told("before"), level.before) << level.key;
+            EXPECT_PRED2(near, told("after"), level.after) << level.key;
+            if (std::isnan(level.before)) continue;
+            for (const auto& [source, pattern] :
+                 {std::pair(text, level.inText), {script, level.inPicture}}) {
+                const auto [before, after] = Numbers(source, pattern);
+                EXPECT_NEAR(before, told("before"), 0.051) << pattern;
+                EXPECT_NEAR(after, told("after"), 0.051) << pattern;
+            }
+        }
+        const bool hasLoudness = !std::isnan(piece.beforeLufs);
+        EXPECT_EQ(script.find("center front") == std::string::npos, hasLoudness);
+        if (!hasLoudness) continue;
+        // The curves end as loud as the piece does; all is softer by the gain.
+        const auto loudness = Data(script, "$loudness"), gain = Data(script, "$gain");
+        const auto spectrum = Data(script, "$spectrum"), response = Data(script, "$response");
+        const size_t last = loudness[0].size() - 10;
+        EXPECT_NEAR(loudness[0].back(),
+                    static_cast<double>(piece.samples.size()) / 2 / piece.rateHz, 0.11);
+        EXPECT_NEAR(loudness[1][last], piece.name == "two levels" ? -20 : piece.beforeLufs, 0.3);
+        EXPECT_NEAR(loudness[2][last] - loudness[1][last], piece.afterLufs - piece.beforeLufs, 0.3);
+        EXPECT_NEAR(gain[1][last], piece.afterLufs - piece.beforeLufs, 0.3);
+        const auto loudest = std::max_element(spectrum[1].begin(), spectrum[1].end());
+        EXPECT_NEAR(spectrum[0][static_cast<size_t>(loudest - spectrum[1].begin())], 1000, 120);
+        double middle = 0, count = 0;
+        for (size_t i = 0; i < response[0].size(); ++i)
+            if (response[0][i] >= 300 && response[0][i] <= 3000) middle += response[1][i], ++count;
+        EXPECT_NEAR(middle / count, 0, 0.01);
+        EXPECT_NEAR(Numbers(script, "from (300) to 3000 Hz, (\\S+) dB").second, -6.0, 0.051);
+    }
+}
+
+TEST_F(Renderer, MarksWhereTheBandsCancelAndBandsLongPieces) {
+    KeepScripts();
+    Write("in.wav", Calibrated(-20, -20, 32000, 150), 32000, 2);
+    const std::string options = " --preset off --enhancer --process 1 --buffer 4096 in.wav ";
+    EXPECT_EQ(Shell("export PATH=bin:$PATH; $ORVANE render --keep-delay --picture a.png" + options +
+                    "out.wav && mv script late && $ORVANE picture" + options + "b.png"),
+              0);
+    const std::string script = Slurp("script");
+    EXPECT_NEAR(Data(Slurp("late"), "$loudness")[2][0], Data(script, "$loudness")[2][0], 0.02);
+    const auto response = Data(script, "$response"), loudness = Data(script, "$loudness");
+    for (const double hz : {150, 1800}) {
+        EXPECT_NE(script.find("first " + std::to_string(int(hz)) + ", graph 0"), std::string::npos);
+        double lowest = 99, around = 0;
+        for (size_t i = 0; i < response[0].size(); ++i) {
+            const double octaves = std::abs(std::log2(response[0][i] / hz));
+            if (octaves < 0.1) lowest = std::min(lowest, response[1][i]);
+            if (std::abs(octaves - 0.8) < 0.02) around += response[1][i] / 4;
+        }
+        EXPECT_LT(lowest, around - 3) << hz;
+    }
+    EXPECT_GT(loudness[0].size(), 350);  // columns of a few tenths of a second
+    EXPECT_LE(loudness[0].size(), 700);
+    for (size_t i = 0; i < loudness[0].size(); ++i) {
+        EXPECT_LE(loudness[3][i], loudness[1][i] + 1e-6);
+        EXPECT_GE(loudness[4][i], loudness[1][i] - 1e-6);
+        EXPECT_NEAR(loudness[4][i], -20, 0.3);
+    }
+}
+
+TEST_F(Renderer, ReadsAndWritesToTheEndOrSaysThatItCannot) {
+    Write("in.flac", Sine(0.1, 440, 44100, 2, 1), 44100, 2, kFlac16);
+    std::string bytes = Slurp("in.flac");
+    std::ofstream("short.flac", std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+    EXPECT_EQ(Shell("$ORVANE render short.flac out.wav"), 1);
+    ExpectOneLine("short.flac");
+    EXPECT_FALSE(fs::exists("out.wav"));
+    Write("long.wav", Sine(0.1, 440, 44100, 2, 15), 44100, 2);
+    EXPECT_EQ(Shell("trap '' XFSZ; ulimit -f 100; timeout 60 $ORVANE render long.wav out.wav"), 1);
+}
+
+}  // namespace
