@@ -191,7 +191,8 @@ private:
         const std::vector<std::string>& unread = reader.Tags().unread;
         lost.insert(lost.end(), unread.begin(), unread.end());
         if (!lost.empty())
-            report.notes.push_back(fmt::format("tags that {} has no place for: {}", job.output,
+            report.notes.push_back(fmt::format("tags that {} has no place for: {}",
+                                               job.output == "-" ? "standard output" : job.output,
                                                fmt::join(lost, ", ")));
         if (const auto& gains = reader.Tags().gains; !gains.empty())
             report.notes.push_back(fmt::format("tags dropped, since the loudness has changed: {}",

@@ -131,19 +131,13 @@ TEST_F(Renderer, DithersWhatIsLongerAndCountsWhatClips) {
         ASSERT_TRUE(hot[n] <= 1 || held[n] > 0.9f) << n;  // neither wrapped nor silent
 }
 
-TEST_F(Renderer, DropsOldGainsAndIsSilentUnlessAsked) {
+TEST_F(Renderer, LogsOnlyWhenAsked) {
     Write("in.flac", Sine(0.1, 1000, 48000, 2, 1), 48000, 2, kFlac16);
     EXPECT_EQ(Report("--output-gain 0.29 in.flac out.wav")["settings"]["output-gain"], 0.29);
-    std::string bytes = Slurp("in.flac");
-    bytes.replace(bytes.find("comment="), 37, "REPLAYGAIN_TRACK_GAIN=-6.00 dB       ");
-    std::ofstream("in.flac", std::ios::binary) << bytes;
-    EXPECT_EQ(Report("in.flac out.flac --ratio 2")["notes"].size(), 2);  // --ratio is idle, too
-    EXPECT_EQ(Slurp("out.flac").find("REPLAYGAIN"), std::string::npos);
-
     for (const char* line :
          {"! $ORVANE render in.flac b.wav --picture a.png 2>&1 | grep Quenthra_",
           "$ORVANE render in.flac c.wav --log 2>&1 | grep Quenthra_v2:",
-          "$ORVANE response c.png && head -c 4 c.png | grep -a PNG", "$ORVANE info | grep 2.1.0.2",
+          "$ORVANE response c.png && head -c 4 c.png | grep -a PNG",
           "$ORVANE info | grep ' 1.0 MIPS, 24 KiB'",
           "! grep -qw avx2 /proc/cpuinfo || $ORVANE info | head -n 1 | grep /avx2/"})
         EXPECT_EQ(Shell(line), 0) << line << '\n' << Slurp("out") << Slurp("err");
@@ -167,7 +161,7 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
         "2 in.wav a.wav --picture ./a.wav; 2 in.wav a.wav --picture sub/../a.wav; "
         "2 in.wav link.wav -f --picture new.png; 2 in.wav a.wav -f --picture sub/in; "
         "2 - a.wav -f <in.wav --picture in.wav; 2 in.wav new.doc; 2 in.wav - --json; "
-        "2 in.wav new.wav --ratio 11; 2 in.wav new.wav --eq 10=0.5; "
+        "2 in.wav new.wav --ratio 11; 2 in.wav new.wav --ratio nan; 2 in.wav new.wav --eq 10=0.5; "
         "2 in.wav new.wav --eq 0=0.1,1; 2 in.wav new.wav --enhancer=perhaps; "
         "2 in.wav new.wav --tone 60; 2 in.wav new.wav --tone 60:6,60:3; "
         "2 in.wav new.wav --tone 60:6 --eq 0=0.1; 2 in.wav new.wav --tone 5:6; "
@@ -263,7 +257,7 @@ TEST_F(Renderer, LeavesNothingBehindWhenInterrupted) {
     Write("in.wav", Sine(0.5, 1000, 44100, 2, 1), 44100, 2);
     EXPECT_EQ(Shell("mkfifo pipe"), 0);
     // Ended once it has made a temporary file and no other of a pipe that stays open.
-    for (const int number : {SIGTERM, SIGPIPE, SIGQUIT, SIGXCPU, SIGXFSZ}) {
+    for (const int number : {SIGINT, SIGTERM, SIGPIPE, SIGQUIT, SIGXCPU, SIGXFSZ}) {
         const std::string end = "kill -" + std::to_string(number) + " $!";
         EXPECT_EQ(Shell("ulimit -c 0;"
                         "env --default-signal $ORVANE render - out.wav <pipe & exec 3>pipe;"

@@ -86,7 +86,8 @@ public:
                               NotedFile::Tell};
         file.reset(sf_open_virtual(&through, SFM_WRITE, &info, &target));
         if (file == nullptr) Refuse(sf_error(nullptr));
-        if (isWav && !fits) sf_command(file.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+        if (isWav && !format.frames)
+            sf_command(file.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
         notKept = KeepsStrings() ? WriteStrings(file.get(), tags) : tags.Names();
     }
 

@@ -1,0 +1,61 @@
+#!/bin/bash
+# Follows docs/batch.md: its lines over two hundred short files, cut off half-way and taken up again,
+# then on two "machines" which are folders here.
+#   batch_test.sh PROGRAM
+set -euo pipefail
+page=$(dirname "$(realpath "$0")")/../docs/batch.md
+PATH=$(dirname "$1"):$PATH
+here=$(mktemp -d)
+trap 'rm -rf "$here"' EXIT
+export HOME=$here
+for tool in parallel rsync; do
+  command -v $tool >/dev/null || { echo "skipped: no $tool"; exit 0; }
+done
+# The lines of the page's Nth block.
+block() { awk -v n="$1" '/^```sh/ {i++; on = 1; next} /^```/ {on = 0} on && i == n' "$page"; }
+fail() { echo "batch_test: $*"; exit 1; }
+
+mkdir -p "$here/music/it's a" "$here/music/b"
+cd "$here/music"
+perl -e 'print pack("A4VA4A4VvvVVvvA4V", "RIFF", 30036, "WAVE", "fmt ", 16, 1, 1, 48000, 96000, 2, 16,
+  "data", 30000), map { pack "s<", rand 9999 } 1 .. 15000' | orvane render -q - source.flac
+for n in {1..100}; do cp source.flac "it's a/$n.flac"; cp source.flac "b/$n.flac"; done
+rm source.flac
+mv b/7.flac b/spare
+echo broken >b/7.flac
+found() { find ../out -name "$1" 2>/dev/null | wc -l; }
+
+set -m
+(block 1 | sed '/^cd/d' | bash) 2>/dev/null &
+for try in {1..600}; do [ "$(found '*.opus')" -lt 60 ] || break; sleep 0.05; done
+kill -TERM -- -$!
+wait $! 2>/dev/null && fail "was not cut off"
+while kill -0 -- -$! 2>/dev/null; do sleep 0.05; done
+set +m
+some=$(found '*.opus')
+[ "$some" -ge 60 ] && [ "$some" -lt 199 ] || fail "$some files when cut off"
+[ "$(found '.*')" = 0 ] || fail "left $(find ../out -name '.*')"
+
+block 2 | bash 2>err && fail "the broken file was not told"
+grep -c '^orvane: ' err | grep -qx 1
+[ "$(found '*.opus')" = 199 ] || fail "$(found '*.opus') files after resuming"
+mv b/spare b/7.flac
+block 2 | bash
+[ "$(found '*.opus')" = 200 ] || fail "$(found '*.opus') files after the broken one was mended"
+[ "$(find ../out -name '*.opus' -printf '%s\n' | sort -u | wc -l)" = 1 ] || fail "some are not whole"
+
+# A stand-in for ssh: every machine has a home folder.
+cat >"$here/ssh" <<'SSH'
+#!/bin/bash
+while [[ $1 == -* ]]; do shift; done
+mkdir -p "$HOME/$1" && cd "$HOME/$1" && shift
+[[ $1 != -- ]] || shift
+exec bash -c "$*"
+SSH
+chmod +x "$here/ssh"
+export PARALLEL_SSH=$here/ssh
+rm -r "it's a" b/[1-9]?.flac ../jobs
+block 3 | sed 's/,: / /' | bash
+[ "$(find . -name '*-night.opus' | wc -l)" = 10 ] || fail "the machines gave $(find . -name '*.opus' | wc -l)"
+[ "$(cut -f 2 ../jobs | sort -u | grep -c 'alpha\|beta')" = 2 ] || fail "not all machines worked"
+[ -z "$(find ../alpha ../beta -type f)" ] || fail "the machines keep files"

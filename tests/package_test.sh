@@ -1,0 +1,35 @@
+#!/bin/sh
+# Installs what was built, into a prefix and as a Debian package into a root of its own, uses it
+# there and removes it.
+#   package_test.sh BUILD_FOLDER
+set -eu
+build=$1
+here=$(mktemp -d)
+trap 'rm -rf "$here"' EXIT
+command -v lintian >/dev/null || { echo "skipped: no lintian"; exit 0; }
+
+# $1: where bin, lib and share are
+use() {
+  "$1/bin/orvane" response "$here/a.png" -f
+  "$1/bin/orvane" info | head -n 1 | grep "^$1/lib/orvane/soundfx/"
+  man -l "$1/share/man/man1/orvane.1.gz" | grep -q skip-existing
+  bash -c ". '$1/share/bash-completion/completions/orvane' && complete -p orvane"
+}
+cmake --install "$build" --prefix "$here/prefix" >/dev/null
+use "$here/prefix"
+
+(cd "$build" && cpack -G DEB -B "$here/package" >/dev/null)
+package=$(ls "$here"/package/*.deb)
+# Each override is needed, nothing else is found.
+lintian --allow-root "$package" | (! grep .)
+lintian --allow-root --no-override "$package" | cut -d ' ' -f 2- | sort >"$here/found"
+grep -v '^#' "$(dirname "$0")/../packaging/lintian-overrides" | sort | cmp - "$here/found"
+
+root=$here/root
+mkdir -p "$root/var/lib/dpkg/updates" "$root/var/lib/dpkg/info"
+touch "$root/var/lib/dpkg/status"
+dpkg() { command dpkg --root="$root" --log="$here/log" --force-not-root,depends,bad-path "$@"; }
+dpkg -i "$package" >/dev/null 2>&1
+use "$root/usr"
+dpkg -P orvane >/dev/null
+[ ! -e "$root/usr" ] || { find "$root/usr"; exit 1; }

@@ -1,0 +1,168 @@
+// The renderer as a tool: what it keeps of a file beside the sound, what it says, how it shares a
+// folder with others.
+#include <gtest/gtest.h>
+#include <taglib/fileref.h>
+#include <taglib/flacfile.h>
+#include <taglib/tpropertymap.h>
+
+#include "render/audio/audio_writer.h"
+#include "tests/library_under_test.h"
+#include "tests/renderer_fixture.h"
+
+namespace {
+
+const TagLib::ByteVector kCover(200000, 'c');
+
+void WriteTagged(const std::string& path) {
+    TagLib::FLAC::File file(path.c_str());
+    TagLib::PropertyMap fields;
+    for (const char* name : {"ALBUMARTIST", "ARTIST", "COMPOSER", "GENRE", "LYRICS", "TITLE"})
+        fields.insert(name, TagLib::String(std::string("the Ⓐ of ") + name, TagLib::String::UTF8));
+    fields.insert("DATE", TagLib::String("2001-02-03"));
+    fields.insert("MUSICBRAINZ_TRACKID", TagLib::String("1-a"));
+    fields.insert("ENCODER", TagLib::String("another program"));
+    fields.insert("REPLAYGAIN_TRACK_GAIN", TagLib::String("-6 dB"));
+    file.setProperties(fields);
+    auto* const picture = new TagLib::FLAC::Picture;
+    picture->setType(TagLib::FLAC::Picture::BackCover);
+    picture->setMimeType("image/png");
+    picture->setData(kCover);
+    file.addPicture(picture);
+    file.save();
+}
+
+TEST_F(Renderer, KeepsTagsAndTheCoverOrSaysWhatIsLost) {
+    Write("in.flac", NoiseSamples(40000, 3000), 48000, 2, kFlac16);
+    EXPECT_EQ(Shell("cp in.flac without.flac"), 0);
+    WriteTagged("in.flac");
+    const std::string some = "ALBUMARTIST, COMPOSER, LYRICS, MUSICBRAINZ_TRACKID, picture";
+    const std::string all =
+        "ALBUMARTIST, ARTIST, COMPOSER, DATE, GENRE, LYRICS, MUSICBRAINZ_TRACKID, TITLE, picture";
+    const std::pair<std::string, std::string> outputs[] = {
+        {"out.wav", ""}, {"out.aiff", ""},  {"out.flac", ""},   {"out.ogg", ""}, {"out.opus", ""},
+        {"out.mp3", ""}, {"out.caf", some}, {"out.rf64", some}, {"out.au", all}, {"out.w64", all}};
+    for (const auto& [output, lost] : outputs) {
+        SCOPED_TRACE(output);
+        nlohmann::json notes = {"tags dropped, since the loudness has changed: "};
+        notes[0] = notes[0].get<std::string>() + "REPLAYGAIN_TRACK_GAIN";
+        if (!lost.empty())
+            notes.insert(notes.begin(), "tags that " + output + " has no place for: " + lost);
+        EXPECT_EQ(Report("in.flac " + output)["notes"], notes);
+        // Where the tags went in, the sound is as without.
+        const std::string bare = "bare" + fs::path(output).extension().string();
+        Report("without.flac " + bare);
+        if ((SndfileHandle(bare).format() & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16) {
+            EXPECT_EQ(Read(output), Read(bare));
+        }
+        EXPECT_EQ(Read(output).size(), Read(bare).size());
+        if (lost.empty()) {
+            TagLib::FileRef file(output.c_str());
+            TagLib::PropertyMap fields = file.file()->properties();
+            fields.insert("R128_TRACK_GAIN", TagLib::String("-300"));
+            file.file()->setProperties(fields);
+            file.save();
+        }
+        notes = Report(output + " back.flac")["notes"];
+        EXPECT_EQ(notes.dump().find("R128_TRACK_GAIN") != std::string::npos, lost.empty()) << notes;
+        TagLib::FLAC::File back("back.flac", false);
+        std::string names;
+        for (const auto& [name, values] : back.properties()) {
+            names += name.to8Bit() + " ";
+            const std::string told = values.toString().to8Bit(true);
+            EXPECT_EQ(told, name == "DATE"                  ? "2001-02-03"
+                            : name == "MUSICBRAINZ_TRACKID" ? "1-a"
+                                                            : "the Ⓐ of " + name.to8Bit());
+        }
+        EXPECT_EQ(names, lost == all    ? ""
+                         : lost == some ? "ARTIST DATE GENRE TITLE "
+                                        : "ALBUMARTIST ARTIST COMPOSER DATE GENRE LYRICS "
+                                          "MUSICBRAINZ_TRACKID TITLE ");
+        const auto pictures = back.pictureList();
+        ASSERT_EQ(pictures.size(), lost.empty() ? 1U : 0U);
+        if (!lost.empty()) continue;
+        EXPECT_TRUE(pictures.front()->data() == kCover);
+        EXPECT_EQ(pictures.front()->type(), TagLib::FLAC::Picture::BackCover);
+        // The sound has room on the disk, the tags have not.
+        std::ofstream(output) << "old";
+        setenv("BLOCKS", std::to_string(fs::file_size(bare) / 512 + 100).c_str(), 1);
+        EXPECT_EQ(Shell("trap '' XFSZ; ulimit -f $BLOCKS; $ORVANE render -fq in.flac " + output),
+                  1);
+        ExpectOneLine(output);
+        EXPECT_EQ(Slurp(output), "old");
+    }
+}
+
+TEST_F(Renderer, SaysItInTheseWords) {
+    Write("in.wav", NoiseSamples(8000, 3000), 44100, 2);
+    std::ofstream("song.m4a", std::ios::binary) << std::string(
+        "\0\0\0\x20"
+        "ftypM4A ",
+        12);
+    const std::pair<std::string, std::string> rows[] = {
+        {"--version", "orvane 2.1.0.2"},
+        {"info", "  record       tag 0x41454C54, interface 2.0, 1 effect(s)"},
+        {"info", "(normal mode)"},
+        {"info", "  control      interface 2.0, flags 0x00000010 (insert effect, last)"},
+        {"info", "  0x20003  PARAM_PLAYBACKGAIN_RATIO   --ratio          0 to 10        default 1"},
+        {"info",
+         "  0x08006  PARAM_GET_SAMPLING_RATE                     32000 to 48000 answers "
+         "44100"},
+        {"render -f in.wav out.wav --ratio 2", "--ratio does nothing without --playback-gain"},
+        {"render -f in.wav out.wav --preset night --ratio 2 --no-equalizer",
+         "  preset night: playback gain (ratio 2, volume 1, max-gain 12 (+21.6 dB)), output-gain "
+         "0.25 (-12.0 dB)"},
+        {"render song.m4a new.wav", "ffmpeg -i 'song.m4a' 'song.flac'"},
+        {"render --skip-existing in.wav out.wav", "out.wav exists already, skipped"},
+        {"render --help", "  --ratio NUMBER                  a level L dB from the reference"},
+        {"render --help", "  night                           half of a wide loudness range"},
+        {"--man-page", "\\-\\-skip\\-existing"},
+    };
+    for (const auto& [line, words] : rows) {
+        Shell("$ORVANE " + line);
+        EXPECT_NE((Slurp("out") + Slurp("err")).find(words), std::string::npos)
+            << line << ": " << words << '\n'
+            << Slurp("out") << Slurp("err");
+    }
+    for (const char* line :
+         {"for c in '' render picture response tone info; do $ORVANE $c --help >help;"
+          "  ! grep '.\\{101\\}' help && test $(grep -c '^  orvane r\\|parallel' help) = 3 || exit "
+          "1; done",
+          "$ORVANE --man-page | LC_ALL=C.UTF-8 man --warnings -l - 2>&1 >page | (! grep .)",
+          "$ORVANE --bash-completion >complete && bash -c '. ./complete; "
+          "  try() { COMP_WORDS=(orvane \"$@\"); COMP_CWORD=$#; _orvane; echo \"${COMPREPLY[*]}\"; "
+          "};"
+          "  try rend; try render --skip; try render --preset ni' >tried &&"
+          "  printf 'render\\n--skip-existing\\nnight\\n' | cmp - tried",
+          "! $ORVANE render --skip-existing -f in.wav out.wav"})
+        EXPECT_EQ(Shell(line), 0) << line << '\n' << Slurp("out") << Slurp("err");
+}
+
+TEST_F(Renderer, SharesAFolder) {
+    Write("in.wav", NoiseSamples(88200, 3000), 44100, 2);
+    for (const char* line :
+         {"umask 027; $ORVANE render in.wav mode.wav && test $(stat -c %a mode.wav) = 640",
+          // A file that comes while another is rendered is nobody's to overwrite.
+          "mkfifo pipe; $ORVANE render - came.wav <pipe & exec 3>pipe; head -c 50000 in.wav >&3;"
+          "for try in $(seq 100); do sleep 0.1; ls .came-* && break; done; echo old >came.wav;"
+          "exec 3>&-; ! wait $! && echo old | cmp - came.wav",
+          // A reader slower than a pipe that doesn't block.
+          "perl -MFcntl -e 'fcntl STDOUT, F_SETFL, O_WRONLY | O_NONBLOCK; exec @ARGV' $ORVANE"
+          "  render in.wav - | (sleep 0.3; cat) >piped && $ORVANE render in.wav - | cmp - piped",
+          // Without a length ahead, a small file is plain WAV all the same.
+          "cat in.wav | $ORVANE render - small.wav && head -c 4 small.wav | grep RIFF"})
+        EXPECT_EQ(Shell(line), 0) << line << '\n' << Slurp("err");
+}
+
+// As beyond 4 GiB, with the limit lowered.
+TEST_F(Renderer, WhatAWavHeaderCannotCountBecomesRf64) {
+    const std::vector<int16_t> samples = NoiseSamples(5000, 3000);
+    for (const uint64_t most : {9999U, 11000U}) {
+        auto writer = OpenAudioWriter("out.wav", true, {44100, 2, 2500, most}, {});
+        writer->Write(samples);
+        writer->Commit();
+        EXPECT_EQ(Slurp("out.wav").substr(0, 4), most < 10000 ? "RF64" : "RIFF");
+        EXPECT_EQ(Read<int16_t>("out.wav"), samples);
+    }
+}
+
+}  // namespace
