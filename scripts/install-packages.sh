@@ -1,5 +1,6 @@
 #!/bin/sh
-# Installs the Debian packages that the named jobs need, if they aren't there yet.
+# Installs the Debian packages that the named jobs need, if they aren't there yet: as root, or
+# through sudo.
 #   render  the library, the renderer, a piece of music and pictures
 #   test    that, and what tests and checks need
 #   arm     the cross build and its emulator
@@ -7,10 +8,11 @@
 set -eu
 
 render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-dev libcli11-dev
-  nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev gnuplot-nox fonts-dejavu-core caveexpress-data"
+  nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev gnuplot-nox fonts-dejavu-core
+  caveexpress-data dpkg-dev file"
 test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang-tools
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git
-  man-db parallel rsync lintian dpkg-dev file"
+  man-db parallel rsync lintian"
 arm="cmake ninja-build python3 g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
 wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs"
 
@@ -32,7 +34,8 @@ for package in $wanted; do
 done
 [ -z "$missing" ] && exit 0
 echo "Installing:$missing"
-export DEBIAN_FRONTEND=noninteractive
-apt-get update -qq
+root=
+[ "$(id -u)" = 0 ] || root=sudo
+$root apt-get update -qq
 # shellcheck disable=SC2086  # one word a package
-apt-get install -y -qq --no-install-recommends $missing >/dev/null
+$root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $missing >/dev/null
