@@ -8,6 +8,7 @@ set(ORVANE_SOURCES
   dsp/biquad_fp.cpp
   dsp/fft_r24.cpp
   dsp/fir_window.cpp
+  dsp/softfloat/band_convolver.cpp
   dsp/wave_buffer.cpp
   effects/cross_fader.cpp
   effects/fir_equalizer.cpp

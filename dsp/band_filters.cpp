@@ -44,7 +44,8 @@ bool BandFilters<T>::Design(uint32_t windowType, uint32_t kernelLength, uint32_t
     Release();
     fft.reset(new (std::nothrow) FFT_R24<T>(N));
     if (!fft || !fft->Prepared() || !lowWork.Allocate(N) || !highWork.Allocate(N) ||
-        !bandWork.Allocate(N) || !SetKernels(low.data(), high.data(), band.data(), K, N)) {
+        !bandWork.Allocate(N) || !SetKernels(low.data(), high.data(), band.data(), K, N) ||
+        !faster.Prepare(N, fft->w.data(), lowKernel.data(), highKernel.data(), bandKernel.data())) {
         Release();
         return false;
     }
@@ -105,14 +106,19 @@ template <typename T>
 void BandFilters<T>::Split(BandTails<T>& tails, const T* input, T* lowOutput, T* highOutput,
                            T* bandOutput, uint32_t stride) {
     const uint32_t L = blockLength, N = transformLength;
-    for (size_t i = 0; i < L; ++i) lowWork[i] = input[i * stride];
-    std::fill_n(lowWork.data() + L, N - L, T(0));
-    Transform(lowWork.data(), false);
-    std::memcpy(highWork.data(), lowWork.data(), N * sizeof(T));
-    std::memcpy(bandWork.data(), lowWork.data(), N * sizeof(T));
-    ConvolveBand(lowWork.data(), L, lowKernel.data(), N, tails.low.data(), tails.primed);
-    ConvolveBand(highWork.data(), L, highKernel.data(), N, tails.high.data(), tails.primed);
-    ConvolveBand(bandWork.data(), L, bandKernel.data(), N, tails.band.data(), tails.primed);
+    if (!faster.Convolve(input, L, stride, lowWork.data(), highWork.data(), bandWork.data())) {
+        for (size_t i = 0; i < L; ++i) lowWork[i] = input[i * stride];
+        std::fill_n(lowWork.data() + L, N - L, T(0));
+        Transform(lowWork.data(), false);
+        std::memcpy(highWork.data(), lowWork.data(), N * sizeof(T));
+        std::memcpy(bandWork.data(), lowWork.data(), N * sizeof(T));
+        CircularConvolution(lowWork.data(), lowKernel.data(), N);
+        CircularConvolution(highWork.data(), highKernel.data(), N);
+        CircularConvolution(bandWork.data(), bandKernel.data(), N);
+    }
+    OverlapAdd(lowWork.data(), L, N, tails.low.data(), tails.primed);
+    OverlapAdd(highWork.data(), L, N, tails.high.data(), tails.primed);
+    OverlapAdd(bandWork.data(), L, N, tails.band.data(), tails.primed);
     tails.primed = true;
     for (size_t i = 0; i < L; ++i) {
         lowOutput[i * stride] = lowWork[i];
@@ -124,6 +130,12 @@ void BandFilters<T>::Split(BandTails<T>& tails, const T* input, T* lowOutput, T*
 template <typename T>
 void BandFilters<T>::ConvolveBand(T* spectrum, uint32_t length, const T* kernel, uint32_t n,
                                   T* tail, bool hasTail) {
+    CircularConvolution(spectrum, kernel, n);
+    OverlapAdd(spectrum, length, n, tail, hasTail);
+}
+
+template <typename T>
+void BandFilters<T>::CircularConvolution(T* spectrum, const T* kernel, uint32_t n) {
     spectrum[0] *= kernel[0];
     spectrum[1] *= kernel[1];
     for (size_t j = 2; j < n; j += 2) {
@@ -133,10 +145,15 @@ void BandFilters<T>::ConvolveBand(T* spectrum, uint32_t length, const T* kernel,
         spectrum[j + 1] = ai * kr + ki * ar;
     }
     Transform(spectrum, true);
+}
+
+template <typename T>
+void BandFilters<T>::OverlapAdd(T* convolution, uint32_t length, uint32_t n, T* tail,
+                                bool hasTail) {
     const size_t tailLength = n - length;
     if (hasTail)
-        for (size_t i = 0; i < tailLength; ++i) spectrum[i] += tail[i];
-    std::memcpy(tail, spectrum + length, tailLength * sizeof(T));
+        for (size_t i = 0; i < tailLength; ++i) convolution[i] += tail[i];
+    std::memcpy(tail, convolution + length, tailLength * sizeof(T));
 }
 
 template struct BandTails<float>;

@@ -16,9 +16,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 #include "dsp/fft_r24.h"
 #include "dsp/owned_array.h"
+#include "dsp/softfloat/band_convolver.h"
 
 // What one channel's blocks leave for the next one, K - 1 samples a band.
 template <typename T>
@@ -31,6 +33,15 @@ struct BandTails {
     OwnedArray<T> low, high, band;
     bool primed = false;  // a block was processed, so the tails count
 };
+
+// What stands in for Split's transforms where floats are unpacked; nothing elsewhere.
+template <typename T, bool unpacked = kSoftFloat&& std::is_same_v<T, float>>
+struct FasterConvolver {
+    bool Prepare(uint32_t, const T*, const T*, const T*, const T*) { return true; }
+    bool Convolve(const T*, size_t, size_t, T*, T*, T*) { return false; }
+};
+template <>
+struct FasterConvolver<float, true> : SoftBandConvolver {};
 
 template <typename T>
 class BandFilters {
@@ -63,6 +74,10 @@ public:
     void Transform(T* data, bool inverse);
     void ConvolveBand(T* spectrum, uint32_t length, const T* kernel, uint32_t n, T* tail,
                       bool hasTail);
+    // Product with the kernel's spectrum and inverse transform, in place.
+    void CircularConvolution(T* spectrum, const T* kernel, uint32_t n);
+    // Adds the tail, if there is one, to a circular convolution and takes its end as the next.
+    static void OverlapAdd(T* convolution, uint32_t length, uint32_t n, T* tail, bool hasTail);
     // Times 2 / n.
     static void Scale(T* data, uint32_t count, uint32_t n);
 
@@ -73,6 +88,7 @@ private:
     OwnedArray<T> lowKernel, highKernel, bandKernel;  // spectra times 2 / N, packed as FFT_R24's
     OwnedArray<T> lowWork, highWork, bandWork;        // N
     std::unique_ptr<FFT_R24<T>> fft;
+    FasterConvolver<T> faster;
     uint32_t blockLength = 0, transformLength = 0;
 };
 

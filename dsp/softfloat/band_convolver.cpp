@@ -1,0 +1,199 @@
+#include "dsp/softfloat/band_convolver.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace {
+
+using Number = Complex<SoftFloat>;
+using Factor = Complex<SoftFactor>;
+
+uint32_t BitsOf(float v) {
+    return std::bit_cast<uint32_t>(v);
+}
+
+// Products of numbers that may be too small for them: false if they are.
+[[gnu::always_inline]] inline bool Turned(Factor w, Number& y) {
+    if (!softfloat::Settles(y.re, y.im)) return false;
+    y = Twiddle(w, y);
+    return true;
+}
+
+// The next index in the order of reversed bits, of 0 .. 2 * highest - 1.
+[[gnu::always_inline]] inline size_t NextReversed(size_t index, size_t highest) {
+    while ((index & highest) != 0) {
+        index ^= highest;
+        highest /= 2;
+    }
+    return index | highest;
+}
+
+}  // namespace
+
+bool SoftBandConvolver::Prepare(uint32_t n, const float* tables, const float* low,
+                                const float* high, const float* band) {
+    half = 0;
+    const size_t m = n / 2;
+    if (m < 8 || !std::has_single_bit(m) || std::countr_zero(m) % 2 == 0) return true;
+    if (!twiddles.Allocate(m / 4) || !realFactors.Allocate(m / 2) || !spectrum.Allocate(m) ||
+        !work.Allocate(m))
+        return false;
+    for (OwnedArray<Factor>& kernel : kernels)
+        if (!kernel.Allocate(m)) return false;
+
+    bool fits = true;
+    const auto factor = [&fits](float re, float im) {
+        if (!softfloat::CanBeFactor(re) || !softfloat::CanBeFactor(im)) fits = false;
+        return fits ? Factor{softfloat::FactorOf(re), softfloat::FactorOf(im)} : Factor{};
+    };
+    eighth = softfloat::FactorOf(tables[2]);
+    // w3 is rounded as the stages of FFT_R24 round it.
+    for (size_t group = 2; group < m / 4; group += 2) {
+        const float* const w2 = tables + group;
+        for (size_t second = 0; second < 2; ++second) {
+            const float* const w1 = tables + 2 * (group + second);
+            const float twice = 2 * w2[1 - second];
+            twiddles[group + second] = {factor(w1[0], w1[1]),
+                                        second == 0 ? factor(w2[0], w2[1]) : factor(-w2[1], w2[0]),
+                                        factor(w1[0] - twice * w1[1], twice * w1[0] - w1[1])};
+        }
+    }
+    const float* const c = tables + m / 2;
+    for (size_t k = 1; k < m / 2; ++k) realFactors[k] = factor(0.5F - c[m / 2 - k], c[k]);
+    const float* const spectra[] = {low, high, band};
+    for (size_t b = 0; b < 3; ++b)
+        for (size_t k = 0; k < m; ++k)
+            kernels[b][k] = factor(spectra[b][2 * k], spectra[b][2 * k + 1]);
+    if (fits) half = m;
+    return true;
+}
+
+bool SoftBandConvolver::Convolve(const float* input, size_t count, size_t stride, float* low,
+                                 float* high, float* band) {
+    return half != 0 && Load(input, count, stride) && RealSpectrum() &&
+           Inverse(kernels[0].data(), low) && Inverse(kernels[1].data(), high) &&
+           Inverse(kernels[2].data(), band);
+}
+
+bool SoftBandConvolver::Load(const float* input, size_t count, size_t stride) {
+    for (size_t i = 0; i < count; ++i)
+        if (!softfloat::Enters(BitsOf(input[i * stride]))) return false;
+    // Sample pairs as complex values, in the order of reversed bits.
+    Number* const a = spectrum.data();
+    size_t pair = 0;
+    for (size_t to = 0; to < half; ++to, pair = NextReversed(pair, half / 2)) {
+        const size_t i = 2 * pair;
+        a[to].re = i < count ? softfloat::Unpack(BitsOf(input[i * stride])) : SoftFloat{};
+        a[to].im = i + 1 < count ? softfloat::Unpack(BitsOf(input[(i + 1) * stride])) : SoftFloat{};
+    }
+    return Stages(a);
+}
+
+bool SoftBandConvolver::Stages(Number* a) const {
+    for (size_t span = 1; 4 * span < half; span *= 4) {
+        const auto group = [span](Number* at) {
+            return Untwiddled(at[0], at[span], at[2 * span], at[3 * span]);
+        };
+        const auto store = [span](Number* at, const Radix4<SoftFloat>& y) {
+            at[0] = y.y0;
+            at[span] = y.y1;
+            at[2 * span] = y.y2;
+            at[3 * span] = y.y3;
+        };
+        Number* at = a;
+        for (const Number* const end = at + span; at < end; ++at) store(at, group(at));
+        at += 3 * span;
+        for (const Number* const end = at + span; at < end; ++at) {
+            Radix4<SoftFloat> y = EighthTurn(at[0], at[span], at[2 * span], at[3 * span], eighth);
+            // Products that lie in the range came from no number that is too small.
+            if (!softfloat::Settles(y.y1.re, y.y1.im) || !softfloat::Settles(y.y3.re, y.y3.im))
+                return false;
+            store(at, y);
+        }
+        at += 3 * span;
+        for (size_t index = 2; at < a + half; ++index, at += 3 * span) {
+            const Twiddles<SoftFactor>& w = twiddles[index];
+            for (const Number* const end = at + span; at < end; ++at) {
+                Radix4<SoftFloat> y = group(at);
+                if (!Turned(w.w1, y.y1) || !Turned(w.w2, y.y2) || !Turned(w.w3, y.y3)) return false;
+                store(at, y);
+            }
+        }
+    }
+    return true;
+}
+
+// The last stage, then from the spectrum of the complex values to that of the real ones. [0] holds
+// the two real values at 0 Hz and half the rate.
+bool SoftBandConvolver::RealSpectrum() {
+    Number* const a = spectrum.data();
+    const size_t span = half / 2;
+    for (size_t k = 0; k < span; ++k) {
+        const auto [lowRe, highRe] = SumAndDifference(a[k].re, a[k + span].re);
+        const auto [lowIm, highIm] = SumAndDifference(a[k].im, a[k + span].im);
+        a[k] = {lowRe, lowIm};
+        a[k + span] = {highRe, highIm};
+    }
+    const auto [sum, difference] = SumAndDifference(a[0].re, a[0].im);
+    a[0] = {sum, difference};
+    for (size_t k = 1; k < span; ++k) {
+        Number& left = a[k];
+        Number& right = a[half - k];
+        Number y = {left.re - right.re, left.im + right.im};
+        if (!Turned(realFactors[k], y)) return false;
+        left = {left.re - y.re, left.im - y.im};
+        right = {right.re + y.re, right.im - y.im};
+    }
+    for (size_t k = 0; k < half; ++k)
+        if (!softfloat::Settles(a[k].re, a[k].im)) return false;
+    return true;
+}
+
+// The product with a kernel and the way back to the spectrum of complex values, in the order of
+// reversed bits.
+bool SoftBandConvolver::ProductToWork(const Factor* kernel) {
+    const Number* const a = spectrum.data();
+    Number* const out = work.data();
+    const SoftFloat sum = kernel[0].re * a[0].re;
+    SoftFloat difference = sum - kernel[0].im * a[0].im;
+    if (difference.m != 0 && difference.e < 0) return false;
+    --difference.e;  // halved
+    out[0] = {sum - difference, -difference};
+    const size_t span = half / 2;
+    size_t to = 0;
+    for (size_t k = 1; k < span; ++k) {
+        to = NextReversed(to, span);
+        const Number left = Twiddle(kernel[k], a[k]);
+        const Number right = Twiddle(kernel[half - k], a[half - k]);
+        Number y = {left.re - right.re, left.im + right.im};
+        if (!softfloat::Settles(y.re, y.im)) return false;
+        y = Twiddle(Factor{realFactors[k].re, -realFactors[k].im}, y);
+        out[to] = {left.re - y.re, y.im - left.im};
+        // In half - k the bits above the lowest set one of k are the others.
+        out[to ^ (std::bit_floor(to) - 1)] = {right.re + y.re, y.im - right.im};
+    }
+    const Number middle = Twiddle(kernel[span], a[span]);
+    out[1] = {middle.re, -middle.im};
+    return true;
+}
+
+// The last stage leaves the conjugates.
+bool SoftBandConvolver::Inverse(const Factor* kernel, float* out) {
+    if (!ProductToWork(kernel) || !Stages(work.data())) return false;
+    const Number* const a = work.data();
+    const size_t span = half / 2;
+    const auto put = [](float* to, SoftFloat v) {
+        const uint32_t bits = softfloat::Pack(v);
+        std::memcpy(to, &bits, sizeof bits);
+    };
+    for (size_t k = 0; k < span; ++k, out += 2) {
+        const auto [lowRe, highRe] = SumAndDifference(a[k].re, a[k + span].re);
+        const auto [lowIm, highIm] = SumAndDifference(a[k].im, a[k + span].im);
+        put(out, lowRe);
+        put(out + 1, -lowIm);
+        put(out + half, highRe);
+        put(out + half + 1, -highIm);
+    }
+    return true;
+}

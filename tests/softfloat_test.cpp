@@ -1,0 +1,119 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+
+#include "dsp/fft_r24.h"
+#include "dsp/softfloat/band_convolver.h"
+#include "signals.h"
+
+namespace {
+
+// Floats that may enter, every scale and kind: near each other, ties, few bits, zeros.
+class Operands {
+public:
+    float Next() {
+        const uint32_t kind = Bits() % 8, significand = Bits() % (1U << 23U);
+        const uint32_t masks[] = {0, 0x7f0000, 0x7fffc0, 0x00003f};
+        uint32_t bits = Bits() & 0x80000000U;
+        bits |= kind < 4 ? significand & masks[kind] : significand;
+        bits |= (kind % 2 == 0 ? 120 + Bits() % 8 : 47 + Bits() % 140) << 23U;
+        return Bits() % 32 == 0 ? 0.0F : std::bit_cast<float>(bits);
+    }
+    uint32_t Bits() { return static_cast<uint32_t>(random()); }
+
+private:
+    std::mt19937 random;
+};
+
+// Zeros get exponents as cancellation leaves them.
+SoftFloat Unpacked(float v, uint32_t bits) {
+    SoftFloat a = softfloat::Unpack(std::bit_cast<uint32_t>(v));
+    if (v == 0) a.e = static_cast<int32_t>(bits % 400) - 200;
+    return a;
+}
+
+float Packed(SoftFloat a) {
+    return std::bit_cast<float>(softfloat::Pack(a));
+}
+
+}  // namespace
+
+TEST(SoftFloat, CalculatesAsTheProcessorsFloats) {
+    Operands operands;
+    for (int i = 0; i < (kSoftFloat ? 300000 : 3000000); ++i) {
+        const float x = operands.Next();
+        const float near = std::bit_cast<float>(std::bit_cast<uint32_t>(x) ^ operands.Bits() % 4);
+        const float y = i % 8 == 0 && x != 0 ? near : operands.Next();
+        const SoftFloat a = Unpacked(x, operands.Bits()), b = Unpacked(y, operands.Bits());
+        const auto [sum, difference] = SumAndDifference(a, b);
+        ASSERT_EQ(Packed(sum), x + y) << x << " " << y;
+        ASSERT_EQ(Packed(difference), x - y) << x << " " << y;
+        ASSERT_EQ(Packed(a + b), x + y) << x << " " << y;
+        ASSERT_EQ(Packed(a - b), x - y) << x << " " << y;
+        if (!softfloat::CanBeFactor(y)) continue;
+        ASSERT_EQ(Packed(softfloat::FactorOf(y) * a), x * y) << x << " " << y;
+    }
+}
+
+TEST(SoftFloat, TakesWhatItCanHold) {
+    for (const float v : {0.0F, -0.0F, 0x1p-80F, -0x1p-80F, 0x1.fffffep59F})
+        EXPECT_TRUE(softfloat::Enters(std::bit_cast<uint32_t>(v))) << v;
+    for (const float v : {0x1.fffffep-81F, -0x1p60F, 0x1p-149F, INFINITY, float(kNan)})
+        EXPECT_FALSE(softfloat::Enters(std::bit_cast<uint32_t>(v))) << v;
+    SoftFloat small = softfloat::Unpack(std::bit_cast<uint32_t>(0x1p-80F)), zero = {0, -9};
+    EXPECT_TRUE(softfloat::Settles(small, zero));
+    EXPECT_EQ(zero.e, 0);
+    --small.e;
+    EXPECT_FALSE(softfloat::Settles(zero, small));
+}
+
+// Blocks at every scale, sparse ones, some that leave the range on the way.
+TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
+    for (const size_t n : {256U, 1024U}) {
+        const size_t taps = n / 4 - 1, count = n + 1 - taps;
+        FFT_R24<float> fft(static_cast<uint32_t>(n));
+        const auto transform = [&](std::vector<float>& a, int direction) {
+            a.resize(n);
+            fft.rdft(static_cast<int>(n), direction, a.data(), fft.ip.data(), fft.w.data());
+        };
+        std::vector<float> kernels[] = {Noise<float>(taps, 0.01), Noise<float>(taps, 1e-3),
+                                        Noise<float>(taps, 1)};
+        for (auto& kernel : kernels) transform(kernel, 1);
+        SoftBandConvolver convolver;
+        ASSERT_TRUE(convolver.Prepare(static_cast<uint32_t>(n), fft.w.data(), kernels[0].data(),
+                                      kernels[1].data(), kernels[2].data()));
+        Operands operands;
+        int taken = 0;
+        for (int block = 0; block < 200; ++block) {
+            std::vector<float> input(2 * count);
+            for (float& x : input) {
+                x = operands.Next();
+                if (block % 4 != 0) x = std::ldexp(x - std::trunc(x), block - 100);
+                if (block % 4 == 1 && operands.Bits() % 64 != 0) x = 0;
+            }
+            std::vector<float> got[] = {std::vector<float>(n), std::vector<float>(n),
+                                        std::vector<float>(n)};
+            if (!convolver.Convolve(input.data(), count, 2, got[0].data(), got[1].data(),
+                                    got[2].data()))
+                continue;
+            ++taken;
+            std::vector<float> spectrum(count);
+            for (size_t i = 0; i < count; ++i) spectrum[i] = input[2 * i];
+            transform(spectrum, 1);
+            for (size_t b = 0; b < 3; ++b) {
+                std::vector<float> expected = spectrum;
+                const auto& k = kernels[b];
+                for (size_t j = 0; j < n; j += 2) {
+                    const float re = spectrum[j], im = spectrum[j + 1];
+                    expected[j] = j == 0 ? re * k[0] : re * k[j] - im * k[j + 1];
+                    expected[j + 1] = j == 0 ? im * k[1] : im * k[j] + k[j + 1] * re;
+                }
+                transform(expected, -1);
+                ASSERT_EQ(got[b], expected) << n << " block " << block << " band " << b;
+            }
+        }
+        EXPECT_GT(taken, 100);
+        EXPECT_LT(taken, 200);
+    }
+}
