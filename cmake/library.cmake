@@ -9,6 +9,7 @@ set(ORVANE_SOURCES
   dsp/fft_r24.cpp
   dsp/fir_window.cpp
   dsp/softfloat/band_convolver.cpp
+  dsp/softfloat/equalizer_core.cpp
   dsp/wave_buffer.cpp
   effects/cross_fader.cpp
   effects/fir_equalizer.cpp

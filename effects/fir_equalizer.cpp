@@ -70,6 +70,24 @@ void FIREqualizer<Sample, Real>::Reset() {
     std::memset(state->inputRing, 0, sizeof state->inputRing);
     std::memset(state->runningSums, 0, sizeof state->runningSums);
     state->writeIndex = 0;
+    if constexpr (kHasCore) state->core.Reset();
+    state->usesCore = kHasCore;
+}
+
+// Hands the core's history to the rings, as if they had been in use all along.
+template <typename Sample, typename Real>
+void FIREqualizer<Sample, Real>::LeaveCore(State& s) {
+    if constexpr (kHasCore) {
+        for (size_t c = 0; c < kMaxChannels; ++c) {
+            for (size_t i = 0; i < kRing; ++i) {
+                s.inputRing[c][i] = s.core.Past(c, kRing - i);
+                s.centreRing[c][i] = s.core.Past(c, 2 * kRing - i);
+            }
+            for (size_t k = 0; k < kAverages; ++k) s.runningSums[c][k] = s.core.Sum(c, k);
+        }
+        s.writeIndex = 0;
+        s.usesCore = false;
+    }
 }
 
 // One sample of one channel; the ring position is moved on by the caller.
@@ -102,6 +120,12 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
                            channels >= 1 && channels <= kMaxChannels;
     if (!state || !enabled || !supported) return;
     State& s = *state;
+    if constexpr (kHasCore) {
+        if (s.usesCore) {
+            if (s.core.Process(samples, frames, channels, s.bandGains)) return;
+            LeaveCore(s);
+        }
+    }
     float* sample = samples;
     for (unsigned int n = 0; n < frames; ++n) {
         for (size_t channel = 0; channel < channels; ++channel, ++sample)

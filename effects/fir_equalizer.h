@@ -14,6 +14,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
+
+#include "dsp/softfloat/equalizer_core.h"
 
 #include "dsp/stream.h"
 
@@ -54,6 +57,11 @@ private:
     static constexpr size_t kAverages = kBands - 1;
     static constexpr uint32_t kRing = 256;
 
+    // Where floats are unpacked: the same arithmetic on such numbers. Nothing elsewhere.
+    struct NoCore {};
+    static constexpr bool kHasCore = kSoftFloat && std::is_same_v<Real, float>;
+    using Core = std::conditional_t<kHasCore, SoftEqualizerCore, NoCore>;
+
     struct State {
         Real bandGains[kBands];  // element j: gain of band 9 - j
         Real centreRing[kMaxChannels][kRing];
@@ -61,9 +69,13 @@ private:
         // [k]: sum of the 2 D inputs x[n - 256 - D + 1] .. x[n - 256 + D] after frame n
         Real runningSums[kMaxChannels][kAverages];
         uint32_t writeIndex;
+        // Takes the place of rings and sums until it meets what it can't hold.
+        [[no_unique_address]] Core core;
+        bool usesCore;
     };
 
     static Real GainOf(float level);
+    static void LeaveCore(State& s);
     static Real Step(State& s, size_t channel, Real x);
 
     std::unique_ptr<State> state;
