@@ -26,9 +26,15 @@ set(ORVANE_SOURCES
   unit/process_unit_orvane.cpp
 )
 
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm" AND ORVANE_SOFTFLOAT STREQUAL "")
+  enable_language(ASM)
+  add_compile_definitions(ORVANE_SOFTFLOAT_ASSEMBLY)
+  list(APPEND ORVANE_SOURCES dsp/softfloat/twiddled_groups.S)
+endif()
+
 add_library(orvane_objects OBJECT ${ORVANE_SOURCES})
 target_compile_options(orvane_objects PRIVATE
-  -fno-exceptions -fno-rtti -fno-unwind-tables -fno-asynchronous-unwind-tables
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti> -fno-unwind-tables -fno-asynchronous-unwind-tables
   -ffunction-sections -fdata-sections
   # The run-time library computes every design, whatever a compiler knows of its arguments.
   -fno-builtin-sin -fno-builtin-cos -fno-builtin-exp -fno-builtin-pow -fno-builtin-sinf

@@ -4,6 +4,8 @@
 #include <bit>
 #include <cstring>
 
+#include "dsp/softfloat/twiddled_groups.h"
+
 namespace {
 
 using Number = Complex<SoftFloat>;
@@ -11,13 +13,6 @@ using Factor = Complex<SoftFactor>;
 
 uint32_t BitsOf(float v) {
     return std::bit_cast<uint32_t>(v);
-}
-
-// Products of numbers that may be too small for them: false if they are.
-[[gnu::always_inline]] inline bool Turned(Factor w, Number& y) {
-    if (!softfloat::Settles(y.re, y.im)) return false;
-    y = Twiddle(w, y);
-    return true;
 }
 
 // The next index in the order of reversed bits, of 0 .. 2 * highest - 1.
@@ -112,14 +107,8 @@ bool SoftBandConvolver::Stages(Number* a) const {
             store(at, y);
         }
         at += 3 * span;
-        for (size_t index = 2; at < a + half; ++index, at += 3 * span) {
-            const Twiddles<SoftFactor>& w = twiddles[index];
-            for (const Number* const end = at + span; at < end; ++at) {
-                Radix4<SoftFloat> y = group(at);
-                if (!Turned(w.w1, y.y1) || !Turned(w.w2, y.y2) || !Turned(w.w3, y.y3)) return false;
-                store(at, y);
-            }
-        }
+        const size_t groups = half / (4 * span) - 2;
+        if (groups != 0 && !TwiddledGroups(at, span, &twiddles[2], groups)) return false;
     }
     return true;
 }
