@@ -14,6 +14,7 @@ set(ORVANE_SOURCES
   effects/cross_fader.cpp
   effects/fir_equalizer.cpp
   effects/limiter.cpp
+  effects/limiter_core.cpp
   effects/limiter_fp.cpp
   effects/orvane_sound.cpp
   effects/playback_gain.cpp

@@ -105,9 +105,9 @@ Sample Biquad<Sample, Real>::ProcessSample(Sample sample) {
 }
 
 template <typename Sample, typename Real>
-void Biquad<Sample, Real>::Process(Sample* samples, size_t count) {
+void Biquad<Sample, Real>::Process(Sample* samples, uint32_t count) {
     Biquad local = *this;  // a write to `samples` can't reach it
-    for (size_t i = 0; i < count; ++i) samples[i] = local.ProcessSample(samples[i]);
+    for (uint32_t i = 0; i < count; ++i) samples[i] = local.ProcessSample(samples[i]);
     *this = local;
 }
 

@@ -9,7 +9,6 @@
 //
 // Delay: none. Allocates: never. Thread: no lock of its own; the owner serialises all calls.
 #pragma once
-#include <cstddef>
 #include <cstdint>
 
 #include "dsp/biquad_section.h"
@@ -45,7 +44,7 @@ public:
 
     Sample ProcessSample(Sample sample);
     // In place, `count` samples of the channel.
-    void Process(Sample* samples, size_t count);
+    void Process(Sample* samples, uint32_t count);
 
 private:
     BiquadCoefficients<Real> coefficients;

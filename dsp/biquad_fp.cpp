@@ -97,8 +97,8 @@ int32_t Biquad_FP::ProcessSample(int32_t x) {
     return y;
 }
 
-void Biquad_FP::Process(int32_t* samples, size_t count) {
+void Biquad_FP::Process(int32_t* samples, uint32_t count) {
     Biquad_FP local = *this;  // a write to `samples` can't reach it
-    for (size_t i = 0; i < count; ++i) samples[i] = local.ProcessSample(samples[i]);
+    for (uint32_t i = 0; i < count; ++i) samples[i] = local.ProcessSample(samples[i]);
     *this = local;
 }

@@ -7,7 +7,6 @@
 //
 // Delay: none. Allocates: never. Thread: no lock of its own; the owner serialises all calls.
 #pragma once
-#include <cstddef>
 #include <cstdint>
 
 #include "dsp/biquad_section.h"
@@ -41,7 +40,7 @@ public:
     // Each of the five products is rounded toward minus infinity by itself.
     int32_t ProcessSample(int32_t x);
     // In place, `count` samples of the channel.
-    void Process(int32_t* samples, size_t count);
+    void Process(int32_t* samples, uint32_t count);
 
 private:
     BiquadCoefficients<int32_t> coefficients;

@@ -9,44 +9,44 @@ constexpr int32_t kQ24One = 1 << kQ24Bits;
 static_assert((-1 >> 1) == -1, "a right shift keeps the sign");
 
 // a * b in Q24, a and b in Q24: rounded toward minus infinity, modulo 2^32.
-inline int32_t MulQ24(int32_t a, int32_t b) {
+constexpr int32_t MulQ24(int32_t a, int32_t b) {
     const int64_t product = static_cast<int64_t>(a) * b;
     return static_cast<int32_t>(static_cast<uint32_t>(product >> kQ24Bits));
 }
 
 // a + b modulo 2^32.
-inline int32_t WrapAdd(int32_t a, int32_t b) {
+constexpr int32_t WrapAdd(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
 
 // a - b modulo 2^32.
-inline int32_t WrapSub(int32_t a, int32_t b) {
+constexpr int32_t WrapSub(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
 }
 
 // a * b modulo 2^64.
-inline int64_t WrapMul64(int64_t a, int64_t b) {
+constexpr int64_t WrapMul64(int64_t a, int64_t b) {
     return static_cast<int64_t>(static_cast<uint64_t>(a) * static_cast<uint64_t>(b));
 }
 
 // |a|; the magnitude of the most negative value is the most positive one.
-inline int32_t Magnitude(int32_t a) {
+constexpr int32_t Magnitude(int32_t a) {
     if (a >= 0) return a;
     return a == INT32_MIN ? INT32_MAX : -a;
 }
 
 // Toward zero; beyond the range its nearest end; not a number gives 0.
-inline int32_t TruncateToInt32(float v) {
+constexpr int32_t TruncateToInt32(float v) {
     if (v >= 2147483648.0F) return INT32_MAX;
     if (v < -2147483648.0F) return INT32_MIN;
     return v == v ? static_cast<int32_t>(v) : 0;
 }
-inline int32_t TruncateToInt32(double v) {
+constexpr int32_t TruncateToInt32(double v) {
     if (v >= 2147483648.0) return INT32_MAX;
     if (v <= -2147483649.0) return INT32_MIN;
     return v == v ? static_cast<int32_t>(v) : 0;
 }
-inline int64_t TruncateToInt64(double v) {
+constexpr int64_t TruncateToInt64(double v) {
     if (v >= 9223372036854775808.0) return INT64_MAX;
     if (v < -9223372036854775808.0) return INT64_MIN;
     return v == v ? static_cast<int64_t>(v) : 0;
@@ -54,6 +54,6 @@ inline int64_t TruncateToInt64(double v) {
 
 // v in Q24: half a unit is added, then truncated toward zero, so a negative value moves up by as
 // much as a unit (-1.6 units give -1). Saturates; not a number gives 0.
-inline int32_t ToQ24(double v) {
+constexpr int32_t ToQ24(double v) {
     return TruncateToInt32(v * 16777216.0 + 0.5);
 }

@@ -67,6 +67,19 @@ template <typename V = Lanes, typename T>
         return x - V{};  // keeps the sign of a zero
 }
 
+// Whether a comparison holds in any lane.
+template <typename Mask>
+[[gnu::always_inline]] inline bool AnyLane(Mask mask) {
+    if constexpr (std::is_integral_v<Mask>) {
+        return mask != 0;
+    } else {
+        uint64_t halves[sizeof mask / sizeof(uint64_t)], any = 0;
+        std::memcpy(halves, &mask, sizeof mask);
+        for (const uint64_t half : halves) any |= half;
+        return any != 0;
+    }
+}
+
 // Within each four lanes, rows before and after:
 //   a0 a1 a2 a3      a0 b0 c0 d0
 //   b0 b1 b2 b3      a1 b1 c1 d1

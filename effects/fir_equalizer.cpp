@@ -1,16 +1,96 @@
 #include "effects/fir_equalizer.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <new>
 #include <type_traits>
+#include <utility>
+
+#include "dsp/lanes.h"
+#include "dsp/runs.h"
 
 namespace {
-constexpr uint32_t kHalfWidths[] = {1, 2, 4, 8, 16, 32, 64, 128, 256};
-// 1 / (2 half-width): not 1 / (2 half-width + 1), although that many samples are summed.
+
+constexpr size_t HalfWidth(size_t k) {
+    return size_t{1} << k;
+}
+// Of sum k. Not 1 / (2 half-width + 1), although that many samples are summed.
 template <typename Real>
-constexpr Real kScales[] = {Real(0x1p-1), Real(0x1p-2), Real(0x1p-3), Real(0x1p-4), Real(0x1p-5),
-                            Real(0x1p-6), Real(0x1p-7), Real(0x1p-8), Real(0x1p-9)};
+constexpr Real Weight(size_t k) {
+    return Real(0.5) / static_cast<Real>(HalfWidth(k));
+}
+
+constexpr size_t kSums = 9;
+
+// act(k) for k from 0 to kSums - 1, each a constant.
+template <typename Act>
+[[gnu::always_inline]] inline void ForEachSum(Act act) {
+    [act]<size_t... k>(std::index_sequence<k...>) {
+        (act(std::integral_constant<size_t, k>()), ...);
+    }
+    (std::make_index_sequence<kSums>());
+}
+
+// Frame by frame the sums of as many channels as V has lanes, in registers: each takes in the input
+// D ahead of the centre, is stored, and gives up the one D behind.
+template <typename Real, typename V, size_t kInterleaved, size_t kRow>
+struct SumRun {
+    [[gnu::always_inline]] void Step(size_t i) {
+        ForEachSum([this, i](auto k) {
+            constexpr size_t kDistance = HalfWidth(k) * kInterleaved;
+            sums[k] += Load<V>(centre + i * kInterleaved + kDistance);
+            Store(rows + k * kRow + i * kInterleaved, sums[k]);
+            sums[k] -= Load<V>(centre + i * kInterleaved - kDistance);
+        });
+    }
+    const Real* centre;
+    Real* rows;
+    V sums[kSums];
+};
+
+// Outputs for as many neighbouring centres as V has lanes, from the rows of sums.
+template <typename V, size_t kRow, typename Real>
+[[gnu::always_inline]] inline V AddBands(const Real* centre, const Real* rows, const V* gains) {
+    V finer = Load<V>(centre), y = V{};
+    ForEachSum([&, rows, gains](auto k) {
+        const V average = Load<V>(rows + k * kRow) * Weight<Real>(k);
+        const V band = gains[k] * (finer - average);
+        y = k == 0 ? band : y + band;
+        finer = average;
+    });
+    return gains[kSums] * finer + y;
+}
+
+template <typename V>
+[[gnu::always_inline]] inline void ToFloats(float* to, V from) {
+    if constexpr (std::is_same_v<V, double>)
+        *to = static_cast<float>(from);
+    else
+        Store(to, from);
+}
+
+// What the variants differ in.
+template <typename Real>
+struct Laws;
+template <>
+struct Laws<float> {
+    static constexpr bool kForgetsWhenEnabled = true;
+    static float GainAbove0(float level) { return 2 * level + 1; }
+};
+template <>
+struct Laws<double> {
+    static constexpr bool kForgetsWhenEnabled = false;
+    static double GainAbove0(double level) { return level > 1 ? 2 : level + 1; }
+};
+
+template <typename Real>
+Real GainOf(float level) {
+    const Real L = level;
+    if (L > 0) return Laws<Real>::GainAbove0(L);
+    return L < -1 ? 0 : L + 1;
+}
+
 }  // namespace
 
 template <typename Sample, typename Real>
@@ -39,26 +119,15 @@ void FIREqualizer<Sample, Real>::SetChannels(unsigned int count) {
 template <typename Sample, typename Real>
 bool FIREqualizer<Sample, Real>::SetEnable(bool enable) {
     if (enable == enabled) return false;
-    if (enable && std::is_same_v<Real, float>) Reset();
+    if (enable && Laws<Real>::kForgetsWhenEnabled) Reset();
     enabled = enable;
     return true;
 }
 
 template <typename Sample, typename Real>
-Real FIREqualizer<Sample, Real>::GainOf(float level) {
-    Real L = level;
-    if constexpr (std::is_same_v<Real, float>) {
-        if (L > 0) L = 2 * L;
-    } else {
-        if (L > 1) return 2;
-    }
-    return L < -1 ? 0 : L + 1;
-}
-
-template <typename Sample, typename Real>
 void FIREqualizer<Sample, Real>::SetBandLevel(int band, float level) {
     if (!state || band < 0 || band >= static_cast<int>(kBands)) return;
-    const Real gain = GainOf(level);
+    const Real gain = GainOf<Real>(level);
     if (!std::isfinite(gain)) return;
     state->bandGains[static_cast<int>(kBands) - 1 - band] = gain;
 }
@@ -66,52 +135,62 @@ void FIREqualizer<Sample, Real>::SetBandLevel(int band, float level) {
 template <typename Sample, typename Real>
 void FIREqualizer<Sample, Real>::Reset() {
     if (!state) return;
-    std::memset(state->centreRing, 0, sizeof state->centreRing);
-    std::memset(state->inputRing, 0, sizeof state->inputRing);
+    std::fill_n(state->history, kReach * kMaxChannels, Real(0));
     std::memset(state->runningSums, 0, sizeof state->runningSums);
-    state->writeIndex = 0;
+    state->next = kReach;
     if constexpr (kHasCore) state->core.Reset();
     state->usesCore = kHasCore;
 }
 
-// Hands the core's history to the rings, as if they had been in use all along.
+// Hands the core's history over, as if it had not been in use.
 template <typename Sample, typename Real>
-void FIREqualizer<Sample, Real>::LeaveCore(State& s) {
+void FIREqualizer<Sample, Real>::LeaveCore() {
     if constexpr (kHasCore) {
-        for (size_t c = 0; c < kMaxChannels; ++c) {
-            for (size_t i = 0; i < kRing; ++i) {
-                s.inputRing[c][i] = s.core.Past(c, kRing - i);
-                s.centreRing[c][i] = s.core.Past(c, 2 * kRing - i);
-            }
-            for (size_t k = 0; k < kAverages; ++k) s.runningSums[c][k] = s.core.Sum(c, k);
+        for (size_t c = 0; c < channels; ++c) {
+            for (size_t i = 0; i < kReach; ++i)
+                state->history[i * channels + c] = state->core.Past(c, kReach - i);
+            for (size_t k = 0; k < kSums; ++k)
+                state->runningSums[k][c] = state->core.Sum(c, k);
         }
-        s.writeIndex = 0;
-        s.usesCore = false;
+        state->next = kReach;
+        state->usesCore = false;
     }
 }
 
-// One sample of one channel; the ring position is moved on by the caller.
 template <typename Sample, typename Real>
-Real FIREqualizer<Sample, Real>::Step(State& s, size_t channel, Real x) {
-    const uint32_t i = s.writeIndex;
-    Real* const input = s.inputRing[channel];
-    Real* const past = s.centreRing[channel];
-    Real* const sums = s.runningSums[channel];
-    const Real* const gains = s.bandGains;
+template <uint32_t kInterleaved>
+void FIREqualizer<Sample, Real>::ProcessChunk(float* samples, uint32_t frames) {
+    State& s = *state;
+    const size_t count = size_t{frames} * kInterleaved;
+    Real* const newest = s.history + size_t{s.next} * kInterleaved;
+    for (size_t i = 0; i < count; ++i) newest[i] = static_cast<Real>(samples[i]);
+    s.next += frames;
 
-    const Real centre = input[i];
-    input[i] = x;
-    Real averages[kAverages];
-    for (size_t k = 0; k < kAverages; ++k) {
-        sums[k] += input[(i + kHalfWidths[k]) % kRing];
-        averages[k] = sums[k] * kScales<Real>[k];
+    constexpr size_t kRow = size_t{kChunk} * kInterleaved;
+    const Real* const centre = newest - size_t{kDelay} * kInterleaved;
+    Real rows[kSums * kRow];
+    using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
+    for (size_t c = 0; c < kInterleaved; c += kWidth<Together, Real>) {
+        SumRun<Real, Together, kInterleaved, kRow> run = {centre + c, rows + c, {}};
+        for (size_t k = 0; k < kSums; ++k) run.sums[k] = Load<Together>(s.runningSums[k] + c);
+        RunAlone(run, frames);
+        for (size_t k = 0; k < kSums; ++k) Store(s.runningSums[k] + c, run.sums[k]);
     }
-    Real y = gains[0] * (centre - averages[0]);
-    for (size_t j = 1; j < kAverages; ++j) y += gains[j] * (averages[j - 1] - averages[j]);
-    y = gains[kAverages] * averages[kAverages - 1] + y;
-    for (size_t k = 0; k < kAverages; ++k) sums[k] -= past[(i - kHalfWidths[k]) % kRing];
-    past[i] = centre;
-    return y;
+
+    using V = typename WidestVector<Real>::Type;
+    V gains[kBands];
+    for (size_t k = 0; k < kBands; ++k) gains[k] = Broadcast<V>(s.bandGains[k]);
+    size_t i = 0;
+    for (; count - i >= kWidth<V, Real>; i += kWidth<V, Real>)
+        ToFloats(samples + i, AddBands<V, kRow>(centre + i, rows + i, gains));
+    for (; i < count; ++i)
+        ToFloats(samples + i, AddBands<Real, kRow>(centre + i, rows + i, s.bandGains));
+
+    if (s.next == kReach + kMove) {
+        std::copy_n(newest + count - size_t{kReach} * kInterleaved, size_t{kReach} * kInterleaved,
+                    s.history);
+        s.next = kReach;
+    }
 }
 
 template <typename Sample, typename Real>
@@ -119,18 +198,20 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
     const bool supported = samplingRate >= kLowestRateHz && samplingRate <= kHighestRateHz &&
                            channels >= 1 && channels <= kMaxChannels;
     if (!state || !enabled || !supported) return;
-    State& s = *state;
     if constexpr (kHasCore) {
-        if (s.usesCore) {
-            if (s.core.Process(samples, frames, channels, s.bandGains)) return;
-            LeaveCore(s);
+        if (state->usesCore) {
+            if (state->core.Process(samples, frames, channels, state->bandGains)) return;
+            LeaveCore();
         }
     }
-    float* sample = samples;
-    for (unsigned int n = 0; n < frames; ++n) {
-        for (size_t channel = 0; channel < channels; ++channel, ++sample)
-            *sample = static_cast<float>(Step(s, channel, static_cast<Real>(*sample)));
-        s.writeIndex = (s.writeIndex + 1) % kRing;
+    while (frames > 0) {
+        const uint32_t count = std::min({frames, kChunk, kReach + kMove - state->next});
+        if (channels == 1)
+            ProcessChunk<1>(samples, count);
+        else
+            ProcessChunk<2>(samples, count);
+        samples += size_t{count} * channels;
+        frames -= count;
     }
 }
 

@@ -55,7 +55,9 @@ public:
 
 private:
     static constexpr size_t kAverages = kBands - 1;
-    static constexpr uint32_t kRing = 256;
+    static constexpr uint32_t kDelay = 256, kReach = 2 * kDelay;  // frames
+    // Frames at a time, and frames from one move of the history to the next.
+    static constexpr uint32_t kChunk = 64, kMove = 512;
 
     // Where floats are unpacked: the same arithmetic on such numbers. Nothing elsewhere.
     struct NoCore {};
@@ -64,19 +66,18 @@ private:
 
     struct State {
         Real bandGains[kBands];  // element j: gain of band 9 - j
-        Real centreRing[kMaxChannels][kRing];
-        Real inputRing[kMaxChannels][kRing];
-        // [k]: sum of the 2 D inputs x[n - 256 - D + 1] .. x[n - 256 + D] after frame n
-        Real runningSums[kMaxChannels][kAverages];
-        uint32_t writeIndex;
-        // Takes the place of rings and sums until it meets what it can't hold.
+        // Interleaved. The newest frames, kReach of them before the next.
+        Real history[(kReach + kMove) * kMaxChannels];
+        // [k]: sum of the 2 D - 1 inputs x[n - 256 - D + 1] .. x[n - 256 + D - 1], n the next frame
+        Real runningSums[kAverages][kMaxChannels];
+        uint32_t next;  // frame of the history that comes next
+        // Takes the place of history and sums until it meets what it can't hold.
         [[no_unique_address]] Core core;
         bool usesCore;
     };
-
-    static Real GainOf(float level);
-    static void LeaveCore(State& s);
-    static Real Step(State& s, size_t channel, Real x);
+    void LeaveCore();
+    template <uint32_t kInterleaved>
+    void ProcessChunk(float* samples, uint32_t frames);
 
     std::unique_ptr<State> state;
     uint32_t samplingRate = 0;

@@ -3,15 +3,16 @@
 //
 // The newest 256 samples lie in a ring. While any of them exceeds the gate, a max-tree over the
 // ring gives the largest magnitude, and the target gain is gate / peak; otherwise it is 1. The
-// target is smoothed by a one-pole filter, the gain recovers slowly toward 1 but never exceeds the
-// smoothed target, and a last check lowers it so that no output exceeds the gate by more than one
-// rounding. At rest the gain settles at 0.9980025, because the smoothing weights add up to 0.9998.
+// target is smoothed by a one-pole filter (it falls to 1/e of its way in 9.5 samples), the gain
+// recovers slowly toward 1 (to 1/e in 10,000 samples) but never exceeds the smoothed target, and a
+// last check lowers it so that no output exceeds the gate by more than one rounding. At rest the
+// gain settles at 0.9980025, because the smoothing weights add up to 0.9998.
 //
 // Delay: 255 samples. Allocates: never. Thread: no lock of its own; the owner serialises all calls.
 #pragma once
 #include <cstdint>
 
-#include "effects/peak_tree.h"
+#include "effects/limiter_core.h"
 
 class Limiter {
 public:
@@ -25,17 +26,9 @@ public:
     void Reset();
 
     float Process(float x);
+    // In place: `frames` samples of the channel that lie `stride` apart.
+    void Process(float* samples, uint32_t frames, uint32_t stride);
 
 private:
-    float gate = 0.9999F;
-    float unityGain = 1.0F;
-    float gain = 1.0F;            // applied to the delayed sample
-    float smoothedTarget = 1.0F;  // smoothed target gain
-    float delayLine[kPeakWindow] = {};
-    PeakTree<float> peakTree;
-    uint32_t writeIndex = 0;
-    bool limiting = false;  // the tree is maintained
-    // A peak stays for many samples, so it is divided by once: gate / dividedPeak; 0 is none.
-    float dividedPeak = 0;
-    float peakTarget = 1.0F;
+    LimiterCore<FloatLimiting, 1> core;
 };

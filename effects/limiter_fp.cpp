@@ -3,63 +3,28 @@
 #include <algorithm>
 #include <iterator>
 
-namespace {
-
-// a / b in Q24, truncated; 0 <= a < b, so the quotient is below 1.
-int32_t QuotientQ24(int32_t a, int32_t b) {
-    return static_cast<int32_t>((static_cast<int64_t>(a) << kQ24Bits) / b);
-}
-
-}  // namespace
-
 Limiter_FP::Limiter_FP() = default;
 
 void Limiter_FP::SetGate(float newGate) {
-    gate = newGate >= 0 ? ToQ24(static_cast<double>(newGate)) : 0;
-    dividedPeak = 0;
+    core.SetGate(newGate);
 }
 
 void Limiter_FP::Reset() {
-    std::fill(std::begin(delayLine), std::end(delayLine), 0);
-    peakTree.Clear();
-    writeIndex = 0;
-    limiting = false;
-    gain = kQ24One;
-    smoothedTarget = kQ24One;
+    core.Reset();
 }
 
 int32_t Limiter_FP::Process(int32_t x) {
-    const int32_t magnitude = Magnitude(x);
-    if (magnitude > gate && !limiting) {
-        peakTree.Clear();
-        limiting = true;
-    }
-    int32_t target = unityGain;
-    if (limiting) {
-        const int32_t peak = peakTree.Insert(writeIndex, magnitude);
-        if (gate >= peak) {
-            limiting = false;
-        } else {
-            if (peak != dividedPeak) {
-                dividedPeak = peak;
-                peakTarget = QuotientQ24(gate, peak);
-            }
-            target = peakTarget;
-        }
-    }
+    core.ProcessFrame(&x);
+    return x;
+}
 
-    delayLine[writeIndex] = x;
-    writeIndex = (writeIndex + 1) % kPeakWindow;
-    const int32_t delayed = delayLine[writeIndex];
-
-    smoothedTarget = WrapAdd(MulQ24(smoothKeep, smoothedTarget), MulQ24(smoothTake, target));
-    int32_t g = WrapAdd(releaseStep, MulQ24(releaseKeep, gain));
-    if (smoothedTarget < g) g = smoothedTarget;
-    gain = g;
-    int32_t y = MulQ24(delayed, g);
-    if (Magnitude(y) > gate) {
-        gain = QuotientQ24(gate, Magnitude(delayed));
-        y = MulQ24(delayed, gain);
+void Limiter_FP::Process(int32_t* samples, uint32_t frames, uint32_t stride) {
+    for (uint32_t left = frames; left > 0;) {
+        int32_t run[64];
+        const uint32_t count = std::min<uint32_t>(left, std::size(run));
+        for (size_t i = 0; i < count; ++i) run[i] = samples[i * stride];
+        core.Process(run, count);
+        for (size_t i = 0; i < count; ++i, samples += stride) *samples = run[i];
+        left -= count;
     }
-    return y;
 }

@@ -5,8 +5,7 @@
 #pragma once
 #include <cstdint>
 
-#include "dsp/fixed_point.h"
-#include "effects/peak_tree.h"
+#include "effects/limiter_core.h"
 
 class Limiter_FP {
 public:
@@ -22,21 +21,9 @@ public:
 
     // The magnitude of the most negative sample counts as the most positive value.
     int32_t Process(int32_t x);
+    // In place: `frames` samples of the channel that lie `stride` apart.
+    void Process(int32_t* samples, uint32_t frames, uint32_t stride);
 
 private:
-    int32_t smoothKeep = 15097817;   // 0.8999
-    int32_t smoothTake = 1676044;    // 0.0999
-    int32_t releaseStep = 1678;      // 0.0001
-    int32_t releaseKeep = 16775538;  // 0.9999
-    int32_t gate = kQ24One - 1;
-    int32_t unityGain = kQ24One;
-    int32_t gain = kQ24One;            // applied to the delayed sample
-    int32_t smoothedTarget = kQ24One;  // smoothed target gain
-    int32_t delayLine[kPeakWindow] = {};
-    PeakTree<int32_t> peakTree;
-    uint32_t writeIndex = 0;
-    bool limiting = false;  // the tree is maintained
-    // A peak stays for many samples, so it is divided by once: gate / dividedPeak; 0 is none.
-    int32_t dividedPeak = 0;
-    int32_t peakTarget = kQ24One;
+    LimiterCore<Q24Limiting, 1> core;
 };

@@ -53,13 +53,11 @@ public:
 
 private:
     void DesignWeighting();
-    int64_t TargetGain(const int16_t* in, unsigned int frames);
+    int64_t MeasureGain(const int16_t* in, unsigned int frames);
     void AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
                         unsigned int frames);
 
     float invCompressionRatio = 0.5F;
-    float log10e = 0.43429446F;   // one unit below the float nearest to log10(e)
-    double powerScale = 0x1p-48;  // to full scale squared
     float activeCompressionRatio = 2.0F;
     int32_t activeVolume = kQ24One;
     int32_t activeMaxGain = kQ24One;

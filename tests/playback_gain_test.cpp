@@ -50,23 +50,25 @@ TEST(PlaybackGain, MovesTheLevelOfTheLouderChannelTowardTheReference) {
     }
 }
 
-// At ratio 0 from silence: 951 units of Q24 per sample in the first 1024, the limiter behind it.
-TEST(PlaybackGain, RisesASixteenthAsFastAndTakesNoHostileControls) {
+// At ratio 0 from silence, the limiter behind it: 951 units of Q24 per sample in the first 1024,
+// then (2^24 - 973824) / 1102 / 16. Downward four times 2^24 / 1102, not beyond the maximum.
+TEST(PlaybackGain, RisesASixteenthAsFastAsItFallsAndTakesNoHostileControls) {
     const auto input = Noise<int16_t>(size_t{2} * 1024 * 20, 9000);
-    const auto output = OutputOf(0, 1, 1, input, 1024);
-    Limiter_FP limiter;
-    for (int64_t n = 0; n < 2048; ++n) {  // the next step: (2^24 - 973824) / 1102 / 16
-        const int64_t gain = n < 1024 ? n * 951 : 973824 + (n - 1024) * 896;
+    const auto rising = OutputOf(0, 1, 1, input, 1024), falling = OutputOf(0, -4, 1, input, 1024);
+    Limiter_FP up, down;
+    for (int64_t n = 0; n < 2048; ++n) {
         const auto at = static_cast<size_t>(2 * n);
-        ASSERT_EQ(output[at], limiter.Process(static_cast<int32_t>(input[at] * gain >> 15)) >> 9);
+        const auto limited = [x = input[at]](Limiter_FP& limiter, int64_t gain) {
+            return limiter.Process(static_cast<int32_t>(x * gain >> 15)) >> 9;
+        };
+        ASSERT_EQ(rising[at], limited(up, n < 1024 ? n * 951 : 973824 + (n - 1024) * 896)) << n;
+        ASSERT_EQ(falling[at], limited(down, std::max<int64_t>(n * -60897, -(1 << 24)))) << n;
     }
     for (const float none : {-kInfinity, -0.5F, kNan})
-        EXPECT_EQ(OutputOf(none, 1, 1, input, 1024), output);
-    const auto highest = OutputOf(0, 1, 127.99999F, input, 1024);
-    const auto loudest = OutputOf(0, 127.99999F, 1, input, 1024);
+        EXPECT_EQ(OutputOf(none, 1, 1, input, 1024), rising);
     for (const float huge : {128.0F, kInfinity}) {
-        EXPECT_EQ(OutputOf(0, 1, huge, input, 1024), highest);
-        EXPECT_EQ(OutputOf(0, huge, 1, input, 1024), loudest);
+        EXPECT_EQ(OutputOf(0, 1, huge, input, 1024), OutputOf(0, 1, 127.99999F, input, 1024));
+        EXPECT_EQ(OutputOf(0, huge, 1, input, 1024), OutputOf(0, 127.99999F, 1, input, 1024));
     }
     EXPECT_EQ(OutputOf(1, kNan, 1, input, 1024), Samples(input.size()));
     EXPECT_EQ(OutputOf(1, 1, kNan, input, 1024), Samples(input.size()));

@@ -1,6 +1,7 @@
 // Test signals and brute-force forms. Fixed seeds: a failure repeats.
 #pragma once
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <complex>
 #include <cstdint>
@@ -20,6 +21,14 @@ std::vector<T> Noise(size_t count, double amplitude, unsigned seed = 1) {
     for (T& v : noise)
         v = static_cast<T>(amplitude * (static_cast<double>(random()) * 0x1p-31 - 1.0));
     return noise;
+}
+
+// To compare zeros of both signs and what isn't a number.
+template <typename T>
+std::vector<uint32_t> Bits(const std::vector<T>& samples) {
+    std::vector<uint32_t> bits(samples.size());
+    for (size_t i = 0; i < bits.size(); ++i) bits[i] = std::bit_cast<uint32_t>(samples[i]);
+    return bits;
 }
 
 // Infinite if the lengths differ or one value isn't a number.

@@ -1,0 +1,285 @@
+#include "effects/limiter_core.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "dsp/runs.h"
+
+namespace {
+
+template <typename Arithmetic, typename Sample>
+bool AnyAbove(Sample gate, const Sample* samples, size_t count) {
+    using V = typename WidestVector<Sample>::Type;
+    constexpr size_t kStep = kWidth<V, Sample>;
+    const V gates = Broadcast<V>(gate);
+    auto above = Arithmetic::Above(V{}, gates);
+    size_t i = 0;
+    for (; count - i >= kStep; i += kStep)
+        above = above | Arithmetic::Above(Load<V>(samples + i), gates);
+    bool any = AnyLane(above);
+    for (; i < count; ++i) any = any | Arithmetic::Above(samples[i], gate);
+    return any;
+}
+
+template <typename V>
+[[gnu::always_inline]] inline V Larger(V a, V b) {
+    return a > b ? a : b;  // b if a isn't a number
+}
+
+}  // namespace
+
+// Frame by frame, for as many channels as V has lanes, from `first` on: the window's peak, its
+// target, the gain.
+template <typename Arithmetic, uint32_t kChannels>
+template <typename V>
+struct LimiterCore<Arithmetic, kChannels>::GainRun {
+    using Ages = typename VectorOf<int32_t, kWidth<V, Sample>>::Type;
+
+    GainRun(const LimiterCore& core, size_t first, const Sample* samples, Sample* gainsOut)
+        : in(samples + first),
+          tails(core.tails + (core.InLap() + 1) * kChannels + first),
+          gains(gainsOut + first),
+          gate(Broadcast<V>(core.gate)),
+          running(Load<V>(core.state.running + first)),
+          smoothed(Load<V>(core.state.smoothed + first)),
+          gain(Load<V>(core.state.gain + first)),
+          age(Load<Ages>(core.state.age + first)) {}
+
+    [[gnu::always_inline]] void Step(size_t i) {
+        running = Larger(Arithmetic::Magnitude(Load<V>(in + i * kChannels)), running);
+        const V peak = Larger(running, Load<V>(tails + i * kChannels));
+        const auto limiting = peak > gate;
+        age = limiting ? age + 1 : Ages{};
+        Follow(i, limiting ? quotient(gate, peak) : Broadcast<V>(Arithmetic::kUnity));
+    }
+    [[gnu::always_inline]] void Follow(size_t i, V target) {
+        smoothed = Arithmetic::Smooth(smoothed, target);
+        const V recovered = Arithmetic::Recover(gain);
+        gain = smoothed < recovered ? smoothed : recovered;
+        Store(gains + i * kChannels, gain);
+    }
+    void Keep(State& state, size_t first) const {
+        Store(state.running + first, running);
+        Store(state.smoothed + first, smoothed);
+        Store(state.gain + first, gain);
+        Store(state.age + first, age);
+    }
+
+    const Sample* in;
+    const Sample* tails;
+    Sample* gains;
+    V gate, running, smoothed, gain;
+    Ages age;
+    typename Arithmetic::template Quotient<V> quotient;
+};
+
+// The same while nothing in the window exceeds the gate.
+template <typename Arithmetic, uint32_t kChannels>
+template <typename V>
+struct LimiterCore<Arithmetic, kChannels>::RestRun : GainRun<V> {
+    using GainRun<V>::GainRun;
+    [[gnu::always_inline]] void Step(size_t i) {
+        this->Follow(i, Broadcast<V>(Arithmetic::kUnity));
+    }
+};
+
+template <typename Arithmetic, uint32_t kChannels>
+LimiterCore<Arithmetic, kChannels>::LimiterCore() {
+    std::fill(std::begin(state.smoothed), std::end(state.smoothed), Arithmetic::kUnity);
+    std::fill(std::begin(state.gain), std::end(state.gain), Arithmetic::kUnity);
+}
+
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::SetGate(float newGate) {
+    gate = Arithmetic::Gate(newGate);
+    framesSinceGate = 0;
+    if (Limiting()) MakeWindow();
+}
+
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::Reset() {
+    const Sample keptGate = gate;
+    *this = LimiterCore();
+    gate = keptGate;
+}
+
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::Process(Sample* samples, uint32_t frames) {
+    while (frames > 0) {
+        const uint32_t count = std::min(frames, kLap - InLap());
+        const size_t size = size_t{count} * kChannels;
+        const State before = state;
+        Sample output[kLap * kChannels];
+        MakeGains(samples, count, output);
+        if (Multiply(count, output)) {
+            Advance(samples, count);
+            std::memcpy(samples, output, size * sizeof(Sample));
+        } else {
+            state = before;
+            for (size_t i = 0; i < size; i += kChannels) ProcessFrame(samples + i);
+        }
+        samples += size;
+        frames -= count;
+    }
+}
+
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::ProcessFrame(Sample* frame) {
+    Sample gains[kChannels], output[kChannels];
+    MakeGains(frame, 1, gains);
+    const Sample* const delayed = Delayed();
+    for (uint32_t c = 0; c < kChannels; ++c) {
+        output[c] = Arithmetic::Apply(delayed[c], gains[c]);
+        const Sample magnitude = Arithmetic::Magnitude(delayed[c]);
+        if (Arithmetic::Magnitude(output[c]) > gate) {
+            typename Arithmetic::template Quotient<Sample> quotient;
+            state.gain[c] = quotient(gate, magnitude);
+            output[c] = Arithmetic::Apply(delayed[c], state.gain[c]);
+        }
+    }
+    Advance(frame, 1);
+    std::memcpy(frame, output, sizeof output);
+}
+
+template <typename Arithmetic, uint32_t kChannels>
+bool LimiterCore<Arithmetic, kChannels>::Limiting() const {
+    return std::any_of(std::begin(state.age), std::end(state.age), [](int32_t a) { return a > 0; });
+}
+
+// Whether a step toward unity returns the state that it got.
+template <typename Arithmetic, uint32_t kChannels>
+bool LimiterCore<Arithmetic, kChannels>::AtRest() const {
+    for (uint32_t c = 0; c < kChannels; ++c) {
+        const Sample smoothed = Arithmetic::Smooth(state.smoothed[c], Arithmetic::kUnity);
+        const Sample gain = std::min(smoothed, Arithmetic::Recover(state.gain[c]));
+        if (smoothed != state.smoothed[c] || gain != state.gain[c]) return false;
+    }
+    return true;
+}
+
+// The gains of `count` frames that don't leave the lap; moves the state on.
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32_t count,
+                                                   Sample* gains) {
+    if (Limiting()) {
+        if (InLap() == 0) OpenLap();
+        RunGains<GainRun>(samples, count, gains);
+    } else if (AnyAbove<Arithmetic>(gate, samples, size_t{count} * kChannels)) {
+        ForgetWindow();
+        RunGains<GainRun>(samples, count, gains);
+    } else if (AtRest()) {
+        for (uint32_t i = 0; i < count; ++i)
+            std::memcpy(gains + i * kChannels, state.gain, sizeof state.gain);
+    } else {
+        RunGains<RestRun>(samples, count, gains);
+    }
+}
+
+template <typename Arithmetic, uint32_t kChannels>
+template <template <typename> typename Run>
+void LimiterCore<Arithmetic, kChannels>::RunGains(const Sample* samples, uint32_t count,
+                                                  Sample* gains) {
+    if constexpr (kChannels == 1 || Arithmetic::kTakesVectors) {
+        Run<typename VectorOf<Sample, kChannels>::Type> all(*this, 0, samples, gains);
+        RunAlone(all, count);
+        all.Keep(state, 0);
+    } else {
+        Run<Sample> left(*this, 0, samples, gains), right(*this, 1, samples, gains);
+        RunTogether(left, count, right, count);
+        left.Keep(state, 0);
+        right.Keep(state, 1);
+    }
+}
+
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::ForgetWindow() {
+    std::fill(std::begin(state.running), std::end(state.running), Sample(0));
+    std::fill(&laps[0][0], &laps[0][0] + kLaps * kChannels, Sample(0));
+    std::fill(std::begin(tails), std::end(tails), Sample(0));
+}
+
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::OpenLap() {
+    if (framesSinceGate < kWindow) {
+        MakeWindow();
+        return;
+    }
+    const uint32_t present = next / kLap;
+    for (uint32_t c = 0; c < kChannels; ++c) {
+        laps[(present + kLaps - 1) % kLaps][c] = state.running[c];
+        state.running[c] = 0;
+        Sample tail = 0;
+        for (uint32_t other = 1; other < kLaps; ++other)
+            tail = Larger(laps[(present + other) % kLaps][c], tail);
+        tails[kLap * kChannels + c] = tail;
+    }
+    const Sample* const lap = ring + size_t{next} * kChannels;
+    for (size_t i = kLap * kChannels; i-- > 0;)
+        tails[i] = Larger(Arithmetic::Magnitude(lap[i]), tails[i + kChannels]);
+}
+
+// From the frames that count.
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::MakeWindow() {
+    const uint32_t present = next / kLap;
+    for (uint32_t c = 0; c < kChannels; ++c) {
+        const auto largest = [this, c](uint32_t begin, uint32_t end, Sample sofar) {
+            for (uint32_t slot = begin; slot < end; ++slot) {
+                const uint32_t age = (next + kWindow - 1 - slot) % kWindow;
+                if (age < static_cast<uint32_t>(state.age[c]))
+                    sofar = Larger(Arithmetic::Magnitude(ring[slot * kChannels + c]), sofar);
+            }
+            return sofar;
+        };
+        Sample tail = 0;
+        for (uint32_t other = 1; other < kLaps; ++other) {
+            const uint32_t lap = (present + other) % kLaps;
+            laps[lap][c] = largest(lap * kLap, (lap + 1) * kLap, 0);
+            tail = Larger(laps[lap][c], tail);
+        }
+        const uint32_t begin = present * kLap;
+        state.running[c] = largest(begin, next, 0);
+        tails[kLap * kChannels + c] = tail;
+        for (uint32_t k = kLap; k-- > InLap();) {
+            tail = largest(begin + k, begin + k + 1, tail);
+            tails[k * kChannels + c] = tail;
+        }
+    }
+}
+
+// The frames of 255 before those that come next, up to the end of the lap.
+template <typename Arithmetic, uint32_t kChannels>
+auto LimiterCore<Arithmetic, kChannels>::Delayed() -> const Sample* {
+    std::copy_n(ring, kChannels, ring + kWindow * kChannels);
+    return ring + (next + 1) * kChannels;
+}
+
+// The gains become outputs. False if one exceeds the gate.
+template <typename Arithmetic, uint32_t kChannels>
+bool LimiterCore<Arithmetic, kChannels>::Multiply(uint32_t count, Sample* gains) {
+    using V = typename WidestVector<Sample>::Type;
+    constexpr size_t kStep = kWidth<V, Sample>;
+    const size_t size = size_t{count} * kChannels;
+    const Sample* const delayed = Delayed();
+    size_t i = 0;
+    for (; size - i >= kStep; i += kStep)
+        Store(gains + i, Arithmetic::Apply(Load<V>(delayed + i), Load<V>(gains + i)));
+    for (; i < size; ++i) gains[i] = Arithmetic::Apply(delayed[i], gains[i]);
+    return !AnyAbove<Arithmetic>(gate, gains, size);
+}
+
+// `samples` take their place in the ring.
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::Advance(const Sample* samples, uint32_t count) {
+    std::memcpy(ring + size_t{next} * kChannels, samples,
+                size_t{count} * kChannels * sizeof(Sample));
+    next = (next + count) % kWindow;
+    framesSinceGate = std::min(framesSinceGate + count, kWindow);
+    for (int32_t& age : state.age) age = std::min<int32_t>(age, kWindow);
+}
+
+template class LimiterCore<FloatLimiting, 1>;
+template class LimiterCore<FloatLimiting, 2>;
+template class LimiterCore<Q24Limiting, 1>;
+template class LimiterCore<Q24Limiting, 2>;

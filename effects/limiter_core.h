@@ -1,0 +1,102 @@
+// The one text of all limiters, for a channel or for interleaved frames of two; limiter.h says what
+// they do.
+//
+// The newest 256 frames lie in a ring of four laps of 64. The largest magnitude of the 256 that end
+// with frame p of a lap is the larger of two: of what the lap holds up to p, kept as it grows, and
+// of the rest, made when the lap begins:
+//
+//   frames   0 .. p     p + 1 .. 63 of the last turn, and the other three laps
+//            running    tails[p + 1]
+//
+// Only frames since limiting began count. Earlier ones did not exceed the gate, so as long as the
+// gate stays they change no target and may count too. After a change the window is made anew from
+// those that do count, until every frame of it is younger than the change. A magnitude that isn't a
+// number counts as 0.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+
+#include "dsp/stream.h"
+#include "effects/limiter_arithmetic.h"
+
+template <typename Arithmetic, uint32_t kChannels>
+class LimiterCore {
+public:
+    using Sample = typename Arithmetic::Sample;
+
+    LimiterCore();
+    void SetGate(float newGate);
+    void Reset();
+    // One frame in place: the definition.
+    void ProcessFrame(Sample* frame);
+    // In place, interleaved. The same bits in chunks that don't leave a lap: first the gains of a
+    // chunk, then its products. If one exceeds the gate, which moves the gains, frame by frame.
+    void Process(Sample* samples, uint32_t frames);
+
+private:
+    static constexpr uint32_t kWindow = 256, kLap = 64, kLaps = kWindow / kLap;
+    template <typename V>
+    struct GainRun;
+    template <typename V>
+    struct RestRun;
+
+    struct State {
+        Sample running[kChannels] = {};  // the largest magnitude of this lap
+        Sample smoothed[kChannels];      // smoothed target
+        Sample gain[kChannels];          // applied to the delayed sample
+        int32_t age[kChannels] = {};     // frames since limiting began, to 256; 0: not limiting
+    };
+
+    uint32_t InLap() const { return next % kLap; }
+    bool Limiting() const;
+    bool AtRest() const;
+    void MakeGains(const Sample* samples, uint32_t count, Sample* gains);
+    template <template <typename> typename Run>
+    void RunGains(const Sample* samples, uint32_t count, Sample* gains);
+    void ForgetWindow();
+    void OpenLap();
+    void MakeWindow();
+    const Sample* Delayed();
+    bool Multiply(uint32_t count, Sample* gains);
+    void Advance(const Sample* samples, uint32_t count);
+
+    Sample gate = Arithmetic::kInitialGate;
+    State state;
+    uint32_t next = 0;                   // frame of the ring that comes next
+    uint32_t framesSinceGate = kWindow;  // to 256
+    // The ring; behind it frame 0 again, so that the frames behind those of a chunk lie together.
+    Sample ring[(kWindow + 1) * kChannels] = {};
+    Sample laps[kLaps][kChannels] = {};  // the largest magnitude of each but the present one
+    Sample tails[(kLap + 1) * kChannels] = {};
+};
+
+extern template class LimiterCore<FloatLimiting, 1>;
+extern template class LimiterCore<FloatLimiting, 2>;
+extern template class LimiterCore<Q24Limiting, 1>;
+extern template class LimiterCore<Q24Limiting, 2>;
+
+// A limiter of all channels of interleaved frames, 1 or 2: the samples of a limiter for each.
+template <typename Arithmetic>
+class FrameLimiter {
+public:
+    using Sample = typename Arithmetic::Sample;
+
+    void SetGate(float gate) {
+        mono.SetGate(gate);
+        stereo.SetGate(gate);
+    }
+    // Forgets the history, as newly made; keeps the gate.
+    void Reset() {
+        mono.Reset();
+        stereo.Reset();
+    }
+    // In place. A number of channels is kept to from one reset to the next.
+    void Process(Sample* samples, uint32_t frames, uint32_t channels) {
+        if (channels == 1) mono.Process(samples, frames);
+        if (channels == 2) stereo.Process(samples, frames);
+    }
+
+private:
+    LimiterCore<Arithmetic, 1> mono;
+    LimiterCore<Arithmetic, 2> stereo;
+};
