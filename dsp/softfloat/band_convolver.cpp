@@ -4,7 +4,8 @@
 #include <bit>
 #include <cstring>
 
-#include "dsp/softfloat/twiddled_groups.h"
+#include "dsp/softfloat/butterfly_groups.h"
+#include "dsp/softfloat/spectrum_product.h"
 
 namespace {
 
@@ -15,25 +16,19 @@ uint32_t BitsOf(float v) {
     return std::bit_cast<uint32_t>(v);
 }
 
-// The next index in the order of reversed bits, of 0 .. 2 * highest - 1.
-[[gnu::always_inline]] inline size_t NextReversed(size_t index, size_t highest) {
-    while ((index & highest) != 0) {
-        index ^= highest;
-        highest /= 2;
-    }
-    return index | highest;
-}
-
 }  // namespace
 
 bool SoftBandConvolver::Prepare(uint32_t n, const float* tables, const float* low,
                                 const float* high, const float* band) {
     half = 0;
     const size_t m = n / 2;
-    if (m < 8 || !std::has_single_bit(m) || std::countr_zero(m) % 2 == 0) return true;
+    if (m < 8 || !std::has_single_bit(m) || std::countr_zero(m) % 2 == 0 || m > UINT16_MAX)
+        return true;
     if (!twiddles.Allocate(m / 4) || !realFactors.Allocate(m / 2) || !spectrum.Allocate(m) ||
-        !work.Allocate(m))
+        !work.Allocate(m) || !reversed.Allocate(m))
         return false;
+    for (size_t k = 1; k < m; ++k)
+        reversed[k] = static_cast<uint16_t>(reversed[k / 2] / 2 + (k % 2 != 0 ? m / 2 : 0));
     for (OwnedArray<Factor>& kernel : kernels)
         if (!kernel.Allocate(m)) return false;
 
@@ -76,39 +71,22 @@ bool SoftBandConvolver::Load(const float* input, size_t count, size_t stride) {
         if (!softfloat::Enters(BitsOf(input[i * stride]))) return false;
     // Sample pairs as complex values, in the order of reversed bits.
     Number* const a = spectrum.data();
-    size_t pair = 0;
-    for (size_t to = 0; to < half; ++to, pair = NextReversed(pair, half / 2)) {
-        const size_t i = 2 * pair;
+    for (size_t to = 0; to < half; ++to) {
+        const size_t i = size_t{2} * reversed[to];
         a[to].re = i < count ? softfloat::Unpack(BitsOf(input[i * stride])) : SoftFloat{};
         a[to].im = i + 1 < count ? softfloat::Unpack(BitsOf(input[(i + 1) * stride])) : SoftFloat{};
     }
     return Stages(a);
 }
 
+// All stages but the last.
 bool SoftBandConvolver::Stages(Number* a) const {
     for (size_t span = 1; 4 * span < half; span *= 4) {
-        const auto group = [span](Number* at) {
-            return Untwiddled(at[0], at[span], at[2 * span], at[3 * span]);
-        };
-        const auto store = [span](Number* at, const Radix4<SoftFloat>& y) {
-            at[0] = y.y0;
-            at[span] = y.y1;
-            at[2 * span] = y.y2;
-            at[3 * span] = y.y3;
-        };
-        Number* at = a;
-        for (const Number* const end = at + span; at < end; ++at) store(at, group(at));
-        at += 3 * span;
-        for (const Number* const end = at + span; at < end; ++at) {
-            Radix4<SoftFloat> y = EighthTurn(at[0], at[span], at[2 * span], at[3 * span], eighth);
-            // Products that lie in the range came from no number that is too small.
-            if (!softfloat::Settles(y.y1.re, y.y1.im) || !softfloat::Settles(y.y3.re, y.y3.im))
-                return false;
-            store(at, y);
-        }
-        at += 3 * span;
-        const size_t groups = half / (4 * span) - 2;
-        if (groups != 0 && !TwiddledGroups(at, span, &twiddles[2], groups)) return false;
+        const size_t groups = half / (4 * span);
+        UntwiddledGroup(a, span);
+        if (!EighthGroup(a + 4 * span, span, eighth)) return false;
+        if (groups > 2 && !TwiddledGroups(a + 8 * span, span, &twiddles[2], groups - 2))
+            return false;
     }
     return true;
 }
@@ -149,22 +127,9 @@ bool SoftBandConvolver::ProductToWork(const Factor* kernel) {
     if (difference.m != 0 && difference.e < 0) return false;
     --difference.e;  // halved
     out[0] = {sum - difference, -difference};
-    const size_t span = half / 2;
-    size_t to = 0;
-    for (size_t k = 1; k < span; ++k) {
-        to = NextReversed(to, span);
-        const Number left = Twiddle(kernel[k], a[k]);
-        const Number right = Twiddle(kernel[half - k], a[half - k]);
-        Number y = {left.re - right.re, left.im + right.im};
-        if (!softfloat::Settles(y.re, y.im)) return false;
-        y = Twiddle(Factor{realFactors[k].re, -realFactors[k].im}, y);
-        out[to] = {left.re - y.re, y.im - left.im};
-        // In half - k the bits above the lowest set one of k are the others.
-        out[to ^ (std::bit_floor(to) - 1)] = {right.re + y.re, y.im - right.im};
-    }
-    const Number middle = Twiddle(kernel[span], a[span]);
+    const Number middle = Twiddle(kernel[half / 2], a[half / 2]);
     out[1] = {middle.re, -middle.im};
-    return true;
+    return SpectrumProduct(a, kernel, realFactors.data(), reversed.data(), out, half);
 }
 
 // The last stage leaves the conjugates.

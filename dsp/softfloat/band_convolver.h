@@ -43,5 +43,6 @@ private:
         twiddles;                    // by group of any stage: half / 4, the first two unused
     OwnedArray<Factor> realFactors;  // half / 2, the first unused
     OwnedArray<Factor> kernels[3];   // low, high, band: half each; [0] holds two real factors
+    OwnedArray<uint16_t> reversed;   // by index of a complex value: its bits reversed
     OwnedArray<Number> spectrum, work;
 };
