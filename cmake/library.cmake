@@ -30,7 +30,7 @@ set(ORVANE_SOURCES
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm" AND ORVANE_SOFTFLOAT STREQUAL "")
   enable_language(ASM)
   add_compile_definitions(ORVANE_SOFTFLOAT_ASSEMBLY)
-  list(APPEND ORVANE_SOURCES dsp/softfloat/butterfly_groups.S
+  list(APPEND ORVANE_SOURCES dsp/softfloat/average.S dsp/softfloat/butterfly_groups.S
        dsp/softfloat/spectrum_product.S)
 endif()
 

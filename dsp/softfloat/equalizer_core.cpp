@@ -3,30 +3,9 @@
 #include <algorithm>
 #include <bit>
 
+#include "dsp/softfloat/average.h"
+
 namespace {
-
-// One running average over a run of frames: into `averages`, which holds the narrower one, goes
-// this one; into y the narrower less this one, times `gain`.
-struct Average {
-    SoftFloat sum;
-    int32_t scale;  // the average is sum * 2^-scale
-    SoftFactor gain;
-
-    template <bool first>
-    void Run(const SoftFloat* entering, const SoftFloat* leaving, const SoftFloat* narrower,
-             SoftFloat* averages, SoftFloat* y, size_t frames) {
-        SoftFloat running = sum;
-        for (const SoftFloat* const end = y + frames; y != end; ++y) {
-            running = running + *entering++;
-            const SoftFloat average = {running.m, running.e - scale};
-            const SoftFloat term = gain * (*narrower++ - average);
-            *averages++ = average;
-            *y = first ? term : *y + term;
-            running = running - *leaving++;
-        }
-        sum = running;
-    }
-};
 
 float Packed(SoftFloat v) {
     return std::bit_cast<float>(softfloat::Pack(v));
@@ -73,9 +52,9 @@ bool SoftEqualizerCore::Process(float* samples, size_t frames, size_t channels,
             float* const run = samples + c;
             for (size_t n = 0; n < count; ++n)
                 history[c][end + n] = softfloat::Unpack(std::bit_cast<uint32_t>(run[n * channels]));
-            SoftFloat y[kChunk];
-            ProcessChunk(c, count, factors, y);
-            for (size_t n = 0; n < count; ++n) run[n * channels] = Packed(y[n]);
+            AverageRow rows[kChunk];
+            ProcessChunk(c, count, factors, rows);
+            for (size_t n = 0; n < count; ++n) run[n * channels] = Packed(rows[n].output);
         }
         end += count;
         samples += count * channels;
@@ -85,19 +64,16 @@ bool SoftEqualizerCore::Process(float* samples, size_t frames, size_t channels,
 }
 
 void SoftEqualizerCore::ProcessChunk(size_t channel, size_t frames, const SoftFactor* gains,
-                                     SoftFloat* out) {
-    SoftFloat averages[kChunk];
+                                     AverageRow* rows) {
     const SoftFloat* const centre = history[channel] + end - kReach;
+    for (size_t n = 0; n < frames; ++n) rows[n].average = centre[n];
     for (size_t k = 0; k < kAverages; ++k) {
         const size_t halfWidth = size_t{1} << k;
-        Average average = {sums[channel][k], static_cast<int32_t>(k) + 1, gains[k]};
-        const SoftFloat* const entering = centre + halfWidth;
-        const SoftFloat* const leaving = centre - halfWidth;
-        if (k == 0)
-            average.Run<true>(entering, leaving, centre, averages, out, frames);
-        else
-            average.Run<false>(entering, leaving, averages, averages, out, frames);
+        RunningAverage average = {sums[channel][k], gains[k], static_cast<int32_t>(k) + 1};
+        const auto run = k == 0 ? RunAverage<true> : RunAverage<false>;
+        run(rows, centre + halfWidth, centre - halfWidth, &average, frames);
         sums[channel][k] = average.sum;
     }
-    for (size_t n = 0; n < frames; ++n) out[n] = gains[kAverages] * averages[n] + out[n];
+    for (size_t n = 0; n < frames; ++n)
+        rows[n].output = gains[kAverages] * rows[n].average + rows[n].output;
 }

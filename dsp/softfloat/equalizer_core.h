@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "dsp/softfloat/average.h"
 #include "dsp/softfloat/number.h"
 #include "dsp/stream.h"
 
@@ -37,7 +38,7 @@ private:
     static constexpr size_t kRoom = 512;  // frames between two moves of the history
     static constexpr size_t kHistory = 2 * kReach;
 
-    void ProcessChunk(size_t channel, size_t frames, const SoftFactor* gains, SoftFloat* out);
+    void ProcessChunk(size_t channel, size_t frames, const SoftFactor* gains, AverageRow* rows);
     void MakeRoom(size_t frames);
 
     SoftFloat sums[kMaxChannels][kAverages];

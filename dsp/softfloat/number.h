@@ -27,13 +27,13 @@ inline constexpr bool kSoftFloat = true;
 inline constexpr bool kSoftFloat = false;
 #endif
 
-struct SoftFloat {
+struct alignas(8) SoftFloat {
     int32_t m, e;
 };
 
 // A constant that numbers are multiplied by: m * 2^(e - 31), 24 significant bits at bits 30 to 7.
 // Its magnitude is 0 or 2^-46 to 2^30, so that a number from 2^-80 on gives no subnormal product.
-struct SoftFactor {
+struct alignas(8) SoftFactor {
     int32_t m, e;
 };
 
