@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "dsp/biquad_section.h"
+#include "dsp/fixed_point.h"
 
 class Biquad_FP {
 public:
@@ -41,6 +42,23 @@ public:
     int32_t ProcessSample(int32_t x);
     // In place, `count` samples of the channel.
     void Process(int32_t* samples, uint32_t count);
+
+    // ProcessSample for loops that hold a copy of the filter in registers. A sum modulo 2^32 has no
+    // order: the newest output, which is waited for, comes last.
+    [[gnu::always_inline]] int32_t Step(int32_t x) {
+        int32_t y = MulQ24(coefficients.b0, x);
+        y = WrapAdd(y, MulQ24(coefficients.b1, history.x1));
+        y = WrapAdd(y, MulQ24(coefficients.b2, history.x2));
+        y = WrapAdd(y, MulQ24(coefficients.fb2, history.y2));
+        y = WrapAdd(y, MulQ24(coefficients.fb1, history.y1));
+        history.Push(x, y);
+        if (rampRemaining != 0) {
+            --rampRemaining;
+            coefficients.ForEach([](int32_t& c, int32_t increment) { c = WrapAdd(c, increment); },
+                                 increments);
+        }
+        return y;
+    }
 
 private:
     BiquadCoefficients<int32_t> coefficients;

@@ -6,6 +6,7 @@
 // operators, each rounded by itself; a choice is `x > y ? x : y`. A vector's zero is Broadcast(0):
 // adding one to -0 gives +0.
 #pragma once
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -65,6 +66,13 @@ template <typename V = Lanes, typename T>
         return x;
     else
         return x - V{};  // keeps the sign of a zero
+}
+
+// Without the sign. V: a float or a vector of floats.
+template <typename V>
+[[gnu::always_inline]] inline V Absolute(V x) {
+    using Ints = typename VectorOf<int32_t, kWidth<V, float>>::Type;
+    return std::bit_cast<V>(std::bit_cast<Ints>(x) & INT32_MAX);
 }
 
 // Whether a comparison holds in any lane.
@@ -188,4 +196,57 @@ template <typename V, typename T>
     }
     Store(p, first);
     Store(p + kWidth<V, T>, second);
+}
+
+// Numbers converted lane by lane, as a cast does; from floats only what fits.
+template <typename To, typename From>
+[[gnu::always_inline]] inline To ConvertLanes(From from) {
+    if constexpr (std::is_arithmetic_v<From>)
+        return static_cast<To>(from);
+    else
+        return __builtin_convertvector(from, To);
+}
+
+// 16-bit integers in two vectors of 32-bit ones, and the low halves of two vectors.
+//   p       0 1 2 3 4 5 6 7
+//   first   0 1 2 3
+//   second  4 5 6 7
+template <typename V>
+[[gnu::always_inline]] inline void LoadShorts(V& first, V& second, const int16_t* p) {
+    constexpr size_t kWide = kWidth<V, int32_t>;
+    if constexpr (kWide == 1) {
+        first = p[0];
+        second = p[1];
+    } else {
+        // Twice side by side a number fills 32 bits; shifted down it is alone, with its sign.
+        const auto v = Load<typename VectorOf<int16_t, 2 * kWide>::Type>(p);
+        auto low = v, high = v;
+        if constexpr (kWide == 4) {
+            low = __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3);
+            high = __builtin_shufflevector(v, v, 4, 4, 5, 5, 6, 6, 7, 7);
+        } else {
+            low = __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7);
+            high = __builtin_shufflevector(v, v, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13, 14, 14,
+                                           15, 15);
+        }
+        first = std::bit_cast<V>(low) >> 16;
+        second = std::bit_cast<V>(high) >> 16;
+    }
+}
+template <typename V>
+[[gnu::always_inline]] inline void StoreShorts(int16_t* p, V first, V second) {
+    constexpr size_t kWide = kWidth<V, int32_t>;
+    if constexpr (kWide == 1) {
+        p[0] = static_cast<int16_t>(first);
+        p[1] = static_cast<int16_t>(second);
+    } else {
+        static_assert(std::endian::native == std::endian::little, "a low half lies first");
+        using Shorts = typename VectorOf<int16_t, 2 * kWide>::Type;
+        const auto a = std::bit_cast<Shorts>(first), b = std::bit_cast<Shorts>(second);
+        if constexpr (kWide == 4)
+            Store(p, __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14));
+        else
+            Store(p, __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24,
+                                             26, 28, 30));
+    }
 }

@@ -7,8 +7,6 @@
 // The first two weights add up to 0.9998: a steady target of 1 becomes 0.0999 / 0.1001 = 0.998.
 // V: a sample's type or, for floats, a vector of them.
 #pragma once
-#include <bit>
-#include <cmath>
 #include <cstdint>
 
 #include "dsp/fixed_point.h"
@@ -24,12 +22,7 @@ struct FloatLimiting {
     static float Gate(float gate) { return gate >= 0 ? gate : 0.0F; }
     template <typename V>
     [[gnu::always_inline]] static V Magnitude(V x) {
-        if constexpr (std::is_same_v<V, float>) {
-            return std::fabs(x);
-        } else {
-            using Bits = typename VectorOf<int32_t, sizeof(V) / sizeof(float)>::Type;
-            return std::bit_cast<V>(std::bit_cast<Bits>(x) & INT32_MAX);  // without the sign
-        }
+        return Absolute(x);
     }
     // |x| > gate, lane by lane.
     template <typename V>

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <iterator>
 
+#include "dsp/runs.h"
+
 namespace {
 constexpr float kWeightingHz = 2200.0F;
 constexpr float kWeightingQ = 0.33F;
@@ -18,6 +20,26 @@ constexpr uint32_t kRampsPerSecond = 40;  // a ramp takes 25 ms
 constexpr int kRiseShift = 4;             // a gain rises 16 times slower than it falls
 constexpr int kSampleShift = 9;           // 16-bit full scale, 2^15, to Q24
 constexpr uint32_t kChunk = 64;           // samples of a channel at a time
+
+// sample * gain in Q24, modulo 2^32. sample: 16 bits; gain: Q24.
+int32_t Amplified(int16_t sample, int64_t gain) {
+    const int64_t amplified = static_cast<int64_t>(sample) * gain >> (kQ24Bits - kSampleShift);
+    return static_cast<int32_t>(static_cast<uint32_t>(amplified));
+}
+
+// Squares of the weighted samples of one channel, added up.
+struct EnergyRun {
+    [[gnu::always_inline]] void Step(size_t i) {
+        const int64_t weighted =
+            filter.Step(samples[static_cast<ptrdiff_t>(i) * stride] * (1 << kSampleShift));
+        sum += static_cast<uint64_t>(weighted * weighted);
+    }
+    const int16_t* samples;
+    ptrdiff_t stride;
+    Biquad_FP filter;
+    uint64_t sum = 0;
+};
+
 }  // namespace
 
 PlaybackGain::PlaybackGain() {
@@ -62,38 +84,34 @@ void PlaybackGain::SetChannels(unsigned int count) {
 }
 
 void PlaybackGain::Reset() {
-    for (size_t c = 0; c < kMaxChannels; ++c) {
-        limiter[c].Reset();
-        weighting[c].ClearHistory();
-        channelGain[c] = 0;
-    }
+    limiter.Reset();
+    for (Biquad_FP& filter : weighting) filter.ClearHistory();
+    gain = 0;
     warmupCount = 0;
 }
 
 uint64_t PlaybackGain::AnalyseWave(const int16_t* samples, unsigned int frames, int stride,
                                    int offset, Biquad_FP& filter) {
     if (frames == 0) return 0;
-    uint64_t sum = 0;
-    for (size_t begin = 0; begin < frames; begin += kChunk) {
-        const auto count = static_cast<uint32_t>(std::min<size_t>(frames - begin, kChunk));
-        const int16_t* const first = samples + offset + static_cast<ptrdiff_t>(begin) * stride;
-        int32_t chunk[kChunk];
-        for (size_t i = 0; i < count; ++i)
-            chunk[i] = first[static_cast<ptrdiff_t>(i) * stride] * (1 << kSampleShift);
-        filter.Process(chunk, count);
-        for (size_t i = 0; i < count; ++i)
-            sum += static_cast<uint64_t>(static_cast<int64_t>(chunk[i]) * chunk[i]);
-    }
-    return sum / frames;
+    EnergyRun run = {samples + offset, stride, filter};
+    RunAlone(run, frames);
+    filter = run.filter;
+    return run.sum / frames;
 }
 
 // Moves the weighting filters over the buffer and the warm-up by a call; returns the automatic
 // gain, Q24.
 int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
     uint64_t loudest = 0;
-    for (uint32_t c = 0; c < channels; ++c)
-        loudest = std::max(loudest, AnalyseWave(in, frames, static_cast<int>(channels),
-                                                static_cast<int>(c), weighting[c]));
+    if (channels == 1) {
+        loudest = AnalyseWave(in, frames, 1, 0, weighting[0]);
+    } else if (channels == 2) {
+        EnergyRun left = {in, 2, weighting[0]}, right = {in + 1, 2, weighting[1]};
+        RunTogether(left, frames, right, frames);
+        weighting[0] = left.filter;
+        weighting[1] = right.filter;
+        loudest = std::max(left.sum, right.sum) / frames;
+    }
     const float power = static_cast<float>(static_cast<double>(loudest) * kPowerScale);
     const float levelDb = logf(power + kPowerFloor) * kLog10E * 10 + kReferenceDb;
     const float gainDb = levelDb * invCompressionRatio - levelDb;
@@ -104,36 +122,32 @@ int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
     return TruncateToInt64(static_cast<double>(linear) * kQ24One);
 }
 
-void PlaybackGain::AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
-                                  unsigned int frames) {
+void PlaybackGain::Amplify(int64_t gainQ24, const int16_t* in, int16_t* out, unsigned int frames) {
     const int64_t rampLength = std::max(samplingRate / kRampsPerSecond, frames);
     const int64_t highest = activeMaxGain;
     const int64_t lowest = -highest;
     const int64_t target = WrapMul64(gainQ24, activeVolume) >> kQ24Bits;
-    int64_t gain = channelGain[channel];
     int64_t step = (target - gain) / rampLength;
     if (step >= 1) step >>= kRiseShift;
-    for (size_t begin = 0; begin < frames; begin += kChunk) {
-        const auto count = static_cast<uint32_t>(std::min<size_t>(frames - begin, kChunk));
-        const size_t first = begin * channels + channel;
-        int32_t chunk[kChunk];
-        for (size_t i = 0; i < count; ++i) {
-            const int64_t sample =
-                static_cast<int64_t>(in[first + i * channels]) * (1 << kSampleShift);
-            const int64_t amplified = (sample * gain) >> kQ24Bits;
-            chunk[i] = static_cast<int32_t>(static_cast<uint32_t>(amplified));
+    while (frames > 0) {
+        const uint32_t count = std::min(frames, kChunk);
+        const size_t size = size_t{count} * channels;
+        int32_t chunk[kChunk * kMaxChannels];
+        for (size_t i = 0; i < size;) {
+            for (const size_t end = i + channels; i < end; ++i) chunk[i] = Amplified(in[i], gain);
             gain += step;
             if (gain > highest)
                 gain = highest;
             else if (gain < lowest)
                 gain = lowest;
         }
-        limiter[channel].Process(chunk, count, 1);
-        for (size_t i = 0; i < count; ++i)
-            out[first + i * channels] =
-                static_cast<int16_t>(static_cast<uint16_t>(chunk[i] >> kSampleShift));
+        limiter.Process(chunk, count, channels);
+        for (size_t i = 0; i < size; ++i)
+            out[i] = static_cast<int16_t>(static_cast<uint16_t>(chunk[i] >> kSampleShift));
+        in += size;
+        out += size;
+        frames -= count;
     }
-    channelGain[channel] = gain;
 }
 
 void PlaybackGain::Process(const int16_t* in, int16_t* out, unsigned int frames) {
@@ -145,5 +159,5 @@ void PlaybackGain::Process(const int16_t* in, int16_t* out, unsigned int frames)
     activeMaxGain = maxGain;
     if (!enabled || frames == 0) return;
     const int64_t gainQ24 = MeasureGain(in, frames);
-    for (size_t c = 0; c < channels; ++c) AmplifyChannel(c, gainQ24, in, out, frames);
+    if (channels > 0) Amplify(gainQ24, in, out, frames);
 }

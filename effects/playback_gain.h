@@ -17,7 +17,7 @@
 #include "dsp/biquad_fp.h"
 #include "dsp/fixed_point.h"
 #include "dsp/stream.h"
-#include "effects/limiter_fp.h"
+#include "effects/limiter_core.h"
 
 class PlaybackGain {
 public:
@@ -54,8 +54,7 @@ public:
 private:
     void DesignWeighting();
     int64_t MeasureGain(const int16_t* in, unsigned int frames);
-    void AmplifyChannel(size_t channel, int64_t gainQ24, const int16_t* in, int16_t* out,
-                        unsigned int frames);
+    void Amplify(int64_t gainQ24, const int16_t* in, int16_t* out, unsigned int frames);
 
     float invCompressionRatio = 0.5F;
     float activeCompressionRatio = 2.0F;
@@ -65,9 +64,9 @@ private:
     int32_t warmupCount = 0;        // calls since the last Reset, up to 100
     int32_t volume = kQ24One;
     int32_t maxGain = kQ24One;
-    int64_t channelGain[kMaxChannels] = {};  // applied at the present sample, Q24
+    int64_t gain = 0;  // of all channels, at the present frame, Q24
     Biquad_FP weighting[kMaxChannels];
-    Limiter_FP limiter[kMaxChannels];
+    FrameLimiter<Q24Limiting> limiter;
     uint32_t samplingRate = 44100;  // Hz
     uint32_t channels = 2;
     bool enabled = false;

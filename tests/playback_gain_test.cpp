@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "dsp/biquad.h"
+#include "effects/limiter_fp.h"
 #include "signals.h"
 
 namespace {

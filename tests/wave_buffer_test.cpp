@@ -2,23 +2,34 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "signals.h"
 
+// Every value, in runs that end anywhere, also widened in place.
 TEST(WaveBuffer, SixteenBitValuesComeBackOrOneStepNearerToZero) {
-    WaveBuffer_R32 buffer(1, 1);
-    for (int v = INT16_MIN; v <= INT16_MAX; ++v) {
-        const auto in = static_cast<int16_t>(v);
-        int16_t out = 0;
-        ASSERT_EQ(buffer.PushSamples(&in, 1), 1U);
-        ASSERT_EQ(buffer.PopSamples(&out, 1, false), 1U);
-        ASSERT_TRUE(out == in || out == (in > 0 ? in - 1 : in + 1)) << v;
-    }
-    const std::pair<float, int> others[] = {{0.5F, 16383}, {-0.5F, -16383}, {1.5F, -16386},
-                                            {kNan, 0},     {kInfinity, -1}, {-kInfinity, 0}};
-    for (const auto& [in, expected] : others) {
-        int16_t out = 1;
-        buffer.Float2Short(&in, &out, 1);
-        EXPECT_EQ(out, expected) << in;
+    const std::pair<float, int> others[] = {
+        {0.5F, 16383}, {-0.5F, -16383}, {1.5F, -16386},   {65537, -32768}, {65538, -1},
+        {kNan, 0},     {kInfinity, -1}, {-65537, -32768}, {-65540, 0},     {-kInfinity, 0}};
+    int next = INT16_MIN;
+    for (uint32_t frames = 1; next <= INT16_MAX; frames = frames % 40 + 1) {
+        WaveBuffer_R32 buffer(1, frames);
+        std::vector<int16_t> in(frames), out(frames);
+        for (int16_t& v : in) v = static_cast<int16_t>(next++);
+        buffer.PushSamples(in.data(), frames);
+        std::vector<float> inPlace(frames);
+        std::memcpy(inPlace.data(), in.data(), frames * sizeof in[0]);
+        buffer.Short2Float(reinterpret_cast<const int16_t*>(inPlace.data()), inPlace.data(),
+                           frames);
+        ASSERT_TRUE(std::equal(inPlace.begin(), inPlace.end(), buffer.GetCurrentBufferR32Ptr()));
+        ASSERT_EQ(buffer.PopSamples(out.data(), frames, false), frames);
+        for (uint32_t i = 0; i < frames; ++i)
+            ASSERT_TRUE(out[i] == in[i] || out[i] == (in[i] > 0 ? in[i] - 1 : in[i] + 1)) << in[i];
+        for (const auto& [sample, expected] : others) {
+            inPlace[static_cast<size_t>(next) % frames] = sample;
+            buffer.Float2Short(inPlace.data(), out.data(), frames);
+            EXPECT_EQ(out[static_cast<size_t>(next) % frames], expected) << sample;
+        }
     }
 }
 
