@@ -174,7 +174,7 @@ template <int lowest = -80>
     return magnitude - kFirst < kBeyond - kFirst || magnitude == 0;
 }
 // A float that may enter, by its bits.
-[[gnu::always_inline]] inline SoftFloat Unpack(uint32_t bits) {
+[[gnu::always_inline]] constexpr SoftFloat Unpack(uint32_t bits) {
     const uint32_t magnitude = bits << 1U;
     if (magnitude == 0) return {0, 0};
     const int32_t m = static_cast<int32_t>(((magnitude << 5U) & 0x3fffffffU) | 0x20000000U);
@@ -197,7 +197,7 @@ inline bool CanBeFactor(float v) {
     const float magnitude = v < 0 ? -v : v;
     return v == 0 || (magnitude >= 0x1p-46F && magnitude < 0x1p30F);
 }
-inline SoftFactor FactorOf(float v) {
+constexpr SoftFactor FactorOf(float v) {
     const SoftFloat a = Unpack(std::bit_cast<uint32_t>(v));
     return {2 * a.m, a.e + kBias - 126};
 }
