@@ -5,6 +5,7 @@
 
 #include "dsp/fft_r24.h"
 #include "dsp/softfloat/band_convolver.h"
+#include "dsp/softfloat/samples.h"
 #include "signals.h"
 
 namespace {
@@ -66,6 +67,17 @@ TEST(SoftFloat, TakesWhatItCanHold) {
     EXPECT_EQ(zero.e, 0);
     --small.e;
     EXPECT_FALSE(softfloat::Settles(zero, small));
+}
+
+// Every sample, and every step between two of them with its neighbours.
+TEST(SoftFloat, ConvertsSamplesAsFloatsDo) {
+    for (int sample = INT16_MIN; sample <= INT16_MAX; ++sample) {
+        const auto value = static_cast<float>(sample);
+        ASSERT_EQ(SoftScaled(static_cast<int16_t>(sample), 0x1.0002p-15F), value * 0x1.0002p-15F);
+        for (const float x : {value / 32767, std::nextafter(value / 32767, 2.0F),
+                              std::nextafter(value / 32767, -2.0F), value * 0x1p-31F})
+            ASSERT_EQ(SoftTruncated(x, 32767), static_cast<int>(x * 32767)) << x;
+    }
 }
 
 // Blocks at every scale, sparse ones, some that leave the range on the way.
