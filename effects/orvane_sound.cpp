@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <type_traits>
+
+#include "dsp/softfloat/contour_mix.h"
 
 namespace {
 
@@ -202,6 +205,27 @@ void OrvaneSound<Sample, Real>::RunBlock() {
     lowDelay->PushSamples(lowBlock.data(), blockSize);
     bandDelay->PopSamples(bandBlock.data(), blockSize, false);
     lowDelay->PopSamples(lowBlock.data(), blockSize, false);
+    if (!MixUnpacked()) MixOnFloats();
+    outputBuffer->PushSamples(blockBuffer.data(), blockSize);
+}
+
+// On unpacked numbers, where there are any; false, with nothing changed that counts, if not.
+template <typename Sample, typename Real>
+bool OrvaneSound<Sample, Real>::MixUnpacked() {
+    if constexpr (kSoftFloat && std::is_same_v<Real, float>) {
+        const auto bands = [this](size_t frame, size_t channel) -> BandSamples {
+            const size_t i = frame * channels + channel;
+            return {lowBlock[i], highBlock[i], bandBlock[i]};
+        };
+        return MixWithContour(bands,
+                              {Variant<Real>::kLowWeight, process, Variant<Real>::kBandWeight},
+                              &loContourFilter, blockBuffer.data(), blockSize, channels);
+    }
+    return false;
+}
+
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::MixOnFloats() {
     for (size_t i = 0; i < blockBuffer.size(); ++i) {
         const Real low = lowBlock[i] * Variant<Real>::kLowWeight;
         const Real high = highBlock[i] * process;
@@ -209,7 +233,6 @@ void OrvaneSound<Sample, Real>::RunBlock() {
         blockBuffer[i] = (high + band) + low;
     }
     AddContour();
-    outputBuffer->PushSamples(blockBuffer.data(), blockSize);
 }
 
 // Everything into and out of the filter is rounded to Sample.

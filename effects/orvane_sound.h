@@ -71,6 +71,8 @@ private:
     void SetUpBuffers();
     void DesignContour();
     void RunBlock();
+    bool MixUnpacked();
+    void MixOnFloats();
     void AddContour();
     template <typename External>
     uint32_t InPlace(External* samples, uint32_t n);

@@ -1,6 +1,5 @@
 // One running average of the equalizer over a run of frames, and its band.
 #pragma once
-#include <cassert>
 #include <cstddef>
 #include <cstdint>
 
@@ -18,7 +17,7 @@ struct RunningAverage {
 };
 
 // Frame n: entering[n] joins the sum, the band joins the output (is it, where `first`), leaving[n]
-// leaves the sum.
+// leaves the sum. At least one frame.
 template <bool first>
 inline void RunAverageText(AverageRow* rows, const SoftFloat* entering, const SoftFloat* leaving,
                            RunningAverage* state, size_t frames) {
@@ -46,12 +45,6 @@ template <bool first>
 inline void RunAverage(AverageRow* rows, const SoftFloat* entering, const SoftFloat* leaving,
                        RunningAverage* state, size_t frames) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    // Pairs of words are loaded at once.
-    assert((reinterpret_cast<uintptr_t>(rows) | reinterpret_cast<uintptr_t>(entering) |
-            reinterpret_cast<uintptr_t>(leaving) | reinterpret_cast<uintptr_t>(state)) %
-                   8 ==
-               0 &&
-           frames != 0);
     (first ? SoftFirstAverage : SoftAverage)(rows, entering, leaving, state, frames);
 #else
     RunAverageText<first>(rows, entering, leaving, state, frames);

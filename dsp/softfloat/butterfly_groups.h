@@ -3,7 +3,6 @@
 //
 // The texts are the definition. Where there is a routine by hand, the functions call it.
 #pragma once
-#include <cassert>
 #include <cstddef>
 #include <cstdint>
 
@@ -42,7 +41,7 @@ inline bool EighthGroupText(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
     return true;
 }
 
-// `groups` groups one after the other, with the factors w[0], w[1], ...
+// `groups` groups, at least one, one after the other, with the factors w[0], w[1], ...
 inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
                                size_t groups) {
     for (; groups != 0; --groups, ++w, a += 3 * span) {
@@ -56,22 +55,18 @@ inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const Twiddle
 }
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-// Pairs of words are loaded at once: numbers and factors lie at multiples of 8.
 extern "C" void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span);
 extern "C" bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e);
 extern "C" bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span,
                                    const Twiddles<SoftFactor>* w, size_t groups);
 inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
-    assert(reinterpret_cast<uintptr_t>(a) % 8 == 0);
     SoftUntwiddledGroup(a, span);
 }
 inline bool EighthGroup(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
-    assert(reinterpret_cast<uintptr_t>(a) % 8 == 0);
     return SoftEighthGroup(a, span, u.m, u.e);
 }
 inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
                            size_t groups) {
-    assert(reinterpret_cast<uintptr_t>(a) % 8 == 0 && groups != 0);
     return SoftTwiddledGroups(a, span, w, groups);
 }
 #else

@@ -1,5 +1,6 @@
 // Single-precision numbers for processors without a floating-point unit: sign and significand in
 // one word, the exponent in another, so that a chain of operations unpacks and packs nothing.
+// docs/soft-float.md explains them: "A number", "What stays on floats" and what lies between.
 //
 //   SoftFloat {m, e} is m * 2^(e - 109): 24 significant bits of m at bits 29 to 6, the rest 0;
 //   2^29 <= |m| <= 2^30 with both ends allowed, so rounding up never moves the exponent. Zero is
@@ -27,6 +28,8 @@ inline constexpr bool kSoftFloat = true;
 inline constexpr bool kSoftFloat = false;
 #endif
 
+// Aligned: the routines by hand load both words at once, which the processor does at multiples of 8
+// only, although an emulator lets others pass.
 struct alignas(8) SoftFloat {
     int32_t m, e;
 };

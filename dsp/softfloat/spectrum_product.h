@@ -1,7 +1,6 @@
 // The product of a real signal's spectrum with a kernel's, and the way back to the spectrum of
 // complex values that the inverse transform starts from.
 #pragma once
-#include <cassert>
 #include <cstddef>
 #include <cstdint>
 
@@ -39,11 +38,6 @@ extern "C" bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum,
                                                    const uint16_t* reversed,
                                                    Complex<SoftFloat>* out, size_t half) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    // Pairs of words are loaded at once.
-    assert((reinterpret_cast<uintptr_t>(spectrum) | reinterpret_cast<uintptr_t>(kernel) |
-            reinterpret_cast<uintptr_t>(w) | reinterpret_cast<uintptr_t>(out)) %
-               8 ==
-           0);
     return SoftSpectrumProduct(spectrum, kernel, w, reversed, out, half);
 #else
     return SpectrumProductText(spectrum, kernel, w, reversed, out, half);
