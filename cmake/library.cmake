@@ -11,6 +11,7 @@ set(ORVANE_SOURCES
   dsp/softfloat/band_convolver.cpp
   dsp/softfloat/contour_mix.cpp
   dsp/softfloat/equalizer_core.cpp
+  dsp/planar_fft.cpp
   dsp/wave_buffer.cpp
   effects/cross_fader.cpp
   effects/fir_equalizer.cpp
@@ -18,6 +19,7 @@ set(ORVANE_SOURCES
   effects/limiter_core.cpp
   effects/limiter_fp.cpp
   effects/orvane_sound.cpp
+  effects/orvane_sound_block.cpp
   effects/playback_gain.cpp
   host/effect.cpp
   host/library.cpp

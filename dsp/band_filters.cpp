@@ -2,27 +2,91 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <new>
 #include <utility>
 
 #include "dsp/fir_window.h"
 
+namespace {
+
+template <typename T>
+Planar<T> HalvesOf(OwnedArray<T>& array) {
+    return {array.data(), array.data() + array.size() / 2};
+}
+
+// Bins q and N / 2 - q of a real spectrum of which the complex half transform is x, and their
+// factors. Lanes: neighbouring q; the upper half runs down.
+//   low    q    q + 1   q + 2   q + 3
+//   high   M-q  M-q-1   M-q-2   M-q-3       M = N / 2
+template <typename V, typename T>
+[[gnu::always_inline]] inline MirroredPair<V> BinsAt(Planar<T> x, size_t M, Complex<V> factors,
+                                                     size_t q) {
+    return RealForward(LoadAt<V>(x, q), LoadReversed<V>(x, M - q), factors.re, factors.im);
+}
+
+// Bins 1 to end - 1: one vector from bin 1 on, which the next one may overlap, then aligned ones.
+template <typename T, typename Body>
+[[gnu::always_inline]] inline void ForMirroredBins(size_t end, Body body) {
+    using V = typename WidestVector<T>::Type;
+    constexpr size_t W = kWidth<V, T>;
+    for (size_t q = 1; q < end; q = q % W == 0 ? q + W : W) body.template operator()<V>(q);
+}
+
+// The step that ends FFT_R24's forward transform, the product with each kernel as
+// BandSpliter::ConvSignal has it, and the step that begins the inverse one. `low` and `out`: N
+// values a band.
+template <typename T>
+void Multiply(Planar<T> x, Planar<T> factors, Planar<T> low, Planar<T> out, size_t N) {
+    const size_t M = N / 2;
+    const Planar<T> high = low + M / 2;
+    ForMirroredBins<T>(M / 2, [=]<typename V>(size_t q) {
+        const Complex<V> w = LoadAt<V>(factors, q);
+        const MirroredPair<V> bins = BinsAt<V>(x, M, w, q);
+        for (size_t b = 0, at = 0; b < kBands; ++b, at += N) {
+            const MirroredPair<V> r =
+                RealInverse(Twiddle(LoadAt<V>(low, at + q), bins.low),
+                            Twiddle(LoadAt<V>(high, at + q), bins.high), w.re, w.im);
+            StoreAt(out, at + q, r.low);
+            StoreReversed(out, at + M - q, r.high);
+        }
+    });
+    // Bins 0 and N / 2 share a pair, and N / 4 has no mirror.
+    const T first = x.re[0] + x.im[0], last = x.re[0] - x.im[0];
+    for (size_t at = 0; at < kBands * N; at += N) {
+        const T r0 = first * low.re[at], r1 = last * low.im[at];
+        const T half = static_cast<T>(0.5) * (r0 - r1);
+        StoreAt(out, at, Complex<T>{r0 - half, -half});
+        const Complex<T> middle = Twiddle(LoadAt<T>(high, at), LoadAt<T>(x, M / 2));
+        StoreAt(out, at + M / 2, Complex<T>{middle.re, -middle.im});
+    }
+}
+
+// Adds what the block before left, keeps what this one leaves for the next.
+template <typename T>
+void AddTail(Planar<T> band, size_t blockPairs, Planar<T> tail, size_t tailPairs, bool primed) {
+    ForLanes<T>(tailPairs, [=]<typename V>(size_t q) {
+        if (primed) {
+            const Complex<V> a = LoadAt<V>(band, q), b = LoadAt<V>(tail, q);
+            StoreAt(band, q, Complex<V>{a.re + b.re, a.im + b.im});
+        }
+        StoreAt(tail, q, LoadAt<V>(band, q + blockPairs));
+    });
+}
+
+}  // namespace
+
 template <typename T>
 bool BandTails<T>::Allocate(size_t length) {
-    OwnedArray<T> fresh[3];
+    OwnedArray<T> fresh[kBands];
     for (OwnedArray<T>& tail : fresh)
         if (!tail.Allocate(length)) return false;
-    low = std::move(fresh[0]);
-    high = std::move(fresh[1]);
-    band = std::move(fresh[2]);
+    for (size_t b = 0; b < kBands; ++b) tails[b] = std::move(fresh[b]);
     return true;
 }
 
 template <typename T>
 void BandTails<T>::Clear() {
     primed = false;
-    for (OwnedArray<T>* tail : {&low, &high, &band}) std::fill_n(tail->data(), tail->size(), T(0));
+    for (OwnedArray<T>& tail : tails) std::fill_n(tail.data(), tail.size(), T(0));
 }
 
 template <typename T>
@@ -31,26 +95,39 @@ bool BandFilters<T>::Design(uint32_t windowType, uint32_t kernelLength, uint32_t
     const uint32_t K = kernelLength, L = BlockLengthFor(K), N = L + K - 1;
     if (K < 3 || K % 2 == 0 || samplingRateHz == 0 || L == 0) return false;
     if (!std::isfinite(lowCutoff) || !std::isfinite(highCutoff)) return false;
-    OwnedArray<T> low, high, band;
-    if (!low.Allocate(K) || !high.Allocate(K) || !band.Allocate(K)) return false;
+    OwnedArray<T> taps[kBands];
+    for (OwnedArray<T>& each : taps)
+        if (!each.Allocate(K)) return false;
     const int window = static_cast<int>(windowType);
     const T rate = static_cast<T>(samplingRateHz);
+    const T* const kernelTaps[kBands] = {taps[0].data(), taps[1].data(), taps[2].data()};
     using Window = FIRWindow<T>;
-    if (!Window::MakeLowpassFIRCoeffs(window, low.data(), K, rate, lowCutoff) ||
-        !Window::MakeHighpassFIRCoeffs(window, high.data(), K, rate, highCutoff) ||
-        !Window::MakeBandpassFIRCoeffs(window, band.data(), K, rate, lowCutoff, highCutoff))
+    if (!Window::MakeLowpassFIRCoeffs(window, taps[kLowBand].data(), K, rate, lowCutoff) ||
+        !Window::MakeHighpassFIRCoeffs(window, taps[kHighBand].data(), K, rate, highCutoff) ||
+        !Window::MakeBandpassFIRCoeffs(window, taps[kMiddleBand].data(), K, rate, lowCutoff,
+                                       highCutoff))
         return false;
 
     Release();
-    fft.reset(new (std::nothrow) FFT_R24<T>(N));
-    if (!fft || !fft->Prepared() || !lowWork.Allocate(N) || !highWork.Allocate(N) ||
-        !bandWork.Allocate(N) || !SetKernels(low.data(), high.data(), band.data(), K, N) ||
-        !faster.Prepare(N, fft->w.data(), lowKernel.data(), highKernel.data(), bandKernel.data())) {
+    FFT_R24<T> tables(N);
+    const bool granted = tables.Prepared() && kernels.Allocate(size_t{kBands} * N) &&
+                         products.Allocate(size_t{kBands} * N) && spectrum.Allocate(N) &&
+                         realFactors.Allocate(N / 2) && unpacked.Allocate(N);
+    if (granted) MakeFftTables(static_cast<int>(N), tables.ip.data(), tables.w.data());
+    if (!granted || !fft.Prepare(N, tables.w.data())) {
         Release();
         return false;
     }
+    const size_t quarter = N / 4;
+    const T* const c = tables.w.data() + quarter;
+    for (size_t q = 1; q < quarter; ++q) {
+        realFactors[q] = static_cast<T>(0.5) - c[quarter - q];
+        realFactors[quarter + q] = c[q];
+    }
+    unpacked.SetFactors(tables.w.data(), HalvesOf(realFactors));
     blockLength = L;
     transformLength = N;
+    SetKernels(kernelTaps, K);
     return true;
 }
 
@@ -60,100 +137,50 @@ void BandFilters<T>::Release() {
 }
 
 template <typename T>
-bool BandFilters<T>::SetKernels(const T* low, const T* high, const T* band, uint32_t kernelLength,
-                                uint32_t n) {
-    const struct {
-        const T* kernel;
-        OwnedArray<T>& spectrum;
-    } bands[] = {{low, lowKernel}, {high, highKernel}, {band, bandKernel}};
-    for (const auto& [kernel, spectrum] : bands) {
-        if (!spectrum.Allocate(n)) return false;
-        std::memcpy(spectrum.data(), kernel, kernelLength * sizeof(T));
-        Scale(spectrum.data(), n, n);
-        // The first transform builds the tables: here rather than with the first block of audio.
-        if (fft && fft->Prepared() && fft->length == n)
-            Transform(spectrum.data(), false);
-        else if (!TransformOnce(spectrum.data(), n, false))
-            return false;
+void BandFilters<T>::SetKernels(const T* const (&taps)[kBands], uint32_t kernelLength) {
+    const size_t N = transformLength, M = N / 2;
+    const double scale = 2.0 / static_cast<double>(N);
+    const Planar<T> x = HalvesOf(spectrum), factors = HalvesOf(realFactors);
+    for (size_t b = 0; b < kBands; ++b) {
+        const Planar<T> work = PartOf(products, b), low = PartOf(kernels, b), high = low + M / 2;
+        std::fill_n(work.re, N, T(0));
+        for (size_t i = 0; i < kernelLength; ++i)
+            (i % 2 == 0 ? work.re : work.im)[i / 2] =
+                static_cast<T>(static_cast<double>(taps[b][i]) * scale);
+        fft.Forward(work, x);
+        ForMirroredBins<T>(M / 2, [=]<typename V>(size_t q) {
+            const MirroredPair<V> bins = BinsAt<V>(x, M, LoadAt<V>(factors, q), q);
+            StoreAt(low, q, bins.low);
+            StoreAt(high, q, bins.high);
+        });
+        // Bins 0 and N / 2 share a pair; the one between them has no mirror.
+        const Complex<T> ends = LoadAt<T>(x, 0);
+        StoreAt(low, 0, Complex<T>{ends.re + ends.im, ends.re - ends.im});
+        StoreAt(high, 0, LoadAt<T>(x, M / 2));
     }
-    return true;
+    unpacked.SetKernels({PartOf(kernels, 0), PartOf(kernels, 1), PartOf(kernels, 2)});
 }
 
 template <typename T>
-bool BandFilters<T>::TransformOnce(T* data, uint32_t n, bool inverse) {
-    FFT_R24<T> transform(n);
-    if (!transform.Prepared()) return false;
-    FFT_R24<T>::rdft(static_cast<int>(n), inverse ? -1 : 1, data, transform.ip.data(),
-                     transform.w.data());
-    return true;
-}
-
-template <typename T>
-void BandFilters<T>::Transform(T* data, bool inverse) {
-    if (!fft || !fft->Prepared()) return;
-    FFT_R24<T>::rdft(static_cast<int>(fft->length), inverse ? -1 : 1, data, fft->ip.data(),
-                     fft->w.data());
-}
-
-template <typename T>
-void BandFilters<T>::Scale(T* data, uint32_t count, uint32_t n) {
-    const double factor = 2.0 / n;
-    for (uint32_t i = 0; i < count; ++i)
-        data[i] = static_cast<T>(static_cast<double>(data[i]) * factor);
-}
-
-template <typename T>
-void BandFilters<T>::Split(BandTails<T>& tails, const T* input, T* lowOutput, T* highOutput,
-                           T* bandOutput, uint32_t stride) {
-    const uint32_t L = blockLength, N = transformLength;
-    if (!faster.Convolve(input, L, stride, lowWork.data(), highWork.data(), bandWork.data())) {
-        for (size_t i = 0; i < L; ++i) lowWork[i] = input[i * stride];
-        std::fill_n(lowWork.data() + L, N - L, T(0));
-        Transform(lowWork.data(), false);
-        std::memcpy(highWork.data(), lowWork.data(), N * sizeof(T));
-        std::memcpy(bandWork.data(), lowWork.data(), N * sizeof(T));
-        CircularConvolution(lowWork.data(), lowKernel.data(), N);
-        CircularConvolution(highWork.data(), highKernel.data(), N);
-        CircularConvolution(bandWork.data(), bandKernel.data(), N);
+void BandFilters<T>::Split(BandTails<T>& tails, Planar<const T> block,
+                           const Planar<T> (&bands)[kBands]) {
+    if (!unpacked.Convolve(block, blockLength / 2, bands)) {
+        fft.Forward(block, HalvesOf(spectrum));
+        Multiply(HalvesOf(spectrum), HalvesOf(realFactors), PartOf(kernels, 0), PartOf(products, 0),
+                 transformLength);
+        for (size_t b = 0; b < kBands; ++b) fft.Backward(PartOf(products, b), bands[b]);
     }
-    OverlapAdd(lowWork.data(), L, N, tails.low.data(), tails.primed);
-    OverlapAdd(highWork.data(), L, N, tails.high.data(), tails.primed);
-    OverlapAdd(bandWork.data(), L, N, tails.band.data(), tails.primed);
+    for (size_t b = 0; b < kBands; ++b)
+        AddTail(bands[b], blockLength / 2, HalvesOf(tails.tails[b]), TailLength() / 2,
+                tails.primed);
     tails.primed = true;
-    for (size_t i = 0; i < L; ++i) {
-        lowOutput[i * stride] = lowWork[i];
-        highOutput[i * stride] = highWork[i];
-        bandOutput[i * stride] = bandWork[i];
-    }
 }
 
+// One band's part of `kernels` or `products`.
 template <typename T>
-void BandFilters<T>::ConvolveBand(T* spectrum, uint32_t length, const T* kernel, uint32_t n,
-                                  T* tail, bool hasTail) {
-    CircularConvolution(spectrum, kernel, n);
-    OverlapAdd(spectrum, length, n, tail, hasTail);
-}
-
-template <typename T>
-void BandFilters<T>::CircularConvolution(T* spectrum, const T* kernel, uint32_t n) {
-    spectrum[0] *= kernel[0];
-    spectrum[1] *= kernel[1];
-    for (size_t j = 2; j < n; j += 2) {
-        const T ar = spectrum[j], ai = spectrum[j + 1];
-        const T kr = kernel[j], ki = kernel[j + 1];
-        spectrum[j] = ar * kr - ai * ki;
-        spectrum[j + 1] = ai * kr + ki * ar;
-    }
-    Transform(spectrum, true);
-}
-
-template <typename T>
-void BandFilters<T>::OverlapAdd(T* convolution, uint32_t length, uint32_t n, T* tail,
-                                bool hasTail) {
-    const size_t tailLength = n - length;
-    if (hasTail)
-        for (size_t i = 0; i < tailLength; ++i) convolution[i] += tail[i];
-    std::memcpy(tail, convolution + length, tailLength * sizeof(T));
+Planar<T> BandFilters<T>::PartOf(OwnedArray<T>& all, size_t band) const {
+    T* const part = all.data() + band * transformLength;
+    return {part, part + transformLength / 2};
 }
 
 template struct BandTails<float>;

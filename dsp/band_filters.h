@@ -7,22 +7,24 @@
 // (K - 1) / 2 frames, which is the only delay: a block handed in comes back in the same call.
 //
 // The filters, their transform and its work areas serve any number of channels, one block after
-// the other; what a channel has of its own is its BandTails.
+// the other; what a channel has of its own is its BandTails. Blocks are planar pairs of samples.
 //
-// Allocates: Design, SetKernels, BandTails::Allocate. Thread: no lock of its own; the owner
+// Allocates: Design, BandTails::Allocate. Thread: no lock of its own; the owner
 // serialises all calls.
 #pragma once
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <type_traits>
 
 #include "dsp/fft_r24.h"
 #include "dsp/owned_array.h"
+#include "dsp/planar_fft.h"
 #include "dsp/softfloat/band_convolver.h"
 
-// What one channel's blocks leave for the next one, K - 1 samples a band.
+enum Band { kLowBand, kHighBand, kMiddleBand, kBands };
+
+// What one channel's blocks leave for the next one: K - 1 samples a band, planar.
 template <typename T>
 struct BandTails {
     // Zeros. False, and nothing changes, if memory is refused.
@@ -30,18 +32,18 @@ struct BandTails {
     // As of a channel that had no block yet.
     void Clear();
 
-    OwnedArray<T> low, high, band;
+    OwnedArray<T> tails[kBands];
     bool primed = false;  // a block was processed, so the tails count
 };
 
-// What stands in for Split's transforms where floats are unpacked; nothing elsewhere.
-template <typename T, bool unpacked = kSoftFloat&& std::is_same_v<T, float>>
-struct FasterConvolver {
-    bool Prepare(uint32_t, const T*, const T*, const T*, const T*) { return true; }
-    bool Convolve(const T*, size_t, size_t, T*, T*, T*) { return false; }
+// Stands in for the transforms where floats are unpacked; elsewhere never.
+template <typename T>
+struct NoConvolver {
+    static bool Allocate(uint32_t) { return true; }
+    static void SetFactors(const T*, Planar<const T>) {}
+    static void SetKernels(const Planar<const T> (&)[kBands]) {}
+    static bool Convolve(Planar<const T>, size_t, const Planar<T> (&)[kBands]) { return false; }
 };
-template <>
-struct FasterConvolver<float, true> : SoftBandConvolver {};
 
 template <typename T>
 class BandFilters {
@@ -62,33 +64,29 @@ public:
     uint32_t TransformLength() const { return transformLength; }  // N
     uint32_t TailLength() const { return transformLength - blockLength; }
 
-    // Filters one block of L frames of the channel that `tails` (of TailLength()) belongs to:
-    // sample i lies at index i * stride of the input and of the outputs, which may all be the same
-    // memory. Not to be called without a design.
-    void Split(BandTails<T>& tails, const T* input, T* lowOutput, T* highOutput, T* bandOutput,
-               uint32_t stride);
+    // Filters one block of the channel that `tails` (of TailLength()) belongs to. `block`: N / 2
+    // pairs, those from L / 2 on 0. Each band's first L / 2 pairs are the result; the other ones up
+    // to N / 2 are overwritten. One of the bands may be `block`. Not to be called without a design.
+    void Split(BandTails<T>& tails, Planar<const T> block, const Planar<T> (&bands)[kBands]);
 
-    // Steps of Design and Split; BandSpliter says what they do.
-    bool SetKernels(const T* low, const T* high, const T* band, uint32_t kernelLength, uint32_t n);
-    static bool TransformOnce(T* data, uint32_t n, bool inverse);
-    void Transform(T* data, bool inverse);
-    void ConvolveBand(T* spectrum, uint32_t length, const T* kernel, uint32_t n, T* tail,
-                      bool hasTail);
-    // Product with the kernel's spectrum and inverse transform, in place.
-    void CircularConvolution(T* spectrum, const T* kernel, uint32_t n);
-    // Adds the tail, if there is one, to a circular convolution and takes its end as the next.
-    static void OverlapAdd(T* convolution, uint32_t length, uint32_t n, T* tail, bool hasTail);
-    // Times 2 / n.
-    static void Scale(T* data, uint32_t count, uint32_t n);
+    // A step of Design: spectra of three kernels of K taps each, or fewer.
+    void SetKernels(const T* const (&taps)[kBands], uint32_t kernelLength);
 
 private:
     // A transform longer than this has no use and its sizes would near the ends of 32 bits.
     static constexpr uint64_t kMaxTransform = 1U << 30;
 
-    OwnedArray<T> lowKernel, highKernel, bandKernel;  // spectra times 2 / N, packed as FFT_R24's
-    OwnedArray<T> lowWork, highWork, bandWork;        // N
-    std::unique_ptr<FFT_R24<T>> fft;
-    FasterConvolver<T> faster;
+    Planar<T> PartOf(OwnedArray<T>& all, size_t band) const;
+
+    // Of N values each: spectra of the kernels times 2 / N, planar; bin q at q and bin N / 2 - q at
+    // N / 4 + q, so that both are read in one direction; at 0 and at N / 4 the bins without mirror,
+    // as FFT_R24 has them. Then what the inverse transforms begin with, planar.
+    OwnedArray<T> kernels, products;
+    OwnedArray<T> spectrum;     // planar, of the block
+    OwnedArray<T> realFactors;  // wkr and wki of the real-spectrum step, N / 4 each
+    PlanarFft<T> fft;
+    std::conditional_t<kSoftFloat && std::is_same_v<T, float>, SoftBandConvolver, NoConvolver<T>>
+        unpacked;
     uint32_t blockLength = 0, transformLength = 0;
 };
 

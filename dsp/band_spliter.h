@@ -1,11 +1,12 @@
-// Splits one channel into three bands: BandFilters and the tails of one channel in one object, and
-// their steps one by one. Delay and method are BandFilters'.
+// Splits one channel into three bands: BandFilters and the tails of one channel in one object. Its
+// steps one by one are the plain form, which BandFilters equals bit for bit.
 //
-// Allocates: SetParameter, ProcessKernel, PrepareBuffer, CvFFTRealTime. Thread: no lock of its own;
+// Allocates: SetParameter, PrepareBuffer, CvFFTRealTime. Thread: no lock of its own;
 // the owner serialises all calls.
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "dsp/band_filters.h"
 
@@ -41,9 +42,11 @@ public:
     // BandFilters::BlockLengthFor.
     static uint32_t GetDataLength(uint32_t kernelLength);
 
-    // Steps of SetParameter and ConvolveInterleaved.
+    // Steps of SetParameter, and of ConvolveInterleaved in their plain form.
 
-    // Kernels of K taps to spectra of N values, scaled by 2 / N. False if memory is refused.
+    // Kernels of up to N taps to the N values of their spectra, scaled by 2 / N. False, and nothing
+    // changes, if N isn't this splitter's. Before SetParameter, which makes its own, without
+    // effect.
     bool ProcessKernel(const T* low, const T* high, const T* band, uint32_t kernelLength,
                        uint32_t transformLength);
     // The three overlap tails. False if the sizes aren't set or memory is refused.
@@ -60,8 +63,12 @@ public:
     void ReleaseResources();
 
 private:
+    Planar<T> Work(size_t i) { return {work[i].data(), work[i].data() + work[i].size() / 2}; }
+
     BandFilters<T> filters;
     BandTails<T> tails;
+    OwnedArray<T> work[kBands];       // planar; the block and the high band share one
+    std::unique_ptr<FFT_R24<T>> fft;  // for CvFFTCreated
 };
 
 extern template class BandSpliter<float>;

@@ -7,6 +7,7 @@
 // V has + and -, and SumAndDifference where it forms both at once more cheaply; F, the kind of the
 // constant factors, has F * V. Every sum, difference and product is rounded by itself, as written.
 #pragma once
+#include <cstddef>
 
 template <typename V>
 struct Complex {
@@ -31,6 +32,18 @@ template <typename F>
 struct Twiddles {
     Complex<F> w1, w2, w3;
 };
+
+// Those of group t of a stage, from FFT_R24's table; the same in every stage. A pair of groups
+// shares w2, which for the second one is a quarter turn on.
+template <typename T>
+[[gnu::always_inline]] inline Twiddles<T> GroupTwiddles(const T* w, size_t t) {
+    const bool second = t % 2 != 0;
+    const Complex<T> w1 = {w[2 * t], w[2 * t + 1]}, shared = {w[t / 2 * 2], w[t / 2 * 2 + 1]};
+    const T twice = 2 * (second ? shared.re : shared.im);
+    return {w1,
+            second ? Complex<T>{-shared.im, shared.re} : shared,
+            {w1.re - twice * w1.im, twice * w1.re - w1.im}};
+}
 
 // Results in the places of A, B, C, D.
 template <typename V>
@@ -114,4 +127,25 @@ template <typename V>
 [[gnu::always_inline]] inline Radix2<V> SummedConjugated(Complex<V> A, Complex<V> B) {
     const auto re = SumAndDifference(A.re, B.re);
     return {{re.sum, -A.im - B.im}, {re.difference, -A.im + B.im}};
+}
+
+// The step between the spectra of n / 2 complex and n real samples, for values q and n / 2 - q.
+template <typename V>
+struct MirroredPair {
+    Complex<V> low, high;
+};
+template <typename V, typename F>
+[[gnu::always_inline]] inline MirroredPair<V> RealForward(Complex<V> a, Complex<V> b, F wkr,
+                                                          F wki) {
+    const V xr = a.re - b.re, xi = a.im + b.im;
+    const V yr = wkr * xr - wki * xi, yi = wkr * xi + wki * xr;
+    return {{a.re - yr, a.im - yi}, {b.re + yr, b.im - yi}};
+}
+// And back, leaving the conjugates that the backward transform expects.
+template <typename V, typename F>
+[[gnu::always_inline]] inline MirroredPair<V> RealInverse(Complex<V> a, Complex<V> b, F wkr,
+                                                          F wki) {
+    const V xr = a.re - b.re, xi = a.im + b.im;
+    const V yr = wkr * xr + wki * xi, yi = wkr * xi - wki * xr;
+    return {{a.re - yr, yi - a.im}, {b.re + yr, yi - b.im}};
 }

@@ -31,22 +31,6 @@ template <typename T, typename Butterfly>
     Store(a, j + 3 * l, r.y3);
 }
 
-// For the first group of a pair; k1 is the index of w2.
-template <typename T>
-Twiddles<T> FirstTwiddles(const T* w, int k1) {
-    const Complex<T> w2 = Load(w, k1), w1 = Load(w, 2 * k1);
-    const T twice = 2 * w2.im;
-    return {w1, w2, {w1.re - twice * w1.im, twice * w1.re - w1.im}};
-}
-
-// For the second: w2 is a quarter turn on.
-template <typename T>
-Twiddles<T> SecondTwiddles(const T* w, int k1) {
-    const Complex<T> w2 = Load(w, k1), w1 = Load(w, 2 * k1 + 2);
-    const T twice = 2 * w2.re;
-    return {w1, {-w2.im, w2.re}, {w1.re - twice * w1.im, twice * w1.re - w1.im}};
-}
-
 // One stage of radix-4 steps of span l; its groups follow each other 4l apart.
 template <typename T>
 void Stage(int n, int l, T* a, const T* w) {
@@ -55,14 +39,11 @@ void Stage(int n, int l, T* a, const T* w) {
     for (int j = 0; j < l; j += 2) Apply(a, j, l, Untwiddled<T>);
     for (int j = m; j < m + l; j += 2)
         Apply(a, j, l, [u](auto... values) { return EighthTurn(values..., u); });
-    int k1 = 0;
-    for (int k = 2 * m; k < n; k += 2 * m) {
-        k1 += 2;
-        const Twiddles<T> first = FirstTwiddles(w, k1), second = SecondTwiddles(w, k1);
+    size_t t = 2;
+    for (int k = 2 * m; k < n; k += m, ++t) {
+        const Twiddles<T> factors = GroupTwiddles(w, t);
         for (int j = k; j < k + l; j += 2)
-            Apply(a, j, l, [&](auto... values) { return Twiddled(values..., first); });
-        for (int j = k + m; j < k + m + l; j += 2)
-            Apply(a, j, l, [&](auto... values) { return Twiddled(values..., second); });
+            Apply(a, j, l, [&](auto... values) { return Twiddled(values..., factors); });
     }
 }
 
@@ -127,50 +108,19 @@ void BuildRealFactors(int nc, int* ip, T* c) {
     }
 }
 
-// From the spectrum of the n/2 complex values to that of the n real ones.
-template <typename T>
-void RealForward(int n, T* a, int nc, const T* c) {
+// The step between the spectra of the n/2 complex and of the n real values, forth or back.
+template <typename T, typename Step>
+void ApplyToSpectrum(int n, T* a, int nc, const T* c, Step step) {
     const int m = n / 2;
     const int ks = 2 * nc / m;
     int kk = 0;
     for (int j = 2; j < m; j += 2) {
-        const int k = n - j;
         kk += ks;
         const T wkr = static_cast<T>(0.5) - c[nc - kk];
-        const T wki = c[kk];
-        const T xr = a[j] - a[k];
-        const T xi = a[j + 1] + a[k + 1];
-        const T yr = wkr * xr - wki * xi;
-        const T yi = wkr * xi + wki * xr;
-        a[j] -= yr;
-        a[j + 1] -= yi;
-        a[k] += yr;
-        a[k + 1] = a[k + 1] - yi;
+        const MirroredPair<T> r = step(Load(a, j), Load(a, n - j), wkr, c[kk]);
+        Store(a, j, r.low);
+        Store(a, n - j, r.high);
     }
-}
-
-// And back, leaving the conjugates that cftbsub expects.
-template <typename T>
-void RealInverse(int n, T* a, int nc, const T* c) {
-    const int m = n / 2;
-    const int ks = 2 * nc / m;
-    a[1] = -a[1];
-    int kk = 0;
-    for (int j = 2; j < m; j += 2) {
-        const int k = n - j;
-        kk += ks;
-        const T wkr = static_cast<T>(0.5) - c[nc - kk];
-        const T wki = c[kk];
-        const T xr = a[j] - a[k];
-        const T xi = a[j + 1] + a[k + 1];
-        const T yr = wkr * xr + wki * xi;
-        const T yi = wkr * xi - wki * xr;
-        a[j] -= yr;
-        a[j + 1] = yi - a[j + 1];
-        a[k] += yr;
-        a[k + 1] = yi - a[k + 1];
-    }
-    a[m + 1] = -a[m + 1];
 }
 
 size_t SquareRoot(uint32_t n) {
@@ -268,17 +218,21 @@ void FFT_R24<T>::cftbsub(int n, T* a, const T* w) {
 }
 
 template <typename T>
-void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
+void MakeFftTables(int n, int* ip, T* w) {
     if (n > 4 * ip[0]) BuildTwiddles(n / 4, ip, w);
-    const int nw = ip[0];
-    if (n > 4 * ip[1]) BuildRealFactors(n / 4, ip, w + nw);
+    if (n > 4 * ip[1]) BuildRealFactors(n / 4, ip, w + ip[0]);
+}
+
+template <typename T>
+void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
+    MakeFftTables(n, ip, w);
     const int nc = ip[1];
-    const T* c = w + nw;
+    const T* c = w + ip[0];
     if (isgn >= 0) {
         if (n > 4) {
             bitrv2(n, ip + 2, a);
             cftfsub(n, a, w);
-            RealForward(n, a, nc, c);
+            ApplyToSpectrum(n, a, nc, c, RealForward<T, T>);
         } else if (n == 4) {
             cftfsub(n, a, w);
         }
@@ -289,7 +243,9 @@ void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
         a[1] = static_cast<T>(0.5) * (a[0] - a[1]);
         a[0] -= a[1];
         if (n > 4) {
-            RealInverse(n, a, nc, c);
+            a[1] = -a[1];
+            ApplyToSpectrum(n, a, nc, c, RealInverse<T, T>);
+            a[n / 2 + 1] = -a[n / 2 + 1];
             bitrv2(n, ip + 2, a);
             cftbsub(n, a, w);
         } else if (n == 4) {
@@ -298,5 +254,7 @@ void FFT_R24<T>::rdft(int n, int isgn, T* a, int* ip, T* w) {
     }
 }
 
+template void MakeFftTables(int n, int* ip, float* w);
+template void MakeFftTables(int n, int* ip, double* w);
 template class FFT_R24<float>;
 template class FFT_R24<double>;

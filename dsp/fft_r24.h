@@ -41,6 +41,10 @@ public:
     uint32_t length;
 };
 
+// The tables of rdft for n samples, unless those that `ip` records will do.
+template <typename T>
+void MakeFftTables(int n, int* ip, T* w);
+
 extern template class FFT_R24<float>;
 extern template class FFT_R24<double>;
 using FFT_R24_R32R32 = FFT_R24<float>;

@@ -59,6 +59,17 @@ template <typename V, typename T>
     std::memcpy(__builtin_assume_aligned(p, alignof(T)), &v, sizeof v);
 }
 
+// Four lanes each to `first` and `second`; up to four lanes all to `first`.
+template <typename V, typename T>
+[[gnu::always_inline]] inline void StoreFours(T* first, T* second, V v) {
+    if constexpr (kWidth<V, T> == 8) {
+        Store(first, __builtin_shufflevector(v, v, 0, 1, 2, 3));
+        Store(second, __builtin_shufflevector(v, v, 4, 5, 6, 7));
+    } else {
+        Store(first, v);
+    }
+}
+
 // x in every lane.
 template <typename V = Lanes, typename T>
 [[gnu::always_inline]] inline V Broadcast(T x) {
@@ -88,14 +99,37 @@ template <typename Mask>
     }
 }
 
+// Lane 0.
+template <typename V>
+[[gnu::always_inline]] inline auto FirstLane(V v) {
+    if constexpr (std::is_arithmetic_v<V>)
+        return v;
+    else
+        return v[0];
+}
+
+// Last lane first.
+template <typename V>
+[[gnu::always_inline]] inline V Reversed(V v) {
+    if constexpr (std::is_arithmetic_v<V>)
+        return v;
+    else if constexpr (sizeof(V) == 4 * sizeof(v[0]))
+        return __builtin_shufflevector(v, v, 3, 2, 1, 0);
+    else
+        return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0);
+}
+
 // Within each four lanes, rows before and after:
 //   a0 a1 a2 a3      a0 b0 c0 d0
 //   b0 b1 b2 b3      a1 b1 c1 d1
 //   c0 c1 c2 c3      a2 b2 c2 d2
 //   d0 d1 d2 d3      a3 b3 c3 d3
+// Single numbers stay: one column is four rows already.
 template <typename V>
 [[gnu::always_inline]] inline void Transpose(V& a, V& b, V& c, V& d) {
-    if constexpr (sizeof(V) == 4 * sizeof(a[0])) {
+    if constexpr (std::is_arithmetic_v<V>) {
+        return;
+    } else if constexpr (sizeof(V) == 4 * sizeof(a[0])) {
         const V a0b0a1b1 = __builtin_shufflevector(a, b, 0, 4, 1, 5);
         const V a2b2a3b3 = __builtin_shufflevector(a, b, 2, 6, 3, 7);
         const V c0d0c1d1 = __builtin_shufflevector(c, d, 0, 4, 1, 5);
@@ -124,45 +158,50 @@ template <typename V>
 //   d  x3 y3 z3 w3 ..
 template <typename V, typename Place>
 [[gnu::always_inline]] inline void LoadColumns(V& a, V& b, V& c, V& d, Place place) {
-    using T = std::remove_cvref_t<decltype(*place(0))>;
-    using Four = typename VectorOf<T, 4>::Type;
-    if constexpr (kWidth<V, T> == 1) {
+    if constexpr (std::is_arithmetic_v<V>) {
         a = place(0)[0];
         b = place(0)[1];
         c = place(0)[2];
         d = place(0)[3];
     } else {
-        V* const rows[] = {&a, &b, &c, &d};
-        for (size_t r = 0; r < 4; ++r) {
+        const auto row = [&](size_t r) __attribute__((always_inline)) {
+            using T = std::remove_cvref_t<decltype(*place(0))>;
+            using Four = typename VectorOf<T, 4>::Type;
             const Four first = Load<Four>(place(r));
             if constexpr (kWidth<V, T> == 4)
-                *rows[r] = first;
+                return first;
             else
-                *rows[r] = __builtin_shufflevector(first, Load<Four>(place(r + 4)), 0, 1, 2, 3, 4,
-                                                   5, 6, 7);
-        }
+                return __builtin_shufflevector(first, Load<Four>(place(r + 4)), 0, 1, 2, 3, 4, 5, 6,
+                                               7);
+        };
+        a = row(0);
+        b = row(1);
+        c = row(2);
+        d = row(3);
         Transpose(a, b, c, d);
     }
 }
 template <typename V, typename Place>
 [[gnu::always_inline]] inline void StoreColumns(V a, V b, V c, V d, Place place) {
-    using T = std::remove_cvref_t<decltype(*place(0))>;
-    if constexpr (kWidth<V, T> == 1) {
+    if constexpr (std::is_arithmetic_v<V>) {
         place(0)[0] = a;
         place(0)[1] = b;
         place(0)[2] = c;
         place(0)[3] = d;
     } else {
-        Transpose(a, b, c, d);
-        const V rows[] = {a, b, c, d};
-        for (size_t r = 0; r < 4; ++r) {
-            if constexpr (kWidth<V, T> == 4) {
-                Store(place(r), rows[r]);
+        const auto store = [&](size_t r, V row) __attribute__((always_inline)) {
+            if constexpr (sizeof(V) == 4 * sizeof(row[0])) {
+                Store(place(r), row);
             } else {
-                Store(place(r), __builtin_shufflevector(rows[r], rows[r], 0, 1, 2, 3));
-                Store(place(r + 4), __builtin_shufflevector(rows[r], rows[r], 4, 5, 6, 7));
+                Store(place(r), __builtin_shufflevector(row, row, 0, 1, 2, 3));
+                Store(place(r + 4), __builtin_shufflevector(row, row, 4, 5, 6, 7));
             }
-        }
+        };
+        Transpose(a, b, c, d);
+        store(0, a);
+        store(1, b);
+        store(2, c);
+        store(3, d);
     }
 }
 
@@ -172,16 +211,18 @@ template <typename V, typename Place>
 //   odd    1 3 5 7
 template <typename V, typename T>
 [[gnu::always_inline]] inline void LoadPairs(V& even, V& odd, const T* p) {
-    const V first = Load<V>(p), second = Load<V>(p + kWidth<V, T>);
-    if constexpr (kWidth<V, T> == 1) {
-        even = first;
-        odd = second;
-    } else if constexpr (kWidth<V, T> == 4) {
-        even = __builtin_shufflevector(first, second, 0, 2, 4, 6);
-        odd = __builtin_shufflevector(first, second, 1, 3, 5, 7);
+    if constexpr (std::is_arithmetic_v<V>) {
+        even = p[0];
+        odd = p[1];
     } else {
-        even = __builtin_shufflevector(first, second, 0, 2, 4, 6, 8, 10, 12, 14);
-        odd = __builtin_shufflevector(first, second, 1, 3, 5, 7, 9, 11, 13, 15);
+        const V first = Load<V>(p), second = Load<V>(p + kWidth<V, T>);
+        if constexpr (kWidth<V, T> == 4) {
+            even = __builtin_shufflevector(first, second, 0, 2, 4, 6);
+            odd = __builtin_shufflevector(first, second, 1, 3, 5, 7);
+        } else {
+            even = __builtin_shufflevector(first, second, 0, 2, 4, 6, 8, 10, 12, 14);
+            odd = __builtin_shufflevector(first, second, 1, 3, 5, 7, 9, 11, 13, 15);
+        }
     }
 }
 template <typename V, typename T>
@@ -249,4 +290,15 @@ template <typename V>
             Store(p, __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24,
                                              26, 28, 30));
     }
+}
+
+// body.template operator()<V>(i) for the vectors of a run of `count` numbers of type T, then one by
+// one, with V = T, for the rest.
+template <typename T, typename Body>
+[[gnu::always_inline]] inline void ForLanes(size_t count, Body body) {
+    using V = typename WidestVector<T>::Type;
+    size_t i = 0;
+    for (; count - i >= kWidth<V, T>; i += kWidth<V, T>) body.template operator()<V>(i);
+    if constexpr (kWidth < V, T >> 1)
+        for (; i < count; ++i) body.template operator()<T>(i);
 }

@@ -98,10 +98,14 @@ uint32_t WaveBuffer_R32::Pop(Sample* destination, uint32_t frames, bool partial)
         frames = count / channels;
     }
     Convert(samples.data(), destination, frames);
-    const uint32_t taken = frames * channels;
-    count -= taken;
-    std::memmove(samples.data(), samples.data() + taken, count * sizeof(float));
+    DropFrames(frames);
     return frames;
+}
+
+void WaveBuffer_R32::DropFrames(uint32_t frames) {
+    const uint32_t dropped = std::min(frames, GetBufferOffset()) * channels;
+    count -= dropped;
+    std::memmove(samples.data(), samples.data() + dropped, count * sizeof(float));
 }
 
 uint32_t WaveBuffer_R32::PopSamples(int16_t* destination, uint32_t frames, bool partial) {

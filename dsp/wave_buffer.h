@@ -32,6 +32,9 @@ public:
     uint32_t PopSamples(float* destination, uint32_t frames, bool partial);
     uint32_t PopSamples(double* destination, uint32_t frames, bool partial);
 
+    // Forgets the oldest `frames` frames, at most those that there are.
+    void DropFrames(uint32_t frames);
+
     // Empties the buffer, keeps the storage.
     void Reset();
 

@@ -20,7 +20,23 @@
 #include "dsp/band_filters.h"
 #include "dsp/biquad.h"
 #include "dsp/owned_array.h"
+#include "dsp/planar_delay.h"
 #include "dsp/wave_buffer.h"
+
+// What the variants don't share. The weights of the float variant are tuned: with a process amount
+// of 1 the middle band stands 0.8 dB above the high one and the low band 0.4 dB below it.
+template <typename Real>
+struct OrvaneSoundVariant;
+template <>
+struct OrvaneSoundVariant<float> {
+    static constexpr float kLowWeight = 0.95F, kBandWeight = 1.1F;
+    static constexpr bool kForgetsWhenSwitchedOn = true;
+};
+template <>
+struct OrvaneSoundVariant<double> {
+    static constexpr double kLowWeight = 1, kBandWeight = 1;
+    static constexpr bool kForgetsWhenSwitchedOn = false;
+};
 
 // Sample: what the buffers hold between the steps. Real: type of block arithmetic.
 template <typename Sample, typename Real>
@@ -65,23 +81,34 @@ public:
 
 private:
     static constexpr uint32_t kMaxChannels = 2;
+    static constexpr uint32_t kKernelLength = 255, kBlock = 770;  // taps; frames
+    static constexpr size_t kPairs = kBlock / 2;                  // of samples, in a block
+    static constexpr size_t kTransformPairs = (kBlock + kKernelLength - 1) / 2;
+    static constexpr uint32_t kMaxCall = 2048;  // frames for which Process doesn't allocate
+    static_assert(kBlock == BandFilters<Real>::BlockLengthFor(kKernelLength) && kBlock % 2 == 0);
     using Contour = Biquad<Real, Real>;
 
-    void SetUpFilters();
+    // What belongs to one channel.
+    struct Channel {
+        Planar<Real> Block() { return {block.data(), block.data() + block.size() / 2}; }
+
+        OwnedArray<Real> block;  // planar: a block's samples and zeros, later its high band
+        PlanarDelay<Real> bandDelay, lowDelay;
+        BandTails<Real> tails;
+    };
+
     void SetUpBuffers();
+    void SetUpChannels();
+    void DesignFilters();
     void DesignContour();
     void RunBlock();
-    bool MixUnpacked();
-    void MixOnFloats();
-    void AddContour();
     template <typename External>
     uint32_t InPlace(External* samples, uint32_t n);
 
     std::unique_ptr<WaveBuffer_R32> inputBuffer, outputBuffer;
-    std::unique_ptr<WaveBuffer_R32> bandDelay, lowDelay;
-    OwnedArray<Real> blockBuffer, highBlock, bandBlock, lowBlock;  // interleaved, one block
     BandFilters<Real> filters;
-    BandTails<Real> tails[kMaxChannels];
+    Channel state[kMaxChannels];
+    bool channelsSetUp = false;
     Contour loContourFilter;
     bool enabled = false;
     Real process = 1;

@@ -45,6 +45,40 @@ TYPED_TEST(BandSpliterTest, IsTheDirectConvolutionInPlaceAndAfterReset) {
     }
 }
 
+TYPED_TEST(BandSpliterTest, EqualsItsStepsBitForBit) {
+    using Samples = std::vector<TypeParam>;
+    for (const unsigned K : {3U, 63U, 127U, 255U, 511U}) {
+        BandSpliter<TypeParam> splitter;
+        splitter.SetParameter(1, K, 44100, 150, 1800);
+        const uint32_t L = splitter.GetProceedBufferSize(), N = splitter.GetFFTSize();
+        std::vector<Samples> kernels(3, Samples(N)), tails(3, Samples(K - 1)), got(3, Samples(L));
+        for (size_t b = 0; b < 3; ++b) {  // any three kernels
+            kernels[b] = Noise<TypeParam>(K, 1.0, 5 + static_cast<unsigned>(b));
+            kernels[b].resize(N);
+        }
+        splitter.ProcessKernel(kernels[0].data(), kernels[1].data(), kernels[2].data(), K, N);
+        for (Samples& kernel : kernels) {
+            for (TypeParam& tap : kernel) tap = static_cast<TypeParam>(tap * (2.0 / N));
+            splitter.CvFFTRealTime(kernel.data(), N, false, false);
+        }
+        for (unsigned block = 0; block < 8; ++block) {
+            Samples input = SparseNoise<TypeParam>(L, 4 + block);
+            splitter.Convolve(input.data(), got[0].data(), got[1].data(), got[2].data(), L);
+            input.resize(N);
+            splitter.CvFFTCreated(input.data(), N, false, false);
+            for (size_t b = 0; b < 3; ++b) {
+                Samples band = input;
+                splitter.ConvSignal(band.data(), L, kernels[b].data(), N, tails[b].data(),
+                                    block > 0);
+                band.resize(L);
+                // Unpacked numbers have no sign of zero.
+                ASSERT_TRUE(kSoftFloat ? got[b] == band : HaveTheSameBits(got[b], band))
+                    << K << " " << block << " " << b;
+            }
+        }
+    }
+}
+
 TYPED_TEST(BandSpliterTest, KeepsItsSetUpWhenItRefusesANewOne) {
     BandSpliter<TypeParam> splitter;
     std::vector<TypeParam> x(770, 9), y = x;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "dsp/planar_fft.h"
 #include "signals.h"
 
 namespace {
@@ -40,5 +41,32 @@ TYPED_TEST(FftTest, IsTheDirectTransformAndItsInverse) {
         EXPECT_EQ(tables, std::vector<TypeParam>(fft.w.data(), fft.w.data() + 512));
         for (TypeParam& v : a) v /= static_cast<TypeParam>(n) / 2;
         EXPECT_LT(LargestDifference(a, input), tolerance) << n;
+    }
+}
+
+// Values of every size with zeros of both signs between them; cut into both forms' layouts.
+TYPED_TEST(FftTest, PlanarTransformsHaveItsBits) {
+    for (const int n : {128, 256, 512, 1024, 2048}) {
+        const auto M = static_cast<size_t>(n / 2);
+        FFT_R24<TypeParam> fft(static_cast<uint32_t>(n));
+        PlanarFft<TypeParam> planar;
+        std::vector<TypeParam> a = Noise<TypeParam>(2 * M, 1.0), in(2 * M), out(2 * M), got(2 * M);
+        fft.rdft(n, 1, a.data(), fft.ip.data(), fft.w.data());  // makes the tables
+        ASSERT_TRUE(planar.Prepare(static_cast<uint32_t>(n), fft.w.data()));
+        for (unsigned seed = 0; seed < 40; ++seed) {
+            a = SparseNoise<TypeParam>(2 * M, seed);
+            for (size_t q = 0; q < M; ++q) in[q] = a[2 * q], in[M + q] = a[2 * q + 1];
+            fft.bitrv2(n, fft.ip.data() + 2, a.data());
+            const Planar<const TypeParam> from = {&in[0], &in[M]};
+            if (seed % 2 == 0) {
+                fft.cftfsub(n, a.data(), fft.w.data());
+                planar.Forward(from, {&out[0], &out[M]});
+            } else {
+                fft.cftbsub(n, a.data(), fft.w.data());
+                planar.Backward(from, {&out[0], &out[M]});
+            }
+            for (size_t q = 0; q < M; ++q) got[2 * q] = out[q], got[2 * q + 1] = out[M + q];
+            ASSERT_TRUE(HaveTheSameBits(a, got)) << n << " " << seed;
+        }
     }
 }

@@ -31,6 +31,8 @@ TEST(Lanes, MoveEveryNumberToItsPlace) {
     for (size_t i = 0; i < W; ++i) EXPECT_EQ(evens[i], 1 + 2 * i);
     EXPECT_TRUE(std::equal(&pairs[1], &pairs[1] + 2 * W, &from[1]));
     EXPECT_TRUE(pairs[0] == -1 && pairs.back() == -1);
+    Store(evens, Reversed(odd));
+    for (size_t i = 0; i < W; ++i) EXPECT_EQ(evens[i], 2 * (W - i));
     Store(evens, Broadcast(-0.0F));
     for (const float zero : evens) EXPECT_TRUE(std::signbit(zero));
 }

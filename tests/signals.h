@@ -5,6 +5,7 @@
 #include <cmath>
 #include <complex>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <numbers>
 #include <random>
@@ -29,6 +30,23 @@ std::vector<uint32_t> Bits(const std::vector<T>& samples) {
     std::vector<uint32_t> bits(samples.size());
     for (size_t i = 0; i < bits.size(); ++i) bits[i] = std::bit_cast<uint32_t>(samples[i]);
     return bits;
+}
+
+// Values of every size that sums survive, seed % 5 quarters of them zeros of both signs.
+template <typename T>
+std::vector<T> SparseNoise(size_t count, unsigned seed) {
+    std::mt19937 random(seed);
+    std::vector<T> noise = Noise<T>(count, 1.0, seed + 1);
+    for (T& v : noise) {
+        v = std::ldexp(v, static_cast<int>(random() % 150) - 100);
+        if (random() % 4 < seed % 5) v = std::copysign(T(0), v);
+    }
+    return noise;
+}
+
+template <typename T>
+bool HaveTheSameBits(const std::vector<T>& a, const std::vector<T>& b) {
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
 }
 
 // Infinite if the lengths differ or one value isn't a number.

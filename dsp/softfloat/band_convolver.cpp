@@ -1,8 +1,6 @@
 #include "dsp/softfloat/band_convolver.h"
 
-#include <algorithm>
 #include <bit>
-#include <cstring>
 
 #include "dsp/softfloat/butterfly_groups.h"
 #include "dsp/softfloat/spectrum_product.h"
@@ -16,67 +14,81 @@ uint32_t BitsOf(float v) {
     return std::bit_cast<uint32_t>(v);
 }
 
+// Nothing, and *fits becomes false, if a part can't be a factor.
+Factor FactorOf(float re, float im, bool* fits) {
+    if (!softfloat::CanBeFactor(re) || !softfloat::CanBeFactor(im)) {
+        *fits = false;
+        return {};
+    }
+    return {softfloat::FactorOf(re), softfloat::FactorOf(im)};
+}
+
 }  // namespace
 
-bool SoftBandConvolver::Prepare(uint32_t n, const float* tables, const float* low,
-                                const float* high, const float* band) {
-    half = 0;
+bool SoftBandConvolver::Allocate(uint32_t n) {
+    *this = {};
     const size_t m = n / 2;
-    if (m < 8 || !std::has_single_bit(m) || std::countr_zero(m) % 2 == 0 || m > UINT16_MAX)
+    if (m < 8 || m > UINT16_MAX || !std::has_single_bit(m) || std::countr_zero(m) % 2 == 0)
         return true;
-    if (!twiddles.Allocate(m / 4) || !realFactors.Allocate(m / 2) || !spectrum.Allocate(m) ||
-        !work.Allocate(m) || !reversed.Allocate(m))
+    if (!factors.Allocate(m / 4) || !realFactors.Allocate(m / 2) || !kernels.Allocate(kBands * m) ||
+        !reversed.Allocate(m) || !spectrum.Allocate(m) || !work.Allocate(m))
         return false;
     for (size_t k = 1; k < m; ++k)
         reversed[k] = static_cast<uint16_t>(reversed[k / 2] / 2 + (k % 2 != 0 ? m / 2 : 0));
-    for (OwnedArray<Factor>& kernel : kernels)
-        if (!kernel.Allocate(m)) return false;
-
-    bool fits = true;
-    const auto factor = [&fits](float re, float im) {
-        if (!softfloat::CanBeFactor(re) || !softfloat::CanBeFactor(im)) fits = false;
-        return fits ? Factor{softfloat::FactorOf(re), softfloat::FactorOf(im)} : Factor{};
-    };
-    eighth = softfloat::FactorOf(tables[2]);
-    // w3 is rounded as the stages of FFT_R24 round it.
-    for (size_t group = 2; group < m / 4; group += 2) {
-        const float* const w2 = tables + group;
-        for (size_t second = 0; second < 2; ++second) {
-            const float* const w1 = tables + 2 * (group + second);
-            const float twice = 2 * w2[1 - second];
-            twiddles[group + second] = {factor(w1[0], w1[1]),
-                                        second == 0 ? factor(w2[0], w2[1]) : factor(-w2[1], w2[0]),
-                                        factor(w1[0] - twice * w1[1], twice * w1[0] - w1[1])};
-        }
-    }
-    const float* const c = tables + m / 2;
-    for (size_t k = 1; k < m / 2; ++k) realFactors[k] = factor(0.5F - c[m / 2 - k], c[k]);
-    const float* const spectra[] = {low, high, band};
-    for (size_t b = 0; b < 3; ++b)
-        for (size_t k = 0; k < m; ++k)
-            kernels[b][k] = factor(spectra[b][2 * k], spectra[b][2 * k + 1]);
-    if (fits) half = m;
+    half = m;
     return true;
 }
 
-bool SoftBandConvolver::Convolve(const float* input, size_t count, size_t stride, float* low,
-                                 float* high, float* band) {
-    return half != 0 && Load(input, count, stride) && RealSpectrum() &&
-           Inverse(kernels[0].data(), low) && Inverse(kernels[1].data(), high) &&
-           Inverse(kernels[2].data(), band);
+void SoftBandConvolver::SetFactors(const float* twiddles, Planar<const float> real) {
+    if (half == 0) return;
+    factorsFit = true;
+    eighth = softfloat::FactorOf(twiddles[2]);
+    for (size_t t = 2; t < half / 4; ++t) {
+        const Twiddles<float> w = GroupTwiddles(twiddles, t);
+        factors[t] = {FactorOf(w.w1.re, w.w1.im, &factorsFit),
+                      FactorOf(w.w2.re, w.w2.im, &factorsFit),
+                      FactorOf(w.w3.re, w.w3.im, &factorsFit)};
+    }
+    for (size_t k = 1; k < half / 2; ++k)
+        realFactors[k] = FactorOf(real.re[k], real.im[k], &factorsFit);
 }
 
-bool SoftBandConvolver::Load(const float* input, size_t count, size_t stride) {
-    for (size_t i = 0; i < count; ++i)
-        if (!softfloat::Enters(BitsOf(input[i * stride]))) return false;
-    // Sample pairs as complex values, in the order of reversed bits.
-    Number* const a = spectrum.data();
+void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
+    if (half == 0) return;
+    kernelsFit = true;
+    for (size_t b = 0; b < kBands; ++b)
+        for (size_t k = 0; k < half; ++k) {
+            // The upper bins run down behind the middle one.
+            const size_t bin = k <= half / 2 ? k : half / 2 + half - k;
+            kernels[b * half + k] = FactorOf(bands[b].re[bin], bands[b].im[bin], &kernelsFit);
+        }
+}
+
+bool SoftBandConvolver::Convolve(Planar<const float> block, size_t pairs,
+                                 const Planar<float> (&bands)[kBands]) {
+    if (!factorsFit || !kernelsFit || !Load(block, pairs) || !Stages(spectrum.data()) ||
+        !RealSpectrum())
+        return false;
+    // A band that is the block comes last: until then the block may be needed.
+    for (const bool last : {false, true})
+        for (size_t b = 0; b < kBands; ++b)
+            if ((bands[b].re == block.re) == last && !Inverse(&kernels[b * half], bands[b]))
+                return false;
+    return true;
+}
+
+// In the order of reversed bits.
+bool SoftBandConvolver::Load(Planar<const float> block, size_t pairs) {
+    for (size_t q = 0; q < pairs; ++q)
+        if (!softfloat::Enters(BitsOf(block.re[q])) || !softfloat::Enters(BitsOf(block.im[q])))
+            return false;
     for (size_t to = 0; to < half; ++to) {
-        const size_t i = size_t{2} * reversed[to];
-        a[to].re = i < count ? softfloat::Unpack(BitsOf(input[i * stride])) : SoftFloat{};
-        a[to].im = i + 1 < count ? softfloat::Unpack(BitsOf(input[(i + 1) * stride])) : SoftFloat{};
+        const size_t q = reversed[to];
+        spectrum[to] = q < pairs ? Number{softfloat::Unpack(BitsOf(block.re[q])),
+                                          softfloat::Unpack(BitsOf(block.im[q]))}
+                                 : Number{};
     }
-    return Stages(a);
+    return true;
 }
 
 // All stages but the last.
@@ -85,7 +97,7 @@ bool SoftBandConvolver::Stages(Number* a) const {
         const size_t groups = half / (4 * span);
         UntwiddledGroup(a, span);
         if (!EighthGroup(a + 4 * span, span, eighth)) return false;
-        if (groups > 2 && !TwiddledGroups(a + 8 * span, span, &twiddles[2], groups - 2))
+        if (groups > 2 && !TwiddledGroups(a + 8 * span, span, &factors[2], groups - 2))
             return false;
     }
     return true;
@@ -133,21 +145,18 @@ bool SoftBandConvolver::ProductToWork(const Factor* kernel) {
 }
 
 // The last stage leaves the conjugates.
-bool SoftBandConvolver::Inverse(const Factor* kernel, float* out) {
+bool SoftBandConvolver::Inverse(const Factor* kernel, Planar<float> out) {
     if (!ProductToWork(kernel) || !Stages(work.data())) return false;
     const Number* const a = work.data();
     const size_t span = half / 2;
-    const auto put = [](float* to, SoftFloat v) {
-        const uint32_t bits = softfloat::Pack(v);
-        std::memcpy(to, &bits, sizeof bits);
-    };
-    for (size_t k = 0; k < span; ++k, out += 2) {
-        const auto [lowRe, highRe] = SumAndDifference(a[k].re, a[k + span].re);
-        const auto [lowIm, highIm] = SumAndDifference(a[k].im, a[k + span].im);
-        put(out, lowRe);
-        put(out + 1, -lowIm);
-        put(out + half, highRe);
-        put(out + half + 1, -highIm);
+    const auto packed = [](SoftFloat v) { return std::bit_cast<float>(softfloat::Pack(v)); };
+    for (size_t q = 0; q < span; ++q) {
+        const auto [lowRe, highRe] = SumAndDifference(a[q].re, a[q + span].re);
+        const auto [lowIm, highIm] = SumAndDifference(a[q].im, a[q + span].im);
+        out.re[q] = packed(lowRe);
+        out.im[q] = packed(-lowIm);
+        out.re[q + span] = packed(highRe);
+        out.im[q + span] = packed(-highIm);
     }
     return true;
 }

@@ -1,48 +1,51 @@
-// The three circular convolutions of BandFilters<float> on unpacked numbers (number.h).
+// The three circular convolutions of BandFilters<float> on unpacked numbers (number.h): one forward
+// transform of a block, three products, three inverse transforms, each value as floats give it, to
+// the bit but for the signs of zeros.
 //
-// One forward transform of a block, three products, three inverse transforms, each value as
-// FFT_R24<float> and the plain product give it, to the bit but for the signs of zeros.
-//
-// Allocates: Prepare only. Thread: no lock of its own; the owner serialises all calls.
+// Allocates: Allocate only. Thread: no lock of its own; the owner serialises all calls.
 #pragma once
 #include <cstddef>
 #include <cstdint>
 
 #include "dsp/butterfly.h"
 #include "dsp/owned_array.h"
+#include "dsp/planar.h"
 #include "dsp/softfloat/number.h"
 
 class SoftBandConvolver {
 public:
-    // Takes over factors: `tables` as FFT_R24::rdft builds them for n values, n/4 factors of the
-    // stages before n/4 of the real-spectrum step; the bands' spectra as BandFilters has them.
-    // False if memory is refused. Kernels that don't fit the numbers, and lengths other than
-    // 2^(2 k), are no error: Convolve then answers false.
-    bool Prepare(uint32_t n, const float* tables, const float* low, const float* high,
-                 const float* band);
+    static constexpr size_t kBands = 3;
 
-    // input: `count` samples, `stride` apart, zeros behind them up to n. low, high, band: n samples
-    // each, not overlapping the input. False, with nothing that counts in the outputs, if a value
-    // leaves the numbers' range.
-    bool Convolve(const float* input, size_t count, size_t stride, float* low, float* high,
-                  float* band);
+    // For transforms of n values. False if memory is refused. An n other than 2^(2 k), 16 to 2^16,
+    // is no error: Convolve then answers false.
+    bool Allocate(uint32_t n);
+
+    // twiddles: FFT_R24's table of n / 4 factors; realFactors as BandFilters has them.
+    void SetFactors(const float* twiddles, Planar<const float> realFactors);
+    // As BandFilters has them. Where a factor doesn't fit the numbers, Convolve answers false.
+    void SetKernels(const Planar<const float> (&bands)[kBands]);
+
+    // block: `pairs` pairs of samples, zeros behind them up to n / 2. bands: n / 2 pairs each; one
+    // of them may be `block`. False, with the block as it was, if a value leaves the numbers'
+    // range.
+    bool Convolve(Planar<const float> block, size_t pairs, const Planar<float> (&bands)[kBands]);
 
 private:
     using Number = Complex<SoftFloat>;
     using Factor = Complex<SoftFactor>;
 
-    bool Load(const float* input, size_t count, size_t stride);
+    bool Load(Planar<const float> block, size_t pairs);
     bool Stages(Number* a) const;
     bool RealSpectrum();
     bool ProductToWork(const Factor* kernel);
-    bool Inverse(const Factor* kernel, float* out);
+    bool Inverse(const Factor* kernel, Planar<float> out);
 
-    size_t half = 0;         // complex values: n / 2; 0 while not usable
-    SoftFactor eighth = {};  // cos(pi / 4)
-    OwnedArray<Twiddles<SoftFactor>>
-        twiddles;                    // by group of any stage: half / 4, the first two unused
-    OwnedArray<Factor> realFactors;  // half / 2, the first unused
-    OwnedArray<Factor> kernels[3];   // low, high, band: half each; [0] holds two real factors
-    OwnedArray<uint16_t> reversed;   // by index of a complex value: its bits reversed
+    size_t half = 0;  // complex values: n / 2
+    bool factorsFit = false, kernelsFit = false;
+    SoftFactor eighth = {};                    // cos(pi / 4)
+    OwnedArray<Twiddles<SoftFactor>> factors;  // by group of any stage: half / 4
+    OwnedArray<Factor> realFactors;            // half / 2, the first unused
+    OwnedArray<Factor> kernels;     // half each; the first of each holds two real factors
+    OwnedArray<uint16_t> reversed;  // by index of a complex value: its bits reversed
     OwnedArray<Number> spectrum, work;
 };

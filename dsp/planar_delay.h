@@ -1,0 +1,54 @@
+// Delays a channel, block by block, by any number of frames. The blocks are planar pairs of
+// samples.
+//
+// Allocates: SetUp. Thread: no lock of its own; the owner serialises all calls.
+#pragma once
+#include <algorithm>
+#include <cstring>
+
+#include "dsp/owned_array.h"
+#include "dsp/planar.h"
+
+template <typename T>
+class PlanarDelay {
+public:
+    // For blocks of `blockPairs` pairs; Next has room for `room` of them. Silence waits. False, and
+    // everything stays, if memory is refused.
+    bool SetUp(size_t delayFrames, size_t blockPairs, size_t room) {
+        const size_t held = delayFrames / 2 + delayFrames % 2;
+        if (!pairs.Allocate(2 * (held + room))) return false;
+        heldPairs = held;
+        block = blockPairs;
+        odd = delayFrames % 2 != 0;
+        return true;
+    }
+    bool IsSetUp() const { return !pairs.empty(); }
+
+    // As newly set up.
+    void Clear() { std::fill_n(pairs.data(), pairs.size(), T(0)); }
+
+    // Where the next block goes.
+    Planar<T> Next() { return All() + heldPairs; }
+
+    // That block, delayed. An odd delay swaps first and second samples.
+    //   held 1, delay 1   first  - 0 2 4     delayed block   first   - 1 3   (second)
+    //                     second - 1 3 5                     second  0 2 4   (first, one on)
+    Planar<const T> Delayed() {
+        const Planar<T> all = All();
+        return odd ? Planar<const T>{all.im, all.re + 1} : Planar<const T>(all);
+    }
+
+    // Makes room for another one.
+    void Advance() {
+        const Planar<T> all = All();
+        std::memmove(all.re, all.re + block, heldPairs * sizeof(T));
+        std::memmove(all.im, all.im + block, heldPairs * sizeof(T));
+    }
+
+private:
+    Planar<T> All() { return {pairs.data(), pairs.data() + pairs.size() / 2}; }
+
+    OwnedArray<T> pairs;
+    size_t heldPairs = 0, block = 0;
+    bool odd = false;
+};

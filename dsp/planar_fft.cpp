@@ -1,0 +1,225 @@
+#include "dsp/planar_fft.h"
+
+namespace {
+
+template <typename V, typename T>
+[[gnu::always_inline]] inline void StoreAll(Planar<T> a, size_t q, size_t apart,
+                                            const Radix4<V>& r) {
+    StoreAt(a, q, r.y0);
+    StoreAt(a, q + apart, r.y1);
+    StoreAt(a, q + 2 * apart, r.y2);
+    StoreAt(a, q + 3 * apart, r.y3);
+}
+
+// The same butterfly `span` times, from q on, over values `span` apart. Lanes: neighbouring q.
+template <typename V, typename T, typename Butterfly>
+[[gnu::always_inline]] inline void ApplyToGroup(Planar<T> a, size_t q, size_t span,
+                                                Butterfly butterfly) {
+    for (const size_t end = q + span; q < end; q += kWidth<V, T>)
+        StoreAll(a, q, span,
+                 butterfly(LoadAt<V>(a, q), LoadAt<V>(a, q + span), LoadAt<V>(a, q + 2 * span),
+                           LoadAt<V>(a, q + 3 * span)));
+}
+
+// Six vectors behind each other.
+template <typename V, typename T>
+[[gnu::always_inline]] inline Twiddles<V> LoadTwiddles(const T* w) {
+    constexpr size_t W = kWidth<V, T>;
+    return {{Load<V>(w), Load<V>(w + W)},
+            {Load<V>(w + 2 * W), Load<V>(w + 3 * W)},
+            {Load<V>(w + 4 * W), Load<V>(w + 5 * W)}};
+}
+template <typename T>
+void SetTwiddles(T* w, size_t width, size_t lane, const Twiddles<T>& factors) {
+    const T parts[] = {factors.w1.re, factors.w1.im, factors.w2.re,
+                       factors.w2.im, factors.w3.re, factors.w3.im};
+    for (size_t i = 0; i < 6; ++i) w[i * width + lane] = parts[i];
+}
+
+template <typename V, typename T>
+[[gnu::always_inline]] inline Complex<V> Spread(Complex<T> w) {
+    return {Broadcast<V>(w.re), Broadcast<V>(w.im)};
+}
+
+template <typename V>
+[[gnu::always_inline]] inline Radix4<V> Transposed(const Radix4<V>& r) {
+    V re0 = r.y0.re, re1 = r.y1.re, re2 = r.y2.re, re3 = r.y3.re;
+    V im0 = r.y0.im, im1 = r.y1.im, im2 = r.y2.im, im3 = r.y3.im;
+    Transpose(re0, re1, re2, re3);
+    Transpose(im0, im1, im2, im3);
+    return {{re0, im0}, {re1, im1}, {re2, im2}, {re3, im3}};
+}
+template <typename V, typename T>
+[[gnu::always_inline]] inline void StoreFoursAt(Planar<T> a, size_t first, size_t second,
+                                                Complex<V> v) {
+    StoreFours(a.re + first, a.re + second, v.re);
+    StoreFours(a.im + first, a.im + second, v.im);
+}
+
+// i of 0 .. 3, its two bits reversed.
+constexpr size_t ReversedOfFour(size_t i) {
+    return i % 2 * 2 + i / 2;
+}
+
+}  // namespace
+
+template <typename T>
+bool PlanarFft<T>::Prepare(uint32_t n, const T* w) {
+    *this = {};
+    const size_t groups = n / 32;
+    if (!firstFactors.Allocate(6 * 4 * groups) || !secondFactors.Allocate(6 * 4 * groups) ||
+        !laterFactors.Allocate(groups / 4) || !reversed.Allocate(groups))
+        return false;
+    M = n / 2;
+    eighth = w[2];
+    for (size_t q = 1; q < groups; ++q)
+        reversed[q] = (reversed[q / 2] + static_cast<uint32_t>(q % 2 * groups)) / 2;
+    // In the order in which the first two stages read them, vector by vector.
+    const size_t W = Width();
+    for (size_t q = 0; q < groups; ++q)
+        for (size_t i = 0; i < 4; ++i) {
+            const size_t first = q + ReversedOfFour(i) * groups, lane = q % W;
+            SetTwiddles(&firstFactors[6 * (first - lane)], W, lane,
+                        GroupTwiddles(w, 4 * reversed[q] + i));
+            // Result i of group q: its row and lane once transposed.
+            const size_t row = W == 1 ? i : q % 4, in = W == 1 ? 0 : lane / 4 * 4 + i;
+            SetTwiddles(&secondFactors[6 * (4 * (q - lane) + row * W)], W, in,
+                        GroupTwiddles(w, reversed[q]));
+        }
+    for (size_t t = 0; t < laterFactors.size(); ++t) laterFactors[t] = GroupTwiddles(w, t);
+    return true;
+}
+
+template <typename T>
+size_t PlanarFft<T>::Width() const {
+    constexpr size_t W = kWidth<typename WidestVector<T>::Type, T>;
+    return M >= 32 * W ? W : 1;
+}
+
+template <typename T>
+void PlanarFft<T>::Forward(Planar<const T> in, Planar<T> out) const {
+    Transform<false>(in, out);
+}
+template <typename T>
+void PlanarFft<T>::Backward(Planar<const T> in, Planar<T> out) const {
+    Transform<true>(in, out);
+}
+
+template <typename T>
+template <bool backward>
+void PlanarFft<T>::Transform(Planar<const T> in, Planar<T> out) const {
+    using V = typename WidestVector<T>::Type;
+    if (Width() != 1)
+        FirstTwoStages<V>(in, out);
+    else
+        FirstTwoStages<T>(in, out);
+    size_t span = 16;
+    for (; 8 * span < M; span *= 4) MiddleStage(out, span);
+    if (8 * span == M)
+        LastTwoStages<backward>(out, span);
+    else
+        ApplyToGroup<V>(out, 0, span, backward ? Conjugated<V> : Untwiddled<V>);
+}
+
+// Bit reversal and the stages of spans 1 and 4. Group t of 16 neighbours is first groups 4 t to
+// 4 t + 3 of four, which read values M / 4 apart from q, q + M / 8, q + M / 16, q + 3 M / 16 on, q
+// being t with its bits reversed; then result j of each of the four meet. Lanes: first neighbouring
+// q (a, b, ..), then, transposed, the results 0 1 2 3 of one q, with eight lanes of two.
+//   a0 b0 c0 d0 | e0 f0 g0 h0       a0 a1 a2 a3 | e0 e1 e2 e3
+//   a1 b1 c1 d1 | e1 f1 g1 h1       b0 b1 b2 b3 | f0 f1 f2 f3
+template <typename T>
+template <typename V>
+void PlanarFft<T>::FirstTwoStages(Planar<const T> in, Planar<T> out) const {
+    constexpr size_t W = kWidth<V, T>;
+    const size_t groups = M / 16, quarter = M / 4;
+    size_t place[4], secondPlace[4];  // of a row's first four lanes and of its last
+    for (size_t row = 0; row < 4; ++row) {
+        place[row] = W == 1 ? row : 16 * size_t{reversed[row]};
+        secondPlace[row] = W == 8 ? 16 * size_t{reversed[row + 4]} : 0;
+    }
+    const T *const first = firstFactors.data(), *const second = secondFactors.data();
+    const uint32_t* const order = reversed.data();
+    T re[16 * W], im[16 * W];  // four rows of each group of four
+    const Planar<T> rows = {re, im};
+    for (size_t q = 0; q < groups; q += W) {
+        for (size_t i = 0; i < 4; ++i) {
+            const size_t at = q + ReversedOfFour(i) * groups;
+            const Radix4<V> r = Twiddled(
+                LoadAt<V>(in, at), LoadAt<V>(in, at + 2 * quarter), LoadAt<V>(in, at + quarter),
+                LoadAt<V>(in, at + 3 * quarter), LoadTwiddles<V>(first + 6 * at));
+            StoreAll(rows, 4 * W * i, W, Transposed(r));
+        }
+        const size_t t = order[q];
+        for (size_t row = 0; row < 4; ++row) {
+            const Radix4<V> r =
+                Twiddled(LoadAt<V>(rows, row * W), LoadAt<V>(rows, (row + 4) * W),
+                         LoadAt<V>(rows, (row + 8) * W), LoadAt<V>(rows, (row + 12) * W),
+                         LoadTwiddles<V>(second + 6 * (4 * q + row * W)));
+            const size_t to = 16 * t + place[row], alsoTo = 16 * t + secondPlace[row];
+            StoreFoursAt(out, to, alsoTo, r.y0);
+            StoreFoursAt(out, to + 4, alsoTo + 4, r.y1);
+            StoreFoursAt(out, to + 8, alsoTo + 8, r.y2);
+            StoreFoursAt(out, to + 12, alsoTo + 12, r.y3);
+        }
+        if (t < 2) RedoGroup<V>(in, rows, t, out);
+    }
+}
+
+// In each stage the first groups, 0 and 1, have other butterflies. Group 0 of 16 contains both of
+// the first stage.
+template <typename T>
+template <typename V>
+void PlanarFft<T>::RedoGroup(Planar<const T> in, Planar<T> rows, size_t t, Planar<T> out) const {
+    constexpr size_t W = kWidth<V, T>;
+    using Four = typename VectorOf<T, W == 1 ? 1 : 4>::Type;
+    if (t == 0) {
+        const auto load = [&](size_t i) { return LoadAt<T>(in, i * (M / 8)); };
+        StoreAll(rows, 0, 1, Untwiddled(load(0), load(4), load(2), load(6)));
+        StoreAll(rows, 4 * W, 1, EighthTurn(load(1), load(5), load(3), load(7), eighth));
+    }
+    for (size_t i = 0; i < 4; i += kWidth<Four, T>) {
+        const Complex<Four> a = LoadAt<Four>(rows, i), b = LoadAt<Four>(rows, i + 4 * W),
+                            c = LoadAt<Four>(rows, i + 8 * W), d = LoadAt<Four>(rows, i + 12 * W);
+        StoreAll(out, 16 * t + i, 4,
+                 t == 0 ? Untwiddled(a, b, c, d) : EighthTurn(a, b, c, d, Broadcast<Four>(eighth)));
+    }
+}
+
+template <typename T>
+void PlanarFft<T>::MiddleStage(Planar<T> a, size_t span) const {
+    using V = typename WidestVector<T>::Type;
+    const V u = Broadcast<V>(eighth);
+    ApplyToGroup<V>(a, 0, span, Untwiddled<V>);
+    ApplyToGroup<V>(a, 4 * span, span, [u](auto... x) { return EighthTurn(x..., u); });
+    for (size_t t = 2; t < M / 4 / span; ++t) {
+        const Twiddles<T>& one = laterFactors[t];
+        const Twiddles<V> w = {Spread<V>(one.w1), Spread<V>(one.w2), Spread<V>(one.w3)};
+        ApplyToGroup<V>(a, 4 * span * t, span, [&](auto... x) { return Twiddled(x..., w); });
+    }
+}
+
+// The last stage of radix 4, whose two groups need no table, and the one of radix 2 behind it,
+// between the two groups.
+template <typename T>
+template <bool backward>
+void PlanarFft<T>::LastTwoStages(Planar<T> a, size_t span) const {
+    using V = typename WidestVector<T>::Type;
+    const V u = Broadcast<V>(eighth);
+    const auto finish = [&](size_t q, Complex<V> A, Complex<V> B) {
+        const Radix2<V> r = backward ? SummedConjugated(A, B) : Summed(A, B);
+        StoreAt(a, q, r.y0);
+        StoreAt(a, q + 4 * span, r.y1);
+    };
+    for (size_t q = 0; q < span; q += kWidth<V, T>) {
+        const auto load = [&](size_t i) { return LoadAt<V>(a, q + i * span); };
+        const Radix4<V> low = Untwiddled(load(0), load(1), load(2), load(3));
+        const Radix4<V> high = EighthTurn(load(4), load(5), load(6), load(7), u);
+        finish(q, low.y0, high.y0);
+        finish(q + span, low.y1, high.y1);
+        finish(q + 2 * span, low.y2, high.y2);
+        finish(q + 3 * span, low.y3, high.y3);
+    }
+}
+
+template class PlanarFft<float>;
+template class PlanarFft<double>;
