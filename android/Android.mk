@@ -26,13 +26,13 @@ else
 
 LOCAL_PATH := $(ORVANE_ANDROID_PATH)/..
 LOCAL_C_INCLUDES := $(LOCAL_PATH)
-LOCAL_SRC_FILES := $(patsubst $(LOCAL_PATH)/%,%,$(wildcard \
-  $(foreach folder,platform host unit effects dsp dsp/softfloat,$(LOCAL_PATH)/$(folder)/*.cpp)))
+LOCAL_SRC_FILES := $(filter-out platform/log_stderr.cpp,$(patsubst $(LOCAL_PATH)/%,%,$(wildcard \
+  $(foreach folder,platform host unit effects dsp dsp/softfloat,$(LOCAL_PATH)/$(folder)/*.cpp))))
 # Scalar arithmetic, each product and sum rounded by itself: NEON flushes subnormal numbers, and a
 # fused multiply-add rounds once. The run-time library computes every filter design.
 LOCAL_ARM_MODE := arm
 LOCAL_ARM_NEON := false
-LOCAL_CFLAGS := -O2 -ffp-contract=off -DORVANE_LIBLOG -U_FORTIFY_SOURCE \
+LOCAL_CFLAGS := -O2 -ffp-contract=off -fvisibility=hidden -U_FORTIFY_SOURCE \
   -ffunction-sections -fdata-sections -fno-unwind-tables -fno-asynchronous-unwind-tables \
   -fno-builtin-sin -fno-builtin-cos -fno-builtin-exp -fno-builtin-pow -fno-builtin-sinf \
   -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf

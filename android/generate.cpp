@@ -1,28 +1,18 @@
-// Fills in what applications must know of the library's numbers: the C header, the Java class and
-// the tables of the documents keep them between a line with "generated: SECTION" and a line
-// with "end generated". The numbers come from unit/parameters.h and the library's own descriptor.
-//
-// usage: generate [--check] PROJECT_FOLDER
-// Rewrites the files; with --check only says which are out of date, and fails if any is.
+// Prints what applications must know of the library's numbers, from unit/parameters.h and the
+// library's own descriptor: the regions of the C header, the Java class and the documents that
+// scripts/fill_in.py keeps up to date.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <iterator>
-#include <sstream>
 #include <string>
+#include <utility>
 
 #include "host/library.h"
 #include "unit/parameters.h"
 
 namespace {
-
-constexpr const char* kFiles[] = {"android/quenthra_orvane.h",
-                                  "android/java/com/quenthra/orvane/OrvaneRecords.java",
-                                  "docs/controlling.md", "README.md"};
-constexpr char kBegin[] = "generated: ";
-constexpr char kEnd[] = "end generated";
 
 // Whole decibels that the level tables hold. Below the first one, 0.01 of gain is more than a
 // decibel; above the last one the levels end.
@@ -49,11 +39,17 @@ bool IsQuery(const Parameter& parameter) {
 std::string Values(const Parameter& parameter) {
     if (parameter.kind == ParameterKind::kSwitch) return "0 off, 1 on";
     if (IsQuery(parameter)) return std::string("answers ") + parameter.unit;
-    std::string text = parameter.kind == ParameterKind::kBandValue ? "band 0 to 9, then " : "";
+    std::string text;
+    if (parameter.kind == ParameterKind::kBandValue)
+        text = Format("band 0 to %d, then ", kBandCount - 1);
     text += Format("%g to %g", parameter.minimum, parameter.maximum);
     if (parameter.wireScale == 1) return text;
     if (std::string(parameter.unit) != "1") text += Format(" (%s)", parameter.unit);
-    return text + Format(" times %d", parameter.wireScale);
+    text += Format(" times %d", parameter.wireScale);
+    if (!parameter.CanSendDefault())
+        text += Format("; at first %g, which can't be sent: %d is the nearest",
+                       parameter.defaultValue, parameter.OnWire(parameter.defaultValue));
+    return text;
 }
 
 // The equalizer's law: 1 + level up to 0, 1 + 2 level above.
@@ -149,59 +145,16 @@ std::string LevelTable() {
     return text;
 }
 
-std::string Section(const std::string& name) {
-    if (name == "c-identifiers") return CIdentifiers();
-    if (name == "java-identifiers") return JavaIdentifiers();
-    if (name == "levels") return LevelNumbers();
-    if (name == "set-table") return SetTable();
-    if (name == "get-table") return GetTable();
-    if (name == "level-table") return LevelTable();
-    Fail("no section named " + name);
-}
-
-// `text` with every marked region filled in anew.
-std::string Filled(const std::string& text, const std::string& file) {
-    std::istringstream lines(text);
-    std::string result, line;
-    bool inside = false;
-    int regions = 0;
-    while (std::getline(lines, line)) {
-        const size_t begin = line.find(kBegin);
-        if (line.find(kEnd) != std::string::npos) inside = false;
-        if (!inside) result += line + '\n';
-        if (begin == std::string::npos) continue;
-        if (inside) Fail(file + ": a region begins inside another");
-        inside = true;
-        ++regions;
-        std::istringstream rest(line.substr(begin + sizeof kBegin - 1));
-        std::string name;
-        rest >> name;
-        result += Section(name);
-    }
-    if (inside || regions == 0) Fail(file + ": no region, or one without an end");
-    return result;
-}
-
 }  // namespace
 
-int main(int argc, char** argv) {
-    const bool check = argc == 3 && std::string(argv[1]) == "--check";
-    if (argc != 2 && !check) Fail("usage: generate [--check] PROJECT_FOLDER");
-    bool outOfDate = false;
-    for (const char* const name : kFiles) {
-        const std::string path = std::string(argv[argc - 1]) + '/' + name;
-        std::ifstream in(path, std::ios::binary);
-        if (!in) Fail("can't read " + path);
-        const std::string text{std::istreambuf_iterator<char>(in), {}};
-        const std::string filled = Filled(text, path);
-        if (filled == text) continue;
-        outOfDate = true;
-        if (check) {
-            std::cerr << path << " is out of date: build the target generate_controls\n";
-            continue;
-        }
-        std::ofstream out(path, std::ios::binary);
-        if (!(out << filled).flush()) Fail("can't write " + path);
-    }
-    return check && outOfDate ? EXIT_FAILURE : EXIT_SUCCESS;
+int main() {
+    std::string text;
+    for (const auto& [name, section] :
+         {std::pair("c-identifiers", CIdentifiers()),
+          std::pair("java-identifiers", JavaIdentifiers()), std::pair("levels", LevelNumbers()),
+          std::pair("set-table", SetTable()), std::pair("get-table", GetTable()),
+          std::pair("level-table", LevelTable())})
+        text += std::string("generated: ") + name + '\n' + section + "end generated\n";
+    std::cout << text;
+    return std::cout.flush() ? EXIT_SUCCESS : EXIT_FAILURE;
 }

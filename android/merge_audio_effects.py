@@ -4,8 +4,8 @@
     merge_audio_effects.py DEVICE_ROOT OUTPUT
 
 DEVICE_ROOT holds the device's files as they lie on it (system/etc/..., vendor/etc/...). The file
-in force is taken: the vendor's if there is one, for it replaces the system's whole. OUTPUT is to
-go to the same place on the device; the script says which. It may be that very file.
+in force is taken: the vendor's if there is one, for it replaces the system's whole. OUTPUT, which
+may be that very file, belongs at the same place on the device: that path is printed.
 
 Status 0: OUTPUT is written. 1: no file there, or a malformed or contradicting one; nothing is.
 """
@@ -118,7 +118,7 @@ def main(arguments):
         sys.exit(f"merge_audio_effects: {path}: {error}")
     except OSError as error:
         sys.exit(f"merge_audio_effects: {error}")
-    print(f"{output}: put it at /{name} on the device")
+    print(f"/{name}")
 
 
 if __name__ == "__main__":

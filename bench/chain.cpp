@@ -16,7 +16,7 @@
 #include "effects/orvane_sound.h"
 #include "effects/playback_gain.h"
 #include "host/library.h"
-#include "tests/framework_client.h"
+#include "tests/library_under_test.h"
 #include "tests/muted_log.h"
 
 namespace {
@@ -46,7 +46,7 @@ private:
     std::vector<float> floats = std::vector<float>(kSamples);
 };
 
-void Chain(benchmark::State& state) {
+void WholeChain(benchmark::State& state) {
     Source source;
     std::vector<int16_t> out(kSamples);
     const MutedLog muted;
@@ -131,7 +131,7 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::RegisterBenchmark(kChain, Chain);
+    benchmark::RegisterBenchmark(kChain, WholeChain);
     benchmark::RegisterBenchmark("playback gain", PlaybackGainStage);
     benchmark::RegisterBenchmark("conversions", ConversionStage);
     benchmark::RegisterBenchmark("equalizer", EqualizerStage);

@@ -3,21 +3,25 @@
 // statically, so that the emulator knows every function's name.
 //
 // The second argument: music; noise of full scale; silence; decay, one buffer of noise and then
-// silence; least or largest, noise with every value set to that int32.
+// silence; least or largest, noise with every value set to that int32. The third, if there is one:
+// what stays on beside the output limiters, the sum of 1 playback gain, 2 equalizer, 4 enhancer.
 #include <algorithm>
 #include <cstdio>
 #include <string>
 
 #include "bench/music.h"
 #include "host/library.h"
-#include "tests/framework_client.h"
+#include "tests/library_under_test.h"
 
 int main(int argc, char** argv) {
-    const long frames = argc == 3 ? std::strtol(argv[1], nullptr, 10) : 0;
-    const std::string load = argc == 3 ? argv[2] : "";
+    const long frames = argc >= 3 ? std::strtol(argv[1], nullptr, 10) : 0;
+    const std::string load = argc >= 3 ? argv[2] : "";
+    const long stages = argc == 4 ? std::strtol(argv[3], nullptr, 10) : 7;
     const std::string loads[] = {"music", "noise", "silence", "decay", "least", "largest"};
-    if (frames < 1 || frames > 65536 || std::count(std::begin(loads), std::end(loads), load) == 0) {
-        std::fputs("usage: chain_load FRAMES music|noise|silence|decay|least|largest\n", stderr);
+    if (frames < 1 || frames > 65536 || std::count(std::begin(loads), std::end(loads), load) == 0 ||
+        stages < 0 || stages > 7) {
+        std::fputs("usage: chain_load FRAMES music|noise|silence|decay|least|largest [0 to 7]\n",
+                   stderr);
         return 2;
     }
     const size_t step = 2 * static_cast<size_t>(frames);
@@ -27,6 +31,10 @@ int main(int argc, char** argv) {
     if (load == "decay") std::fill(input.begin() + 2 * frames, input.end(), int16_t{0});
     Instance instance(AELI);
     instance.Start(44100, 2);
+    constexpr int32_t kSwitches[] = {PARAM_PLAYBACKGAIN_ENABLE, PARAM_EQUALIZER_ENABLE,
+                                     PARAM_ENHANCER_ENABLE};
+    for (unsigned bit = 0; bit < std::size(kSwitches); ++bit)
+        if ((stages >> bit & 1) == 0) instance.Set(kSwitches[bit], {0});
     if (load == "least") instance.SetEveryValue(INT32_MIN);
     if (load == "largest") instance.SetEveryValue(INT32_MAX);
     for (size_t at = 0; at + step <= input.size(); at += step)

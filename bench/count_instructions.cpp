@@ -44,13 +44,13 @@ __attribute__((visibility("default"))) int qemu_plugin_install(qemu_plugin_id_t 
 
 namespace {
 
-enum Stage { kCaller, kUnit, kPlaybackGain, kBuffer, kEqualizer, kEnhancer, kLimiters, kStages };
+enum Part { kCaller, kUnit, kPlaybackGain, kBuffer, kEqualizer, kEnhancer, kLimiters, kStages };
 constexpr const char* kStageNames[kStages] = {"caller",    "unit",     "playback gain", "buffer",
                                               "equalizer", "enhancer", "limiters"};
 // Parts of names; the first that fits counts.
 constexpr struct {
     const char* part;
-    Stage stage;
+    Part stage;
 } kOwners[] = {{"Instance::", kCaller},     {"ProcessUnit_Orvane", kUnit},
                {"InterfaceProcess", kUnit}, {"PlaybackGain", kPlaybackGain},
                {"WaveBuffer", kBuffer},     {"FIREqualizer", kEqualizer},
@@ -58,7 +58,7 @@ constexpr struct {
 
 struct Function {
     std::string name;
-    Stage owner = kStages;  // kStages: belongs to whoever calls it
+    Part owner = kStages;  // kStages: belongs to whoever calls it
     uint64_t counts[kStages] = {};
 };
 struct Block {
@@ -68,10 +68,10 @@ struct Block {
 
 std::map<uint64_t, Function> functions;  // by address
 std::deque<Block> blocks;                // stay where they are: the emulator keeps their addresses
-Stage stage = kCaller;
+Part stage = kCaller;
 uint64_t calls = 0, inThisCall = 0, worst = 0;
 
-Stage OwnerOf(const std::string& name) {
+Part OwnerOf(const std::string& name) {
     if (name == "main") return kCaller;
     for (const auto& [part, owner] : kOwners)
         if (name.find(part) != std::string::npos) return owner;

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "bench/music.h"
-#include "tests/framework_client.h"
+#include "tests/library_under_test.h"
 
 namespace {
 size_t HeapInUse() {

@@ -11,7 +11,8 @@
 #include <string>
 
 #include "bench/music.h"
-#include "tests/framework_client.h"
+#include "client/library_file.h"
+#include "tests/library_under_test.h"
 #include "tests/muted_log.h"
 
 namespace {
@@ -63,17 +64,6 @@ std::vector<int16_t> MakeInput() {
     }
     input.resize(input.size() + 40000);
     return input;
-}
-
-const audio_effect_library_t& Load(const char* path) {
-    void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    void* const record =
-        library != nullptr ? dlsym(library, AUDIO_EFFECT_LIBRARY_INFO_SYM_AS_STR) : nullptr;
-    if (record == nullptr) {
-        std::fprintf(stderr, "race: %s\n", dlerror());
-        std::exit(2);
-    }
-    return *static_cast<const audio_effect_library_t*>(record);
 }
 
 double ThreadNanoseconds() {
@@ -164,11 +154,15 @@ int main(int argc, char** argv) {
         std::fputs("usage: race LIBRARY [OTHER]\nOTHER: by default the build's own\n", stderr);
         return 2;
     }
-    const audio_effect_library_t& first = Load(argv[1]);
-    const audio_effect_library_t& second = argc == 3 ? Load(argv[2]) : LoadedLibrary();
+    const LibraryFile first(argv[1]), second(argc == 3 ? argv[2] : ORVANE_LIBRARY_PATH);
+    for (const LibraryFile* file : {&first, &second})
+        if (file->Record() == nullptr) {
+            std::fprintf(stderr, "race: %s\n", file->Fault().c_str());
+            return 2;
+        }
     const std::vector<int16_t> input = MakeInput();
     bool equal = true;
     for (const Setting& setting : kSettings)
-        if (!Race(first, second, setting, input)) equal = false;
+        if (!Race(*first.Record(), *second.Record(), setting, input)) equal = false;
     return equal ? 0 : 1;
 }

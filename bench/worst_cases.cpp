@@ -13,7 +13,7 @@
 #include <limits>
 #include <optional>
 
-#include "tests/framework_client.h"
+#include "tests/library_under_test.h"
 #include "tests/muted_log.h"
 
 namespace {

@@ -18,6 +18,7 @@ set(ORVANE_SOURCES
   effects/limiter.cpp
   effects/limiter_core.cpp
   effects/limiter_fp.cpp
+  effects/loudness.cpp
   effects/orvane_sound.cpp
   effects/orvane_sound_block.cpp
   effects/playback_gain.cpp
@@ -26,7 +27,7 @@ set(ORVANE_SOURCES
   host/reply.cpp
   platform/clock.cpp
   platform/file.cpp
-  platform/log.cpp
+  unit/chain.cpp
   unit/process_unit_orvane.cpp
 )
 
@@ -40,16 +41,21 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm" AND ORVANE_SOFTFLOAT STREQUAL "")
        dsp/softfloat/spectrum_product.S)
 endif()
 
-add_library(orvane_objects OBJECT ${ORVANE_SOURCES})
+if(ORVANE_LIBLOG)
+  set(log_source platform/log_liblog.cpp)
+else()
+  set(log_source platform/log_stderr.cpp)
+endif()
+
+add_library(orvane_objects OBJECT ${ORVANE_SOURCES} ${log_source})
 target_compile_options(orvane_objects PRIVATE
-  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti> -fno-unwind-tables -fno-asynchronous-unwind-tables
+  -fvisibility=hidden  # but for what platform/export.h marks
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>
+  -fno-unwind-tables -fno-asynchronous-unwind-tables
   -ffunction-sections -fdata-sections
   # The run-time library computes every design, whatever a compiler knows of its arguments.
   -fno-builtin-sin -fno-builtin-cos -fno-builtin-exp -fno-builtin-pow -fno-builtin-sinf
   -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf)
-if(ORVANE_LIBLOG)
-  target_compile_definitions(orvane_objects PRIVATE ORVANE_LIBLOG)
-endif()
 
 add_library(orvane_static STATIC)
 target_link_libraries(orvane_static PUBLIC orvane_objects m)

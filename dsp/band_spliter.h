@@ -9,9 +9,10 @@
 #include <memory>
 
 #include "dsp/band_filters.h"
+#include "platform/export.h"
 
 template <typename T>
-class BandSpliter {
+class ORVANE_API BandSpliter {
 public:
     // Not usable until set up.
     BandSpliter();

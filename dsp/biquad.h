@@ -12,11 +12,12 @@
 #include <cstdint>
 
 #include "dsp/biquad_section.h"
+#include "platform/export.h"
 
 // Sample: type of ProcessSample's argument and result. Real: type of coefficients, history and
 // arithmetic.
 template <typename Sample, typename Real>
-class Biquad {
+class ORVANE_API Biquad {
 public:
     // A pass-through.
     Biquad();

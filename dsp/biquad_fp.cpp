@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "dsp/fixed_point.h"
+
 namespace {
 
 constexpr float kTwoPi = 6.2831855F;
@@ -81,11 +83,22 @@ void Biquad_FP::SetHighPassParameter(int rampLength, float frequency, float samp
 }
 
 int32_t Biquad_FP::ProcessSample(int32_t x) {
-    return Step(x);
+    int32_t y = MulQ24(coefficients.b0, x);
+    y = WrapAdd(y, MulQ24(coefficients.b1, history.x1));
+    y = WrapAdd(y, MulQ24(coefficients.b2, history.x2));
+    y = WrapAdd(y, MulQ24(coefficients.fb1, history.y1));
+    y = WrapAdd(y, MulQ24(coefficients.fb2, history.y2));
+    history.Push(x, y);
+    if (rampRemaining != 0) {
+        --rampRemaining;
+        coefficients.ForEach([](int32_t& c, int32_t increment) { c = WrapAdd(c, increment); },
+                             increments);
+    }
+    return y;
 }
 
 void Biquad_FP::Process(int32_t* samples, uint32_t count) {
     Biquad_FP local = *this;  // a write to `samples` can't reach it
-    for (uint32_t i = 0; i < count; ++i) samples[i] = local.Step(samples[i]);
+    for (uint32_t i = 0; i < count; ++i) samples[i] = local.ProcessSample(samples[i]);
     *this = local;
 }

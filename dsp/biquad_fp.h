@@ -10,9 +10,9 @@
 #include <cstdint>
 
 #include "dsp/biquad_section.h"
-#include "dsp/fixed_point.h"
+#include "platform/export.h"
 
-class Biquad_FP {
+class ORVANE_API Biquad_FP {
 public:
     // A pass-through.
     Biquad_FP();
@@ -43,22 +43,11 @@ public:
     // In place, `count` samples of the channel.
     void Process(int32_t* samples, uint32_t count);
 
-    // ProcessSample for loops that hold a copy of the filter in registers. A sum modulo 2^32 has no
-    // order: the newest output, which is waited for, comes last.
-    [[gnu::always_inline]] int32_t Step(int32_t x) {
-        int32_t y = MulQ24(coefficients.b0, x);
-        y = WrapAdd(y, MulQ24(coefficients.b1, history.x1));
-        y = WrapAdd(y, MulQ24(coefficients.b2, history.x2));
-        y = WrapAdd(y, MulQ24(coefficients.fb2, history.y2));
-        y = WrapAdd(y, MulQ24(coefficients.fb1, history.y1));
-        history.Push(x, y);
-        if (rampRemaining != 0) {
-            --rampRemaining;
-            coefficients.ForEach([](int32_t& c, int32_t increment) { c = WrapAdd(c, increment); },
-                                 increments);
-        }
-        return y;
-    }
+    // For loops that hold a filter in registers: whether coefficients stay, and what to take along
+    // and to put back.
+    bool IsRamping() const { return rampRemaining != 0; }
+    const BiquadCoefficients<int32_t>& Coefficients() const { return coefficients; }
+    BiquadHistory<int32_t>& History() { return history; }
 
 private:
     BiquadCoefficients<int32_t> coefficients;

@@ -7,6 +7,8 @@ template <typename Number>
 struct BiquadCoefficients {
     Number b0 = 0, b1 = 0, b2 = 0, fb1 = 0, fb2 = 0;
 
+    bool operator==(const BiquadCoefficients&) const = default;
+
     // Calls `act` with each of the five and its fellows in `others`.
     template <typename Act, typename... Others>
     void ForEach(Act act, const Others&... others) {

@@ -14,9 +14,10 @@
 #include <cstdint>
 
 #include "dsp/owned_array.h"
+#include "platform/export.h"
 
 template <typename T>
-class FFT_R24 {
+class ORVANE_API FFT_R24 {
 public:
     // Work areas for transforms of `length` samples (a power of two, at least 2), zero-filled: the
     // first transform builds the tables. Prepared() is false if memory is refused.

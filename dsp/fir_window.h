@@ -10,9 +10,11 @@
 #pragma once
 #include <cstdint>
 
+#include "platform/export.h"
+
 // T: type of the coefficients and frequencies. Window weights are computed in double in any case.
 template <typename T>
-class FIRWindow {
+class ORVANE_API FIRWindow {
 public:
     // Writes `length` weights. windowType: 2 Hamming, 3 Hann, 4 sine, 5 Lanczos, 6 Bartlett,
     // 7 triangular, 8 Gaussian, 9 Bartlett-Hann, 10 Blackman, 11 Nuttall, 12 Blackman-Harris,

@@ -1,6 +1,8 @@
 // Q24 fixed point (24 fractional bits, 1.0 is 2^24), and conversions from float to integer whose
 // result is defined for every value.
 #pragma once
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 constexpr int kQ24Bits = 24;
@@ -12,6 +14,30 @@ static_assert((-1 >> 1) == -1, "a right shift keeps the sign");
 constexpr int32_t MulQ24(int32_t a, int32_t b) {
     const int64_t product = static_cast<int64_t>(a) * b;
     return static_cast<int32_t>(static_cast<uint32_t>(product >> kQ24Bits));
+}
+
+// gains[i], not negative, becomes MulQ24(samples[i] * 2^kShift, gains[i]). Vectors have no product
+// with a sign: taken as unsigned a negative sample is 2^32 too large, its product 2^32 gain, which
+// makes 2^8 gain of the result.
+// Lanes: neighbours, eight at a time in a loop of fixed length, which compilers turn into vectors.
+template <int kShift, typename Sample>
+void MulQ24Run(int32_t* gains, const Sample* samples, size_t count) {
+    const auto multiply = [](int32_t* gain, Sample sample) {
+        const int32_t enlarged = sample * (1 << kShift);
+        const uint32_t x = static_cast<uint32_t>(enlarged), g = static_cast<uint32_t>(*gain);
+        const uint32_t excess = static_cast<uint32_t>(enlarged >> 31) & (g << (32 - kQ24Bits));
+        const uint64_t product = static_cast<uint64_t>(x) * g;
+        *gain = static_cast<int32_t>(static_cast<uint32_t>(product >> kQ24Bits) - excess);
+    };
+    constexpr size_t kBlock = 8;
+    size_t i = 0;
+    for (; count - i >= kBlock; i += kBlock) {
+        int32_t block[kBlock];  // nothing else reaches it
+        std::copy_n(gains + i, kBlock, block);
+        for (size_t lane = 0; lane < kBlock; ++lane) multiply(block + lane, samples[i + lane]);
+        std::copy_n(block, kBlock, gains + i);
+    }
+    for (; i < count; ++i) multiply(gains + i, samples[i]);
 }
 
 // a + b modulo 2^32.

@@ -9,8 +9,9 @@
 #include <cstdint>
 
 #include "dsp/owned_array.h"
+#include "platform/export.h"
 
-class WaveBuffer_R32 {
+class ORVANE_API WaveBuffer_R32 {
 public:
     // Room for `frames` frames of `channelCount` samples (at least 1). If memory is refused the
     // buffer has a size of 0 and refuses every push and pop.
@@ -58,15 +59,15 @@ public:
     void Float2Double(const float* source, double* destination, uint32_t frames) const;
 
 private:
-    void Convert(const int16_t* source, float* destination, uint32_t frames) const;
-    void Convert(const float* source, float* destination, uint32_t frames) const;
-    void Convert(const double* source, float* destination, uint32_t frames) const;
-    void Convert(const float* source, int16_t* destination, uint32_t frames) const;
-    void Convert(const float* source, double* destination, uint32_t frames) const;
+    ORVANE_LOCAL void Convert(const int16_t* source, float* destination, uint32_t frames) const;
+    ORVANE_LOCAL void Convert(const float* source, float* destination, uint32_t frames) const;
+    ORVANE_LOCAL void Convert(const double* source, float* destination, uint32_t frames) const;
+    ORVANE_LOCAL void Convert(const float* source, int16_t* destination, uint32_t frames) const;
+    ORVANE_LOCAL void Convert(const float* source, double* destination, uint32_t frames) const;
     template <typename Sample>
-    uint32_t Push(const Sample* source, uint32_t frames);
+    ORVANE_LOCAL uint32_t Push(const Sample* source, uint32_t frames);
     template <typename Sample>
-    uint32_t Pop(Sample* destination, uint32_t frames, bool partial);
+    ORVANE_LOCAL uint32_t Pop(Sample* destination, uint32_t frames, bool partial);
     bool Usable() const { return capacity != 0 && channels != 0; }
 
     OwnedArray<float> samples;  // the first `count` are held

@@ -5,7 +5,9 @@
 #pragma once
 #include <cstdint>
 
-class CrossFader {
+#include "platform/export.h"
+
+class ORVANE_API CrossFader {
 public:
     // No fade running.
     CrossFader();

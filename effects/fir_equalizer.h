@@ -19,11 +19,12 @@
 #include "dsp/softfloat/equalizer_core.h"
 
 #include "dsp/stream.h"
+#include "platform/export.h"
 
 // Real: type of state, gains and arithmetic. The two differ in two laws: see SetBandLevel and
 // SetEnable.
 template <typename Sample, typename Real>
-class FIREqualizer {
+class ORVANE_API FIREqualizer {
 public:
     static constexpr size_t kBands = 10;
 
@@ -77,7 +78,7 @@ private:
     };
     void LeaveCore();
     template <uint32_t kInterleaved>
-    void ProcessChunk(float* samples, uint32_t frames);
+    ORVANE_LOCAL void ProcessChunk(float* samples, uint32_t frames);
 
     std::unique_ptr<State> state;
     uint32_t samplingRate = 0;

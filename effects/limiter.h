@@ -13,8 +13,9 @@
 #include <cstdint>
 
 #include "effects/limiter_core.h"
+#include "platform/export.h"
 
-class Limiter {
+class ORVANE_API Limiter {
 public:
     // Gate 0.9999.
     Limiter();

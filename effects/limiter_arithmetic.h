@@ -56,9 +56,12 @@ struct FloatLimiting {
     [[gnu::always_inline]] static auto Above(V x, V gate) {
         return Greater(Magnitude(x), gate);
     }
-    template <typename V>
-    static V Apply(V x, V gain) {
-        return x * gain;
+    static float Apply(float x, float gain) { return x * gain; }
+    // gains[i] becomes Apply(x[i], gains[i]). Lanes: neighbours.
+    static void ApplyRun(const float* x, float* gains, size_t count) {
+        size_t i = 0;
+        for (; count - i >= kLanes; i += kLanes) Store(gains + i, Load(x + i) * Load(gains + i));
+        for (; i < count; ++i) gains[i] = Apply(x[i], gains[i]);
     }
     static constexpr float kSmoothKeep = 0.8999F, kSmoothTake = 0.0999F;
     static constexpr float kRecoverKeep = 0.9999F, kRecoverStep = 0.0001F;
@@ -101,10 +104,14 @@ struct Q24Limiting {
     static int32_t Magnitude(int32_t x) { return ::Magnitude(x); }
     static bool Greater(int32_t a, int32_t b) { return a > b; }
     // |x| > gate, and with the largest gate also of the most negative x, whose magnitude equals it.
-    static bool Above(int32_t x, int32_t gate) {
-        return static_cast<bool>((x > gate) | (x < -gate));
+    template <typename V>
+    [[gnu::always_inline]] static auto Above(V x, V gate) {
+        return (x > gate) | (x < -gate);
     }
     static int32_t Apply(int32_t x, int32_t gain) { return MulQ24(x, gain); }
+    static void ApplyRun(const int32_t* x, int32_t* gains, size_t count) {
+        MulQ24Run<0>(gains, x, count);
+    }
     static int32_t Smooth(int32_t smoothed, int32_t target) {
         constexpr int32_t kKeep = ToQ24(0.8999), kTake = ToQ24(0.0999);
         return WrapAdd(MulQ24(kKeep, smoothed), MulQ24(kTake, target));

@@ -10,12 +10,11 @@ namespace {
 
 template <typename Arithmetic, typename Sample>
 bool AnyAbove(Sample gate, const Sample* samples, size_t count) {
-    using V = typename WidestVector<Sample>::Type;
-    constexpr size_t kStep = kWidth<V, Sample>;
+    using V = typename VectorOf<Sample, kLanes>::Type;
     const V gates = Broadcast<V>(gate);
     auto above = Arithmetic::Above(V{}, gates);
     size_t i = 0;
-    for (; count - i >= kStep; i += kStep)
+    for (; count - i >= kLanes; i += kLanes)
         above = above | Arithmetic::Above(Load<V>(samples + i), gates);
     bool any = AnyLane(above);
     for (; i < count; ++i) any = any | Arithmetic::Above(samples[i], gate);
@@ -55,11 +54,11 @@ struct LimiterCore<Arithmetic, kChannels>::GainRun {
     [[gnu::always_inline]] void Follow(size_t i, V target) {
         Store(gains + i * kChannels, recurrence.Step(target));
     }
-    void Keep(State& state, size_t first) const {
-        Store(state.running + first, running);
-        Store(state.smoothed + first, recurrence.Smoothed());
-        Store(state.gain + first, recurrence.Gain());
-        Store(state.age + first, age);
+    void Keep(State& kept, size_t first) const {
+        Store(kept.running + first, running);
+        Store(kept.smoothed + first, recurrence.Smoothed());
+        Store(kept.gain + first, recurrence.Gain());
+        Store(kept.age + first, age);
     }
 
     const Sample* in;
@@ -212,7 +211,7 @@ void LimiterCore<Arithmetic, kChannels>::OpenLap() {
         tails[kLap * kChannels + c] = tail;
     }
     const Sample* const lap = ring + size_t{next} * kChannels;
-    for (size_t i = kLap * kChannels; i-- > 0;)
+    for (size_t i = size_t{kLap} * kChannels; i-- > 0;)
         tails[i] = Larger<Arithmetic>(Arithmetic::Magnitude(lap[i]), tails[i + kChannels]);
 }
 
@@ -256,14 +255,8 @@ auto LimiterCore<Arithmetic, kChannels>::Delayed() -> const Sample* {
 // The gains become outputs. False if one exceeds the gate.
 template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::Multiply(uint32_t count, Sample* gains) {
-    using V = typename WidestVector<Sample>::Type;
-    constexpr size_t kStep = kWidth<V, Sample>;
     const size_t size = size_t{count} * kChannels;
-    const Sample* const delayed = Delayed();
-    size_t i = 0;
-    for (; size - i >= kStep; i += kStep)
-        Store(gains + i, Arithmetic::Apply(Load<V>(delayed + i), Load<V>(gains + i)));
-    for (; i < size; ++i) gains[i] = Arithmetic::Apply(delayed[i], gains[i]);
+    Arithmetic::ApplyRun(Delayed(), gains, size);
     return !AnyAbove<Arithmetic>(gate, gains, size);
 }
 

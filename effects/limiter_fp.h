@@ -6,8 +6,9 @@
 #include <cstdint>
 
 #include "effects/limiter_core.h"
+#include "platform/export.h"
 
-class Limiter_FP {
+class ORVANE_API Limiter_FP {
 public:
     // Gate one step below 1.0.
     Limiter_FP();

@@ -22,6 +22,7 @@
 #include "dsp/owned_array.h"
 #include "dsp/planar_delay.h"
 #include "dsp/wave_buffer.h"
+#include "platform/export.h"
 
 // What the variants don't share. The weights of the float variant are tuned: with a process amount
 // of 1 the middle band stands 0.8 dB above the high one and the low band 0.4 dB below it.
@@ -40,7 +41,7 @@ struct OrvaneSoundVariant<double> {
 
 // Sample: what the buffers hold between the steps. Real: type of block arithmetic.
 template <typename Sample, typename Real>
-class OrvaneSound {
+class ORVANE_API OrvaneSound {
 public:
     // capacityFrames: least room of the input and output buffers.
     explicit OrvaneSound(uint32_t capacityFrames);
@@ -89,7 +90,7 @@ private:
     using Contour = Biquad<Real, Real>;
 
     // What belongs to one channel.
-    struct Channel {
+    struct ORVANE_LOCAL Channel {
         Planar<Real> Block() { return {block.data(), block.data() + block.size() / 2}; }
 
         OwnedArray<Real> block;  // planar: a block's samples and zeros, later its high band
@@ -97,13 +98,13 @@ private:
         BandTails<Real> tails;
     };
 
-    void SetUpBuffers();
-    void SetUpChannels();
-    void DesignFilters();
-    void DesignContour();
-    void RunBlock();
+    ORVANE_LOCAL void SetUpBuffers();
+    ORVANE_LOCAL void SetUpChannels();
+    ORVANE_LOCAL void DesignFilters();
+    ORVANE_LOCAL void DesignContour();
+    ORVANE_LOCAL void RunBlock();
     template <typename External>
-    uint32_t InPlace(External* samples, uint32_t n);
+    ORVANE_LOCAL uint32_t InPlace(External* samples, uint32_t n);
 
     std::unique_ptr<WaveBuffer_R32> inputBuffer, outputBuffer;
     BandFilters<Real> filters;

@@ -4,7 +4,8 @@
 #include <cmath>
 #include <iterator>
 
-#include "dsp/runs.h"
+#include "dsp/lanes.h"
+#include "effects/loudness.h"
 
 namespace {
 constexpr float kWeightingHz = 2200.0F;
@@ -18,27 +19,27 @@ constexpr int32_t kWarmupCalls = 100;
 constexpr float kHalvedDb = 100.0F;
 constexpr uint32_t kRampsPerSecond = 40;  // a ramp takes 25 ms
 constexpr int kRiseShift = 4;             // a gain rises 16 times slower than it falls
-constexpr int kSampleShift = 9;           // 16-bit full scale, 2^15, to Q24
 constexpr uint32_t kChunk = 64;           // samples of a channel at a time
 
-// sample * gain in Q24, modulo 2^32. sample: 16 bits; gain: Q24.
-int32_t Amplified(int16_t sample, int64_t gain) {
-    const int64_t amplified = static_cast<int64_t>(sample) * gain >> (kQ24Bits - kSampleShift);
-    return static_cast<int32_t>(static_cast<uint32_t>(amplified));
+// gain, gain + step ... for a chunk of frames, the same for each channel. More than are asked for:
+// a loop of fixed length becomes vectors.
+template <size_t channels>
+void FillLine(int64_t gain, int64_t step, int32_t* gains) {
+    uint32_t g = static_cast<uint32_t>(gain);
+    for (size_t i = 0; i < kChunk; ++i) {
+        for (size_t c = 0; c < channels; ++c) gains[channels * i + c] = static_cast<int32_t>(g);
+        g += static_cast<uint32_t>(step);
+    }
 }
 
-// Squares of the weighted samples of one channel, added up.
-struct EnergyRun {
-    [[gnu::always_inline]] void Step(size_t i) {
-        const int64_t weighted =
-            filter.Step(samples[static_cast<ptrdiff_t>(i) * stride] * (1 << kSampleShift));
-        sum += static_cast<uint64_t>(weighted * weighted);
-    }
-    const int16_t* samples;
-    ptrdiff_t stride;
-    Biquad_FP filter;
-    uint64_t sum = 0;
-};
+// The 16 bits that a sample of 2^9 keeps.
+void Shorten(const int32_t* from, int16_t* to, size_t count) {
+    size_t i = 0;
+    for (; count - i >= 2 * kLanes; i += 2 * kLanes)
+        StoreShorts(to + i, Load<IntLanes>(from + i) >> kSampleShift,
+                    Load<IntLanes>(from + i + kLanes) >> kSampleShift);
+    for (; i < count; ++i) to[i] = static_cast<int16_t>(from[i] >> kSampleShift);
+}
 
 }  // namespace
 
@@ -93,25 +94,15 @@ void PlaybackGain::Reset() {
 uint64_t PlaybackGain::AnalyseWave(const int16_t* samples, unsigned int frames, int stride,
                                    int offset, Biquad_FP& filter) {
     if (frames == 0) return 0;
-    EnergyRun run = {samples + offset, stride, filter};
-    RunAlone(run, frames);
-    filter = run.filter;
-    return run.sum / frames;
+    return AddEnergy(samples + offset, frames, stride, filter) / frames;
 }
 
 // Moves the weighting filters over the buffer and the warm-up by a call; returns the automatic
 // gain, Q24.
 int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
     uint64_t loudest = 0;
-    if (channels == 1) {
-        loudest = AnalyseWave(in, frames, 1, 0, weighting[0]);
-    } else if (channels == 2) {
-        EnergyRun left = {in, 2, weighting[0]}, right = {in + 1, 2, weighting[1]};
-        RunTogether(left, frames, right, frames);
-        weighting[0] = left.filter;
-        weighting[1] = right.filter;
-        loudest = std::max(left.sum, right.sum) / frames;
-    }
+    if (channels == 1) loudest = AddEnergy(in, frames, 1, weighting[0]) / frames;
+    if (channels == 2) loudest = LargerEnergy(in, frames, weighting) / frames;
     const float power = static_cast<float>(static_cast<double>(loudest) * kPowerScale);
     const float levelDb = logf(power + kPowerFloor) * kLog10E * 10 + kReferenceDb;
     const float gainDb = levelDb * invCompressionRatio - levelDb;
@@ -124,8 +115,6 @@ int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
 
 void PlaybackGain::Amplify(int64_t gainQ24, const int16_t* in, int16_t* out, unsigned int frames) {
     const int64_t rampLength = std::max(samplingRate / kRampsPerSecond, frames);
-    const int64_t highest = activeMaxGain;
-    const int64_t lowest = -highest;
     const int64_t target = WrapMul64(gainQ24, activeVolume) >> kQ24Bits;
     int64_t step = (target - gain) / rampLength;
     if (step >= 1) step >>= kRiseShift;
@@ -133,20 +122,37 @@ void PlaybackGain::Amplify(int64_t gainQ24, const int16_t* in, int16_t* out, uns
         const uint32_t count = std::min(frames, kChunk);
         const size_t size = size_t{count} * channels;
         int32_t chunk[kChunk * kMaxChannels];
-        for (size_t i = 0; i < size;) {
-            for (const size_t end = i + channels; i < end; ++i) chunk[i] = Amplified(in[i], gain);
-            gain += step;
-            if (gain > highest)
-                gain = highest;
-            else if (gain < lowest)
-                gain = lowest;
-        }
+        AmplifyChunk(step, in, chunk, count);
         limiter.Process(chunk, count, channels);
-        for (size_t i = 0; i < size; ++i)
-            out[i] = static_cast<int16_t>(static_cast<uint16_t>(chunk[i] >> kSampleShift));
+        Shorten(chunk, out, size);
         in += size;
         out += size;
         frames -= count;
+    }
+}
+
+// Products with a gain that moves by `step` a frame and is kept within the maximum; modulo 2^32.
+void PlaybackGain::AmplifyChunk(int64_t step, const int16_t* in, int32_t* chunk, uint32_t frames) {
+    const int64_t highest = activeMaxGain, lowest = -highest;
+    // Parked at the maximum; not at a negative one, which lies below the lowest.
+    const int64_t lineStep = gain == highest && step > 0 ? 0 : step;
+    const int64_t end = gain + lineStep * frames;
+    if (std::min(gain, end) >= std::max<int64_t>(lowest, 0) && std::max(gain, end) <= highest) {
+        (channels == 1 ? FillLine<1> : FillLine<2>)(gain, lineStep, chunk);
+        MulQ24Run<kSampleShift>(chunk, in, size_t{frames} * channels);
+        gain = end;
+        return;
+    }
+    for (const int16_t* const last = in + size_t{frames} * channels; in < last;) {
+        for (uint32_t c = 0; c < channels; ++c) {
+            const int64_t amplified = *in++ * gain >> (kQ24Bits - kSampleShift);
+            *chunk++ = static_cast<int32_t>(static_cast<uint32_t>(amplified));
+        }
+        gain += step;
+        if (gain > highest)
+            gain = highest;
+        else if (gain < lowest)
+            gain = lowest;
     }
 }
 

@@ -18,8 +18,9 @@
 #include "dsp/fixed_point.h"
 #include "dsp/stream.h"
 #include "effects/limiter_core.h"
+#include "platform/export.h"
 
-class PlaybackGain {
+class ORVANE_API PlaybackGain {
 public:
     // Disabled, 44100 Hz, stereo, ratio 1, volume 1, maximum gain factor 1.
     PlaybackGain();
@@ -52,9 +53,12 @@ public:
     void Process(const int16_t* in, int16_t* out, unsigned int frames);
 
 private:
-    void DesignWeighting();
-    int64_t MeasureGain(const int16_t* in, unsigned int frames);
-    void Amplify(int64_t gainQ24, const int16_t* in, int16_t* out, unsigned int frames);
+    ORVANE_LOCAL void DesignWeighting();
+    ORVANE_LOCAL int64_t MeasureGain(const int16_t* in, unsigned int frames);
+    ORVANE_LOCAL void Amplify(int64_t gainQ24, const int16_t* in, int16_t* out,
+                              unsigned int frames);
+    ORVANE_LOCAL void AmplifyChunk(int64_t step, const int16_t* in, int32_t* chunk,
+                                   uint32_t frames);
 
     float invCompressionRatio = 0.5F;
     float activeCompressionRatio = 2.0F;

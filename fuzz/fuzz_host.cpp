@@ -22,9 +22,11 @@
 #include <algorithm>
 #include <cfenv>
 #include <cmath>
+#include <optional>
 #include <span>
 #include <vector>
 
+#include "client/instance.h"
 #include "fuzz/allocation.h"
 #include "fuzz/fuzz_input.h"
 #include "host/library.h"
@@ -43,19 +45,11 @@ bool DataFileExists(const char*) {
 
 namespace {
 
-constexpr effect_uuid_s kUuid = {
-    0xd92c3a90, 0x3e26, 0x11e2, 0xa25f, {0x08, 0x00, 0x20, 0x0c, 0x9a, 0x66}};
 constexpr uint8_t kUntouched = 0xA5;
 constexpr uint32_t kMaxFrames = 5000;
 constexpr uint32_t kFramesPerInput = 8000;  // some 20 ms of the sanitized library
 constexpr uint32_t kParameterReply = 20, kRefusedReply = 12, kStatusReply = 4;
 constexpr int kHostileResults = FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW;
-
-struct ParameterBlock {
-    int32_t status;
-    uint32_t psize, vsize;
-    int32_t id, value;
-};
 
 // What the library must answer, kept from its documentation.
 struct Model {
@@ -89,14 +83,14 @@ struct Model {
         return kStatusOk;
     }
 
-    int32_t SetParameter(uint32_t size, const ParameterBlock& block) {
-        if (size < 16 || block.psize != 4 || block.vsize == 0 || block.vsize % 4 != 0 ||
-            block.vsize > 16 || block.vsize > size - 16)
+    int32_t SetParameter(uint32_t size, const ParameterCommand& block) {
+        const uint32_t valueBytes = block.header.vsize;
+        if (size < 16 || block.header.psize != 4 || valueBytes == 0 || valueBytes % 4 != 0 ||
+            valueBytes > 16 || valueBytes > size - 16)
             return kStatusInvalid;
-        if (block.id == PARAM_SET_MODE && (block.value == 0 || block.value == 1))
-            mode = block.value;
-        if (block.id == PARAM_LIMITER_GATE)
-            gate = block.value > 0 ? static_cast<float>(block.value) / 100 : 0;
+        const int32_t value = block.values[0];
+        if (block.id == PARAM_SET_MODE && (value == 0 || value == 1)) mode = value;
+        if (block.id == PARAM_LIMITER_GATE) gate = value > 0 ? static_cast<float>(value) / 100 : 0;
         return kStatusOk;
     }
 };
@@ -104,12 +98,14 @@ struct Model {
 struct Session {
     void Create(FuzzInput& input) {
         Release();
-        effect_uuid_s uuid = kUuid;
+        effect_uuid_s uuid = kOrvaneUuid;
         const unsigned choice = input.Take<uint8_t>(), spoiled = choice & 127U;
         markerIsThere = (choice & 128U) != 0;
         if (spoiled != 0) reinterpret_cast<uint8_t*>(&uuid)[spoiled % sizeof uuid] ^= 1U;
         refusedBefore = RefusedAllocations();
-        const int32_t status = AELI.create_effect(&uuid, 0, 0, &handle);
+        instance.emplace(AELI, uuid);
+        handle = instance->handle;
+        const int32_t status = instance->CreateStatus();
         model = Model();
         Demand((status == kStatusOk) == (handle != nullptr), "a handle exactly if created");
         Demand(spoiled == 0 || status == kStatusNotFound, "unknown uuid");
@@ -121,7 +117,7 @@ struct Session {
     bool MemoryWasThere() const { return RefusedAllocations() == refusedBefore; }
 
     void Release() {
-        if (handle) Demand(AELI.release_effect(handle) == kStatusOk, "release");
+        if (instance) Demand(instance->Release() == kStatusOk, "release");
         handle = nullptr;
     }
 
@@ -146,13 +142,14 @@ struct Session {
         Demand(result == kStatusOk, "a command returns 0");
 
         const uint32_t readable = noBlock ? 0 : size;
-        ParameterBlock parameter = {};
-        std::memcpy(&parameter, block.data(), std::min<size_t>(readable, sizeof parameter));
+        ParameterCommand parameter;
+        std::memcpy(static_cast<void*>(&parameter), block.data(),
+                    std::min<size_t>(readable, offsetof(ParameterCommand, bytes)));
         int32_t status = kStatusOk;
         uint32_t written = offered >= kStatusReply ? kStatusReply : 0;
-        uint32_t expectedSize = written != 0 ? replyBytes : 0;
+        uint32_t expectedSize = written;
         if (code == EFFECT_CMD_GET_PARAM) {
-            const bool whole = readable >= 16 && parameter.psize == 4 &&
+            const bool whole = readable >= 16 && parameter.header.psize == 4 &&
                                parameter.id >= PARAM_GET_VERSION &&
                                parameter.id <= PARAM_GET_CHANNELS && offered >= kParameterReply;
             status = whole ? kStatusOk : kStatusInvalid;
@@ -176,22 +173,15 @@ struct Session {
         DemandAnswers();
     }
 
-    int32_t Get(int32_t id) {
-        int32_t words[4] = {0, 4, 4, id}, reply[5] = {-1, -1, -1, -1, -1};
-        uint32_t replySize = sizeof reply;
-        (*handle)->command(handle, EFFECT_CMD_GET_PARAM, sizeof words, words, &replySize, reply);
-        Demand(reply[0] == 0 && reply[2] == 4 && replySize == sizeof reply, "a query is answered");
-        return reply[4];
-    }
-
     void DemandAnswers() {
         Demand(std::fetestexcept(kHostileResults) == 0, "arithmetic stays finite");
-        Demand(Get(PARAM_GET_VERSION) == kLibraryVersionWord, "version");
-        Demand(Get(PARAM_GET_ENABLED) == (model.enabled ? 1 : 0), "enabled");
-        Demand(Get(PARAM_GET_MODE) == model.mode, "mode");
-        Demand(Get(PARAM_GET_SAMPLING_RATE) == model.rate, "rate");
-        Demand(Get(PARAM_GET_CHANNELS) == model.channels, "channels");
-        const int32_t processing = Get(PARAM_GET_PROCESSING), ready = Get(PARAM_GET_READY);
+        Demand(instance->Get(PARAM_GET_VERSION) == kLibraryVersionWord, "version");
+        Demand(instance->Get(PARAM_GET_ENABLED) == (model.enabled ? 1 : 0), "enabled");
+        Demand(instance->Get(PARAM_GET_MODE) == model.mode, "mode");
+        Demand(instance->Get(PARAM_GET_SAMPLING_RATE) == model.rate, "rate");
+        Demand(instance->Get(PARAM_GET_CHANNELS) == model.channels, "channels");
+        const int32_t processing = instance->Get(PARAM_GET_PROCESSING);
+        const int32_t ready = instance->Get(PARAM_GET_READY);
         Demand(processing == 0 || processing == 1, "processing");
         Demand(ready == 0 || model.configured, "not ready without a configuration");
         Demand(ready == 1 || !model.configured || !MemoryWasThere(), "ready once configured");
@@ -241,7 +231,7 @@ struct Session {
         uint32_t effects = 0;
         Demand(EffectQueryNumberEffects(&effects) == kStatusOk && effects == 1, "one effect");
         Demand(EffectQueryEffect(0, &listed) == kStatusOk &&
-                   EffectGetDescriptor(&kUuid, &found) == kStatusOk &&
+                   EffectGetDescriptor(&kOrvaneUuid, &found) == kStatusOk &&
                    (*handle)->get_descriptor(handle, &own) == kStatusOk &&
                    std::memcmp(&listed, &found, sizeof found) == 0 &&
                    std::memcmp(&listed, &own, sizeof own) == 0,
@@ -251,8 +241,8 @@ struct Session {
         audio_buffer_s one = {1, sample}, two = {2, sample};
         for (const int32_t status :
              {EffectQueryEffect(0, nullptr), EffectGetDescriptor(nullptr, &found),
-              EffectGetDescriptor(&kUuid, nullptr), EffectCreate(nullptr, 0, 0, &handle),
-              EffectCreate(&kUuid, 0, 0, nullptr), EffectRelease(nullptr),
+              EffectGetDescriptor(&kOrvaneUuid, nullptr), EffectCreate(nullptr, 0, 0, &handle),
+              EffectCreate(&kOrvaneUuid, 0, 0, nullptr), EffectRelease(nullptr),
               table.get_descriptor(handle, nullptr), table.process(nullptr, &one, &one),
               table.process(handle, &one, &two), table.process(handle, &one, nullptr),
               table.command(nullptr, 0, 0, nullptr, nullptr, nullptr)})
@@ -261,7 +251,8 @@ struct Session {
         Demand(EffectGetDescriptor(&listed.type, &found) == kStatusNotFound, "other uuid");
     }
 
-    effect_handle_t handle = nullptr;
+    std::optional<ClientInstance> instance;
+    effect_handle_t handle = nullptr;  // the instance's
     Model model;
     uint64_t refusedBefore = 0;  // allocations, when the instance was created
     uint32_t noise = 0x2545F491;

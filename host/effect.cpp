@@ -2,13 +2,11 @@
 
 #include <cstring>
 
+#include "dsp/stream.h"
 #include "host/reply.h"
 #include "platform/log.h"
 
 namespace {
-
-constexpr uint32_t kLowestRate = 32000;
-constexpr uint32_t kHighestRate = 48000;
 
 // 0: not supported.
 uint32_t ChannelCount(uint32_t mask) {
@@ -44,7 +42,7 @@ int32_t Effect::configure(const void* pConfig) {
                     static_cast<int>(in.samplingRate), static_cast<int>(out.samplingRate));
             return kStatusInvalid;
         }
-        if (in.samplingRate < kLowestRate || in.samplingRate > kHighestRate) {
+        if (in.samplingRate < kLowestRateHz || in.samplingRate > kHighestRateHz) {
             LogInfo("Quenthra disabled, reason [in.samplingRate != [32000, 44100, 48000]");
             return kStatusInvalid;
         }

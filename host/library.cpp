@@ -1,10 +1,13 @@
 #include "host/library.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 
+#include "host/identity.h"
 #include "platform/file.h"
 #include "platform/log.h"
 #include "unit/parameters.h"
@@ -12,27 +15,27 @@
 
 namespace {
 
-constexpr char kName[] = "Quenthra Orvane v2";
-constexpr char kImplementor[] = "Hollin.RDT";
 // While this file exists the effect presents itself under the platform's bass-boost type.
 constexpr char kSafeModeMarker[] = "qth_ov_safemode.sig";
-
-constexpr effect_uuid_s kImplementationUuid = {
-    0xd92c3a90, 0x3e26, 0x11e2, 0xa25f, {0x08, 0x00, 0x20, 0x0c, 0x9a, 0x66}};
-constexpr effect_uuid_s kOwnType = {
-    0xaa48cf24, 0x9ae1, 0x4045, 0xacb9, {0x4f, 0xe1, 0xe1, 0x56, 0x47, 0x5b}};
-constexpr effect_uuid_s kBassBoostType = {
-    0x0634f220, 0xddd4, 0x11db, 0xa0fc, {0x00, 0x02, 0xa5, 0xd5, 0xc5, 0x1b}};
 
 constexpr uint16_t kCpuLoad = 10;      // 0.1 MIPS
 constexpr uint16_t kMemoryUsage = 24;  // KiB
 
-constexpr effect_descriptor_t gDescriptorSafeMode = {
-    kBassBoostType, kImplementationUuid, EFFECT_CONTROL_API_VERSION, EFFECT_FLAG_INSERT_LAST,
-    kCpuLoad,       kMemoryUsage,        "Quenthra Orvane v2",       "Hollin.RDT"};
-constexpr effect_descriptor_t gDescriptorNormal = {
-    kOwnType, kImplementationUuid, EFFECT_CONTROL_API_VERSION, EFFECT_FLAG_INSERT_LAST,
-    kCpuLoad, kMemoryUsage,        "Quenthra Orvane v2",       "Hollin.RDT"};
+constexpr effect_descriptor_t Describe(const effect_uuid_s& type) {
+    effect_descriptor_t descriptor = {type,
+                                      kOrvaneUuid,
+                                      EFFECT_CONTROL_API_VERSION,
+                                      EFFECT_FLAG_INSERT_LAST,
+                                      kCpuLoad,
+                                      kMemoryUsage,
+                                      {},
+                                      {}};
+    std::copy(std::begin(kEffectName), std::end(kEffectName), descriptor.name);
+    std::copy(std::begin(kImplementor), std::end(kImplementor), descriptor.implementor);
+    return descriptor;
+}
+constexpr effect_descriptor_t gDescriptorSafeMode = Describe(kBassBoostType);
+constexpr effect_descriptor_t gDescriptorNormal = Describe(kOrvaneType);
 
 // What a handle points at. The framework reads the interface table through the first word.
 struct EffectInstance {
@@ -91,12 +94,27 @@ int32_t InterfaceGetDescriptor(effect_handle_t self, effect_descriptor_t* pDescr
 constexpr effect_interface_s gEffectInterface = {InterfaceProcess, InterfaceCommand,
                                                  InterfaceGetDescriptor, nullptr};
 
-int32_t QueryNumberEffects(uint32_t* pNumEffects) {
+}  // namespace
+
+int32_t uuidToString(const effect_uuid_s* uuid, char* out) {
+    std::snprintf(out, kUuidTextSize, "%08x-%04x-%04x-%04x-%02x%02x%02x%02x%02x%02x", uuid->timeLow,
+                  uuid->timeMid, uuid->timeHiAndVersion, uuid->clockSeq, uuid->node[0],
+                  uuid->node[1], uuid->node[2], uuid->node[3], uuid->node[4], uuid->node[5]);
+    return kStatusOk;
+}
+
+int32_t checkSignal(const char* name) {
+    return DataFileExists(name) ? 1 : 0;
+}
+
+extern "C" {
+
+int32_t EffectQueryNumberEffects(uint32_t* pNumEffects) {
     if (pNumEffects != nullptr) *pNumEffects = 1;
     return kStatusOk;
 }
 
-int32_t QueryEffect(uint32_t index, effect_descriptor_t* pDescriptor) {
+int32_t EffectQueryEffect(uint32_t index, effect_descriptor_t* pDescriptor) {
     LogInfo("Enter EffectQueryEffect(), index = %d", static_cast<int>(index));
     if (pDescriptor == nullptr) {
         LogInfo("EffectQueryEffect(), Error [pDescriptor = NULL]");
@@ -111,7 +129,7 @@ int32_t QueryEffect(uint32_t index, effect_descriptor_t* pDescriptor) {
     return kStatusOk;
 }
 
-int32_t GetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDescriptor) {
+int32_t EffectGetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDescriptor) {
     LogInfo("Enter EffectGetDescriptor()");
     if (uuid == nullptr) {
         LogInfo("EffectGetDescriptor(), uuid = NULL");
@@ -134,8 +152,8 @@ int32_t GetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDescripto
     return kStatusOk;
 }
 
-int32_t Create(const effect_uuid_s* uuid, int32_t /*sessionId*/, int32_t /*ioId*/,
-               effect_handle_t* pHandle) {
+int32_t EffectCreate(const effect_uuid_s* uuid, int32_t /*sessionId*/, int32_t /*ioId*/,
+                     effect_handle_t* pHandle) {
     LogInfo("Enter EffectCreate()");
     if (uuid == nullptr) {
         LogInfo("EffectCreate(), Error [uuid = NULL]");
@@ -176,7 +194,7 @@ int32_t Create(const effect_uuid_s* uuid, int32_t /*sessionId*/, int32_t /*ioId*
     return kStatusOk;
 }
 
-int32_t Release(effect_handle_t handle) {
+int32_t EffectRelease(effect_handle_t handle) {
     if (handle == nullptr) return kStatusInvalid;
     LogInfo("EffectRelease(), Deconstructing ProcessUnit");
     EffectInstance* const instance = InstanceOf(handle);
@@ -185,49 +203,25 @@ int32_t Release(effect_handle_t handle) {
     return kStatusOk;
 }
 
-}  // namespace
-
-int32_t uuidToString(const effect_uuid_s* uuid, char* out) {
-    std::snprintf(out, kUuidTextSize, "%08x-%04x-%04x-%04x-%02x%02x%02x%02x%02x%02x", uuid->timeLow,
-                  uuid->timeMid, uuid->timeHiAndVersion, uuid->clockSeq, uuid->node[0],
-                  uuid->node[1], uuid->node[2], uuid->node[3], uuid->node[4], uuid->node[5]);
-    return kStatusOk;
-}
-
-int32_t checkSignal(const char* name) {
-    return DataFileExists(name) ? 1 : 0;
-}
-
-// The record points at functions of this file only: the platform's loader exports functions with
-// the names of the entry points below.
-extern "C" {
+// The record holds hidden second names of the entry points: the platform's loader exports functions
+// with their first ones, and a name that can be looked up would lead there.
+#define OWN_FUNCTION(name) \
+    __attribute__((alias("Effect" #name), visibility("hidden"))) decltype(Effect##name) Own##name
+OWN_FUNCTION(QueryNumberEffects);
+OWN_FUNCTION(QueryEffect);
+OWN_FUNCTION(Create);
+OWN_FUNCTION(Release);
+OWN_FUNCTION(GetDescriptor);
 
 const audio_effect_library_t AELI = {AUDIO_EFFECT_LIBRARY_TAG,
                                      EFFECT_LIBRARY_API_VERSION,
-                                     kName,
+                                     kEffectName,
                                      kImplementor,
-                                     QueryNumberEffects,
-                                     QueryEffect,
-                                     Create,
-                                     Release,
-                                     GetDescriptor};
-
-int32_t EffectQueryNumberEffects(uint32_t* pNumEffects) {
-    return QueryNumberEffects(pNumEffects);
-}
-int32_t EffectQueryEffect(uint32_t index, effect_descriptor_t* pDescriptor) {
-    return QueryEffect(index, pDescriptor);
-}
-int32_t EffectCreate(const effect_uuid_s* uuid, int32_t sessionId, int32_t ioId,
-                     effect_handle_t* pHandle) {
-    return Create(uuid, sessionId, ioId, pHandle);
-}
-int32_t EffectRelease(effect_handle_t handle) {
-    return Release(handle);
-}
-int32_t EffectGetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDescriptor) {
-    return GetDescriptor(uuid, pDescriptor);
-}
+                                     OwnQueryNumberEffects,
+                                     OwnQueryEffect,
+                                     OwnCreate,
+                                     OwnRelease,
+                                     OwnGetDescriptor};
 
 int GetLibraryVersionMain() {
     return (kLibraryVersionWord >> 24) & 0xFF;

@@ -4,24 +4,25 @@
 #include <cstddef>
 
 #include "platform/effect_api.h"
+#include "platform/export.h"
 
 extern "C" {
-extern const audio_effect_library_t AELI;
+ORVANE_API extern const audio_effect_library_t AELI;
 
 // Statuses: 0, -22 invalid argument, -2 not found. Failed calls leave the caller's memory alone.
 // Any thread.
-int32_t EffectQueryNumberEffects(uint32_t* pNumEffects);
-int32_t EffectQueryEffect(uint32_t index, effect_descriptor_t* pDescriptor);
-int32_t EffectCreate(const effect_uuid_s* uuid, int32_t sessionId, int32_t ioId,
-                     effect_handle_t* pHandle);
-int32_t EffectRelease(effect_handle_t handle);
-int32_t EffectGetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDescriptor);
+ORVANE_API int32_t EffectQueryNumberEffects(uint32_t* pNumEffects);
+ORVANE_API int32_t EffectQueryEffect(uint32_t index, effect_descriptor_t* pDescriptor);
+ORVANE_API int32_t EffectCreate(const effect_uuid_s* uuid, int32_t sessionId, int32_t ioId,
+                                effect_handle_t* pHandle);
+ORVANE_API int32_t EffectRelease(effect_handle_t handle);
+ORVANE_API int32_t EffectGetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDescriptor);
 
-int GetLibraryVersionMain();
-int GetLibraryVersionSub();
-int GetLibraryVersionExt();
-int GetLibraryVersionBuild();
-const char* GetLibraryVersionCodename();
+ORVANE_API int GetLibraryVersionMain();
+ORVANE_API int GetLibraryVersionSub();
+ORVANE_API int GetLibraryVersionExt();
+ORVANE_API int GetLibraryVersionBuild();
+ORVANE_API const char* GetLibraryVersionCodename();
 }
 
 constexpr size_t kUuidTextSize = 37;  // 36 characters and a NUL

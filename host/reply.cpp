@@ -26,10 +26,9 @@ bool Reply::FitsParameter() const {
 }
 
 void Reply::WriteStatus(int32_t status) {
-    if (offered >= kStatusBytes)
-        StoreWord(0, status);
-    else
-        StoreSize(0);
+    if (offered >= kStatusBytes) StoreWord(0, status);
+    if (offered < kStatusBytes) StoreSize(0);
+    if (offered > kStatusBytes) StoreSize(kStatusBytes);
 }
 
 void Reply::WriteParameter(int32_t value) {

@@ -2,6 +2,9 @@
 //
 // Nothing is written beyond what is offered; a reply that doesn't fit is left out, and the reply
 // size, if the caller gave one, becomes 0. The blocks may lie at any address.
+//
+// Where more is offered than a reply takes, the reply size becomes the reply's: the platform's
+// server sends that many bytes of its block back to the application, and never cleared the block.
 #pragma once
 #include <cstdint>
 

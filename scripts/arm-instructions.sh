@@ -1,6 +1,7 @@
 #!/bin/sh
-# Counts the instructions that the chain executes on the device: for music by stage and function, in
-# the tables of docs/performance.md, and for the worst input and settings in docs/real-time.md.
+# Counts the instructions that the chain executes on the device: for music by stage, function and
+# combination of stages, in docs/performance.md, and for the worst input and settings in
+# docs/real-time.md.
 #
 # usage: arm-instructions.sh [--check]    --check: fail if a document says otherwise
 set -eu
@@ -17,10 +18,10 @@ cmake --build "$build" --target chain_load >/dev/null
 c++ -std=c++20 -O2 -fPIC -shared -fvisibility=hidden -o "$plugin" bench/count_instructions.cpp
 arm-linux-gnueabi-nm -nC "$program" >"$work/symbols"
 
-# FRAMES LOAD: what is counted goes to the file FRAMES.LOAD.
+# FRAMES LOAD [STAGES], as chain_load has them: what is counted goes to the file FRAMES.LOAD[STAGES].
 count() {
-    qemu-arm -plugin "$plugin,symbols=$work/symbols" -d plugin -D "$work/$1.$2" \
-        "$program" "$1" "$2" 2>/dev/null
+    qemu-arm -plugin "$plugin,symbols=$work/symbols" -d plugin -D "$work/$1.$2${3:-}" \
+        "$program" "$@" 2>/dev/null
 }
 for frames in 256 1024 4096; do count "$frames" music; done
 
@@ -81,35 +82,70 @@ awk -F'\t' '
                 printf "%d\t| %s | %.0f | %.1f %% |\n", lines[line], line,
                     lines[line] / frames, 100 * lines[line] / total >functions_file
     }' kinds_file="$work/kinds" functions_file="$work/functions" "$work/1024.music"
-{
-    cat "$work/stages"
-    echo
-    echo "| code, calls of 1024 frames | instructions a frame | share |"
-    echo "|---|---:|---:|"
-    sort -rn "$work/kinds" | cut -f2-
-    echo
-    echo "| stage | function (from half a percent up) | instructions a frame | share |"
-    echo "|---|---|---:|---:|"
-    sort -rn "$work/functions" | cut -f2-
-} | scripts/fill-table.sh docs/performance.md "instruction tables" "$@"
 
-{
-    echo "| process on the device, calls of 1024 frames | instructions a frame | of noise |"
-    echo "|---|---:|---:|"
-    while IFS=: read -r load name; do
-        count 1024 "$load"
-        awk -F'\t' -v name="$name" -v noise="${noise:-0}" '
-            $1 == "calls" { frames = $2 * 1024 }
-            $1 == "count" { total += $3 }
-            END { printf "| %s | %.0f | %.2f |\n", name, total / frames,
-                      total / (noise ? noise : total)
-                  printf "%.0f", total >total_file }' total_file="$work/total" "$work/1024.$load"
-        : "${noise:=$(cat "$work/total")}"
-    done <<END
+# What clock that takes. A call must be finished before the next buffer is due.
+while IFS=: read -r stages name; do
+    for frames in 256 1024; do count "$frames" music "$stages"; done
+    awk -F'\t' -v name="$name" '
+        function clock(instructions) {  # a frame
+            return sprintf(" %.0f | %.0f |", instructions * 44100 / 1e6,
+                           1.4 * instructions * 44100 / 1e6)
+        }
+        FNR == 1 { size = ++file == 1 ? 256 : 1024 }
+        $1 == "calls" { frames = $2 * size }
+        $1 == "worst" { dearest[file] = $2 / size }
+        $1 == "count" && file == 2 { total += $3 }
+        END {
+            printf "| %s | %.0f |%s%s%s\n", name, total / frames, clock(total / frames),
+                clock(dearest[2]), clock(dearest[1])
+        }' "$work/256.music$stages" "$work/1024.music$stages"
+done >"$work/clocks" <<END
+0:output limiters alone
+1:playback gain
+2:equalizer
+3:playback gain, equalizer
+4:enhancer
+5:playback gain, enhancer
+6:equalizer, enhancer
+7:everything
+END
+
+while IFS=: read -r load name; do
+    count 1024 "$load"
+    awk -F'\t' -v name="$name" -v noise="${noise:-0}" '
+        $1 == "calls" { frames = $2 * 1024 }
+        $1 == "count" { total += $3 }
+        END { printf "| %s | %.0f | %.2f |\n", name, total / frames, total / (noise ? noise : total)
+              printf "%.0f", total >total_file }' total_file="$work/total" "$work/1024.$load"
+    : "${noise:=$(cat "$work/total")}"
+done >"$work/worst" <<END
 noise:noise
 silence:silence
 decay:silence after a buffer of noise: decay into denormals
 least:noise, every parameter the least int32
 largest:noise, every parameter the largest int32
 END
-} | scripts/fill-table.sh docs/real-time.md "worst cases" "$@"
+
+scripts/fill_in.py "$@" docs/performance.md docs/real-time.md <<REGIONS
+generated: clock-table
+| on, with the output limiters | instructions a frame | mean, MHz at 1 | at 1.4 | dearest call of 1024, at 1 | at 1.4 | dearest call of 256, at 1 | at 1.4 |
+|---|---:|---:|---:|---:|---:|---:|---:|
+$(cat "$work/clocks")
+end generated
+generated: instruction-tables
+$(cat "$work/stages")
+
+| code, calls of 1024 frames | instructions a frame | share |
+|---|---:|---:|
+$(sort -rn "$work/kinds" | cut -f2-)
+
+| stage | function (from half a percent up) | instructions a frame | share |
+|---|---|---:|---:|
+$(sort -rn "$work/functions" | cut -f2-)
+end generated
+generated: worst-cases
+| process on the device, calls of 1024 frames | instructions a frame | of noise |
+|---|---:|---:|
+$(cat "$work/worst")
+end generated
+REGIONS

@@ -1,15 +1,16 @@
 #!/bin/sh
 # Builds the library for the device and fills in the table of docs/device.md: what it needs there.
+# The heap is that of the emulated build, which has a program to measure it.
 #
 # usage: device-table.sh [--check]    --check: fail if the document says otherwise
 set -eu
 cd "$(dirname "$0")/.."
 build=build/arm-softfloat
-library=$build/libqth_orvane_ics_NOVFP.so
+library=$build/android/device/libqth_orvane_ics_NOVFP.so
 prefix=arm-linux-gnueabi-
 
 cmake --preset arm-softfloat -DORVANE_BENCH=ON >/dev/null
-cmake --build "$build" --target qth_orvane instance_memory >/dev/null
+cmake --build "$build" --target qth_orvane_device qth_orvane instance_memory >/dev/null
 
 # Memory of the read-only, writable and zeroed segments: text, data, bss.
 sizes=$("${prefix}size" "$library" | tail -n 1)
@@ -27,16 +28,18 @@ undefined=$("${prefix}nm" -D -u "$library" |
 exported=$("${prefix}nm" -D --defined-only "$library" | wc -l)
 heap=$(qemu-arm -L /usr/arm-linux-gnueabi "$build/bench/instance_memory" 2>/dev/null)
 
-scripts/fill-table.sh docs/device.md "device table" "$@" <<TABLE
+scripts/fill_in.py "$@" docs/device.md <<TABLE
+generated: device-table
 | What | How much |
 |---|---|
 | text: code and constants | $(size_of 1) bytes |
 | data: tables of addresses, written by the loader | $(size_of 2) bytes |
 | &nbsp;&nbsp;of that read-only once loaded | $((relocated)) bytes |
 | bss: zeroed data | $(size_of 3) bytes |
-| writable objects, all of them start-up code's | $writable |
+| objects that stay writable | ${writable:-none} |
 | heap of one instance, 44100 Hz, stereo, everything on | $heap bytes |
 | shared libraries | $needed |
 | functions of them | $undefined |
 | exported symbols | $exported |
+end generated
 TABLE

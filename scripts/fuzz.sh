@@ -1,38 +1,52 @@
 #!/bin/sh
 # Builds the fuzz targets, replays their corpus and fuzzes on from it.
 #
-# usage: scripts/fuzz.sh SECONDS [coverage]
+# usage: scripts/fuzz.sh SECONDS [coverage|keep]
 #
-# SECONDS: per target; 0 replays the corpus only. New inputs are collected in
-# build/fuzz/found/TARGET, finds are left in build/fuzz/finds. `coverage` also prints the line
-# coverage of host/ and unit/ by everything collected. Exits with 1 on a find.
+# SECONDS: per target; 0 replays the corpus only. The corpus is unpacked from fuzz/corpus into
+# build/fuzz/corpus/TARGET. New inputs are collected in build/fuzz/found/TARGET, finds are left in
+# build/fuzz/finds. `keep` packs the least of the corpus and the new inputs that reaches each edge of the
+# code that they reach into fuzz/corpus again; `coverage` prints the line coverage of host/ and unit/ by everything collected. Exits with 1 on a
+# find.
 set -eu
 cd "$(dirname "$0")/.."
 seconds=$1
 cmake --preset fuzz > /dev/null
 cmake --build --preset fuzz
-mkdir -p build/fuzz/finds
+cd build/fuzz
+rm -rf corpus first
+mkdir -p finds first/fuzz_classes
+../../fuzz/corpus.py scenarios ../../tests/data/runs/*.txt first/fuzz_host
 for target in fuzz_host fuzz_classes; do
-    binary=build/fuzz/fuzz/$target
-    found=build/fuzz/found/$target
-    log=build/fuzz/$target.log
-    mkdir -p "$found"
-    if ! "$binary" -runs=0 -artifact_prefix=build/fuzz/finds/ "fuzz/corpus/$target" > "$log" 2>&1; then
+    binary=fuzz/$target
+    log=$target.log
+    mkdir -p "found/$target"
+    ../../fuzz/corpus.py unpack "../../fuzz/corpus/$target.txt" "corpus/$target"
+    # The first inputs come from the recorded runs each time and aren't packed.
+    find "first/$target" -type f -exec cp {} "corpus/$target" \;
+    inputs=$(find "corpus/$target" -type f | wc -l)
+    if ! "$binary" -runs=0 -artifact_prefix=finds/ "corpus/$target" > "$log" 2>&1; then
         cat "$log"
         echo "$target: an input of the corpus fails"
         exit 1
     fi
     if [ "$seconds" -gt 0 ] &&
         ! "$binary" -max_total_time="$seconds" -max_len=1024 -print_final_stats=1 \
-            -artifact_prefix=build/fuzz/finds/ "$found" "fuzz/corpus/$target" > "$log" 2>&1; then
+            -artifact_prefix=finds/ "found/$target" "corpus/$target" > "$log" 2>&1; then
         tail -60 "$log"
         echo "$target: a find, see build/fuzz/finds"
         exit 1
     fi
-    inputs=$(find "fuzz/corpus/$target" -type f | wc -l)
     executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
     echo "$target: $inputs inputs replayed, ${executions:-no other} executions, no find"
+    [ "${2:-}" = keep ] || continue
+    cp -r "first/$target" kept
+    "$binary" -merge=1 -use_counters=0 kept "corpus/$target" "found/$target" > "$log" 2>&1
+    (cd "first/$target" && find . -type f) | (cd kept && xargs rm -f)
+    ../../fuzz/corpus.py pack kept "../../fuzz/corpus/$target.txt"
+    rm -r kept
 done
+cd ../..
 [ "${2:-}" = coverage ] || exit 0
 
 cmake --preset fuzz -B build/fuzz-coverage -DORVANE_SANITIZE=fuzzer-no-link \
@@ -41,7 +55,7 @@ cmake --build build/fuzz-coverage --target fuzz_host fuzz_classes
 cd build/fuzz-coverage
 for target in fuzz_host fuzz_classes; do
     LLVM_PROFILE_FILE=$target.profraw fuzz/$target -runs=0 \
-        "../../fuzz/corpus/$target" "../fuzz/found/$target" > /dev/null 2>&1
+        "../fuzz/corpus/$target" "../fuzz/found/$target" > /dev/null 2>&1
 done
 llvm-profdata-14 merge -o fuzz.profdata fuzz_host.profraw fuzz_classes.profraw
 llvm-cov-14 report fuzz/fuzz_host -object fuzz/fuzz_classes -instr-profile=fuzz.profdata \

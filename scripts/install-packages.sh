@@ -9,7 +9,7 @@ render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-
   nlohmann-json3-dev libfftw3-dev gnuplot-nox fonts-dejavu-core caveexpress-data"
 test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang-tools
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git"
-arm="g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
+arm="cmake ninja-build python3 g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
 
 wanted=
 for job in "$@"; do

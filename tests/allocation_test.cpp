@@ -5,7 +5,7 @@
 
 #include <climits>
 
-#include "framework_client.h"
+#include "library_under_test.h"
 #include "muted_log.h"
 
 namespace {

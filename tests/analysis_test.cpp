@@ -1,5 +1,5 @@
 // What the pictures are drawn from: signals whose measures are known beforehand.
-#include "tools/analysis.h"
+#include "render/pictures/analysis.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <numbers>
 #include <random>
 
-#include "tools/gnuplot.h"
+#include "render/pictures/gnuplot.h"
 
 namespace {
 

@@ -1,16 +1,20 @@
 // What the standard commands, parameter records and process calls do to one instance.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <functional>
-
 #include "captured_log.h"
 #include "fake_device.h"
-#include "framework_client.h"
+#include "library_under_test.h"
 
 namespace {
 
 using Samples = std::vector<int16_t>;
+
+// A configuration that is rejected behind its rate and channels.
+effect_config_t Rejected(uint32_t rate, uint32_t channels) {
+    effect_config_t config = MakeConfig(rate, channels);
+    config.outputCfg.format = 0;
+    return config;
+}
 
 // What a new instance with everything on makes of `in`.
 Samples Fresh(uint32_t rate, uint32_t channels, const Samples& in, uint32_t frames) {
@@ -23,9 +27,7 @@ TEST(Commands, WhatARejectedConfigurationStoredReachesTheProcessorsWithTheNextAc
     const Samples noise = NoiseSamples(20000, 12000);
     Instance instance;
     instance.Start(44100, 1);
-    effect_config_t rejected = MakeConfig(48000, 2);
-    rejected.outputCfg.format = 0;
-    ASSERT_EQ(instance.Configure(rejected), -22);
+    ASSERT_EQ(instance.Configure(Rejected(48000, 2)), -22);
     EXPECT_EQ(instance.Get(PARAM_GET_READY), 0);
     Samples out(4096, 77);
     EXPECT_EQ(instance.Process(noise.data(), out.data(), 2048), -61);
@@ -44,49 +46,56 @@ TEST(Commands, WhatARejectedConfigurationStoredReachesTheProcessorsWithTheNextAc
 TEST(Commands, ParameterRecordsAreTakenOrRefused) {
     // Words beyond the command's size are there, but not the library's to read.
     const struct {
+        const char* what;
         uint32_t code, size;
         int32_t words[9];
         int32_t status;
     } rows[] = {
-        {5, 20, {-9, 4, 4, 0x20001, 1}, 0},
-        {5, 32, {0, 4, 4, 0x20001, 1, 2, 3, 4}, 0},
-        {5, 24, {0, 4, 8, 0x20007, 3, -450}, 0},
-        {5, 28, {0, 4, 12, 0x20007, 3, 5, 6}, 0},
-        {5, 36, {0, 4, 16, -1, 1, 2, 3, -4, 5}, 0},
-        {5, 20, {0, 8, 4, 0x20001, 0}, -22},
-        {5, 20, {0, 3, 4, 0x20001, 0}, -22},
-        {5, 36, {0, 4, 0, 0x20001, 0}, -22},
-        {5, 36, {0, 4, 5, 0x20001, 0}, -22},
-        {5, 36, {0, 4, 20, 0x20001, 0}, -22},
-        {5, 36, {0, 4, -4, 0x20001, 0}, -22},
-        {5, 23, {0, 4, 8, 0x20001, 0}, -22},
-        {5, 16, {0, 4, 4, 0x20001, 0}, -22},
-        {8, 16, {0, 4, 4, 0x8000}, -22},
-        {8, 16, {0, 4, 4, 0x8008}, -22},
-        {8, 16, {0, 8, 4, 0x8001}, -22},
-        {8, 15, {0, 4, 4, 0x8001}, -22},
-        {8, 16, {0, 4, 0, 0x8001}, 0},
+        {"one value", 5, 20, {-9, 4, 4, 0x20001, 1}, 0},
+        {"more than its value", 5, 32, {0, 4, 4, 0x20001, 1, 2, 3, 4}, 0},
+        {"two values", 5, 24, {0, 4, 8, 0x20007, 3, -450}, 0},
+        {"three values", 5, 28, {0, 4, 12, 0x20007, 3, 5, 6}, 0},
+        {"four values, unknown", 5, 36, {0, 4, 16, -1, 1, 2, 3, -4, 5}, 0},
+        {"two identifiers", 5, 20, {0, 8, 4, 0x20001, 0}, -22},
+        {"a part of an identifier", 5, 20, {0, 3, 4, 0x20001, 0}, -22},
+        {"no value", 5, 36, {0, 4, 0, 0x20001, 0}, -22},
+        {"half a value", 5, 36, {0, 4, 2, 0x20001, 0}, -22},
+        {"a value and a byte", 5, 36, {0, 4, 5, 0x20001, 0}, -22},
+        {"five values", 5, 36, {0, 4, 20, 0x20001, 0}, -22},
+        {"2^32 - 4 bytes of values", 5, 36, {0, 4, -4, 0x20001, 0}, -22},
+        {"shorter than its values", 5, 23, {0, 4, 8, 0x20001, 0}, -22},
+        {"without its value", 5, 16, {0, 4, 4, 0x20001, 0}, -22},
+        {"below the queries", 8, 16, {0, 4, 4, 0x8000}, -22},
+        {"above the queries", 8, 16, {0, 4, 4, 0x8008}, -22},
+        {"two queries", 8, 16, {0, 8, 4, 0x8001}, -22},
+        {"a part of a query", 8, 15, {0, 4, 4, 0x8001}, -22},
+        {"a query of any value size", 8, 16, {0, 4, 0, 0x8001}, 0},
     };
     Instance instance;
     {
         const CapturedLog log("parameters");
-        for (size_t row = 0; row < std::size(rows); ++row) {
+        for (const auto& row : rows) {
             // Odd addresses for every block.
             unsigned char data[41], reply[41], replySize[5];
             std::memset(reply, 0x5A, sizeof reply);
-            std::memcpy(data + 1, rows[row].words, sizeof rows[row].words);
+            std::memcpy(data + 1, row.words, sizeof row.words);
             const uint32_t offered = 20;
             std::memcpy(replySize + 1, &offered, 4);
-            EXPECT_EQ((*instance.handle)
-                          ->command(instance.handle, rows[row].code, rows[row].size, data + 1,
-                                    reinterpret_cast<uint32_t*>(replySize + 1), reply + 1),
-                      0);
+            (*instance.handle)
+                ->command(instance.handle, row.code, row.size, data + 1,
+                          reinterpret_cast<uint32_t*>(replySize + 1), reply + 1);
             int32_t status = 1;
             std::memcpy(&status, reply + 1, 4);
-            EXPECT_EQ(status, rows[row].status) << row;
+            EXPECT_EQ(status, row.status) << row.what;
         }
     }
     EXPECT_EQ(instance.Get(PARAM_GET_MODE), 1);
+
+    // A client in the server's own process hands the same memory over for command and reply.
+    int32_t block[] = {9, 4, 4, PARAM_GET_CHANNELS, 9};
+    uint32_t size = sizeof block;
+    (*instance.handle)->command(instance.handle, EFFECT_CMD_GET_PARAM, 16, block, &size, block);
+    EXPECT_EQ(std::vector(block, block + 5), (std::vector{0, 4, 4, int{PARAM_GET_CHANNELS}, 2}));
 }
 
 TEST(Commands, QueriesAnswerAsSet) {
@@ -118,10 +127,8 @@ TEST(Commands, QueriesAnswerAsSet) {
         EXPECT_EQ(instance.Get(PARAM_GET_PROCESSING), 0);
         instance.Set(PARAM_SET_TIMESTAMP_ENABLE, {256});
         instance.Process(&sample, &sample, 1);
-        EXPECT_EQ(processing(seconds * 1000000 + 1122999), 1);
-        EXPECT_EQ(processing(seconds * 1000000 + 1123000), 0);
-        EXPECT_EQ(processing(seconds * 1000000 - 875000), 1);
-        EXPECT_EQ(processing(seconds * 1000000 - 877000), 0);
+        for (const int64_t us : {1122999, 1123000, -875000, -877000})
+            EXPECT_EQ(processing(seconds * 1000000 + us), us == 1122999 || us == -875000) << us;
     }
     device.clockUs = -1;
     instance.Disable();
@@ -136,79 +143,52 @@ TEST(Commands, ProcessNeedsWholeRecordsAndAnEnabledConfiguredUnit) {
     const auto process = [&](audio_buffer_s* a, audio_buffer_s* b) {
         return (*instance.handle)->process(instance.handle, a, b);
     };
-    const auto refused = [&] {
-        EXPECT_EQ(process(nullptr, &target), -22);
-        EXPECT_EQ(process(&good, nullptr), -22);
-        EXPECT_EQ(process(&null, &target), -22);
-        EXPECT_EQ(process(&good, &null), -22);
-        EXPECT_EQ(process(&good, &other), -22);
+    const auto steps = {+[](Instance&) {}, +[](Instance& i) { i.Enable(); },
+                        +[](Instance& i) { i.Disable(), i.Configure(44100, 2); },
+                        +[](Instance& i) { i.Enable(); }};
+    size_t step = 0;
+    for (const auto act : steps) {
+        act(instance);
+        for (audio_buffer_s* const bad : {&null, &other, static_cast<audio_buffer_s*>(nullptr)}) {
+            EXPECT_EQ(process(bad, &target), -22);
+            EXPECT_EQ(process(&good, bad), -22);
+        }
         EXPECT_EQ(process(&empty, &empty), -61);
-    };
-    refused();
-    EXPECT_EQ(process(&good, &target), -61);
-    instance.Enable();
-    EXPECT_EQ(process(&good, &target), -61);
-    instance.Disable();
-    instance.Configure(44100, 2);
-    EXPECT_EQ(process(&good, &target), -61);
-    EXPECT_EQ(out, Samples(512, 77));
-    instance.Enable();
-    refused();
-    EXPECT_EQ(process(&good, &target), 0);
+        EXPECT_EQ(out, Samples(512, 77));
+        EXPECT_EQ(process(&good, &target), ++step == steps.size() ? 0 : -61);
+    }
     EXPECT_EQ(out[510], 998);  // behind 255 frames of silence
     EXPECT_EQ(out[509], 0);
 }
 
-TEST(Commands, OutputIsOverwrittenInPlaceOrElsewhere) {
-    const Samples in = NoiseSamples(12288, 12000);
-    const Samples expected = Fresh(44100, 2, in, 300);
-    // Two buffers of silence while the enhancer gathers its first block.
-    EXPECT_EQ(Samples(expected.begin(), expected.begin() + 1200), Samples(1200));
-    for (const uint8_t access : {EFFECT_BUFFER_ACCESS_WRITE, EFFECT_BUFFER_ACCESS_ACCUMULATE}) {
-        for (const int garbage : {-32768, 1, 0}) {  // 0: in place
-            Instance instance;
-            effect_config_t config = MakeConfig(44100, 2);
-            config.outputCfg.accessMode = access;
-            instance.Start(44100, 2);
-            instance.Configure(config);
-            Samples input = in, output(in.size(), static_cast<int16_t>(garbage));
-            for (uint32_t at = 0; at < in.size() / 2; at += 300) {
-                const uint32_t frames = std::min(300U, static_cast<uint32_t>(in.size() / 2) - at);
-                int16_t* const source = input.data() + 2 * size_t{at};
-                int16_t* const target = garbage == 0 ? source : output.data() + 2 * size_t{at};
-                ASSERT_EQ(instance.Process(source, target, frames), 0);
-            }
-            EXPECT_EQ(garbage == 0 ? input : output, expected);
-            EXPECT_TRUE(garbage == 0 || input == in);
-        }
-    }
-}
-
 TEST(Commands, WhatResetsMakesANewInstanceAndWhatDoesNotGoesOn) {
     const Samples in = NoiseSamples(6000, 12000);
+    using I = Instance&;
     const struct {
-        std::function<void(Instance&)> act;
+        const char* what;
+        void (*act)(I);
         bool resets;
     } rows[] = {
-        {[](Instance& i) { i.Reset(); }, true},
-        {[](Instance& i) { i.Disable(), i.Enable(); }, true},
-        {[](Instance& i) { i.Set(PARAM_SET_MODE, {1}); }, true},
-        {[](Instance& i) { i.Configure(48000, 2), i.Configure(44100, 2); }, true},
-        {[](Instance& i) { i.Configure(44100, 1), i.Configure(44100, 2); }, true},
-        {[](Instance& i) { i.Enable(); }, false},
-        {[](Instance& i) { i.Set(PARAM_SET_MODE, {0}), i.Set(PARAM_SET_MODE, {2}); }, false},
-        {[](Instance& i) { i.Configure(44100, 2); }, false},
-        {[](Instance& i) { i.Set(PARAM_SET_MODE + 100, {1}), i.Command(0), i.Command(9); }, false},
+        {"reset", [](I i) { i.Reset(); }, true},
+        {"off and on", [](I i) { i.Disable(), i.Enable(); }, true},
+        {"other mode", [](I i) { i.Set(PARAM_SET_MODE, {1}); }, true},
+        {"other rate", [](I i) { i.Configure(48000, 2), i.Configure(44100, 2); }, true},
+        {"other count", [](I i) { i.Configure(44100, 1), i.Configure(44100, 2); }, true},
+        {"rejected", [](I i) { i.Configure(Rejected(48000, 2)), i.Configure(44100, 2); }, true},
+        {"on again", [](I i) { i.Enable(); }, false},
+        {"same mode", [](I i) { i.Set(PARAM_SET_MODE, {0}), i.Set(PARAM_SET_MODE, {2}); }, false},
+        {"same stream", [](I i) { i.Configure(44100, 2); }, false},
+        {"unknown", [](I i) { i.Set(0x20099, {1}), i.Command(0), i.Command(9); }, false},
     };
     const Samples first = Fresh(44100, 2, in, 256);
-    for (size_t row = 0; row < std::size(rows); ++row) {
+    for (const auto& row : rows) {
         Instance instance, twin;
         for (Instance* i : {&instance, &twin}) {
             i->Start(44100, 2);
             EXPECT_EQ(i->Run(in, 256, 2), first);
         }
-        rows[row].act(instance);
-        EXPECT_EQ(instance.Run(in, 256, 2), rows[row].resets ? first : twin.Run(in, 256, 2)) << row;
+        row.act(instance);
+        EXPECT_EQ(instance.Run(in, 256, 2), row.resets ? first : twin.Run(in, 256, 2)) << row.what;
     }
 }
 

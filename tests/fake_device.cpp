@@ -5,8 +5,20 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+
+// A library that calls these instead of its own would never return on a device.
+#define LOADER_FUNCTION(name)   \
+    extern "C" int32_t name() { \
+        std::abort();           \
+    }
+LOADER_FUNCTION(EffectQueryNumberEffects)
+LOADER_FUNCTION(EffectQueryEffect)
+LOADER_FUNCTION(EffectCreate)
+LOADER_FUNCTION(EffectRelease)
+LOADER_FUNCTION(EffectGetDescriptor)
 
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library reserves its own
 

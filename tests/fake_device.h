@@ -1,5 +1,6 @@
 // What the library asks the device for, in a test's hands: the safe-mode marker and the wall clock.
-// An executable that links fake_device.cpp and exports its symbols answers for the platform.
+// An executable that links fake_device.cpp and exports its symbols answers for the platform. As the
+// platform's loader does, it exports functions with the names of the library's own.
 #pragma once
 #include <atomic>
 #include <cstdint>

@@ -2,17 +2,14 @@
 // log lines that they cause.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 
 #include "captured_log.h"
 #include "fake_device.h"
-#include "framework_client.h"
+#include "library_under_test.h"
 
 namespace {
 
-constexpr effect_uuid_s kOwnType = {
-    0xaa48cf24, 0x9ae1, 0x4045, 0xacb9, {0x4f, 0xe1, 0xe1, 0x56, 0x47, 0x5b}};
 const std::string kOwnTypeBytes =
     "\x24\xcf\x48\xaa\xe1\x9a\x45\x40\xb9\xac\x4f\xe1\xe1\x56\x47\x5b";
 const std::string kBassBoostBytes(
@@ -28,12 +25,11 @@ std::string DescriptorBytes(const std::string& type) {
            implementor;
 }
 
-// A descriptor's memory, at an odd address.
-struct DescriptorBlock {
-    std::string bytes = std::string(1 + sizeof(effect_descriptor_t), 'Z');
-    effect_descriptor_t* Get() { return reinterpret_cast<effect_descriptor_t*>(bytes.data() + 1); }
-    std::string Text() const { return bytes.substr(1); }
-};
+// Memory for a descriptor, at an odd address.
+const std::string kUntouched(1 + sizeof(effect_descriptor_t), 'Z');
+effect_descriptor_t* In(std::string& block) {
+    return reinterpret_cast<effect_descriptor_t*>(block.data() + 1);
+}
 
 TEST(Host, RecordAndVersionAreTheStatedOnes) {
     const audio_effect_library_t& record = LoadedLibrary();
@@ -44,16 +40,14 @@ TEST(Host, RecordAndVersionAreTheStatedOnes) {
     EXPECT_EQ(record.query_num_effects(&count), 0);
     EXPECT_EQ(record.query_num_effects(nullptr), 0);
     EXPECT_EQ(count, 1U);
-    const auto number = [](const char* name) {
-        return reinterpret_cast<int (*)()>(dlsym(LibraryHandle(), name))();
+    const auto getter = [](const std::string& name) {
+        return dlsym(LibraryHandle(), ("GetLibraryVersion" + name).c_str());
     };
-    EXPECT_EQ(number("GetLibraryVersionMain"), 2);
-    EXPECT_EQ(number("GetLibraryVersionSub"), 1);
-    EXPECT_EQ(number("GetLibraryVersionExt"), 0);
-    EXPECT_EQ(number("GetLibraryVersionBuild"), 2);
-    EXPECT_STREQ(
-        reinterpret_cast<const char* (*)()>(dlsym(LibraryHandle(), "GetLibraryVersionCodename"))(),
-        "Lodestone");
+    std::vector<int> version;
+    for (const char* const part : {"Main", "Sub", "Ext", "Build"})
+        version.push_back(reinterpret_cast<int (*)()>(getter(part))());
+    EXPECT_EQ(version, (std::vector{2, 1, 0, 2}));
+    EXPECT_STREQ(reinterpret_cast<const char* (*)()>(getter("Codename"))(), "Lodestone");
 }
 
 TEST(Host, MarkerChoosesTheDescriptorAtEveryCallAndAnInstanceKeepsIts) {
@@ -61,19 +55,17 @@ TEST(Host, MarkerChoosesTheDescriptorAtEveryCallAndAnInstanceKeepsIts) {
     const CapturedLog log("life");
     for (const bool marker : {false, true, false}) {
         device.markerExists = marker;
-        const std::string bytes = DescriptorBytes(marker ? kBassBoostBytes : kOwnTypeBytes);
         const int lookups = device.markerLookups;
-        DescriptorBlock queried, found, ofInstance;
-        EXPECT_EQ(record.query_effect(0, queried.Get()), 0);
-        EXPECT_EQ(record.get_descriptor(&kOrvaneUuid, found.Get()), 0);
-        EXPECT_EQ(queried.Text(), bytes);
-        EXPECT_EQ(found.Text(), bytes);
+        std::string queried = kUntouched, found = kUntouched, ofInstance = kUntouched;
         effect_handle_t handle = nullptr;
+        EXPECT_EQ(record.query_effect(0, In(queried)), 0);
+        EXPECT_EQ(record.get_descriptor(&kOrvaneUuid, In(found)), 0);
         EXPECT_EQ(record.create_effect(&kOrvaneUuid, 5, -6, &handle), 0);
         EXPECT_EQ(device.markerLookups, lookups + 3);
         device.markerExists = !marker;
-        EXPECT_EQ((*handle)->get_descriptor(handle, ofInstance.Get()), 0);
-        EXPECT_EQ(ofInstance.Text(), bytes);
+        EXPECT_EQ((*handle)->get_descriptor(handle, In(ofInstance)), 0);
+        for (const std::string& block : {queried, found, ofInstance})
+            EXPECT_EQ(block, "Z" + DescriptorBytes(marker ? kBassBoostBytes : kOwnTypeBytes));
         EXPECT_EQ((*handle)->process_reverse, nullptr);
         EXPECT_EQ(record.release_effect(handle), 0);
     }
@@ -83,84 +75,103 @@ TEST(Host, MarkerChoosesTheDescriptorAtEveryCallAndAnInstanceKeepsIts) {
 TEST(Host, RefusedEntryPointsLeaveTheCallersMemoryAlone) {
     const audio_effect_library_t& record = LoadedLibrary();
     const effect_interface_s& table = **Instance().handle;  // constant, outlives the instance
-    DescriptorBlock block;
-    effect_descriptor_t* const d = block.Get();
+    std::string block = kUntouched;
+    effect_descriptor_t* const d = In(block);
     const effect_interface_s* word = nullptr;
     effect_handle_t handle = &word;
     // Three null words: a handle without a unit.
     const effect_interface_s* noUnit[3] = {&table};
     audio_buffer_s none = {};
+    effect_uuid_s first = kOrvaneUuid, last = kOrvaneUuid;  // the byte that is another's
+    first.timeLow ^= 1U;
+    last.node[5] ^= 1U;
+#define ROW(call) #call, [&] { return call; }
     const struct {
+        const char* what;
         std::function<int32_t()> call;
         int32_t status, lookups;
     } rows[] = {
-        {[&] { return record.query_effect(1, nullptr); }, -22, 0},
-        {[&] { return record.query_effect(1, d); }, -2, 0},
-        {[&] { return record.query_effect(0xFFFFFFFF, d); }, -2, 0},
-        {[&] { return record.get_descriptor(nullptr, nullptr); }, -22, 0},
-        {[&] { return record.get_descriptor(&kOwnType, nullptr); }, -22, 0},
-        {[&] { return record.get_descriptor(&kOwnType, d); }, -2, 1},
-        {[&] { return record.create_effect(nullptr, 0, 0, nullptr); }, -22, 0},
-        {[&] { return record.create_effect(&kOwnType, 0, 0, nullptr); }, -22, 0},
-        {[&] { return record.create_effect(&kOwnType, 0, 0, &handle); }, -2, 1},
-        {[&] { return record.release_effect(nullptr); }, -22, 0},
-        {[&] { return table.process(nullptr, &none, &none); }, -22, 0},
-        {[&] { return table.process(noUnit, &none, &none); }, -22, 0},
-        {[&] { return table.command(nullptr, 0, 0, nullptr, nullptr, nullptr); }, -22, 0},
-        {[&] { return table.command(noUnit, 0, 0, nullptr, nullptr, nullptr); }, -22, 0},
-        {[&] { return table.get_descriptor(nullptr, d); }, -22, 0},
-        {[&] { return table.get_descriptor(noUnit, nullptr); }, -22, 0},
+        {ROW(record.query_effect(1, nullptr)), -22, 0},
+        {ROW(record.query_effect(1, d)), -2, 0},
+        {ROW(record.query_effect(0xFFFFFFFF, d)), -2, 0},
+        {ROW(record.get_descriptor(nullptr, nullptr)), -22, 0},
+        {ROW(record.get_descriptor(&kOrvaneType, nullptr)), -22, 0},
+        {ROW(record.get_descriptor(&kOrvaneType, d)), -2, 1},
+        {ROW(record.get_descriptor(&first, d)), -2, 1},
+        {ROW(record.get_descriptor(&last, d)), -2, 1},
+        {ROW(record.create_effect(nullptr, 0, 0, nullptr)), -22, 0},
+        {ROW(record.create_effect(&kOrvaneType, 0, 0, nullptr)), -22, 0},
+        {ROW(record.create_effect(&kOrvaneType, 0, 0, &handle)), -2, 1},
+        {ROW(record.create_effect(&last, 0, 0, &handle)), -2, 1},
+        {ROW(record.release_effect(nullptr)), -22, 0},
+        {ROW(table.process(nullptr, &none, &none)), -22, 0},
+        {ROW(table.process(noUnit, &none, &none)), -22, 0},
+        {ROW(table.command(nullptr, 0, 0, nullptr, nullptr, nullptr)), -22, 0},
+        {ROW(table.command(noUnit, 0, 0, nullptr, nullptr, nullptr)), -22, 0},
+        {ROW(table.get_descriptor(nullptr, d)), -22, 0},
+        {ROW(table.get_descriptor(noUnit, nullptr)), -22, 0},
     };
     const CapturedLog log("refusals");
-    for (size_t row = 0; row < std::size(rows); ++row) {
+#undef ROW
+    for (const auto& row : rows) {
         const int lookups = device.markerLookups;
-        EXPECT_EQ(rows[row].call(), rows[row].status) << row;
-        EXPECT_EQ(device.markerLookups - lookups, rows[row].lookups) << row;
-        EXPECT_EQ(block.bytes, DescriptorBlock().bytes) << row;
-        EXPECT_EQ(handle, &word) << row;
+        EXPECT_EQ(row.call(), row.status) << row.what;
+        EXPECT_EQ(device.markerLookups - lookups, row.lookups) << row.what;
+        EXPECT_EQ(block, kUntouched) << row.what;
+        EXPECT_EQ(handle, &word) << row.what;
     }
 }
 
 TEST(Host, ConfigurationsAreJudgedFieldByField) {
-    constexpr uint16_t kAll = 0x1E;
-    constexpr uint32_t kHighest = 0xFFFFFFFF;
+    enum Field { kRate, kChannels, kFormat, kAccess };
+    // What is changed of a good configuration for 44100 Hz, stereo: one field of both sides, and
+    // which fields they name.
     const struct {
-        uint16_t inMask, outMask;
-        uint32_t inRate, outRate, inChannels, outChannels;
-        uint8_t inFormat, outFormat, accessMode;
+        const char* what;
         bool accepted;
-        int32_t rateAfter, channelsAfter;
+        Field field;
+        uint32_t in, out;
+        uint16_t inMask = 0x1E, outMask = 0x1E;
+        int32_t rateAfter = 44100, channelsAfter = 2;
     } rows[] = {
-        {0, 0, 1, 2, 3, 4, 5, 6, 7, true, 44100, 2},
-        {kAll, kAll, 44100, 44100, 3, 3, 1, 1, 0, true, 44100, 2},
-        {2, 6, 32000, 32000, 3, 9, 0, 0, 0, true, 32000, 2},
-        {2, 2, 48000, 48000, 0, 0, 0, 0, 0, true, 48000, 2},
-        {2, 2, 31999, 31999, 0, 0, 0, 0, 0, false, 44100, 2},
-        {2, 2, 48001, 48001, 0, 0, 0, 0, 0, false, 44100, 2},
-        {2, 2, kHighest, kHighest, 0, 0, 0, 0, 0, false, 44100, 2},
-        {2, 2, 44100, 48000, 0, 0, 0, 0, 0, false, 44100, 2},
-        {2, 4, 22050, 22050, 9, 9, 0, 0, 0, true, 44100, 2},
-        {4, 4, 0, 0, 1, 1, 0, 0, 0, true, 44100, 1},
-        {4, 4, 0, 0, 1, 3, 0, 0, 0, false, 44100, 2},
-        {4, 4, 0, 0, 3, 12, 0, 0, 0, false, 44100, 2},
-        {8, 0, 0, 0, 0, 0, 1, 9, 0, true, 44100, 2},
-        {8, 8, 0, 0, 0, 0, 0, 1, 0, false, 44100, 2},
-        {8, 8, 0, 0, 0, 0, 1, 3, 0, false, 44100, 2},
-        {0x10, 0, 0, 0, 0, 0, 0, 0, 255, true, 44100, 2},
-        {0, 0x10, 0, 0, 0, 0, 0, 0, 2, true, 44100, 2},
+        {"nothing", true, kRate, 44100, 44100},
+        {"no field named", true, kRate, 1, 2, 0, 0},
+        {"least rate", true, kRate, 32000, 32000, 2, 6, 32000},
+        {"largest rate", true, kRate, 48000, 48000, 0x1E, 0x1E, 48000},
+        {"rate too low", false, kRate, 31999, 31999},
+        {"rate too high", false, kRate, 48001, 48001},
+        {"rate with the top bit", false, kRate, 0xFFFFFFFF, 0xFFFFFFFF},
+        {"two rates", false, kRate, 44100, 48000},
+        {"a rate of the input alone", true, kRate, 22050, 22050, 2, 4},
+        {"mono", true, kChannels, 1, 1, 4, 4, 44100, 1},
+        {"mono to stereo", false, kChannels, 1, 3},
+        {"an unknown mask", false, kChannels, 3, 12},
+        {"twice the same unknown mask", false, kChannels, 12, 12},
+        {"channels of the output alone", true, kChannels, 3, 9, 2, 4},
+        {"input format", false, kFormat, 0, 1},
+        {"output format", false, kFormat, 1, 3},
+        {"an output format that isn't named", true, kFormat, 1, 9, 8, 0},
+        {"access mode of the input", true, kAccess, 255, 2, 0x10, 0},
+        {"access mode of the output", true, kAccess, 255, 2, 0, 0x10},
+    };
+    const auto change = [](buffer_config_t& side, Field field, uint32_t value, uint16_t mask) {
+        if (field == kRate) side.samplingRate = value;
+        if (field == kChannels) side.channels = value;
+        if (field == kFormat) side.format = static_cast<uint8_t>(value);
+        if (field == kAccess) side.accessMode = static_cast<uint8_t>(value);
+        side.mask = mask;
     };
     const CapturedLog log("configurations");
-    for (size_t row = 0; row < std::size(rows); ++row) {
-        const auto& r = rows[row];
+    for (const auto& row : rows) {
         Instance instance;
         EXPECT_EQ(instance.Get(PARAM_GET_READY), 0);
-        effect_config_t config = {};
-        config.inputCfg = {{}, r.inRate, r.inChannels, {}, r.inFormat, r.accessMode, r.inMask};
-        config.outputCfg = {{}, r.outRate, r.outChannels, {}, r.outFormat, r.accessMode, r.outMask};
-        EXPECT_EQ(instance.Configure(config), r.accepted ? 0 : -22) << row;
-        EXPECT_EQ(instance.Get(PARAM_GET_READY), r.accepted ? 1 : 0) << row;
-        EXPECT_EQ(instance.Get(PARAM_GET_SAMPLING_RATE), r.rateAfter) << row;
-        EXPECT_EQ(instance.Get(PARAM_GET_CHANNELS), r.channelsAfter) << row;
+        effect_config_t config = MakeConfig(44100, 2);
+        change(config.inputCfg, row.field, row.in, row.inMask);
+        change(config.outputCfg, row.field, row.out, row.outMask);
+        EXPECT_EQ(instance.Configure(config), row.accepted ? 0 : -22) << row.what;
+        EXPECT_EQ(instance.Get(PARAM_GET_READY), row.accepted ? 1 : 0) << row.what;
+        EXPECT_EQ(instance.Get(PARAM_GET_SAMPLING_RATE), row.rateAfter) << row.what;
+        EXPECT_EQ(instance.Get(PARAM_GET_CHANNELS), row.channelsAfter) << row.what;
     }
 }
 

@@ -56,45 +56,55 @@ TEST(Limiter, HasTheOutputsOfItsConstants) {
     }
 }
 
-// Random histories: bursts, rests and steady levels, gates moved at any time, resets, samples one
-// by one and in runs. No output exceeds the gate; a gate that is none silences.
+// Random histories: bursts, rests, steady and sparse levels, different in each channel; gates moved
+// at any time, resets; samples one by one, in runs, and in frames. No output exceeds the gate; a
+// gate that is none silences.
 TYPED_TEST(LimiterTest, FollowsTheLargestSampleSinceLimitingBegan) {
     using A = TypeParam;
     using T = typename A::Sample;
     constexpr float kGates[] = {0.9999F, 0.5F, 0.3F, 1, 0.01F, 0, -0.0F, -1, kNan, kInfinity};
     constexpr double kLevels[] = {0, 1e-30, 0.29, 0.4, 0.8, 3, 40, A::kUnity == 1 ? 1e9 : 127};
     std::conditional_t<A::kUnity == 1, Limiter, Limiter_FP> limiter;
-    Scan<A> scan;
+    FrameLimiter<A> frameLimiter;
+    Scan<A> scans[2];
     std::mt19937 random(3);
     for (unsigned turn = 0; turn < 2000; ++turn) {
         if (turn == 0 || random() % 4 == 0) {
             const float gate = kGates[random() % std::size(kGates)];
             limiter.SetGate(gate);
-            scan.gate = A::Gate(gate);
+            frameLimiter.SetGate(gate);
+            for (auto& scan : scans) scan.gate = A::Gate(gate);
         }
         if (random() % 32 == 0) {
             limiter.Reset();
-            scan = {.gate = scan.gate};
+            frameLimiter.Reset();
+            for (auto& scan : scans) scan = {.gate = scan.gate};
         }
-        const double level = kLevels[random() % std::size(kLevels)] * A::kUnity;
-        auto run = Noise<T>(1 + random() % 400, level, turn);
-        for (T& x : run)
-            x = turn % 3 == 0 ? x : turn % 3 == 1 ? T(level) : random() % 16 ? x * 0 : x;
-        std::vector<T> expected, stereo(2 * run.size(), T(7));
-        for (const T x : run) expected.push_back(scan.Process(x));
-        for (const T y : expected)
-            ASSERT_LE(A::Magnitude(y), static_cast<double>(scan.gate) * (1 + 0x1p-23));
-        for (size_t i = 0; i < run.size(); ++i) stereo[2 * i] = run[i];
-        limiter.Process(stereo.data(), turn % 2, 2);
+        const auto frames = static_cast<uint32_t>(1 + random() % 400), first = turn % 2;
+        const double levels[] = {kLevels[random() % std::size(kLevels)] * A::kUnity,
+                                 kLevels[random() % std::size(kLevels)] * A::kUnity};
+        auto stereo = Noise<T>(size_t{2} * frames, 1 * A::kUnity, turn), expected = stereo;
+        for (size_t i = 0; i < stereo.size(); ++i) {
+            const double level = levels[i % 2], shape = static_cast<double>(stereo[i]) / A::kUnity;
+            const bool sounds = (turn + i) % 3 != 0 || random() % 16 == 0;
+            stereo[i] = static_cast<T>(turn % 3 == 0 ? level : sounds ? level * shape : 0 * shape);
+            expected[i] = scans[i % 2].Process(stereo[i]);
+            ASSERT_LE(A::Magnitude(expected[i]),
+                      static_cast<double>(scans[0].gate) * (1 + 0x1p-23));
+        }
+        auto left = stereo;
+        limiter.Process(left.data(), first, 2);
         if (random() % 2 == 0)
-            limiter.Process(&stereo[turn % 2 * 2], static_cast<uint32_t>(run.size() - turn % 2), 2);
+            limiter.Process(&left[2 * first], frames - first, 2);
         else
-            for (size_t i = turn % 2; i < run.size(); ++i)
-                stereo[2 * i] = limiter.Process(stereo[2 * i]);
-        for (size_t i = 0; i < run.size(); ++i) {
-            run[i] = stereo[2 * i];
-            ASSERT_EQ(stereo[2 * i + 1], T(7));
+            for (size_t i = 2 * first; i < left.size(); i += 2) left[i] = limiter.Process(left[i]);
+        for (size_t i = 1; i < left.size(); i += 2) {
+            ASSERT_EQ(left[i], stereo[i]);
+            left[i] = expected[i];
         }
-        ASSERT_EQ(Bits(run), Bits(expected)) << "turn " << turn << ", gate " << scan.gate;
+        frameLimiter.Process(stereo.data(), first, 2);
+        frameLimiter.Process(&stereo[2 * first], frames - first, 2);
+        ASSERT_EQ(Bits(stereo), Bits(expected)) << "turn " << turn << ", gate " << scans[0].gate;
+        ASSERT_EQ(Bits(left), Bits(expected)) << "turn " << turn << ", gate " << scans[0].gate;
     }
 }

@@ -7,12 +7,12 @@
 
 namespace {
 
-struct Settings {
+struct Stream {
     uint32_t rate, channels;
     float process, level;
     size_t delays[3];  // high, band, low: frames
 };
-constexpr Settings kStereo = {44100, 2, 1.5F, 0.3F, {0, 8, 125}};
+constexpr Stream kStereo = {44100, 2, 1.5F, 0.3F, {0, 8, 125}};
 
 template <typename Enhancer>
 class OrvaneSoundTest : public testing::Test {};
@@ -20,7 +20,7 @@ using Enhancers = testing::Types<OrvaneSound_R32R32, OrvaneSound_R32R64>;
 TYPED_TEST_SUITE(OrvaneSoundTest, Enhancers);
 
 template <typename Enhancer>
-void SetUp(Enhancer& enhancer, const Settings& s) {
+void SetUp(Enhancer& enhancer, const Stream& s) {
     for (const float ignored : {0.0F, kNan, kInfinity}) {
         enhancer.SetProcess(s.process + ignored);
         enhancer.SetLoContour(s.level + ignored);
@@ -46,7 +46,7 @@ std::vector<Sample> Play(Enhancer& enhancer, const std::vector<Sample>& input, s
 
 // The plain form, sample by sample; `weights`: high, band, low.
 template <typename Real>
-std::vector<float> PlainForm(const Settings& s, const Real (&weights)[3],
+std::vector<float> PlainForm(const Stream& s, const Real (&weights)[3],
                              const std::vector<float>& input) {
     using Samples = std::vector<Real>;
     std::vector<Samples> bands(3, Samples(input.begin(), input.end()));
@@ -86,8 +86,8 @@ TYPED_TEST(OrvaneSoundTest, IsTheWeightedSumOfItsDelayedBandsAndTheContourToTheB
     using Real = std::conditional_t<isFloat, float, double>;
     TypeParam enhancer(0);
     // At 35000 Hz, 35000 * 200000 / 1e9 would be 7.
-    for (const Settings& s : {kStereo, Settings{35000, 1, 1, 0, {0, 6, 99}},
-                              Settings{48000, 2, 0, -5, {0, 9, 136}}, kStereo}) {
+    for (const Stream& s : {kStereo, Stream{35000, 1, 1, 0, {0, 6, 99}},
+                            Stream{48000, 2, 0, -5, {0, 9, 136}}, kStereo}) {
         SetUp(enhancer, s);
         for (const unsigned seed : {3U, 0U}) {
             auto input = SparseNoise<float>(size_t{5} * 770 * s.channels, seed);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "effects/limiter_fp.h"
+#include "effects/loudness.h"
 #include "signals.h"
 
 namespace {
@@ -50,28 +51,84 @@ TEST(PlaybackGain, MovesTheLevelOfTheLouderChannelTowardTheReference) {
     }
 }
 
-// At ratio 0 from silence, the limiter behind it: 951 units of Q24 per sample in the first 1024,
-// then (2^24 - 973824) / 1102 / 16. Downward four times 2^24 / 1102, not beyond the maximum.
-TEST(PlaybackGain, RisesASixteenthAsFastAsItFallsAndTakesNoHostileControls) {
-    const auto input = Noise<int16_t>(size_t{2} * 1024 * 20, 9000);
-    const auto rising = OutputOf(0, 1, 1, input, 1024), falling = OutputOf(0, -4, 1, input, 1024);
-    Limiter_FP up, down;
-    for (int64_t n = 0; n < 2048; ++n) {
-        const auto at = static_cast<size_t>(2 * n);
-        const auto limited = [x = input[at]](Limiter_FP& limiter, int64_t gain) {
-            return limiter.Process(static_cast<int32_t>(x * gain >> 15)) >> 9;
-        };
-        ASSERT_EQ(rising[at], limited(up, n < 1024 ? n * 951 : 973824 + (n - 1024) * 896)) << n;
-        ASSERT_EQ(falling[at], limited(down, std::max<int64_t>(n * -60897, -(1 << 24)))) << n;
+// At ratio 0 every input asks for a gain of 1: what is left is the line toward the volume, a
+// sixteenth as steep upward, its ends, and the limiters.
+TEST(PlaybackGain, MovesItsGainInALineBetweenItsEndsInAnyBuffersAndChannels) {
+    constexpr float kVolumes[] = {1, 0, 0.5F, 4, -4, 127.9F, -128},
+                    kHighest[] = {16, 1, 0.3F, 128, 0, -2};
+    std::mt19937 random(7);
+    for (const size_t channels : {1U, 2U}) {
+        PlaybackGain playbackGain;
+        playbackGain.SetRatio(0);
+        playbackGain.SetChannels(static_cast<unsigned>(channels));
+        playbackGain.SetEnable(true);
+        Limiter_FP limiters[2];
+        int64_t gain = 0, volume = 1 << 24, highest = 1 << 24;
+        for (unsigned turn = 0; turn < 600; ++turn) {
+            if (turn % 5 == 4) {
+                const float v = kVolumes[random() % std::size(kVolumes)],
+                            h = kHighest[random() % std::size(kHighest)];
+                playbackGain.SetVolume(v);
+                playbackGain.SetMaxGainFactor(h);
+                volume = ToQ24(v);
+                highest = ToQ24(h);
+            }
+            const auto frames = static_cast<unsigned>(1 + random() % (turn % 8 == 0 ? 2000 : 300));
+            const auto input =
+                Noise<int16_t>(frames * channels, turn % 3 == 0 ? 32768 : 3000, turn);
+            Samples output(input.size());
+            playbackGain.Process(input.data(), output.data(), frames);
+            int64_t step = (volume - gain) / std::max(1102U, frames);
+            if (step >= 1) step >>= 4;
+            for (size_t i = 0; i < input.size(); ++i) {
+                const auto amplified = static_cast<uint32_t>(input[i] * gain >> 15);
+                const int32_t limited =
+                    limiters[i % channels].Process(static_cast<int32_t>(amplified));
+                ASSERT_EQ(output[i], static_cast<int16_t>(limited >> 9))
+                    << "turn " << turn << ", sample " << i;
+                if (i % channels != channels - 1) continue;
+                gain += step;
+                gain = gain > highest ? highest : std::max(gain, -highest);
+            }
+        }
     }
+}
+
+// Controls that are no numbers or beyond their ranges.
+TEST(PlaybackGain, TakesNoHostileControls) {
+    const auto input = Noise<int16_t>(size_t{2} * 1024 * 20, 9000);
     for (const float none : {-kInfinity, -0.5F, kNan})
-        EXPECT_EQ(OutputOf(none, 1, 1, input, 1024), rising);
+        EXPECT_EQ(OutputOf(none, 1, 1, input, 1024), OutputOf(0, 1, 1, input, 1024));
     for (const float huge : {128.0F, kInfinity}) {
         EXPECT_EQ(OutputOf(0, 1, huge, input, 1024), OutputOf(0, 1, 127.99999F, input, 1024));
         EXPECT_EQ(OutputOf(0, huge, 1, input, 1024), OutputOf(0, 127.99999F, 1, input, 1024));
     }
     EXPECT_EQ(OutputOf(1, kNan, 1, input, 1024), Samples(input.size()));
     EXPECT_EQ(OutputOf(1, 1, kNan, input, 1024), Samples(input.size()));
+}
+
+// Coefficients of all signs, small and large, steady and moving; cuts anywhere, the history going
+// on.
+TEST(Loudness, IsThatOfTheLouderChannelByItself) {
+    for (unsigned turn = 0; turn < 300; ++turn) {
+        auto c = Noise<float>(5, turn % 9 == 0 ? 128 : 0.5, turn);
+        if (turn % 2 == 0) c[3] = 0;
+        Biquad_FP pair[2], single[2];
+        for (size_t side = 0; side < 2; ++side) {
+            pair[side].SetCoeffs(turn % 7 == 0 ? 50 : 0, 1, c[0], c[1], c[2], c[3],
+                                 c[4] * (turn % 11 == side ? -1.0F : 1.0F));
+            single[side] = pair[side];
+        }
+        for (const size_t frames : {1U, 2U, 3U, 64U, 67U, 130U}) {
+            const auto in = Noise<int16_t>(2 * frames, 32768, turn);
+            uint64_t largest = 0;
+            for (ptrdiff_t side = 0; side < 2; ++side)
+                largest = std::max(
+                    largest, AddEnergy(&in[static_cast<size_t>(side)], frames, 2, single[side]));
+            ASSERT_EQ(LargerEnergy(in.data(), frames, pair), largest)
+                << "turn " << turn << ", frames " << frames;
+        }
+    }
 }
 
 TEST(PlaybackGain, IsAsNewAfterResetAndAfterChangesOfTheStream) {

@@ -1,5 +1,6 @@
-// What the audio thread does besides arithmetic: one lock and one unlock a call, and no system
-// call. (That it neither allocates nor frees is with the allocation tests.)
+// What the audio thread does besides arithmetic: one lock and one unlock a call, no system call,
+// and no line of the log while the lock is held, which would make it wait for whoever reads the
+// log. (That it neither allocates nor frees is with the allocation tests.)
 //
 // The executable's pthread_mutex_lock, its relative and write come before the platform's for the
 // loaded library too. The log is left out: a line is one write. Built with clang's real-time
@@ -16,11 +17,11 @@
 #include <csignal>
 #include <cstddef>
 
-#include "framework_client.h"
+#include "library_under_test.h"
 
 namespace {
 
-int locks = 0, unlocks = 0;
+int locks = 0, unlocks = 0, linesUnderLock = 0;
 
 using MutexCall = int (*)(pthread_mutex_t*);
 MutexCall PlatformsOwn(const char* name) {
@@ -42,7 +43,10 @@ int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
 }
 // Drops log lines without asking the kernel.
 ssize_t write(int fd, const void* buf, size_t n) {
-    if (fd == STDERR_FILENO) return static_cast<ssize_t>(n);
+    if (fd == STDERR_FILENO) {
+        if (locks != unlocks) ++linesUnderLock;
+        return static_cast<ssize_t>(n);
+    }
     return syscall(SYS_write, fd, buf, n);
 }
 // Of the sanitizer; null without it.
@@ -59,15 +63,15 @@ const std::vector<int16_t> in = NoiseSamples(size_t{2} * kLongest, 32767);
 std::vector<int16_t> out(in.size());
 
 // Everything that arrives on the audio thread. Returns how many calls failed or did anything but
-// lock once and unlock once.
+// lock once and unlock once, without a line between.
 int AudioThread(Instance& instance) {
     int wrong = 0;
     const auto call = [&wrong](auto body) {
-        locks = unlocks = 0;
+        locks = unlocks = linesUnderLock = 0;
         if (__rtsan_realtime_enter != nullptr) __rtsan_realtime_enter();
         const int32_t status = body();
         if (__rtsan_realtime_exit != nullptr) __rtsan_realtime_exit();
-        if (status != 0 || locks != 1 || unlocks != 1) ++wrong;
+        if (status != 0 || locks != 1 || unlocks != 1 || linesUnderLock != 0) ++wrong;
     };
     const auto process = [&](uint32_t frames) {
         call([&] { return instance.Process(in.data(), out.data(), frames); });
@@ -114,8 +118,14 @@ TEST(RealTime, EveryCallLocksOnceAndAsksTheKernelForNothing) {
         for (const uint32_t channels : {1U, 2U})
             for (const int32_t value : {INT32_MIN, 100, INT32_MAX}) {
                 Instance instance;
+                locks = unlocks = linesUnderLock = 0;
+                instance.Configure(rate, channels);
+                ASSERT_GT(linesUnderLock, 0) << "they are counted: these stay under the lock";
+                linesUnderLock = 0;
                 instance.Start(rate, channels);
+                linesUnderLock = 0;
                 instance.SetEveryValue(value);
+                EXPECT_EQ(linesUnderLock, 0);
                 // The real-time sanitizer makes system calls of its own.
                 if (__rtsan_realtime_enter == nullptr) {
                     EXPECT_EQ(EndWithoutSystemCalls([&] { return AudioThread(instance); }), 0);

@@ -1,11 +1,12 @@
-// Every command code with every size of command and reply around those that mean something. Both
-// blocks end at unreadable memory, and the command's can't be written, so a step outside crashes.
+// Every command code with every size of command and reply around those that mean something, and
+// without a reply's block or size. Both blocks end at unreadable memory, and the command's can't be
+// written, so a step outside crashes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
-#include "framework_client.h"
 #include "guarded_block.h"
+#include "library_under_test.h"
 #include "muted_log.h"
 
 namespace {
@@ -14,37 +15,73 @@ constexpr uint32_t kCodes = 28, kCommandSizes = 142, kReplySizes = 43;
 constexpr size_t kMargin = 64;  // in front of the reply
 constexpr unsigned char kFill = 0xA5;
 
+// One call and the reply that it must get.
+struct Call {
+    uint32_t code, size, record;  // record: size of the whole one, in bytes
+    uint32_t offered;
+    bool withSize, withBlock;
+
+    // Bytes of the reply; 0: it doesn't fit, -1: there is none.
+    int Bytes() const {
+        const uint32_t room = withBlock ? offered : 0;
+        if (code == EFFECT_CMD_GET_PARAM)
+            return room >= 20 && size >= record ? 20 : room >= 12 ? 12 : 0;
+        const bool silent = code == EFFECT_CMD_RESET || code == EFFECT_CMD_SET_PARAM_DEFERRED;
+        if (silent || code > EFFECT_CMD_GET_PARAM) return -1;
+        return room >= 4 ? 4 : 0;
+    }
+    int32_t Status() const {
+        if (code == EFFECT_CMD_GET_PARAM) return Bytes() == 20 ? 0 : -22;
+        const bool reads = code == EFFECT_CMD_CONFIGURE || code == EFFECT_CMD_SET_PARAM;
+        return reads && size < record ? -22 : 0;
+    }
+};
+
 TEST(Sweep, NoCommandLeavesItsBlocksAndEveryReplyFits) {
     const MutedLog muted;
     Instance instance;
-    GuardedBlock command(kCommandSizes), reply(kMargin + kReplySizes), size(sizeof(uint32_t));
+    GuardedBlock command(kCommandSizes), reply(kMargin + kReplySizes);
     const effect_config_t config = MakeConfig(44100, 2);
+    const auto send = [&](const Call& c, void* data) {
+        unsigned char* const margin = reply.Last(kMargin + c.offered);
+        unsigned char* const block = reply.Last(c.offered);
+        std::memset(margin, kFill, kMargin + c.offered);
+        uint32_t replySize = c.offered;
+        const int32_t result =
+            (*instance.handle)
+                ->command(instance.handle, c.code, c.size, data, c.withSize ? &replySize : nullptr,
+                          c.withBlock ? block : nullptr);
+        int written = static_cast<int>(c.offered), status = c.Status();
+        while (written > 0 && block[written - 1] == kFill) --written;
+        if (written >= 4) std::memcpy(&status, block, 4);
+        const int bytes = c.Bytes();
+        const uint32_t sizeAfter =
+            c.withSize && bytes >= 0 ? static_cast<uint32_t>(bytes) : c.offered;
+        ASSERT_TRUE(result == 0 && replySize == sizeAfter && written == std::max(bytes, 0) &&
+                    status == c.Status() && std::count(margin, margin + kMargin, kFill) == kMargin)
+            << "code " << c.code << ", size " << c.size << ", offered " << c.offered
+            << (c.withSize ? "" : ", no size") << (c.withBlock ? "" : ", no block") << ": size "
+            << replySize << ", written " << written << ", status " << status;
+    };
     for (uint32_t code = 0; code < kCodes; ++code) {
-        for (uint32_t commandSize = 0; commandSize < kCommandSizes; ++commandSize) {
+        for (uint32_t size = 0; size < kCommandSizes && !HasFatalFailure(); ++size) {
             unsigned char content[kCommandSizes] = {};
-            const int32_t values = 1 + static_cast<int32_t>(commandSize % 4);
-            const int32_t id = code == EFFECT_CMD_GET_PARAM
-                                   ? PARAM_GET_VERSION
-                                   : PARAM_SET_MODE + static_cast<int32_t>(commandSize % 12);
-            const int32_t record[] = {0, 4, 4 * values, id, 1, 2, 3, 4};
-            if (code == EFFECT_CMD_CONFIGURE)
-                std::memcpy(content, &config, sizeof config);
-            else
-                std::memcpy(content, record, sizeof record);
-            void* const data = command.Hold(content, commandSize);
-            for (uint32_t offered = 0; offered < kReplySizes; ++offered) {
-                auto* const replySize = reinterpret_cast<uint32_t*>(size.Last(sizeof(uint32_t)));
-                *replySize = offered;
-                unsigned char* const margin = reply.Last(kMargin + offered);
-                std::memset(margin, kFill, kMargin + offered);
-                const int32_t status = (*instance.handle)
-                                           ->command(instance.handle, code, commandSize, data,
-                                                     replySize, reply.Last(offered));
-                ASSERT_TRUE(status == 0 && *replySize <= offered &&
-                            std::count(margin, margin + kMargin, kFill) == kMargin)
-                    << "code " << code << ", size " << commandSize << ", reply " << offered
-                    << " became " << *replySize;
-            }
+            const bool get = code == EFFECT_CMD_GET_PARAM, configure = code == EFFECT_CMD_CONFIGURE;
+            const auto i = static_cast<int32_t>(size);
+            const int32_t words[] = {
+                0, 4, 4 + 4 * (i % 4), get ? PARAM_GET_VERSION : PARAM_SET_MODE + i % 12, 1, 2,
+                3, 4};
+            std::memcpy(content, words, sizeof words);
+            if (configure) std::memcpy(content, &config, sizeof config);
+            const size_t record = configure ? sizeof config : get ? 16 : 20 + 4 * (size % 4);
+            void* const data = command.Hold(content, size);
+            Call call = {code, size, static_cast<uint32_t>(record), 4, false, true};
+            send(call, data);
+            call.withSize = true;
+            for (call.offered = 0; call.offered < kReplySizes; ++call.offered) send(call, data);
+            call.offered = 20;
+            call.withBlock = false;
+            send(call, data);
         }
     }
 }

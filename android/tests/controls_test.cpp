@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "android/quenthra_orvane.h"
-#include "tests/framework_client.h"
+#include "tests/library_under_test.h"
 
 namespace {
 
@@ -14,26 +14,21 @@ TEST(Controls, RecordsAreTheLibrarysAndSentFromAnyAddress) {
     Instance instance;
     unsigned char block[1 + ORVANE_SET_MAX_BYTES] = {};
     unsigned char* const record = block + 1;
-    const int32_t values[4] = {1, -45, 7, 9};
-    for (int32_t count = 1; count <= ORVANE_MAX_VALUES; ++count) {
-        const std::vector<int32_t> all(values, values + count);
-        std::vector<int32_t> expected = SetRecord(PARAM_SET_MODE, {});
-        expected[2] = 4 * count;
-        expected.insert(expected.end(), all.begin(), all.end());
-        const size_t size = OrvanePackSet(record, ORVANE_PARAM_SET_MODE, values, count);
-        ASSERT_EQ(size, 4 * expected.size());
-        EXPECT_EQ(std::memcmp(record, expected.data(), size), 0);
-        EXPECT_EQ(instance.Command(EFFECT_CMD_SET_PARAM, static_cast<uint32_t>(size), record), 0);
-    }
-    EXPECT_EQ(OrvanePackSet(record, ORVANE_PARAM_SET_MODE, values, 0), 0U);
-    EXPECT_EQ(OrvanePackSet(record, ORVANE_PARAM_SET_MODE, values, 5), 0U);
+    constexpr int32_t kValues[] = {1, -45, 7, 9};
+    const ParameterCommand expected = PackSet(PARAM_SET_MODE, kValues, std::size(kValues));
+    const size_t size = OrvanePackSet(record, ORVANE_PARAM_SET_MODE, kValues, ORVANE_MAX_VALUES);
+    ASSERT_EQ(size, expected.bytes);
+    EXPECT_EQ(std::memcmp(record, &expected, size), 0);
+    EXPECT_EQ(instance.Command(EFFECT_CMD_SET_PARAM, static_cast<uint32_t>(size), record), 0);
+    for (const int32_t count : {0, 5})
+        EXPECT_EQ(OrvanePackSet(record, ORVANE_PARAM_SET_MODE, kValues, count), 0U);
 
     const auto ask = [&](int32_t id, int32_t* value) {
         unsigned char reply[1 + ORVANE_REPLY_BYTES];
         uint32_t replySize = ORVANE_REPLY_BYTES;
-        const auto size = static_cast<uint32_t>(OrvanePackGet(record, id));
+        const auto bytes = static_cast<uint32_t>(OrvanePackGet(record, id));
         (*instance.handle)
-            ->command(instance.handle, EFFECT_CMD_GET_PARAM, size, record, &replySize, reply + 1);
+            ->command(instance.handle, EFFECT_CMD_GET_PARAM, bytes, record, &replySize, reply + 1);
         return OrvaneReadReply(reply + 1, replySize, value);
     };
     int32_t value = -9;

@@ -1,0 +1,23 @@
+// An effect library loaded from a file, and its record.
+#pragma once
+#include <string>
+
+#include "platform/effect_api.h"
+
+class LibraryFile {
+public:
+    // path: without a slash, a file of the present folder.
+    explicit LibraryFile(const std::string& path);
+    ~LibraryFile();
+    LibraryFile(const LibraryFile&) = delete;
+    LibraryFile& operator=(const LibraryFile&) = delete;
+
+    // Null if the file can't be used; Fault() then says why, in one line.
+    const audio_effect_library_t* Record() const { return record; }
+    const std::string& Fault() const { return fault; }
+
+private:
+    void* handle;
+    const audio_effect_library_t* record = nullptr;
+    std::string fault;
+};

@@ -1,0 +1,40 @@
+// The data of a set-parameter or get-parameter command, as an application packs it.
+#pragma once
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+
+#include "platform/effect_api.h"
+
+struct ParameterCommand {
+    static constexpr size_t kMaxValues = 4;
+
+    effect_param_t header{0, sizeof(int32_t), 0};
+    int32_t id = 0;
+    int32_t values[kMaxValues] = {};
+    uint32_t bytes = 0;  // to send, from `header` on
+};
+
+// count: 1 to 4 values; further ones are left out.
+inline ParameterCommand PackSet(int32_t id, const int32_t* values, size_t count) {
+    count = std::min(count, ParameterCommand::kMaxValues);
+    ParameterCommand command;
+    command.id = id;
+    command.header.vsize = static_cast<uint32_t>(count * sizeof *values);
+    std::copy_n(values, count, command.values);
+    command.bytes =
+        static_cast<uint32_t>(offsetof(ParameterCommand, values)) + command.header.vsize;
+    return command;
+}
+inline ParameterCommand PackSet(int32_t id, std::initializer_list<int32_t> values) {
+    return PackSet(id, values.begin(), values.size());
+}
+
+inline ParameterCommand PackGet(int32_t id) {
+    ParameterCommand command;
+    command.id = id;
+    command.header.vsize = sizeof(int32_t);
+    command.bytes = offsetof(ParameterCommand, values);
+    return command;
+}

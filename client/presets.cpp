@@ -1,0 +1,96 @@
+#include "client/presets.h"
+
+#include <algorithm>
+
+namespace {
+
+// Levels fitted to the aim on a third-octave scale; output gains set so that two pieces of
+// music, one dense and one quiet, come out about as loud as they went in (music, bass:
+// within 0.5 LU) or with the true peak that the description gives.
+constexpr Preset kPresets[] = {
+    {.name = "music",
+     .description =
+         "a livelier sound, about as loud as before: bass below 100 Hz and air above 4 kHz up by 3 "
+         "to 4 dB against the middle",
+     .values = {{PARAM_ENHANCER_ENABLE, 1},
+                {PARAM_ENHANCER_PROCESS, 1.2},
+                {PARAM_ENHANCER_LOCONTOUR, 0.1},
+                {PARAM_OUTPUT_GAIN, 0.75}},
+     .levels = {-0.1, 0.5, 0.5, 0, 0, -0.05, -0.15, 0, 0.05, 0.05}},
+    {.name = "bass",
+     .description =
+         "about as loud as before, with the bass below 110 Hz up by 7 dB against the rest",
+     .values = {{PARAM_ENHANCER_ENABLE, 1},
+                {PARAM_ENHANCER_LOCONTOUR, 0.3},
+                {PARAM_OUTPUT_GAIN, 0.55}},
+     .levels = {-0.2, 1, 0.8, 0.05, -0.05, -0.15, 0, -0.1, 0.05, -0.05}},
+    {.name = "steady",
+     .description =
+         "the tone as it is, soft passages lifted: takes a quarter to a third off the range",
+     .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
+                {PARAM_PLAYBACKGAIN_MAXGAIN, 6},
+                {PARAM_OUTPUT_GAIN, 0.65}}},
+    {.name = "night",
+     .description = "half the loudness range, little deep bass, peaks 11 dB below full scale",
+     .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
+                {PARAM_PLAYBACKGAIN_RATIO, 3},
+                {PARAM_PLAYBACKGAIN_MAXGAIN, 12},
+                {PARAM_OUTPUT_GAIN, 0.25}},
+     .levels = {-0.7, -0.4, -0.1, 0, 0, 0, 0, 0.1, -0.1, -0.05}},
+    {.name = "voice",
+     .description = "speech over everything else: levelled, 1 to 6 kHz up, below 200 Hz down",
+     .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
+                {PARAM_PLAYBACKGAIN_RATIO, 2},
+                {PARAM_PLAYBACKGAIN_MAXGAIN, 4},
+                {PARAM_OUTPUT_GAIN, 0.55}},
+     .levels = {-0.6, -0.55, -0.45, -0.2, 0, 0.05, 0.2, 0.4, -0.15, 0.1}},
+    {.name = "loud",
+     .description =
+         "music at a good 9 to 14 LU more, held 0.7 dB below full scale: for noisy places",
+     .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
+                {PARAM_PLAYBACKGAIN_MAXGAIN, 4},
+                {PARAM_ENHANCER_ENABLE, 1},
+                {PARAM_ENHANCER_PROCESS, 1.2},
+                {PARAM_ENHANCER_LOCONTOUR, 0.1},
+                {PARAM_OUTPUT_GAIN, 1.25},
+                {PARAM_LIMITER_GATE, 0.85}},
+     .levels = {-0.1, 0.5, 0.5, 0, 0, -0.05, -0.15, 0, 0.05, 0.05}},
+    {.name = "off", .description = "every processor off; the output limiters remain"},
+};
+
+// Whether every value is in its row's range and is what the wire carries.
+constexpr bool AreSendable(const Preset& preset) {
+    const auto isSendable = [](const Parameter& parameter, double value) {
+        return value >= parameter.minimum && value <= parameter.maximum &&
+               parameter.Sendable(value) == value;
+    };
+    for (const PresetValue& set : preset.values)
+        if (set.id != kNoSwitch && !isSendable(ParameterOf(set.id), set.value)) return false;
+    return std::all_of(preset.levels.begin(), preset.levels.end(), [&](double level) {
+        return isSendable(ParameterOf(PARAM_EQUALIZER_BANDLEVEL), level);
+    });
+}
+static_assert(std::all_of(std::begin(kPresets), std::end(kPresets), AreSendable));
+
+}  // namespace
+
+std::span<const Preset> Presets() {
+    return kPresets;
+}
+
+const Preset* FindPreset(std::string_view name) {
+    const auto* const found =
+        std::find_if(std::begin(kPresets), std::end(kPresets),
+                     [name](const Preset& preset) { return name == preset.name; });
+    return found == std::end(kPresets) ? nullptr : found;
+}
+
+Settings SettingsOf(const Preset& preset) {
+    Settings settings;
+    for (const PresetValue& set : preset.values)
+        if (set.id != kNoSwitch) settings.Set(set.id, set.value);
+    if (preset.levels != Settings::Levels{})
+        for (size_t band = 0; band < preset.levels.size(); ++band)
+            settings.SetBand(band, preset.levels[band]);
+    return settings;
+}

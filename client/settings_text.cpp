@@ -1,0 +1,181 @@
+#include "client/settings_text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+constexpr std::string_view kBlank = " \t\r";
+
+std::string_view Trimmed(std::string_view text) {
+    const size_t begin = text.find_first_not_of(kBlank);
+    if (begin == std::string_view::npos) return {};
+    return text.substr(begin, text.find_last_not_of(kBlank) + 1 - begin);
+}
+
+// The parts of a text between separators, each without the blanks around it.
+std::vector<std::string_view> Split(std::string_view text, char separator) {
+    std::vector<std::string_view> parts;
+    for (;;) {
+        const size_t end = text.find(separator);
+        parts.push_back(Trimmed(text.substr(0, end)));
+        if (end == std::string_view::npos) return parts;
+        text.remove_prefix(end + 1);
+    }
+}
+
+template <typename Number>
+bool Parse(std::string_view text, Number* value) {
+    if (text.starts_with('+')) text.remove_prefix(1);
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, *value);
+    return error == std::errc() && stop == end;
+}
+
+std::string Named(std::string_view key, std::string_view value, const std::string& fault) {
+    return std::string(key).append(" ").append(value).append(" ").append(fault);
+}
+
+std::string SetLevels(const Parameter& parameter, std::string_view text, Settings* settings) {
+    std::string form = std::string(parameter.key) + " takes " + std::to_string(kBandCount) +
+                       " levels, or BAND=LEVEL, not \"" + std::string(text) + "\"";
+    const std::vector<std::string_view> items = Split(text, ',');
+    const auto isNamed = [](std::string_view item) {
+        return item.find('=') != std::string_view::npos;
+    };
+    const bool named = isNamed(items.front());
+    if (!named && items.size() != kBandCount) return form;
+    Settings changed = *settings;
+    for (size_t i = 0; i < items.size(); ++i) {
+        size_t band = i;
+        std::string_view number = items[i];
+        if (isNamed(number) != named) return form;
+        if (named) {
+            const std::vector<std::string_view> sides = Split(number, '=');
+            if (sides.size() != 2 || !Parse(sides[0], &band)) return form;
+            number = sides[1];
+        }
+        double level = 0;
+        if (!Parse(number, &level)) return form;
+        if (band >= kBandCount)
+            return std::string(parameter.key) + " has bands 0 to " + std::to_string(kBandCount - 1);
+        if (!changed.SetBand(band, level))
+            return Named(parameter.key, number, "is outside " + RangeText(parameter));
+    }
+    *settings = changed;
+    return "";
+}
+
+std::string LevelsText(const Settings& settings, const char* separator) {
+    std::string text;
+    for (const double level : settings.BandLevels())
+        text += (text.empty() ? "" : separator) + NumberText(level);
+    return text;
+}
+
+}  // namespace
+
+std::string NumberText(double value) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%g", value);
+    return text.data();
+}
+
+std::string RangeText(const Parameter& parameter) {
+    return NumberText(parameter.minimum) + " to " + NumberText(parameter.maximum);
+}
+
+std::string DefaultText(const Parameter& parameter) {
+    std::string text = NumberText(parameter.defaultValue);
+    if (!parameter.CanSendDefault())
+        text += ", sent as " + NumberText(parameter.Sendable(parameter.defaultValue));
+    return text;
+}
+
+const Parameter* FindByKey(std::string_view key) {
+    if (key.empty()) return nullptr;
+    const auto* const found =
+        std::find_if(std::begin(kParameters), std::end(kParameters),
+                     [key](const Parameter& parameter) { return key == parameter.key; });
+    return found == std::end(kParameters) ? nullptr : found;
+}
+
+std::string SetFromText(std::string_view key, std::string_view value, Settings* settings) {
+    const Parameter* const parameter = FindByKey(key);
+    if (parameter == nullptr) return "no setting is called " + std::string(key);
+    if (parameter->kind == ParameterKind::kBandValue) return SetLevels(*parameter, value, settings);
+    double number = 0;
+    if (parameter->kind == ParameterKind::kSwitch) {
+        const bool on = value == "on" || value == "1";
+        if (!on && value != "off" && value != "0")
+            return Named(key, value, "is neither on nor off");
+        number = on ? 1 : 0;
+    } else if (!Parse(value, &number)) {
+        return Named(key, value, "is not a number");
+    }
+    if (settings->Set(parameter->id, number)) return "";
+    return Named(key, value, "is outside " + RangeText(*parameter));
+}
+
+std::string ReadSettings(std::string_view text, Settings* settings) {
+    std::vector<std::string_view> keys;
+    size_t number = 0;
+    for (const std::string_view line : Split(text, '\n')) {
+        ++number;
+        const std::string_view content = Trimmed(line.substr(0, line.find('#')));
+        if (content.empty()) continue;
+        const size_t equals = content.find('=');
+        const std::string_view key = Trimmed(content.substr(0, equals));
+        std::string fault;
+        if (equals == std::string_view::npos)
+            fault = "\"" + std::string(content) + "\" is not key = value";
+        else if (std::count(keys.begin(), keys.end(), key) != 0)
+            fault = std::string(key) + " stands here a second time";
+        else
+            fault = SetFromText(key, Trimmed(content.substr(equals + 1)), settings);
+        if (!fault.empty()) return std::to_string(number) + ": " + fault;
+        keys.push_back(key);
+    }
+    return "";
+}
+
+std::string SettingsText(const Settings& settings) {
+    std::string text;
+    for (const Parameter& parameter : kParameters) {
+        if (*parameter.key == '\0' || !settings.IsSet(parameter.id)) continue;
+        std::string value = NumberText(settings.Get(parameter.id));
+        if (parameter.kind == ParameterKind::kBandValue) value = LevelsText(settings, ",");
+        if (parameter.kind == ParameterKind::kSwitch)
+            value = settings.IsOn(parameter.id) ? "on" : "off";
+        text += std::string(parameter.key) + " = " + value + "\n";
+    }
+    return text;
+}
+
+std::string Describe(const Settings& settings) {
+    std::string text;
+    const auto add = [&text](const std::string& part) {
+        text += (text.empty() ? "" : ", ") + part;
+    };
+    for (const Parameter& parameter : kParameters) {
+        if (*parameter.key == '\0' || parameter.needs != kNoSwitch) continue;
+        if (parameter.kind != ParameterKind::kSwitch) {
+            if (settings.Get(parameter.id) != parameter.defaultValue)
+                add(std::string(parameter.key) + " " + NumberText(settings.Get(parameter.id)));
+            continue;
+        }
+        if (!settings.IsOn(parameter.id)) continue;
+        std::string values;
+        for (const Parameter& of : kParameters) {
+            if (of.needs != parameter.id || *of.key == '\0') continue;
+            values += values.empty() ? "" : ", ";
+            values += of.kind == ParameterKind::kBandValue
+                          ? LevelsText(settings, " ")
+                          : std::string(of.key) + " " + NumberText(settings.Get(of.id));
+        }
+        add(std::string(parameter.group) + " (" + values + ")");
+    }
+    return text.empty() ? "output limiters only" : text;
+}

@@ -1,0 +1,102 @@
+#include "effects/loudness.h"
+
+#include <algorithm>
+
+#include "dsp/fixed_point.h"
+#include "dsp/runs.h"
+
+namespace {
+
+constexpr size_t kChunk = 128;  // samples of both channels
+
+int32_t Enlarged(int16_t sample) {
+    return sample * (1 << kSampleShift);
+}
+
+// A coefficient c = high 2^15 + low, for products with 16-bit samples in 32 bits: in Q24 c times a
+// sample s of 2^9 is floor(c s / 2^15) = high s + floor(low s / 2^15).
+struct Halves {
+    explicit Halves(int32_t c)
+        : high(static_cast<int16_t>(c >> 15)), low(static_cast<int16_t>(c & 0x7FFF)) {}
+    static bool Fit(int32_t c) { return c >= -(1 << 30) && c < 1 << 30; }
+    [[gnu::always_inline]] int32_t Times(int16_t s) const { return high * s + (low * s >> 15); }
+    int16_t high, low;
+};
+
+// The share of the inputs in eight neighbouring outputs; the frames before lie in front.
+template <bool kHasB1>
+void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* samples, size_t count,
+               int32_t* sums) {
+    const Halves b0(c.b0), b1(c.b1), b2(c.b2);
+    const auto sum = [&](const int16_t* s) {
+        const int32_t both = WrapAdd(b0.Times(*s), b2.Times(*(s - 4)));
+        return kHasB1 ? WrapAdd(both, b1.Times(*(s - 2))) : both;
+    };
+    constexpr size_t kBlock = 8;
+    size_t i = 0;
+    for (; count - i >= kBlock; i += kBlock) {
+        int32_t block[kBlock];
+        for (size_t lane = 0; lane < kBlock; ++lane) block[lane] = sum(samples + i + lane);
+        std::copy_n(block, kBlock, sums + i);
+    }
+    for (; i < count; ++i) sums[i] = sum(samples + i);
+}
+
+// What outputs of one channel take from earlier ones, and their squares. In 64 bits, so that no
+// product has to widen its factors.
+struct OutputRun {
+    [[gnu::always_inline]] void Step(size_t i) {
+        const uint32_t older =
+            static_cast<uint32_t>(inputs[2 * i]) + static_cast<uint32_t>(fb2 * y2 >> kQ24Bits);
+        y2 = y1;
+        y1 = static_cast<int32_t>(older + static_cast<uint32_t>(fb1 * y1 >> kQ24Bits));
+        energy += static_cast<uint64_t>(y1 * y1);
+    }
+    const int32_t* inputs;
+    int64_t fb1, fb2, y1, y2;
+    uint64_t energy;
+};
+
+}  // namespace
+
+uint64_t AddEnergy(const int16_t* samples, size_t count, ptrdiff_t stride, Biquad_FP& filter) {
+    uint64_t energy = 0;
+    for (size_t i = 0; i < count; ++i) {
+        const int64_t y =
+            filter.ProcessSample(Enlarged(samples[static_cast<ptrdiff_t>(i) * stride]));
+        energy += static_cast<uint64_t>(y * y);
+    }
+    return energy;
+}
+
+uint64_t LargerEnergy(const int16_t* frames, size_t count, Biquad_FP* filters) {
+    // The first two frames make every input before the others a sample of this buffer.
+    const BiquadCoefficients<int32_t> c = filters[0].Coefficients();
+    const bool fit = !filters[0].IsRamping() && !filters[1].IsRamping() &&
+                     c == filters[1].Coefficients() && Halves::Fit(c.b0) && Halves::Fit(c.b1) &&
+                     Halves::Fit(c.b2);
+    const size_t first = fit ? std::min<size_t>(count, 2) : count;
+    uint64_t energies[2];
+    for (size_t side = 0; side < 2; ++side)
+        energies[side] = AddEnergy(frames + side, first, 2, filters[side]);
+    if (first < count) {
+        BiquadHistory<int32_t>&left = filters[0].History(), &right = filters[1].History();
+        int32_t inputs[kChunk];
+        OutputRun l = {inputs, c.fb1, c.fb2, left.y1, left.y2, energies[0]};
+        OutputRun r = {inputs + 1, c.fb1, c.fb2, right.y1, right.y2, energies[1]};
+        for (size_t at = 2 * first; at < 2 * count;) {
+            const size_t size = std::min(2 * count - at, kChunk);
+            (c.b1 == 0 ? AddInputs<false> : AddInputs<true>)(c, frames + at, size, inputs);
+            RunTogether(l, size / 2, r, size / 2);
+            at += size;
+        }
+        const int16_t* const last = frames + 2 * (count - 1);
+        left = {Enlarged(last[0]), Enlarged(last[-2]), static_cast<int32_t>(l.y1),
+                static_cast<int32_t>(l.y2)};
+        right = {Enlarged(last[1]), Enlarged(last[-1]), static_cast<int32_t>(r.y1),
+                 static_cast<int32_t>(r.y2)};
+        energies[0] = l.energy;
+        energies[1] = r.energy;
+    }
+    return std::max(energies[0], energies[1]);
+}

@@ -1,0 +1,111 @@
+#!/usr/bin/env python3
+"""Packs and unpacks the fuzz targets' kept inputs, and writes the first ones of the boundary's.
+
+    corpus.py unpack CORPUS.txt FOLDER        a file for each input
+    corpus.py pack FOLDER... CORPUS.txt       the other way
+    corpus.py scenarios SCENARIO... FOLDER    first inputs
+
+A packed corpus is text: a line of hexadecimal digits for each input, in the order of the lines, and
+no input twice. `scenarios` gives FOLDER the recorded scenarios (tests/data/runs/*.txt), long
+stretches of equal buffers cut to a few so that an input runs in milliseconds, and one with a
+refusal; the byte form is described in the target. Everything else was found by fuzzing, or holds
+settings that aren't numbers.
+"""
+import hashlib
+import pathlib
+import struct
+import sys
+
+RATE, CHANNELS, FORMAT, ACCESS = 2, 4, 8, 16  # bits of a configuration's mask
+NO_BLOCK, NO_REPLY, NO_REPLY_SIZE = 1, 2, 4  # flags of a command
+
+
+def command(code, block=b"", offered=4, flags=0):
+    return bytes([1, code, flags, len(block), offered]) + block
+
+
+def side(rate, channels):
+    mask = RATE | CHANNELS | FORMAT | ACCESS
+    return struct.pack("<QQIIQQQBBHxxxx", 0, 0, rate, (1 << channels) - 1, 0, 0, 0, 1, 0, mask)
+
+
+def parameter(identifier, values):
+    return struct.pack(f"<iIIi{len(values)}i", 0, 4, 4 * len(values), identifier, *values)
+
+
+def convert(text):
+    out = bytes([0, 0])
+    for line in text.splitlines():
+        words = line.split("#")[0].split()
+        if not words:
+            continue
+        verb, values = words[0], [int(word, 0) for word in words[1:]]
+        if verb == "configure":
+            out += command(1, side(*values) * 2)
+        elif verb == "command":
+            out += command(values[0])
+        elif verb == "set":
+            out += command(5, parameter(values[0], values[1:]))
+        elif verb == "get":
+            out += command(8, parameter(values[0], [0]), 20)
+        elif verb == "process":
+            frames, count = values
+            out += bytes([2]) + struct.pack("<H", frames) + bytes([(min(count, 4) - 1) << 3])
+    return out
+
+
+# A buffer that must grow and can't, the time of processing, records cut short or null, bad calls,
+# the safe-mode marker.
+REFUSED = (
+    bytes([0, 0])
+    + command(1, side(48000, 2) * 2)
+    + command(5, parameter(0x20008, [1]))
+    + command(5, parameter(0x9001, [1]))
+    + command(3)
+    + bytes([4, 1, 2]) + struct.pack("<H", 5000) + bytes([0, 2, 0, 4, 0])
+    + command(8, parameter(0x8004, [0]), 20)
+    + command(5, parameter(0x20001, [1])[:12])
+    + command(8, parameter(0x8004, [])[:12], 20)
+    + command(5, parameter(0x20001, [1]), 4, NO_BLOCK)
+    + command(8, parameter(0x8004, []), 20, NO_BLOCK)
+    + command(1, side(48000, 2) * 2, 4, NO_BLOCK)
+    + command(8, parameter(0x8004, []), 20, NO_REPLY)
+    + command(8, parameter(0x8004, []), 20, NO_REPLY_SIZE)
+    + command(0, b"", 4, NO_REPLY | NO_REPLY_SIZE)
+    + bytes([5, 0, 128, 5, 3])
+)
+
+
+def unpack(corpus, folder):
+    for line in corpus.read_text().split():
+        data = bytes.fromhex(line)
+        (folder / hashlib.sha1(data).hexdigest()).write_bytes(data)
+
+
+def pack(*folders, corpus):
+    inputs = {path.read_bytes().hex() for folder in folders for path in folder.iterdir()}
+    corpus.write_text("".join(line + "\n" for line in sorted(inputs)))
+
+
+def scenarios(*files, folder):
+    for path in files:
+        (folder / path.stem).write_bytes(convert(path.read_text()))
+    (folder / "refused").write_bytes(REFUSED)
+
+
+def main():
+    verb, *paths = sys.argv[1:] or [""]
+    *sources, target = map(pathlib.Path, paths or ["."])
+    if verb not in ("unpack", "pack", "scenarios") or not sources:
+        sys.exit(__doc__)
+    if verb == "pack":
+        pack(*sources, corpus=target)
+        return
+    target.mkdir(parents=True, exist_ok=True)
+    if verb == "unpack":
+        unpack(*sources, target)
+    else:
+        scenarios(*sources, folder=target)
+
+
+main()

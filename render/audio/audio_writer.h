@@ -1,0 +1,45 @@
+// 16-bit samples out, to a file whose ending names the format or to standard output.
+//
+// Everything throws Failure with one line for the user.
+#pragma once
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "render/audio/tags.h"
+
+// The format that a file name's ending asks for.
+class OutputFormat {
+public:
+    // "-" is a WAV stream. UsageError for an ending that nothing is known of.
+    explicit OutputFormat(const std::string& path);
+    bool TakesRate(uint32_t rateHz) const;
+    int SndfileFormat() const { return sndfileFormat; }
+
+private:
+    int sndfileFormat = 0;
+    std::vector<uint32_t> rates;  // empty: all
+};
+
+// Where the samples go. Nothing exists under the final name until Commit.
+class AudioWriter {
+public:
+    virtual ~AudioWriter() = default;
+    // Interleaved samples, whole frames.
+    virtual void Write(std::span<const int16_t> samples) = 0;
+    virtual void Commit() = 0;
+};
+
+struct AudioFormat {
+    uint32_t rateHz;
+    uint32_t channels;
+    std::optional<uint64_t> frames;  // if known
+};
+
+// path: "-" is standard output, a WAV stream whose header leaves the length open.
+std::unique_ptr<AudioWriter> OpenAudioWriter(const std::string& path, bool overwrite,
+                                             const AudioFormat& format,
+                                             const std::vector<Tag>& tags);

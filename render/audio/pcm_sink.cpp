@@ -1,0 +1,42 @@
+#include "render/audio/pcm_sink.h"
+
+#include <algorithm>
+
+PcmSink::PcmSink(AudioWriter& audioWriter, const Rates& rates, uint32_t channelCount, bool dither,
+                 bool measure)
+    : writer(audioWriter),
+      channels(channelCount),
+      resampler(rates.chainHz, rates.outputHz, channelCount),
+      quantizer(dither),
+      meter(channelCount, rates.outputHz, measure) {}
+
+void PcmSink::Put(std::span<const int16_t> samples) {
+    writer.Write(samples);
+    meter.Add(samples);
+    samplesWritten += samples.size();
+}
+
+void PcmSink::Write(std::span<const int16_t> samples) {
+    if (resampler.IsIdle()) {
+        Put(samples);
+        return;
+    }
+    floats.assign(samples.begin(), samples.end());
+    for (float& sample : floats) sample /= 32768.0f;
+    resampled.clear();
+    resampler.Process(floats, &resampled);
+    quantized.clear();
+    quantizer.Process(resampled, &quantized);
+    Put(quantized);
+}
+
+void PcmSink::Finish(uint64_t frames) {
+    if (resampler.IsIdle()) return;
+    resampled.clear();
+    resampler.Finish(&resampled);
+    quantized.clear();
+    quantizer.Process(resampled, &quantized);
+    const uint64_t wanted = frames * channels;
+    quantized.resize(wanted - std::min(wanted, samplesWritten));
+    Put(quantized);
+}

@@ -1,0 +1,35 @@
+// The input as the chain takes it: resampled if need be, in 16 bits, measured on the way.
+#pragma once
+#include <cstdint>
+#include <vector>
+
+#include "render/audio/audio_reader.h"
+#include "render/audio/loudness.h"
+#include "render/audio/quantizer.h"
+#include "render/audio/resampler.h"
+
+class PcmSource {
+public:
+    // dither: for what doesn't fit 16 bits as it is. The reader must outlive the source.
+    PcmSource(AudioReader& audioReader, uint32_t chainRateHz, bool dither, bool measure);
+
+    // Replaces *pcm by the next interleaved samples, now and then none; false after the last.
+    bool Read(std::vector<int16_t>* pcm);
+
+    bool Dithers() const { return dithers; }
+    uint64_t FramesRead() const { return framesRead; }  // at the file's rate
+    uint64_t Clipped() const { return quantizer.Clipped(); }
+    // Samples taken for silence: of the file, and those that became none in resampling.
+    uint64_t NotNumbers() const { return reader.NotNumbers() + quantizer.NotNumbers(); }
+    Loudness Measured() const { return meter.Result(); }
+
+private:
+    AudioReader& reader;
+    Resampler resampler;
+    bool dithers;
+    Quantizer quantizer;
+    LoudnessMeter meter;
+    std::vector<float> resampled;
+    uint64_t framesRead = 0;
+    bool ended = false;
+};

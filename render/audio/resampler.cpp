@@ -1,0 +1,54 @@
+#include "render/audio/resampler.h"
+
+#include <string>
+
+#include "render/failure.h"
+
+namespace {
+
+constexpr size_t kBlockFrames = 4096;
+
+void Check(soxr_error_t error) {
+    if (error != nullptr) throw Failure(std::string("cannot resample: ") + error);
+}
+
+}  // namespace
+
+uint32_t ChainRateHz(uint32_t fileRateHz) {
+    if (fileRateHz >= 32000 && fileRateHz <= 48000) return fileRateHz;
+    return fileRateHz % 11025 == 0 ? 44100 : 48000;
+}
+
+Resampler::Resampler(uint32_t inRateHz, uint32_t outRateHz, uint32_t channelCount)
+    : channels(channelCount), block(kBlockFrames * channels) {
+    if (inRateHz == outRateHz) return;
+    soxr_error_t error = nullptr;
+    const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);
+    handle.reset(
+        soxr_create(inRateHz, outRateHz, channelCount, &error, nullptr, &quality, nullptr));
+    Check(error);
+}
+
+void Resampler::Run(const float* in, size_t frames, std::vector<float>* out) {
+    // A null input says that no more will come; then soxr hands out the rest.
+    size_t taken = 0, made = 0;
+    do {
+        size_t takenNow = 0;
+        Check(soxr_process(handle.get(), in == nullptr ? nullptr : in + taken * channels,
+                           frames - taken, &takenNow, block.data(), kBlockFrames, &made));
+        taken += takenNow;
+        out->insert(out->end(), block.begin(),
+                    block.begin() + static_cast<ptrdiff_t>(made * channels));
+    } while (taken < frames || made > 0);
+}
+
+void Resampler::Process(std::span<const float> in, std::vector<float>* out) {
+    if (IsIdle())
+        out->insert(out->end(), in.begin(), in.end());
+    else if (!in.empty())
+        Run(in.data(), in.size() / channels, out);
+}
+
+void Resampler::Finish(std::vector<float>* out) {
+    if (!IsIdle()) Run(nullptr, 0, out);
+}

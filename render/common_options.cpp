@@ -1,0 +1,51 @@
+#include "render/common_options.h"
+
+#include <filesystem>
+
+#include "render/audio/whole_write.h"
+#include "render/failure.h"
+
+void LibraryOptions::AddTo(CLI::App& command) {
+    command
+        .add_option("--library", path,
+                    "the effect library; without it, the one beside this program")
+        ->type_name("FILE");
+    command.add_flag("--log", log, "show what the library logs");
+}
+
+std::string LibraryOptions::Find() const {
+    if (!path.empty()) return path;
+    constexpr const char* kName = "libqth_orvane_ics_NOVFP.so";
+    std::error_code ignored;
+    const std::filesystem::path folder =
+        std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+    for (const std::filesystem::path& found : {folder / kName, folder / ".." / "lib" / kName})
+        if (std::filesystem::exists(found, ignored)) return found.string();
+    throw Failure(std::string(kName) + " is not in " + folder.string() +
+                  " (--library names another place)");
+}
+
+void CommonOptions::AddTo(CLI::App& command) {
+    settings.AddTo(command);
+    command
+        .add_option("--buffer", bufferFrames,
+                    "frames per call of the library; the playback gain measures once per "
+                    "buffer, so this changes the sound")
+        ->type_name("FRAMES")
+        ->check(CLI::Range(1, 65536))
+        ->capture_default_str();
+    command.add_flag("-f,--force", overwrite, "overwrite files that exist");
+    command.add_flag("-q,--quiet", quiet, "say nothing but errors");
+    library.AddTo(command);
+    AddPresetListTo(command);
+}
+
+void AddPresetListTo(CLI::App& command) {
+    command.add_flag_callback(
+        "--list-presets",
+        [] {
+            PrintToStandardOutput(PresetList());
+            throw CLI::Success();  // before anything that is missing is missed
+        },
+        "print the presets");
+}

@@ -1,0 +1,11 @@
+// What the commands ask of an audio file before they run it.
+#pragma once
+#include <string>
+
+#include "render/audio/audio_reader.h"
+
+// Failure if the effect can't take as many channels.
+void CheckChannels(const std::string& input, const AudioReader& reader);
+
+// The title that the file carries, else its name.
+std::string TitleOf(const std::string& input, const AudioReader& reader);

@@ -1,0 +1,101 @@
+#include "render/report.h"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "client/settings_text.h"
+
+namespace {
+
+template <typename... Values>
+std::string Format(const char* format, Values... values) {
+    std::array<char, 256> text{};
+    std::snprintf(text.data(), text.size(), format, values...);
+    return text.data();
+}
+
+std::string Count(uint64_t count, const char* noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+// The unit stands with the first that was measured.
+std::string Levels(double before, double after, const char* unit) {
+    const auto text = [](double level, const char* unitOf) {
+        return std::isnan(level) ? "not measured" : Format("%.1f%s", level, unitOf);
+    };
+    return text(before, unit) + " before, " + text(after, std::isnan(before) ? unit : "") +
+           " after";
+}
+
+nlohmann::json LevelJson(double level) {
+    if (!std::isfinite(level)) return nullptr;
+    return level;
+}
+
+}  // namespace
+
+std::string TextOf(const Report& report) {
+    const double seconds = static_cast<double>(report.frames) / report.rateHz;
+    const auto minutes = static_cast<unsigned long>(seconds / 60);
+    std::string text = report.input + " -> " + report.output + "\n";
+    text += "  " + std::to_string(report.rateHz) + " Hz, " +
+            (report.channels == 1 ? "mono" : "stereo") +
+            Format(", %lu:%06.3f", minutes, seconds - 60.0 * static_cast<double>(minutes)) + " (" +
+            Count(report.frames, "frame") + "), in buffers of " +
+            Count(report.bufferFrames, "frame") + "\n";
+    text += "  preset " + report.preset + ": " + Describe(report.settings) + "\n";
+    text += "  delay    " + Count(report.delayFrames, "frame") +
+            Format(" (%.1f ms) ", 1000.0 * report.delayFrames / report.chainRateHz) +
+            (report.delayRemoved ? "removed\n" : "kept\n");
+    text +=
+        "  loudness " + Levels(report.before.integratedLufs, report.after.integratedLufs, " LUFS") +
+        "; true peak " + Levels(report.before.truePeakDb, report.after.truePeakDb, " dB") + "\n";
+    text += "  clipped  " + Count(report.clippedIn, "sample") + " on the way in";
+    if (report.clippedOut > 0) text += ", " + std::to_string(report.clippedOut) + " on the way out";
+    text += report.dithered ? "; dithered to 16 bits\n" : "\n";
+    for (const std::string& note : report.notes) text += "  note: " + note + "\n";
+    text += Format("  %.0f times real time\n", report.speed);
+    return text;
+}
+
+std::string JsonOf(const Report& report) {
+    nlohmann::ordered_json settings;
+    for (const Parameter& parameter : kParameters)
+        if (*parameter.key != '\0' && parameter.kind == ParameterKind::kSwitch)
+            settings[parameter.key] = report.settings.IsOn(parameter.id);
+        else if (parameter.id == PARAM_EQUALIZER_BANDLEVEL)
+            settings[parameter.key] = report.settings.BandLevels();
+        else if (*parameter.key != '\0')
+            settings[parameter.key] = report.settings.Get(parameter.id);
+    const nlohmann::ordered_json json = {
+        {"input", report.input},
+        {"output", report.output},
+        {"preset", report.preset},
+        {"settings", settings},
+        {"rateHz", report.rateHz},
+        {"channels", report.channels},
+        {"frames", report.frames},
+        {"seconds", static_cast<double>(report.frames) / report.rateHz},
+        {"chainRateHz", report.chainRateHz},
+        {"outputRateHz", report.outputRateHz},
+        {"bufferFrames", report.bufferFrames},
+        {"delayFrames", report.delayFrames},
+        {"delayRemoved", report.delayRemoved},
+        {"dithered", report.dithered},
+        {"clippedIn", report.clippedIn},
+        {"clippedOut", report.clippedOut},
+        {"notNumbers", report.notNumbers},
+        {"loudnessLufs",
+         {{"before", LevelJson(report.before.integratedLufs)},
+          {"after", LevelJson(report.after.integratedLufs)}}},
+        {"truePeakDb",
+         {{"before", LevelJson(report.before.truePeakDb)},
+          {"after", LevelJson(report.after.truePeakDb)}}},
+        {"speed", report.speed},
+        {"notes", report.notes},
+    };
+    // File names need not be UTF-8.
+    return json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}

@@ -1,0 +1,79 @@
+// The library under test, seen as the framework and an application see it: its exported record.
+#pragma once
+#include <dlfcn.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "client/instance.h"
+#include "host/identity.h"
+#include "signals.h"
+#include "unit/parameters.h"
+
+// The shared library under test: the build's, or what ORVANE_LIBRARY names in the environment.
+inline void* LibraryHandle() {
+    static void* const library = [] {
+        const char* const named = std::getenv("ORVANE_LIBRARY");
+        return dlopen(named != nullptr ? named : ORVANE_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+    }();
+    if (library == nullptr) std::abort();
+    return library;
+}
+
+inline const audio_effect_library_t& LoadedLibrary() {
+    void* const symbol = dlsym(LibraryHandle(), AUDIO_EFFECT_LIBRARY_INFO_SYM_AS_STR);
+    if (symbol == nullptr) std::abort();
+    return *static_cast<const audio_effect_library_t*>(symbol);
+}
+
+// Uniform in [-amplitude, amplitude], interleaved or not.
+inline std::vector<int16_t> NoiseSamples(size_t count, int amplitude, unsigned seed = 1) {
+    return Noise<int16_t>(count, amplitude + 1, seed);
+}
+
+// An instance of the library under test, unless another one is named.
+class Instance : public ClientInstance {
+public:
+    explicit Instance(const audio_effect_library_t& library = LoadedLibrary())
+        : ClientInstance(library) {
+        if (handle == nullptr) std::abort();
+    }
+    explicit Instance(effect_handle_t created) : ClientInstance(LoadedLibrary(), created) {}
+
+    // Every processor on, every value away from its default.
+    void SwitchEverythingOn() {
+        constexpr int32_t kSettings[][2] = {
+            {PARAM_PLAYBACKGAIN_RATIO, 150},   {PARAM_PLAYBACKGAIN_VOLUME, 130},
+            {PARAM_PLAYBACKGAIN_MAXGAIN, 400}, {PARAM_PLAYBACKGAIN_ENABLE, 1},
+            {PARAM_EQUALIZER_ENABLE, 1},       {PARAM_ENHANCER_PROCESS, 180},
+            {PARAM_ENHANCER_LOCONTOUR, 70},    {PARAM_ENHANCER_ENABLE, 1},
+            {PARAM_OUTPUT_GAIN, 140},          {PARAM_LIMITER_GATE, 80}};
+        for (int32_t band = 0; band < 10; ++band)
+            Set(PARAM_EQUALIZER_BANDLEVEL, {band, 15 * band - 60});
+        for (const auto& [id, value] : kSettings) Set(id, {value});
+    }
+    // Every level, gain and factor, each band's too, as sent: hundredths.
+    void SetEveryValue(int32_t value) {
+        for (int32_t band = 0; band < 10; ++band) Set(PARAM_EQUALIZER_BANDLEVEL, {band, value});
+        for (const Parameter& parameter : kParameters)
+            if (parameter.kind == ParameterKind::kValue) Set(parameter.id, {value});
+    }
+    // Configured, everything on, enabled.
+    void Start(uint32_t rate, uint32_t channels) {
+        Configure(rate, channels);
+        SwitchEverythingOn();
+        Enable();
+    }
+    // The whole of `in` (interleaved) in buffers of `frames`; the last one may be shorter.
+    std::vector<int16_t> Run(const std::vector<int16_t>& in, uint32_t frames, uint32_t channels) {
+        std::vector<int16_t> out(in.size());
+        for (size_t at = 0; at < in.size(); at += size_t{frames} * channels) {
+            const size_t left = (in.size() - at) / channels;
+            const uint32_t now = left < frames ? static_cast<uint32_t>(left) : frames;
+            if (Process(in.data() + at, out.data() + at, now) != 0) std::abort();
+        }
+        return out;
+    }
+};

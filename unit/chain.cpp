@@ -1,0 +1,163 @@
+#include "unit/chain.h"
+
+#include <cstddef>
+#include <cstring>
+
+namespace {
+
+constexpr uint32_t kWaveBufferFrames = 2048;
+
+// What every setting of the chain is on a new instance.
+template <typename Apply>
+void ForEachDefault(Apply apply) {
+    for (const Parameter& parameter : kParameters) {
+        const auto value = static_cast<float>(parameter.defaultValue);
+        const bool perBand = parameter.kind == ParameterKind::kBandValue;
+        const int bands = perBand ? static_cast<int>(FIREqualizer_R32R32::kBands) : 1;
+        for (int band = 0; band < bands; ++band) apply(parameter.id, value, band);
+    }
+}
+
+}  // namespace
+
+template <typename Visit>
+void Chain::ForEachStage(Visit visit) {
+    visit(waveBuffer);
+    visit(playbackGain);
+    visit(equalizer);
+    visit(enhancer);
+    visit(limiter);
+}
+
+template <typename Action>
+void Chain::ForEach(Action act) {
+    ForEachStage([&act](auto& stage) { stage.ForEach(act); });
+}
+
+Chain::Chain(uint32_t rateHz, uint32_t channelCount)
+    : samplingRate(rateHz), channels(channelCount) {
+    waveBuffer.Make(channels, kWaveBufferFrames);
+    playbackGain.Make();
+    limiter.Make();
+    equalizer.Make();
+    enhancer.Make(0U);
+    HandOnSamplingRate();
+    HandOnChannels();
+    ForEachDefault([this](ParameterId id, float value, int band) { Set(id, value, band); });
+    Reset();
+    ready = Complete();
+}
+
+void Chain::HandOnSamplingRate() {
+    ForEach([this](auto& processor) {
+        if constexpr (requires { processor.SetSamplingRate(samplingRate); })
+            processor.SetSamplingRate(samplingRate);
+    });
+}
+
+void Chain::HandOnChannels() {
+    ForEach([this](auto& processor) {
+        if constexpr (requires { processor.SetChannels(channels); })
+            processor.SetChannels(channels);
+    });
+}
+
+bool Chain::Complete() {
+    bool complete = true;
+    ForEachStage([&complete](const auto& stage) { complete = complete && stage.Filled(); });
+    ForEach([&complete](const auto& processor) {
+        if constexpr (requires { processor.GetPrepared(); })
+            complete = complete && processor.GetPrepared();
+    });
+    return complete && waveBuffer->GetBufferSize() != 0;
+}
+
+void Chain::SetSamplingRate(uint32_t rateHz) {
+    samplingRate = rateHz;
+    HandOnSamplingRate();
+    ready = ready && Complete();
+    Reset();
+}
+
+void Chain::SetChannels(uint32_t count) {
+    channels = count;
+    HandOnChannels();
+    waveBuffer.Make(channels, kWaveBufferFrames);
+    ready = ready && Complete();
+    Reset();
+}
+
+void Chain::Reset() {
+    ForEach([](auto& processor) { processor.Reset(); });
+}
+
+void Chain::Set(ParameterId id, float value, int band) {
+    const auto enable = [value](auto& processor) { processor.SetEnable(value != 0); };
+    switch (id) {
+        case PARAM_PLAYBACKGAIN_ENABLE:
+            playbackGain.ForEach(enable);
+            break;
+        case PARAM_PLAYBACKGAIN_RATIO:
+            playbackGain.ForEach([value](auto& gain) { gain.SetRatio(value); });
+            break;
+        case PARAM_PLAYBACKGAIN_VOLUME:
+            playbackGain.ForEach([value](auto& gain) { gain.SetVolume(value); });
+            break;
+        case PARAM_PLAYBACKGAIN_MAXGAIN:
+            playbackGain.ForEach([value](auto& gain) { gain.SetMaxGainFactor(value); });
+            break;
+        case PARAM_EQUALIZER_ENABLE:
+            equalizer.ForEach(enable);
+            break;
+        case PARAM_EQUALIZER_BANDLEVEL:
+            equalizer.ForEach([&](auto& bands) { bands.SetBandLevel(band, value); });
+            break;
+        case PARAM_ENHANCER_ENABLE:
+            enhancer.ForEach(enable);
+            break;
+        case PARAM_ENHANCER_PROCESS:
+            enhancer.ForEach([value](auto& sound) { sound.SetProcess(value); });
+            break;
+        case PARAM_ENHANCER_LOCONTOUR:
+            enhancer.ForEach([value](auto& sound) { sound.SetLoContour(value); });
+            break;
+        case PARAM_OUTPUT_GAIN:
+            outputGain = value;
+            break;
+        case PARAM_LIMITER_GATE:
+            limiter.ForEach([value](auto& frames) { frames.SetGate(value); });
+            break;
+        default:
+            break;
+    }
+}
+
+bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
+    const size_t total = static_cast<size_t>(frames) * channels;
+    if (in != out) std::memmove(out, in, total * sizeof(int16_t));
+    playbackGain->Process(in, out, frames);
+
+    waveBuffer->Reset();
+    // The enhancer's room is asked for before anything is pushed, so that a refusal loses nothing
+    // in the middle of the chain.
+    if (!enhancer->Reserve(frames) || waveBuffer->PushSamples(out, frames) == 0) {
+        waveBuffer->Reset();
+        return false;
+    }
+    float* const samples = waveBuffer->GetCurrentBufferR32Ptr();
+    equalizer->Process(samples, frames);
+    const uint32_t produced = enhancer->Process(samples, frames);
+    waveBuffer->SetBufferOffset(produced);
+
+    const size_t sounding = static_cast<size_t>(produced) * channels;
+    const float gain = outputGain;
+    for (size_t i = 0; i < sounding; ++i) samples[i] *= gain;
+    limiter->Process(samples, produced, channels);
+    waveBuffer->PopSamples(out, produced, false);
+
+    if (const size_t silent = total - sounding; silent != 0) {
+        std::memmove(out + silent, out, sounding * sizeof(int16_t));
+        std::memset(out, 0, silent * sizeof(int16_t));
+    }
+    return true;
+}
