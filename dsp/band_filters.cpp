@@ -75,21 +75,6 @@ void AddTail(Planar<T> band, size_t blockPairs, Planar<T> tail, size_t tailPairs
 }  // namespace
 
 template <typename T>
-bool BandTails<T>::Allocate(size_t length) {
-    OwnedArray<T> fresh[kBands];
-    for (OwnedArray<T>& tail : fresh)
-        if (!tail.Allocate(length)) return false;
-    for (size_t b = 0; b < kBands; ++b) tails[b] = std::move(fresh[b]);
-    return true;
-}
-
-template <typename T>
-void BandTails<T>::Clear() {
-    primed = false;
-    for (OwnedArray<T>& tail : tails) std::fill_n(tail.data(), tail.size(), T(0));
-}
-
-template <typename T>
 bool BandFilters<T>::Design(uint32_t windowType, uint32_t kernelLength, uint32_t samplingRateHz,
                             T lowCutoff, T highCutoff) {
     const uint32_t K = kernelLength, L = BlockLengthFor(K), N = L + K - 1;
@@ -170,9 +155,11 @@ void BandFilters<T>::Split(BandTails<T>& tails, Planar<const T> block,
                  transformLength);
         for (size_t b = 0; b < kBands; ++b) fft.Backward(PartOf(products, b), bands[b]);
     }
-    for (size_t b = 0; b < kBands; ++b)
-        AddTail(bands[b], blockLength / 2, HalvesOf(tails.tails[b]), TailLength() / 2,
+    for (size_t b = 0; b < kBands; ++b) {
+        T* const tail = tails.all.data() + b * size_t{TailLength()};
+        AddTail(bands[b], blockLength / 2, {tail, tail + TailLength() / 2}, TailLength() / 2,
                 tails.primed);
+    }
     tails.primed = true;
 }
 
@@ -183,7 +170,5 @@ Planar<T> BandFilters<T>::PartOf(OwnedArray<T>& all, size_t band) const {
     return {part, part + transformLength / 2};
 }
 
-template struct BandTails<float>;
-template struct BandTails<double>;
 template class BandFilters<float>;
 template class BandFilters<double>;

@@ -12,6 +12,7 @@
 // Allocates: Design, BandTails::Allocate. Thread: no lock of its own; the owner
 // serialises all calls.
 #pragma once
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -24,15 +25,18 @@
 
 enum Band { kLowBand, kHighBand, kMiddleBand, kBands };
 
-// What one channel's blocks leave for the next one: K - 1 samples a band, planar.
+// What one channel's blocks leave for the next one: `length` = K - 1 samples a band, planar.
 template <typename T>
 struct BandTails {
     // Zeros. False, and nothing changes, if memory is refused.
-    bool Allocate(size_t length);
+    bool Allocate(size_t length) { return all.Allocate(kBands * length); }
     // As of a channel that had no block yet.
-    void Clear();
+    void Clear() {
+        primed = false;
+        std::fill_n(all.data(), all.size(), T(0));
+    }
 
-    OwnedArray<T> tails[kBands];
+    OwnedArray<T> all;
     bool primed = false;  // a block was processed, so the tails count
 };
 
@@ -97,7 +101,5 @@ constexpr uint32_t BandFilters<T>::BlockLengthFor(uint32_t kernelLength) {
     return N <= kMaxTransform ? static_cast<uint32_t>(N - (K - 1)) : 0;
 }
 
-extern template struct BandTails<float>;
-extern template struct BandTails<double>;
 extern template class BandFilters<float>;
 extern template class BandFilters<double>;

@@ -64,7 +64,9 @@ public:
     void ReleaseResources();
 
 private:
-    Planar<T> Work(size_t i) { return {work[i].data(), work[i].data() + work[i].size() / 2}; }
+    ORVANE_LOCAL Planar<T> Work(size_t i) {
+        return {work[i].data(), work[i].data() + work[i].size() / 2};
+    }
 
     BandFilters<T> filters;
     BandTails<T> tails;

@@ -67,7 +67,7 @@ template <typename T>
 bool PlanarFft<T>::Prepare(uint32_t n, const T* w) {
     *this = {};
     const size_t groups = n / 32;
-    if (!firstFactors.Allocate(6 * 4 * groups) || !secondFactors.Allocate(6 * 4 * groups) ||
+    if (!firstFactors.Allocate(24 * groups) || !secondFactors.Allocate(24 * groups) ||
         !laterFactors.Allocate(groups / 4) || !reversed.Allocate(groups))
         return false;
     M = n / 2;
@@ -80,7 +80,7 @@ bool PlanarFft<T>::Prepare(uint32_t n, const T* w) {
         for (size_t i = 0; i < 4; ++i) {
             const size_t first = q + ReversedOfFour(i) * groups, lane = q % W;
             SetTwiddles(&firstFactors[6 * (first - lane)], W, lane,
-                        GroupTwiddles(w, 4 * reversed[q] + i));
+                        GroupTwiddles(w, size_t{4} * reversed[q] + i));
             // Result i of group q: its row and lane once transposed.
             const size_t row = W == 1 ? i : q % 4, in = W == 1 ? 0 : lane / 4 * 4 + i;
             SetTwiddles(&secondFactors[6 * (4 * (q - lane) + row * W)], W, in,
@@ -109,10 +109,9 @@ template <typename T>
 template <bool backward>
 void PlanarFft<T>::Transform(Planar<const T> in, Planar<T> out) const {
     using V = typename WidestVector<T>::Type;
-    if (Width() != 1)
-        FirstTwoStages<V>(in, out);
-    else
-        FirstTwoStages<T>(in, out);
+    const bool wide = Width() != 1;
+    if (wide) FirstTwoStages<V>(in, out);
+    if (!wide) FirstTwoStages<T>(in, out);
     size_t span = 16;
     for (; 8 * span < M; span *= 4) MiddleStage(out, span);
     if (8 * span == M)

@@ -82,7 +82,7 @@ void Weave(const DelayedBands<Real>& left, const DelayedBands<Real>& right, size
 
 // Everything into and out of the filter is rounded as the buffers hold it.
 template <typename Real>
-void AddContourToOne(Biquad<Real, Real>& filter, Real* samples, size_t count) {
+void AddContourToOne(Biquad<Real, Real>& filter, Real* samples, uint32_t count) {
     Real contour[kChunk];
     ForLanes<Real>(count, [=, &contour]<typename V>(size_t i) {
         Store(contour + i, Held(Load<V>(samples + i)));
@@ -93,7 +93,7 @@ void AddContourToOne(Biquad<Real, Real>& filter, Real* samples, size_t count) {
     });
 }
 template <typename Real>
-void AddContourToBoth(Biquad<Real, Real>& filter, Real* frames, size_t count) {
+void AddContourToBoth(Biquad<Real, Real>& filter, Real* frames, uint32_t count) {
     Real contour[kChunk];
     ForLanes<Real>(count, [=, &contour]<typename V>(size_t i) {
         V left, right;
@@ -145,18 +145,19 @@ void OrvaneSound<Sample, Real>::RunBlock() {
     Real frames[kChunk * kMaxChannels];
     for (size_t at = 0; at < kPairs; at += kChunk / 2) {
         const size_t pairs = std::min(kChunk / 2, kPairs - at);
+        const auto count = static_cast<uint32_t>(2 * pairs);
         const DelayedBands<Real> bands[] = {BandsOf(left, at, process),
                                             BandsOf(stereo ? right : left, at, process)};
         if (MixUnpacked(bands, &loContourFilter, pairs, channels, frames)) {
             // Nothing is left to do.
         } else if (stereo) {
             Weave(bands[0], bands[1], pairs, frames);
-            AddContourToBoth(loContourFilter, frames, 2 * pairs);
+            AddContourToBoth(loContourFilter, frames, count);
         } else {
             Weave(bands[0], pairs, frames);
-            AddContourToOne(loContourFilter, frames, 2 * pairs);
+            AddContourToOne(loContourFilter, frames, count);
         }
-        outputBuffer->PushSamples(frames, static_cast<uint32_t>(2 * pairs));
+        outputBuffer->PushSamples(frames, count);
     }
     for (uint32_t c = 0; c < channels; ++c) {
         const Planar<Real> block = state[c].Block();
