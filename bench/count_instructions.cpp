@@ -51,10 +51,10 @@ constexpr const char* kStageNames[kStages] = {"caller",    "unit",     "playback
 constexpr struct {
     const char* part;
     Part stage;
-} kOwners[] = {{"Instance::", kCaller},     {"ProcessUnit_Orvane", kUnit},
-               {"InterfaceProcess", kUnit}, {"PlaybackGain", kPlaybackGain},
-               {"WaveBuffer", kBuffer},     {"FIREqualizer", kEqualizer},
-               {"OrvaneSound", kEnhancer},  {"Limiter", kLimiters}};
+} kOwners[] = {
+    {"Instance::", kCaller},      {"ProcessUnit_Orvane", kUnit},   {"InterfaceProcess", kUnit},
+    {"Chain::", kUnit},           {"PlaybackGain", kPlaybackGain}, {"WaveBuffer", kBuffer},
+    {"FIREqualizer", kEqualizer}, {"OrvaneSound", kEnhancer},      {"Limiter", kLimiters}};
 
 struct Function {
     std::string name;

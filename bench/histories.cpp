@@ -12,21 +12,11 @@
 #include <string>
 
 #include "bench/music.h"
-#include "tests/framework_client.h"
+#include "client/library_file.h"
+#include "tests/library_under_test.h"
 #include "tests/muted_log.h"
 
 namespace {
-
-const audio_effect_library_t& Load(const char* path) {
-    void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    void* const record =
-        library != nullptr ? dlsym(library, AUDIO_EFFECT_LIBRARY_INFO_SYM_AS_STR) : nullptr;
-    if (record == nullptr) {
-        std::fprintf(stderr, "histories: %s\n", dlerror());
-        std::exit(2);
-    }
-    return *static_cast<const audio_effect_library_t*>(record);
-}
 
 class History {
 public:
@@ -145,7 +135,12 @@ int main(int argc, char** argv) {
         std::fputs("usage: histories LIBRARY OTHER COUNT [FIRST SEED]\n", stderr);
         return 2;
     }
-    const audio_effect_library_t &first = Load(argv[1]), &second = Load(argv[2]);
+    const LibraryFile files[] = {LibraryFile(argv[1]), LibraryFile(argv[2])};
+    for (const LibraryFile& file : files)
+        if (file.Record() == nullptr) {
+            std::fprintf(stderr, "histories: %s\n", file.Fault().c_str());
+            return 2;
+        }
     const unsigned long count = std::strtoul(argv[3], nullptr, 10);
     const unsigned long from = argc == 5 ? std::strtoul(argv[4], nullptr, 10) : 1;
     const std::vector<int16_t> music = ReadMusic();
@@ -154,7 +149,9 @@ int main(int argc, char** argv) {
         size_t played = 0;
         {
             const MutedLog muted;
-            played = History(first, second, music, static_cast<unsigned>(seed)).Play();
+            played =
+                History(*files[0].Record(), *files[1].Record(), music, static_cast<unsigned>(seed))
+                    .Play();
         }
         frames += played;
         if (played != 0) continue;

@@ -34,8 +34,9 @@ set(ORVANE_SOURCES
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm" AND ORVANE_SOFTFLOAT STREQUAL "")
   enable_language(ASM)
   # There these hold designs, commands and forms that only step in: small before fast.
-  set_source_files_properties(dsp/band_spliter.cpp dsp/fft_r24.cpp dsp/fir_window.cpp
-    effects/cross_fader.cpp effects/fir_equalizer.cpp PROPERTIES COMPILE_OPTIONS -Os)
+  set_source_files_properties(dsp/band_filters.cpp dsp/band_spliter.cpp dsp/biquad.cpp
+    dsp/fft_r24.cpp dsp/fir_window.cpp dsp/planar_fft.cpp effects/cross_fader.cpp
+    effects/fir_equalizer.cpp effects/orvane_sound.cpp PROPERTIES COMPILE_OPTIONS -Os)
   add_compile_definitions(ORVANE_SOFTFLOAT_ASSEMBLY)
   list(APPEND ORVANE_SOURCES dsp/softfloat/average.S dsp/softfloat/butterfly_groups.S
        dsp/softfloat/spectrum_product.S)

@@ -1,5 +1,6 @@
 #include "dsp/softfloat/band_convolver.h"
 
+#include <algorithm>
 #include <bit>
 
 #include "dsp/softfloat/butterfly_groups.h"
@@ -66,9 +67,22 @@ void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
 
 bool SoftBandConvolver::Convolve(Planar<const float> block, size_t pairs,
                                  const Planar<float> (&bands)[kBands]) {
-    if (!factorsFit || !kernelsFit || !Load(block, pairs) || !Stages(spectrum.data()) ||
-        !RealSpectrum())
-        return false;
+    if (!factorsFit || !kernelsFit) return false;
+    uint32_t silence = 0;  // no bit but a sign is set
+    for (size_t q = 0; q < pairs; ++q) {
+        const uint32_t re = BitsOf(block.re[q]), im = BitsOf(block.im[q]);
+        if (!softfloat::Enters(re) || !softfloat::Enters(im)) return false;
+        silence |= (re | im) << 1U;
+    }
+    if (silence == 0) {
+        for (const Planar<float>& band : bands) {
+            std::fill_n(band.re, half, 0.0F);
+            std::fill_n(band.im, half, 0.0F);
+        }
+        return true;
+    }
+    Load(block, pairs);
+    if (!Stages(spectrum.data()) || !RealSpectrum()) return false;
     // A band that is the block comes last: until then the block may be needed.
     for (const bool last : {false, true})
         for (size_t b = 0; b < kBands; ++b)
@@ -78,17 +92,13 @@ bool SoftBandConvolver::Convolve(Planar<const float> block, size_t pairs,
 }
 
 // In the order of reversed bits.
-bool SoftBandConvolver::Load(Planar<const float> block, size_t pairs) {
-    for (size_t q = 0; q < pairs; ++q)
-        if (!softfloat::Enters(BitsOf(block.re[q])) || !softfloat::Enters(BitsOf(block.im[q])))
-            return false;
+void SoftBandConvolver::Load(Planar<const float> block, size_t pairs) {
     for (size_t to = 0; to < half; ++to) {
         const size_t q = reversed[to];
         spectrum[to] = q < pairs ? Number{softfloat::Unpack(BitsOf(block.re[q])),
                                           softfloat::Unpack(BitsOf(block.im[q]))}
                                  : Number{};
     }
-    return true;
 }
 
 // All stages but the last.

@@ -34,7 +34,7 @@ private:
     using Number = Complex<SoftFloat>;
     using Factor = Complex<SoftFactor>;
 
-    bool Load(Planar<const float> block, size_t pairs);
+    void Load(Planar<const float> block, size_t pairs);
     bool Stages(Number* a) const;
     bool RealSpectrum();
     bool ProductToWork(const Factor* kernel);
