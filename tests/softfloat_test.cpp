@@ -5,6 +5,7 @@
 
 #include "dsp/fft_r24.h"
 #include "dsp/softfloat/band_convolver.h"
+#include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/samples.h"
 #include "signals.h"
 
@@ -80,6 +81,37 @@ TEST(SoftFloat, ConvertsSamplesAsFloatsDo) {
     }
 }
 
+// Chunks at every scale, then silence until the filter's history is subnormal, and a chunk more.
+TEST(ContourMix, GivesTheValuesOfThePlainSumAndFilter) {
+    Operands operands;
+    for (const size_t channels : {1U, 2U}) {
+        Biquad_R32R32 filter, plain;
+        filter.SetLowPassParameter(0, channels == 1 ? 8000 : 55, 44100, 0.5F);  // fast and slow
+        plain = filter;
+        for (int chunk = 0; chunk < 400; ++chunk) {
+            std::vector<BandSamples> samples(64 * channels);
+            const int scale = chunk == 399 ? 0 : -4 * chunk;
+            for (BandSamples& x : samples)
+                for (float* each : {&x.low, &x.high, &x.band})
+                    if (chunk < 20 || chunk == 399)
+                        *each = std::ldexp(static_cast<float>(operands.Bits() % 65536), scale);
+            std::vector<float> got(samples.size()), expected(samples.size());
+            const auto bands = [&](size_t n, size_t c) { return samples[n * channels + c]; };
+            ASSERT_TRUE(
+                MixWithContour(bands, {0.95F, 1.8F, 1.1F}, &filter, got.data(), 64, channels));
+            for (size_t i = 0; i < samples.size(); ++i)
+                expected[i] =
+                    (samples[i].high * 1.8F + samples[i].band * 1.1F) + samples[i].low * 0.95F;
+            for (size_t i = 0; i < samples.size(); i += channels) {
+                const float sum = channels == 2 ? expected[i] + expected[i + 1] : expected[i];
+                const float contour = plain.ProcessSample(sum);
+                for (size_t c = 0; c < channels; ++c) expected[i + c] += contour;
+            }
+            ASSERT_EQ(got, expected) << channels << " " << chunk;
+        }
+    }
+}
+
 // Blocks at every scale, sparse ones, some that leave the range on the way; each band in turn in
 // the block's own memory, which must stay if the block is refused.
 TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
@@ -92,7 +124,7 @@ TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
         };
         std::vector<float> packed[3], planar[4];  // kernels, and the real-spectrum step's factors
         for (size_t b = 0; b < 3; ++b) {
-            packed[b] = Noise<float>(taps, b == 0 ? 1 : 1e-3);
+            packed[b] = Noise<float>(taps, b == 0 ? 1e-3 : 1e-8);
             transform(packed[b], 1);
             planar[b].resize(n);
             for (size_t k = 0; k < half; ++k) {
