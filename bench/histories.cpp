@@ -98,7 +98,7 @@ private:
         }
         for (size_t i = 0; i < count; ++i, ++position) {
             const auto noise = static_cast<int16_t>(random() >> 16U);
-            const double turns = static_cast<double>(position / channels) * 0.01;
+            const size_t frame = position / channels;
             switch (kind) {
                 case 0:
                 case 1:
@@ -108,7 +108,8 @@ private:
                     input[i] = noise;
                     break;
                 case 3:
-                    input[i] = static_cast<int16_t>(32767 * std::sin(turns));
+                    input[i] =
+                        static_cast<int16_t>(32767 * std::sin(static_cast<double>(frame) * 0.01));
                     break;
                 case 4:
                     if (noise > 32700) input[i] = noise;
