@@ -52,8 +52,8 @@ constexpr struct {
     const char* part;
     Part stage;
 } kOwners[] = {
-    {"Instance::", kCaller},      {"ProcessUnit_Orvane", kUnit},   {"InterfaceProcess", kUnit},
-    {"Chain::", kUnit},           {"PlaybackGain", kPlaybackGain}, {"WaveBuffer", kBuffer},
+    {"Instance::", kCaller},      {"ProcessUnit_Orvane", kUnit},   {"Chain::", kUnit},
+    {"InterfaceProcess", kUnit},  {"PlaybackGain", kPlaybackGain}, {"WaveBuffer", kBuffer},
     {"FIREqualizer", kEqualizer}, {"OrvaneSound", kEnhancer},      {"Limiter", kLimiters}};
 
 struct Function {

@@ -45,9 +45,9 @@ public:
 
     // For loops that hold a filter in registers: whether coefficients stay, and what to take along
     // and to put back.
-    bool IsRamping() const { return rampRemaining != 0; }
-    const BiquadCoefficients<int32_t>& Coefficients() const { return coefficients; }
-    BiquadHistory<int32_t>& History() { return history; }
+    ORVANE_LOCAL bool IsRamping() const { return rampRemaining != 0; }
+    ORVANE_LOCAL const BiquadCoefficients<int32_t>& Coefficients() const { return coefficients; }
+    ORVANE_LOCAL BiquadHistory<int32_t>& History() { return history; }
 
 private:
     BiquadCoefficients<int32_t> coefficients;

@@ -79,6 +79,17 @@ template <typename V = Lanes, typename T>
         return x - V{};  // keeps the sign of a zero
 }
 
+// Last lane first.
+template <typename V>
+[[gnu::always_inline]] inline V Reversed(V v) {
+    if constexpr (std::is_arithmetic_v<V>)
+        return v;
+    else if constexpr (sizeof(V) == 4 * sizeof(v[0]))
+        return __builtin_shufflevector(v, v, 3, 2, 1, 0);
+    else
+        return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0);
+}
+
 // Without the sign. V: a float or a vector of floats.
 template <typename V>
 [[gnu::always_inline]] inline V Absolute(V x) {
@@ -97,26 +108,6 @@ template <typename Mask>
         for (const uint64_t half : halves) any |= half;
         return any != 0;
     }
-}
-
-// Lane 0.
-template <typename V>
-[[gnu::always_inline]] inline auto FirstLane(V v) {
-    if constexpr (std::is_arithmetic_v<V>)
-        return v;
-    else
-        return v[0];
-}
-
-// Last lane first.
-template <typename V>
-[[gnu::always_inline]] inline V Reversed(V v) {
-    if constexpr (std::is_arithmetic_v<V>)
-        return v;
-    else if constexpr (sizeof(V) == 4 * sizeof(v[0]))
-        return __builtin_shufflevector(v, v, 3, 2, 1, 0);
-    else
-        return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0);
 }
 
 // Within each four lanes, rows before and after:
@@ -239,6 +230,18 @@ template <typename V, typename T>
     Store(p + kWidth<V, T>, second);
 }
 
+// body.template operator()<V>(i) for the vectors of a run of `count` numbers of type T, then one by
+// one, with V = T, for the rest.
+template <typename T, typename Body>
+[[gnu::always_inline]] inline void ForLanes(size_t count, Body body) {
+    using V = typename WidestVector<T>::Type;
+    constexpr size_t kWide = kWidth<V, T>;
+    size_t i = 0;
+    for (; count - i >= kWide; i += kWide) body.template operator()<V>(i);
+    if constexpr (kWide > 1)
+        for (; i < count; ++i) body.template operator()<T>(i);
+}
+
 // Numbers converted lane by lane, as a cast does; from floats only what fits.
 template <typename To, typename From>
 [[gnu::always_inline]] inline To ConvertLanes(From from) {
@@ -290,15 +293,4 @@ template <typename V>
             Store(p, __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24,
                                              26, 28, 30));
     }
-}
-
-// body.template operator()<V>(i) for the vectors of a run of `count` numbers of type T, then one by
-// one, with V = T, for the rest.
-template <typename T, typename Body>
-[[gnu::always_inline]] inline void ForLanes(size_t count, Body body) {
-    using V = typename WidestVector<T>::Type;
-    size_t i = 0;
-    for (; count - i >= kWidth<V, T>; i += kWidth<V, T>) body.template operator()<V>(i);
-    if constexpr (kWidth < V, T >> 1)
-        for (; i < count; ++i) body.template operator()<T>(i);
 }

@@ -70,6 +70,54 @@ template <typename V>
         Store(to, from);
 }
 
+// At most State::kChunk frames, and not beyond the end of the history. State: FIREqualizer's.
+template <typename Real, uint32_t kInterleaved, typename State>
+void ProcessChunk(State& s, float* samples, uint32_t frames) {
+    constexpr size_t kBands = kSums + 1;
+    const size_t count = size_t{frames} * kInterleaved;
+    Real* const newest = s.history + size_t{s.next} * kInterleaved;
+    for (size_t i = 0; i < count; ++i) newest[i] = static_cast<Real>(samples[i]);
+    s.next += frames;
+
+    constexpr size_t kRow = size_t{State::kChunk} * kInterleaved;
+    const Real* const centre = newest - size_t{State::kDelay} * kInterleaved;
+    Real rows[kSums * kRow];
+    using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
+    for (size_t c = 0; c < kInterleaved; c += kWidth<Together, Real>) {
+        SumRun<Real, Together, kInterleaved, kRow> run = {centre + c, rows + c, {}};
+        for (size_t k = 0; k < kSums; ++k) run.sums[k] = Load<Together>(s.runningSums[k] + c);
+        RunAlone(run, frames);
+        for (size_t k = 0; k < kSums; ++k) Store(s.runningSums[k] + c, run.sums[k]);
+    }
+
+    using V = typename WidestVector<Real>::Type;
+    V gains[kBands];
+    for (size_t k = 0; k < kBands; ++k) gains[k] = Broadcast<V>(s.bandGains[k]);
+    size_t i = 0;
+    for (; count - i >= kWidth<V, Real>; i += kWidth<V, Real>)
+        ToFloats(samples + i, AddBands<V, kRow>(centre + i, rows + i, gains));
+    for (; i < count; ++i)
+        ToFloats(samples + i, AddBands<Real, kRow>(centre + i, rows + i, s.bandGains));
+
+    if (s.next == State::kReach + State::kMove) {
+        std::copy_n(newest + count - size_t{State::kReach} * kInterleaved,
+                    size_t{State::kReach} * kInterleaved, s.history);
+        s.next = State::kReach;
+    }
+}
+
+// Hands the core's history over, as if it had not been in use.
+template <typename State>
+void LeaveCore(State& s, size_t channels) {
+    for (size_t c = 0; c < channels; ++c) {
+        for (size_t i = 0; i < State::kReach; ++i)
+            s.history[i * channels + c] = s.core.Past(c, State::kReach - i);
+        for (size_t k = 0; k < kSums; ++k) s.runningSums[k][c] = s.core.Sum(c, k);
+    }
+    s.next = State::kReach;
+    s.usesCore = false;
+}
+
 // What the variants differ in.
 template <typename Real>
 struct Laws;
@@ -135,62 +183,11 @@ void FIREqualizer<Sample, Real>::SetBandLevel(int band, float level) {
 template <typename Sample, typename Real>
 void FIREqualizer<Sample, Real>::Reset() {
     if (!state) return;
-    std::fill_n(state->history, kReach * kMaxChannels, Real(0));
+    std::fill_n(state->history, State::kReach * kMaxChannels, Real(0));
     std::memset(state->runningSums, 0, sizeof state->runningSums);
-    state->next = kReach;
+    state->next = State::kReach;
     if constexpr (kHasCore) state->core.Reset();
     state->usesCore = kHasCore;
-}
-
-// Hands the core's history over, as if it had not been in use.
-template <typename Sample, typename Real>
-void FIREqualizer<Sample, Real>::LeaveCore() {
-    if constexpr (kHasCore) {
-        for (size_t c = 0; c < channels; ++c) {
-            for (size_t i = 0; i < kReach; ++i)
-                state->history[i * channels + c] = state->core.Past(c, kReach - i);
-            for (size_t k = 0; k < kSums; ++k)
-                state->runningSums[k][c] = state->core.Sum(c, k);
-        }
-        state->next = kReach;
-        state->usesCore = false;
-    }
-}
-
-template <typename Sample, typename Real>
-template <uint32_t kInterleaved>
-void FIREqualizer<Sample, Real>::ProcessChunk(float* samples, uint32_t frames) {
-    State& s = *state;
-    const size_t count = size_t{frames} * kInterleaved;
-    Real* const newest = s.history + size_t{s.next} * kInterleaved;
-    for (size_t i = 0; i < count; ++i) newest[i] = static_cast<Real>(samples[i]);
-    s.next += frames;
-
-    constexpr size_t kRow = size_t{kChunk} * kInterleaved;
-    const Real* const centre = newest - size_t{kDelay} * kInterleaved;
-    Real rows[kSums * kRow];
-    using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
-    for (size_t c = 0; c < kInterleaved; c += kWidth<Together, Real>) {
-        SumRun<Real, Together, kInterleaved, kRow> run = {centre + c, rows + c, {}};
-        for (size_t k = 0; k < kSums; ++k) run.sums[k] = Load<Together>(s.runningSums[k] + c);
-        RunAlone(run, frames);
-        for (size_t k = 0; k < kSums; ++k) Store(s.runningSums[k] + c, run.sums[k]);
-    }
-
-    using V = typename WidestVector<Real>::Type;
-    V gains[kBands];
-    for (size_t k = 0; k < kBands; ++k) gains[k] = Broadcast<V>(s.bandGains[k]);
-    size_t i = 0;
-    for (; count - i >= kWidth<V, Real>; i += kWidth<V, Real>)
-        ToFloats(samples + i, AddBands<V, kRow>(centre + i, rows + i, gains));
-    for (; i < count; ++i)
-        ToFloats(samples + i, AddBands<Real, kRow>(centre + i, rows + i, s.bandGains));
-
-    if (s.next == kReach + kMove) {
-        std::copy_n(newest + count - size_t{kReach} * kInterleaved, size_t{kReach} * kInterleaved,
-                    s.history);
-        s.next = kReach;
-    }
 }
 
 template <typename Sample, typename Real>
@@ -201,15 +198,16 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
     if constexpr (kHasCore) {
         if (state->usesCore) {
             if (state->core.Process(samples, frames, channels, state->bandGains)) return;
-            LeaveCore();
+            LeaveCore(*state, channels);
         }
     }
     while (frames > 0) {
-        const uint32_t count = std::min({frames, kChunk, kReach + kMove - state->next});
+        const uint32_t count =
+            std::min({frames, State::kChunk, State::kReach + State::kMove - state->next});
         if (channels == 1)
-            ProcessChunk<1>(samples, count);
+            ProcessChunk<Real, 1>(*state, samples, count);
         else
-            ProcessChunk<2>(samples, count);
+            ProcessChunk<Real, 2>(*state, samples, count);
         samples += size_t{count} * channels;
         frames -= count;
     }

@@ -17,7 +17,6 @@
 #include <type_traits>
 
 #include "dsp/softfloat/equalizer_core.h"
-
 #include "dsp/stream.h"
 #include "platform/export.h"
 
@@ -55,30 +54,26 @@ public:
     void Process(float* samples, unsigned int frames);
 
 private:
-    static constexpr size_t kAverages = kBands - 1;
-    static constexpr uint32_t kDelay = 256, kReach = 2 * kDelay;  // frames
-    // Frames at a time, and frames from one move of the history to the next.
-    static constexpr uint32_t kChunk = 64, kMove = 512;
-
     // Where floats are unpacked: the same arithmetic on such numbers. Nothing elsewhere.
     struct NoCore {};
     static constexpr bool kHasCore = kSoftFloat && std::is_same_v<Real, float>;
     using Core = std::conditional_t<kHasCore, SoftEqualizerCore, NoCore>;
 
     struct State {
+        static constexpr uint32_t kDelay = 256, kReach = 2 * kDelay;  // frames
+        // Frames at a time, and frames from one move of the history to the next.
+        static constexpr uint32_t kChunk = 64, kMove = 512;
+
         Real bandGains[kBands];  // element j: gain of band 9 - j
         // Interleaved. The newest frames, kReach of them before the next.
         Real history[(kReach + kMove) * kMaxChannels];
         // [k]: sum of the 2 D - 1 inputs x[n - 256 - D + 1] .. x[n - 256 + D - 1], n the next frame
-        Real runningSums[kAverages][kMaxChannels];
+        Real runningSums[kBands - 1][kMaxChannels];
         uint32_t next;  // frame of the history that comes next
         // Takes the place of history and sums until it meets what it can't hold.
         [[no_unique_address]] Core core;
         bool usesCore;
     };
-    void LeaveCore();
-    template <uint32_t kInterleaved>
-    ORVANE_LOCAL void ProcessChunk(float* samples, uint32_t frames);
 
     std::unique_ptr<State> state;
     uint32_t samplingRate = 0;

@@ -135,8 +135,8 @@ struct Q24Limiting {
     };
 };
 
-// On unpacked numbers if smoothed target and gain are 2^-40 or more, else on floats. For a run of no
-// more than 64 frames: in that time they fall by less than 2^10, so no product is subnormal that
+// On unpacked numbers if smoothed target and gain are 2^-40 or more, else on floats. For a run of
+// no more than 64 frames: in that time they fall by less than 2^10, so no product is subnormal that
 // shows beside them.
 struct UnpackedRecurrence {
     UnpackedRecurrence(float initialSmoothed, float initialGain)

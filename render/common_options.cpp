@@ -1,9 +1,22 @@
 #include "render/common_options.h"
 
 #include <filesystem>
+#include <vector>
 
 #include "render/audio/whole_write.h"
 #include "render/failure.h"
+
+namespace {
+
+// Folders of builds of the library, the fastest that the processor can run first.
+std::vector<std::string> BuildsForThisProcessor() {
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2")) return {"avx2", ""};
+#endif
+    return {""};
+}
+
+}  // namespace
 
 void LibraryOptions::AddTo(CLI::App& command) {
     command
@@ -17,11 +30,13 @@ std::string LibraryOptions::Find() const {
     if (!path.empty()) return path;
     constexpr const char* kName = "libqth_orvane_ics_NOVFP.so";
     std::error_code ignored;
-    const std::filesystem::path folder =
+    const std::filesystem::path own =
         std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    for (const std::filesystem::path& found : {folder / kName, folder / ".." / "lib" / kName})
-        if (std::filesystem::exists(found, ignored)) return found.string();
-    throw Failure(std::string(kName) + " is not in " + folder.string() +
+    for (const std::filesystem::path& folder : {own, own / ".." / "lib"})
+        for (const std::string& build : BuildsForThisProcessor())
+            if (std::filesystem::exists(folder / build / kName, ignored))
+                return (folder / build / kName).string();
+    throw Failure(std::string(kName) + " is not in " + own.string() +
                   " (--library names another place)");
 }
 

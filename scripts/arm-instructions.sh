@@ -126,7 +126,7 @@ least:noise, every parameter the least int32
 largest:noise, every parameter the largest int32
 END
 
-scripts/fill_in.py "$@" docs/performance.md docs/real-time.md <<REGIONS
+scripts/fill_in.py --part "$@" docs/performance.md docs/real-time.md <<REGIONS
 generated: clock-table
 | on, with the output limiters | instructions a frame | mean, MHz at 1 | at 1.4 | dearest call of 1024, at 1 | at 1.4 | dearest call of 256, at 1 | at 1.4 |
 |---|---:|---:|---:|---:|---:|---:|---:|

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Puts what a program makes into files, or with --check fails where something else stands there.
 
-    MAKER | fill_in.py [--check] FILE...
+    MAKER | fill_in.py [--part] [--check] FILE...
 
 A region of a file lies between a line with "generated: NAME" and one with "end generated", in
 whatever comments the file's language has. Standard input holds the new regions between the same
@@ -29,8 +29,8 @@ def regions(text, where):
 
 
 def main(arguments):
-    check = arguments[:1] == ["--check"]
-    paths = arguments[check:]
+    part, check = (flag in arguments[:2] for flag in ("--part", "--check"))
+    paths = arguments[part + check:]
     if not paths:
         sys.exit(__doc__)
     made = regions(sys.stdin.read(), "standard input")
@@ -39,6 +39,8 @@ def main(arguments):
     for path in map(pathlib.Path, paths):
         text = path.read_text(encoding="utf-8")
         for name in regions(text, path):
+            if part and name not in made:
+                made[name] = regions(text, path)[name]
             if not made.get(name):
                 fail(f"{path}: nothing was made for {name}")
             unused.discard(name)

@@ -3,6 +3,7 @@
 #   render  the library, the renderer, a piece of music and pictures
 #   test    that, and what tests and checks need
 #   arm     the cross build and its emulator
+#   wasm    the WebAssembly build and what runs it
 set -eu
 
 render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-dev libcli11-dev
@@ -10,6 +11,7 @@ render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-
 test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang-tools
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git"
 arm="cmake ninja-build python3 g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
+wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs"
 
 wanted=
 for job in "$@"; do
@@ -17,6 +19,7 @@ for job in "$@"; do
     render) wanted="$wanted $render" ;;
     test) wanted="$wanted $render $test" ;;
     arm) wanted="$wanted $arm" ;;
+    wasm) wanted="$wanted $wasm" ;;
     *) echo "install-packages.sh: no job called $job" >&2; exit 2 ;;
   esac
 done

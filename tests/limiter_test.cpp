@@ -95,15 +95,16 @@ TYPED_TEST(LimiterTest, FollowsTheLargestSampleSinceLimitingBegan) {
         auto left = stereo;
         limiter.Process(left.data(), first, 2);
         if (random() % 2 == 0)
-            limiter.Process(&left[2 * first], frames - first, 2);
+            limiter.Process(&left[size_t{2} * first], frames - first, 2);
         else
-            for (size_t i = 2 * first; i < left.size(); i += 2) left[i] = limiter.Process(left[i]);
+            for (size_t i = size_t{2} * first; i < left.size(); i += 2)
+                left[i] = limiter.Process(left[i]);
         for (size_t i = 1; i < left.size(); i += 2) {
             ASSERT_EQ(left[i], stereo[i]);
             left[i] = expected[i];
         }
         frameLimiter.Process(stereo.data(), first, 2);
-        frameLimiter.Process(&stereo[2 * first], frames - first, 2);
+        frameLimiter.Process(&stereo[size_t{2} * first], frames - first, 2);
         ASSERT_EQ(Bits(stereo), Bits(expected)) << "turn " << turn << ", gate " << scans[0].gate;
         ASSERT_EQ(Bits(left), Bits(expected)) << "turn " << turn << ", gate " << scans[0].gate;
     }

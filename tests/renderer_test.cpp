@@ -223,7 +223,8 @@ TEST_F(Renderer, ReportsAndDrawsWhatItDid) {
           "! $ORVANE render in.flac b.wav --picture a.png 2>&1 | grep Quenthra_",
           "$ORVANE render in.flac c.wav --log 2>&1 | grep Quenthra_v2:",
           "$ORVANE picture in.flac b.png && cmp a.png b.png",
-          "$ORVANE response c.png && head -c 4 c.png | grep -a PNG", "$ORVANE info | grep 2.1.0.2"})
+          "$ORVANE response c.png && head -c 4 c.png | grep -a PNG", "$ORVANE info | grep 2.1.0.2",
+          "! grep -qw avx2 /proc/cpuinfo || $ORVANE info | head -n 1 | grep /avx2/"})
         EXPECT_EQ(Shell(line), 0) << line << '\n' << Slurp("out") << Slurp("err");
 }
 

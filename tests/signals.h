@@ -24,14 +24,6 @@ std::vector<T> Noise(size_t count, double amplitude, unsigned seed = 1) {
     return noise;
 }
 
-// To compare zeros of both signs and what isn't a number.
-template <typename T>
-std::vector<uint32_t> Bits(const std::vector<T>& samples) {
-    std::vector<uint32_t> bits(samples.size());
-    for (size_t i = 0; i < bits.size(); ++i) bits[i] = std::bit_cast<uint32_t>(samples[i]);
-    return bits;
-}
-
 // Values of every size that sums survive, seed % 5 quarters of them zeros of both signs.
 template <typename T>
 std::vector<T> SparseNoise(size_t count, unsigned seed) {
@@ -47,6 +39,14 @@ std::vector<T> SparseNoise(size_t count, unsigned seed) {
 template <typename T>
 bool HaveTheSameBits(const std::vector<T>& a, const std::vector<T>& b) {
     return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
+}
+
+// To compare zeros of both signs and what isn't a number.
+template <typename T>
+std::vector<uint32_t> Bits(const std::vector<T>& samples) {
+    std::vector<uint32_t> bits(samples.size());
+    for (size_t i = 0; i < bits.size(); ++i) bits[i] = std::bit_cast<uint32_t>(samples[i]);
+    return bits;
 }
 
 // Infinite if the lengths differ or one value isn't a number.

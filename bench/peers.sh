@@ -1,0 +1,39 @@
+#!/bin/bash
+# User time of the renderer against other programs' chains of comparable work, file to file: three
+# minutes of pink noise, stereo, 44100 Hz, 16 bits. Medians of five runs in turns; only ratios are
+# told. Fills them into docs/performance.md. Wants ffmpeg and sox.
+#
+# usage: bench/peers.sh [PROGRAM]    by default build/release/orvane
+set -euo pipefail
+cd "$(dirname "$0")/.."
+orvane=$(realpath "${1:-build/release/orvane}")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+sox -R -n -r 44100 -c 2 -b 16 "$work/in.wav" synth 180 pinknoise vol 0.35
+declare -A run=(
+  [ffmpeg]="ffmpeg -y -loglevel error -i in.wav -af dynaudnorm,superequalizer=1b=1.2:2b=1.4:5b=0.8,bass=g=4,crystalizer,alimiter ffmpeg.wav"
+  [sox]="sox in.wav sox.wav compand 0.3,1 6:-70,-60,-20 -5 -90 0.2 equalizer 60 1q 2 equalizer 250 1q -2 equalizer 1000 1q 1 equalizer 4000 1q 2 bass 4 treble 2 gain -l 2"
+  [everything]="$orvane render -fq in.wav everything.wav --preset off --playback-gain --max-gain 4 --eq 0.2,0.4,-0.15,0,0.1,-0.2,0.05,0.15,-0.05,0.3 --enhancer --process 1.8 --lo-contour 0.2 --output-gain 1.4 --gate 0.8"
+  [default]="$orvane render -fq in.wav default.wav"
+)
+TIMEFORMAT=%U
+for turn in 1 2 3 4 5; do
+  for name in "${!run[@]}"; do
+    { time (cd "$work" && eval "${run[$name]}" >/dev/null 2>"$name.err") ; } 2>>"$work/$name.times"
+  done
+done
+median() { sort -n "$work/$1.times" | sed -n 3p; }
+row() {
+  awk -v name="$2" -v time="$(median "$1")" -v ffmpeg="$(median ffmpeg)" -v sox="$(median sox)" \
+    'BEGIN { printf "| %s | %.2f | %.2f |\n", name, time / ffmpeg, time / sox }'
+}
+
+scripts/fill_in.py --part docs/performance.md <<REGIONS
+generated: peers
+| user time, file to file | of ffmpeg's | of sox's |
+|---|---:|---:|
+$(row everything 'every stage on')
+$(row default 'the preset that the program starts from')
+end generated
+REGIONS

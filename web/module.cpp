@@ -1,0 +1,41 @@
+// What the WebAssembly module exports: one instance after another, called with numbers alone.
+// Addresses and sizes are bytes of the module's memory, which `malloc` and `free` hand out; calls
+// answer as ClientInstance does.
+#include <new>
+
+#include "client/instance.h"
+#include "host/library.h"
+
+#define ORVANE_EXPORT(name) extern "C" __attribute__((export_name("orvane_" #name)))
+
+// Null if memory is refused.
+ORVANE_EXPORT(create) ClientInstance* Create() {
+    auto* const instance = new (std::nothrow) ClientInstance(AELI);
+    if (instance == nullptr || instance->handle != nullptr) return instance;
+    delete instance;
+    return nullptr;
+}
+ORVANE_EXPORT(release) void Release(ClientInstance* instance) {
+    delete instance;
+}
+ORVANE_EXPORT(configure)
+int32_t Configure(ClientInstance* instance, uint32_t rateHz, uint32_t channels) {
+    return instance->Configure(rateHz, channels);
+}
+// A command without data.
+ORVANE_EXPORT(command) int32_t Command(ClientInstance* instance, uint32_t code) {
+    return instance->Command(code);
+}
+// values: 1 to 4 of 32 bits.
+ORVANE_EXPORT(set)
+int32_t Set(ClientInstance* instance, int32_t id, const int32_t* values, uint32_t count) {
+    return instance->Set(PackSet(id, values, count));
+}
+ORVANE_EXPORT(get) int32_t Get(ClientInstance* instance, int32_t id) {
+    return instance->Get(id);
+}
+// Interleaved 16-bit samples; `in` may be `out`.
+ORVANE_EXPORT(process)
+int32_t Process(ClientInstance* instance, const int16_t* in, int16_t* out, uint32_t frames) {
+    return instance->Process(in, out, frames);
+}
