@@ -7,6 +7,9 @@ set(ORVANE_SOURCES
   dsp/fft_r24.cpp
   dsp/fir_window.cpp
   dsp/planar_fft.cpp
+  dsp/softfloat/band_convolver.cpp
+  dsp/softfloat/contour_mix.cpp
+  dsp/softfloat/equalizer_core.cpp
   dsp/wave_buffer.cpp
   effects/cross_fader.cpp
   effects/fir_equalizer.cpp
