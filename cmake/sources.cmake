@@ -21,7 +21,7 @@ set(ORVANE_SOURCES
   effects/orvane_sound_block.cpp
   effects/playback_gain.cpp
   host/effect.cpp
-  host/library.cpp
+  host/entry_points.cpp
   host/reply.cpp
   unit/chain.cpp
   unit/process_unit_orvane.cpp
