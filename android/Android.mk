@@ -27,7 +27,7 @@ else
 LOCAL_PATH := $(ORVANE_ANDROID_PATH)/..
 LOCAL_C_INCLUDES := $(LOCAL_PATH)
 LOCAL_SRC_FILES := $(filter-out platform/log_stderr.cpp,$(patsubst $(LOCAL_PATH)/%,%,$(wildcard \
-  $(foreach folder,platform host unit effects dsp,$(LOCAL_PATH)/$(folder)/*.cpp))))
+  $(foreach folder,platform host unit effects dsp dsp/softfloat,$(LOCAL_PATH)/$(folder)/*.cpp))))
 # Scalar arithmetic, each product and sum rounded by itself: NEON flushes subnormal numbers, and a
 # fused multiply-add rounds once. The run-time library computes every filter design.
 LOCAL_ARM_MODE := arm

@@ -13,7 +13,7 @@
 #include "client/presets.h"
 #include "client/settings_text.h"
 #include "client/tone.h"
-#include "host/library.h"
+#include "host/entry_points.h"
 #include "unit/parameters.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include "effects/limiter.h"
 #include "effects/orvane_sound.h"
 #include "effects/playback_gain.h"
-#include "host/library.h"
+#include "host/entry_points.h"
 #include "tests/library_under_test.h"
 #include "tests/muted_log.h"
 

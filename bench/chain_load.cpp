@@ -10,7 +10,7 @@
 #include <string>
 
 #include "bench/music.h"
-#include "host/library.h"
+#include "host/entry_points.h"
 #include "tests/library_under_test.h"
 
 int main(int argc, char** argv) {

@@ -18,10 +18,22 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
   set_source_files_properties(${hot_sources} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-O3>")
 endif()
 
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm" AND ORVANE_SOFTFLOAT STREQUAL "")
+  enable_language(ASM)
+  add_compile_definitions(ORVANE_SOFTFLOAT_ASSEMBLY)
+  set(hand_written dsp/softfloat/average.S dsp/softfloat/butterfly_groups.S
+      dsp/softfloat/spectrum_product.S)
+  # There these hold designs and forms that only step in: small before fast.
+  set_source_files_properties(dsp/band_filters.cpp dsp/band_spliter.cpp dsp/biquad.cpp
+    dsp/fft_r24.cpp dsp/fir_window.cpp dsp/planar_fft.cpp effects/cross_fader.cpp
+    effects/fir_equalizer.cpp effects/orvane_sound.cpp PROPERTIES COMPILE_OPTIONS -Os)
+endif()
+
 # orvane_objectsSUFFIX, orvane_staticSUFFIX and the shared qth_orvaneSUFFIX in `folder`; the other
 # arguments are options for them and for what is linked with the objects.
 function(add_orvane_library suffix folder)
-  add_library(orvane_objects${suffix} OBJECT ${ORVANE_SOURCES} ${platform_sources})
+  add_library(orvane_objects${suffix} OBJECT
+    ${ORVANE_SOURCES} ${hand_written} ${platform_sources})
   target_compile_options(orvane_objects${suffix} PUBLIC ${ARGN} PRIVATE ${ORVANE_OPTIONS})
 
   add_library(orvane_static${suffix} STATIC)

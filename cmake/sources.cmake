@@ -7,6 +7,9 @@ set(ORVANE_SOURCES
   dsp/fft_r24.cpp
   dsp/fir_window.cpp
   dsp/planar_fft.cpp
+  dsp/softfloat/band_convolver.cpp
+  dsp/softfloat/contour_mix.cpp
+  dsp/softfloat/equalizer_core.cpp
   dsp/wave_buffer.cpp
   effects/cross_fader.cpp
   effects/fir_equalizer.cpp
@@ -18,7 +21,7 @@ set(ORVANE_SOURCES
   effects/orvane_sound_block.cpp
   effects/playback_gain.cpp
   host/effect.cpp
-  host/library.cpp
+  host/entry_points.cpp
   host/reply.cpp
   unit/chain.cpp
   unit/process_unit_orvane.cpp

@@ -97,7 +97,7 @@ bool BandFilters<T>::Design(uint32_t windowType, uint32_t kernelLength, uint32_t
     FFT_R24<T> tables(N);
     const bool granted = tables.Prepared() && kernels.Allocate(size_t{kBands} * N) &&
                          products.Allocate(size_t{kBands} * N) && spectrum.Allocate(N) &&
-                         realFactors.Allocate(N / 2);
+                         realFactors.Allocate(N / 2) && unpacked.Allocate(N);
     if (granted) MakeFftTables(static_cast<int>(N), tables.ip.data(), tables.w.data());
     if (!granted || !fft.Prepare(N, tables.w.data())) {
         Release();
@@ -109,6 +109,7 @@ bool BandFilters<T>::Design(uint32_t windowType, uint32_t kernelLength, uint32_t
         realFactors[q] = static_cast<T>(0.5) - c[quarter - q];
         realFactors[quarter + q] = c[q];
     }
+    unpacked.SetFactors(tables.w.data(), HalvesOf(realFactors));
     blockLength = L;
     transformLength = N;
     SetKernels(kernelTaps, K);
@@ -142,16 +143,19 @@ void BandFilters<T>::SetKernels(const T* const (&taps)[kBands], uint32_t kernelL
         StoreAt(low, 0, Complex<T>{ends.re + ends.im, ends.re - ends.im});
         StoreAt(high, 0, LoadAt<T>(x, M / 2));
     }
+    unpacked.SetKernels({PartOf(kernels, 0), PartOf(kernels, 1), PartOf(kernels, 2)});
 }
 
 template <typename T>
 void BandFilters<T>::Split(BandTails<T>& tails, Planar<const T> block,
                            const Planar<T> (&bands)[kBands]) {
-    fft.Forward(block, HalvesOf(spectrum));
-    Multiply(HalvesOf(spectrum), HalvesOf(realFactors), PartOf(kernels, 0), PartOf(products, 0),
-             transformLength);
+    if (!unpacked.Convolve(block, blockLength / 2, bands)) {
+        fft.Forward(block, HalvesOf(spectrum));
+        Multiply(HalvesOf(spectrum), HalvesOf(realFactors), PartOf(kernels, 0), PartOf(products, 0),
+                 transformLength);
+        for (size_t b = 0; b < kBands; ++b) fft.Backward(PartOf(products, b), bands[b]);
+    }
     for (size_t b = 0; b < kBands; ++b) {
-        fft.Backward(PartOf(products, b), bands[b]);
         T* const tail = tails.all.data() + b * size_t{TailLength()};
         AddTail(bands[b], blockLength / 2, {tail, tail + TailLength() / 2}, TailLength() / 2,
                 tails.primed);

@@ -16,10 +16,12 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "dsp/fft_r24.h"
 #include "dsp/owned_array.h"
 #include "dsp/planar_fft.h"
+#include "dsp/softfloat/band_convolver.h"
 
 enum Band { kLowBand, kHighBand, kMiddleBand, kBands };
 
@@ -36,6 +38,15 @@ struct BandTails {
 
     OwnedArray<T> all;
     bool primed = false;  // a block was processed, so the tails count
+};
+
+// Stands in for the transforms where floats are unpacked; elsewhere never.
+template <typename T>
+struct NoConvolver {
+    static bool Allocate(uint32_t) { return true; }
+    static void SetFactors(const T*, Planar<const T>) {}
+    static void SetKernels(const Planar<const T> (&)[kBands]) {}
+    static bool Convolve(Planar<const T>, size_t, const Planar<T> (&)[kBands]) { return false; }
 };
 
 template <typename T>
@@ -78,6 +89,8 @@ private:
     OwnedArray<T> spectrum;     // planar, of the block
     OwnedArray<T> realFactors;  // wkr and wki of the real-spectrum step, N / 4 each
     PlanarFft<T> fft;
+    std::conditional_t<kSoftFloat && std::is_same_v<T, float>, SoftBandConvolver, NoConvolver<T>>
+        unpacked;
     uint32_t blockLength = 0, transformLength = 0;
 };
 

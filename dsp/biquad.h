@@ -48,6 +48,8 @@ public:
     void Process(Sample* samples, uint32_t count);
 
 private:
+    friend class UnpackedBiquad;  // takes coefficients and history, hands the history back
+
     BiquadCoefficients<Real> coefficients;
     BiquadCoefficients<Real> increments;  // a sample, while a ramp is running
     BiquadHistory<Real> history;

@@ -90,12 +90,14 @@ template <typename V, typename F>
 [[gnu::always_inline]] inline Radix4<V> EighthTurn(Complex<V> A, Complex<V> B, Complex<V> C,
                                                    Complex<V> D, F u) {
     const HalfRadix4<V> h(A, B, C, D);
-    const V y1Re = h.x1.re - h.x3.im, y1Im = h.x1.im + h.x3.re;
-    const V p = h.x3.im + h.x1.re, q = h.x3.re - h.x1.im;
-    return {{h.x0.re + h.x2.re, h.x0.im + h.x2.im},
-            {u * (y1Re - y1Im), u * (y1Re + y1Im)},
-            {h.x2.im - h.x0.im, h.x0.re - h.x2.re},
-            {u * (q - p), u * (q + p)}};
+    const auto re02 = SumAndDifference(h.x0.re, h.x2.re), im20 = SumAndDifference(h.x2.im, h.x0.im);
+    const auto re13 = SumAndDifference(h.x1.re, h.x3.im), im31 = SumAndDifference(h.x3.re, h.x1.im);
+    const auto y1 = SumAndDifference(re13.difference, im31.sum);
+    const auto y3 = SumAndDifference(im31.difference, re13.sum);
+    return {{re02.sum, im20.sum},
+            {u * y1.difference, u * y1.sum},
+            {im20.difference, re02.difference},
+            {u * y3.difference, u * y3.sum}};
 }
 
 // The last stage of a backward transform: conjugates of the untwiddled results.

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <type_traits>
 
 #include "dsp/fixed_point.h"
 #include "dsp/lanes.h"
+#include "dsp/softfloat/samples.h"
 
 namespace {
 constexpr float kFromInt16 = 0x1.0002p-15F;  // the float nearest to 1/32767
@@ -14,11 +16,19 @@ static_assert(kFromInt16 == static_cast<float>(1.0 / 32767.0));
 
 template <typename Floats, typename Ints>
 [[gnu::always_inline]] inline Floats FromInt16(Ints samples) {
-    return ConvertLanes<Floats>(samples) * kFromInt16;
+    if constexpr (kSoftFloat && std::is_same_v<Floats, float>)
+        return SoftScaled(static_cast<int16_t>(samples), kFromInt16);
+    else
+        return ConvertLanes<Floats>(samples) * kFromInt16;
 }
 
 // Toward zero, saturated to 32 bits, of which the low 16 count.
 inline int32_t ToInt16(float sample) {
+    if constexpr (kSoftFloat) {
+        constexpr uint32_t kBeyond = 128U << 23U;  // 2, and not a number
+        if ((std::bit_cast<uint32_t>(sample) & INT32_MAX) < kBeyond)
+            return SoftTruncated(sample, kToInt16);
+    }
     return TruncateToInt32(sample * kToInt16);
 }
 // Their low 16 bits: all set from 2^31 on, and below -2^31 all clear, as those of 0 are.

@@ -106,6 +106,18 @@ void ProcessChunk(State& s, float* samples, uint32_t frames) {
     }
 }
 
+// Hands the core's history over, as if it had not been in use.
+template <typename State>
+void LeaveCore(State& s, size_t channels) {
+    for (size_t c = 0; c < channels; ++c) {
+        for (size_t i = 0; i < State::kReach; ++i)
+            s.history[i * channels + c] = s.core.Past(c, State::kReach - i);
+        for (size_t k = 0; k < kSums; ++k) s.runningSums[k][c] = s.core.Sum(c, k);
+    }
+    s.next = State::kReach;
+    s.usesCore = false;
+}
+
 // What the variants differ in.
 template <typename Real>
 struct Laws;
@@ -174,6 +186,8 @@ void FIREqualizer<Sample, Real>::Reset() {
     std::fill_n(state->history, State::kReach * kMaxChannels, Real(0));
     std::memset(state->runningSums, 0, sizeof state->runningSums);
     state->next = State::kReach;
+    if constexpr (kHasCore) state->core.Reset();
+    state->usesCore = kHasCore;
 }
 
 template <typename Sample, typename Real>
@@ -181,6 +195,12 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
     const bool supported = samplingRate >= kLowestRateHz && samplingRate <= kHighestRateHz &&
                            channels >= 1 && channels <= kMaxChannels;
     if (!state || !enabled || !supported) return;
+    if constexpr (kHasCore) {
+        if (state->usesCore) {
+            if (state->core.Process(samples, frames, channels, state->bandGains)) return;
+            LeaveCore(*state, channels);
+        }
+    }
     while (frames > 0) {
         const uint32_t count =
             std::min({frames, State::kChunk, State::kReach + State::kMove - state->next});

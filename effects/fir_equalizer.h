@@ -14,7 +14,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
+#include "dsp/softfloat/equalizer_core.h"
 #include "dsp/stream.h"
 #include "platform/export.h"
 
@@ -52,6 +54,11 @@ public:
     void Process(float* samples, unsigned int frames);
 
 private:
+    // Where floats are unpacked: the same arithmetic on such numbers. Nothing elsewhere.
+    struct NoCore {};
+    static constexpr bool kHasCore = kSoftFloat && std::is_same_v<Real, float>;
+    using Core = std::conditional_t<kHasCore, SoftEqualizerCore, NoCore>;
+
     struct State {
         static constexpr uint32_t kDelay = 256, kReach = 2 * kDelay;  // frames
         // Frames at a time, and frames from one move of the history to the next.
@@ -63,6 +70,9 @@ private:
         // [k]: sum of the 2 D - 1 inputs x[n - 256 - D + 1] .. x[n - 256 + D - 1], n the next frame
         Real runningSums[kBands - 1][kMaxChannels];
         uint32_t next;  // frame of the history that comes next
+        // Takes the place of history and sums until it meets what it can't hold.
+        [[no_unique_address]] Core core;
+        bool usesCore;
     };
 
     std::unique_ptr<State> state;

@@ -22,9 +22,9 @@ bool AnyAbove(Sample gate, const Sample* samples, size_t count) {
     return any;
 }
 
-template <typename V>
+template <typename Arithmetic, typename V>
 [[gnu::always_inline]] inline V Larger(V a, V b) {
-    return a > b ? a : b;  // b if a isn't a number
+    return Arithmetic::Greater(a, b) ? a : b;  // b if a isn't a number
 }
 
 }  // namespace
@@ -42,14 +42,13 @@ struct LimiterCore<Arithmetic, kChannels>::GainRun {
           gains(gainsOut + first),
           gate(Broadcast<V>(core.gate)),
           running(Load<V>(core.state.running + first)),
-          smoothed(Load<V>(core.state.smoothed + first)),
-          gain(Load<V>(core.state.gain + first)),
+          recurrence{Load<V>(core.state.smoothed + first), Load<V>(core.state.gain + first)},
           age(Load<Ages>(core.state.age + first)) {}
 
     [[gnu::always_inline]] void Step(size_t i) {
-        running = Larger(Arithmetic::Magnitude(Load<V>(in + i * kChannels)), running);
-        const V peak = Larger(running, Load<V>(tails + i * kChannels));
-        const auto limiting = peak > gate;
+        running = Larger<Arithmetic>(Arithmetic::Magnitude(Load<V>(in + i * kChannels)), running);
+        const V peak = Larger<Arithmetic>(running, Load<V>(tails + i * kChannels));
+        const auto limiting = Arithmetic::Greater(peak, gate);
         age = limiting ? age + 1 : Ages{};
         const V unity = Broadcast<V>(Arithmetic::kUnity);
         // A vector divides in every lane: where nothing exceeds the gate not by what may be 0.
@@ -59,22 +58,20 @@ struct LimiterCore<Arithmetic, kChannels>::GainRun {
             Follow(i, limiting ? quotient(gate, peak) : unity);
     }
     [[gnu::always_inline]] void Follow(size_t i, V target) {
-        smoothed = Arithmetic::Smooth(smoothed, target);
-        const V recovered = Arithmetic::Recover(gain);
-        gain = smoothed < recovered ? smoothed : recovered;
-        Store(gains + i * kChannels, gain);
+        Store(gains + i * kChannels, recurrence.Step(target));
     }
     void Keep(State& kept, size_t first) const {
         Store(kept.running + first, running);
-        Store(kept.smoothed + first, smoothed);
-        Store(kept.gain + first, gain);
+        Store(kept.smoothed + first, recurrence.Smoothed());
+        Store(kept.gain + first, recurrence.Gain());
         Store(kept.age + first, age);
     }
 
     const Sample* in;
     const Sample* tails;
     Sample* gains;
-    V gate, running, smoothed, gain;
+    V gate, running;
+    Recurrence<Arithmetic, V> recurrence;
     Ages age;
     typename Arithmetic::template Quotient<V> quotient;
 };
@@ -137,7 +134,7 @@ void LimiterCore<Arithmetic, kChannels>::ProcessFrame(Sample* frame) {
     for (uint32_t c = 0; c < kChannels; ++c) {
         output[c] = Arithmetic::Apply(delayed[c], gains[c]);
         const Sample magnitude = Arithmetic::Magnitude(delayed[c]);
-        if (Arithmetic::Magnitude(output[c]) > gate) {
+        if (Arithmetic::Greater(Arithmetic::Magnitude(output[c]), gate)) {
             typename Arithmetic::template Quotient<Sample> quotient;
             state.gain[c] = quotient(gate, magnitude);
             output[c] = Arithmetic::Apply(delayed[c], state.gain[c]);
@@ -216,12 +213,12 @@ void LimiterCore<Arithmetic, kChannels>::OpenLap() {
         state.running[c] = 0;
         Sample tail = 0;
         for (uint32_t other = 1; other < kLaps; ++other)
-            tail = Larger(laps[(present + other) % kLaps][c], tail);
+            tail = Larger<Arithmetic>(laps[(present + other) % kLaps][c], tail);
         tails[kLap * kChannels + c] = tail;
     }
     const Sample* const lap = ring + size_t{next} * kChannels;
     for (size_t i = size_t{kLap} * kChannels; i-- > 0;)
-        tails[i] = Larger(Arithmetic::Magnitude(lap[i]), tails[i + kChannels]);
+        tails[i] = Larger<Arithmetic>(Arithmetic::Magnitude(lap[i]), tails[i + kChannels]);
 }
 
 // From the frames that count.
@@ -233,7 +230,8 @@ void LimiterCore<Arithmetic, kChannels>::MakeWindow() {
             for (uint32_t slot = begin; slot < end; ++slot) {
                 const uint32_t age = (next + kWindow - 1 - slot) % kWindow;
                 if (age < static_cast<uint32_t>(state.age[c]))
-                    sofar = Larger(Arithmetic::Magnitude(ring[slot * kChannels + c]), sofar);
+                    sofar = Larger<Arithmetic>(Arithmetic::Magnitude(ring[slot * kChannels + c]),
+                                               sofar);
             }
             return sofar;
         };
@@ -241,7 +239,7 @@ void LimiterCore<Arithmetic, kChannels>::MakeWindow() {
         for (uint32_t other = 1; other < kLaps; ++other) {
             const uint32_t lap = (present + other) % kLaps;
             laps[lap][c] = largest(lap * kLap, (lap + 1) * kLap, 0);
-            tail = Larger(laps[lap][c], tail);
+            tail = Larger<Arithmetic>(laps[lap][c], tail);
         }
         const uint32_t begin = present * kLap;
         state.running[c] = largest(begin, next, 0);

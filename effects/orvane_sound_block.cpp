@@ -1,6 +1,8 @@
 // One block of the enhancer: from the input buffer through bands, delays and contour to the output.
 #include <algorithm>
+#include <type_traits>
 
+#include "dsp/softfloat/contour_mix.h"
 #include "effects/orvane_sound.h"
 
 namespace {
@@ -85,7 +87,7 @@ void AddContourToOne(Biquad<Real, Real>& filter, Real* samples, uint32_t count) 
     ForLanes<Real>(count, [=, &contour]<typename V>(size_t i) {
         Store(contour + i, Held(Load<V>(samples + i)));
     });
-    filter.Process(contour, count);
+    filter.Process(contour, static_cast<uint32_t>(count));
     ForLanes<Real>(count, [=, &contour]<typename V>(size_t i) {
         Store(samples + i, Load<V>(samples + i) + Held(Load<V>(contour + i)));
     });
@@ -98,13 +100,32 @@ void AddContourToBoth(Biquad<Real, Real>& filter, Real* frames, uint32_t count) 
         LoadPairs(left, right, frames + 2 * i);
         Store(contour + i, Held(left + right));
     });
-    filter.Process(contour, count);
+    filter.Process(contour, static_cast<uint32_t>(count));
     ForLanes<Real>(count, [=, &contour]<typename V>(size_t i) {
         V left, right;
         LoadPairs(left, right, frames + 2 * i);
         const V both = Held(Load<V>(contour + i));
         StorePairs(frames + 2 * i, left + both, right + both);
     });
+}
+
+// The sums of the bands with the contour, where floats are unpacked; false, with nothing done,
+// where they aren't or can't be.
+template <typename Real>
+bool MixUnpacked(const DelayedBands<Real> (&bands)[2], Biquad<Real, Real>* filter, size_t pairs,
+                 size_t channels, Real* frames) {
+    if constexpr (kSoftFloat && std::is_same_v<Real, float>) {
+        using Variant = OrvaneSoundVariant<float>;
+        const auto at = [&bands](size_t n, size_t c) -> BandSamples {
+            const auto sample = [n](Planar<const float> from) {
+                return (n % 2 == 0 ? from.re : from.im)[n / 2];
+            };
+            return {sample(bands[c].low), sample(bands[c].high), sample(bands[c].band)};
+        };
+        return MixWithContour(at, {Variant::kLowWeight, bands[0].highWeight, Variant::kBandWeight},
+                              filter, frames, 2 * pairs, channels);
+    }
+    return false;
 }
 
 }  // namespace
@@ -125,11 +146,15 @@ void OrvaneSound<Sample, Real>::RunBlock() {
     for (size_t at = 0; at < kPairs; at += kChunk / 2) {
         const size_t pairs = std::min(kChunk / 2, kPairs - at);
         const auto count = static_cast<uint32_t>(2 * pairs);
-        if (stereo) {
-            Weave(BandsOf(left, at, process), BandsOf(right, at, process), pairs, frames);
+        const DelayedBands<Real> bands[] = {BandsOf(left, at, process),
+                                            BandsOf(stereo ? right : left, at, process)};
+        if (MixUnpacked(bands, &loContourFilter, pairs, channels, frames)) {
+            // Nothing is left to do.
+        } else if (stereo) {
+            Weave(bands[0], bands[1], pairs, frames);
             AddContourToBoth(loContourFilter, frames, count);
         } else {
-            Weave(BandsOf(left, at, process), pairs, frames);
+            Weave(bands[0], pairs, frames);
             AddContourToOne(loContourFilter, frames, count);
         }
         outputBuffer->PushSamples(frames, count);

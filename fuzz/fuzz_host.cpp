@@ -29,7 +29,7 @@
 #include "client/instance.h"
 #include "fuzz/allocation.h"
 #include "fuzz/fuzz_input.h"
-#include "host/library.h"
+#include "host/entry_points.h"
 #include "platform/file.h"
 #include "platform/log.h"
 #include "unit/parameters.h"

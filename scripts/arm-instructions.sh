@@ -62,7 +62,7 @@ awk -F'\t' '
     $1 == "count" {
         total += $3
         name = $4
-        kind = name ~ /::/ ? "the library\047s own code" : "helpers"
+        kind = name ~ /::|^Soft/ ? "the library\047s own code" : "helpers"
         if (name ~ /add|sub/ && name ~ /^__aeabi_[fd]/) kind = "additions and subtractions"
         else if (name ~ /mul/ && name ~ /^__aeabi_[fd]/) kind = "multiplications"
         else if (name ~ /cmp[sd]f2|__aeabi_c?[fd]r?cmp/) kind = "comparisons"

@@ -1,7 +1,7 @@
 #!/bin/sh
 # What must hold of a built shared library beyond its samples: it exports what the list names and
 # nothing else, needs the C library and the log alone, has both hash tables, and holds no fused
-# multiply-add.
+# multiply-add; its stack isn't executable.
 #   check-library.sh LIBRARY [PREFIX of the binutils]
 set -eu
 library=$1
@@ -25,6 +25,8 @@ done
 fused=$("${prefix}objdump" -d "$library" |
   grep -ciE '[[:space:]](vfn?m(add|sub)|vfn?m[as]|fn?m(add|sub)|fml[as]|vfm[as])' || true)
 [ "$fused" -eq 0 ] || fail "$fused fused multiply-adds"
+
+"${prefix}readelf" -lW "$library" | grep -q 'GNU_STACK.* RWE' && fail "an executable stack"
 
 [ "$failed" -eq 0 ] && echo "check-library: $library passed"
 exit "$failed"

@@ -71,7 +71,9 @@ TYPED_TEST(BandSpliterTest, EqualsItsStepsBitForBit) {
                 splitter.ConvSignal(band.data(), L, kernels[b].data(), N, tails[b].data(),
                                     block > 0);
                 band.resize(L);
-                ASSERT_TRUE(HaveTheSameBits(got[b], band)) << K << " " << block << " " << b;
+                // Unpacked numbers have no sign of zero.
+                ASSERT_TRUE(kSoftFloat ? got[b] == band : HaveTheSameBits(got[b], band))
+                    << K << " " << block << " " << b;
             }
         }
     }

@@ -104,3 +104,29 @@ TYPED_TEST(FirEqualizerTest, ForgetsItsHistoryAndStopsWhenItsHeaderSays) {
                 << rate << ' ' << channels;
         }
 }
+
+// Where floats are unpacked: as without, in any history that the numbers can hold and behind it.
+// A gain that they can't hold, met before anything else, makes the other equalizer plain.
+TEST(FirEqualizer, GivesTheSameValuesOnUnpackedNumbers) {
+    std::mt19937 random(5);
+    FIREqualizer_R32R32 unpacked, plain;
+    for (FIREqualizer_R32R32* e : {&unpacked, &plain}) e->SetEnable(true);
+    plain.SetBandLevel(0, 1e30F);
+    plain.Process(nullptr, 0);
+    plain.SetBandLevel(0, 0);
+    for (int call = 0; call < 60; ++call) {
+        const auto frames = static_cast<unsigned>(random() % 300);
+        const int scale = static_cast<int>(random() % 30) - 15;
+        const auto band = static_cast<int>(random() % 10);
+        const float level = static_cast<float>(random() % 400) / 100 - 1.5F;
+        std::vector<float> samples = Noise<float>(size_t{2} * frames, std::ldexp(1.0, scale));
+        for (float& x : samples)
+            if (call % 5 == 2 && random() % 100 != 0) x = 0;
+        if (call == 55) samples.assign(samples.size(), 0x1p-41F);
+        std::vector<float> expected = samples;
+        for (FIREqualizer_R32R32* e : {&unpacked, &plain}) e->SetBandLevel(band, level);
+        unpacked.Process(samples.data(), frames);
+        plain.Process(expected.data(), frames);
+        ASSERT_EQ(samples, expected) << call;
+    }
+}

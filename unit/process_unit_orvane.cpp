@@ -98,7 +98,7 @@ int32_t ProcessUnit_Orvane::command(uint32_t cmdCode, uint32_t cmdSize, void* pC
                 ResetAllEffects();
                 break;
             case EFFECT_CMD_CONFIGURE:
-                reply.WriteStatus(Configure(cmdSize, pCmdData));
+                reply.WriteStatus(TakeConfiguration(cmdSize, pCmdData));
                 return kStatusOk;
             case EFFECT_CMD_GET_PARAM: {
                 int32_t value = 0;
@@ -113,7 +113,7 @@ int32_t ProcessUnit_Orvane::command(uint32_t cmdCode, uint32_t cmdSize, void* pC
     return Effect::command(cmdCode, cmdSize, pCmdData, replySize, pReplyData);
 }
 
-int32_t ProcessUnit_Orvane::Configure(uint32_t cmdSize, const void* pCmdData) {
+int32_t ProcessUnit_Orvane::TakeConfiguration(uint32_t cmdSize, const void* pCmdData) {
     if (pCmdData == nullptr || cmdSize < sizeof(effect_config_t)) return kStatusInvalid;
     const uint32_t oldRate = samplingRate;
     const uint32_t oldChannels = channels;

@@ -42,7 +42,7 @@ private:
     // Takes the lock itself, behind the log line.
     int32_t SetParameter(uint32_t cmdSize, const void* pCmdData);
     // The caller holds the lock.
-    int32_t Configure(uint32_t cmdSize, const void* pCmdData);
+    int32_t TakeConfiguration(uint32_t cmdSize, const void* pCmdData);
     void ApplyParameter(int32_t identifier, int32_t L, int32_t H);
     bool QueryParameter(uint32_t cmdSize, const void* pCmdData, int32_t* value) const;
 

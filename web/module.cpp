@@ -4,7 +4,7 @@
 #include <new>
 
 #include "client/instance.h"
-#include "host/library.h"
+#include "host/entry_points.h"
 
 #define ORVANE_EXPORT(name) extern "C" __attribute__((export_name("orvane_" #name)))
 

@@ -1,4 +1,4 @@
-#include "host/library.h"
+#include "host/entry_points.h"
 
 #include <algorithm>
 #include <cstdio>

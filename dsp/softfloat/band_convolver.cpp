@@ -1,0 +1,172 @@
+#include "dsp/softfloat/band_convolver.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "dsp/softfloat/butterfly_groups.h"
+#include "dsp/softfloat/spectrum_product.h"
+
+namespace {
+
+using Number = Complex<SoftFloat>;
+using Factor = Complex<SoftFactor>;
+
+uint32_t BitsOf(float v) {
+    return std::bit_cast<uint32_t>(v);
+}
+
+// Nothing, and *fits becomes false, if a part can't be a factor.
+Factor FactorOf(float re, float im, bool* fits) {
+    if (!softfloat::CanBeFactor(re) || !softfloat::CanBeFactor(im)) {
+        *fits = false;
+        return {};
+    }
+    return {softfloat::FactorOf(re), softfloat::FactorOf(im)};
+}
+
+}  // namespace
+
+bool SoftBandConvolver::Allocate(uint32_t n) {
+    *this = {};
+    const size_t m = n / 2;
+    if (m < 8 || m > UINT16_MAX || !std::has_single_bit(m) || std::countr_zero(m) % 2 == 0)
+        return true;
+    if (!factors.Allocate(m / 4) || !realFactors.Allocate(m / 2) || !kernels.Allocate(kBands * m) ||
+        !reversed.Allocate(m) || !spectrum.Allocate(m) || !work.Allocate(m))
+        return false;
+    for (size_t k = 1; k < m; ++k)
+        reversed[k] = static_cast<uint16_t>(reversed[k / 2] / 2 + (k % 2 != 0 ? m / 2 : 0));
+    half = m;
+    return true;
+}
+
+void SoftBandConvolver::SetFactors(const float* twiddles, Planar<const float> real) {
+    if (half == 0) return;
+    factorsFit = true;
+    eighth = softfloat::FactorOf(twiddles[2]);
+    for (size_t t = 2; t < half / 4; ++t) {
+        const Twiddles<float> w = GroupTwiddles(twiddles, t);
+        factors[t] = {FactorOf(w.w1.re, w.w1.im, &factorsFit),
+                      FactorOf(w.w2.re, w.w2.im, &factorsFit),
+                      FactorOf(w.w3.re, w.w3.im, &factorsFit)};
+    }
+    for (size_t k = 1; k < half / 2; ++k)
+        realFactors[k] = FactorOf(real.re[k], real.im[k], &factorsFit);
+}
+
+void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
+    if (half == 0) return;
+    kernelsFit = true;
+    for (size_t b = 0; b < kBands; ++b)
+        for (size_t k = 0; k < half; ++k) {
+            // The upper bins run down behind the middle one.
+            const size_t bin = k <= half / 2 ? k : half / 2 + half - k;
+            kernels[b * half + k] = FactorOf(bands[b].re[bin], bands[b].im[bin], &kernelsFit);
+        }
+}
+
+bool SoftBandConvolver::Convolve(Planar<const float> block, size_t pairs,
+                                 const Planar<float> (&bands)[kBands]) {
+    if (!factorsFit || !kernelsFit) return false;
+    uint32_t silence = 0;  // no bit but a sign is set
+    for (size_t q = 0; q < pairs; ++q) {
+        const uint32_t re = BitsOf(block.re[q]), im = BitsOf(block.im[q]);
+        if (!softfloat::Enters(re) || !softfloat::Enters(im)) return false;
+        silence |= (re | im) << 1U;
+    }
+    if (silence == 0) {
+        for (const Planar<float>& band : bands) {
+            std::fill_n(band.re, half, 0.0F);
+            std::fill_n(band.im, half, 0.0F);
+        }
+        return true;
+    }
+    Load(block, pairs);
+    if (!Stages(spectrum.data()) || !RealSpectrum()) return false;
+    // A band that is the block comes last: until then the block may be needed.
+    for (const bool last : {false, true})
+        for (size_t b = 0; b < kBands; ++b)
+            if ((bands[b].re == block.re) == last && !Inverse(&kernels[b * half], bands[b]))
+                return false;
+    return true;
+}
+
+// In the order of reversed bits.
+void SoftBandConvolver::Load(Planar<const float> block, size_t pairs) {
+    for (size_t to = 0; to < half; ++to) {
+        const size_t q = reversed[to];
+        spectrum[to] = q < pairs ? Number{softfloat::Unpack(BitsOf(block.re[q])),
+                                          softfloat::Unpack(BitsOf(block.im[q]))}
+                                 : Number{};
+    }
+}
+
+// All stages but the last.
+bool SoftBandConvolver::Stages(Number* a) const {
+    for (size_t span = 1; 4 * span < half; span *= 4) {
+        const size_t groups = half / (4 * span);
+        UntwiddledGroup(a, span);
+        if (!EighthGroup(a + 4 * span, span, eighth)) return false;
+        if (groups > 2 && !TwiddledGroups(a + 8 * span, span, &factors[2], groups - 2))
+            return false;
+    }
+    return true;
+}
+
+// The last stage, then from the spectrum of the complex values to that of the real ones. [0] holds
+// the two real values at 0 Hz and half the rate.
+bool SoftBandConvolver::RealSpectrum() {
+    Number* const a = spectrum.data();
+    const size_t span = half / 2;
+    for (size_t k = 0; k < span; ++k) {
+        const auto [lowRe, highRe] = SumAndDifference(a[k].re, a[k + span].re);
+        const auto [lowIm, highIm] = SumAndDifference(a[k].im, a[k + span].im);
+        a[k] = {lowRe, lowIm};
+        a[k + span] = {highRe, highIm};
+    }
+    const auto [sum, difference] = SumAndDifference(a[0].re, a[0].im);
+    a[0] = {sum, difference};
+    for (size_t k = 1; k < span; ++k) {
+        Number& left = a[k];
+        Number& right = a[half - k];
+        Number y = {left.re - right.re, left.im + right.im};
+        if (!Turned(realFactors[k], y)) return false;
+        left = {left.re - y.re, left.im - y.im};
+        right = {right.re + y.re, right.im - y.im};
+    }
+    for (size_t k = 0; k < half; ++k)
+        if (!softfloat::Settles(a[k].re, a[k].im)) return false;
+    return true;
+}
+
+// The product with a kernel and the way back to the spectrum of complex values, in the order of
+// reversed bits.
+bool SoftBandConvolver::ProductToWork(const Factor* kernel) {
+    const Number* const a = spectrum.data();
+    Number* const out = work.data();
+    const SoftFloat sum = kernel[0].re * a[0].re;
+    SoftFloat difference = sum - kernel[0].im * a[0].im;
+    if (difference.m != 0 && difference.e < 0) return false;
+    --difference.e;  // halved
+    out[0] = {sum - difference, -difference};
+    const Number middle = Twiddle(kernel[half / 2], a[half / 2]);
+    out[1] = {middle.re, -middle.im};
+    return SpectrumProduct(a, kernel, realFactors.data(), reversed.data(), out, half);
+}
+
+// The last stage leaves the conjugates.
+bool SoftBandConvolver::Inverse(const Factor* kernel, Planar<float> out) {
+    if (!ProductToWork(kernel) || !Stages(work.data())) return false;
+    const Number* const a = work.data();
+    const size_t span = half / 2;
+    const auto packed = [](SoftFloat v) { return std::bit_cast<float>(softfloat::Pack(v)); };
+    for (size_t q = 0; q < span; ++q) {
+        const auto [lowRe, highRe] = SumAndDifference(a[q].re, a[q + span].re);
+        const auto [lowIm, highIm] = SumAndDifference(a[q].im, a[q + span].im);
+        out.re[q] = packed(lowRe);
+        out.im[q] = packed(-lowIm);
+        out.re[q + span] = packed(highRe);
+        out.im[q + span] = packed(-highIm);
+    }
+    return true;
+}

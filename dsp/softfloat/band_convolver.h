@@ -1,0 +1,51 @@
+// The three circular convolutions of BandFilters<float> on unpacked numbers (number.h): one forward
+// transform of a block, three products, three inverse transforms, each value as floats give it, to
+// the bit but for the signs of zeros.
+//
+// Allocates: Allocate only. Thread: no lock of its own; the owner serialises all calls.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+
+#include "dsp/butterfly.h"
+#include "dsp/owned_array.h"
+#include "dsp/planar.h"
+#include "dsp/softfloat/number.h"
+
+class SoftBandConvolver {
+public:
+    static constexpr size_t kBands = 3;
+
+    // For transforms of n values. False if memory is refused. An n other than 2^(2 k), 16 to 2^16,
+    // is no error: Convolve then answers false.
+    bool Allocate(uint32_t n);
+
+    // twiddles: FFT_R24's table of n / 4 factors; realFactors as BandFilters has them.
+    void SetFactors(const float* twiddles, Planar<const float> realFactors);
+    // As BandFilters has them. Where a factor doesn't fit the numbers, Convolve answers false.
+    void SetKernels(const Planar<const float> (&bands)[kBands]);
+
+    // block: `pairs` pairs of samples, zeros behind them up to n / 2. bands: n / 2 pairs each; one
+    // of them may be `block`. False, with the block as it was, if a value leaves the numbers'
+    // range.
+    bool Convolve(Planar<const float> block, size_t pairs, const Planar<float> (&bands)[kBands]);
+
+private:
+    using Number = Complex<SoftFloat>;
+    using Factor = Complex<SoftFactor>;
+
+    void Load(Planar<const float> block, size_t pairs);
+    bool Stages(Number* a) const;
+    bool RealSpectrum();
+    bool ProductToWork(const Factor* kernel);
+    bool Inverse(const Factor* kernel, Planar<float> out);
+
+    size_t half = 0;  // complex values: n / 2
+    bool factorsFit = false, kernelsFit = false;
+    SoftFactor eighth = {};                    // cos(pi / 4)
+    OwnedArray<Twiddles<SoftFactor>> factors;  // by group of any stage: half / 4
+    OwnedArray<Factor> realFactors;            // half / 2, the first unused
+    OwnedArray<Factor> kernels;     // half each; the first of each holds two real factors
+    OwnedArray<uint16_t> reversed;  // by index of a complex value: its bits reversed
+    OwnedArray<Number> spectrum, work;
+};

@@ -1,0 +1,47 @@
+// The arithmetic of FIREqualizer<float, float> on unpacked numbers (number.h): its history, its
+// running sums and its bands, each value as the equalizer's own step gives it, to the bit but for
+// the signs of zeros.
+//
+// Samples must be 0 or of 2^-40 to 2^60, gains fit for factors; then every sum is a multiple of
+// 2^-63 and no product is subnormal.
+//
+// Allocates: never. Thread: no lock of its own; the owner serialises all calls.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+
+#include "dsp/softfloat/average.h"
+#include "dsp/softfloat/number.h"
+#include "dsp/stream.h"
+
+class SoftEqualizerCore {
+public:
+    static constexpr size_t kBands = 10;
+    static constexpr size_t kAverages = kBands - 1;
+    static constexpr size_t kReach = 256;  // half-width of the widest average
+
+    SoftEqualizerCore() { Reset(); }
+    // Silence everywhere.
+    void Reset();
+
+    // In place, `frames` frames of `channels` interleaved samples; gains from the top band down.
+    // False, with nothing changed, if a sample or a gain can't be held.
+    bool Process(float* samples, size_t frames, size_t channels, const float* gains);
+
+    // For a change to the plain form: the sample of `ago` frames (1: the newest, at most 512), and
+    // the sum of average k.
+    float Past(size_t channel, size_t ago) const;
+    float Sum(size_t channel, size_t k) const;
+
+private:
+    static constexpr size_t kChunk = 64;  // frames at a time
+    static constexpr size_t kRoom = 512;  // frames between two moves of the history
+    static constexpr size_t kHistory = 2 * kReach;
+
+    void ProcessChunk(size_t channel, size_t frames, const SoftFactor* gains, AverageRow* rows);
+    void MakeRoom(size_t frames);
+
+    SoftFloat sums[kMaxChannels][kAverages];
+    SoftFloat history[kMaxChannels][kHistory + kRoom];  // the newest lie before `end`
+    size_t end;
+};

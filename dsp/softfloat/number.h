@@ -1,0 +1,218 @@
+// Single-precision numbers for processors without a floating-point unit: sign and significand in
+// one word, the exponent in another, so that a chain of operations unpacks and packs nothing.
+// docs/soft-float.md explains them: "A number", "What stays on floats" and what lies between.
+//
+//   SoftFloat {m, e} is m * 2^(e - 109): 24 significant bits of m at bits 29 to 6, the rest 0;
+//   2^29 <= |m| <= 2^30 with both ends allowed, so rounding up never moves the exponent. Zero is
+//   m = 0 with any e, and has no sign.
+//
+// Sums and products are those of IEEE 754 single precision, rounded to nearest, ties to even, bit
+// for bit but for the sign of a zero, as long as no result overflows and no product is subnormal.
+// Sums below the normal range are exact in both. The holder keeps to that: numbers of 2^-80 to 2^60
+// enter (Enters), and before a product of a number with e < 0, which is below 2^-80, Settles asks.
+//
+// Allocates: never. Thread: no state.
+#pragma once
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+
+#include "dsp/butterfly.h"
+
+// The chain's single precision runs on these numbers where floats are calls of helpers.
+#if defined(ORVANE_SOFTFLOAT)
+inline constexpr bool kSoftFloat = ORVANE_SOFTFLOAT;
+#elif defined(__arm__) && defined(__SOFTFP__)
+inline constexpr bool kSoftFloat = true;
+#else
+inline constexpr bool kSoftFloat = false;
+#endif
+
+// Aligned: the routines by hand load both words at once, which the processor does at multiples of 8
+// only, although an emulator lets others pass.
+struct alignas(8) SoftFloat {
+    int32_t m, e;
+};
+
+// A constant that numbers are multiplied by: m * 2^(e - 31), 24 significant bits at bits 30 to 7.
+// Its magnitude is 0 or 2^-46 to 2^30, so that a number from 2^-80 on gives no subnormal product.
+struct alignas(8) SoftFactor {
+    int32_t m, e;
+};
+
+inline SoftFactor operator-(SoftFactor a) {
+    return {-a.m, a.e};
+}
+
+namespace softfloat {
+
+inline constexpr int32_t kBias = 47;    // exponent field of a float less e
+inline constexpr int32_t kAligned = 3;  // bits that the first operand of a sum is shifted by
+
+// ARM's clz and shifts take 0 and 32, which C++ leaves undefined.
+#if defined(__arm__) && !defined(__thumb__)
+#define ORVANE_SOFTFLOAT_ARM
+#endif
+
+// v * 2^e of |v| < 2^30 as a number: highest bit to bit 29, the six lowest rounded away.
+[[gnu::always_inline]] inline SoftFloat Rounded(int32_t v, int32_t e) {
+#if defined(ORVANE_SOFTFLOAT_ARM)
+    int32_t shift;
+    asm("eor    %[shift], %[v], %[v], lsl #2\n\t"
+        "clz    %[shift], %[shift]\n\t"
+        "mov    %[v], %[v], lsl %[shift]\n\t"
+        "sub    %[e], %[e], %[shift]\n\t"
+        "movs   %[shift], %[v], lsr #7\n\t"  // the last kept bit is the carry
+        "adc    %[v], %[v], #31\n\t"
+        "bic    %[v], %[v], #63"
+        : [v] "+r"(v), [e] "+r"(e), [shift] "=&r"(shift)
+        :
+        : "cc");
+    return {v, e};
+#else
+    const uint32_t bits = static_cast<uint32_t>(v);
+    const int shift = std::countl_zero(bits ^ (bits << 2U));
+    const uint32_t normal = shift < 32 ? bits << shift : 0;
+    const uint32_t rounded = normal + 31 + ((normal >> 6U) & 1U);
+    return {static_cast<int32_t>(rounded & ~63U), e - shift};
+#endif
+}
+
+// v / 2^shift, shift from 0 to 255, rounded down; its lowest bit set if anything was lost, which
+// keeps every later rounding right.
+[[gnu::always_inline]] inline int32_t ShiftedWithSticky(int32_t v, int32_t shift) {
+#if defined(ORVANE_SOFTFLOAT_ARM)
+    int32_t shifted;
+    asm("mov    %[shifted], %[v], asr %[shift]\n\t"
+        "cmp    %[v], %[shifted], lsl %[shift]\n\t"
+        "orrne  %[shifted], %[shifted], #1"
+        : [shifted] "=&r"(shifted)
+        : [v] "r"(v), [shift] "r"(shift)
+        : "cc");
+    return shifted;
+#else
+    const int32_t within = std::min(shift, 31);
+    const int32_t shifted = v >> within;
+    return shifted | static_cast<int32_t>((shifted << within) != v);
+#endif
+}
+
+// Two numbers in units of 2^(e - 109), their sum and difference below 2^30. Exponents of numbers
+// that aren't 0 are less than 250 apart.
+struct Aligned {
+    int32_t a, b, e;
+};
+[[gnu::always_inline]] inline Aligned Align(SoftFloat a, SoftFloat b) {
+    const int32_t e = a.e + kAligned, shift = e - b.e;
+    const int32_t first = a.m >> kAligned;
+    // Exponents 2 below to 3 above: no bit is lost, and zeros need no care.
+    if (static_cast<uint32_t>(shift - 1) <= 5U) [[likely]]
+        return {first, b.m >> shift, e};
+    if (shift > 0) {
+        if (a.m == 0) [[unlikely]]
+            return {0, b.m >> kAligned, b.e + kAligned};
+        return {first, ShiftedWithSticky(b.m, shift), e};
+    }
+    if (b.m == 0) [[unlikely]]
+        return {first, 0, e};
+    return {ShiftedWithSticky(a.m, 2 * kAligned - shift), b.m >> kAligned, b.e + kAligned};
+}
+
+}  // namespace softfloat
+
+[[gnu::always_inline]] inline SoftFloat operator+(SoftFloat a, SoftFloat b) {
+    const softfloat::Aligned v = softfloat::Align(a, b);
+    return softfloat::Rounded(v.a + v.b, v.e);
+}
+[[gnu::always_inline]] inline SoftFloat operator-(SoftFloat a, SoftFloat b) {
+    const softfloat::Aligned v = softfloat::Align(a, b);
+    return softfloat::Rounded(v.a - v.b, v.e);
+}
+[[gnu::always_inline]] inline SoftFloat operator-(SoftFloat a) {
+    return {-a.m, a.e};
+}
+// a + b and a - b, aligned once.
+[[gnu::always_inline]] inline SumDifference<SoftFloat> SumAndDifference(SoftFloat a, SoftFloat b) {
+    const softfloat::Aligned v = softfloat::Align(a, b);
+    return {softfloat::Rounded(v.a + v.b, v.e), softfloat::Rounded(v.a - v.b, v.e)};
+}
+
+// The product's upper half, doubled, has 29 or 30 bits; its lower half only matters as not being 0.
+[[gnu::always_inline]] inline SoftFloat operator*(SoftFactor factor, SoftFloat a) {
+    int32_t e = a.e + factor.e;
+#if defined(ORVANE_SOFTFLOAT_ARM)
+    int32_t low, m;
+    asm("smull  %[low], %[m], %[a], %[factor]\n\t"
+        "cmp    %[low], #1\n\t"  // the carry says that it is not 0
+        "adc    %[m], %[m], %[m]\n\t"
+        "teq    %[m], %[m], lsl #2\n\t"  // 29 bits: bits 31 and 29 are the same
+        "movpl  %[m], %[m], lsl #1\n\t"
+        "subpl  %[e], %[e], #1\n\t"
+        "movs   %[low], %[m], lsr #7\n\t"
+        "adc    %[m], %[m], #31\n\t"
+        "bic    %[m], %[m], #63"
+        : [low] "=&r"(low), [m] "=&r"(m), [e] "+r"(e)
+        : [a] "r"(a.m), [factor] "r"(factor.m)
+        : "cc");
+    return {m, e};
+#else
+    const uint64_t product = static_cast<uint64_t>(static_cast<int64_t>(a.m) * factor.m);
+    uint32_t m = 2 * static_cast<uint32_t>(product >> 32U) +
+                 static_cast<uint32_t>(static_cast<uint32_t>(product) != 0);
+    if (static_cast<int32_t>(m ^ (m << 2U)) >= 0) {
+        m <<= 1U;
+        --e;
+    }
+    return {static_cast<int32_t>((m + 31 + ((m >> 6U) & 1U)) & ~63U), e};
+#endif
+}
+
+namespace softfloat {
+
+// Whether the float with these bits may enter: 0, or 2^lowest to 2^60.
+template <int lowest = -80>
+[[gnu::always_inline]] inline bool Enters(uint32_t bits) {
+    constexpr uint32_t kFirst = static_cast<uint32_t>(127 + lowest) << 24U, kBeyond = 187U << 24U;
+    const uint32_t magnitude = bits << 1U;
+    return magnitude - kFirst < kBeyond - kFirst || magnitude == 0;
+}
+// A float that may enter, by its bits.
+[[gnu::always_inline]] constexpr SoftFloat Unpack(uint32_t bits) {
+    const uint32_t magnitude = bits << 1U;
+    if (magnitude == 0) return {0, 0};
+    const int32_t m = static_cast<int32_t>(((magnitude << 5U) & 0x3fffffffU) | 0x20000000U);
+    const int32_t e = static_cast<int32_t>(magnitude >> 24U) - kBias;
+    return {static_cast<int32_t>(bits) < 0 ? -m : m, e};
+}
+// The bits of the float that equals `a`; a zero is positive.
+[[gnu::always_inline]] inline uint32_t Pack(SoftFloat a) {
+    const uint32_t sign = static_cast<uint32_t>(a.m) & 0x80000000U;
+    const uint32_t significand = static_cast<uint32_t>(sign != 0 ? -a.m : a.m) >> 6U;
+    if (significand == 0) return 0;
+    const int32_t exponent = a.e + kBias - 1;
+    if (exponent >= 0) [[likely]]  // 2^24 carries into the exponent
+        return sign | ((static_cast<uint32_t>(exponent) << 23U) + significand);
+    return sign | (significand >> static_cast<uint32_t>(-exponent));  // subnormal, and exact
+}
+
+// Whether a finite float can be a factor.
+inline bool CanBeFactor(float v) {
+    const float magnitude = v < 0 ? -v : v;
+    return v == 0 || (magnitude >= 0x1p-46F && magnitude < 0x1p30F);
+}
+constexpr SoftFactor FactorOf(float v) {
+    const SoftFloat a = Unpack(std::bit_cast<uint32_t>(v));
+    return {2 * a.m, a.e + kBias - 126};
+}
+
+// Whether both numbers may be multiplied. A zero's exponent, which cancellation leaves anywhere, is
+// put right on the way.
+[[gnu::always_inline]] inline bool Settles(SoftFloat& a, SoftFloat& b) {
+    if ((a.e | b.e) >= 0) [[likely]]
+        return true;
+    if (a.m == 0) a.e = 0;
+    if (b.m == 0) b.e = 0;
+    return (a.e | b.e) >= 0;
+}
+
+}  // namespace softfloat

@@ -1,0 +1,45 @@
+// The product of a real signal's spectrum with a kernel's, and the way back to the spectrum of
+// complex values that the inverse transform starts from.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+
+#include "dsp/butterfly.h"
+#include "dsp/softfloat/number.h"
+
+// Values k and half - k for 0 < k < half / 2: the products left and right, then
+//   y = conj(w[k]) (left - conj(right)),  left - y and right + conj(y), conjugated,
+// to places reversed[k] and reversed[half - k] of `out`. The spectrum's numbers can be factored
+// (Settles). False, with `out` in any state, if y has one that can't.
+inline bool SpectrumProductText(const Complex<SoftFloat>* spectrum,
+                                const Complex<SoftFactor>* kernel, const Complex<SoftFactor>* w,
+                                const uint16_t* reversed, Complex<SoftFloat>* out, size_t half) {
+    for (size_t k = 1; k < half / 2; ++k) {
+        const Complex<SoftFloat> left = Twiddle(kernel[k], spectrum[k]);
+        const Complex<SoftFloat> right = Twiddle(kernel[half - k], spectrum[half - k]);
+        Complex<SoftFloat> y = {left.re - right.re, left.im + right.im};
+        if (!softfloat::Settles(y.re, y.im)) return false;
+        y = Twiddle(Complex<SoftFactor>{w[k].re, -w[k].im}, y);
+        out[reversed[k]] = {left.re - y.re, y.im - left.im};
+        out[reversed[half - k]] = {right.re + y.re, y.im - right.im};
+    }
+    return true;
+}
+
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+extern "C" bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum,
+                                    const Complex<SoftFactor>* kernel, const Complex<SoftFactor>* w,
+                                    const uint16_t* reversed, Complex<SoftFloat>* out, size_t half);
+#endif
+
+[[gnu::always_inline]] inline bool SpectrumProduct(const Complex<SoftFloat>* spectrum,
+                                                   const Complex<SoftFactor>* kernel,
+                                                   const Complex<SoftFactor>* w,
+                                                   const uint16_t* reversed,
+                                                   Complex<SoftFloat>* out, size_t half) {
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+    return SoftSpectrumProduct(spectrum, kernel, w, reversed, out, half);
+#else
+    return SpectrumProductText(spectrum, kernel, w, reversed, out, half);
+#endif
+}

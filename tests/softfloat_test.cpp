@@ -1,0 +1,187 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+
+#include "dsp/fft_r24.h"
+#include "dsp/softfloat/band_convolver.h"
+#include "dsp/softfloat/contour_mix.h"
+#include "dsp/softfloat/samples.h"
+#include "signals.h"
+
+namespace {
+
+// Floats that may enter, every scale and kind: near each other, ties, few bits, zeros.
+class Operands {
+public:
+    float Next() {
+        const uint32_t kind = Bits() % 8, significand = Bits() % (1U << 23U);
+        const uint32_t masks[] = {0, 0x7f0000, 0x7fffc0, 0x00003f};
+        uint32_t bits = Bits() & 0x80000000U;
+        bits |= kind < 4 ? significand & masks[kind] : significand;
+        bits |= (kind % 2 == 0 ? 120 + Bits() % 8 : 47 + Bits() % 140) << 23U;
+        return Bits() % 32 == 0 ? 0.0F : std::bit_cast<float>(bits);
+    }
+    uint32_t Bits() { return static_cast<uint32_t>(random()); }
+
+private:
+    std::mt19937 random;
+};
+
+// Zeros get exponents as cancellation leaves them.
+SoftFloat Unpacked(float v, uint32_t bits) {
+    SoftFloat a = softfloat::Unpack(std::bit_cast<uint32_t>(v));
+    if (v == 0) a.e = static_cast<int32_t>(bits % 400) - 200;
+    return a;
+}
+
+float Packed(SoftFloat a) {
+    return std::bit_cast<float>(softfloat::Pack(a));
+}
+
+}  // namespace
+
+TEST(SoftFloat, CalculatesAsTheProcessorsFloats) {
+    Operands operands;
+    for (int i = 0; i < (kSoftFloat ? 300000 : 3000000); ++i) {
+        const float x = operands.Next();
+        const float near = std::bit_cast<float>(std::bit_cast<uint32_t>(x) ^ operands.Bits() % 4);
+        const float y = i % 8 == 0 && x != 0 ? near : operands.Next();
+        const SoftFloat a = Unpacked(x, operands.Bits()), b = Unpacked(y, operands.Bits());
+        const auto [sum, difference] = SumAndDifference(a, b);
+        ASSERT_EQ(Packed(sum), x + y) << x << " " << y;
+        ASSERT_EQ(Packed(difference), x - y) << x << " " << y;
+        ASSERT_EQ(Packed(a + b), x + y) << x << " " << y;
+        ASSERT_EQ(Packed(a - b), x - y) << x << " " << y;
+        if (!softfloat::CanBeFactor(y)) continue;
+        ASSERT_EQ(Packed(softfloat::FactorOf(y) * a), x * y) << x << " " << y;
+    }
+}
+
+TEST(SoftFloat, TakesWhatItCanHold) {
+    for (const float v : {0.0F, -0.0F, 0x1p-80F, -0x1p-80F, 0x1.fffffep59F})
+        EXPECT_TRUE(softfloat::Enters(std::bit_cast<uint32_t>(v))) << v;
+    for (const float v : {0x1.fffffep-81F, -0x1p60F, 0x1p-149F, INFINITY, float(kNan)})
+        EXPECT_FALSE(softfloat::Enters(std::bit_cast<uint32_t>(v))) << v;
+    SoftFloat small = softfloat::Unpack(std::bit_cast<uint32_t>(0x1p-80F)), zero = {0, -9};
+    EXPECT_TRUE(softfloat::Settles(small, zero));
+    EXPECT_EQ(zero.e, 0);
+    --small.e;
+    EXPECT_FALSE(softfloat::Settles(zero, small));
+}
+
+// Every sample, and every step between two of them with its neighbours.
+TEST(SoftFloat, ConvertsSamplesAsFloatsDo) {
+    for (int sample = INT16_MIN; sample <= INT16_MAX; ++sample) {
+        const auto value = static_cast<float>(sample);
+        ASSERT_EQ(SoftScaled(static_cast<int16_t>(sample), 0x1.0002p-15F), value * 0x1.0002p-15F);
+        for (const float x : {value / 32767, std::nextafter(value / 32767, 2.0F),
+                              std::nextafter(value / 32767, -2.0F), value * 0x1p-31F})
+            ASSERT_EQ(SoftTruncated(x, 32767), static_cast<int>(x * 32767)) << x;
+    }
+}
+
+// Chunks at every scale, then silence until the filter's history is subnormal, and a chunk more.
+TEST(ContourMix, GivesTheValuesOfThePlainSumAndFilter) {
+    Operands operands;
+    for (const size_t channels : {1U, 2U}) {
+        Biquad_R32R32 filter, plain;
+        filter.SetLowPassParameter(0, channels == 1 ? 8000 : 55, 44100, 0.5F);  // fast and slow
+        plain = filter;
+        for (int chunk = 0; chunk < 400; ++chunk) {
+            std::vector<BandSamples> samples(64 * channels);
+            const int scale = chunk == 399 ? 0 : -4 * chunk;
+            for (BandSamples& x : samples)
+                for (float* each : {&x.low, &x.high, &x.band})
+                    if (chunk < 20 || chunk == 399)
+                        *each = std::ldexp(static_cast<float>(operands.Bits() % 65536), scale);
+            std::vector<float> got(samples.size()), expected(samples.size());
+            const auto bands = [&](size_t n, size_t c) { return samples[n * channels + c]; };
+            ASSERT_TRUE(
+                MixWithContour(bands, {0.95F, 1.8F, 1.1F}, &filter, got.data(), 64, channels));
+            for (size_t i = 0; i < samples.size(); ++i)
+                expected[i] =
+                    (samples[i].high * 1.8F + samples[i].band * 1.1F) + samples[i].low * 0.95F;
+            for (size_t i = 0; i < samples.size(); i += channels) {
+                const float sum = channels == 2 ? expected[i] + expected[i + 1] : expected[i];
+                const float contour = plain.ProcessSample(sum);
+                for (size_t c = 0; c < channels; ++c) expected[i + c] += contour;
+            }
+            ASSERT_EQ(got, expected) << channels << " " << chunk;
+        }
+    }
+}
+
+// Blocks at every scale, sparse ones, some that leave the range on the way; each band in turn in
+// the block's own memory, which must stay if the block is refused.
+TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
+    for (const size_t n : {256U, 1024U}) {
+        const size_t half = n / 2, taps = n / 4 - 1, pairs = (n + 1 - taps) / 2;
+        FFT_R24<float> fft(static_cast<uint32_t>(n));
+        const auto transform = [&](std::vector<float>& a, int direction) {
+            a.resize(n);
+            fft.rdft(static_cast<int>(n), direction, a.data(), fft.ip.data(), fft.w.data());
+        };
+        std::vector<float> packed[3], planar[4];  // kernels, and the real-spectrum step's factors
+        for (size_t b = 0; b < 3; ++b) {
+            packed[b] = Noise<float>(taps, b == 0 ? 1e-3 : 1e-8);
+            transform(packed[b], 1);
+            planar[b].resize(n);
+            for (size_t k = 0; k < half; ++k) {
+                const size_t bin = k <= half / 2 ? k : half / 2 + half - k;
+                planar[b][bin] = packed[b][2 * k];
+                planar[b][half + bin] = packed[b][2 * k + 1];
+            }
+        }
+        planar[3].resize(half);
+        for (size_t k = 1; k < half / 2; ++k) {
+            planar[3][k] = 0.5F - fft.w[half - k];
+            planar[3][half / 2 + k] = fft.w[half / 2 + k];
+        }
+        const auto halves = [](std::vector<float>& a) {
+            return Planar<float>{a.data(), a.data() + a.size() / 2};
+        };
+        SoftBandConvolver convolver;
+        ASSERT_TRUE(convolver.Allocate(static_cast<uint32_t>(n)));
+        convolver.SetFactors(fft.w.data(), halves(planar[3]));
+        convolver.SetKernels({halves(planar[0]), halves(planar[1]), halves(planar[2])});
+        Operands operands;
+        int taken = 0;
+        for (size_t block = 0; block < 200; ++block) {
+            std::vector<float> bands[3] = {std::vector<float>(n), std::vector<float>(n),
+                                           std::vector<float>(n)};
+            std::vector<float>& input = bands[block % 3];
+            std::vector<float> spectrum(2 * pairs);
+            for (size_t i = 0; i < spectrum.size(); ++i) {
+                float x = operands.Next();
+                if (block % 4 != 0)
+                    x = std::ldexp(x - std::trunc(x), static_cast<int>(block) - 100);
+                if (block % 4 == 1 && operands.Bits() % 64 != 0) x = 0;
+                spectrum[i] = input[i % 2 * half + i / 2] = x;
+            }
+            const std::vector<float> before = input;
+            if (!convolver.Convolve(halves(input), pairs,
+                                    {halves(bands[0]), halves(bands[1]), halves(bands[2])})) {
+                ASSERT_EQ(input, before);
+                continue;
+            }
+            ++taken;
+            transform(spectrum, 1);
+            for (size_t b = 0; b < 3; ++b) {
+                std::vector<float> expected = spectrum, got(n);
+                const auto& k = packed[b];
+                for (size_t j = 0; j < n; j += 2) {
+                    const float re = spectrum[j], im = spectrum[j + 1];
+                    expected[j] = j == 0 ? re * k[0] : re * k[j] - im * k[j + 1];
+                    expected[j + 1] = j == 0 ? im * k[1] : im * k[j] + k[j + 1] * re;
+                    got[j] = bands[b][j / 2];
+                    got[j + 1] = bands[b][half + j / 2];
+                }
+                transform(expected, -1);
+                ASSERT_EQ(got, expected) << n << " block " << block << " band " << b;
+            }
+        }
+        EXPECT_GT(taken, 80);
+        EXPECT_LT(taken, 200);
+    }
+}
