@@ -13,8 +13,10 @@
 // those that do count, until every frame of it is younger than the change. A magnitude that isn't a
 // number counts as 0.
 #pragma once
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 #include "dsp/stream.h"
 #include "effects/limiter_arithmetic.h"
@@ -74,6 +76,20 @@ extern template class LimiterCore<FloatLimiting, 1>;
 extern template class LimiterCore<FloatLimiting, 2>;
 extern template class LimiterCore<Q24Limiting, 1>;
 extern template class LimiterCore<Q24Limiting, 2>;
+
+// One channel whose samples lie `stride` apart, in place, a lap's worth at a time.
+template <typename Arithmetic>
+void ProcessStrided(LimiterCore<Arithmetic, 1>& core, typename Arithmetic::Sample* samples,
+                    uint32_t frames, uint32_t stride) {
+    typename Arithmetic::Sample run[64];
+    for (uint32_t left = frames; left > 0;) {
+        const uint32_t count = std::min<uint32_t>(left, std::size(run));
+        for (size_t i = 0; i < count; ++i) run[i] = samples[i * stride];
+        core.Process(run, count);
+        for (size_t i = 0; i < count; ++i, samples += stride) *samples = run[i];
+        left -= count;
+    }
+}
 
 // A limiter of all channels of interleaved frames, 1 or 2: the samples of a limiter for each.
 template <typename Arithmetic>

@@ -1,8 +1,5 @@
 #include "effects/limiter_fp.h"
 
-#include <algorithm>
-#include <iterator>
-
 Limiter_FP::Limiter_FP() = default;
 
 void Limiter_FP::SetGate(float newGate) {
@@ -19,12 +16,5 @@ int32_t Limiter_FP::Process(int32_t x) {
 }
 
 void Limiter_FP::Process(int32_t* samples, uint32_t frames, uint32_t stride) {
-    for (uint32_t left = frames; left > 0;) {
-        int32_t run[64];
-        const uint32_t count = std::min<uint32_t>(left, std::size(run));
-        for (size_t i = 0; i < count; ++i) run[i] = samples[i * stride];
-        core.Process(run, count);
-        for (size_t i = 0; i < count; ++i, samples += stride) *samples = run[i];
-        left -= count;
-    }
+    ProcessStrided(core, samples, frames, stride);
 }
