@@ -51,7 +51,7 @@ cat >"$here/ssh" <<'SSH'
 while [[ $1 == -* ]]; do shift; done
 mkdir -p "$HOME/$1" && cd "$HOME/$1" && shift
 [[ $1 != -- ]] || shift
-exec bash -c "$*"
+SHELL=/bin/bash exec bash -c "$*"
 SSH
 chmod +x "$here/ssh"
 export PARALLEL_SSH=$here/ssh
