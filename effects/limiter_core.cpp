@@ -216,9 +216,32 @@ void LimiterCore<Arithmetic, kChannels>::OpenLap() {
             tail = Larger<Arithmetic>(laps[(present + other) % kLaps][c], tail);
         tails[kLap * kChannels + c] = tail;
     }
-    const Sample* const lap = ring + size_t{next} * kChannels;
-    for (size_t i = size_t{kLap} * kChannels; i-- > 0;)
-        tails[i] = Larger<Arithmetic>(Arithmetic::Magnitude(lap[i]), tails[i + kChannels]);
+    using V = typename VectorOf<Sample, Arithmetic::kTakesVectors ? kChannels : 1>::Type;
+    for (size_t c = 0; c < kChannels; c += kWidth<V, Sample>) MakeTails<V>(c);
+}
+
+// For as many channels as V has lanes, from `first` on. Four frames at a time, first
+// among themselves, so that one step of four waits for what lies behind.
+template <typename Arithmetic, uint32_t kChannels>
+template <typename V>
+void LimiterCore<Arithmetic, kChannels>::MakeTails(size_t first) {
+    constexpr size_t kStep = kLanes == 1 ? 1 : 4;
+    const Sample* const lap = ring + size_t{next} * kChannels + first;
+    Sample* const to = tails + first;
+    V tail = Load<V>(to + kLap * kChannels);
+    for (size_t i = kLap; i > 0;) {
+        V largest = {}, own[kStep];
+        for (size_t k = kStep; k-- > 0;) {
+            --i;
+            largest =
+                Larger<Arithmetic>(Arithmetic::Magnitude(Load<V>(lap + i * kChannels)), largest);
+            own[k] = largest;
+        }
+        for (size_t k = 1; k < kStep; ++k)
+            Store(to + (i + k) * kChannels, Larger<Arithmetic>(own[k], tail));
+        tail = Larger<Arithmetic>(largest, tail);
+        Store(to + i * kChannels, tail);
+    }
 }
 
 // From the frames that count.

@@ -57,6 +57,8 @@ private:
     void RunGains(const Sample* samples, uint32_t count, Sample* gains);
     void ForgetWindow();
     void OpenLap();
+    template <typename V>
+    void MakeTails(size_t first);
     void MakeWindow();
     const Sample* Delayed();
     bool Multiply(uint32_t count, Sample* gains);
