@@ -1,6 +1,7 @@
 #include "effects/fir_equalizer.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -40,12 +41,14 @@ struct SumRun {
     static constexpr size_t kPairs = kWidth<V, Real> == 2 && std::is_same_v<Real, float> ? 4 : 0;
 
     // From and to the sums of channel `first` on.
-    void Begin(const Real (&kept)[kSums][kMaxChannels], size_t first) {
+    SumRun(const Real* centres, Real* rowsOut, const Real (&kept)[kSums][kMaxChannels],
+           size_t first)
+        : centre(centres + first), rows(rowsOut + first) {
         if constexpr (kPairs != 0)
             for (size_t k = 0; k < kPairs; ++k) pairs[k] = LoadTwos(kept[2 * k], kept[2 * k + 1]);
         for (size_t k = 2 * kPairs; k < kSums; ++k) sums[k] = Load<V>(kept[k] + first);
     }
-    void Finish(Real (&kept)[kSums][kMaxChannels], size_t first) const {
+    void Keep(Real (&kept)[kSums][kMaxChannels], size_t first) const {
         if constexpr (kPairs != 0)
             for (size_t k = 0; k < kPairs; ++k) StoreTwos(kept[2 * k], kept[2 * k + 1], pairs[k]);
         for (size_t k = 2 * kPairs; k < kSums; ++k) Store(kept[k] + first, sums[k]);
@@ -69,8 +72,8 @@ struct SumRun {
     }
     const Real* centre;
     Real* rows;
-    V sums[kSums] = {};
-    FourFloats pairs[kPairs == 0 ? 1 : kPairs] = {};
+    V sums[kSums];
+    std::array<FourFloats, kPairs> pairs;
 };
 
 // Outputs for as many neighbouring centres as V has lanes, from the rows of sums.
@@ -108,10 +111,9 @@ void ProcessChunk(State& s, float* samples, uint32_t frames) {
     Real rows[kSums * kRow];
     using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
     for (size_t c = 0; c < kInterleaved; c += kWidth<Together, Real>) {
-        SumRun<Real, Together, kInterleaved, kRow> run = {centre + c, rows + c};
-        run.Begin(s.runningSums, c);
+        SumRun<Real, Together, kInterleaved, kRow> run(centre, rows, s.runningSums, c);
         RunAlone(run, frames);
-        run.Finish(s.runningSums, c);
+        run.Keep(s.runningSums, c);
     }
 
     using V = typename WidestVector<Real>::Type;
