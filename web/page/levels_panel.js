@@ -1,0 +1,51 @@
+// The levels' panel: numbers, bars, and the gain over the last seconds.
+import { surfaceOf } from "./canvas.js";
+import { drawGain, kGainSeconds } from "./draw_gain.js";
+import { drawMeters } from "./draw_meters.js";
+
+// Below this there is nothing whose gain could be told.
+const kQuietDb = -70;
+const kSilent = { shortTerm: -Infinity, truePeak: -Infinity };
+
+const byId = (id) => document.getElementById(id);
+// A number that is read, not one that flickers.
+const text = (db) => (Number.isFinite(db) ? db.toFixed(1).replace("-", "−") : "–");
+
+export function makeLevelsPanel() {
+  let now = { before: kSilent, after: kSilent };
+  let peaks = { before: -Infinity, after: -Infinity };
+  let history = [];
+
+  // meter: as OrvaneNode tells it; time in seconds.
+  function take(meter, time) {
+    now = meter;
+    for (const side of ["before", "after"]) peaks[side] = Math.max(peaks[side], meter[side].truePeak);
+    const isHeard = meter.before.rms > kQuietDb && meter.after.rms > kQuietDb;
+    history = history.filter((point) => time - point.time <= kGainSeconds);
+    history.push({ time, db: isHeard ? meter.after.rms - meter.before.rms : null });
+  }
+
+  function clear() {
+    now = { before: kSilent, after: kSilent };
+    peaks = { before: -Infinity, after: -Infinity };
+    history = [];
+  }
+
+  // loudness: of the whole piece, or null while it isn't known.
+  function showWhole(loudness) {
+    for (const side of ["before", "after"])
+      byId(`whole-${side}`).value = loudness === null ? "…" : text(loudness[side]);
+  }
+
+  function draw(time, colours) {
+    for (const side of ["before", "after"]) {
+      byId(`short-${side}`).value = text(now[side].shortTerm);
+      byId(`peak-${side}`).value = text(peaks[side]);
+    }
+    const meters = surfaceOf(byId("meters"));
+    drawMeters(meters.context, meters.width, meters.height, now.before, now.after, colours);
+    const gain = surfaceOf(byId("gain"));
+    drawGain(gain.context, gain.width, gain.height, history, time, colours);
+  }
+  return { take, clear, showWhole, draw };
+}
