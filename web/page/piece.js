@@ -37,7 +37,7 @@ export function makePiece(rate) {
     for (let eighth = 0; eighth < 8; ++eighth) {
       const note = chord[[0, 2, 1, 3, 2, 4, 3, 1][eighth]];
       add(makePluck(rate, hz(note), 1.6, noise), at + (eighth * beat) / 2,
-          isLoud ? 0.2 : 0.13, 0.3 + 0.1 * (eighth % 5));
+          0.2, 0.3 + 0.1 * (eighth % 5));
     }
     if (!isLoud) continue;
     for (const [when, length] of [[0, 1.4], [1.5, 0.9], [2.5, 1.3]])
