@@ -1,4 +1,5 @@
 // A dropped file as samples, at its own rate where the chain can take it.
+import { fromDecoded } from "../samples.js";
 
 // 44100 or 48000: at which the file is decoded. Read from the headers of WAV, FLAC and Ogg Vorbis;
 // what can't be told, and every other rate, is 48000.
@@ -35,19 +36,30 @@ function mpegRate(view, has) {
   return [44100, 48000, 32000][(view.getUint8(at + 2) >>> 2) & 3] ?? 0;
 }
 
-// Throws an Error that says what to do. Mono becomes two equal channels, of more than two the first
-// two are taken.
+// {name, rate, channels}: one or two arrays of samples, those of a 16-bit file exactly s / 32768.
+// Throws an Error that says what to do. Of more than two channels the first two are taken.
 export async function readAudio(file) {
   const bytes = await file.arrayBuffer();
-  const rate = rateOf(bytes);
-  let audio;
   try {
-    audio = await new OfflineAudioContext(2, 1, rate).decodeAudioData(bytes);
+    return await decode(file.name, bytes, rateOf(bytes));
   } catch {
     throw new Error(`${file.name} is not a sound file that this browser can read. ` +
-                    "WAV, FLAC, MP3 and Ogg are read everywhere.");
+                    "WAV, FLAC and MP3 are read everywhere.");
   }
-  if (audio.length === 0) throw new Error(`${file.name} has no sound in it.`);
-  const channels = [0, audio.numberOfChannels > 1 ? 1 : 0].map((n) => audio.getChannelData(n));
-  return { name: file.name, rate, channels };
+}
+
+// The piece and the settings that stand in the page itself, as {name, rate, settings, source},
+// source a sound file in base64.
+export async function readEmbedded(element) {
+  const { name, rate, settings, source } = JSON.parse(element.textContent);
+  const bytes = Uint8Array.from(atob(source), (letter) => letter.charCodeAt(0));
+  return { piece: await decode(name, bytes.buffer, rate), settings };
+}
+
+async function decode(name, bytes, rate) {
+  const audio = await new OfflineAudioContext(2, 1, rate).decodeAudioData(bytes);
+  const channels = Array.from({ length: Math.min(2, audio.numberOfChannels) },
+                              (_, n) => audio.getChannelData(n));
+  channels.forEach(fromDecoded);
+  return { name, rate, channels };
 }

@@ -4,7 +4,7 @@ import { parameters, presets } from "../table.js";
 import * as tone from "../tone.js";
 import { coloursNow } from "./canvas.js";
 import { makeControls } from "./controls.js";
-import { readAudio } from "./file.js";
+import { readAudio, readEmbedded } from "./file.js";
 import { makeKeep } from "./keep.js";
 import { makeLevelsPanel } from "./levels_panel.js";
 import { linkTo, settingsIn } from "./link.js";
@@ -83,6 +83,7 @@ function load(wanted) {
 
 // How loud the piece is before and after, as a whole: the first figures come at once, then better.
 function weigh() {
+  if (piece === null) return;
   levels.showWhole(null);
   const show = (loudness) => {
     player.setLoudness(loudness);
@@ -127,4 +128,11 @@ matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => {
   move();
 });
 
-load({ name: "Built-in piece", rate: kPieceRate, channels: makePiece(kPieceRate) });
+const embedded = byId("orvane-piece");
+if (embedded === null) {
+  load({ name: "Built-in piece", rate: kPieceRate, channels: makePiece(kPieceRate) });
+} else {
+  const { piece: wanted, settings } = await readEmbedded(embedded);
+  if (location.hash === "") state.replace(settings);
+  load(wanted);
+}

@@ -22,7 +22,12 @@ export function createSound(state, { onMeter, onEnd }) {
   let side = "after";
   let gains = { before: 1, after: 1 };
 
-  state.listen((key) => graph?.node.set(key, state.get(key)));
+  state.listen((key) => {
+    if (graph === null) return;
+    const isTone = key === "equalizer" || state.rowOf(key).band !== undefined;
+    if (isTone) graph.node.set("equalizer", state.isOn("equalizer") ? 1 : 0);
+    if (key !== "equalizer") graph.node.set(key, state.get(key));
+  });
 
   async function makeGraph(rate) {
     const context = new AudioContext({ sampleRate: rate, latencyHint: "interactive" });
@@ -61,7 +66,7 @@ export function createSound(state, { onMeter, onEnd }) {
     } finally {
       isStarting = false;
     }
-    for (const [key, value] of Object.entries(state.all())) graph.node.set(key, value);
+    graph.node.apply(state.all());
     start(offset);
   }
 

@@ -20,6 +20,7 @@ after(() => browser.close());
 async function withPage({ hash = "", width = 1280, ...options }, use) {
   const context = await browser.newContext({ viewport: { width, height: 900 }, offline: true, ...options });
   const page = await context.newPage();
+  page.setDefaultTimeout(10000);
   const faults = [];
   page.on("pageerror", ({ message }) => faults.push(message));
   page.on("console", (line) => line.type() === "error" && faults.push(line.text()));
