@@ -14,8 +14,9 @@ export const yOf = (value, area, low, high) =>
 export const dbOf = (y, area) =>
   kHighDb - ((y - area.top) / area.height) * (kHighDb - kLowDb);
 
-// 1500 -> "1.5k"
-export const hzText = (hz) => (hz < 1000 ? `${Math.round(hz)}` : `${+(hz / 1000).toPrecision(2)}k`);
+// 1500 -> "1.5 kHz"
+export const hzText = (hz) =>
+  hz < 1000 ? `${Math.round(hz)} Hz` : `${+(hz / 1000).toPrecision(2)} kHz`;
 
 // "+3.0", "−3.0", and never "−0.0".
 export function dbText(db) {
@@ -40,8 +41,8 @@ export function drawGrid(context, area, colours) {
     if (isNarrow && ![50, 200, 1000, 5000, 20000].includes(hz)) continue;
     context.fillStyle = colours.label;
     context.textAlign = hz === kHighHz ? "right" : "center";
-    const unit = hz === kHighHz ? " Hz" : "";
-    context.fillText(hzText(hz) + unit, hz === kHighHz ? area.left + area.width + 8 : x,
+    const short = hz < 1000 ? `${hz}` : `${hz / 1000}k`;
+    context.fillText(hz === kHighHz ? `${short} Hz` : short, hz === kHighHz ? area.left + area.width + 8 : x,
                      area.top + area.height + 6);
   }
   context.textAlign = "right";

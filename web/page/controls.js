@@ -104,7 +104,7 @@ function spoken(shown, scale) {
 }
 
 const bandName = (row, hz) =>
-  row.band === 0 ? `Below ${hzText(hz)} Hz` : `Around ${hzText(hz)} Hz`;
+  row.band === 0 ? `Below ${hzText(hz)}` : `Around ${hzText(hz)}`;
 
 const sentence = (text) => text[0].toUpperCase() + text.slice(1);
 

@@ -90,7 +90,7 @@ function matchText(loudness, matched, isEqual) {
   if (!isEqual) return "off: before is a plain bypass";
   if (loudness === null) return "measuring…";
   if (Math.abs(matched) < 0.05) return "both as they are";
-  return `${matched > 0 ? "after" : "before"} is turned down by ${Math.abs(matched).toFixed(1)} dB`;
+  return `${matched > 0 ? "after" : "before"} −${Math.abs(matched).toFixed(1)} dB`;
 }
 
 function clock(seconds) {

@@ -129,7 +129,7 @@ test("it plays at a click, and a key switches before and after", () => withPage(
   assert(await page.locator("[name=side][value=before]").isChecked());
   await page.keyboard.press("b");
   assert(await page.locator("[name=side][value=after]").isChecked());
-  await page.waitForFunction(() => /turned down|as they are/.test(document.getElementById("match").value));
+  await page.waitForFunction(() => / dB$|as they are/.test(document.getElementById("match").value));
   await page.keyboard.press(" ");
   assert.equal(await page.locator("#play").textContent().then((text) => text.trim()), "Play");
 }));
