@@ -17,6 +17,7 @@ export function makeTonePanel(state, tone, rateOf, onMove) {
   let response = [];
   let wanted = null;
   let isFitting = false;
+  let isStale = false;
 
   // Through the points to ten levels; the curve shows what comes of it.
   const points = makePoints(byId("points"), areaOf, (moved) => {
@@ -24,25 +25,34 @@ export function makeTonePanel(state, tone, rateOf, onMove) {
     wanted = [[kLowHz, moved[0].db], ...moved.map(({ hz, db }) => [hz, db]),
               [kHighHz, moved.at(-1).db]];
     isFitting = true;
+    changed();
+    byId("fit").textContent = fitText(fit);
     if (!state.isOn("equalizer")) state.set("equalizer", 1);
     fit.levels.forEach((level, band) => state.set(`eq-${band}`, level));
-    isFitting = false;
-    byId("fit").textContent = fitText(fit);
     onMove();
   });
 
+  // Once for all the bands that change together.
+  function changed() {
+    if (!isStale) queueMicrotask(update);
+    isStale = true;
+  }
+
   function update() {
+    isStale = false;
     const levels = state.isOn("equalizer") ? state.levels() : state.levels().fill(0);
     const decibels = tone.toneDb(levels, hertz, rateOf());
     response = hertz.map((hz, n) => [hz, decibels[n]]);
-    if (isFitting) return;
+    const isFitted = isFitting;
+    isFitting = false;
+    if (isFitted) return;
     wanted = null;
     byId("fit").textContent = "";
     points.follow((hz) => tone.toneDb(levels, [hz], rateOf())[0]);
   }
 
   state.listen((key) => {
-    if (key === "equalizer" || key.startsWith("eq-")) update();
+    if (key === "equalizer" || key.startsWith("eq-")) changed();
   });
   byId("flat").addEventListener("click", () => {
     state.levels().forEach((_, band) => state.set(`eq-${band}`, 0));
