@@ -34,13 +34,13 @@ export function makeLevelsPanel() {
   // loudness: of the whole piece, or null while it isn't known.
   function showWhole(loudness) {
     for (const side of ["before", "after"])
-      byId(`whole-${side}`).value = loudness === null ? "…" : text(loudness[side]);
+      byId(`whole-${side}`).textContent = loudness === null ? "…" : text(loudness[side]);
   }
 
   function draw(time, colours) {
     for (const side of ["before", "after"]) {
-      byId(`short-${side}`).value = text(now[side].shortTerm);
-      byId(`peak-${side}`).value = text(peaks[side]);
+      byId(`short-${side}`).textContent = text(now[side].shortTerm);
+      byId(`peak-${side}`).textContent = text(peaks[side]);
     }
     const meters = surfaceOf(byId("meters"));
     drawMeters(meters.context, meters.width, meters.height, now.before, now.after, colours);

@@ -34,7 +34,7 @@ export function makePlayer(sound, { onMove, tell }) {
     const matched = byId("equal").checked && Number.isFinite(difference) ? difference : 0;
     const gainOf = (db) => 10 ** (Math.min(0, db) / 20);
     sound.compare(side(), { before: gainOf(matched), after: gainOf(-matched) });
-    byId("match").value = matchText(loudness, matched, byId("equal").checked);
+    byId("match").textContent = matchText(loudness, matched, byId("equal").checked);
     onMove();
   }
 
@@ -60,7 +60,7 @@ export function makePlayer(sound, { onMove, tell }) {
     drawWave(context, width, height, outline, at / whole, colours[side()], colours);
     byId("seek").value = at;
     byId("seek").setAttribute("aria-valuetext", `${clock(at)} of ${clock(whole)}`);
-    byId("time").value = `${clock(at)} / ${clock(whole)}`;
+    byId("time").textContent = `${clock(at)} / ${clock(whole)}`;
   }
 
   byId("play").addEventListener("click", play);
@@ -77,6 +77,7 @@ export function makePlayer(sound, { onMove, tell }) {
     if (event.key.toLowerCase() === "b") {
       const other = document.querySelector("[name=side]:not(:checked)");
       other.checked = true;
+      byId("spoken").textContent = side();
       compare();
     } else if (event.key === " " && !event.target.matches("button, input:not([type=range]), summary")) {
       event.preventDefault();

@@ -15,7 +15,7 @@ export function makePoints(parent, areaOf, onMove) {
   function makeHandle(point, index) {
     const handle = document.createElement("div");
     handle.className = "point";
-    const text = document.createElement("output");
+    const text = document.createElement("span");
     const inputs = [
       makeInput(`Point ${index + 1}, decibels`, kLowDb, kMostDb, 0.5,
                 (value) => move(index, point.hz, value)),
@@ -67,7 +67,7 @@ export function makePoints(parent, areaOf, onMove) {
       handle.classList.toggle("at-left", x < 70);
       handle.classList.toggle("at-right", x > area.left + area.width - 60);
       handle.classList.toggle("at-top", y < 60);
-      text.value = `${hzText(hz)}  ${dbText(db)} dB`;
+      text.textContent = `${hzText(hz)}  ${dbText(db)} dB`;
       const spoken = `${db < 0 ? "minus " : ""}${Math.abs(db).toFixed(1)} decibels at ${Math.round(hz)} hertz`;
       inputs[0].value = db;
       inputs[1].value = stepOfHz(hz);

@@ -124,12 +124,13 @@ test("a dragged point and an arrow key raise the tone", () => withPage({}, async
 
 test("it plays at a click, and a key switches before and after", () => withPage({}, async (page) => {
   await page.locator("#play").click();
-  await page.waitForFunction(() => document.getElementById("short-after").value !== "–");
+  await page.waitForFunction(() => document.getElementById("short-after").textContent !== "–");
   await page.keyboard.press("b");
   assert(await page.locator("[name=side][value=before]").isChecked());
+  assert.equal(await page.locator("#spoken").textContent(), "before");
   await page.keyboard.press("b");
   assert(await page.locator("[name=side][value=after]").isChecked());
-  await page.waitForFunction(() => / dB$|as they are/.test(document.getElementById("match").value));
+  await page.waitForFunction(() => / dB$|as they are/.test(document.getElementById("match").textContent));
   await page.keyboard.press(" ");
   assert.equal(await page.locator("#play").textContent().then((text) => text.trim()), "Play");
 }));
