@@ -4,7 +4,9 @@ import { drawGain, kGainSeconds } from "./draw_gain.js";
 import { drawMeters } from "./draw_meters.js";
 
 // Below this there is nothing whose gain could be told.
-const kQuietDb = -70;
+const kQuietDb = -60;
+// Of the power, per message: a gain is told over about 200 ms, not from one drum's edge to the next.
+const kKeep = 0.75;
 const kSilent = { shortTerm: -Infinity, truePeak: -Infinity };
 
 const byId = (id) => document.getElementById(id);
@@ -15,20 +17,25 @@ export function makeLevelsPanel() {
   let now = { before: kSilent, after: kSilent };
   let peaks = { before: -Infinity, after: -Infinity };
   let history = [];
+  let power = { before: 0, after: 0 };
 
   // meter: as OrvaneNode tells it; time in seconds.
   function take(meter, time) {
     now = meter;
-    for (const side of ["before", "after"]) peaks[side] = Math.max(peaks[side], meter[side].truePeak);
-    const isHeard = meter.before.rms > kQuietDb && meter.after.rms > kQuietDb;
+    for (const side of ["before", "after"]) {
+      peaks[side] = Math.max(peaks[side], meter[side].truePeak);
+      power[side] = kKeep * power[side] + (1 - kKeep) * 10 ** (meter[side].rms / 10);
+    }
+    const [before, after] = [power.before, power.after].map((mean) => 10 * Math.log10(mean));
     history = history.filter((point) => time - point.time <= kGainSeconds);
-    history.push({ time, db: isHeard ? meter.after.rms - meter.before.rms : null });
+    history.push({ time, db: Math.min(before, after) > kQuietDb ? after - before : null });
   }
 
   function clear() {
     now = { before: kSilent, after: kSilent };
     peaks = { before: -Infinity, after: -Infinity };
     history = [];
+    power = { before: 0, after: 0 };
   }
 
   // loudness: of the whole piece, or null while it isn't known.
