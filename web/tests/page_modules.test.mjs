@@ -85,7 +85,7 @@ test("the rate is read from a file's header", () => {
     [48000, `${wav}\0\x77\x01\0`],  // 96000
     [44100, `fLaC${"\0".repeat(14)}\x0a\xc4\x42\xf0`],
     [44100, `OggS${"\0".repeat(24)}\x01vorbis\0\0\0\0\x02\x44\xac\0\0`],
-    [44100, "ID3\x04\0\0\0\0\0\x02ab\xff\xfb\x90\x00"],
+    [44100, `ID3\x04\0\0\0\0\x01\x02${"x".repeat(130)}\xff\xfb\x90\x00`],
     [48000, "\xff\xfb\x94\x00"],
     [48000, "no sound"],
     [48000, ""],
