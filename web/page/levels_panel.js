@@ -31,9 +31,14 @@ export function makeLevelsPanel() {
     history.push({ time, db: Math.min(before, after) > kQuietDb ? after - before : null });
   }
 
+  // Peaks of other settings say nothing of these.
+  function clearPeaks() {
+    peaks = { before: -Infinity, after: -Infinity };
+  }
+
   function clear() {
     now = { before: kSilent, after: kSilent };
-    peaks = { before: -Infinity, after: -Infinity };
+    clearPeaks();
     history = [];
     power = { before: 0, after: 0 };
   }
@@ -54,5 +59,5 @@ export function makeLevelsPanel() {
     const gain = surfaceOf(byId("gain"));
     drawGain(gain.context, gain.width, gain.height, history, time, colours);
   }
-  return { take, clear, showWhole, draw };
+  return { take, clear, clearPeaks, showWhole, draw };
 }

@@ -102,6 +102,7 @@ async function open(file) {
 }
 
 state.listen(() => {
+  levels.clearPeaks();
   move();
   clearTimeout(weigh.timer);
   weigh.timer = setTimeout(() => {
