@@ -14,7 +14,7 @@ test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git
   man-db parallel rsync lintian"
 arm="cmake ninja-build python3 g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
-wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs"
+wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs esbuild dpkg-dev"
 
 wanted=
 for job in "$@"; do
