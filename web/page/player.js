@@ -73,7 +73,8 @@ export function makePlayer(sound, { onMove, tell }) {
   for (const input of document.querySelectorAll("[name=side]"))
     input.addEventListener("change", compare);
   document.addEventListener("keydown", (event) => {
-    if (event.ctrlKey || event.metaKey || event.altKey || event.target.matches("[type=number]")) return;
+    if (event.repeat || event.ctrlKey || event.metaKey || event.altKey) return;
+    if (event.target.matches("[type=number]")) return;
     if (event.key.toLowerCase() === "b") {
       const other = document.querySelector("[name=side]:not(:checked)");
       other.checked = true;
