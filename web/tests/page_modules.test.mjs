@@ -98,7 +98,8 @@ test("the built-in piece is within full scale and the same every time", () => {
   assert.equal(left.length, 32000 * 19.2);
   const peak = Math.max(...outlineOf([left, right], 100));
   assert(peak > 0.5 && peak <= 1, `${peak}`);
-  assert.deepEqual(makePiece(32000)[0], left);
+  // As bytes: a comparison of so many numbers takes seconds.
+  assert(Buffer.from(makePiece(32000)[0].buffer).equals(Buffer.from(left.buffer)));
 });
 
 test("the tone is drawn where its decibels are, cut below the plot", () => {
