@@ -25,17 +25,17 @@ export function dataOf(file) {
                                            bytes.byteOffset + at + 8 + bytes.readUInt32LE(at + 4)));
 }
 
+export const run = (...words) => execFileSync(renderer, words, { encoding: "utf8" });
+
 // {samples, report}: `orvane render` with the options.
 export function render(samples, rate, channels, ...options) {
   const folder = mkdtempSync(join(tmpdir(), "orvane-"));
   try {
     const [from, to] = ["in.wav", "out.wav"].map((name) => join(folder, name));
     writeFileSync(from, wav(samples, rate, channels));
-    const report = execFileSync(renderer, ["render", from, to, "--json", ...options], { encoding: "utf8" });
+    const report = run("render", from, to, "--json", ...options);
     return { samples: dataOf(readFileSync(to)), report: JSON.parse(report) };
   } finally {
     rmSync(folder, { recursive: true });
   }
 }
-
-export const run = (...words) => execFileSync(renderer, words, { encoding: "utf8" });

@@ -1,14 +1,16 @@
 // The node and the page in a browser, from files, without network: what is heard and saved.
 import assert from "node:assert/strict";
-import { readFileSync } from "node:fs";
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
 import { after, before, test } from "node:test";
-import { pathToFileURL } from "node:url";
+import { fileURLToPath, pathToFileURL } from "node:url";
 import { chromium } from "playwright-core";
 import { instantiate, Piece, Stream } from "../module.js";
 import { interleave } from "../samples.js";
 import { presetValues, valuesOf, withSwitches } from "../settings.js";
 import { parameters } from "../table.js";
-import { dataOf, left, music, planar, render, wav } from "./renderer.mjs";
+import { dataOf, left, music, planar, render, run, wav } from "./renderer.mjs";
 
 const kBlock = 1024;
 const built = new URL("../../build/", import.meta.url);
@@ -23,13 +25,13 @@ before(async () => {
 });
 after(() => browser.close());
 
-async function withPage(use, script = () => {}) {
+async function withPage(use, { script = () => {}, url = address.href } = {}) {
   const context = await browser.newContext({ offline: true, acceptDownloads: true });
   const page = await context.newPage();
   const faults = [];
   page.on("pageerror", ({ message }) => faults.push(message));
   await page.addInitScript(script);
-  await page.goto(address.href);
+  await page.goto(url);
   await page.locator("[name=preset]").first().waitFor({ state: "attached" });
   await use(page);
   assert.deepEqual(faults, []);
@@ -101,10 +103,24 @@ for (const [samples, rate, channels] of [[music, 44100, 2], [music, 48000, 2], [
       await drop(page, samples, rate, channels);
       await page.locator("#piece-name").filter({ hasText: "music.wav" }).waitFor();
       await page.locator("[name=preset][value=loud]").check({ force: true });
-      const [download] = await Promise.all([page.waitForEvent("download"), page.locator("#save-wav").click()]);
-      assert.deepEqual(dataOf(readFileSync(await download.path())),
-                       render(samples, rate, channels, "--preset", "loud").samples);
+      assert.deepEqual(await savedBy(page), render(samples, rate, channels, "--preset", "loud").samples);
     }));
+
+async function savedBy(page) {
+  const [download] = await Promise.all([page.waitForEvent("download"), page.locator("#save-wav").click()]);
+  return dataOf(readFileSync(await download.path()));
+}
+
+test("a page with a piece inside plays it with its settings", () => {
+  const folder = mkdtempSync(join(tmpdir(), "orvane-"));
+  const [from, to] = ["<in>.wav", "out.html"].map((name) => join(folder, name));
+  writeFileSync(from, wav(music, 44100, 2));
+  run("compare", from, to, "--preset", "bass", "--output-gain", "0.3", "--page", fileURLToPath(address));
+  return withPage(async (page) => {
+    await page.locator("#piece-name").filter({ hasText: "<in>.wav" }).waitFor();
+    assert.deepEqual(await savedBy(page), render(music, 44100, 2, "--preset", "bass", "--output-gain", "0.3").samples);
+  }, { url: pathToFileURL(to).href }).finally(() => rmSync(folder, { recursive: true }));
+});
 
 // Notes what goes to the speakers, in window.heard.
 function noteWhatIsHeard() {
@@ -156,4 +172,4 @@ test("before and after are equally loud as they are heard", () => withPage(async
     loudness[side] = meter.loudness().before;
   }
   assert.ok(Math.abs(loudness.after - loudness.before) < 0.2, JSON.stringify(loudness));
-}, noteWhatIsHeard));
+}, { script: noteWhatIsHeard }));
