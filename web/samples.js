@@ -15,8 +15,12 @@ export function fromDecoded(samples) {
 
 // Rounded half up, held within 16 bits; no number is silence.
 export function toSixteenBits(samples) {
-  return Int16Array.from(samples, (sample) =>
-    Number.isFinite(sample) ? Math.min(32767, Math.max(-32768, Math.floor(32768 * sample + 0.5))) : 0);
+  const halves = new Int16Array(samples.length);
+  // Not Int16Array.from(), which takes fifty times as long: a piece has millions.
+  for (let n = 0; n < samples.length; ++n)
+    if (Number.isFinite(samples[n]))
+      halves[n] = Math.min(32767, Math.max(-32768, Math.floor(32768 * samples[n] + 0.5)));
+  return halves;
 }
 
 // One or two channels, interleaved in 16 bits.
