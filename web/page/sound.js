@@ -13,6 +13,7 @@ const kBins = 8192;
 // onMeter({before, after}) as OrvaneNode tells it; onEnd() when a piece that doesn't loop is over.
 export function createSound(state, { onMeter, onEnd }) {
   let piece = null;
+  let buffer = null;  // the piece as Web Audio has it
   let graph = null;  // of the piece's rate: {context, node, sides}
   let isStarting = false;
   let playing = null;  // {source, gain}, a new one at every start
@@ -51,6 +52,9 @@ export function createSound(state, { onMeter, onEnd }) {
     pause();
     offset = 0;
     piece = wanted;
+    buffer = new AudioBuffer({ numberOfChannels: piece.channels.length,
+      length: piece.channels[0].length, sampleRate: piece.rate });
+    piece.channels.forEach((samples, n) => buffer.copyToChannel(samples, n));
   }
 
   async function play() {
@@ -72,9 +76,6 @@ export function createSound(state, { onMeter, onEnd }) {
 
   function start(at) {
     const { context, node } = graph;
-    const buffer = new AudioBuffer({ numberOfChannels: piece.channels.length,
-      length: piece.channels[0].length, sampleRate: piece.rate });
-    piece.channels.forEach((samples, n) => buffer.copyToChannel(samples, n));
     const source = new AudioBufferSourceNode(context, { buffer, loop: isLooping });
     const gain = new GainNode(context, { gain: 0 });
     source.connect(gain).connect(node);
