@@ -14,7 +14,7 @@ render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-
   caveexpress-data dpkg-dev file"
 test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang-tools
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git
-  man-db parallel rsync lintian"
+  man-db parallel rsync lintian fretsonfire-songs-muldjord pocketsphinx-testdata alsa-utils"
 arm="cmake ninja-build python3 g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
 wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs esbuild dpkg-dev"
 browser="chromium"

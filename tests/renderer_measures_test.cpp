@@ -4,6 +4,7 @@
 #include <regex>
 #include <sstream>
 
+#include "client/tone.h"
 #include "tests/renderer_fixture.h"
 
 namespace {
@@ -25,7 +26,7 @@ void KeepScripts() {
 
 // Columns of a block of data in the script.
 std::vector<std::vector<double>> Data(const std::string& script, const std::string& name) {
-    std::vector<std::vector<double>> columns(7);
+    std::vector<std::vector<double>> columns(11);
     std::istringstream lines(script.substr(script.find(name + " << EOD")));
     std::string line;
     for (std::getline(lines, line); std::getline(lines, line) && line != "EOD";) {
@@ -47,26 +48,31 @@ struct KnownPiece {
     std::string name;
     int rateHz;
     Floats samples;
-    double beforeLufs, afterLufs, beforePeakDb, afterPeakDb, rangeLu;  // NaN: none
+    double beforeLufs, afterLufs, beforePeakDb, afterPeakDb, beforeRangeLu,
+        afterRangeLu;  // NaN: none
 };
 
 TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
     KeepScripts();
-    Floats steps = Calibrated(-30, -30, 44100, 20);
-    const Floats loud = Calibrated(-20, -20, 44100, 20);
-    steps.insert(steps.end(), loud.begin(), loud.end());
+    const auto steps = [](double softDb, double loudDb) {
+        Floats both = Calibrated(softDb, softDb, 44100, 20);
+        const Floats loud = Calibrated(loudDb, loudDb, 44100, 20);
+        both.insert(both.end(), loud.begin(), loud.end());
+        return both;
+    };
     // A gain of 0.5 is -6.02 dB.
     const KnownPiece pieces[] = {
-        {"44.1 kHz", 44100, Calibrated(-23, -23, 44100, 4), -23, -29, -23, -29, 0},
-        {"32 kHz", 32000, Calibrated(-23, -23, 32000, 4), -23, -29, -23, -29, 0},
-        {"22.05 kHz", 22050, Calibrated(-23, -23, 22050, 4), -23, -29, -23, -29, 0},
-        {"96 kHz", 96000, Calibrated(-23, -23, 96000, 4), -23, -29, -23, -29, 0},
-        {"right side", 48000, Calibrated(-40, -10, 48000, 4), -13, -19, -10, -16, 0},
-        {"two levels", 44100, steps, -22.5, -28.5, -20, -26, 10},  // EBU Tech 3342, test 1
-        {"overs", 44100, Calibrated(6, 6, 44100, 4), 6, -3.9, 6, -5.9, 0},
-        {"2 s", 44100, Calibrated(-23, -23, 44100, 2), -23, -29, -23, -29, NAN},
-        {"0.2 s", 44100, Calibrated(-23, -23, 44100, 0.2), NAN, NAN, -23, -29, NAN},
-        {"silence", 44100, Floats(800000), NAN, NAN, NAN, NAN, NAN},
+        {"44.1 kHz", 44100, Calibrated(-23, -23, 44100, 4), -23, -29, -23, -29, 0, 0},
+        {"32 kHz", 32000, Calibrated(-23, -23, 32000, 4), -23, -29, -23, -29, 0, 0},
+        {"22.05 kHz", 22050, Calibrated(-23, -23, 22050, 4), -23, -29, -23, -29, 0, 0},
+        {"96 kHz", 96000, Calibrated(-23, -23, 96000, 4), -23, -29, -23, -29, 0, 0},
+        {"right side", 48000, Calibrated(-40, -10, 48000, 4), -13, -19, -10, -16, 0, 0},
+        {"two levels", 44100, steps(-30, -20), -22.5, -28.5, -20, -26, 10,
+         10},  // EBU Tech 3342, test 1
+        {"overs", 44100, steps(-12, 6), 6, -3.9, 6, -5.9, 18, 14.1},
+        {"2 s", 44100, Calibrated(-23, -23, 44100, 2), -23, -29, -23, -29, NAN, NAN},
+        {"0.2 s", 44100, Calibrated(-23, -23, 44100, 0.2), NAN, NAN, -23, -29, NAN, NAN},
+        {"silence", 44100, Floats(800000), NAN, NAN, NAN, NAN, NAN, NAN},
     };
     const auto near = [](double value, double wanted) {
         return std::isnan(wanted) ? std::isnan(value) : std::abs(value - wanted) < 0.35;
@@ -85,13 +91,13 @@ TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
         const struct {
             const char *key, *inText, *inPicture;
             double before, after;
-        } levels[] = {
-            {"loudnessLufs", "loudness (\\S+) LUFS before, (\\S+) after",
-             "Loudness (\\S+) → (\\S+) LUFS", piece.beforeLufs, piece.afterLufs},
-            {"truePeakDb", "true peak (\\S+) dB before, (\\S+) after",
-             "True peak (\\S+) → (\\S+) dBTP", piece.beforePeakDb, piece.afterPeakDb},
-            {"loudnessRangeLu", "range +(\\S+) LU before, (\\S+) after.*3 s, every 1 s",
-             "range \\(3 s, every 1 s\\) (\\S+) → (\\S+) LU", piece.rangeLu, piece.rangeLu}};
+        } levels[] = {{"loudnessLufs", "loudness (\\S+) LUFS before, (\\S+) after",
+                       "Loudness (\\S+) → (\\S+) LUFS", piece.beforeLufs, piece.afterLufs},
+                      {"truePeakDb", "true peak (\\S+) dB before, (\\S+) after",
+                       "True peak (\\S+) → (\\S+) dBTP", piece.beforePeakDb, piece.afterPeakDb},
+                      {"loudnessRangeLu", "range +(\\S+) LU before, (\\S+) after.*3 s, every 1 s",
+                       "range \\(3 s, every 1 s\\) (\\S+) → (\\S+) LU", piece.beforeRangeLu,
+                       piece.afterRangeLu}};
         for (const auto& level : levels) {
             const auto told = [&](const char* when) {
                 const auto& value = report[level.key][when];
@@ -132,7 +138,8 @@ TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
 TEST_F(Renderer, MarksWhereTheBandsCancelAndBandsLongPieces) {
     KeepScripts();
     Write("in.wav", Calibrated(-20, -20, 32000, 150), 32000, 2);
-    const std::string options = " --preset off --enhancer --process 1 --buffer 4096 in.wav ";
+    const std::string options =
+        " --preset off --enhancer --process 1 --playback-gain --buffer 4096 in.wav ";
     EXPECT_EQ(Shell("export PATH=bin:$PATH; $ORVANE render --keep-delay --picture a.png" + options +
                     "out.wav && mv script late && $ORVANE picture" + options + "b.png"),
               0);
@@ -155,6 +162,24 @@ TEST_F(Renderer, MarksWhereTheBandsCancelAndBandsLongPieces) {
         EXPECT_LE(loudness[3][i], loudness[1][i] + 1e-6);
         EXPECT_GE(loudness[4][i], loudness[1][i] - 1e-6);
         EXPECT_NEAR(loudness[4][i], -20, 0.3);
+    }
+}
+
+TEST_F(Renderer, DrawsWhatEveryBandDoesAlone) {
+    KeepScripts();
+    ASSERT_EQ(Shell("PATH=bin:$PATH $ORVANE response --bands --rate 32000 a.png"), 0);
+    const std::string script = Slurp("script");
+    for (const auto& [name, level] : {std::pair("$bands0", 0.5), {"$bands1", 1.0}}) {
+        const auto columns = Data(script, name);
+        for (size_t band = 0; band < kBandCount; ++band) {
+            Settings::Levels levels{};
+            levels.at(band) = level;
+            for (size_t i = 0; i < columns[0].size(); ++i) {
+                const double db = ToneDb(levels, columns[0][i], 32000);
+                if (db < -12) continue;
+                EXPECT_NEAR(columns[band + 1][i], db, 0.3) << name << " " << band;
+            }
+        }
     }
 }
 
