@@ -9,6 +9,7 @@ import { OrvaneNode } from "../orvane_node.js";
 
 const kFadeSeconds = 0.012;
 const kBins = 8192;
+const kPatienceMs = 3000;
 
 // onMeter({before, after}) as OrvaneNode tells it; onEnd() when a piece that doesn't loop is over.
 export function createSound(state, { onMeter, onEnd }) {
@@ -66,7 +67,7 @@ export function createSound(state, { onMeter, onEnd }) {
         graph?.context.close();
         graph = await makeGraph(piece.rate);
       }
-      await graph.context.resume();
+      await resumed(graph.context);
     } finally {
       isStarting = false;
     }
@@ -155,4 +156,12 @@ export function createSound(state, { onMeter, onEnd }) {
 
   return { load, play, pause, seek, position, duration, loop, compare, spectra,
            isPlaying: () => playing !== null };
+}
+
+// Without a sound device some browsers never answer.
+function resumed(context) {
+  const tooLate = new Error("the browser does not start to play. Is there a sound device?");
+  return Promise.race([context.resume(), new Promise((_, reject) => {
+    setTimeout(reject, kPatienceMs, tooLate);
+  })]);
 }
