@@ -76,7 +76,7 @@ std::string FlacOf(const std::string& input, AudioReader& reader, bool dither) {
 
 CompareCommand::CompareCommand(CLI::App& program)
     : Command(program, "compare",
-              "write a page for browsers with the piece inside: before and after, equally loud") {
+              "write a page with the piece inside: before and after, equally loud") {
     app.add_option("IN", input, "audio file of at most ten minutes; - is standard input")
         ->required();
     app.add_option("OUT", output, "HTML file, whole in itself")->required();
