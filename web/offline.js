@@ -6,6 +6,13 @@ import { moduleBytes } from "./module_bytes.js";
 import { interleave, wavOf } from "./samples.js";
 import { valuesOf } from "./settings.js";
 
+// Made once: every setting that changes asks for the same piece again.
+const converted = new WeakMap();
+function samplesOf(piece) {
+  if (!converted.has(piece)) converted.set(piece, interleave(piece.channels));
+  return converted.get(piece);
+}
+
 // Starts a worker; `end` stops it, and the promise then never settles.
 function start(piece, settings, wanted, onProgress) {
   const worker = new Worker(`data:text/javascript,${encodeURIComponent(workerText)}`);
@@ -18,10 +25,8 @@ function start(piece, settings, wanted, onProgress) {
       else reject(new Error(data.message));
     };
   });
-  const samples = interleave(piece.channels);
-  worker.postMessage({ bytes: moduleBytes(), samples, rate: piece.rate, wanted,
-                       channels: piece.channels.length, values: valuesOf(settings) },
-                     [samples.buffer]);
+  worker.postMessage({ bytes: moduleBytes(), samples: samplesOf(piece), rate: piece.rate, wanted,
+                       channels: piece.channels.length, values: valuesOf(settings) });
   return { done, end: () => worker.terminate() };
 }
 

@@ -93,6 +93,7 @@ function weigh() {
 }
 
 async function open(file) {
+  tell(`Reading ${file.name}…`);
   try {
     load(await readAudio(file));
     tell(`${file.name} is ready.`);

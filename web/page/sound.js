@@ -9,10 +9,12 @@ import { OrvaneNode } from "../orvane_node.js";
 
 const kFadeSeconds = 0.012;
 const kBins = 8192;
+const kPatienceMs = 3000;
 
 // onMeter({before, after}) as OrvaneNode tells it; onEnd() when a piece that doesn't loop is over.
 export function createSound(state, { onMeter, onEnd }) {
   let piece = null;
+  let buffer = null;  // the piece as Web Audio has it
   let graph = null;  // of the piece's rate: {context, node, sides}
   let isStarting = false;
   let playing = null;  // {source, gain}, a new one at every start
@@ -51,6 +53,9 @@ export function createSound(state, { onMeter, onEnd }) {
     pause();
     offset = 0;
     piece = wanted;
+    buffer = new AudioBuffer({ numberOfChannels: piece.channels.length,
+      length: piece.channels[0].length, sampleRate: piece.rate });
+    piece.channels.forEach((samples, n) => buffer.copyToChannel(samples, n));
   }
 
   async function play() {
@@ -62,7 +67,7 @@ export function createSound(state, { onMeter, onEnd }) {
         graph?.context.close();
         graph = await makeGraph(piece.rate);
       }
-      await graph.context.resume();
+      await resumed(graph.context);
     } finally {
       isStarting = false;
     }
@@ -72,9 +77,6 @@ export function createSound(state, { onMeter, onEnd }) {
 
   function start(at) {
     const { context, node } = graph;
-    const buffer = new AudioBuffer({ numberOfChannels: piece.channels.length,
-      length: piece.channels[0].length, sampleRate: piece.rate });
-    piece.channels.forEach((samples, n) => buffer.copyToChannel(samples, n));
     const source = new AudioBufferSourceNode(context, { buffer, loop: isLooping });
     const gain = new GainNode(context, { gain: 0 });
     source.connect(gain).connect(node);
@@ -154,4 +156,12 @@ export function createSound(state, { onMeter, onEnd }) {
 
   return { load, play, pause, seek, position, duration, loop, compare, spectra,
            isPlaying: () => playing !== null };
+}
+
+// Without a sound device some browsers never answer.
+function resumed(context) {
+  const tooLate = new Error("the browser does not start to play. Is there a sound device?");
+  return Promise.race([context.resume(), new Promise((_, reject) => {
+    setTimeout(reject, kPatienceMs, tooLate);
+  })]);
 }
