@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "client/delay.h"
 #include "client/settings.h"
 #include "client/stream.h"
 #include "live/controls.h"
@@ -73,24 +74,24 @@ private:
         bool isSet = false;
     };
 
-    uint32_t NewLatency() const;
-    bool ActsNow(const Control& control) const;
-    void Send(size_t control, int32_t wire);
-    void SendAll(bool withSwitches);
-    void Restart();
+    uint32_t NewLatency() const { return blockFrames + DelayFrames(switches, blockFrames); }
+    bool IsHeard() const { return duck != Duck::kFilling || hold == 0; }
+    void WantSwitch();
+    void Send(size_t control);
+    void Start();
     void BeginBlock();
-    void Slew();
     void MoveSwitches();
+    void Slew();
     float StepDuck();
-    float Past(size_t channel, uint64_t frame, uint32_t latency) const;
+    float Past(size_t channel) const;
     void ProcessPiece(const float* const in[2], float* const result[2], float* const source[2],
                       size_t frames);
-    void Mix(const int16_t* heard, float* const result[2], float* const source[2], size_t frames);
+    void Mix(const int16_t* chain, float* result, float* source);
     void EndBlock();
 
     uint32_t rate;
     BlockStream stream;
-    Settings switches;  // as the library has them
+    Settings switches;  // as the library has them, for the delay
     std::array<Wish, kControlCount> wishes{};
     uint32_t blockFrames = kBlockFrames, wantedFrames = kBlockFrames;
     uint32_t blockAt = 0;  // frames of the present block
@@ -109,5 +110,5 @@ private:
     double sourceSquares = 0, resultSquares = 0;  // of the present block
     double sourceMean = 0, resultMean = 0;        // smoothed
     int32_t peak = 0;                             // of the chain in the present block
-    int32_t heldPeak = 0;                         // falls by half in 0.3 s
+    uint32_t limitingFor = 0;                     // frames from now
 };
