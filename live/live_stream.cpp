@@ -13,13 +13,18 @@ constexpr double kMeterSeconds = 0.3;
 constexpr double kSilentSquare = 1e-10;
 constexpr double kNearGate = 0.989;  // 0.1 dB
 
-float Part(size_t of, size_t whole) {
-    return static_cast<float>(of) / static_cast<float>(whole);
+// From 0 to 1, without a kink at either end.
+float FadePart(size_t of, size_t whole) {
+    const float t = static_cast<float>(of) / static_cast<float>(whole);
+    return t * t * (3 - 2 * t);
 }
 
-// The step that isn't heard: of a gain, of a band, of the enhancer's.
-int32_t Toward(int32_t wanted, int32_t sent) {
-    const int32_t step = std::max(2, std::abs(sent) / 50);
+// The next value on the wire, a step away that isn't heard as one.
+int32_t Toward(int32_t wanted, int32_t sent, const Control& control) {
+    // The playback gain ramps by itself.
+    if (control.parameter->needs == PARAM_PLAYBACKGAIN_ENABLE) return wanted;
+    const bool isFactor = control.IsDecibels() && control.parameter->id != PARAM_LIMITER_GATE;
+    const int32_t step = isFactor ? std::max(2, std::abs(sent) / 50) : 1;
     return sent + std::clamp(wanted - sent, -step, step);
 }
 
@@ -119,7 +124,7 @@ void LiveStream::Slew() {
         Wish& wish = wishes[n];
         if (kControls[n].IsSwitch() || wish.sent == wish.wanted) continue;
         const bool steps = IsHeard() && switches.Acts(*kControls[n].parameter);
-        wish.sent = steps ? Toward(wish.wanted, wish.sent) : wish.wanted;
+        wish.sent = steps ? Toward(wish.wanted, wish.sent, kControls[n]) : wish.wanted;
         Send(n);
     }
 }
@@ -138,7 +143,7 @@ float LiveStream::StepDuck() {
     } else if (duck == Duck::kFilling && ++open == kFadeFrames) {
         duck = Duck::kOpen;
     }
-    return Part(open, kFadeFrames);
+    return FadePart(open, kFadeFrames);
 }
 
 float LiveStream::Past(size_t channel) const {
@@ -146,7 +151,7 @@ float LiveStream::Past(size_t channel) const {
         return history[channel][(now - latency) % kHistoryFrames];
     };
     if (tapFade == kFadeFrames) return at(latencyFrames);
-    const float part = Part(tapFade, kFadeFrames);
+    const float part = FadePart(tapFade, kFadeFrames);
     return at(latencyFrames) * part + at(olderLatency) * (1 - part);
 }
 
@@ -155,7 +160,7 @@ void LiveStream::Mix(const int16_t* chain, float* result, float* source) {
     const float gain = StepDuck();
     if (bypassed && dry < kFadeFrames) ++dry;
     if (!bypassed && dry > 0) --dry;
-    const float dryPart = Part(dry, kFadeFrames);
+    const float dryPart = FadePart(dry, kFadeFrames);
     for (size_t c = 0; c < 2; ++c) {
         peak = std::max(peak, std::abs(int32_t{chain[c]}));
         source[c] = Past(c);
@@ -213,7 +218,7 @@ void LiveStream::EndBlock() {
     sourceSquares = resultSquares = 0;
 
     const auto isGate = [](const Control& c) { return c.parameter->id == PARAM_LIMITER_GATE; };
-    const auto gate = std::find_if(kControls.begin(), kControls.end(), isGate);
+    const Control* const gate = std::find_if(kControls.begin(), kControls.end(), isGate);
     const double ceiling = wishes[static_cast<size_t>(gate - kControls.begin())].sent / 100.0;
     limitingFor -= std::min(limitingFor, blockFrames);
     if (peak >= kNearGate * 32768 * ceiling)

@@ -27,6 +27,7 @@ extern "C" void* malloc(size_t size) {
 namespace {
 
 constexpr uint32_t kRateHz = 48000;
+constexpr size_t kSecond = kRateHz;
 using Channels = std::array<std::vector<float>, 2>;
 
 size_t ControlOf(ParameterId id, int32_t band = 0) {
@@ -140,7 +141,8 @@ double LargestSecondDifference(const std::vector<float>& v, size_t first, size_t
 }
 
 TEST(LiveStream, ClicksAtNoSwitchAndNoStepOfAValue) {
-    const size_t gain = ControlOf(PARAM_OUTPUT_GAIN), size = 4 * kRateHz;
+    const size_t gain = ControlOf(PARAM_OUTPUT_GAIN), gate = ControlOf(PARAM_LIMITER_GATE);
+    const size_t size = 4 * kSecond;
     struct Move {
         size_t control;
         double from, to;
@@ -151,7 +153,7 @@ TEST(LiveStream, ClicksAtNoSwitchAndNoStepOfAValue) {
                                {ControlOf(PARAM_ENHANCER_LOCONTOUR), 4, 0},
                                {ControlOf(PARAM_PLAYBACKGAIN_RATIO), 0, 4},
                                {ControlOf(PARAM_PLAYBACKGAIN_VOLUME), 1, 0.2},
-                               {ControlOf(PARAM_LIMITER_GATE), 1, 0.1}};
+                               {gate, 1, 0.1}};
     for (const size_t n : kSwitches) moves.insert(moves.end(), {{n, 0, 1}, {n, 1, 0}});
     for (const int32_t band : {0, 4, 9})
         moves.insert(moves.end(), {{ControlOf(PARAM_EQUALIZER_BANDLEVEL, band), 0, 1},
@@ -170,15 +172,21 @@ TEST(LiveStream, ClicksAtNoSwitchAndNoStepOfAValue) {
         Channels before = Tone(0, size), after = Tone(size, size);
         Play(stream, &before, 480);
         set(move.to);
-        Play(stream, &after, 480);
+        const Channels past = Play(stream, &after, 480);
+        EXPECT_LT(LargestSecondDifference(past[0], 2, size), 2 * 0.00083) << "the source";
         before[0].insert(before[0].end(), after[0].begin(), after[0].end());
         const double own = std::max(LargestSecondDifference(before[0], size / 2, size),
                                     LargestSecondDifference(before[0], size + size / 2, 2 * size));
         const double most = LargestSecondDifference(before[0], size, 2 * size);
-        EXPECT_LT(most, move.control == gain ? 0.007 : 2 * own)
-            << (move.control < kControls.size() ? kControls[move.control].parameter->key : "all")
-            << ' ' << kControls[move.control % kControls.size()].band << ' ' << move.from << " to "
-            << move.to;
+        // A lower gate cuts a hundredth off what its look-ahead has let through.
+        const double allowed = move.control == gain   ? 0.007
+                               : move.control == gate ? 0.0101
+                                                      : 2 * own;
+        EXPECT_LT(most, allowed) << (move.control < kControls.size()
+                                         ? kControls[move.control].parameter->key
+                                         : "all")
+                                 << ' ' << kControls[move.control % kControls.size()].band << ' '
+                                 << move.from << " to " << move.to;
     }
 }
 
@@ -227,13 +235,13 @@ TEST(LiveStream, AsksNobodyForAnythingWhileItRuns) {
 
 TEST(LiveStream, TellsLevelsGainAndWhetherTheLimitersWork) {
     LiveStream stream(kRateHz);
-    Channels tone = Tone(0, 2 * kRateHz);
+    Channels tone = Tone(0, kSecond * 2);
     Play(stream, &tone, 256);
     EXPECT_NEAR(stream.Meters().sourceDb, -15.05, 0.02);
     EXPECT_NEAR(stream.Meters().gainDb, -0.02, 0.01);
     EXPECT_FALSE(stream.Meters().limiting);
     stream.Set(ControlOf(PARAM_OUTPUT_GAIN), 16);
-    tone = Tone(2 * kRateHz, 4 * kRateHz);
+    tone = Tone(2 * kSecond, 4 * kSecond);
     Play(stream, &tone, 256);
     EXPECT_NEAR(stream.Meters().gainDb, 12.03, 0.05);
     EXPECT_TRUE(stream.Meters().limiting);
