@@ -1,7 +1,7 @@
 // The module's exports for a whole piece: the samples that the renderer gives.
 #include "client/piece_stream.h"
 #include "host/entry_points.h"
-#include "web/controls.h"
+#include "live/controls.h"
 #include "web/export.h"
 
 namespace {
@@ -24,7 +24,7 @@ ORVANE_EXPORT(piece_release) void PieceRelease(Piece* piece) {
 }
 // Before it starts. control: its place in the list of controls.
 ORVANE_EXPORT(piece_set) void PieceSet(Piece* piece, uint32_t control, double value) {
-    SetControl(control, value, &piece->settings);
+    SetValue(&piece->settings, kControls[control], value);
 }
 // Whether the library took everything.
 ORVANE_EXPORT(piece_start) bool PieceStart(Piece* piece, uint32_t rateHz, uint32_t channels) {

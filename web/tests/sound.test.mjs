@@ -19,11 +19,11 @@ function startStream(bytes, rate, settings) {
 
 // Plays two channels and silence behind them; before each quantum calls turn(frame). Result and
 // source, as long as that.
-function play(stream, [one, other], silentFrames, turn = () => {}) {
+function play(stream, [one, other], silentFrames, turn = () => {}, quanta = [128, 1, 128, 77]) {
   const frames = one.length + silentFrames;
   const result = [0, 1].map(() => new Float32Array(frames)), source = [0, 1].map(() => new Float32Array(frames));
   for (let at = 0, quantum = 0; at < frames; ++quantum) {
-    const count = Math.min([128, 1, 128, 77][quantum % 4], frames - at);
+    const count = Math.min(quanta[quantum % quanta.length], frames - at);
     turn(at);
     const views = stream.channels();
     [one, other].forEach((samples, side) =>
@@ -78,7 +78,7 @@ test("a running stream's true peaks are the renderer's", () => {
   assert.ok(Math.abs(after.truePeak - report.truePeakDb.after) < 0.01);
 });
 
-test("a value lands on the block that holds its frame", () => {
+test("a value lands on the first block that begins with it", () => {
   const gain = control("output-gain"), channels = planar(music, 2);
   const changed = (frame) => {
     const stream = startStream(modules[0], 48000, {});
@@ -87,15 +87,15 @@ test("a value lands on the block that holds its frame", () => {
       if (isSet || at < frame) return;
       isSet = true;
       stream.set(gain, 0.25);
-    }).result[0];
+    }, [128]).result[0];
   };
   const plain = changed(Infinity);
   const firstDifference = (frame) => changed(frame).findIndex((sample, n) => sample !== plain[n]);
   // The output limiters look ahead by 255 frames: the block's own frames come so much later.
   const begin = 8 * kBlock + kBlock;
   assert.ok(firstDifference(8 * kBlock) >= begin && firstDifference(8 * kBlock) < begin + 256 + 8);
-  assert.equal(firstDifference(8 * kBlock + 500), firstDifference(8 * kBlock));
-  assert.equal(firstDifference(9 * kBlock), firstDifference(8 * kBlock) + kBlock);
+  for (const later of [128, 512, kBlock])
+    assert.equal(firstDifference(8 * kBlock + later), firstDifference(8 * kBlock) + kBlock);
 });
 
 test("switches, bypass and both back make no click, and the source stays in step", () => {
