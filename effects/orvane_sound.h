@@ -90,10 +90,8 @@ public:
     static constexpr bool kContourLast = !kSoftFloat && std::is_same_v<Real, float>;
     static constexpr size_t kContourChunk = 64;  // frames
     struct ContourChunk {
-        size_t Count() const { return count - done; }
-
         BiquadRun<float> run;
-        size_t count, done;  // frames, and those at the front that have their contour
+        size_t done, count;  // frames at the front that have their contour, and those that want it
         alignas(Lanes) float sums[kContourChunk];
     };
     ORVANE_LOCAL uint32_t ProcessBands(float* samples, uint32_t n);
