@@ -19,19 +19,20 @@ function made(address) {
   return address;
 }
 
-// RunningStream (stream.h). Controls are places in the list `parameters` of table.js.
+// A running stream, stereo, planar (live_stream.h). Controls are places in the list `parameters` of
+// table.js.
 export class Stream {
   static frames = 128;  // a call, at most
 
   // values: of every control, NaN where nothing is to be set. Throws what the library refuses.
   constructor(exports, rate, values) {
     this.exports = exports;
-    this.stream = made(exports.orvane_stream_create());
+    this.stream = made(exports.orvane_stream_create(rate));
+    if (!exports.orvane_stream_runs(this.stream))
+      throw new Error(`the effect takes no stream of ${rate} Hz`);
     values.forEach((value, control) => {
       if (!Number.isNaN(value)) this.set(control, value);
     });
-    if (!exports.orvane_stream_start(this.stream, rate))
-      throw new Error(`the effect takes no stream of ${rate} Hz`);
     this.levelsAt = allocate(exports, 3 * 8);
     this.samplesAt = exports.orvane_stream_samples(this.stream);
   }

@@ -1,7 +1,7 @@
 // The module's exports for a whole piece: the samples that the renderer gives.
 #include "client/piece_stream.h"
 #include "host/entry_points.h"
-#include "web/controls.h"
+#include "live/controls.h"
 #include "web/export.h"
 
 namespace {
@@ -22,9 +22,15 @@ ORVANE_EXPORT(piece_create) Piece* PieceCreate() {
 ORVANE_EXPORT(piece_release) void PieceRelease(Piece* piece) {
     delete piece;
 }
-// Before it starts. control: its place in the list of controls.
+// Before it starts. control: a place in kControls.
 ORVANE_EXPORT(piece_set) void PieceSet(Piece* piece, uint32_t control, double value) {
-    SetControl(control, value, &piece->settings);
+    const Control& row = kControls[control];
+    if (row.IsUnsendable(value))
+        piece->settings.Unset(row.parameter->id);
+    else if (row.IsBand())
+        piece->settings.SetBand(static_cast<size_t>(row.band), row.Held(value));
+    else
+        piece->settings.Set(row.parameter->id, row.Held(value));
 }
 // Whether the library took everything.
 ORVANE_EXPORT(piece_start) bool PieceStart(Piece* piece, uint32_t rateHz, uint32_t channels) {

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "client/presets.h"
-#include "web/controls.h"
+#include "live/controls.h"
 #include "web/export.h"
 
 namespace {
