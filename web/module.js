@@ -19,8 +19,7 @@ function made(address) {
   return address;
 }
 
-// A running stream, stereo, planar (live_stream.h). Controls are places in the list `parameters` of
-// table.js.
+// LiveStream (live/live_stream.h). Controls are places in the list `parameters` of table.js.
 export class Stream {
   static frames = 128;  // a call, at most
 

@@ -22,15 +22,9 @@ ORVANE_EXPORT(piece_create) Piece* PieceCreate() {
 ORVANE_EXPORT(piece_release) void PieceRelease(Piece* piece) {
     delete piece;
 }
-// Before it starts. control: a place in kControls.
+// Before it starts. control: its place in the list of controls.
 ORVANE_EXPORT(piece_set) void PieceSet(Piece* piece, uint32_t control, double value) {
-    const Control& row = kControls[control];
-    if (row.IsUnsendable(value))
-        piece->settings.Unset(row.parameter->id);
-    else if (row.IsBand())
-        piece->settings.SetBand(static_cast<size_t>(row.band), row.Held(value));
-    else
-        piece->settings.Set(row.parameter->id, row.Held(value));
+    SetValue(&piece->settings, kControls[control], value);
 }
 // Whether the library took everything.
 ORVANE_EXPORT(piece_start) bool PieceStart(Piece* piece, uint32_t rateHz, uint32_t channels) {

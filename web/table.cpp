@@ -33,13 +33,12 @@ std::string LabelOf(const Control& control) {
 
 std::string Row(const Control& control) {
     const Parameter& p = *control.parameter;
-    const bool isSwitch = p.kind == ParameterKind::kSwitch;
     std::string text =
         "  { key: " + Quoted(KeyOf(control)) + ", label: " + Quoted(LabelOf(control)) +
-        ", group: " + Quoted(p.group) + ", kind: " + Quoted(isSwitch ? "switch" : "value") +
-        ", unit: " + Quoted(p.unit) + ", min: " + Number(p.minimum) +
-        ", max: " + Number(p.maximum) + ", step: " + Number(1.0 / p.wireScale) +
-        ", default: " + Number(p.defaultValue) +
+        ", group: " + Quoted(p.group) +
+        ", kind: " + Quoted(control.IsSwitch() ? "switch" : "value") + ", unit: " + Quoted(p.unit) +
+        ", min: " + Number(p.minimum) + ", max: " + Number(p.maximum) +
+        ", step: " + Number(1.0 / p.wireScale) + ", default: " + Number(p.defaultValue) +
         ",\n    needs: " + (p.needs == kNoSwitch ? "null" : Quoted(ParameterOf(p.needs).key));
     if (control.IsBand()) text += ", band: " + std::to_string(control.band);
     return text + ",\n    law: " + Quoted(p.law) + " },\n";
@@ -50,10 +49,8 @@ std::string Values(const Settings& settings) {
     for (const Control& control : kControls) {
         const Parameter& p = *control.parameter;
         if (!settings.IsSet(p.id)) continue;
-        const double value = control.IsBand()
-                                 ? settings.BandLevels()[static_cast<size_t>(control.band)]
-                                 : settings.Get(p.id);
-        text += (text.empty() ? "" : ", ") + Quoted(KeyOf(control)) + ": " + Number(value);
+        text += (text.empty() ? "" : ", ") + Quoted(KeyOf(control)) + ": " +
+                Number(ValueOf(settings, control));
     }
     return text;
 }

@@ -78,7 +78,7 @@ test("a running stream's true peaks are the renderer's", () => {
   assert.ok(Math.abs(after.truePeak - report.truePeakDb.after) < 0.01);
 });
 
-test("a value lands on the next block that begins", () => {
+test("a value lands on the first block that begins with it", () => {
   const gain = control("output-gain"), channels = planar(music, 2);
   const changed = (frame) => {
     const stream = startStream(modules[0], 48000, {});
@@ -94,8 +94,8 @@ test("a value lands on the next block that begins", () => {
   // The output limiters look ahead by 255 frames: the block's own frames come so much later.
   const begin = 8 * kBlock + kBlock;
   assert.ok(firstDifference(8 * kBlock) >= begin && firstDifference(8 * kBlock) < begin + 256 + 8);
-  assert.equal(firstDifference(8 * kBlock + 500), firstDifference(9 * kBlock));
-  assert.equal(firstDifference(9 * kBlock), firstDifference(8 * kBlock) + kBlock);
+  for (const later of [128, 512, kBlock])
+    assert.equal(firstDifference(8 * kBlock + later), firstDifference(8 * kBlock) + kBlock);
 });
 
 test("switches, bypass and both back make no click, and the source stays in step", () => {
