@@ -5,7 +5,7 @@
 include(GNUInstallDirs)
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/orvane)
 
-install(TARGETS orvane RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS orvane orvane_desktop RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # No place where the linker looks.
 set(soundfx lib/orvane/soundfx)
 install(TARGETS qth_orvane LIBRARY DESTINATION ${soundfx})
@@ -16,6 +16,7 @@ install(TARGETS orvane_lv2 LIBRARY DESTINATION lib/lv2/orvane.lv2)
 foreach(name manifest orvane presets)
   install(FILES ${CMAKE_BINARY_DIR}/orvane.lv2/${name}.ttl DESTINATION lib/lv2/orvane.lv2)
 endforeach()
+install(FILES desktop/orvane-desktop.service DESTINATION lib/systemd/user)
 # Made of the line's output.
 function(make_file file line)
   add_custom_command(OUTPUT ${file} COMMAND sh -c "${line} >${file}"
