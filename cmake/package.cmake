@@ -34,6 +34,10 @@ install(FILES packaging/copyright docs/batch.md docs/plugin.md docs/presets.md $
 install(FILES packaging/lintian-overrides RENAME orvane
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides)
 
+# The page, where scripts/web.sh has made it.
+install(FILES ${CMAKE_BINARY_DIR}/../web/orvane.html DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/orvane
+  OPTIONAL)
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME orvane)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})

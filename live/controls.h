@@ -83,3 +83,12 @@ inline double ValueOf(const Settings& settings, const Control& control) {
     if (control.IsBand()) return settings.BandLevels()[static_cast<size_t>(control.band)];
     return settings.Get(control.parameter->id);
 }
+// Held; what no command restores is unset.
+inline void SetValue(Settings* settings, const Control& control, double value) {
+    if (control.IsUnsendable(value))
+        settings->Unset(control.parameter->id);
+    else if (control.IsBand())
+        settings->SetBand(static_cast<size_t>(control.band), control.Held(value));
+    else
+        settings->Set(control.parameter->id, control.Held(value));
+}

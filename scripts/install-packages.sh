@@ -4,7 +4,9 @@
 #   render  the library, the renderer, a piece of music and pictures
 #   test    that, and what tests and checks need
 #   arm     the cross build and its emulator
-#   wasm    the WebAssembly build and what runs it
+#   wasm    the WebAssembly build, what runs it and bundles the page
+#   browser what the page is tested in
+#   npm     where Node.js came without it
 set -eu
 
 render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-dev libcli11-dev
@@ -15,7 +17,9 @@ test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang
   man-db parallel rsync lintian fretsonfire-songs-muldjord pocketsphinx-testdata alsa-utils
   liblilv-dev lilv-utils sordi ffmpeg jalv jackd1"
 arm="cmake ninja-build python3 g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
-wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs"
+wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs esbuild dpkg-dev"
+browser="chromium"
+npm="npm"
 
 wanted=
 for job in "$@"; do
@@ -24,6 +28,8 @@ for job in "$@"; do
     test) wanted="$wanted $render $test" ;;
     arm) wanted="$wanted $arm" ;;
     wasm) wanted="$wanted $wasm" ;;
+    browser) wanted="$wanted $browser" ;;
+    npm) wanted="$wanted $npm" ;;
     *) echo "install-packages.sh: no job called $job" >&2; exit 2 ;;
   esac
 done
