@@ -77,7 +77,7 @@ bool Does(const std::string& line) {
 }
 std::string OutputOf(const std::string& line) {
     std::string text;
-    FILE* const pipe = popen((line + " 2>/dev/null").c_str(), "r");
+    FILE* const pipe = popen(("(" + line + ") 2>/dev/null").c_str(), "r");
     if (pipe == nullptr) return text;
     for (int letter = 0; (letter = std::fgetc(pipe)) != EOF;) text += static_cast<char>(letter);
     pclose(pipe);

@@ -48,7 +48,7 @@ cat >settings <<'END'
 eq = -0.2,1,0.8,0.05,-0.05,-0.15,0,-0.1,0.05,-0.05
 output-gain = -6dB
 END
-ffmpeg -v error -f lavfi -i "anoisesrc=r=48000:d=2:a=0.4:seed=1,aeval='val(0)|val(0)*sin(9*t)'" -c:a pcm_s16le in.wav
+ffmpeg -v error -f lavfi -i "anoisesrc=r=48000:d=2:a=0.4:seed=1,aeval='val(0)|val(0)*sin(9*t)',apad=pad_dur=0.3" -c:a pcm_s16le in.wav
 hear() {  # plays in.wav to the default output and records the loudspeaker into $1
   pw-record --target speakers -P '{ stream.capture.sink = true }' --rate 48000 --channels 2 \
     --format f32 "$1" &
@@ -65,7 +65,7 @@ orvane-desktop on settings
 default_is orvane || fail "everything plays elsewhere"
 orvane-desktop status | grep -q '^on, everything.*'
 hear out.wav
-orvane render in.wav wanted.wav -q --settings settings --cold-start --no-dither
+orvane render in.wav wanted.wav -q --preset settings --cold-start --keep-delay --no-dither
 pcm wanted.wav | od -An -v -tx1 -w4 | tr -d ' ' >wanted.frames
 pcm out.wav | od -An -v -tx1 -w4 | tr -d ' ' | sed '/^00000000$/d' >heard.frames
 sed -i '/^00000000$/d' wanted.frames
@@ -74,11 +74,12 @@ cmp wanted.frames heard.frames
 # A setting turned while it plays is heard in the recording.
 level() { ffmpeg -v info -ss "$2" -t 0.4 -i "$1" -af volumedetect -f null - 2>&1 | sed -n 's/.*mean_volume: \(.*\) dB/\1/p'; }
 (sleep 1.6; orvane-desktop set output-gain -20dB) &
-hear louder.wav
-wait
+turned=$!
+hear turned.wav
+wait $turned
 orvane-desktop status | grep -q 'output-gain 0.1 '
-awk "BEGIN { exit !($(level louder.wav 1.2) - $(level louder.wav 2.3) > 8) }" || fail "no change is heard"
-! orvane-desktop set ratio 11 2>/dev/null
+awk "BEGIN { exit !($(level turned.wav 1.0) - $(level turned.wav 2.0) > 8) }" || fail "no change is heard"
+orvane-desktop set ratio 11 2>/dev/null && fail "11 is outside the range"
 
 # Its process dies: the sound goes on without it.
 kill -KILL "$(cat run/orvane-desktop.pid)"
@@ -90,6 +91,6 @@ orvane-desktop status | grep -q 'ratio 3'
 orvane-desktop off
 within alive
 # No plug-in: nothing but a message.
-! LV2_PATH="$HOME" orvane-desktop on 2>message
+LV2_PATH="$HOME" orvane-desktop on 2>message && fail "it plays without its plug-in"
 grep -q "doesn't appear" message
 alive
