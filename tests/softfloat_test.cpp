@@ -7,6 +7,7 @@
 #include "dsp/softfloat/band_convolver.h"
 #include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/samples.h"
+#include "effects/limiter_arithmetic.h"
 #include "signals.h"
 
 namespace {
@@ -74,10 +75,19 @@ TEST(SoftFloat, TakesWhatItCanHold) {
 TEST(SoftFloat, ConvertsSamplesAsFloatsDo) {
     for (int sample = INT16_MIN; sample <= INT16_MAX; ++sample) {
         const auto value = static_cast<float>(sample);
-        ASSERT_EQ(SoftScaled(static_cast<int16_t>(sample), 0x1.0002p-15F), value * 0x1.0002p-15F);
+        ASSERT_EQ(SoftFromInt16(static_cast<int16_t>(sample)), value * 0x1.0002p-15F);
         for (const float x : {value / 32767, std::nextafter(value / 32767, 2.0F),
                               std::nextafter(value / 32767, -2.0F), value * 0x1p-31F})
             ASSERT_EQ(SoftTruncated(x, 32767), static_cast<int>(x * 32767)) << x;
+    }
+}
+
+TEST(ShortQuotient, IsTheTruncatedOneOf64Bits) {
+    std::mt19937 random(1);
+    const auto next = [&random] { return static_cast<int32_t>(random() >> (1 + random() % 31)); };
+    for (int i = 0; i < 100000; ++i) {
+        const int32_t peak = std::max(next(), 1), gate = i % 4 == 0 ? peak / 2 : next() % peak;
+        ASSERT_EQ(ShortQuotient(gate, peak), (int64_t{gate} << 24) / peak) << gate << " " << peak;
     }
 }
 

@@ -8,7 +8,8 @@
 
 // Here a number counts in units of the samples: {m, e} means m * 2^e of them.
 //
-// x joins the sum; |x| is below 1.5 * 2^30 and has 24 significant bits. "Running sums".
+// x joins the sum, which has a negative e if it is 0; |x| is below 1.5 * 2^30 and has 24
+// significant bits. "Running sums".
 [[gnu::always_inline]] inline SoftFloat PlusSample(SoftFloat sum, int32_t x) {
     constexpr int32_t kLarge = 1 << 29;
     const int32_t shift = sum.e + softfloat::kAligned;

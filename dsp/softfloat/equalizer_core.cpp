@@ -10,6 +10,9 @@ namespace {
 constexpr int32_t kUnitBits = 30;                   // a sample is a multiple of 2^-30
 constexpr int32_t kUnitExponent = 109 - kUnitBits;  // of a number that is one unit of m
 
+// A sum of 0, which isn't larger than any sample.
+constexpr SoftFloat kNothing = {0, -32};
+
 float Packed(SoftFloat inUnits) {
     const SoftFloat v = {inUnits.m, inUnits.e + kUnitExponent};
     return std::bit_cast<float>(softfloat::Pack(v));
@@ -41,10 +44,10 @@ SoftFloat NumberOf(int32_t units) {
 
 void SoftEqualizerCore::Reset() {
     for (size_t c = 0; c < kMaxChannels; ++c) {
-        std::fill_n(sums[c], kAverages, SoftFloat{});
+        std::fill_n(sums[c], kAverages, kNothing);
         std::fill_n(history[c], kHistory, 0);
     }
-    end = kHistory;
+    end = silent = kHistory;
 }
 
 float SoftEqualizerCore::Past(size_t channel, size_t ago) const {
@@ -64,10 +67,15 @@ void SoftEqualizerCore::MakeRoom(size_t frames) {
 // Behind the history, which ends where it did.
 bool SoftEqualizerCore::Take(const float* samples, size_t frames, size_t channels) {
     MakeRoom(frames);
-    for (size_t c = 0; c < channels; ++c)
-        for (size_t n = 0; n < frames; ++n)
-            if (!ToUnits(std::bit_cast<uint32_t>(samples[n * channels + c]), history[c][end + n]))
-                return false;
+    int32_t any = 0;
+    for (size_t c = 0; c < channels; ++c) {
+        for (size_t n = 0; n < frames; ++n) {
+            int32_t& units = history[c][end + n];
+            if (!ToUnits(std::bit_cast<uint32_t>(samples[n * channels + c]), units)) return false;
+            any |= units;
+        }
+    }
+    silent = any == 0 ? std::min(silent + frames, kHistory + kChunk) : 0;
     return true;
 }
 
@@ -85,11 +93,14 @@ size_t SoftEqualizerCore::Process(float* samples, size_t frames, size_t channels
         const size_t count = std::min(frames - done, kChunk);
         float* const chunk = samples + done * channels;
         if (!Take(chunk, count, channels)) break;
+        // If only silence enters and leaves the sums, they and the outputs stay as they are.
+        const size_t different = silent >= kHistory + count ? 1 : count;
         for (size_t c = 0; c < channels; ++c) {
             AverageRow rows[kChunk];
-            ProcessChunk(c, count, factors, rows);
-            for (size_t n = 0; n < count; ++n)
+            ProcessChunk(c, different, factors, rows);
+            for (size_t n = 0; n < different; ++n)
                 chunk[n * channels + c] = Packed(factors[kAverages] * rows[n].sum + rows[n].output);
+            for (size_t n = different; n < count; ++n) chunk[n * channels + c] = chunk[c];
         }
         end += count;
         done += count;

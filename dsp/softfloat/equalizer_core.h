@@ -45,4 +45,5 @@ private:
     SoftFloat sums[kMaxChannels][kAverages];
     int32_t history[kMaxChannels][kHistory + kRoom];  // the newest lie before `end`
     size_t end;
+    size_t silent;  // frames of silence before `end`, as far as it matters
 };

@@ -6,11 +6,17 @@
 
 #include "dsp/softfloat/number.h"
 
-// sample * factor; factor is a normal float that can be a factor (CanBeFactor).
-inline float SoftScaled(int16_t sample, float factor) {
-    constexpr int kUp = 14;  // to below 2^30; the number 1 is {2^29, 80}
-    const SoftFloat whole = softfloat::Rounded(sample * (1 << kUp), 109 - kUp);
-    return std::bit_cast<float>(softfloat::Pack(softfloat::FactorOf(factor) * whole));
+// sample * (2^-15 + 2^-30), the float nearest to 1 / 32767.
+inline float SoftFromInt16(int16_t sample) {
+    const int32_t whole = sample;
+    const uint32_t magnitude = static_cast<uint32_t>(whole < 0 ? -whole : whole);
+    if (magnitude == 0) return 0;
+    const uint32_t product = (magnitude << 15U) + magnitude;  // of 2^-30
+    const auto zeros = static_cast<uint32_t>(std::countl_zero(product));
+    const uint32_t normal = (product << zeros) >> 1U;  // 24 bits from bit 30 on, the rest rounded
+    const uint32_t rounded = (normal + 63 + ((normal >> 7U) & 1U)) >> 7U;
+    const uint32_t sign = static_cast<uint32_t>(whole) & 0x80000000U;
+    return std::bit_cast<float>(sign | (((127 - zeros) << 23U) + rounded));
 }
 
 // sample * factor, factor at most 2^15, toward zero. Not for samples of 2 and more.
