@@ -59,3 +59,5 @@ struct Beside {
     Other& other;
     size_t otherCount;
 };
+template <typename Other>
+Beside(Other&, size_t) -> Beside<Other>;
