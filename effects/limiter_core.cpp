@@ -4,6 +4,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "dsp/softfloat/samples.h"
+
 template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::AnyAbove(const Sample* samples, size_t count) const {
     using V = typename VectorOf<Sample, kLanes>::Type;
@@ -63,6 +65,26 @@ void LimiterCore<Arithmetic, kChannels>::ProcessFrame(Sample* frame) {
     }
     Advance(frame, 1);
     std::memcpy(frame, output, sizeof output);
+}
+
+template <typename Arithmetic, uint32_t kChannels>
+bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(
+    Sample* samples, uint32_t count, int16_t* out) requires std::is_same_v<Sample, float> {
+    const size_t size = size_t{count} * kChannels;
+    const State before = state;
+    Sample gains[kLap * kChannels];
+    MakeGains(samples, count, gains, Alone());
+    const ShortProducts products(gate);
+    const Sample* const delayed = Delayed();
+    size_t made = 0;
+    while (made < size && products.Make(delayed[made], gains[made], out + made)) ++made;
+    if (made == size) {
+        Advance(samples, count);
+        return true;
+    }
+    state = before;
+    for (size_t i = 0; i < size; i += kChannels) ProcessFrame(samples + i);
+    return false;
 }
 
 template <typename Arithmetic, uint32_t kChannels>

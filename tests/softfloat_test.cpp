@@ -82,6 +82,28 @@ TEST(SoftFloat, ConvertsSamplesAsFloatsDo) {
     }
 }
 
+// Everywhere, beside whole numbers, beside the gate.
+TEST(SoftFloat, MakesShortsOfProductsAsFloatsDo) {
+    std::mt19937 random(1);
+    for (const float gate : {0.0F, 0x1p-140F, 0.01F, 0.8F, 0.9999F, 1.0F, 1e7F}) {
+        const ShortProducts products(gate);
+        for (int i = 0; i < 40000; ++i) {
+            const float gain = 1 - std::ldexp(static_cast<float>(random() % 65536), -16);
+            const float whole = static_cast<float>(random() % 65536) / 32767 - 1;
+            const float near = i % 3 == 0 ? gate : whole;
+            const float moved = std::nextafter(near, i % 2 == 0 ? 2.0F : -2.0F);
+            const float aimed = i % 4 < 2 ? near / gain : moved / gain;
+            const float x = i % 5 != 0 ? aimed : std::ldexp(whole, -static_cast<int>(i % 160));
+            const float output = x * gain;
+            int16_t got = 0;
+            const bool made = products.Make(x, gain, &got);
+            ASSERT_EQ(made, std::abs(output) <= gate && std::abs(output) < 1) << x << " " << gain;
+            if (!made) continue;
+            ASSERT_EQ(got, static_cast<int16_t>(output * 32767)) << x << " " << gain;
+        }
+    }
+}
+
 TEST(ShortQuotient, IsTheTruncatedOneOf64Bits) {
     std::mt19937 random(1);
     const auto next = [&random] { return static_cast<int32_t>(random() >> (1 + random() % 31)); };
