@@ -17,7 +17,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <type_traits>
 
 #include "dsp/stream.h"
 #include "effects/limiter_arithmetic.h"
@@ -40,10 +39,9 @@ public:
     // frame. Runner (runs.h) runs the gains, alone or beside another recurrence.
     template <typename Runner>
     void ProcessChunk(Sample* samples, uint32_t count, Runner runner);
-    // ProcessChunk to 16 bits (samples.h), for processors without floats. False if that can't be
-    // done so; then `samples` hold the outputs and `out` nothing.
-    bool ProcessChunkToShort(Sample* samples, uint32_t count,
-                             int16_t* out) requires std::is_same_v<Sample, float>;
+    // ProcessChunk of floats to 16 bits (samples.h), for processors without them. False if that
+    // can't be done so; then `samples` hold the outputs and `out` nothing.
+    bool ProcessChunkToShort(Sample* samples, uint32_t count, int16_t* out);
     // Frames that stay in a lap, `ahead` frames from now.
     uint32_t Room(uint32_t ahead = 0) const { return kLap - (next + ahead) % kLap; }
 
