@@ -34,7 +34,11 @@ routine \name
     joinsum add
     ldrd    r2, r3, [r0, #-8]
     strd    r4, r5, [r0, #-8]
-    align   r2, r3, r4, r5, .LfarSum, 4     @ twice the narrower sum
+    add     r3, r3, #4              @ align, but twice the narrower sum
+    subs    r8, r3, r5
+    rsbsgt  r9, r8, #7
+    asrgt   r9, r4, r8
+    blle    .LfarSum
     rsb     r2, r9, r2, asr #3
     normround r2, r3, r3
     ldrd    r8, r9, [sp]
