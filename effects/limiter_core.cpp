@@ -80,7 +80,7 @@ bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
         size_t made = 0;
         while (made < size && products.Make(delayed[made], gains[made], out + made)) ++made;
         if (made == size) {
-            Advance(samples, count);
+            Advance(samples, gains, count);
             return true;
         }
     }
