@@ -40,7 +40,7 @@ public:
     template <typename Runner>
     void ProcessChunk(Sample* samples, uint32_t count, Runner runner);
     // ProcessChunk of floats to 16 bits (samples.h), for processors without them; what is left in
-    // `samples` means nothing. False if that can't be done so: they hold the outputs, `out` nothing.
+    // `samples` means nothing. False if it can't be done so: they hold the outputs, `out` nothing.
     bool ProcessChunkToShort(Sample* samples, uint32_t count, int16_t* out);
     // Frames that stay in a lap, `ahead` frames from now.
     uint32_t Room(uint32_t ahead = 0) const { return kLap - (next + ahead) % kLap; }
