@@ -17,7 +17,7 @@ static_assert(kFromInt16 == static_cast<float>(1.0 / 32767.0));
 template <typename Floats, typename Ints>
 [[gnu::always_inline]] inline Floats FromInt16(Ints samples) {
     if constexpr (kSoftFloat && std::is_same_v<Floats, float>)
-        return SoftScaled(static_cast<int16_t>(samples), kFromInt16);
+        return SoftFromInt16(static_cast<int16_t>(samples));
     else
         return ConvertLanes<Floats>(samples) * kFromInt16;
 }

@@ -179,8 +179,11 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
     if (!Processes()) return;
     if constexpr (kHasCore) {
         if (state->usesCore) {
-            if (state->core.Process(samples, frames, channels, state->bandGains)) return;
+            const size_t done = state->core.Process(samples, frames, channels, state->bandGains);
+            if (done == frames) return;
             LeaveCore(*state, channels);
+            samples += done * channels;
+            frames -= static_cast<unsigned int>(done);
         }
     }
     while (frames > 0) {

@@ -98,6 +98,20 @@ private:
     static constexpr uint32_t kInfinityBits = 0x7f800000U;
 };
 
+// gate * 2^24 / peak, 0 <= gate < peak: bit by bit, for processors that don't divide 64 bits.
+inline int32_t ShortQuotient(int32_t gate, int32_t peak) {
+    const auto divisor = static_cast<uint32_t>(peak);
+    uint32_t rest = static_cast<uint32_t>(gate), quotient = 0;
+#pragma GCC unroll 4
+    for (int bit = 0; bit < kQ24Bits; ++bit) {
+        rest *= 2;
+        const bool goes = rest >= divisor;
+        if (goes) rest -= divisor;
+        quotient = 2 * quotient + static_cast<uint32_t>(goes);
+    }
+    return static_cast<int32_t>(quotient);
+}
+
 // Every product is rounded toward minus infinity by itself.
 struct Q24Limiting {
     using Sample = int32_t;
@@ -133,7 +147,9 @@ struct Q24Limiting {
         int32_t operator()(int32_t gate, int32_t peak) {
             if (peak != lastPeak) {
                 lastPeak = peak;
-                last = static_cast<int32_t>((static_cast<int64_t>(gate) << kQ24Bits) / peak);
+                last = kSoftFloat
+                           ? ShortQuotient(gate, peak)
+                           : static_cast<int32_t>((static_cast<int64_t>(gate) << kQ24Bits) / peak);
             }
             return last;
         }

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <type_traits>
+
+#include "dsp/softfloat/samples.h"
 
 template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::AnyAbove(const Sample* samples, size_t count) const {
@@ -62,6 +65,28 @@ void LimiterCore<Arithmetic, kChannels>::ProcessFrame(Sample* frame) {
         }
     }
     Advance(frame, output, 1);
+}
+
+template <typename Arithmetic, uint32_t kChannels>
+bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, uint32_t count,
+                                                             int16_t* out) {
+    const size_t size = size_t{count} * kChannels;
+    const State before = state;
+    Sample gains[kLap * kChannels];
+    MakeGains(samples, count, gains, Alone());
+    if constexpr (std::is_same_v<Sample, float>) {
+        const ShortProducts products(gate);
+        const Sample* const delayed = Delayed();
+        size_t made = 0;
+        while (made < size && products.Make(delayed[made], gains[made], out + made)) ++made;
+        if (made == size) {
+            Advance(samples, gains, count);
+            return true;
+        }
+    }
+    state = before;
+    for (size_t i = 0; i < size; i += kChannels) ProcessFrame(samples + i);
+    return false;
 }
 
 template <typename Arithmetic, uint32_t kChannels>

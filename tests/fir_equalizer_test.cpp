@@ -105,24 +105,29 @@ TYPED_TEST(FirEqualizerTest, ForgetsItsHistoryAndStopsWhenItsHeaderSays) {
         }
 }
 
-// Where floats are unpacked: as without, in any history that the numbers can hold and behind it.
-// A gain that they can't hold, met before anything else, makes the other equalizer plain.
+// Where floats are unpacked: as without, in any history of multiples of 2^-30, full scale and long
+// silence included, and behind a sample that is none, in the middle of a call. A gain that numbers
+// can't hold, met before anything else, makes the other equalizer plain.
 TEST(FirEqualizer, GivesTheSameValuesOnUnpackedNumbers) {
     std::mt19937 random(5);
     FIREqualizer_R32R32 unpacked, plain;
     for (FIREqualizer_R32R32* e : {&unpacked, &plain}) e->SetEnable(true);
+    float silence[2] = {};
     plain.SetBandLevel(0, 1e30F);
-    plain.Process(nullptr, 0);
+    plain.Process(silence, 1);
     plain.SetBandLevel(0, 0);
     for (int call = 0; call < 60; ++call) {
         const auto frames = static_cast<unsigned>(random() % 300);
-        const int scale = static_cast<int>(random() % 30) - 15;
+        const int scale = call == 0 ? -25 : -static_cast<int>(random() % 26);
         const auto band = static_cast<int>(random() % 10);
         const float level = static_cast<float>(random() % 400) / 100 - 1.5F;
         std::vector<float> samples = Noise<float>(size_t{2} * frames, std::ldexp(1.0, scale));
-        for (float& x : samples)
-            if (call % 5 == 2 && random() % 100 != 0) x = 0;
-        if (call == 55) samples.assign(samples.size(), 0x1p-41F);
+        for (float& x : samples) {
+            x = std::ldexp(std::round(std::ldexp(x, 30)), -30);
+            if ((call % 5 == 2 && random() % 100 != 0) || (call > 20 && call < 28)) x = 0;
+            if (call % 7 == 3 && random() % 8 == 0) x = x > 0 ? 1.0F : -1.0000305F;
+        }
+        if (call == 55) samples[samples.size() / 2] = 0x1p-31F;
         std::vector<float> expected = samples;
         for (FIREqualizer_R32R32* e : {&unpacked, &plain}) e->SetBandLevel(band, level);
         unpacked.Process(samples.data(), frames);

@@ -94,6 +94,12 @@ uint32_t Call(Result (*routine)(Parameters...), Arguments... arguments) {
     return result;
 }
 
+// A sum that samples can have.
+SoftFloat WholeUnits(SoftFloat sum) {
+    if (sum.m == 0) return {0, -32};
+    return sum.e >= 0 ? sum : SoftFloat{sum.m >> -sum.e << -sum.e, sum.e};
+}
+
 int32_t Centre(Numbers& numbers, int n) {
     return n % 10 == 0 ? -2 : 10 + static_cast<int32_t>(numbers.Bits() % 100);
 }
@@ -173,25 +179,30 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirText) {
     Numbers numbers(3);
     for (int n = 0; n < 3000; ++n) {
         const size_t frames = 1 + numbers.Bits() % 9;
-        const int32_t centre = 45 + static_cast<int32_t>(numbers.Bits() % 80);
-        const auto next = [&] { return numbers.Next(centre); };
-        // As samples, zeros too.
+        const auto exponent = static_cast<int32_t>(numbers.Bits() % 20) - 22;
+        const auto next = [&] { return numbers.Next(exponent); };
+        // 24 bits, few of them, ties beside the sum, the largest, zeros.
         const auto sample = [&] {
-            const SoftFloat x = next();
-            return x.m == 0 ? SoftFloat{} : x;
+            const int32_t masks[] = {0x1fffff, 0x3f00, 1 << (6 + n % 12), 0x7f};
+            const uint32_t bits = numbers.Bits();
+            const int32_t x = static_cast<int32_t>(bits / 16) & masks[bits % 4];
+            const int32_t scaled = bits / 4 % 4 == 0 ? x << 9 : x;
+            const int32_t signedSample = n % 2 == 0 ? scaled : -scaled;
+            return numbers.Bits() % 16 == 0 ? -(1 << 30) - (1 << 15) : signedSample;
         };
         Surrounded<AverageRow> expected(frames, [&] { return AverageRow{next(), next()}; });
         auto got = expected;
-        Surrounded<SoftFloat> entering(frames, sample), leaving(frames, sample);
+        std::vector<int32_t> entering(frames), leaving(frames);
+        std::generate(entering.begin(), entering.end(), sample);
+        std::generate(leaving.begin(), leaving.end(), sample);
         // Now and then the sum becomes 0.
-        if (n % 4 == 0)
-            for (size_t i = 0; i < frames; ++i) leaving.begin()[i] = entering.begin()[i];
-        const SoftFloat sum = n % 4 == 0 ? SoftFloat{} : next();
-        RunningAverage before = {sum, numbers.Factor(), 1 + n % 9}, after = before;
+        if (n % 4 == 0) leaving = entering;
+        const SoftFloat sum = n % 4 == 0 ? SoftFloat{0, -32} : WholeUnits(next());
+        RunningAverage before = {sum, numbers.Factor()}, after = before;
         const bool first = n % 3 == 0;
-        (first ? RunAverageText<true> : RunAverageText<false>)(expected.begin(), entering.begin(),
-                                                               leaving.begin(), &before, frames);
-        Call(first ? SoftFirstAverage : SoftAverage, got.begin(), entering.begin(), leaving.begin(),
+        (first ? RunAverageText<true> : RunAverageText<false>)(expected.begin(), entering.data(),
+                                                               leaving.data(), &before, frames);
+        Call(first ? SoftFirstAverage : SoftAverage, got.begin(), entering.data(), leaving.data(),
              &after, frames);
         ASSERT_EQ(got.Difference(expected), -1) << n;
         ASSERT_TRUE(Same(before.sum, after.sum)) << n;

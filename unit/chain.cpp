@@ -154,9 +154,7 @@ bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
     }
     float* const samples = waveBuffer->GetCurrentBufferR32Ptr();
     Begin(in, out, samples, frames);
-    const uint32_t produced = Finish(samples, frames);
-    waveBuffer->SetBufferOffset(produced);
-    waveBuffer->PopSamples(out, produced, false);
+    const uint32_t produced = Finish(samples, out, frames);
 
     const size_t sounding = static_cast<size_t>(produced) * channels;
     if (const size_t silent = total - sounding; silent != 0) {
@@ -191,13 +189,20 @@ void Chain::Begin(const int16_t* in, int16_t* out, float* samples, uint32_t fram
     }
 }
 
-// Enhancer, output gain and limiter; returns the frames that came out. The contour of a chunk runs
-// beside the limiter's gains of the chunk before.
-uint32_t Chain::Finish(float* samples, uint32_t frames) {
+// Enhancer, output gain, limiter and 16 bits; returns the frames that came out. The contour of a
+// chunk runs beside the limiter's gains of the chunk before, or, where floats are unpacked, the
+// limiter makes the 16 bits.
+uint32_t Chain::Finish(float* samples, int16_t* out, uint32_t frames) {
     if constexpr (!Enhancer::kContourLast) {
         const uint32_t produced = enhancer->Process(samples, frames);
         Amplify(samples, static_cast<size_t>(produced) * channels, outputGain);
-        limiter->Process(samples, produced, channels);
+        for (uint32_t left = produced, count = 0; left > 0; left -= count) {
+            count = std::min(left, limiter->Room(0, channels));
+            if (!limiter->ProcessChunkToShort(samples, count, channels, out))
+                waveBuffer->Float2Short(samples, out, count);
+            samples += size_t{count} * channels;
+            out += size_t{count} * channels;
+        }
         return produced;
     }
     const uint32_t produced = enhancer->ProcessBands(samples, frames);
@@ -213,5 +218,6 @@ uint32_t Chain::Finish(float* samples, uint32_t frames) {
         chunk = next;
         left -= count;
     }
+    waveBuffer->Float2Short(samples, out, produced);
     return produced;
 }

@@ -61,7 +61,7 @@ private:
     void HandOnChannels();
     bool Complete();
     void Begin(const int16_t* in, int16_t* out, float* samples, uint32_t frames);
-    uint32_t Finish(float* samples, uint32_t frames);
+    uint32_t Finish(float* samples, int16_t* out, uint32_t frames);
 
     using Equalizer = FIREqualizer_R32R32;
     using Enhancer = OrvaneSound_R32R32;

@@ -7,22 +7,51 @@
 
 namespace {
 
-float Packed(SoftFloat v) {
+constexpr int32_t kUnitBits = 30;                   // a sample is a multiple of 2^-30
+constexpr int32_t kUnitExponent = 109 - kUnitBits;  // of a number that is one unit of m
+
+// A sum of 0, which isn't larger than any sample.
+constexpr SoftFloat kNothing = {0, -32};
+
+float Packed(SoftFloat inUnits) {
+    const SoftFloat v = {inUnits.m, inUnits.e + kUnitExponent};
     return std::bit_cast<float>(softfloat::Pack(v));
+}
+
+// The float with these bits in units. False if it isn't a multiple, or is 1.5 or more.
+bool ToUnits(uint32_t bits, int32_t& units) {
+    constexpr int32_t kWhole = 127 + 23 - kUnitBits;  // exponent of a significand in units
+    const uint32_t magnitude = bits & INT32_MAX;
+    if (magnitude >= std::bit_cast<uint32_t>(1.5F)) return false;
+    const auto significand = static_cast<int32_t>((magnitude & 0x7fffffU) | 0x800000U);
+    const int32_t up = static_cast<int32_t>(magnitude >> 23U) - kWhole, down = std::min(-up, 31);
+    const int32_t whole = up >= 0 ? significand << up : significand >> down;
+    if (up < 0 && whole << down != significand) {
+        units = 0;
+        return magnitude == 0;
+    }
+    units = static_cast<int32_t>(bits) < 0 ? -whole : whole;
+    return true;
+}
+
+// A sample has 24 significant bits, so one of 2^30 and more is even.
+SoftFloat NumberOf(int32_t units) {
+    const bool large = units < -(1 << 29) || units >= 1 << 29;
+    return large ? softfloat::Rounded(units >> 1, 1) : softfloat::Rounded(units, 0);
 }
 
 }  // namespace
 
 void SoftEqualizerCore::Reset() {
     for (size_t c = 0; c < kMaxChannels; ++c) {
-        std::fill_n(sums[c], kAverages, SoftFloat{});
-        std::fill_n(history[c], kHistory, SoftFloat{});
+        std::fill_n(sums[c], kAverages, kNothing);
+        std::fill_n(history[c], kHistory, 0);
     }
-    end = kHistory;
+    end = silent = kHistory;
 }
 
 float SoftEqualizerCore::Past(size_t channel, size_t ago) const {
-    return Packed(history[channel][end - ago]);
+    return Packed(NumberOf(history[channel][end - ago]));
 }
 float SoftEqualizerCore::Sum(size_t channel, size_t k) const {
     return Packed(sums[channel][k]);
@@ -30,50 +59,64 @@ float SoftEqualizerCore::Sum(size_t channel, size_t k) const {
 
 void SoftEqualizerCore::MakeRoom(size_t frames) {
     if (end + frames <= kHistory + kRoom) return;
-    for (SoftFloat* const past : {history[0], history[1]})
+    for (int32_t* const past : {history[0], history[1]})
         std::copy_n(past + end - kHistory, kHistory, past);
     end = kHistory;
 }
 
-bool SoftEqualizerCore::Process(float* samples, size_t frames, size_t channels,
-                                const float* gains) {
+// Behind the history, which ends where it did.
+bool SoftEqualizerCore::Take(const float* samples, size_t frames, size_t channels) {
+    MakeRoom(frames);
+    int32_t any = 0;
+    for (size_t c = 0; c < channels; ++c) {
+        for (size_t n = 0; n < frames; ++n) {
+            int32_t& units = history[c][end + n];
+            if (!ToUnits(std::bit_cast<uint32_t>(samples[n * channels + c]), units)) return false;
+            any |= units;
+        }
+    }
+    silent = any == 0 ? std::min(silent + frames, kHistory + kChunk) : 0;
+    return true;
+}
+
+size_t SoftEqualizerCore::Process(float* samples, size_t frames, size_t channels,
+                                  const float* gains) {
+    // Sums stand for averages of 2, 4 ... samples.
     SoftFactor factors[kBands];
     for (size_t j = 0; j < kBands; ++j) {
-        if (!softfloat::CanBeFactor(gains[j])) return false;
+        if (!softfloat::CanBeFactor(gains[j])) return 0;
         factors[j] = softfloat::FactorOf(gains[j]);
+        factors[j].e -= static_cast<int32_t>(std::min(j + 1, kAverages));
     }
-    for (size_t i = 0; i < frames * channels; ++i)
-        if (!softfloat::Enters<-40>(std::bit_cast<uint32_t>(samples[i]))) return false;
-
-    while (frames != 0) {
-        const size_t count = std::min(frames, kChunk);
-        MakeRoom(count);
+    size_t done = 0;
+    while (done < frames) {
+        const size_t count = std::min(frames - done, kChunk);
+        float* const chunk = samples + done * channels;
+        if (!Take(chunk, count, channels)) break;
+        // If only silence enters and leaves the sums, they and the outputs stay as they are.
+        const size_t different = silent >= kHistory + count ? 1 : count;
         for (size_t c = 0; c < channels; ++c) {
-            float* const run = samples + c;
-            for (size_t n = 0; n < count; ++n)
-                history[c][end + n] = softfloat::Unpack(std::bit_cast<uint32_t>(run[n * channels]));
             AverageRow rows[kChunk];
-            ProcessChunk(c, count, factors, rows);
-            for (size_t n = 0; n < count; ++n) run[n * channels] = Packed(rows[n].output);
+            ProcessChunk(c, different, factors, rows);
+            for (size_t n = 0; n < different; ++n)
+                chunk[n * channels + c] = Packed(factors[kAverages] * rows[n].sum + rows[n].output);
+            for (size_t n = different; n < count; ++n) chunk[n * channels + c] = chunk[c];
         }
         end += count;
-        samples += count * channels;
-        frames -= count;
+        done += count;
     }
-    return true;
+    return done;
 }
 
 void SoftEqualizerCore::ProcessChunk(size_t channel, size_t frames, const SoftFactor* gains,
                                      AverageRow* rows) {
-    const SoftFloat* const centre = history[channel] + end - kReach;
-    for (size_t n = 0; n < frames; ++n) rows[n].average = centre[n];
+    const int32_t* const centre = history[channel] + end - kReach;
+    for (size_t n = 0; n < frames; ++n) rows[n].sum = NumberOf(centre[n]);
     for (size_t k = 0; k < kAverages; ++k) {
         const size_t halfWidth = size_t{1} << k;
-        RunningAverage average = {sums[channel][k], gains[k], static_cast<int32_t>(k) + 1};
+        RunningAverage average = {sums[channel][k], gains[k]};
         const auto run = k == 0 ? RunAverage<true> : RunAverage<false>;
         run(rows, centre + halfWidth, centre - halfWidth, &average, frames);
         sums[channel][k] = average.sum;
     }
-    for (size_t n = 0; n < frames; ++n)
-        rows[n].output = gains[kAverages] * rows[n].average + rows[n].output;
 }

@@ -2,8 +2,8 @@
 // running sums and its bands, each value as the equalizer's own step gives it, to the bit but for
 // the signs of zeros.
 //
-// Samples must be 0 or of 2^-40 to 2^60, gains fit for factors; then every sum is a multiple of
-// 2^-63 and no product is subnormal.
+// Samples must be multiples of 2^-30 below 1.5, as conversion from 16 bits makes them, and are kept
+// as such integers; gains must fit for factors. Then no product is subnormal.
 //
 // Allocates: never. Thread: no lock of its own; the owner serialises all calls.
 #pragma once
@@ -25,8 +25,8 @@ public:
     void Reset();
 
     // In place, `frames` frames of `channels` interleaved samples; gains from the top band down.
-    // False, with nothing changed, if a sample or a gain can't be held.
-    bool Process(float* samples, size_t frames, size_t channels, const float* gains);
+    // Returns the frames before the first chunk that has what can't be held, and stays as it is.
+    size_t Process(float* samples, size_t frames, size_t channels, const float* gains);
 
     // For a change to the plain form: the sample of `ago` frames (1: the newest, at most 512), and
     // the sum of average k.
@@ -38,10 +38,12 @@ private:
     static constexpr size_t kRoom = 512;  // frames between two moves of the history
     static constexpr size_t kHistory = 2 * kReach;
 
+    bool Take(const float* samples, size_t frames, size_t channels);
     void ProcessChunk(size_t channel, size_t frames, const SoftFactor* gains, AverageRow* rows);
     void MakeRoom(size_t frames);
 
     SoftFloat sums[kMaxChannels][kAverages];
-    SoftFloat history[kMaxChannels][kHistory + kRoom];  // the newest lie before `end`
+    int32_t history[kMaxChannels][kHistory + kRoom];  // the newest lie before `end`
     size_t end;
+    size_t silent;  // frames of silence before `end`, as far as it matters
 };

@@ -1,16 +1,23 @@
 // 16-bit samples to floats and back on unpacked numbers: what a conversion and a product of floats
 // give, to the bit.
 #pragma once
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 
 #include "dsp/softfloat/number.h"
 
-// sample * factor; factor is a normal float that can be a factor (CanBeFactor).
-inline float SoftScaled(int16_t sample, float factor) {
-    constexpr int kUp = 14;  // to below 2^30; the number 1 is {2^29, 80}
-    const SoftFloat whole = softfloat::Rounded(sample * (1 << kUp), 109 - kUp);
-    return std::bit_cast<float>(softfloat::Pack(softfloat::FactorOf(factor) * whole));
+// sample * (2^-15 + 2^-30), the float nearest to 1 / 32767.
+inline float SoftFromInt16(int16_t sample) {
+    const int32_t whole = sample;
+    const uint32_t magnitude = static_cast<uint32_t>(whole < 0 ? -whole : whole);
+    if (magnitude == 0) return 0;
+    const uint32_t product = (magnitude << 15U) + magnitude;  // of 2^-30
+    const auto zeros = static_cast<uint32_t>(std::countl_zero(product));
+    const uint32_t normal = (product << zeros) >> 1U;  // 24 bits from bit 30 on, the rest rounded
+    const uint32_t rounded = (normal + 63 + ((normal >> 7U) & 1U)) >> 7U;
+    const uint32_t sign = static_cast<uint32_t>(whole) & 0x80000000U;
+    return std::bit_cast<float>(sign | (((127 - zeros) << 23U) + rounded));
 }
 
 // sample * factor, factor at most 2^15, toward zero. Not for samples of 2 and more.
@@ -22,3 +29,53 @@ inline int32_t SoftTruncated(float sample, float factor) {
     const int32_t magnitude = (product.m < 0 ? -product.m : product.m) >> (109 - product.e);
     return product.m < 0 ? -magnitude : magnitude;
 }
+
+// The last step of an output, x * gain rounded to float, then to 16 bits as SoftTruncated by 32767,
+// as one product of integers. docs/soft-float.md, "One product for an output".
+class ShortProducts {
+public:
+    // 0 <= gate.
+    explicit ShortProducts(float outputGate)
+        : gate(std::min(std::bit_cast<uint32_t>(outputGate), kOne - 1)),
+          limit(static_cast<int32_t>(std::bit_cast<float>(gate) * kScale) - kMargin) {}
+
+    // False if the output exceeds the gate or isn't below 1. 0 <= gain <= 1.
+    [[gnu::always_inline]] bool Make(float x, float gain, int16_t* out) const {
+        const uint32_t a = std::bit_cast<uint32_t>(x), b = std::bit_cast<uint32_t>(gain);
+        const uint32_t down = kUnits - (a << 1U >> 24U) - (b >> 23U);
+        if (down - 8 < 24) [[likely]] {
+            const uint64_t product = uint64_t{a << 8U | 0x80000000U} * (b << 8U | 0x80000000U);
+            const uint32_t part = static_cast<uint32_t>(product >> 32U) >> down;  // of x * gain
+            const uint32_t units = part - (part >> 15U);                          // of 2^-8
+            const bool decided = ((units + 2) & 0xfcU) != 0;
+            if (decided && static_cast<int32_t>(units) < limit) [[likely]] {
+                const auto magnitude = static_cast<int32_t>(units >> 8U);
+                *out = static_cast<int16_t>(static_cast<int32_t>(a) < 0 ? -magnitude : magnitude);
+                return true;
+            }
+        }
+        return MakeExactly(x, gain, down, out);
+    }
+
+private:
+    static constexpr uint32_t kOne = 127U << 23U;
+    static constexpr float kScale = 32767.0F * 256;
+    static constexpr int32_t kMargin = 4;
+    // The upper half of both significands' product, shifted by kUnits less both exponents, counts
+    // 2^-23.
+    static constexpr uint32_t kUnits = 261;
+
+    bool MakeExactly(float x, float gain, uint32_t down, int16_t* out) const {
+        if (down - 32 < kUnits && limit > 0) {  // less than 2^-22
+            *out = 0;
+            return true;
+        }
+        const float output = x * gain;
+        if ((std::bit_cast<uint32_t>(output) & INT32_MAX) > gate) return false;
+        *out = static_cast<int16_t>(SoftTruncated(output, 32767));
+        return true;
+    }
+
+    uint32_t gate;
+    int32_t limit;
+};
