@@ -23,25 +23,30 @@ constexpr Real Weight(size_t k) {
 
 constexpr size_t kSums = 9;
 
-// act(k) for k from 0 to kSums - 1, each a constant.
+// act(k) for k from 0 to kSums - 1; unrolled, so that the sums stay in registers, where registers
+// can hold a float.
 template <typename Act>
-[[gnu::always_inline]] inline void ForEachSum(Act act) {
-    [act]<size_t... k>(std::index_sequence<k...>) {
-        (act(std::integral_constant<size_t, k>()), ...);
+ORVANE_LANE_INLINE void ForEachSum(Act act) {
+    if constexpr (kSoftFloat) {
+        for (size_t k = 0; k < kSums; ++k) act(k);
+    } else {
+        [act]<size_t... k>(std::index_sequence<k...>) {
+            (act(std::integral_constant<size_t, k>()), ...);
+        }
+        (std::make_index_sequence<kSums>());
     }
-    (std::make_index_sequence<kSums>());
 }
 
 // Frame by frame the sums of as many channels as V has lanes, in registers: each takes in the input
 // D ahead of the centre, is stored, and gives up the one D behind.
 template <typename Real, typename V, size_t kInterleaved, size_t kRow>
 struct SumRun {
-    [[gnu::always_inline]] void Step(size_t i) {
+    ORVANE_LANE_INLINE void Step(size_t i) {
         ForEachSum([this, i](auto k) {
-            constexpr size_t kDistance = HalfWidth(k) * kInterleaved;
-            sums[k] += Load<V>(centre + i * kInterleaved + kDistance);
+            const size_t distance = HalfWidth(k) * kInterleaved;
+            sums[k] += Load<V>(centre + i * kInterleaved + distance);
             Store(rows + k * kRow + i * kInterleaved, sums[k]);
-            sums[k] -= Load<V>(centre + i * kInterleaved - kDistance);
+            sums[k] -= Load<V>(centre + i * kInterleaved - distance);
         });
     }
     const Real* centre;
@@ -51,7 +56,7 @@ struct SumRun {
 
 // Outputs for as many neighbouring centres as V has lanes, from the rows of sums.
 template <typename V, size_t kRow, typename Real>
-[[gnu::always_inline]] inline V AddBands(const Real* centre, const Real* rows, const V* gains) {
+ORVANE_LANE_INLINE V AddBands(const Real* centre, const Real* rows, const V* gains) {
     V finer = Load<V>(centre), y = V{};
     ForEachSum([&, rows, gains](auto k) {
         const V average = Load<V>(rows + k * kRow) * Weight<Real>(k);
@@ -63,7 +68,7 @@ template <typename V, size_t kRow, typename Real>
 }
 
 template <typename V>
-[[gnu::always_inline]] inline void ToFloats(float* to, V from) {
+ORVANE_LANE_INLINE void ToFloats(float* to, V from) {
     if constexpr (std::is_same_v<V, double>)
         *to = static_cast<float>(from);
     else
