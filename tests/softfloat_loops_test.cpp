@@ -6,6 +6,7 @@
 
 #include "dsp/softfloat/average.h"
 #include "dsp/softfloat/butterfly_groups.h"
+#include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/spectrum_product.h"
 #include "signals.h"
 
@@ -95,7 +96,7 @@ uint32_t Call(Result (*routine)(Parameters...), Arguments... arguments) {
 }
 
 int32_t Centre(Numbers& numbers, int n) {
-    return n % 10 == 0 ? -2 : 10 + static_cast<int32_t>(numbers.Bits() % 100);
+    return n % 7 == 0 ? -2 : 10 + static_cast<int32_t>(numbers.Bits() % 100);
 }
 
 }  // namespace
@@ -115,7 +116,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
         auto got = expected;
         Complex<SoftFloat>*const a = got.begin(), *const b = expected.begin();
         bool same = true, settled = true;
-        switch (n % 3) {
+        switch (n % 5) {
             case 0:
                 Call(SoftUntwiddledGroup, a, span);
                 UntwiddledGroupText(b, span);
@@ -124,6 +125,19 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
                 const SoftFactor u = numbers.Factor();
                 settled = EighthGroupText(b, span, u);
                 same = Call(SoftEighthGroup, a, span, u.m, u.e) == settled;
+                break;
+            }
+            case 2:
+                Call(SoftLastStage, &a->re, 4 * span);
+                LastStageText(&b->re, 4 * span);
+                break;
+            case 3: {
+                // The upper half of the values makes room for the floats.
+                const auto floats = [&](Complex<SoftFloat>* v) {
+                    return reinterpret_cast<float*>(v + 2 * span);
+                };
+                Call(SoftLastInverseStage, a, span, floats(a), floats(a) + 2 * span);
+                LastInverseStageText(b, span, floats(b), floats(b) + 2 * span);
                 break;
             }
             default:
@@ -139,7 +153,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
     EXPECT_LT(refused, 3000);
 }
 
-TEST(SoftFloatLoops, SpectrumProductGivesTheValuesOfItsText) {
+TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
     Numbers numbers(2);
     int refused = 0;
     for (int n = 0; n < 3000; ++n) {
@@ -162,8 +176,12 @@ TEST(SoftFloatLoops, SpectrumProductGivesTheValuesOfItsText) {
                        got.begin(), half),
                   settled)
             << n;
-        refused += settled ? 0 : 1;
         ASSERT_EQ(settled ? got.Difference(expected) : -1, -1) << n;
+        auto real = expected, realByText = expected;
+        const bool realSettled = RealStepText(realByText.begin(), w.data(), half);
+        ASSERT_EQ(Call(SoftRealStep, real.begin(), w.data(), half), realSettled) << n;
+        ASSERT_EQ(realSettled ? real.Difference(realByText) : -1, -1) << n;
+        refused += settled && realSettled ? 0 : 1;
     }
     EXPECT_GT(refused, 50);
     EXPECT_LT(refused, 1500);
@@ -196,4 +214,44 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirText) {
         ASSERT_EQ(got.Difference(expected), -1) << n;
         ASSERT_TRUE(Same(before.sum, after.sum)) << n;
     }
+}
+
+// Samples as floats, zeros of both signs, one beyond the range now and then.
+TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsText) {
+    Numbers numbers(4);
+    size_t refused = 0;
+    for (int n = 0; n < 3000; ++n) {
+        const size_t channels = 1 + numbers.Bits() % 2, frames = 1 + numbers.Bits() % 9;
+        const int32_t centre = n % 5 == 0 ? 1 : 30 + static_cast<int32_t>(numbers.Bits() % 80);
+        const auto next = [&] { return numbers.Next(centre); };
+        const auto sample = [&] {
+            const uint32_t bits = numbers.Bits();
+            if (bits % 1024 == 0) return bits;
+            return softfloat::Pack(next()) | (bits & 0x80000000U);
+        };
+        std::vector<float> samples;
+        for (size_t i = 0; i < 6 * 8 * channels; ++i)
+            samples.push_back(std::bit_cast<float>(sample()));
+        ContourMix expected = {};
+        for (size_t i = 0; i < 6 * channels; ++i) expected.from[i] = &samples[8 * i];
+        for (SoftFactor& weight : expected.weights) weight = numbers.Factor();
+        UnpackedBiquad& f = expected.filter;
+        for (SoftFactor* each : {&f.b0, &f.b1, &f.b2, &f.fb1, &f.fb2}) *each = numbers.Factor();
+        for (SoftFloat* each : {&f.x1, &f.x2, &f.y1, &f.y2}) *each = next();
+        ContourMix got = expected;
+        Surrounded<SoftFloat> out(frames, next), byText = out;
+        const auto floats = [](Surrounded<SoftFloat>& from) {
+            return reinterpret_cast<float*>(from.begin());
+        };
+        const size_t done = RunContourMixText(&expected, floats(byText), frames, channels);
+        ASSERT_EQ(Call(SoftContourMix, &got, floats(out), frames, channels), done) << n;
+        refused += done < frames ? 1 : 0;
+        // What a frame that isn't done left behind differs.
+        ASSERT_EQ(done == frames ? out.Difference(byText) : -1, -1) << n;
+        for (auto each :
+             {&UnpackedBiquad::x1, &UnpackedBiquad::x2, &UnpackedBiquad::y1, &UnpackedBiquad::y2})
+            ASSERT_TRUE(Same(got.filter.*each, f.*each)) << n;
+    }
+    EXPECT_GT(refused, 50U);
+    EXPECT_LT(refused, 1500U);
 }

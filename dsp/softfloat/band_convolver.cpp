@@ -117,26 +117,12 @@ bool SoftBandConvolver::Stages(Number* a) const {
 // the two real values at 0 Hz and half the rate.
 bool SoftBandConvolver::RealSpectrum() {
     Number* const a = spectrum.data();
-    const size_t span = half / 2;
-    for (size_t k = 0; k < span; ++k) {
-        const auto [lowRe, highRe] = SumAndDifference(a[k].re, a[k + span].re);
-        const auto [lowIm, highIm] = SumAndDifference(a[k].im, a[k + span].im);
-        a[k] = {lowRe, lowIm};
-        a[k + span] = {highRe, highIm};
-    }
+    LastStage(&a->re, half);
     const auto [sum, difference] = SumAndDifference(a[0].re, a[0].im);
     a[0] = {sum, difference};
-    for (size_t k = 1; k < span; ++k) {
-        Number& left = a[k];
-        Number& right = a[half - k];
-        Number y = {left.re - right.re, left.im + right.im};
-        if (!Turned(realFactors[k], y)) return false;
-        left = {left.re - y.re, left.im - y.im};
-        right = {right.re + y.re, right.im - y.im};
-    }
-    for (size_t k = 0; k < half; ++k)
-        if (!softfloat::Settles(a[k].re, a[k].im)) return false;
-    return true;
+    Number& middle = a[half / 2];
+    return softfloat::Settles(a[0].re, a[0].im) && softfloat::Settles(middle.re, middle.im) &&
+           RealStep(a, realFactors.data(), half);
 }
 
 // The product with a kernel and the way back to the spectrum of complex values, in the order of
@@ -157,16 +143,6 @@ bool SoftBandConvolver::ProductToWork(const Factor* kernel) {
 // The last stage leaves the conjugates.
 bool SoftBandConvolver::Inverse(const Factor* kernel, Planar<float> out) {
     if (!ProductToWork(kernel) || !Stages(work.data())) return false;
-    const Number* const a = work.data();
-    const size_t span = half / 2;
-    const auto packed = [](SoftFloat v) { return std::bit_cast<float>(softfloat::Pack(v)); };
-    for (size_t q = 0; q < span; ++q) {
-        const auto [lowRe, highRe] = SumAndDifference(a[q].re, a[q + span].re);
-        const auto [lowIm, highIm] = SumAndDifference(a[q].im, a[q + span].im);
-        out.re[q] = packed(lowRe);
-        out.im[q] = packed(-lowIm);
-        out.re[q + span] = packed(highRe);
-        out.im[q + span] = packed(-highIm);
-    }
+    LastInverseStage(work.data(), half / 2, out.re, out.im);
     return true;
 }

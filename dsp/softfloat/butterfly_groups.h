@@ -3,6 +3,7 @@
 //
 // The texts are the definition. Where there is a routine by hand, the functions call it.
 #pragma once
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -54,7 +55,32 @@ inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const Twiddle
     return true;
 }
 
+// The last stage, of radix 2: sums and differences of `count` numbers and those `count` further on.
+inline void LastStageText(SoftFloat* a, size_t count) {
+    for (const SoftFloat* const end = a + count; a != end; ++a) {
+        const auto [sum, difference] = SumAndDifference(a[0], a[count]);
+        a[0] = sum;
+        a[count] = difference;
+    }
+}
+
+// The same of `span` values and those behind them, their conjugates to floats.
+inline void LastInverseStageText(const Complex<SoftFloat>* a, size_t span, float* re, float* im) {
+    const auto packed = [](SoftFloat v) { return std::bit_cast<float>(softfloat::Pack(v)); };
+    for (size_t q = 0; q < span; ++q) {
+        const auto [lowRe, highRe] = SumAndDifference(a[q].re, a[q + span].re);
+        const auto [lowIm, highIm] = SumAndDifference(a[q].im, a[q + span].im);
+        re[q] = packed(lowRe);
+        im[q] = packed(-lowIm);
+        re[q + span] = packed(highRe);
+        im[q + span] = packed(-highIm);
+    }
+}
+
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+extern "C" void SoftLastStage(SoftFloat* a, size_t count);
+extern "C" void SoftLastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re,
+                                     float* im);
 extern "C" void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span);
 extern "C" bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e);
 extern "C" bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span,
@@ -69,6 +95,12 @@ inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const Twiddles<So
                            size_t groups) {
     return SoftTwiddledGroups(a, span, w, groups);
 }
+inline void LastStage(SoftFloat* a, size_t count) {
+    SoftLastStage(a, count);
+}
+inline void LastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re, float* im) {
+    SoftLastInverseStage(a, span, re, im);
+}
 #else
 inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
     UntwiddledGroupText(a, span);
@@ -79,5 +111,11 @@ inline bool EighthGroup(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
 inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
                            size_t groups) {
     return TwiddledGroupsText(a, span, w, groups);
+}
+inline void LastStage(SoftFloat* a, size_t count) {
+    LastStageText(a, count);
+}
+inline void LastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re, float* im) {
+    LastInverseStageText(a, span, re, im);
 }
 #endif

@@ -1,11 +1,28 @@
-// The product of a real signal's spectrum with a kernel's, and the way back to the spectrum of
-// complex values that the inverse transform starts from.
+// From the spectrum of complex values to that of the real ones which they are made of; its product
+// with a kernel's, and the way back to the spectrum that the inverse transform starts from.
 #pragma once
 #include <cstddef>
 #include <cstdint>
 
 #include "dsp/butterfly.h"
 #include "dsp/softfloat/number.h"
+
+// Values k and half - k for 0 < k < half / 2, left and right, in place:
+//   y = w[k] (left - conj(right)),  left - y and right + conj(y)
+// False, with `a` in any state, if y or a result has a number that can't be factored.
+inline bool RealStepText(Complex<SoftFloat>* a, const Complex<SoftFactor>* w, size_t half) {
+    for (size_t k = 1; k < half / 2; ++k) {
+        Complex<SoftFloat>&left = a[k], &right = a[half - k];
+        Complex<SoftFloat> y = {left.re - right.re, left.im + right.im};
+        if (!softfloat::Settles(y.re, y.im)) return false;
+        y = Twiddle(w[k], y);
+        left = {left.re - y.re, left.im - y.im};
+        right = {right.re + y.re, right.im - y.im};
+        if (!softfloat::Settles(left.re, left.im) || !softfloat::Settles(right.re, right.im))
+            return false;
+    }
+    return true;
+}
 
 // Values k and half - k for 0 < k < half / 2: the products left and right, then
 //   y = conj(w[k]) (left - conj(right)),  left - y and right + conj(y), conjugated,
@@ -27,10 +44,19 @@ inline bool SpectrumProductText(const Complex<SoftFloat>* spectrum,
 }
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+extern "C" bool SoftRealStep(Complex<SoftFloat>* a, const Complex<SoftFactor>* w, size_t half);
 extern "C" bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum,
                                     const Complex<SoftFactor>* kernel, const Complex<SoftFactor>* w,
                                     const uint16_t* reversed, Complex<SoftFloat>* out, size_t half);
 #endif
+
+inline bool RealStep(Complex<SoftFloat>* a, const Complex<SoftFactor>* w, size_t half) {
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+    return SoftRealStep(a, w, half);
+#else
+    return RealStepText(a, w, half);
+#endif
+}
 
 [[gnu::always_inline]] inline bool SpectrumProduct(const Complex<SoftFloat>* spectrum,
                                                    const Complex<SoftFactor>* kernel,
