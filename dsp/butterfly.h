@@ -24,6 +24,16 @@ ORVANE_LANE_INLINE SumDifference<V> SumAndDifference(V a, V b) {
     return {a + b, a - b};
 }
 
+// What the second pair's sums and differences are held as: a kind of number that is cheaper to add.
+template <typename V>
+struct LoweredOf {
+    using Type = V;
+};
+template <typename V>
+ORVANE_LANE_INLINE V Lowered(V v) {
+    return v;
+}
+
 // y turned and scaled by w.
 template <typename F, typename V>
 ORVANE_LANE_INLINE Complex<V> Twiddle(Complex<F> w, Complex<V> y) {
@@ -55,17 +65,24 @@ struct Radix4 {
 
 template <typename V>
 struct HalfRadix4 {
+    using Second = typename LoweredOf<V>::Type;
     ORVANE_LANE_INLINE HalfRadix4(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D) {
         Set(x0.re, x1.re, SumAndDifference(A.re, B.re));
         Set(x0.im, x1.im, SumAndDifference(A.im, B.im));
-        Set(x2.re, x3.re, SumAndDifference(C.re, D.re));
-        Set(x2.im, x3.im, SumAndDifference(C.im, D.im));
+        SetSecond(x2.re, x3.re, SumAndDifference(C.re, D.re));
+        SetSecond(x2.im, x3.im, SumAndDifference(C.im, D.im));
     }
     ORVANE_LANE_INLINE static void Set(V& sum, V& difference, SumDifference<V> both) {
         sum = both.sum;
         difference = both.difference;
     }
-    Complex<V> x0, x1, x2, x3;
+    ORVANE_LANE_INLINE static void SetSecond(Second& sum, Second& difference,
+                                             SumDifference<V> both) {
+        sum = Lowered(both.sum);
+        difference = Lowered(both.difference);
+    }
+    Complex<V> x0, x1;
+    Complex<Second> x2, x3;
 };
 
 template <typename V>

@@ -15,8 +15,11 @@ extern "C" uint32_t ChangedRegisters(const void* routine, const uint32_t* argume
 
 namespace {
 
-// Values, not words: a zero's exponent counts only as what lies around the loop's numbers.
+// Values, not words: a zero's exponent counts only as what lies around the loop's numbers, and
+// 2^30 is 2^29 with an exponent of one more.
 bool Same(SoftFloat a, SoftFloat b) {
+    for (SoftFloat* each : {&a, &b})
+        if (each->m == 0x40000000 || each->m == -0x40000000) *each = {each->m / 2, each->e + 1};
     return a.m == b.m && (a.m == 0 || a.e == b.e);
 }
 
@@ -29,21 +32,23 @@ public:
     SoftFloat Next(int32_t centre) {
         const uint32_t bits = Bits();
         const uint32_t masks[] = {0x3f, 0xff, 0xfffff, 0x3fffffff};
+        const uint32_t fraction = Bits() & 0x1fffffffU & ~masks[bits % 4];
+        // Both ends: 2^30 is a number too.
         const auto m =
-            static_cast<int32_t>(0x20000000 + (Bits() & 0x20000000U & ~masks[bits % 4])) +
-            static_cast<int32_t>(Bits() & 0x1fffffffU & ~masks[bits / 4 % 2]);
-        const bool zero = bits / 8 % 16 == 0;
-        const auto spread = static_cast<int32_t>(bits / 128 % 8 == 0 ? Bits() % 64 : Bits() % 6);
+            static_cast<int32_t>(bits / 4 % 32 == 0 ? 0x40000000 : 0x20000000 + fraction);
+        const bool zero = bits / 1024 % 16 == 0;
+        const auto spread = static_cast<int32_t>(bits / 16384 % 8 == 0 ? Bits() % 64 : Bits() % 6);
         if (zero) return {0, static_cast<int32_t>(Bits() % 500) - 250};
         const int32_t rounded = m & ~63;
         return {bits >> 31U != 0 ? -rounded : rounded, centre + spread};
     }
     SoftFactor Factor() {
         const SoftFloat a = Next(0);
-        return {a.m == 0x40000000 ? INT32_MIN : 2 * a.m, a.m == 0 ? 0 : a.e % 8 - 4};
+        const bool power = a.m == 0x40000000 || a.m == -0x40000000;  // too large for a factor
+        return {power ? a.m : 2 * a.m, a.m == 0 ? 0 : a.e % 8 - 4};
     }
     Complex<SoftFloat> NextComplex(int32_t centre) { return {Next(centre), Next(centre)}; }
-    Complex<SoftFactor> ComplexFactor() { return {Factor(), Factor()}; }
+    SoftTurn ComplexFactor() { return {Factor(), Factor()}; }
     uint32_t Bits() { return static_cast<uint32_t>(random()); }
 
 private:
@@ -107,7 +112,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
     for (int n = 0; n < 6000; ++n) {
         const size_t span = n % 4 == 0 ? 1 : 4, groups = 1 + numbers.Bits() % 3;
         const int32_t centre = Centre(numbers, n);
-        std::vector<Twiddles<SoftFactor>> w;
+        std::vector<SoftTwiddles> w;
         for (size_t g = 0; g < groups; ++g)
             w.push_back(
                 {numbers.ComplexFactor(), numbers.ComplexFactor(), numbers.ComplexFactor()});
@@ -161,7 +166,7 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
         const int32_t centre = Centre(numbers, n);
         const uint16_t reversed[] = {0, 4, 2, 6, 1, 5, 3, 7};
         std::vector<Complex<SoftFloat>> spectrum;
-        std::vector<Complex<SoftFactor>> kernel, w;
+        std::vector<SoftTurn> kernel, w;
         for (size_t k = 0; k < half; ++k) {
             spectrum.push_back(numbers.NextComplex(centre));
             if (!softfloat::Settles(spectrum[k].re, spectrum[k].im)) spectrum[k] = {};

@@ -3,11 +3,20 @@
 @ In all routines of this file r0 and r1 are the places of a butterfly's A and B, or of its C and D;
 @ r12 is the way from A to C, and from B to D, in bytes.
 
-@ pair sm, se, dm, de: sum and difference of r4, r5 and r6, r7. dm is not r4 or r9, de is not r5.
-@ Changes r4 to r9. "Sum and difference".
-.macro pair sm, se, dm, de
-    align   r4, r5, r6, r7, .LfarPair
+@ pair sm, se, dm, de: sum and difference of r4, r5 and r6, r7; `backward`: the difference the other
+@ way round; carried and lowers as align has them. dm is not r4 or r9, de is not r5. Changes r4 to
+@ r9. "Sum and difference".
+.macro pair sm, se, dm, de, carried=0, lowers=0, backward=0
+    .if \lowers
+    align   r4, r5, r6, r7, .LfarSecond, lowers=1
+    .else
+    align   r4, r5, r6, r7, .LfarPair, carried=\carried
+    .endif
+    .if \backward
+    sub     \dm, r9, r4, asr #3
+    .else
     rsb     \dm, r9, r4, asr #3
+    .endif
     add     \sm, r9, r4, asr #3
     normround \dm, \de, r5
     normround \sm, \se, r5
@@ -30,25 +39,25 @@
     add     r1, r1, r12
     ldrd    r4, r5, [r0, #8]
     ldrd    r6, r7, [r1, #8]
-    pair    r2, r3, r6, r7
+    pair    r2, r3, r6, r7, lowers=1
     strd    r2, r3, [r0, #8]        @ x2.im
     strd    r6, r7, [r1, #8]        @ x3.im
     ldrd    r4, r5, [r0]
     ldrd    r6, r7, [r1]
-    pair    r6, r7, r10, r11        @ x2.re
+    pair    r6, r7, r10, r11, lowers=1 @ x2.re
     strd    r10, r11, [r1]          @ x3.re
 .endm
 
 @ evenhalf: from x0 and x2, y0 to its place and y2 to r10, r11 and r6, r7. r0 and r1 go on by 8.
 .macro evenhalf
     ldrd    r4, r5, [r0, -r12]
-    pair    r2, r3, r10, r11
+    pair    r2, r3, r10, r11, carried=1
     strd    r2, r3, [r0, -r12]      @ y0.re
     add     r0, r0, #8
     add     r1, r1, #8
     ldrd    r4, r5, [r0, -r12]
     ldrd    r6, r7, [r0]
-    pair    r2, r3, r6, r7
+    pair    r2, r3, r6, r7, carried=1
     strd    r2, r3, [r0, -r12]      @ y0.im
 .endm
 
@@ -56,12 +65,12 @@
 .macro oddhalf
     ldrd    r4, r5, [r1, -r12]
     ldrd    r6, r7, [r1, #-8]
-    pair    r2, r3, r10, r11        @ x1.im, x3.re
+    pair    r2, r3, r10, r11, carried=1 @ x1.im, x3.re
     sub     r1, r1, #8
     ldrd    r4, r5, [r1, -r12]
     ldrd    r6, r7, [r1, #8]
     strd    r10, r11, [r1, #8]      @ y3.im
-    pair    r4, r5, r10, r11        @ x1.re, x3.im
+    pair    r4, r5, r10, r11, carried=1 @ x1.re, x3.im
     strd    r4, r5, [r1]            @ y3.re
 .endm
 
@@ -88,10 +97,10 @@
     ldrd    r8, r9, [sp, #\place + 8]
     product r10, r11, r10, r11
     product r6, r7, r6, r7
-    align   r4, r5, r6, r7, .LfarPair
+    align   r4, r5, r6, r7, .LfarPair, carried=1
     rsb     r4, r9, r4, asr #3
     normround r4, r5, r5
-    align   r2, r3, r10, r11, .LfarTurn
+    align   r2, r3, r10, r11, .LfarTurn, carried=1
     add     r2, r9, r2, asr #3
     normround r2, r3, r3
 .endm
@@ -142,24 +151,25 @@ routine SoftEighthGroup
 .LeighthNext:
     halfbutterfly
     ldrd    r4, r5, [r0, -r12]
-    pair    r2, r3, r10, r11        @ x0.re, x2.re
+    pair    r2, r3, r10, r11, carried=1 @ x0.re, x2.re
     strd    r2, r3, [r0, -r12]      @ y0.re
     add     r0, r0, #8
     add     r1, r1, #8
-    ldrd    r4, r5, [r0]
-    ldrd    r6, r7, [r0, -r12]
+    ldrd    r4, r5, [r0, -r12]
+    ldrd    r6, r7, [r0]
     strd    r10, r11, [r0]          @ y2.im
-    pair    r2, r3, r6, r7          @ x2.im, x0.im
+    pair    r2, r3, r6, r7, carried=1, backward=1 @ x2.im, x0.im
     strd    r2, r3, [r0, -r12]      @ y0.im
     strd    r6, r7, [r0, #-8]       @ y2.re
 
-    ldrd    r4, r5, [r1, #-8]
-    ldrd    r6, r7, [r1, -r12]
-    pair    r2, r3, r10, r11        @ x3.re, x1.im: y1 im, y3 re before their turn
+    ldrd    r4, r5, [r1, -r12]
+    ldrd    r6, r7, [r1, #-8]
+    @ x3.re, x1.im: y1 im, y3 re before their turn
+    pair    r2, r3, r10, r11, carried=1, backward=1
     sub     r1, r1, #8
     ldrd    r4, r5, [r1, -r12]
     ldrd    r6, r7, [r1, #8]
-    pair    r6, r7, r8, r9          @ x1.re, x3.im: y3 im, y1 re
+    pair    r6, r7, r8, r9, carried=1 @ x1.re, x3.im: y3 im, y1 re
     add     r1, r1, #8
     strd    r6, r7, [r1]
     mov     r4, r8
@@ -187,7 +197,7 @@ routine SoftEighthGroup
     settle  r6, r7, r2, r3, .LeighthEnd
 endroutine SoftEighthGroup
 
-@ bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
+@ bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
 @                         size_t groups)
 @ The loops of TwiddledGroupsText (butterfly_groups.h). docs/soft-float.md, "A butterfly".
 @   in    r0 a, r1 span, r2 w, r3 groups, at least 1
@@ -308,5 +318,6 @@ endroutine SoftLastInverseStage
 
 routine SoftButterflyFar
     farout  .LfarPair, r4, r5, r6, r7
+    farout  .LfarSecond, r4, r5, r6, r7, leads=0
     farout  .LfarTurn, r2, r3, r10, r11
 endroutine SoftButterflyFar

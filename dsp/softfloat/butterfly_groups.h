@@ -1,5 +1,6 @@
 // The transform's groups of radix-4 butterflies, in place: a group is `span` butterflies side by
-// side, whose numbers lie `span` apart.
+// side, whose numbers lie `span` apart. Results' exponents are kAligned less than those of the
+// values, in every group alike ("Exponents that carry the alignment").
 //
 // The texts are the definition. Where there is a routine by hand, the functions call it.
 #pragma once
@@ -11,7 +12,7 @@
 #include "dsp/softfloat/number.h"
 
 // y by w; false if a product might be subnormal.
-[[gnu::always_inline]] inline bool Turned(const Complex<SoftFactor>& w, Complex<SoftFloat>& y) {
+[[gnu::always_inline]] inline bool Turned(const SoftTurn& w, Complex<SoftFloat>& y) {
     if (!softfloat::Settles(y.re, y.im)) return false;
     y = Twiddle(w, y);
     return true;
@@ -43,7 +44,7 @@ inline bool EighthGroupText(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
 }
 
 // `groups` groups, at least one, one after the other, with the factors w[0], w[1], ...
-inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
+inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
                                size_t groups) {
     for (; groups != 0; --groups, ++w, a += 3 * span) {
         for (const Complex<SoftFloat>* const end = a + span; a != end; ++a) {
@@ -83,15 +84,15 @@ extern "C" void SoftLastInverseStage(const Complex<SoftFloat>* a, size_t span, f
                                      float* im);
 extern "C" void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span);
 extern "C" bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e);
-extern "C" bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span,
-                                   const Twiddles<SoftFactor>* w, size_t groups);
+extern "C" bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
+                                   size_t groups);
 inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
     SoftUntwiddledGroup(a, span);
 }
 inline bool EighthGroup(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
     return SoftEighthGroup(a, span, u.m, u.e);
 }
-inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
+inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
                            size_t groups) {
     return SoftTwiddledGroups(a, span, w, groups);
 }
@@ -108,7 +109,7 @@ inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
 inline bool EighthGroup(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
     return EighthGroupText(a, span, u);
 }
-inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
+inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
                            size_t groups) {
     return TwiddledGroupsText(a, span, w, groups);
 }

@@ -4,14 +4,14 @@
 @ r10, r11 those of im. Out: re in r4, r5, im in r2, r3. re is the difference and im the sum, or
 @ with `back` the other way round.
 .macro turned back=0
-    align   r4, r5, r6, r7, .LfarProductRe
+    align   r4, r5, r6, r7, .LfarProductRe, carried=1
     .if \back
     add     r4, r9, r4, asr #3
     .else
     rsb     r4, r9, r4, asr #3
     .endif
     normround r4, r5, r5
-    align   r2, r3, r10, r11, .LfarProductIm
+    align   r2, r3, r10, r11, .LfarProductIm, carried=1
     .if \back
     rsb     r2, r9, r2, asr #3
     .else
@@ -47,8 +47,8 @@
     strd    r2, r3, [r9, #8]
 .endm
 
-@ bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const Complex<SoftFactor>* kernel,
-@                          const Complex<SoftFactor>* w, const uint16_t* reversed,
+@ bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
+@                          const SoftTurn* w, const uint16_t* reversed,
 @                          Complex<SoftFloat>* out, size_t half)
 @ The loop of SpectrumProductText (spectrum_product.h). docs/soft-float.md, "The real spectrum".
 @   in    r0 spectrum, r1 kernel, r2 w, r3 reversed; stack: out, half
@@ -151,7 +151,7 @@ endroutine SoftSpectrumProduct
     strd    r2, r3, [\at, #8]
 .endm
 
-@ bool SoftRealStep(Complex<SoftFloat>* a, const Complex<SoftFactor>* w, size_t half)
+@ bool SoftRealStep(Complex<SoftFloat>* a, const SoftTurn* w, size_t half)
 @ The loop of RealStepText (spectrum_product.h). docs/soft-float.md, "The real spectrum".
 @   in    r0 a, r1 w, r2 half, at least 2
 @   uses  r0 value k, r12 value half - k
