@@ -117,9 +117,7 @@ void Biquad<Sample, Real>::SetHighPassParameter(int rampLength, float frequency,
 template <typename Sample, typename Real>
 Sample Biquad<Sample, Real>::ProcessSample(Sample sample) {
     const Real x = sample;
-    const auto& [b0, b1, b2, fb1, fb2] = coefficients;
-    const auto& [x1, x2, y1, y2] = history;
-    const Real y = b0 * x + b1 * x1 + b2 * x2 + fb1 * y1 + fb2 * y2;
+    const Real y = BiquadOutput(coefficients, history, x);
     history.Push(x, y);
     if (rampRemaining != 0) {
         --rampRemaining;

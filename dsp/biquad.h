@@ -47,6 +47,12 @@ public:
     // In place, `count` samples of the channel.
     void Process(Sample* samples, uint32_t count);
 
+    // Process as a run of runs.h, for a filter that never had a ramp, and its end.
+    ORVANE_LOCAL BiquadRun<Real> Begin(Real* samples) const {
+        return {samples, coefficients, history};
+    }
+    ORVANE_LOCAL void Finish(const BiquadRun<Real>& run) { history = run.history; }
+
 private:
     friend class UnpackedBiquad;  // takes coefficients and history, hands the history back
 

@@ -1,6 +1,7 @@
 // What a second-order recursive filter section in direct form I consists of, coefficients apart
 // from history.
 #pragma once
+#include <cstddef>
 
 //   y[n] = b0 x[n] + b1 x[n-1] + b2 x[n-2] + fb1 y[n-1] + fb2 y[n-2]
 template <typename Number>
@@ -30,4 +31,23 @@ struct BiquadHistory {
         y2 = y1;
         y1 = y;
     }
+};
+
+template <typename Number>
+[[gnu::always_inline]] inline Number BiquadOutput(const BiquadCoefficients<Number>& c,
+                                                  const BiquadHistory<Number>& h, Number x) {
+    return c.b0 * x + c.b1 * h.x1 + c.b2 * h.x2 + c.fb1 * h.y1 + c.fb2 * h.y2;
+}
+
+// In place, with coefficients that stay. A run of runs.h.
+template <typename Number>
+struct BiquadRun {
+    [[gnu::always_inline]] void Step(size_t i) {
+        const Number x = samples[i];
+        samples[i] = BiquadOutput(coefficients, history, x);
+        history.Push(x, samples[i]);
+    }
+    Number* samples;
+    BiquadCoefficients<Number> coefficients;
+    BiquadHistory<Number> history;
 };

@@ -19,25 +19,16 @@ constexpr int32_t MulQ24(int32_t a, int32_t b) {
 // gains[i], not negative, becomes MulQ24(samples[i] * 2^kShift, gains[i]). Vectors have no product
 // with a sign: taken as unsigned a negative sample is 2^32 too large, its product 2^32 gain, which
 // makes 2^8 gain of the result.
-// Lanes: neighbours, eight at a time in a loop of fixed length, which compilers turn into vectors.
+// Lanes: neighbours; compilers make the vectors, since the arrays don't overlap.
 template <int kShift, typename Sample>
-void MulQ24Run(int32_t* gains, const Sample* samples, size_t count) {
-    const auto multiply = [](int32_t* gain, Sample sample) {
-        const int32_t enlarged = sample * (1 << kShift);
-        const uint32_t x = static_cast<uint32_t>(enlarged), g = static_cast<uint32_t>(*gain);
+void MulQ24Run(int32_t* __restrict gains, const Sample* __restrict samples, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        const int32_t enlarged = samples[i] * (1 << kShift);
+        const uint32_t x = static_cast<uint32_t>(enlarged), g = static_cast<uint32_t>(gains[i]);
         const uint32_t excess = static_cast<uint32_t>(enlarged >> 31) & (g << (32 - kQ24Bits));
         const uint64_t product = static_cast<uint64_t>(x) * g;
-        *gain = static_cast<int32_t>(static_cast<uint32_t>(product >> kQ24Bits) - excess);
-    };
-    constexpr size_t kBlock = 8;
-    size_t i = 0;
-    for (; count - i >= kBlock; i += kBlock) {
-        int32_t block[kBlock];  // nothing else reaches it
-        std::copy_n(gains + i, kBlock, block);
-        for (size_t lane = 0; lane < kBlock; ++lane) multiply(block + lane, samples[i + lane]);
-        std::copy_n(block, kBlock, gains + i);
+        gains[i] = static_cast<int32_t>(static_cast<uint32_t>(product >> kQ24Bits) - excess);
     }
-    for (; i < count; ++i) multiply(gains + i, samples[i]);
 }
 
 // a + b modulo 2^32.

@@ -70,6 +70,21 @@ template <typename V, typename T>
     }
 }
 
+// Two floats from `first`, two from `second`, and back. As doubles, which compilers load and store
+// straight into halves.
+using FourFloats = VectorOf<float, 4>::Type;
+using TwoFloats [[gnu::may_alias, gnu::aligned(alignof(float))]] = double;
+[[gnu::always_inline]] inline FourFloats LoadTwos(const float* first, const float* second) {
+    const VectorOf<double, 2>::Type twos = {*reinterpret_cast<const TwoFloats*>(first),
+                                            *reinterpret_cast<const TwoFloats*>(second)};
+    return std::bit_cast<FourFloats>(twos);
+}
+[[gnu::always_inline]] inline void StoreTwos(float* first, float* second, FourFloats v) {
+    const auto twos = std::bit_cast<VectorOf<double, 2>::Type>(v);
+    *reinterpret_cast<TwoFloats*>(first) = twos[0];
+    *reinterpret_cast<TwoFloats*>(second) = twos[1];
+}
+
 // x in every lane.
 template <typename V = Lanes, typename T>
 [[gnu::always_inline]] inline V Broadcast(T x) {

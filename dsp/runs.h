@@ -16,6 +16,16 @@ ORVANE_LANE_INLINE void RunAlone(Run& run, size_t count) {
     run = local;
 }
 
+// Two of a kind that take the same frames, as one.
+template <typename Run>
+struct BothRuns {
+    [[gnu::always_inline]] void Step(size_t i) {
+        first.Step(i);
+        second.Step(i);
+    }
+    Run first, second;
+};
+
 // Each over its own number of frames.
 template <typename First, typename Second>
 ORVANE_LANE_INLINE void RunTogether(First& first, size_t firstCount, Second& second,
@@ -38,3 +48,22 @@ ORVANE_LANE_INLINE void RunTogether(First& first, size_t firstCount, Second& sec
     first = localFirst;
     second = localSecond;
 }
+
+// How a processor that is given one of these runs its recurrence, or says that it has none to run.
+struct Alone {
+    void operator()() const {}
+    template <typename Run>
+    [[gnu::always_inline]] void operator()(Run& run, size_t count) const {
+        RunAlone(run, count);
+    }
+};
+template <typename Other>
+struct Beside {
+    void operator()() const { RunAlone(other, otherCount); }
+    template <typename Run>
+    [[gnu::always_inline]] void operator()(Run& run, size_t count) const {
+        RunTogether(run, count, other, otherCount);
+    }
+    Other& other;
+    size_t otherCount;
+};

@@ -1,6 +1,7 @@
 #include "effects/fir_equalizer.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -27,7 +28,7 @@ constexpr size_t kSums = 9;
 // can hold a float.
 template <typename Act>
 ORVANE_LANE_INLINE void ForEachSum(Act act) {
-    if constexpr (kSoftFloat) {
+    if constexpr (kSoftFloat && kLanes == 1) {
         for (size_t k = 0; k < kSums; ++k) act(k);
     } else {
         [act]<size_t... k>(std::index_sequence<k...>) {
@@ -41,17 +42,46 @@ ORVANE_LANE_INLINE void ForEachSum(Act act) {
 // D ahead of the centre, is stored, and gives up the one D behind.
 template <typename Real, typename V, size_t kInterleaved, size_t kRow>
 struct SumRun {
+    // Two sums of two channels share a vector, so that all stay in registers.
+    static constexpr size_t kPairs = kWidth<V, Real> == 2 && std::is_same_v<Real, float> ? 4 : 0;
+
+    // From and to the sums of channel `first` on.
+    SumRun(const Real* centres, Real* rowsOut, const Real (&kept)[kSums][kMaxChannels],
+           size_t first)
+        : centre(centres + first), rows(rowsOut + first) {
+        if constexpr (kPairs != 0)
+            for (size_t k = 0; k < kPairs; ++k) pairs[k] = LoadTwos(kept[2 * k], kept[2 * k + 1]);
+        for (size_t k = 2 * kPairs; k < kSums; ++k) sums[k] = Load<V>(kept[k] + first);
+    }
+    void Keep(Real (&kept)[kSums][kMaxChannels], size_t first) const {
+        if constexpr (kPairs != 0)
+            for (size_t k = 0; k < kPairs; ++k) StoreTwos(kept[2 * k], kept[2 * k + 1], pairs[k]);
+        for (size_t k = 2 * kPairs; k < kSums; ++k) Store(kept[k] + first, sums[k]);
+    }
     ORVANE_LANE_INLINE void Step(size_t i) {
-        ForEachSum([this, i](auto k) {
+        const Real* const at = centre + i * kInterleaved;
+        Real* const to = rows + i * kInterleaved;
+        ForEachSum([this, at, to](auto k) {
             const size_t distance = HalfWidth(k) * kInterleaved;
-            sums[k] += Load<V>(centre + i * kInterleaved + distance);
-            Store(rows + k * kRow + i * kInterleaved, sums[k]);
-            sums[k] -= Load<V>(centre + i * kInterleaved - distance);
+            if constexpr (kPairs != 0) {
+                if constexpr (k < 2 * kPairs) {
+                    if constexpr (k % 2 != 0) return;
+                    FourFloats& both = pairs[k / 2];
+                    both += LoadTwos(at + distance, at + 2 * distance);
+                    StoreTwos(to + k * kRow, to + (k + 1) * kRow, both);
+                    both -= LoadTwos(at - distance, at - 2 * distance);
+                    return;
+                }
+            }
+            sums[k] += Load<V>(at + distance);
+            Store(to + k * kRow, sums[k]);
+            sums[k] -= Load<V>(at - distance);
         });
     }
     const Real* centre;
     Real* rows;
     V sums[kSums];
+    std::array<FourFloats, kPairs> pairs;
 };
 
 // Outputs for as many neighbouring centres as V has lanes, from the rows of sums.
@@ -89,10 +119,9 @@ void ProcessChunk(State& s, float* samples, uint32_t frames) {
     Real rows[kSums * kRow];
     using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
     for (size_t c = 0; c < kInterleaved; c += kWidth<Together, Real>) {
-        SumRun<Real, Together, kInterleaved, kRow> run = {centre + c, rows + c, {}};
-        for (size_t k = 0; k < kSums; ++k) run.sums[k] = Load<Together>(s.runningSums[k] + c);
+        SumRun<Real, Together, kInterleaved, kRow> run(centre, rows, s.runningSums, c);
         RunAlone(run, frames);
-        for (size_t k = 0; k < kSums; ++k) Store(s.runningSums[k] + c, run.sums[k]);
+        run.Keep(s.runningSums, c);
     }
 
     using V = typename WidestVector<Real>::Type;

@@ -51,6 +51,11 @@ struct FloatLimiting {
         else
             return a > b;
     }
+    // b if a isn't a number.
+    template <typename V>
+    [[gnu::always_inline]] static V Larger(V a, V b) {
+        return Greater(a, b) ? a : b;
+    }
     // |x| > gate, lane by lane.
     template <typename V>
     [[gnu::always_inline]] static auto Above(V x, V gate) {
@@ -103,6 +108,7 @@ struct Q24Limiting {
     static int32_t Gate(float gate) { return gate >= 0 ? ToQ24(static_cast<double>(gate)) : 0; }
     static int32_t Magnitude(int32_t x) { return ::Magnitude(x); }
     static bool Greater(int32_t a, int32_t b) { return a > b; }
+    static int32_t Larger(int32_t a, int32_t b) { return a > b ? a : b; }
     // |x| > gate, and with the largest gate also of the most negative x, whose magnitude equals it.
     template <typename V>
     [[gnu::always_inline]] static auto Above(V x, V gate) {

@@ -1,16 +1,11 @@
-#include "effects/limiter_core.h"
+#include "effects/limiter_runs.h"
 
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <type_traits>
 
-#include "dsp/runs.h"
-
-namespace {
-
-template <typename Arithmetic, typename Sample>
-bool AnyAbove(Sample gate, const Sample* samples, size_t count) {
+template <typename Arithmetic, uint32_t kChannels>
+bool LimiterCore<Arithmetic, kChannels>::AnyAbove(const Sample* samples, size_t count) const {
     using V = typename VectorOf<Sample, kLanes>::Type;
     const V gates = Broadcast<V>(gate);
     auto above = Arithmetic::Above(V{}, gates);
@@ -21,70 +16,6 @@ bool AnyAbove(Sample gate, const Sample* samples, size_t count) {
     for (; i < count; ++i) any = any | Arithmetic::Above(samples[i], gate);
     return any;
 }
-
-template <typename Arithmetic, typename V>
-[[gnu::always_inline]] inline V Larger(V a, V b) {
-    return Arithmetic::Greater(a, b) ? a : b;  // b if a isn't a number
-}
-
-}  // namespace
-
-// Frame by frame, for as many channels as V has lanes, from `first` on: the window's peak, its
-// target, the gain.
-template <typename Arithmetic, uint32_t kChannels>
-template <typename V>
-struct LimiterCore<Arithmetic, kChannels>::GainRun {
-    using Ages = typename VectorOf<int32_t, kWidth<V, Sample>>::Type;
-
-    GainRun(const LimiterCore& core, size_t first, const Sample* samples, Sample* gainsOut)
-        : in(samples + first),
-          tails(core.tails + (core.InLap() + 1) * kChannels + first),
-          gains(gainsOut + first),
-          gate(Broadcast<V>(core.gate)),
-          running(Load<V>(core.state.running + first)),
-          recurrence{Load<V>(core.state.smoothed + first), Load<V>(core.state.gain + first)},
-          age(Load<Ages>(core.state.age + first)) {}
-
-    [[gnu::always_inline]] void Step(size_t i) {
-        running = Larger<Arithmetic>(Arithmetic::Magnitude(Load<V>(in + i * kChannels)), running);
-        const V peak = Larger<Arithmetic>(running, Load<V>(tails + i * kChannels));
-        const auto limiting = Arithmetic::Greater(peak, gate);
-        age = limiting ? age + 1 : Ages{};
-        const V unity = Broadcast<V>(Arithmetic::kUnity);
-        // A vector divides in every lane: where nothing exceeds the gate not by what may be 0.
-        if constexpr (!std::is_same_v<V, Sample>)
-            Follow(i, limiting ? quotient(gate, limiting ? peak : unity) : unity);
-        else
-            Follow(i, limiting ? quotient(gate, peak) : unity);
-    }
-    [[gnu::always_inline]] void Follow(size_t i, V target) {
-        Store(gains + i * kChannels, recurrence.Step(target));
-    }
-    void Keep(State& kept, size_t first) const {
-        Store(kept.running + first, running);
-        Store(kept.smoothed + first, recurrence.Smoothed());
-        Store(kept.gain + first, recurrence.Gain());
-        Store(kept.age + first, age);
-    }
-
-    const Sample* in;
-    const Sample* tails;
-    Sample* gains;
-    V gate, running;
-    Recurrence<Arithmetic, V> recurrence;
-    Ages age;
-    typename Arithmetic::template Quotient<V> quotient;
-};
-
-// The same while nothing in the window exceeds the gate.
-template <typename Arithmetic, uint32_t kChannels>
-template <typename V>
-struct LimiterCore<Arithmetic, kChannels>::RestRun : GainRun<V> {
-    using GainRun<V>::GainRun;
-    [[gnu::always_inline]] void Step(size_t i) {
-        this->Follow(i, Broadcast<V>(Arithmetic::kUnity));
-    }
-};
 
 template <typename Arithmetic, uint32_t kChannels>
 LimiterCore<Arithmetic, kChannels>::LimiterCore() {
@@ -109,19 +40,9 @@ void LimiterCore<Arithmetic, kChannels>::Reset() {
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::Process(Sample* samples, uint32_t frames) {
     while (frames > 0) {
-        const uint32_t count = std::min(frames, kLap - InLap());
-        const size_t size = size_t{count} * kChannels;
-        const State before = state;
-        Sample output[kLap * kChannels];
-        MakeGains(samples, count, output);
-        if (Multiply(count, output)) {
-            Advance(samples, count);
-            std::memcpy(samples, output, size * sizeof(Sample));
-        } else {
-            state = before;
-            for (size_t i = 0; i < size; i += kChannels) ProcessFrame(samples + i);
-        }
-        samples += size;
+        const uint32_t count = std::min(frames, Room());
+        ProcessChunk(samples, count, Alone());
+        samples += size_t{count} * kChannels;
         frames -= count;
     }
 }
@@ -129,7 +50,7 @@ void LimiterCore<Arithmetic, kChannels>::Process(Sample* samples, uint32_t frame
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::ProcessFrame(Sample* frame) {
     Sample gains[kChannels], output[kChannels];
-    MakeGains(frame, 1, gains);
+    MakeGains(frame, 1, gains, Alone());
     const Sample* const delayed = Delayed();
     for (uint32_t c = 0; c < kChannels; ++c) {
         output[c] = Arithmetic::Apply(delayed[c], gains[c]);
@@ -160,40 +81,6 @@ bool LimiterCore<Arithmetic, kChannels>::AtRest() const {
     return true;
 }
 
-// The gains of `count` frames that don't leave the lap; moves the state on.
-template <typename Arithmetic, uint32_t kChannels>
-void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32_t count,
-                                                   Sample* gains) {
-    if (Limiting()) {
-        if (InLap() == 0) OpenLap();
-        RunGains<GainRun>(samples, count, gains);
-    } else if (AnyAbove<Arithmetic>(gate, samples, size_t{count} * kChannels)) {
-        ForgetWindow();
-        RunGains<GainRun>(samples, count, gains);
-    } else if (AtRest()) {
-        for (uint32_t i = 0; i < count; ++i)
-            std::memcpy(gains + i * kChannels, state.gain, sizeof state.gain);
-    } else {
-        RunGains<RestRun>(samples, count, gains);
-    }
-}
-
-template <typename Arithmetic, uint32_t kChannels>
-template <template <typename> typename Run>
-void LimiterCore<Arithmetic, kChannels>::RunGains(const Sample* samples, uint32_t count,
-                                                  Sample* gains) {
-    if constexpr (kChannels == 1 || Arithmetic::kTakesVectors) {
-        Run<typename VectorOf<Sample, kChannels>::Type> all(*this, 0, samples, gains);
-        RunAlone(all, count);
-        all.Keep(state, 0);
-    } else {
-        Run<Sample> left(*this, 0, samples, gains), right(*this, 1, samples, gains);
-        RunTogether(left, count, right, count);
-        left.Keep(state, 0);
-        right.Keep(state, 1);
-    }
-}
-
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::ForgetWindow() {
     std::fill(std::begin(state.running), std::end(state.running), Sample(0));
@@ -213,12 +100,41 @@ void LimiterCore<Arithmetic, kChannels>::OpenLap() {
         state.running[c] = 0;
         Sample tail = 0;
         for (uint32_t other = 1; other < kLaps; ++other)
-            tail = Larger<Arithmetic>(laps[(present + other) % kLaps][c], tail);
+            tail = Arithmetic::Larger(laps[(present + other) % kLaps][c], tail);
         tails[kLap * kChannels + c] = tail;
     }
-    const Sample* const lap = ring + size_t{next} * kChannels;
-    for (size_t i = size_t{kLap} * kChannels; i-- > 0;)
-        tails[i] = Larger<Arithmetic>(Arithmetic::Magnitude(lap[i]), tails[i + kChannels]);
+    if constexpr (kLanes == 1) {
+        const Sample* const lap = ring + size_t{next} * kChannels;
+        for (size_t i = size_t{kLap} * kChannels; i-- > 0;)
+            tails[i] = Arithmetic::Larger(Arithmetic::Magnitude(lap[i]), tails[i + kChannels]);
+    } else {
+        using V = typename VectorOf<Sample, Arithmetic::kTakesVectors ? kChannels : 1>::Type;
+        for (size_t c = 0; c < kChannels; c += kWidth<V, Sample>) MakeTails<V>(c);
+    }
+}
+
+// For as many channels as V has lanes, from `first` on. Four frames at a time, first
+// among themselves, so that one step of four waits for what lies behind.
+template <typename Arithmetic, uint32_t kChannels>
+template <typename V>
+void LimiterCore<Arithmetic, kChannels>::MakeTails(size_t first) {
+    constexpr size_t kStep = 4;
+    const Sample* const lap = ring + size_t{next} * kChannels + first;
+    Sample* const to = tails + first;
+    V tail = Load<V>(to + kLap * kChannels);
+    for (size_t i = kLap; i > 0;) {
+        V largest = {}, own[kStep];
+        for (size_t k = kStep; k-- > 0;) {
+            --i;
+            largest =
+                Arithmetic::Larger(Arithmetic::Magnitude(Load<V>(lap + i * kChannels)), largest);
+            own[k] = largest;
+        }
+        for (size_t k = 1; k < kStep; ++k)
+            Store(to + (i + k) * kChannels, Arithmetic::Larger(own[k], tail));
+        tail = Arithmetic::Larger(largest, tail);
+        Store(to + i * kChannels, tail);
+    }
 }
 
 // From the frames that count.
@@ -230,7 +146,7 @@ void LimiterCore<Arithmetic, kChannels>::MakeWindow() {
             for (uint32_t slot = begin; slot < end; ++slot) {
                 const uint32_t age = (next + kWindow - 1 - slot) % kWindow;
                 if (age < static_cast<uint32_t>(state.age[c]))
-                    sofar = Larger<Arithmetic>(Arithmetic::Magnitude(ring[slot * kChannels + c]),
+                    sofar = Arithmetic::Larger(Arithmetic::Magnitude(ring[slot * kChannels + c]),
                                                sofar);
             }
             return sofar;
@@ -239,7 +155,7 @@ void LimiterCore<Arithmetic, kChannels>::MakeWindow() {
         for (uint32_t other = 1; other < kLaps; ++other) {
             const uint32_t lap = (present + other) % kLaps;
             laps[lap][c] = largest(lap * kLap, (lap + 1) * kLap, 0);
-            tail = Larger<Arithmetic>(laps[lap][c], tail);
+            tail = Arithmetic::Larger(laps[lap][c], tail);
         }
         const uint32_t begin = present * kLap;
         state.running[c] = largest(begin, next, 0);
@@ -263,7 +179,7 @@ template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::Multiply(uint32_t count, Sample* gains) {
     const size_t size = size_t{count} * kChannels;
     Arithmetic::ApplyRun(Delayed(), gains, size);
-    return !AnyAbove<Arithmetic>(gate, gains, size);
+    return !AnyAbove(gains, size);
 }
 
 // `samples` take their place in the ring.

@@ -31,9 +31,16 @@ public:
     void Reset();
     // One frame in place: the definition.
     void ProcessFrame(Sample* frame);
-    // In place, interleaved. The same bits in chunks that don't leave a lap: first the gains of a
-    // chunk, then its products. If one exceeds the gate, which moves the gains, frame by frame.
+    // In place, interleaved.
     void Process(Sample* samples, uint32_t frames);
+
+    // The same bits in chunks that don't leave a lap, which Room frames do not: first the gains
+    // of a chunk, then its products. If one exceeds the gate, which moves the gains, frame by
+    // frame. Runner (runs.h) runs the gains, alone or beside another recurrence.
+    template <typename Runner>
+    void ProcessChunk(Sample* samples, uint32_t count, Runner runner);
+    // Frames that stay in a lap, `ahead` frames from now.
+    uint32_t Room(uint32_t ahead = 0) const { return kLap - (next + ahead) % kLap; }
 
 private:
     static constexpr uint32_t kWindow = 256, kLap = 64, kLaps = kWindow / kLap;
@@ -52,11 +59,15 @@ private:
     uint32_t InLap() const { return next % kLap; }
     bool Limiting() const;
     bool AtRest() const;
-    void MakeGains(const Sample* samples, uint32_t count, Sample* gains);
-    template <template <typename> typename Run>
-    void RunGains(const Sample* samples, uint32_t count, Sample* gains);
+    bool AnyAbove(const Sample* samples, size_t count) const;
+    template <typename Runner>
+    void MakeGains(const Sample* samples, uint32_t count, Sample* gains, Runner runner);
+    template <template <typename> typename Run, typename Runner>
+    void RunGains(const Sample* samples, uint32_t count, Sample* gains, Runner runner);
     void ForgetWindow();
     void OpenLap();
+    template <typename V>
+    void MakeTails(size_t first);
     void MakeWindow();
     const Sample* Delayed();
     bool Multiply(uint32_t count, Sample* gains);
@@ -110,6 +121,15 @@ public:
     void Process(Sample* samples, uint32_t frames, uint32_t channels) {
         if (channels == 1) mono.Process(samples, frames);
         if (channels == 2) stereo.Process(samples, frames);
+    }
+    // As LimiterCore has them.
+    template <typename Runner>
+    void ProcessChunk(Sample* samples, uint32_t count, uint32_t channels, Runner runner) {
+        if (channels == 1) mono.ProcessChunk(samples, count, runner);
+        if (channels == 2) stereo.ProcessChunk(samples, count, runner);
+    }
+    uint32_t Room(uint32_t ahead, uint32_t channels) const {
+        return channels == 1 ? mono.Room(ahead) : stereo.Room(ahead);
     }
 
 private:

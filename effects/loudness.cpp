@@ -23,23 +23,17 @@ struct Halves {
     int16_t high, low;
 };
 
-// The share of the inputs in eight neighbouring outputs; the frames before lie in front.
+// The share of the inputs in the outputs; the frames before lie in front. Lanes: neighbours, made
+// by compilers, since the arrays don't overlap.
 template <bool kHasB1>
-void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* samples, size_t count,
-               int32_t* sums) {
+void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* __restrict samples,
+               size_t count, int32_t* __restrict sums) {
     const Halves b0(c.b0), b1(c.b1), b2(c.b2);
-    const auto sum = [&](const int16_t* s) {
+    for (size_t i = 0; i < count; ++i) {
+        const int16_t* const s = samples + i;
         const int32_t both = WrapAdd(b0.Times(*s), b2.Times(*(s - 4)));
-        return kHasB1 ? WrapAdd(both, b1.Times(*(s - 2))) : both;
-    };
-    constexpr size_t kBlock = 8;
-    size_t i = 0;
-    for (; count - i >= kBlock; i += kBlock) {
-        int32_t block[kBlock];
-        for (size_t lane = 0; lane < kBlock; ++lane) block[lane] = sum(samples + i + lane);
-        std::copy_n(block, kBlock, sums + i);
+        sums[i] = kHasB1 ? WrapAdd(both, b1.Times(*(s - 2))) : both;
     }
-    for (; i < count; ++i) sums[i] = sum(samples + i);
 }
 
 // What outputs of one channel take from earlier ones, and their squares. In 64 bits, so that no

@@ -86,6 +86,7 @@ bool OrvaneSound<Sample, Real>::GetPrepared() const {
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::Reset() {
     loContourFilter.ClearHistory();
+    contoured = 0;
     if (!GetPrepared()) return;
     for (uint32_t c = 0; c < channels; ++c) {
         state[c].tails.Clear();
@@ -131,6 +132,8 @@ void OrvaneSound<Sample, Real>::SetProcess(float amount) {
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::SetLoContour(float level) {
     if (!std::isfinite(level)) return;
+    // What waits was processed with the present one.
+    if constexpr (kContourLast) AddContourToWaiting();
     loContour = level;
     DesignContour();
 }
@@ -152,26 +155,32 @@ bool OrvaneSound<Sample, Real>::Reserve(uint32_t frames) {
 }
 
 template <typename Sample, typename Real>
-template <typename External>
+template <bool withContour, typename External>
 uint32_t OrvaneSound<Sample, Real>::InPlace(External* samples, uint32_t n) {
     if (!enabled) return n;
     if (!Reserve(n)) return 0;
     inputBuffer->PushSamples(samples, n);
     ProcessBuffer();
+    if constexpr (withContour && kContourLast)
+        if (n <= outputBuffer->GetBufferOffset()) AddContour(n);
     return outputBuffer->PopSamples(samples, n, false);
 }
 
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::Process(int16_t* samples, uint32_t n) {
-    return InPlace(samples, n);
+    return InPlace<true>(samples, n);
 }
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::Process(float* samples, uint32_t n) {
-    return InPlace(samples, n);
+    return InPlace<true>(samples, n);
 }
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::Process(double* samples, uint32_t n) {
-    return InPlace(samples, n);
+    return InPlace<true>(samples, n);
+}
+template <typename Sample, typename Real>
+uint32_t OrvaneSound<Sample, Real>::ProcessBands(float* samples, uint32_t n) {
+    return InPlace<false>(samples, n);
 }
 
 template <typename Sample, typename Real>

@@ -14,13 +14,16 @@
 // SetChannels, Reserve, and Process beyond 2048 frames a call. Thread: no lock of its own; the
 // owner serialises all calls.
 #pragma once
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 #include "dsp/band_filters.h"
 #include "dsp/biquad.h"
 #include "dsp/owned_array.h"
 #include "dsp/planar_delay.h"
+#include "dsp/softfloat/number.h"
 #include "dsp/wave_buffer.h"
 #include "platform/export.h"
 
@@ -80,6 +83,23 @@ public:
     // Processes every whole block that waits in the input buffer; returns the frames left there.
     uint32_t ProcessBuffer();
 
+    // Process in two steps, for a chain that runs the contour beside another recurrence. First all
+    // but the contour; then the contour of the frames that came back, in order, up to kContourChunk
+    // at a time: begun, run (runs.h), added. Where floats are unpacked there is nothing left to
+    // run.
+    static constexpr bool kContourLast = !kSoftFloat && std::is_same_v<Real, float>;
+    static constexpr size_t kContourChunk = 64;  // frames
+    struct ContourChunk {
+        size_t Count() const { return count - done; }
+
+        BiquadRun<float> run;
+        size_t count, done;  // frames, and those at the front that have their contour
+        float sums[kContourChunk];
+    };
+    ORVANE_LOCAL uint32_t ProcessBands(float* samples, uint32_t n);
+    ORVANE_LOCAL void BeginContour(ContourChunk& chunk, const float* frames, size_t count);
+    ORVANE_LOCAL void FinishContour(const ContourChunk& chunk, float* frames);
+
 private:
     static constexpr uint32_t kMaxChannels = 2;
     static constexpr uint32_t kKernelLength = 255, kBlock = 770;  // taps; frames
@@ -103,7 +123,11 @@ private:
     ORVANE_LOCAL void DesignFilters();
     ORVANE_LOCAL void DesignContour();
     ORVANE_LOCAL void RunBlock();
-    template <typename External>
+    ORVANE_LOCAL void PushBands();
+    ORVANE_LOCAL void PushBandsWithContour();
+    ORVANE_LOCAL void AddContour(uint32_t n);
+    ORVANE_LOCAL void AddContourToWaiting();
+    template <bool withContour, typename External>
     ORVANE_LOCAL uint32_t InPlace(External* samples, uint32_t n);
 
     std::unique_ptr<WaveBuffer_R32> inputBuffer, outputBuffer;
@@ -111,6 +135,7 @@ private:
     Channel state[kMaxChannels];
     bool channelsSetUp = false;
     Contour loContourFilter;
+    uint32_t contoured = 0;  // frames at the front of the output that have their contour
     bool enabled = false;
     Real process = 1;
     Real loContour = 0;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "dsp/runs.h"
 #include "dsp/softfloat/contour_mix.h"
 #include "effects/orvane_sound.h"
 
@@ -80,32 +81,31 @@ void Weave(const DelayedBands<Real>& left, const DelayedBands<Real>& right, size
     });
 }
 
-// Everything into and out of the filter is rounded as the buffers hold it.
+// What goes into the contour's filter, and what comes out added to each channel; both rounded as
+// the buffers hold it.
 template <typename Real>
-void AddContourToOne(Biquad<Real, Real>& filter, Real* samples, uint32_t count) {
-    Real contour[kChunk];
-    ForLanes<Real>(count, [=, &contour]<typename V>(size_t i) {
-        Store(contour + i, Held(Load<V>(samples + i)));
-    });
-    filter.Process(contour, static_cast<uint32_t>(count));
-    ForLanes<Real>(count, [=, &contour]<typename V>(size_t i) {
-        Store(samples + i, Load<V>(samples + i) + Held(Load<V>(contour + i)));
+void SumChannels(const Real* frames, size_t channels, size_t count, Real* sums) {
+    ForLanes<Real>(count, [=]<typename V>(size_t i) {
+        V left, right;
+        if (channels == 2) {
+            LoadPairs(left, right, frames + 2 * i);
+            Store(sums + i, Held(left + right));
+        } else {
+            Store(sums + i, Held(Load<V>(frames + i)));
+        }
     });
 }
 template <typename Real>
-void AddContourToBoth(Biquad<Real, Real>& filter, Real* frames, uint32_t count) {
-    Real contour[kChunk];
-    ForLanes<Real>(count, [=, &contour]<typename V>(size_t i) {
-        V left, right;
-        LoadPairs(left, right, frames + 2 * i);
-        Store(contour + i, Held(left + right));
-    });
-    filter.Process(contour, static_cast<uint32_t>(count));
-    ForLanes<Real>(count, [=, &contour]<typename V>(size_t i) {
-        V left, right;
-        LoadPairs(left, right, frames + 2 * i);
+void AddToChannels(const Real* contour, size_t channels, size_t count, Real* frames) {
+    ForLanes<Real>(count, [=]<typename V>(size_t i) {
         const V both = Held(Load<V>(contour + i));
-        StorePairs(frames + 2 * i, left + both, right + both);
+        if (channels == 2) {
+            V left, right;
+            LoadPairs(left, right, frames + 2 * i);
+            StorePairs(frames + 2 * i, left + both, right + both);
+        } else {
+            Store(frames + i, Load<V>(frames + i) + both);
+        }
     });
 }
 
@@ -142,23 +142,10 @@ void OrvaneSound<Sample, Real>::RunBlock() {
     for (uint32_t c = 0; c < channels; ++c)
         filters.Split(state[c].tails, state[c].Block(),
                       {state[c].lowDelay.Next(), state[c].Block(), state[c].bandDelay.Next()});
-    Real frames[kChunk * kMaxChannels];
-    for (size_t at = 0; at < kPairs; at += kChunk / 2) {
-        const size_t pairs = std::min(kChunk / 2, kPairs - at);
-        const auto count = static_cast<uint32_t>(2 * pairs);
-        const DelayedBands<Real> bands[] = {BandsOf(left, at, process),
-                                            BandsOf(stereo ? right : left, at, process)};
-        if (MixUnpacked(bands, &loContourFilter, pairs, channels, frames)) {
-            // Nothing is left to do.
-        } else if (stereo) {
-            Weave(bands[0], bands[1], pairs, frames);
-            AddContourToBoth(loContourFilter, frames, count);
-        } else {
-            Weave(bands[0], pairs, frames);
-            AddContourToOne(loContourFilter, frames, count);
-        }
-        outputBuffer->PushSamples(frames, count);
-    }
+    if constexpr (kContourLast)
+        PushBands();
+    else
+        PushBandsWithContour();
     for (uint32_t c = 0; c < channels; ++c) {
         const Planar<Real> block = state[c].Block();
         std::fill(block.re + kPairs, block.re + kTransformPairs, Real(0));
@@ -168,5 +155,87 @@ void OrvaneSound<Sample, Real>::RunBlock() {
     }
 }
 
+// The sums of a block's bands to the output, which has room for them.
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::PushBands() {
+    const uint32_t held = outputBuffer->GetBufferOffset();
+    outputBuffer->SetBufferOffset(held + kBlock);
+    float* const frames = outputBuffer->GetCurrentBufferR32Ptr() + size_t{held} * channels;
+    const DelayedBands<float> left = BandsOf(state[0], 0, process);
+    if (channels == 2)
+        Weave(left, BandsOf(state[1], 0, process), kPairs, frames);
+    else
+        Weave(left, kPairs, frames);
+}
+
+// The same with the contour, a chunk at a time.
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::PushBandsWithContour() {
+    Real frames[kChunk * kMaxChannels], contour[kChunk];
+    for (size_t at = 0; at < kPairs; at += kChunk / 2) {
+        const size_t pairs = std::min(kChunk / 2, kPairs - at), count = 2 * pairs;
+        const DelayedBands<Real> bands[] = {BandsOf(state[0], at, process),
+                                            BandsOf(state[channels - 1], at, process)};
+        if (!MixUnpacked(bands, &loContourFilter, pairs, channels, frames)) {
+            if (channels == 2)
+                Weave(bands[0], bands[1], pairs, frames);
+            else
+                Weave(bands[0], pairs, frames);
+            SumChannels(frames, channels, count, contour);
+            loContourFilter.Process(contour, static_cast<uint32_t>(count));
+            AddToChannels(contour, channels, count, frames);
+        }
+        outputBuffer->PushSamples(frames, static_cast<uint32_t>(count));
+    }
+}
+
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::BeginContour(ContourChunk& chunk, const float* frames,
+                                             size_t count) {
+    chunk.count = chunk.done = count;
+    if (enabled) {
+        chunk.done = std::min<size_t>(count, contoured);
+        contoured -= static_cast<uint32_t>(chunk.done);
+    }
+    chunk.run = loContourFilter.Begin(chunk.sums);
+    SumChannels(frames + chunk.done * channels, channels, chunk.Count(), chunk.sums);
+}
+
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::FinishContour(const ContourChunk& chunk, float* frames) {
+    loContourFilter.Finish(chunk.run);
+    AddToChannels(chunk.sums, channels, chunk.Count(), frames + chunk.done * channels);
+}
+
+// To the first n frames of the output.
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::AddContour(uint32_t n) {
+    float* frames = outputBuffer->GetCurrentBufferR32Ptr();
+    for (uint32_t left = n; left > 0;) {
+        const uint32_t count = std::min<uint32_t>(left, kContourChunk);
+        ContourChunk chunk;
+        BeginContour(chunk, frames, count);
+        RunAlone(chunk.run, chunk.Count());
+        FinishContour(chunk, frames);
+        frames += size_t{count} * channels;
+        left -= count;
+    }
+}
+
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::AddContourToWaiting() {
+    if (!GetPrepared()) return;
+    const uint32_t waiting = outputBuffer->GetBufferOffset();
+    AddContour(waiting);
+    contoured = waiting;
+}
+
 template void OrvaneSound<float, float>::RunBlock();
 template void OrvaneSound<float, double>::RunBlock();
+template void OrvaneSound<float, float>::PushBands();
+template void OrvaneSound<float, float>::PushBandsWithContour();
+template void OrvaneSound<float, double>::PushBandsWithContour();
+template void OrvaneSound<float, float>::AddContour(uint32_t);
+template void OrvaneSound<float, float>::AddContourToWaiting();
+template void OrvaneSound<float, float>::BeginContour(ContourChunk&, const float*, size_t);
+template void OrvaneSound<float, float>::FinishContour(const ContourChunk&, float*);

@@ -124,6 +124,29 @@ TYPED_TEST(OrvaneSoundTest, ReturnsWholeCallsOfOneStreamWhateverTheirSizeAndType
     EXPECT_EQ(Play(doubles, input, 2, 100), input);
 }
 
+TYPED_TEST(OrvaneSoundTest, ANewContourCountsFromTheNextBlockOn) {
+    const auto input = Noise<float>(size_t{2} * 8 * 770, 0.9);
+    // A contour more after each number of frames: as many whole blocks in both.
+    const auto changed = [&](uint32_t n, std::initializer_list<size_t> ends) {
+        TypeParam enhancer(0);
+        SetUp(enhancer, kStereo);
+        std::vector<float> output;
+        auto from = input.begin();
+        float level = 0;
+        for (const size_t end : ends) {
+            const auto to = input.begin() + static_cast<ptrdiff_t>(2 * end);
+            const auto part = Play(enhancer, std::vector<float>(from, to), 2, n);
+            output.insert(output.end(), part.begin(), part.end());
+            enhancer.SetLoContour(level += 0.4F);
+            from = to;
+        }
+        output.resize(size_t{2} * 4900);
+        return output;
+    };
+    EXPECT_EQ(changed(100, {1500, 3000, 3100, 3200, 6100}),
+              changed(770, {770, 2310, 3080, 3080, 6160}));
+}
+
 TYPED_TEST(OrvaneSoundTest, IsAsNewAfterResetAndAfterChangesOfTheStream) {
     TypeParam e(0);
     SetUp(e, kStereo);

@@ -1,7 +1,12 @@
 #include "unit/chain.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
+
+#include "dsp/lanes.h"
+#include "dsp/runs.h"
+#include "effects/limiter_runs.h"
 
 namespace {
 
@@ -16,6 +21,11 @@ void ForEachDefault(Apply apply) {
         const int bands = perBand ? static_cast<int>(FIREqualizer_R32R32::kBands) : 1;
         for (int band = 0; band < bands; ++band) apply(parameter.id, value, band);
     }
+}
+
+void Amplify(float* samples, size_t count, float gain) {
+    ForLanes<float>(count,
+                    [=]<typename V>(size_t i) { Store(samples + i, Load<V>(samples + i) * gain); });
 }
 
 }  // namespace
@@ -146,18 +156,39 @@ bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
     }
     float* const samples = waveBuffer->GetCurrentBufferR32Ptr();
     equalizer->Process(samples, frames);
-    const uint32_t produced = enhancer->Process(samples, frames);
+    const uint32_t produced = Finish(samples, frames);
     waveBuffer->SetBufferOffset(produced);
-
-    const size_t sounding = static_cast<size_t>(produced) * channels;
-    const float gain = outputGain;
-    for (size_t i = 0; i < sounding; ++i) samples[i] *= gain;
-    limiter->Process(samples, produced, channels);
     waveBuffer->PopSamples(out, produced, false);
 
+    const size_t sounding = static_cast<size_t>(produced) * channels;
     if (const size_t silent = total - sounding; silent != 0) {
         std::memmove(out + silent, out, sounding * sizeof(int16_t));
         std::memset(out, 0, silent * sizeof(int16_t));
     }
     return true;
+}
+
+// Enhancer, output gain and limiter; returns the frames that came out. The contour of a chunk runs
+// beside the limiter's gains of the chunk before.
+uint32_t Chain::Finish(float* samples, uint32_t frames) {
+    if constexpr (!Enhancer::kContourLast) {
+        const uint32_t produced = enhancer->Process(samples, frames);
+        Amplify(samples, static_cast<size_t>(produced) * channels, outputGain);
+        limiter->Process(samples, produced, channels);
+        return produced;
+    }
+    const uint32_t produced = enhancer->ProcessBands(samples, frames);
+    Enhancer::ContourChunk contour;
+    float* chunk = samples;
+    for (uint32_t left = produced, count = 0, before = 0; left + before > 0; before = count) {
+        float* const next = chunk + size_t{before} * channels;
+        count = std::min(left, limiter->Room(before, channels));
+        enhancer->BeginContour(contour, next, count);
+        limiter->ProcessChunk(chunk, before, channels, Beside{contour.run, contour.Count()});
+        enhancer->FinishContour(contour, next);
+        Amplify(next, size_t{count} * channels, outputGain);
+        chunk = next;
+        left -= count;
+    }
+    return produced;
 }

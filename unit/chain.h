@@ -60,7 +60,9 @@ private:
     void HandOnSamplingRate();
     void HandOnChannels();
     bool Complete();
+    uint32_t Finish(float* samples, uint32_t frames);
 
+    using Enhancer = OrvaneSound_R32R32;
     uint32_t samplingRate;  // Hz
     uint32_t channels;
     float outputGain = 1.0F;  // linear
@@ -70,5 +72,5 @@ private:
     Stage<FrameLimiter<FloatLimiting>> limiter;
     // The variants with double arithmetic are never made here.
     Stage<FIREqualizer_R32R32, FIREqualizer_R32R64> equalizer;
-    Stage<OrvaneSound_R32R32, OrvaneSound_R32R64> enhancer;
+    Stage<Enhancer, OrvaneSound_R32R64> enhancer;
 };
