@@ -3,8 +3,8 @@
 // statically, so that the emulator knows every function's name.
 //
 // The second argument: music; noise of full scale; silence; decay, one buffer of noise and then
-// silence; least or largest, noise with every value set to that int32; commands, noise with a reset,
-// a disable, an enable and a change of mode before each buffer. The third, if there is one:
+// silence; least or largest, noise with every value set to that int32; commands, noise with a
+// reset, a disable, an enable and a change of mode before each buffer. The third, if there is one:
 // what stays on beside the output limiters, the sum of 1 playback gain, 2 equalizer, 4 enhancer.
 #include <algorithm>
 #include <cstdio>
@@ -18,11 +18,13 @@ int main(int argc, char** argv) {
     const long frames = argc >= 3 ? std::strtol(argv[1], nullptr, 10) : 0;
     const std::string load = argc >= 3 ? argv[2] : "";
     const long stages = argc == 4 ? std::strtol(argv[3], nullptr, 10) : 7;
-    const std::string loads[] = {"music", "noise", "silence", "decay", "least", "largest", "commands"};
+    const std::string loads[] = {"music", "noise",   "silence", "decay",
+                                 "least", "largest", "commands"};
     if (frames < 1 || frames > 65536 || std::count(std::begin(loads), std::end(loads), load) == 0 ||
         stages < 0 || stages > 7) {
-        std::fputs("usage: chain_load FRAMES music|noise|silence|decay|least|largest|commands [0 to 7]\n",
-                   stderr);
+        std::fputs(
+            "usage: chain_load FRAMES music|noise|silence|decay|least|largest|commands [0 to 7]\n",
+            stderr);
         return 2;
     }
     const size_t step = 2 * static_cast<size_t>(frames);
