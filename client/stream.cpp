@@ -29,6 +29,13 @@ void BlockStream::Start(const Settings& settings) {
     Took(instance.Enable(), "be enabled");
 }
 
+void BlockStream::Restart(uint32_t bufferFrames) {
+    format.bufferFrames = bufferFrames;
+    input.resize(size_t{bufferFrames} * format.channels);
+    output.assign(input.size(), 0);
+    instance.Reset();
+}
+
 size_t BlockStream::Fill(const int16_t* in, size_t frames) {
     const size_t taken = std::min(frames, format.bufferFrames - filled);
     std::copy_n(in, taken * format.channels,

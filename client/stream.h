@@ -38,6 +38,10 @@ public:
     // beside the delay of the chain. `out` may be `in`.
     void Process(const int16_t* in, int16_t* out, size_t frames);
 
+    // From here on buffers of another size, at most the first one's. Only where a buffer begins;
+    // the instance begins anew, too, with its settings. Allocates nothing.
+    void Restart(uint32_t bufferFrames);
+
     ClientInstance instance;  // to command while it runs
 
 private:

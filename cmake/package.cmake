@@ -1,5 +1,6 @@
 # `cmake --install`, and a Debian package through cpack: the renderer, the library in a folder of its
-# own where the renderer finds it, manual page, completion, what there is to read.
+# own where the renderer finds it, the plug-in where hosts look, manual page, completion, what there
+# is to read.
 
 include(GNUInstallDirs)
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/orvane)
@@ -11,6 +12,10 @@ install(TARGETS qth_orvane LIBRARY DESTINATION ${soundfx})
 if(ORVANE_X86_64)
   install(TARGETS qth_orvane_avx2 LIBRARY DESTINATION ${soundfx}/avx2)
 endif()
+install(TARGETS orvane_lv2 LIBRARY DESTINATION lib/lv2/orvane.lv2)
+foreach(name manifest orvane presets)
+  install(FILES ${CMAKE_BINARY_DIR}/orvane.lv2/${name}.ttl DESTINATION lib/lv2/orvane.lv2)
+endforeach()
 # Made of the line's output.
 function(make_file file line)
   add_custom_command(OUTPUT ${file} COMMAND sh -c "${line} >${file}"
@@ -23,10 +28,14 @@ add_custom_target(manual ALL DEPENDS orvane.1.gz orvane.bash changelog.gz)
 install(FILES ${CMAKE_BINARY_DIR}/orvane.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${CMAKE_BINARY_DIR}/orvane.bash RENAME orvane
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
-install(FILES packaging/copyright docs/batch.md docs/presets.md ${CMAKE_BINARY_DIR}/changelog.gz
+install(FILES packaging/copyright docs/batch.md docs/plugin.md docs/presets.md ${CMAKE_BINARY_DIR}/changelog.gz
   DESTINATION ${documents})
 install(FILES packaging/lintian-overrides RENAME orvane
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides)
+
+# The page, where scripts/web.sh has made it.
+install(FILES ${CMAKE_BINARY_DIR}/../web/orvane.html DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/orvane
+  OPTIONAL)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME orvane)
@@ -35,7 +44,8 @@ set(CPACK_PACKAGE_CONTACT "Quenthra Orvane project <orvane@quenthra.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "renders audio files through the Quenthra Orvane effect")
 set(CPACK_PACKAGE_DESCRIPTION
   "Levels, equalises, enhances and limits music and speech, exactly as the
-effect library does on a device, from file to file or through a pipe.
+effect library does on a device: from file to file, through a pipe, or as
+an LV2 plug-in in whatever hosts one.
 Pictures show what changed: spectrum, loudness and gain, before and after.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)

@@ -34,3 +34,6 @@ set(ORVANE_OPTIONS
   # The run-time library computes every design, whatever a compiler knows of its arguments.
   -fno-builtin-sin -fno-builtin-cos -fno-builtin-exp -fno-builtin-pow -fno-builtin-sinf
   -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf)
+
+# Of client/, what runs the library without a file system.
+set(ORVANE_CLIENT_SOURCES delay.cpp instance.cpp piece_stream.cpp settings.cpp stream.cpp tone.cpp)

@@ -67,3 +67,5 @@ struct Beside {
     Other& other;
     size_t otherCount;
 };
+template <typename Other>
+Beside(Other&, size_t) -> Beside<Other>;

@@ -1,88 +1,22 @@
 #include "effects/fir_equalizer.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <new>
 #include <type_traits>
-#include <utility>
 
 #include "dsp/lanes.h"
 #include "dsp/runs.h"
+#include "effects/equalizer_sums.h"
 
 namespace {
 
-constexpr size_t HalfWidth(size_t k) {
-    return size_t{1} << k;
-}
 // Of sum k. Not 1 / (2 half-width + 1), although that many samples are summed.
 template <typename Real>
 constexpr Real Weight(size_t k) {
     return Real(0.5) / static_cast<Real>(HalfWidth(k));
 }
-
-constexpr size_t kSums = 9;
-
-// act(k) for k from 0 to kSums - 1; unrolled, so that the sums stay in registers, where registers
-// can hold a float.
-template <typename Act>
-ORVANE_LANE_INLINE void ForEachSum(Act act) {
-    if constexpr (kSoftFloat && kLanes == 1) {
-        for (size_t k = 0; k < kSums; ++k) act(k);
-    } else {
-        [act]<size_t... k>(std::index_sequence<k...>) {
-            (act(std::integral_constant<size_t, k>()), ...);
-        }
-        (std::make_index_sequence<kSums>());
-    }
-}
-
-// Frame by frame the sums of as many channels as V has lanes, in registers: each takes in the input
-// D ahead of the centre, is stored, and gives up the one D behind.
-template <typename Real, typename V, size_t kInterleaved, size_t kRow>
-struct SumRun {
-    // Two sums of two channels share a vector, so that all stay in registers.
-    static constexpr size_t kPairs = kWidth<V, Real> == 2 && std::is_same_v<Real, float> ? 4 : 0;
-
-    // From and to the sums of channel `first` on.
-    SumRun(const Real* centres, Real* rowsOut, const Real (&kept)[kSums][kMaxChannels],
-           size_t first)
-        : centre(centres + first), rows(rowsOut + first) {
-        if constexpr (kPairs != 0)
-            for (size_t k = 0; k < kPairs; ++k) pairs[k] = LoadTwos(kept[2 * k], kept[2 * k + 1]);
-        for (size_t k = 2 * kPairs; k < kSums; ++k) sums[k] = Load<V>(kept[k] + first);
-    }
-    void Keep(Real (&kept)[kSums][kMaxChannels], size_t first) const {
-        if constexpr (kPairs != 0)
-            for (size_t k = 0; k < kPairs; ++k) StoreTwos(kept[2 * k], kept[2 * k + 1], pairs[k]);
-        for (size_t k = 2 * kPairs; k < kSums; ++k) Store(kept[k] + first, sums[k]);
-    }
-    ORVANE_LANE_INLINE void Step(size_t i) {
-        const Real* const at = centre + i * kInterleaved;
-        Real* const to = rows + i * kInterleaved;
-        ForEachSum([this, at, to](auto k) {
-            const size_t distance = HalfWidth(k) * kInterleaved;
-            if constexpr (kPairs != 0) {
-                if constexpr (k < 2 * kPairs) {
-                    if constexpr (k % 2 != 0) return;
-                    FourFloats& both = pairs[k / 2];
-                    both += LoadTwos(at + distance, at + 2 * distance);
-                    StoreTwos(to + k * kRow, to + (k + 1) * kRow, both);
-                    both -= LoadTwos(at - distance, at - 2 * distance);
-                    return;
-                }
-            }
-            sums[k] += Load<V>(at + distance);
-            Store(to + k * kRow, sums[k]);
-            sums[k] -= Load<V>(at - distance);
-        });
-    }
-    const Real* centre;
-    Real* rows;
-    V sums[kSums];
-    std::array<FourFloats, kPairs> pairs;
-};
 
 // Outputs for as many neighbouring centres as V has lanes, from the rows of sums.
 template <typename V, size_t kRow, typename Real>
@@ -105,25 +39,27 @@ ORVANE_LANE_INLINE void ToFloats(float* to, V from) {
         Store(to, from);
 }
 
-// At most State::kChunk frames, and not beyond the end of the history. State: FIREqualizer's.
+// Takes in a chunk of at most State::kChunk frames; returns the first one's centre. State:
+// FIREqualizer's.
 template <typename Real, uint32_t kInterleaved, typename State>
-void ProcessChunk(State& s, float* samples, uint32_t frames) {
-    constexpr size_t kBands = kSums + 1;
-    const size_t count = size_t{frames} * kInterleaved;
-    Real* const newest = s.history + size_t{s.next} * kInterleaved;
-    for (size_t i = 0; i < count; ++i) newest[i] = static_cast<Real>(samples[i]);
-    s.next += frames;
-
-    constexpr size_t kRow = size_t{State::kChunk} * kInterleaved;
-    const Real* const centre = newest - size_t{State::kDelay} * kInterleaved;
-    Real rows[kSums * kRow];
-    using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
-    for (size_t c = 0; c < kInterleaved; c += kWidth<Together, Real>) {
-        SumRun<Real, Together, kInterleaved, kRow> run(centre, rows, s.runningSums, c);
-        RunAlone(run, frames);
-        run.Keep(s.runningSums, c);
+const Real* TakeIn(State& s, const float* samples, uint32_t frames) {
+    if (s.next + frames > State::kReach + State::kMove) {
+        std::memmove(s.history, s.history + size_t{s.next - State::kReach} * kInterleaved,
+                     size_t{State::kReach} * kInterleaved * sizeof(Real));
+        s.next = State::kReach;
     }
+    Real* const newest = s.history + size_t{s.next} * kInterleaved;
+    for (size_t i = 0; i < size_t{frames} * kInterleaved; ++i)
+        newest[i] = static_cast<Real>(samples[i]);
+    s.next += frames;
+    return newest - size_t{State::kDelay} * kInterleaved;
+}
 
+// A chunk's outputs from its sums.
+template <size_t kRow, typename Real, typename State>
+void AddAllBands(const State& s, const Real* centre, const Real* rows, size_t count,
+                 float* samples) {
+    constexpr size_t kBands = kSums + 1;
     using V = typename WidestVector<Real>::Type;
     V gains[kBands];
     for (size_t k = 0; k < kBands; ++k) gains[k] = Broadcast<V>(s.bandGains[k]);
@@ -132,12 +68,20 @@ void ProcessChunk(State& s, float* samples, uint32_t frames) {
         ToFloats(samples + i, AddBands<V, kRow>(centre + i, rows + i, gains));
     for (; i < count; ++i)
         ToFloats(samples + i, AddBands<Real, kRow>(centre + i, rows + i, s.bandGains));
+}
 
-    if (s.next == State::kReach + State::kMove) {
-        std::copy_n(newest + count - size_t{State::kReach} * kInterleaved,
-                    size_t{State::kReach} * kInterleaved, s.history);
-        s.next = State::kReach;
+template <typename Real, uint32_t kInterleaved, typename State>
+void ProcessChunk(State& s, float* samples, uint32_t frames) {
+    constexpr size_t kRow = size_t{State::kChunk} * kInterleaved;
+    const Real* const centre = TakeIn<Real, kInterleaved>(s, samples, frames);
+    Real rows[kSums * kRow];
+    using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
+    for (size_t c = 0; c < kInterleaved; c += kWidth<Together, Real>) {
+        SumRun<Real, Together, kInterleaved, kRow> run(centre, rows, s.runningSums, c);
+        RunAlone(run, frames);
+        run.Keep(s.runningSums, c);
     }
+    AddAllBands<kRow>(s, centre, rows, size_t{frames} * kInterleaved, samples);
 }
 
 // Hands the core's history over, as if it had not been in use.
@@ -225,10 +169,14 @@ void FIREqualizer<Sample, Real>::Reset() {
 }
 
 template <typename Sample, typename Real>
+bool FIREqualizer<Sample, Real>::Processes() const {
+    return state && enabled && samplingRate >= kLowestRateHz && samplingRate <= kHighestRateHz &&
+           channels >= 1 && channels <= kMaxChannels;
+}
+
+template <typename Sample, typename Real>
 void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
-    const bool supported = samplingRate >= kLowestRateHz && samplingRate <= kHighestRateHz &&
-                           channels >= 1 && channels <= kMaxChannels;
-    if (!state || !enabled || !supported) return;
+    if (!Processes()) return;
     if constexpr (kHasCore) {
         if (state->usesCore) {
             if (state->core.Process(samples, frames, channels, state->bandGains)) return;
@@ -236,8 +184,7 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
         }
     }
     while (frames > 0) {
-        const uint32_t count =
-            std::min({frames, State::kChunk, State::kReach + State::kMove - state->next});
+        const uint32_t count = std::min(frames, State::kChunk);
         if (channels == 1)
             ProcessChunk<Real, 1>(*state, samples, count);
         else
@@ -245,6 +192,21 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
         samples += size_t{count} * channels;
         frames -= count;
     }
+}
+
+template <typename Sample, typename Real>
+void FIREqualizer<Sample, Real>::Begin(StereoChunk& chunk, const float* samples, uint32_t count) {
+    chunk.count = Processes() ? count : 0;
+    if (chunk.count == 0) return;
+    const Real* const centre = TakeIn<Real, 2>(*state, samples, count);
+    chunk.run = {centre, chunk.rows, state->runningSums, 0};
+}
+
+template <typename Sample, typename Real>
+void FIREqualizer<Sample, Real>::Finish(const StereoChunk& chunk, float* samples) {
+    if (chunk.count == 0) return;
+    chunk.run.Keep(state->runningSums, 0);
+    AddAllBands<kStereoRow>(*state, chunk.run.centre, chunk.rows, size_t{chunk.count} * 2, samples);
 }
 
 template class FIREqualizer<float, float>;

@@ -18,6 +18,7 @@
 
 #include "dsp/softfloat/equalizer_core.h"
 #include "dsp/stream.h"
+#include "effects/equalizer_sums.h"
 #include "platform/export.h"
 
 // Real: type of state, gains and arithmetic. The two differ in two laws: see SetBandLevel and
@@ -53,7 +54,23 @@ public:
     // above.
     void Process(float* samples, unsigned int frames);
 
+    // Process in steps, for a chain that runs the sums beside another recurrence: up to kChunk
+    // stereo frames are taken in, their sums run (dsp/runs.h), their bands added up. Left alone, as
+    // by Process, nothing is run. Not where floats are unpacked or there are no vectors.
+    static constexpr bool kRunsBeside = kLanes > 1 && !kSoftFloat && std::is_same_v<Real, float>;
+    static constexpr uint32_t kChunk = 64;
+    static constexpr size_t kStereoRow = size_t{2} * kChunk;
+    struct StereoChunk {
+        uint32_t count = 0;  // frames
+        SumRun<Real, typename VectorOf<Real, 2>::Type, 2, kStereoRow> run;
+        Real rows[kSums * kStereoRow];
+    };
+    ORVANE_LOCAL void Begin(StereoChunk& chunk, const float* samples, uint32_t count);
+    ORVANE_LOCAL void Finish(const StereoChunk& chunk, float* samples);
+
 private:
+    ORVANE_LOCAL bool Processes() const;
+
     // Where floats are unpacked: the same arithmetic on such numbers. Nothing elsewhere.
     struct NoCore {};
     static constexpr bool kHasCore = kSoftFloat && std::is_same_v<Real, float>;
@@ -61,8 +78,8 @@ private:
 
     struct State {
         static constexpr uint32_t kDelay = 256, kReach = 2 * kDelay;  // frames
-        // Frames at a time, and frames from one move of the history to the next.
-        static constexpr uint32_t kChunk = 64, kMove = 512;
+        // Frames at a time, and at most from one move of the history to the next.
+        static constexpr uint32_t kChunk = FIREqualizer::kChunk, kMove = 512;
 
         Real bandGains[kBands];  // element j: gain of band 9 - j
         // Interleaved. The newest frames, kReach of them before the next.

@@ -196,3 +196,7 @@ template class LimiterCore<FloatLimiting, 1>;
 template class LimiterCore<FloatLimiting, 2>;
 template class LimiterCore<Q24Limiting, 1>;
 template class LimiterCore<Q24Limiting, 2>;
+template void LimiterCore<FloatLimiting, 1>::ProcessChunk(float*, uint32_t, Alone);
+template void LimiterCore<FloatLimiting, 2>::ProcessChunk(float*, uint32_t, Alone);
+template void LimiterCore<Q24Limiting, 1>::ProcessChunk(int32_t*, uint32_t, Alone);
+template void LimiterCore<Q24Limiting, 2>::ProcessChunk(int32_t*, uint32_t, Alone);

@@ -116,3 +116,9 @@ void LimiterCore<Arithmetic, kChannels>::RunGains(const Sample* samples, uint32_
         both.second.Keep(state, 1);
     }
 }
+
+// One copy of what runs alone.
+extern template void LimiterCore<FloatLimiting, 1>::ProcessChunk(float*, uint32_t, Alone);
+extern template void LimiterCore<FloatLimiting, 2>::ProcessChunk(float*, uint32_t, Alone);
+extern template void LimiterCore<Q24Limiting, 1>::ProcessChunk(int32_t*, uint32_t, Alone);
+extern template void LimiterCore<Q24Limiting, 2>::ProcessChunk(int32_t*, uint32_t, Alone);

@@ -19,26 +19,16 @@ constexpr int32_t kWarmupCalls = 100;
 constexpr float kHalvedDb = 100.0F;
 constexpr uint32_t kRampsPerSecond = 40;  // a ramp takes 25 ms
 constexpr int kRiseShift = 4;             // a gain rises 16 times slower than it falls
-constexpr uint32_t kChunk = 64;           // samples of a channel at a time
 
 // gain, gain + step ... for a chunk of frames, the same for each channel. More than are asked for:
 // a loop of fixed length becomes vectors.
-template <size_t channels>
+template <size_t channels, size_t frames>
 void FillLine(int64_t gain, int64_t step, int32_t* gains) {
     uint32_t g = static_cast<uint32_t>(gain);
-    for (size_t i = 0; i < kChunk; ++i) {
+    for (size_t i = 0; i < frames; ++i) {
         for (size_t c = 0; c < channels; ++c) gains[channels * i + c] = static_cast<int32_t>(g);
         g += static_cast<uint32_t>(step);
     }
-}
-
-// The 16 bits that a sample of 2^9 keeps.
-void Shorten(const int32_t* from, int16_t* to, size_t count) {
-    size_t i = 0;
-    for (; count - i >= 2 * kLanes; i += 2 * kLanes)
-        StoreShorts(to + i, Load<IntLanes>(from + i) >> kSampleShift,
-                    Load<IntLanes>(from + i + kLanes) >> kSampleShift);
-    for (; i < count; ++i) to[i] = static_cast<int16_t>(from[i] >> kSampleShift);
 }
 
 }  // namespace
@@ -113,32 +103,14 @@ int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
     return TruncateToInt64(static_cast<double>(linear) * kQ24One);
 }
 
-void PlaybackGain::Amplify(int64_t gainQ24, const int16_t* in, int16_t* out, unsigned int frames) {
-    const int64_t rampLength = std::max(samplingRate / kRampsPerSecond, frames);
-    const int64_t target = WrapMul64(gainQ24, activeVolume) >> kQ24Bits;
-    int64_t step = (target - gain) / rampLength;
-    if (step >= 1) step >>= kRiseShift;
-    while (frames > 0) {
-        const uint32_t count = std::min(frames, kChunk);
-        const size_t size = size_t{count} * channels;
-        int32_t chunk[kChunk * kMaxChannels];
-        AmplifyChunk(step, in, chunk, count);
-        limiter.Process(chunk, count, channels);
-        Shorten(chunk, out, size);
-        in += size;
-        out += size;
-        frames -= count;
-    }
-}
-
-// Products with a gain that moves by `step` a frame and is kept within the maximum; modulo 2^32.
-void PlaybackGain::AmplifyChunk(int64_t step, const int16_t* in, int32_t* chunk, uint32_t frames) {
+// Products with a gain that moves by a step a frame and is kept within the maximum; modulo 2^32.
+void PlaybackGain::AmplifyChunk(const int16_t* in, int32_t* chunk, uint32_t frames) {
     const int64_t highest = activeMaxGain, lowest = -highest;
     // Parked at the maximum; not at a negative one, which lies below the lowest.
     const int64_t lineStep = gain == highest && step > 0 ? 0 : step;
     const int64_t end = gain + lineStep * frames;
     if (std::min(gain, end) >= std::max<int64_t>(lowest, 0) && std::max(gain, end) <= highest) {
-        (channels == 1 ? FillLine<1> : FillLine<2>)(gain, lineStep, chunk);
+        (channels == 1 ? FillLine<1, kChunk> : FillLine<2, kChunk>)(gain, lineStep, chunk);
         MulQ24Run<kSampleShift>(chunk, in, size_t{frames} * channels);
         gain = end;
         return;
@@ -156,7 +128,16 @@ void PlaybackGain::AmplifyChunk(int64_t step, const int16_t* in, int32_t* chunk,
     }
 }
 
-void PlaybackGain::Process(const int16_t* in, int16_t* out, unsigned int frames) {
+// The 16 bits that a sample of 2^9 keeps.
+void PlaybackGain::Shorten(const int32_t* from, int16_t* to, size_t count) {
+    size_t i = 0;
+    for (; count - i >= 2 * kLanes; i += 2 * kLanes)
+        StoreShorts(to + i, Load<IntLanes>(from + i) >> kSampleShift,
+                    Load<IntLanes>(from + i + kLanes) >> kSampleShift);
+    for (; i < count; ++i) to[i] = static_cast<int16_t>(from[i] >> kSampleShift);
+}
+
+void PlaybackGain::Begin(const int16_t* in, unsigned int frames) {
     if (activeCompressionRatio != compressionRatio) {
         activeCompressionRatio = compressionRatio;
         invCompressionRatio = 1.0F / compressionRatio;
@@ -164,6 +145,20 @@ void PlaybackGain::Process(const int16_t* in, int16_t* out, unsigned int frames)
     activeVolume = volume;
     activeMaxGain = maxGain;
     if (!enabled || frames == 0) return;
-    const int64_t gainQ24 = MeasureGain(in, frames);
-    if (channels > 0) Amplify(gainQ24, in, out, frames);
+    const int64_t rampLength = std::max(samplingRate / kRampsPerSecond, frames);
+    const int64_t target = WrapMul64(MeasureGain(in, frames), activeVolume) >> kQ24Bits;
+    step = (target - gain) / rampLength;
+    if (step >= 1) step >>= kRiseShift;
+}
+
+void PlaybackGain::Process(const int16_t* in, int16_t* out, unsigned int frames) {
+    Begin(in, frames);
+    if (!enabled) return;
+    while (frames > 0) {
+        const uint32_t count = std::min(frames, Room());
+        ProcessChunk(in, out, count, Alone());
+        in += size_t{count} * channels;
+        out += size_t{count} * channels;
+        frames -= count;
+    }
 }

@@ -17,7 +17,7 @@
 #include "dsp/biquad_fp.h"
 #include "dsp/fixed_point.h"
 #include "dsp/stream.h"
-#include "effects/limiter_core.h"
+#include "effects/limiter_runs.h"
 #include "platform/export.h"
 
 class ORVANE_API PlaybackGain {
@@ -52,13 +52,20 @@ public:
     // alone.
     void Process(const int16_t* in, int16_t* out, unsigned int frames);
 
+    // Process in steps, for a chain that runs another recurrence beside the limiter's: once the
+    // loudness of a call's `frames`, then all of them in chunks of up to Room. Runner: dsp/runs.h.
+    ORVANE_LOCAL void Begin(const int16_t* in, unsigned int frames);
+    ORVANE_LOCAL uint32_t Room() const { return limiter.Room(0, channels); }
+    template <typename Runner>
+    ORVANE_LOCAL void ProcessChunk(const int16_t* in, int16_t* out, uint32_t count, Runner runner);
+
 private:
+    static constexpr uint32_t kChunk = 64;  // frames
+
     ORVANE_LOCAL void DesignWeighting();
     ORVANE_LOCAL int64_t MeasureGain(const int16_t* in, unsigned int frames);
-    ORVANE_LOCAL void Amplify(int64_t gainQ24, const int16_t* in, int16_t* out,
-                              unsigned int frames);
-    ORVANE_LOCAL void AmplifyChunk(int64_t step, const int16_t* in, int32_t* chunk,
-                                   uint32_t frames);
+    ORVANE_LOCAL void AmplifyChunk(const int16_t* in, int32_t* chunk, uint32_t frames);
+    ORVANE_LOCAL static void Shorten(const int32_t* from, int16_t* to, size_t count);
 
     float invCompressionRatio = 0.5F;
     float activeCompressionRatio = 2.0F;
@@ -69,9 +76,20 @@ private:
     int32_t volume = kQ24One;
     int32_t maxGain = kQ24One;
     int64_t gain = 0;  // of all channels, at the present frame, Q24
+    int64_t step = 0;  // what it moves by in this call, a frame
     Biquad_FP weighting[kMaxChannels];
     FrameLimiter<Q24Limiting> limiter;
     uint32_t samplingRate = 44100;  // Hz
     uint32_t channels = 2;
     bool enabled = false;
 };
+
+template <typename Runner>
+void PlaybackGain::ProcessChunk(const int16_t* in, int16_t* out, uint32_t count, Runner runner) {
+    const size_t size = size_t{count} * channels;
+    if (!enabled) return runner();
+    int32_t chunk[kChunk * kMaxChannels];
+    AmplifyChunk(in, chunk, count);
+    limiter.ProcessChunk(chunk, count, channels, runner);
+    Shorten(chunk, out, size);
+}

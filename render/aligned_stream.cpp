@@ -1,36 +1,17 @@
 #include "render/aligned_stream.h"
 
-#include <algorithm>
-#include <limits>
-
 #include "render/stderr_silencer.h"
 
-namespace {
-
-// The gain is all there after a hundred calls, and in three seconds where buffers are short: it
-// rises with a time constant of 0.4 s.
-constexpr uint32_t kSettlingBuffers = 100;
-constexpr uint32_t kSettlingSeconds = 3;
-
-}  // namespace
-
 AlignedStream::AlignedStream(const EffectLibrary& effectLibrary, const Settings& settings,
-                             const StreamFormat& streamFormat, const Alignment& alignment)
-    : library(effectLibrary),
-      format(streamFormat),
-      keepDelay(alignment.keepsDelay),
-      delaySamples(uint64_t{DelayFrames(settings, format.bufferFrames)} * format.channels),
-      skipSamples(keepDelay ? 0 : uint64_t{StreamDelayFrames(settings)} * format.channels),
-      buffered(settings.IsOn(PARAM_ENHANCER_ENABLE)),
-      buffering(format.bufferFrames) {
+                             const StreamFormat& format, const Alignment& alignment)
+    : library(effectLibrary) {
     const StderrSilencer silencer(!library.ShowsLog());
-    stream = std::make_unique<BlockStream>(library.Record(), format, settings);
+    stream = std::make_unique<PieceStream>(library.Record(), settings, format, alignment);
     if (const char* const refused = stream->Refused()) {
         const int32_t status = stream->Status();
         stream.reset();  // while the log is silent
         Check(status, refused);
     }
-    if (!alignment.startsCold) Settle(BufferingFrames(settings, format.bufferFrames));
 }
 
 AlignedStream::~AlignedStream() {
@@ -38,51 +19,18 @@ AlignedStream::~AlignedStream() {
     stream.reset();
 }
 
-// Until the enhancer, too, has returned all its silent buffers: the delay is the same from then on.
-void AlignedStream::Settle(uint32_t silentFrames) {
-    const std::vector<int16_t> silence(size_t{format.bufferFrames} * format.channels);
-    uint32_t buffers = 0, silent = 0;
-    while (buffers < kSettlingBuffers ||
-           settlingFrames < uint64_t{kSettlingSeconds} * format.rateHz || silent < silentFrames) {
-        stream->Put(silence.data(), format.bufferFrames);
-        ++buffers;
-        settlingFrames += format.bufferFrames;
-        if (buffered && !buffering.Deliver()) silent += format.bufferFrames;
-    }
-    skipSamples = keepDelay ? 0 : delaySamples;
-}
-
 void AlignedStream::Process(std::span<const int16_t> in, std::vector<int16_t>* out) {
-    samplesIn += in.size();
-    Feed(in, std::numeric_limits<uint64_t>::max(), out);
+    stream->Process(in, out);
+    CheckNothingRefused();
 }
 
 void AlignedStream::Finish(std::vector<int16_t>* out) {
-    const uint64_t wanted = samplesIn + (keepDelay ? delaySamples : 0);
-    const std::vector<int16_t> silence(size_t{format.bufferFrames} * format.channels);
-    while (samplesOut < wanted) Feed(silence, wanted - samplesOut, out);
+    stream->Finish(out);
+    CheckNothingRefused();
 }
 
-void AlignedStream::Feed(std::span<const int16_t> in, uint64_t mostSamples,
-                         std::vector<int16_t>* out) {
-    while (!in.empty()) {
-        const size_t taken = stream->Put(in.data(), in.size() / format.channels);
-        in = in.subspan(taken * format.channels);
-        if (stream->HasRun()) Append(mostSamples, out);
-    }
-}
-
-void AlignedStream::Append(uint64_t mostSamples, std::vector<int16_t>* out) {
+void AlignedStream::CheckNothingRefused() const {
     if (stream->Refused() != nullptr) Check(stream->Status(), stream->Refused());
-    const bool delivered = !buffered || buffering.Deliver();
-    if (!delivered && !keepDelay) return;
-    const std::vector<int16_t>& buffer = stream->Buffer();
-    const size_t skip = std::min<uint64_t>(skipSamples, buffer.size());
-    skipSamples -= skip;
-    const size_t count = std::min<uint64_t>(mostSamples, buffer.size() - skip);
-    const auto first = buffer.begin() + static_cast<ptrdiff_t>(skip);
-    out->insert(out->end(), first, first + static_cast<ptrdiff_t>(count));
-    samplesOut += count;
 }
 
 std::function<std::vector<int16_t>(const std::vector<int16_t>&)> AlignedPlayer(

@@ -1,6 +1,5 @@
 #include "render/common_options.h"
 
-#include <filesystem>
 #include <vector>
 
 #include "render/audio/whole_write.h"
@@ -18,6 +17,11 @@ std::vector<std::string> BuildsForThisProcessor() {
 
 }  // namespace
 
+std::filesystem::path ProgramFolder() {
+    std::error_code ignored;
+    return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+}
+
 void LibraryOptions::AddTo(CLI::App& command) {
     command
         .add_option("--library", path,
@@ -30,8 +34,7 @@ std::string LibraryOptions::Find() const {
     if (!path.empty()) return path;
     constexpr const char* kName = "libqth_orvane_ics_NOVFP.so";
     std::error_code ignored;
-    const std::filesystem::path own =
-        std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+    const std::filesystem::path own = ProgramFolder();
     const std::filesystem::path lib = own.parent_path() / "lib";
     for (const std::filesystem::path& folder : {own, lib / "orvane" / "soundfx", lib})
         for (const std::string& build : BuildsForThisProcessor())

@@ -2,10 +2,14 @@
 #pragma once
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 #include "render/effect_library.h"
 #include "render/settings_options.h"
+
+// Where this program lies.
+std::filesystem::path ProgramFolder();
 
 struct LibraryOptions {
     std::string path;

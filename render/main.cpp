@@ -12,6 +12,7 @@
 #include "render/audio/output_file.h"
 #include "render/audio/whole_write.h"
 #include "render/common_options.h"
+#include "render/compare_command.h"
 #include "render/failure.h"
 #include "render/info_command.h"
 #include "render/manual.h"
@@ -36,6 +37,7 @@ int Run(int argc, char** argv) {
 
     RenderCommand render(app);
     PictureCommand picture(app);
+    CompareCommand compare(app);
     ResponseCommand response(app);
     ToneCommand tone(app);
     InfoCommand info(app);
@@ -52,7 +54,7 @@ int Run(int argc, char** argv) {
         throw UsageError(error.what());
     }
     for (Command* const command :
-         std::initializer_list<Command*>{&render, &picture, &response, &tone, &info})
+         std::initializer_list<Command*>{&render, &picture, &compare, &response, &tone, &info})
         if (command->IsAsked()) command->Run();
     return 0;
 }

@@ -4,17 +4,22 @@
 #   render  the library, the renderer, a piece of music and pictures
 #   test    that, and what tests and checks need
 #   arm     the cross build and its emulator
-#   wasm    the WebAssembly build and what runs it
+#   wasm    the WebAssembly build, what runs it and bundles the page
+#   browser what the page is tested in
+#   npm     where Node.js came without it
 set -eu
 
 render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-dev libcli11-dev
   nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev gnuplot-nox fonts-dejavu-core
-  caveexpress-data dpkg-dev file"
+  caveexpress-data dpkg-dev file lv2-dev"
 test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang-tools
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git
-  man-db parallel rsync lintian fretsonfire-songs-muldjord pocketsphinx-testdata alsa-utils"
+  man-db parallel rsync lintian fretsonfire-songs-muldjord pocketsphinx-testdata alsa-utils
+  liblilv-dev lilv-utils sordi ffmpeg jalv jackd1"
 arm="cmake ninja-build python3 g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
-wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs"
+wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs esbuild dpkg-dev"
+browser="chromium"
+npm="npm"
 
 wanted=
 for job in "$@"; do
@@ -23,6 +28,8 @@ for job in "$@"; do
     test) wanted="$wanted $render $test" ;;
     arm) wanted="$wanted $arm" ;;
     wasm) wanted="$wanted $wasm" ;;
+    browser) wanted="$wanted $browser" ;;
+    npm) wanted="$wanted $npm" ;;
     *) echo "install-packages.sh: no job called $job" >&2; exit 2 ;;
   esac
 done

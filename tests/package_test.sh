@@ -12,6 +12,7 @@ command -v lintian >/dev/null || { echo "skipped: no lintian"; exit 0; }
 use() {
   "$1/bin/orvane" response "$here/a.png" -f
   "$1/bin/orvane" info | head -n 1 | grep "^$1/lib/orvane/soundfx/"
+  LV2_PATH=$1/lib/lv2 lv2ls | grep -qx urn:quenthra:orvane
   man -l "$1/share/man/man1/orvane.1.gz" | grep -q skip-existing
   bash -c ". '$1/share/bash-completion/completions/orvane' && complete -p orvane"
 }

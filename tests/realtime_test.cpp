@@ -6,18 +6,12 @@
 // loaded library too. The log is left out: a line is one write. Built with clang's real-time
 // sanitizer (clang 20 or later, scripts/realtime-sanitizer.sh) each call runs under it as well.
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <pthread.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <cstddef>
 
 #include "library_under_test.h"
+#include "without_system_calls.h"
 
 namespace {
 
@@ -86,29 +80,6 @@ int AudioThread(Instance& instance) {
     call([&] { return instance.Command(EFFECT_CMD_SET_PARAM, sizeof mode, mode); });
     process(kLongest);
     return wrong;
-}
-
-// From here on the kernel ends this thread's process with SIGSYS at any call but an exit.
-bool ForbidSystemCalls() {
-    sock_filter program[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_exit, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
-    };
-    const sock_fprog filter = {std::size(program), program};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
-
-// The wait status of a child that runs `body` without system calls and exits with its result.
-template <typename Body>
-int EndWithoutSystemCalls(Body body) {
-    const pid_t child = fork();
-    if (child == 0) syscall(SYS_exit, ForbidSystemCalls() ? body() : 99);
-    int status = -1;
-    waitpid(child, &status, 0);
-    return status;
 }
 
 TEST(RealTime, EveryCallLocksOnceAndAsksTheKernelForNothing) {

@@ -116,7 +116,13 @@ TEST_F(Renderer, SaysItInTheseWords) {
         {"render --help", "  --ratio NUMBER                  a level L dB from the reference"},
         {"render --help", "  night                           half of a wide loudness range"},
         {"--man-page", "\\-\\-skip\\-existing"},
+        {"compare long.flac out.html --page page", "long.flac is longer than 10 minutes"},
+        {"compare - out.html --page page <long.flac", "- is longer than 10 minutes"},
+        {"compare in.wav out.html --page in.wav", "in.wav is not the page that takes a piece"},
+        {"compare in.wav in.wav -f --page page", "IN and OUT are the same file"},
     };
+    Write("long.flac", std::vector<int16_t>(size_t{601} * 8000), 8000, 1, kFlac16);
+    std::ofstream("page") << "<!-- piece -->";
     for (const auto& [line, words] : rows) {
         Shell("$ORVANE " + line);
         EXPECT_NE((Slurp("out") + Slurp("err")).find(words), std::string::npos)
@@ -124,7 +130,7 @@ TEST_F(Renderer, SaysItInTheseWords) {
             << Slurp("out") << Slurp("err");
     }
     for (const char* line :
-         {"for c in '' render picture response tone info; do $ORVANE $c --help >help;"
+         {"for c in '' render picture compare response tone info; do $ORVANE $c --help >help;"
           "  ! grep '.\\{101\\}' help && test $(grep -c '^  orvane r\\|parallel' help) = 3 || exit "
           "1; done",
           "$ORVANE --man-page | LC_ALL=C.UTF-8 man --warnings -l - 2>&1 >page | (! grep .)",

@@ -89,7 +89,7 @@ TEST(ContourMix, GivesTheValuesOfThePlainSumAndFilter) {
         filter.SetLowPassParameter(0, channels == 1 ? 8000 : 55, 44100, 0.5F);  // fast and slow
         plain = filter;
         for (int chunk = 0; chunk < 400; ++chunk) {
-            std::vector<float> samples(6 * 32 * channels);  // by channel, band and oddness
+            std::vector<float> samples(size_t{6} * 32 * channels);  // by channel, band and oddness
             const int scale = chunk == 399 ? 0 : -4 * chunk;
             if (chunk < 20 || chunk == 399)
                 for (float& x : samples)

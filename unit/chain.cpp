@@ -144,18 +144,16 @@ void Chain::Set(ParameterId id, float value, int band) {
 
 bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
     const size_t total = static_cast<size_t>(frames) * channels;
+    // Room is asked for before anything is pushed, so that a refusal loses nothing in the middle of
+    // the chain.
     if (in != out) std::memmove(out, in, total * sizeof(int16_t));
-    playbackGain->Process(in, out, frames);
-
     waveBuffer->Reset();
-    // The enhancer's room is asked for before anything is pushed, so that a refusal loses nothing
-    // in the middle of the chain.
-    if (!enhancer->Reserve(frames) || waveBuffer->PushSamples(out, frames) == 0) {
-        waveBuffer->Reset();
+    if (!enhancer->Reserve(frames) || waveBuffer->Reserve(frames) == 0) {
+        playbackGain->Process(in, out, frames);
         return false;
     }
     float* const samples = waveBuffer->GetCurrentBufferR32Ptr();
-    equalizer->Process(samples, frames);
+    Begin(in, out, samples, frames);
     const uint32_t produced = Finish(samples, frames);
     waveBuffer->SetBufferOffset(produced);
     waveBuffer->PopSamples(out, produced, false);
@@ -166,6 +164,31 @@ bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
         std::memset(out, 0, silent * sizeof(int16_t));
     }
     return true;
+}
+
+// Playback gain, float, equalizer: from `in` to `samples`. The gain's limiter of a chunk runs
+// beside the equalizer's sums of the chunk before. `out` is only passed through.
+void Chain::Begin(const int16_t* in, int16_t* out, float* samples, uint32_t frames) {
+    if (!Equalizer::kRunsBeside || channels != 2) {
+        playbackGain->Process(in, out, frames);
+        waveBuffer->Short2Float(out, samples, frames);
+        equalizer->Process(samples, frames);
+        return;
+    }
+    playbackGain->Begin(in, frames);
+    Equalizer::StereoChunk sums;
+    for (uint32_t left = frames, count = 0, before = 0; left + before > 0; before = count) {
+        float* const next = samples + size_t{before} * 2;
+        count = std::min(left, playbackGain->Room());
+        equalizer->Begin(sums, samples, before);
+        playbackGain->ProcessChunk(in, out, count, Beside{sums.run, sums.count});
+        equalizer->Finish(sums, samples);
+        waveBuffer->Short2Float(out, next, count);
+        in += size_t{count} * 2;
+        out += size_t{count} * 2;
+        samples = next;
+        left -= count;
+    }
 }
 
 // Enhancer, output gain and limiter; returns the frames that came out. The contour of a chunk runs

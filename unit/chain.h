@@ -60,8 +60,10 @@ private:
     void HandOnSamplingRate();
     void HandOnChannels();
     bool Complete();
+    void Begin(const int16_t* in, int16_t* out, float* samples, uint32_t frames);
     uint32_t Finish(float* samples, uint32_t frames);
 
+    using Equalizer = FIREqualizer_R32R32;
     using Enhancer = OrvaneSound_R32R32;
     uint32_t samplingRate;  // Hz
     uint32_t channels;
@@ -71,6 +73,6 @@ private:
     Stage<PlaybackGain> playbackGain;
     Stage<FrameLimiter<FloatLimiting>> limiter;
     // The variants with double arithmetic are never made here.
-    Stage<FIREqualizer_R32R32, FIREqualizer_R32R64> equalizer;
+    Stage<Equalizer, FIREqualizer_R32R64> equalizer;
     Stage<Enhancer, OrvaneSound_R32R64> enhancer;
 };

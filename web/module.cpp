@@ -1,14 +1,9 @@
-// What the WebAssembly module exports: one instance after another, called with numbers alone.
-// Addresses and sizes are bytes of the module's memory, which `malloc` and `free` hand out; calls
+// The module's exports for one instance of the effect, called as the framework calls it; calls
 // answer as ClientInstance does.
-#include <new>
-
 #include "client/instance.h"
 #include "host/entry_points.h"
+#include "web/export.h"
 
-#define ORVANE_EXPORT(name) extern "C" __attribute__((export_name("orvane_" #name)))
-
-// Null if memory is refused.
 ORVANE_EXPORT(create) ClientInstance* Create() {
     auto* const instance = new (std::nothrow) ClientInstance(AELI);
     if (instance == nullptr || instance->handle != nullptr) return instance;

@@ -1,7 +1,8 @@
 #include "render/audio/quantizer.h"
 
-#include <algorithm>
 #include <cmath>
+
+#include "client/quantize.h"
 
 double Quantizer::Noise() {
     constexpr double kSpan = std::minstd_rand::max() - std::minstd_rand::min();
@@ -17,8 +18,6 @@ void Quantizer::Process(std::span<const float> in, std::vector<int16_t>* out) {
             sample = 0;
         }
         if (std::abs(sample) > 1.0f) ++clipped;
-        const double scaled = 32768.0 * sample + (dither ? Noise() : 0.0);
-        out->push_back(
-            static_cast<int16_t>(std::clamp(std::floor(scaled + 0.5), -32768.0, 32767.0)));
+        out->push_back(Quantized(sample, dither ? Noise() : 0));
     }
 }

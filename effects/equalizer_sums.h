@@ -1,0 +1,85 @@
+// The equalizer's nine running sums over a chunk of frames, as a run of dsp/runs.h.
+#pragma once
+#include <array>
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+
+#include "dsp/inlining.h"
+#include "dsp/lanes.h"
+#include "dsp/softfloat/number.h"
+#include "dsp/stream.h"
+
+// Of sum k.
+constexpr size_t HalfWidth(size_t k) {
+    return size_t{1} << k;
+}
+
+constexpr size_t kSums = 9;
+
+// act(k) for k from 0 to kSums - 1; unrolled, so that the sums stay in registers, where registers
+// can hold a float.
+template <typename Act>
+ORVANE_LANE_INLINE void ForEachSum(Act act) {
+    if constexpr (kSoftFloat && kLanes == 1) {
+        for (size_t k = 0; k < kSums; ++k) act(k);
+    } else {
+        [act]<size_t... k>(std::index_sequence<k...>) {
+            (act(std::integral_constant<size_t, k>()), ...);
+        }
+        (std::make_index_sequence<kSums>());
+    }
+}
+
+// Frame by frame the sums of as many channels as V has lanes, in registers: each takes in the input
+// D ahead of the centre, is stored, and gives up the one D behind.
+template <typename Real, typename V, size_t kInterleaved, size_t kRow>
+struct SumRun {
+    // Two sums of two channels share a vector, so that all stay in registers.
+    static constexpr size_t kPairs = kWidth<V, Real> == 2 && std::is_same_v<Real, float> ? 4 : 0;
+
+    SumRun() = default;
+    // From and to the sums of channel `first` on.
+    SumRun(const Real* centres, Real* rowsOut, const Real (&kept)[kSums][kMaxChannels],
+           size_t first)
+        : centre(centres + first), rows(rowsOut + first) {
+        if constexpr (kPairs != 0)
+            for (size_t k = 0; k < kPairs; ++k) pairs[k] = LoadTwos(kept[2 * k], kept[2 * k + 1]);
+        for (size_t k = 2 * kPairs; k < kSums; ++k) sums[k] = Load<V>(kept[k] + first);
+    }
+    void Keep(Real (&kept)[kSums][kMaxChannels], size_t first) const {
+        if constexpr (kPairs != 0)
+            for (size_t k = 0; k < kPairs; ++k) StoreTwos(kept[2 * k], kept[2 * k + 1], pairs[k]);
+        for (size_t k = 2 * kPairs; k < kSums; ++k) Store(kept[k] + first, sums[k]);
+    }
+    ORVANE_LANE_INLINE void Step(size_t i) {
+        const Real* const at = centre + i * kInterleaved;
+        Real* const to = rows + i * kInterleaved;
+        ForEachSum([this, at, to](auto k) {
+            if constexpr (kPairs == 0)
+                StepOne(k, at, to);
+            else if constexpr (k >= 2 * kPairs)
+                StepOne(k, at, to);
+            else if constexpr (k % 2 == 0)
+                this->template StepTwo<k>(at, to);
+        });
+    }
+    ORVANE_LANE_INLINE void StepOne(size_t k, const Real* at, Real* to) {
+        const size_t distance = HalfWidth(k) * kInterleaved;
+        sums[k] += Load<V>(at + distance);
+        Store(to + k * kRow, sums[k]);
+        sums[k] -= Load<V>(at - distance);
+    }
+    template <size_t k>
+    [[gnu::always_inline]] void StepTwo(const Real* at, Real* to) {
+        constexpr size_t kDistance = HalfWidth(k) * kInterleaved;
+        FourFloats& both = pairs[k / 2];
+        both += LoadTwos(at + kDistance, at + 2 * kDistance);
+        StoreTwos(to + k * kRow, to + (k + 1) * kRow, both);
+        both -= LoadTwos(at - kDistance, at - 2 * kDistance);
+    }
+    const Real* centre;
+    Real* rows;
+    V sums[kSums];
+    std::array<FourFloats, kPairs> pairs;
+};

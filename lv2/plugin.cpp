@@ -1,0 +1,106 @@
+// The LV2 plug-in: a running stream behind ports.
+#include <lv2/core/lv2.h>
+
+#include <array>
+#include <cstdio>
+#include <new>
+#include <optional>
+
+#include "live/live_stream.h"
+#include "lv2/ports.h"
+
+namespace {
+
+struct Plugin {
+    explicit Plugin(uint32_t rateHz) : rate(rateHz) {
+        for (size_t n = 0; n < kControls.size(); ++n)
+            unconnected[kFirstControl + n] =
+                kControls[n].ToPort(kControls[n].parameter->defaultValue);
+        unconnected[kEnabled] = 1;
+        for (uint32_t port = 0; port < kPortCount; ++port) Connect(port, nullptr);
+        Begin();
+    }
+    void Connect(uint32_t port, float* at) {
+        isConnected[port] = at != nullptr;
+        ports[port] = at != nullptr ? at : &unconnected[port];
+    }
+    void Begin() {
+        stream.emplace(rate);
+        seen.fill(NAN);
+    }
+    bool HasAudio() const {
+        return isConnected[kLeftIn] && isConnected[kRightIn] && isConnected[kLeftOut] &&
+               isConnected[kRightOut];
+    }
+
+    uint32_t rate;
+    std::optional<LiveStream> stream;
+    std::array<float, kPortCount> unconnected{};  // an input's default, an output's waste
+    std::array<float*, kPortCount> ports{};
+    std::array<bool, kPortCount> isConnected{};
+    std::array<float, kControls.size()> seen{};
+};
+
+Plugin& PluginOf(LV2_Handle handle) {
+    return *static_cast<Plugin*>(handle);
+}
+
+LV2_Handle Instantiate(const LV2_Descriptor* /*descriptor*/, double rateHz, const char* /*bundle*/,
+                       const LV2_Feature* const* /*features*/) {
+    auto* const plugin = new (std::nothrow) Plugin(static_cast<uint32_t>(rateHz));
+    if (plugin == nullptr) return nullptr;
+    const char* const refused = plugin->stream->Refused();
+    if (refused == nullptr) return plugin;
+    std::fprintf(stderr,
+                 "orvane: the effect refuses to %s: it plays at 32000 to 48000 Hz, not %g\n",
+                 refused, rateHz);
+    delete plugin;
+    return nullptr;
+}
+
+void ConnectPort(LV2_Handle handle, uint32_t port, void* data) {
+    if (port < kPortCount) PluginOf(handle).Connect(port, static_cast<float*>(data));
+}
+
+void Activate(LV2_Handle handle) {
+    PluginOf(handle).Begin();
+}
+
+// Audio thread. Outputs may be inputs; `frames` any number.
+void Run(LV2_Handle handle, uint32_t frames) {
+    Plugin& plugin = PluginOf(handle);
+    LiveStream& stream = *plugin.stream;
+    const auto& ports = plugin.ports;
+    for (size_t n = 0; n < kControls.size(); ++n) {
+        const float value = *ports[kFirstControl + n];
+        if (value == plugin.seen[n]) continue;
+        plugin.seen[n] = value;
+        stream.Set(n, kControls[n].FromPort(value));
+    }
+    stream.SetBypass(!(*ports[kEnabled] > 0));
+    stream.SetLowLatency(*ports[kLowLatency] > 0);
+    const float* const in[2] = {ports[kLeftIn], ports[kRightIn]};
+    float* const out[2] = {ports[kLeftOut], ports[kRightOut]};
+    float* const nowhere[2] = {};
+    if (plugin.HasAudio()) stream.Process(in, out, nowhere, frames);
+
+    const LiveStream::Levels levels = stream.Meters();
+    *ports[kLatency] = static_cast<float>(stream.LatencyFrames());
+    *ports[kSourceLevel] = levels.sourceDb;
+    *ports[kResultLevel] = levels.resultDb;
+    *ports[kGain] = levels.gainDb;
+    *ports[kLimiting] = levels.limiting ? 1 : 0;
+}
+
+void Cleanup(LV2_Handle handle) {
+    delete &PluginOf(handle);
+}
+
+constexpr LV2_Descriptor kDescriptor = {kPluginUri, Instantiate, ConnectPort, Activate,
+                                        Run,        nullptr,     Cleanup,     nullptr};
+
+}  // namespace
+
+LV2_SYMBOL_EXPORT const LV2_Descriptor* lv2_descriptor(uint32_t index) {
+    return index == 0 ? &kDescriptor : nullptr;
+}

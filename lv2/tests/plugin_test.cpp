@@ -1,0 +1,155 @@
+// The bundle as a host reads it, through lilv: ports, presets, samples.
+#include <gtest/gtest.h>
+#include <lilv/lilv.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "client/presets.h"
+#include "client/settings_text.h"
+#include "lv2/ports.h"
+#include "tests/signals.h"
+
+namespace {
+
+class Bundle : public testing::Test {
+protected:
+    Bundle() {
+        lilv_world_set_option(world, LILV_OPTION_LV2_PATH, path);
+        lilv_world_load_specifications(world);
+        lilv_world_load_bundle(world, folder);
+        uri = lilv_new_uri(world, kPluginUri);
+        plugin = lilv_plugins_get_by_uri(lilv_world_get_all_plugins(world), uri);
+    }
+    ~Bundle() override {
+        for (LilvNode* node : {uri, folder, path}) lilv_node_free(node);
+        lilv_world_free(world);
+    }
+
+    LilvWorld* world = lilv_world_new();
+    LilvNode* folder = lilv_new_file_uri(world, nullptr, ORVANE_BUNDLE);
+    LilvNode* path = lilv_new_string(world, "/usr/lib/lv2");
+    LilvNode* uri;
+    const LilvPlugin* plugin;
+};
+
+TEST_F(Bundle, TellsRangesInAListenersUnits) {
+    ASSERT_EQ(lilv_plugin_get_num_ports(plugin), kPortCount);
+    std::vector<float> least(kPortCount), most(kPortCount), normal(kPortCount);
+    lilv_plugin_get_port_ranges_float(plugin, least.data(), most.data(), normal.data());
+    const struct {
+        const char* symbol;
+        float least, most, normal;
+        const char* unit;
+    } rows[] = {
+        {"enabled", 0, 1, 1, ""},
+        {"low_latency", 0, 1, 0, ""},
+        {"enhancer", 0, 1, 0, ""},
+        {"eq_9", -100, 100, 0, "pc"},
+        {"output_gain", -20, 24.0824F, 0, "db"},
+        {"max_gain", -20, 42.0761F, 0, "db"},
+        {"ratio", 0, 10, 1, ""},
+        {"gate", -20, 0, -0.0008686F, "db"},
+    };
+    LilvNode* const unit = lilv_new_uri(world, "http://lv2plug.in/ns/extensions/units#unit");
+    for (const auto& row : rows) {
+        LilvNode* const symbol = lilv_new_string(world, row.symbol);
+        const LilvPort* const port = lilv_plugin_get_port_by_symbol(plugin, symbol);
+        ASSERT_NE(port, nullptr) << row.symbol;
+        const uint32_t n = lilv_port_get_index(plugin, port);
+        EXPECT_NEAR(least[n], row.least, 1e-4) << row.symbol;
+        EXPECT_NEAR(most[n], row.most, 1e-4) << row.symbol;
+        EXPECT_NEAR(normal[n], row.normal, 1e-4) << row.symbol;
+        LilvNode* const found = lilv_port_get(plugin, port, unit);
+        const std::string text = found != nullptr ? lilv_node_as_uri(found) : "#";
+        EXPECT_EQ(text.substr(text.find('#') + 1), row.unit) << row.symbol;
+        lilv_node_free(found);
+        lilv_node_free(symbol);
+    }
+    lilv_node_free(unit);
+}
+
+TEST_F(Bundle, HasEveryPresetWithItsValues) {
+    LilvNode* const kind = lilv_new_uri(world, "http://lv2plug.in/ns/ext/presets#Preset");
+    LilvNodes* const found = lilv_plugin_get_related(plugin, kind);
+    EXPECT_EQ(lilv_nodes_size(found), Presets().size());
+    lilv_nodes_free(found);
+    lilv_node_free(kind);
+    static const LV2_URID_Map kMap = {
+        nullptr, [](LV2_URID_Map_Handle, const char* text) -> LV2_URID {
+            static std::map<std::string, LV2_URID> known;
+            return known.try_emplace(text, known.size() + 1).first->second;
+        }};
+    for (const Preset& preset : Presets()) {
+        const std::string name = std::string(kPluginUri) + '#' + preset.name;
+        LilvNode* const node = lilv_new_uri(world, name.c_str());
+        lilv_world_load_resource(world, node);
+        LilvState* const state =
+            lilv_state_new_from_world(world, const_cast<LV2_URID_Map*>(&kMap), node);
+        ASSERT_NE(state, nullptr) << preset.name;
+        Settings settings;
+        const auto take = [](const char* symbol, void* into, const void* value, uint32_t,
+                             uint32_t) {
+            std::string key = symbol;
+            std::replace(key.begin(), key.end(), '_', '-');
+            for (const Control& control : kControls) {
+                const std::string band = "eq-" + std::to_string(control.band);
+                if (key != (control.IsBand() ? band : control.parameter->key)) continue;
+                const double inUnits = control.FromPort(*static_cast<const float*>(value));
+                auto* const all = static_cast<Settings*>(into);
+                if (control.IsBand())
+                    all->SetBand(static_cast<size_t>(control.band), inUnits);
+                else if (!control.IsUnsendable(inUnits))
+                    all->Set(control.parameter->id, inUnits);
+            }
+        };
+        lilv_state_emit_port_values(state, take, &settings);
+        EXPECT_EQ(Describe(settings), Describe(SettingsOf(preset)));
+        lilv_state_free(state);
+        lilv_node_free(node);
+    }
+}
+
+TEST_F(Bundle, PlaysInPlaceTellsItsLatencyAndRefusesOtherRates) {
+    EXPECT_EQ(lilv_plugin_instantiate(plugin, 96000, nullptr), nullptr);
+    LilvInstance* const instance = lilv_plugin_instantiate(plugin, 48000, nullptr);
+    ASSERT_NE(instance, nullptr);
+    std::vector<float> ports(kPortCount, kNan);
+    for (uint32_t n = kEnabled; n < kPortCount; ++n)
+        lilv_instance_connect_port(instance, n, n < kLatency ? nullptr : &ports[n]);
+    float enabled = 1, enhancer = 1;
+    const auto control = [](ParameterId id) {
+        uint32_t n = kFirstControl;
+        while (kControls[n - kFirstControl].parameter->id != id) ++n;
+        return n;
+    };
+    lilv_instance_connect_port(instance, kEnabled, &enabled);
+    lilv_instance_connect_port(instance, control(PARAM_ENHANCER_ENABLE), &enhancer);
+    const std::vector<float> in = Noise<float>(96000, 0.3);
+    std::vector<float> left, right;
+    const auto play = [&] {
+        left = right = in;
+        lilv_instance_activate(instance);
+        for (size_t at = 0; at < in.size(); at += 100) {
+            for (const uint32_t n : {0U, 2U}) lilv_instance_connect_port(instance, n, &left[at]);
+            for (const uint32_t n : {1U, 3U}) lilv_instance_connect_port(instance, n, &right[at]);
+            lilv_instance_run(instance, 100);
+        }
+        lilv_instance_deactivate(instance);
+        return left;
+    };
+    const std::vector<float> processed = play();
+    EXPECT_EQ(ports[kLatency], 1024 + 255 + 127 + 1024);
+    EXPECT_NEAR(ports[kSourceLevel], -15, 1);
+    EXPECT_TRUE(right == left);
+    EXPECT_TRUE(play() == processed) << "activation begins anew";
+    enabled = 0;
+    play();
+    const auto late = static_cast<ptrdiff_t>(ports[kLatency]);
+    EXPECT_TRUE(std::equal(in.begin(), in.end() - late, left.begin() + late))
+        << "bypassed, to the bit";
+    lilv_instance_free(instance);
+}
+
+}  // namespace

@@ -1,0 +1,138 @@
+#include "render/compare_command.h"
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "render/audio/audio_reader.h"
+#include "render/audio/flac_bytes.h"
+#include "render/audio/output_file.h"
+#include "render/audio/pcm_source.h"
+#include "render/audio/resampler.h"
+#include "render/audio/whole_write.h"
+#include "render/common_options.h"
+#include "render/failure.h"
+#include "render/input.h"
+
+namespace {
+
+constexpr const char* kPageName = "orvane.html";
+constexpr const char* kPlaceOfPiece = "<!-- piece -->";
+constexpr uint32_t kMostMinutes = 10;
+
+std::string Base64(const std::string& bytes) {
+    constexpr const char* kDigits =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    text.reserve((bytes.size() + 2) / 3 * 4);
+    for (size_t n = 0; n < bytes.size(); n += 3) {
+        uint32_t three = 0;
+        for (size_t k = 0; k < 3; ++k)
+            three =
+                three << 8 | (n + k < bytes.size() ? static_cast<unsigned char>(bytes[n + k]) : 0U);
+        for (size_t k = 0; k < 4; ++k)
+            text += n + k > bytes.size() ? '=' : kDigits[three >> (18 - 6 * k) & 63];
+    }
+    return text;
+}
+
+// {key: value} of what is set, as the page counts: a key for each band.
+nlohmann::json ValuesOf(const Settings& settings) {
+    nlohmann::json values = nlohmann::json::object();
+    for (const Parameter& parameter : kParameters) {
+        if (!settings.IsSet(parameter.id)) continue;
+        if (parameter.kind != ParameterKind::kBandValue)
+            values[parameter.key] = settings.Get(parameter.id);
+        else
+            for (size_t band = 0; band < settings.BandLevels().size(); ++band)
+                values[parameter.key + ("-" + std::to_string(band))] =
+                    settings.BandLevels().at(band);
+    }
+    return values;
+}
+
+[[noreturn]] void RefuseLength(const std::string& input) {
+    throw Failure("{} is longer than {} minutes, too long for a page", input, kMostMinutes);
+}
+
+// The piece as the chain takes it.
+std::string FlacOf(const std::string& input, AudioReader& reader, bool dither) {
+    const uint64_t mostFrames = uint64_t{kMostMinutes} * 60 * reader.RateHz();
+    if (reader.Frames().value_or(0) > mostFrames) RefuseLength(input);
+    const uint32_t rateHz = ChainRateHz(reader.RateHz());
+    PcmSource source(reader, rateHz, dither, Metering::kNothing);
+    FlacBytes flac(rateHz, reader.Channels());
+    std::vector<int16_t> pcm;
+    while (source.Read(&pcm)) {
+        if (source.FramesRead() > mostFrames) RefuseLength(input);
+        flac.Write(pcm);
+    }
+    if (source.FramesRead() == 0) throw Failure("{} holds no samples", input);
+    return flac.Finish();
+}
+
+}  // namespace
+
+CompareCommand::CompareCommand(CLI::App& program)
+    : Command(program, "compare",
+              "write a page with the piece inside: before and after, equally loud") {
+    app.add_option("IN", input, "audio file of at most ten minutes; - is standard input")
+        ->required();
+    app.add_option("OUT", output, "HTML file, whole in itself")->required();
+    app.add_option("--page", page,
+                   "the page without a piece; without it, the one beside this program")
+        ->type_name("FILE");
+    app.add_flag("--no-dither", noDither, "round to 16 bits without dither");
+    app.add_flag("-f,--force", overwrite, "overwrite files that exist");
+    settings.AddTo(app);
+    AddPresetListTo(app);
+}
+
+std::string CompareCommand::Page() const {
+    std::filesystem::path path = page;
+    if (page.empty()) {
+        const std::filesystem::path own = ProgramFolder();
+        // Beside it, where an installation puts it, where the build does.
+        for (const std::filesystem::path& folder :
+             {own, own.parent_path() / "share" / "orvane", own.parent_path() / "web"})
+            if (path.empty() && std::filesystem::exists(folder / kPageName))
+                path = folder / kPageName;
+        if (path.empty())
+            throw Failure("{} is not in {} (--page names another place)", kPageName, own.string());
+    }
+    std::ifstream file(path, std::ios::binary);
+    std::string text{std::istreambuf_iterator<char>(file), {}};
+    if (text.find(kPlaceOfPiece) == std::string::npos)
+        throw Failure("{} is not the page that takes a piece", path.string());
+    return text;
+}
+
+std::string CompareCommand::PieceElement() const {
+    AudioReader reader(input);
+    CheckChannels(input, reader);
+    const uint32_t rateHz = ChainRateHz(reader.RateHz());
+    Settings all = settings.Resolve();
+    settings.Tone().Grant(rateHz, &all);
+    const nlohmann::json piece = {{"name", TitleOf(input, reader)},
+                                  {"rate", rateHz},
+                                  {"settings", ValuesOf(all)},
+                                  {"source", Base64(FlacOf(input, reader, !noDither))}};
+    std::string json = piece.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
+    // No title ends the element.
+    for (size_t at = 0; (at = json.find('<', at)) != std::string::npos;)
+        json.replace(at, 1, "\\u003c");
+    return R"(<script type="application/json" id="orvane-piece">)" + json + "</script>";
+}
+
+void CompareCommand::Run() {
+    if (input == output || AreOneFile(input, output))
+        throw UsageError("IN and OUT are the same file");
+    OutputFile::CheckName(output, overwrite);
+    std::string text = Page();
+    text.replace(text.find(kPlaceOfPiece), std::strlen(kPlaceOfPiece), PieceElement());
+    OutputFile html(output, overwrite);
+    if (const int error = WriteAll(html.Descriptor(), text.data(), text.size()); error != 0)
+        throw Failure("{} cannot be written: {}", output, std::strerror(error));
+    html.Commit();
+}

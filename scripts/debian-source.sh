@@ -1,0 +1,28 @@
+#!/bin/sh
+# Fetches the source as its authors publish it of a Debian package, through this machine's own
+# package sources. Needs no rights; changes nothing outside the folder, which must not exist.
+# usage: scripts/debian-source.sh PACKAGE FOLDER
+set -eu
+package=$1 folder=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+chmod 755 "$work"
+
+# The same places, for sources; deb822 or one line each.
+mkdir -p "$work/sources" "$work/lists/partial" "$work/unpacked"
+for list in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+  [ -f "$list" ] && sed -n 's/^deb /deb-src /p' "$list" >>"$work/sources/all.list"
+done
+for list in /etc/apt/sources.list.d/*.sources; do
+  [ -f "$list" ] && sed 's/^Types:.*/Types: deb-src/' "$list" >"$work/sources/$(basename "$list")"
+done
+apt() {
+  apt-get -qq -o Dir::Etc::SourceList=/dev/null -o Dir::Etc::SourceParts="$work/sources" \
+    -o Dir::State::Lists="$work/lists" -o Dir::Cache::srcpkgcache= -o Dir::Cache::pkgcache= \
+    -o APT::Sandbox::User= "$@"
+}
+apt update
+(cd "$work" && apt source --download-only --tar-only "$package")
+tar -xf "$work"/*.orig.tar.* -C "$work/unpacked" --strip-components=1
+mkdir -p "$(dirname "$folder")"
+mv "$work/unpacked" "$folder"

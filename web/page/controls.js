@@ -1,0 +1,113 @@
+// A slider and a number box for every row of the table, in groups that fold with their switch.
+import { hzText } from "./axes.js";
+
+// In decibels, below which hundredths of a factor step too far apart.
+const kLowestGainDb = -20;
+
+// bandHz: where each band of the equalizer does most. onMessage takes no part: a value out of range
+// is put into it.
+export function makeControls(parent, state, bandHz) {
+  const groups = new Map();
+  for (const row of state.table) {
+    if (!groups.has(row.group)) groups.set(row.group, makeGroup(parent, state, row.group));
+    const group = groups.get(row.group);
+    if (row.kind === "switch") group.addSwitch(row);
+    else group.add(row, row.band === undefined ? undefined : bandHz[row.band]);
+  }
+}
+
+function makeGroup(parent, state, name) {
+  const box = element("div", { className: "group" });
+  const title = element("h3", { textContent: sentence(name) });
+  const body = element("fieldset");
+  body.setAttribute("aria-label", sentence(name));
+  box.append(title, body);
+  parent.append(box);
+  let bands = null;
+
+  function addSwitch(row) {
+    const input = element("input", { type: "checkbox", id: `set-${row.key}` });
+    const label = element("label", { className: "check" });
+    label.append(input, ` ${sentence(name)}`);
+    title.replaceChildren(label);
+    title.after(element("p", { className: "hint", textContent: sentence(row.law) }));
+    input.addEventListener("change", () => state.set(row.key, input.checked ? 1 : 0));
+    const show = () => {
+      input.checked = state.isOn(row.key);
+      body.disabled = body.hidden = !input.checked;
+    };
+    state.listen(show);
+    show();
+  }
+
+  function add(row, bandHz) {
+    if (bandHz !== undefined && bands === null) {
+      bands = element("details");
+      bands.append(element("summary", { textContent: "Its ten bands" }));
+      body.append(bands);
+    }
+    (bands ?? body).append(makeRow(state, row, bandHz));
+  }
+  return { addSwitch, add };
+}
+
+function makeRow(state, row, bandHz) {
+  const scale = scaleOf(row);
+  const id = `set-${row.key}`;
+  const name = bandHz === undefined ? sentence(row.label) : bandName(row, bandHz);
+  const box = element("div", { className: "row" });
+  const label = element("label", { htmlFor: id, textContent: name });
+  const limits = { min: scale.min, max: scale.max, step: scale.step };
+  const slider = element("input", { type: "range", id, ...limits });
+  const number = element("input", { type: "number", ...limits });
+  number.setAttribute("aria-label", `${name}, number`);
+  box.append(label, slider, number, element("span", { className: "unit", textContent: scale.unit }));
+  if (row.band === undefined)
+    box.append(element("p", { className: "hint", textContent: sentence(row.law) }));
+
+  slider.addEventListener("input", () => state.set(row.key, scale.toValue(slider.valueAsNumber)));
+  number.addEventListener("change", () => {
+    state.set(row.key, scale.toValue(number.valueAsNumber));
+    show();
+  });
+  box.addEventListener("dblclick", (event) => {
+    if (event.target === slider || event.target === label) state.unset(row.key);
+  });
+  const show = () => {
+    const shown = scale.toShown(state.get(row.key));
+    slider.value = shown;
+    number.value = shown.toFixed(scale.digits);
+    slider.setAttribute("aria-valuetext", spoken(shown, scale));
+  };
+  state.listen((key) => {
+    if (key === row.key) show();
+  });
+  show();
+  return box;
+}
+
+// What a row is shown in: gains in decibels, everything else in the table's units.
+export function scaleOf(row) {
+  const isGain = row.unit === "factor" || row.unit === "full scale";
+  if (!isGain)
+    return { unit: "", word: "", digits: 2, min: row.min, max: row.max, step: row.step,
+             toShown: (value) => value, toValue: (shown) => shown };
+  const clean = (db) => Math.round(Math.max(kLowestGainDb, db) * 10) / 10 + 0;
+  return { unit: "dB", word: " decibels", digits: 1, min: kLowestGainDb,
+           max: clean(20 * Math.log10(row.max)), step: 0.1,
+           toShown: (value) => clean(20 * Math.log10(value)),
+           toValue: (shown) => 10 ** (shown / 20) };
+}
+
+function spoken(shown, scale) {
+  return `${shown < 0 ? "minus " : ""}${Math.abs(shown).toFixed(scale.digits)}${scale.word}`;
+}
+
+const bandName = (row, hz) =>
+  row.band === 0 ? `Below ${hzText(hz)}` : `Around ${hzText(hz)}`;
+
+const sentence = (text) => text[0].toUpperCase() + text.slice(1);
+
+function element(tag, properties = {}) {
+  return Object.assign(document.createElement(tag), properties);
+}

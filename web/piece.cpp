@@ -1,0 +1,49 @@
+// The module's exports for a whole piece: the samples that the renderer gives.
+#include "client/piece_stream.h"
+#include "host/entry_points.h"
+#include "live/controls.h"
+#include "web/export.h"
+
+namespace {
+
+constexpr uint32_t kBufferFrames = 1024;
+
+struct Piece {
+    Settings settings;
+    std::unique_ptr<PieceStream> stream;
+    std::vector<int16_t> out;
+};
+
+}  // namespace
+
+ORVANE_EXPORT(piece_create) Piece* PieceCreate() {
+    return new (std::nothrow) Piece;
+}
+ORVANE_EXPORT(piece_release) void PieceRelease(Piece* piece) {
+    delete piece;
+}
+// Before it starts. control: its place in the list of controls.
+ORVANE_EXPORT(piece_set) void PieceSet(Piece* piece, uint32_t control, double value) {
+    SetValue(&piece->settings, kControls[control], value);
+}
+// Whether the library took everything.
+ORVANE_EXPORT(piece_start) bool PieceStart(Piece* piece, uint32_t rateHz, uint32_t channels) {
+    piece->stream = std::make_unique<PieceStream>(
+        AELI, piece->settings, StreamFormat{rateHz, channels, kBufferFrames}, Alignment{});
+    return piece->stream->Refused() == nullptr;
+}
+// Interleaved samples in; answers how many came out, which lie at piece_out until the next call.
+ORVANE_EXPORT(piece_process)
+uint32_t PieceProcess(Piece* piece, const int16_t* in, uint32_t samples) {
+    piece->out.clear();
+    piece->stream->Process({in, samples}, &piece->out);
+    return piece->out.size();
+}
+ORVANE_EXPORT(piece_finish) uint32_t PieceFinish(Piece* piece) {
+    piece->out.clear();
+    piece->stream->Finish(&piece->out);
+    return piece->out.size();
+}
+ORVANE_EXPORT(piece_out) const int16_t* PieceOut(const Piece* piece) {
+    return piece->out.data();
+}

@@ -1,0 +1,72 @@
+// Prints parameters and presets as the module table.js: an export that answers its text.
+#include <cstdio>
+#include <string>
+
+#include "client/presets.h"
+#include "live/controls.h"
+#include "web/export.h"
+
+namespace {
+
+std::string Quoted(const std::string& text) {
+    return '"' + text + '"';
+}
+std::string Number(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g", value);
+    return text;
+}
+// "output-gain": "Output gain".
+std::string Label(std::string key) {
+    std::replace(key.begin(), key.end(), '-', ' ');
+    key[0] = static_cast<char>(key[0] - 'a' + 'A');
+    return key;
+}
+std::string KeyOf(const Control& control) {
+    const std::string key = control.parameter->key;
+    return control.IsBand() ? key + "-" + std::to_string(control.band) : key;
+}
+std::string LabelOf(const Control& control) {
+    return control.IsBand() ? "Band " + std::to_string(control.band)
+                            : Label(control.parameter->key);
+}
+
+std::string Row(const Control& control) {
+    const Parameter& p = *control.parameter;
+    std::string text =
+        "  { key: " + Quoted(KeyOf(control)) + ", label: " + Quoted(LabelOf(control)) +
+        ", group: " + Quoted(p.group) +
+        ", kind: " + Quoted(control.IsSwitch() ? "switch" : "value") + ", unit: " + Quoted(p.unit) +
+        ", min: " + Number(p.minimum) + ", max: " + Number(p.maximum) +
+        ", step: " + Number(1.0 / p.wireScale) + ", default: " + Number(p.defaultValue) +
+        ",\n    needs: " + (p.needs == kNoSwitch ? "null" : Quoted(ParameterOf(p.needs).key));
+    if (control.IsBand()) text += ", band: " + std::to_string(control.band);
+    return text + ",\n    law: " + Quoted(p.law) + " },\n";
+}
+
+std::string Values(const Settings& settings) {
+    std::string text;
+    for (const Control& control : kControls) {
+        const Parameter& p = *control.parameter;
+        if (!settings.IsSet(p.id)) continue;
+        text += (text.empty() ? "" : ", ") + Quoted(KeyOf(control)) + ": " +
+                Number(ValueOf(settings, control));
+    }
+    return text;
+}
+
+}  // namespace
+
+// The same text at every call.
+ORVANE_EXPORT(table) const char* Table() {
+    static std::string text;
+    text = "export const parameters = [\n";
+    for (const Control& control : kControls) text += Row(control);
+    text += "];\nexport const presets = [\n";
+    for (const Preset& preset : Presets())
+        text += "  { name: " + Quoted(preset.name) +
+                ",\n    description: " + Quoted(preset.description) + ",\n    values: { " +
+                Values(SettingsOf(preset)) + " } },\n";
+    text += "];\n";
+    return text.c_str();
+}

@@ -1,0 +1,41 @@
+// A piece of music, and what the renderer makes of it.
+import { execFileSync } from "node:child_process";
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+import { wavOf } from "../samples.js";
+
+const root = new URL("../../", import.meta.url);
+const renderer = new URL("build/release/orvane", root).pathname;
+
+// Interleaved stereo, 2 s.
+export const music = new Int16Array(readFileSync(new URL("tests/data/input.s16", root)).buffer);
+// Of one channel, the other half of the time.
+export const left = music.filter((_, n) => n % 2 === 0);
+
+export const planar = (samples, channels) => Array.from({ length: channels }, (_, side) =>
+  Float32Array.from({ length: samples.length / channels }, (_, n) => samples[n * channels + side] / 32768));
+
+export const wav = (samples, rate, channels) => Buffer.from(wavOf(samples, rate, channels));
+
+// The samples of a WAV file.
+export function dataOf(file) {
+  const bytes = Buffer.from(file), at = bytes.indexOf("data");
+  return new Int16Array(bytes.buffer.slice(bytes.byteOffset + at + 8,
+                                           bytes.byteOffset + at + 8 + bytes.readUInt32LE(at + 4)));
+}
+
+export const run = (...words) => execFileSync(renderer, words, { encoding: "utf8" });
+
+// {samples, report}: `orvane render` with the options.
+export function render(samples, rate, channels, ...options) {
+  const folder = mkdtempSync(join(tmpdir(), "orvane-"));
+  try {
+    const [from, to] = ["in.wav", "out.wav"].map((name) => join(folder, name));
+    writeFileSync(from, wav(samples, rate, channels));
+    const report = run("render", from, to, "--json", ...options);
+    return { samples: dataOf(readFileSync(to)), report: JSON.parse(report) };
+  } finally {
+    rmSync(folder, { recursive: true });
+  }
+}
