@@ -17,18 +17,13 @@ constexpr size_t HalfWidth(size_t k) {
 
 constexpr size_t kSums = 9;
 
-// act(k) for k from 0 to kSums - 1; unrolled, so that the sums stay in registers, where registers
-// can hold a float.
+// act(k) for k from 0 to kSums - 1, each a constant.
 template <typename Act>
-ORVANE_LANE_INLINE void ForEachSum(Act act) {
-    if constexpr (kSoftFloat && kLanes == 1) {
-        for (size_t k = 0; k < kSums; ++k) act(k);
-    } else {
-        [act]<size_t... k>(std::index_sequence<k...>) {
-            (act(std::integral_constant<size_t, k>()), ...);
-        }
-        (std::make_index_sequence<kSums>());
+[[gnu::always_inline]] inline void ForEachSum(Act act) {
+    [act]<size_t... k>(std::index_sequence<k...>) {
+        (act(std::integral_constant<size_t, k>()), ...);
     }
+    (std::make_index_sequence<kSums>());
 }
 
 // Frame by frame the sums of as many channels as V has lanes, in registers: each takes in the input
@@ -55,10 +50,12 @@ struct SumRun {
     ORVANE_LANE_INLINE void Step(size_t i) {
         const Real* const at = centre + i * kInterleaved;
         Real* const to = rows + i * kInterleaved;
+        if constexpr (kSoftFloat && kPairs == 0) {  // no sum stays in a register
+            for (size_t k = 0; k < kSums; ++k) StepOne(k, at, to);
+            return;
+        }
         ForEachSum([this, at, to](auto k) {
-            if constexpr (kPairs == 0)
-                StepOne(k, at, to);
-            else if constexpr (k >= 2 * kPairs)
+            if constexpr (k >= 2 * kPairs)
                 StepOne(k, at, to);
             else if constexpr (k % 2 == 0)
                 this->template StepTwo<k>(at, to);
