@@ -90,7 +90,7 @@ public:
     static constexpr bool kContourLast = !kSoftFloat && std::is_same_v<Real, float>;
     static constexpr size_t kContourChunk = 64;  // frames
     struct ContourChunk {
-        size_t Count() const { return count - done; }
+        ORVANE_LOCAL size_t Count() const { return count - done; }
 
         BiquadRun<float> run;
         size_t count, done;  // frames, and those at the front that have their contour
