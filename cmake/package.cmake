@@ -5,7 +5,7 @@
 include(GNUInstallDirs)
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/orvane)
 
-install(TARGETS orvane RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS orvane orvane_desktop RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # No place where the linker looks.
 set(soundfx lib/orvane/soundfx)
 install(TARGETS qth_orvane LIBRARY DESTINATION ${soundfx})
@@ -16,6 +16,7 @@ install(TARGETS orvane_lv2 LIBRARY DESTINATION lib/lv2/orvane.lv2)
 foreach(name manifest orvane presets)
   install(FILES ${CMAKE_BINARY_DIR}/orvane.lv2/${name}.ttl DESTINATION lib/lv2/orvane.lv2)
 endforeach()
+install(FILES desktop/orvane-desktop.service DESTINATION lib/systemd/user)
 # Made of the line's output.
 function(make_file file line)
   add_custom_command(OUTPUT ${file} COMMAND sh -c "${line} >${file}"
@@ -24,12 +25,14 @@ endfunction()
 make_file(orvane.1.gz "'$<TARGET_FILE:orvane>' --man-page | gzip -9n")
 make_file(orvane.bash "'$<TARGET_FILE:orvane>' --bash-completion")
 make_file(changelog.gz "gzip -9nc '${CMAKE_SOURCE_DIR}/packaging/changelog'")
-add_custom_target(manual ALL DEPENDS orvane.1.gz orvane.bash changelog.gz)
-install(FILES ${CMAKE_BINARY_DIR}/orvane.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+make_file(orvane-desktop.1.gz "gzip -9nc '${CMAKE_SOURCE_DIR}/packaging/orvane-desktop.1'")
+add_custom_target(manual ALL DEPENDS orvane.1.gz orvane-desktop.1.gz orvane.bash changelog.gz)
+install(FILES ${CMAKE_BINARY_DIR}/orvane.1.gz ${CMAKE_BINARY_DIR}/orvane-desktop.1.gz
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${CMAKE_BINARY_DIR}/orvane.bash RENAME orvane
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
-install(FILES packaging/copyright docs/batch.md docs/plugin.md docs/presets.md ${CMAKE_BINARY_DIR}/changelog.gz
-  DESTINATION ${documents})
+install(FILES packaging/copyright docs/batch.md docs/desktop.md docs/plugin.md docs/presets.md
+  ${CMAKE_BINARY_DIR}/changelog.gz DESTINATION ${documents})
 install(FILES packaging/lintian-overrides RENAME orvane
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides)
 
@@ -55,5 +58,5 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "gnuplot-nox | gnuplot, fonts-dejavu-core")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "ffmpeg, parallel")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "ffmpeg, parallel, wireplumber, libpipewire-0.3-modules")
 include(CPack)

@@ -90,11 +90,9 @@ public:
     static constexpr bool kContourLast = !kSoftFloat && std::is_same_v<Real, float>;
     static constexpr size_t kContourChunk = 64;  // frames
     struct ContourChunk {
-        ORVANE_LOCAL size_t Count() const { return count - done; }
-
         BiquadRun<float> run;
-        size_t count, done;  // frames, and those at the front that have their contour
-        float sums[kContourChunk];
+        size_t done, count;  // frames at the front that have their contour, and those that want it
+        alignas(Lanes) float sums[kContourChunk];
     };
     ORVANE_LOCAL uint32_t ProcessBands(float* samples, uint32_t n);
     ORVANE_LOCAL void BeginContour(ContourChunk& chunk, const float* frames, size_t count);

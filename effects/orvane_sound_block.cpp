@@ -192,19 +192,20 @@ void OrvaneSound<Sample, Real>::PushBandsWithContour() {
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::BeginContour(ContourChunk& chunk, const float* frames,
                                              size_t count) {
-    chunk.count = chunk.done = count;
+    chunk.done = count;
     if (enabled) {
         chunk.done = std::min<size_t>(count, contoured);
         contoured -= static_cast<uint32_t>(chunk.done);
     }
+    chunk.count = count - chunk.done;
     chunk.run = loContourFilter.Begin(chunk.sums);
-    SumChannels(frames + chunk.done * channels, channels, chunk.Count(), chunk.sums);
+    SumChannels(frames + chunk.done * channels, channels, chunk.count, chunk.sums);
 }
 
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::FinishContour(const ContourChunk& chunk, float* frames) {
     loContourFilter.Finish(chunk.run);
-    AddToChannels(chunk.sums, channels, chunk.Count(), frames + chunk.done * channels);
+    AddToChannels(chunk.sums, channels, chunk.count, frames + chunk.done * channels);
 }
 
 // To the first n frames of the output.
@@ -215,7 +216,7 @@ void OrvaneSound<Sample, Real>::AddContour(uint32_t n) {
         const uint32_t count = std::min<uint32_t>(left, kContourChunk);
         ContourChunk chunk;
         BeginContour(chunk, frames, count);
-        RunAlone(chunk.run, chunk.Count());
+        RunAlone(chunk.run, chunk.count);
         FinishContour(chunk, frames);
         frames += size_t{count} * channels;
         left -= count;

@@ -1,6 +1,8 @@
 // The plug-in's ports, in the order of their numbers. Hosts keep them by symbol.
 #pragma once
+#include <algorithm>
 #include <cstdint>
+#include <string>
 
 #include "live/controls.h"
 
@@ -21,3 +23,15 @@ enum Port : uint32_t {
     kLimiting,
     kPortCount
 };
+
+// Letters, digits and underscores.
+inline std::string Symbol(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '-' || c == ' '; }, '_');
+    return text;
+}
+// Of a control's port: "output_gain", "eq_3".
+inline std::string SymbolOf(const Control& control) {
+    const std::string key = Symbol(control.parameter->key);
+    return control.IsBand() ? key + '_' + std::to_string(control.band) : key;
+}

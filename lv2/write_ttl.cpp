@@ -22,15 +22,6 @@ constexpr char kPrefixes[] =
     "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
     "@prefix unit: <http://lv2plug.in/ns/extensions/units#> .\n\n";
 
-std::string Symbol(std::string text) {
-    for (char& letter : text)
-        if (letter == '-' || letter == ' ') letter = '_';
-    return text;
-}
-std::string SymbolOf(const Control& control) {
-    const std::string key = Symbol(control.parameter->key);
-    return control.IsBand() ? fmt::format("{}_{}", key, control.band) : key;
-}
 // "Output gain".
 std::string Name(std::string text) {
     std::replace(text.begin(), text.end(), '-', ' ');

@@ -6,7 +6,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 build=$1
-folders='platform|host|unit|dsp|effects|client|render|bench|android'
+folders='platform|host|unit|dsp|effects|client|live|lv2|desktop|render|bench|android'
 [ "${2:-}" != all ] || folders="$folders|tests"
 sources=$(git ls-files '*.cpp' '*.h')
 # shellcheck disable=SC2086  # one word a file

@@ -15,7 +15,8 @@ render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-
 test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang-tools
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git
   man-db parallel rsync lintian fretsonfire-songs-muldjord pocketsphinx-testdata alsa-utils
-  liblilv-dev lilv-utils sordi ffmpeg jalv jackd1"
+  liblilv-dev lilv-utils sordi ffmpeg jalv jackd1 pipewire-bin libpipewire-0.3-modules wireplumber
+  dbus-daemon systemd"
 arm="cmake ninja-build python3 g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
 wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs esbuild dpkg-dev"
 browser="chromium"

@@ -207,7 +207,7 @@ uint32_t Chain::Finish(float* samples, uint32_t frames) {
         float* const next = chunk + size_t{before} * channels;
         count = std::min(left, limiter->Room(before, channels));
         enhancer->BeginContour(contour, next, count);
-        limiter->ProcessChunk(chunk, before, channels, Beside{contour.run, contour.Count()});
+        limiter->ProcessChunk(chunk, before, channels, Beside{contour.run, contour.count});
         enhancer->FinishContour(contour, next);
         Amplify(next, size_t{count} * channels, outputGain);
         chunk = next;

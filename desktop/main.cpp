@@ -1,0 +1,187 @@
+// orvane-desktop: makes "Orvane" an output for all that the desktop plays.
+//
+// What a listener has set stands in a settings file, which `on` and `set` write and the client of
+// the sound server reads when it starts.
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+
+#include "client/delay.h"
+#include "client/presets.h"
+#include "client/settings_text.h"
+#include "desktop/filter_chain.h"
+#include "live/live_stream.h"
+
+namespace {
+
+constexpr char kUsage[] =
+    "usage: orvane-desktop on [PRESET or settings file]   everything plays through it\n"
+    "       orvane-desktop off\n"
+    "       orvane-desktop set KEY VALUE                  heard at once; keys of a settings file\n"
+    "       orvane-desktop status\n"
+    "       orvane-desktop run                            the client itself, in the foreground\n";
+
+[[noreturn]] void Fail(const std::string& why) {
+    fmt::print(stderr, "orvane-desktop: {}\n", why);
+    std::exit(1);
+}
+
+std::filesystem::path FolderOf(const char* variable, const std::string& otherwise) {
+    const char* const set = std::getenv(variable);
+    return set != nullptr && *set != '\0' ? std::string(set) : otherwise;
+}
+std::filesystem::path SettingsPath() {
+    const char* const home = std::getenv("HOME");
+    return FolderOf("XDG_CONFIG_HOME", std::string(home != nullptr ? home : "") + "/.config") /
+           "orvane/desktop";
+}
+std::filesystem::path RuntimePath(const char* name) {
+    return FolderOf("XDG_RUNTIME_DIR", fmt::format("/run/user/{}", getuid())) / name;
+}
+
+void Write(const std::filesystem::path& path, const std::string& text) {
+    std::error_code fault;
+    std::filesystem::create_directories(path.parent_path(), fault);
+    std::ofstream file(path);
+    file << text;
+    file.close();
+    if (!file) Fail("cannot write " + path.string());
+}
+
+Settings ReadFile(const std::filesystem::path& path) {
+    std::ifstream file(path);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    if (!file) Fail("no preset and no settings file: " + path.string());
+    Settings settings;
+    const std::string wrong = ReadSettings(text, &settings);
+    if (!wrong.empty()) Fail(path.string() + ':' + wrong);
+    return settings;
+}
+// What was heard last, else the first preset.
+Settings Present() {
+    return std::filesystem::exists(SettingsPath()) ? ReadFile(SettingsPath())
+                                                   : SettingsOf(Presets().front());
+}
+
+// Whether the shell's line succeeded, quietly. No listener's text is ever in it.
+bool Does(const std::string& line) {
+    return std::system((line + " >/dev/null 2>&1").c_str()) == 0;
+}
+std::string OutputOf(const std::string& line) {
+    std::string text;
+    FILE* const pipe = popen(("(" + line + ") 2>/dev/null").c_str(), "r");
+    if (pipe == nullptr) return text;
+    for (int letter = 0; (letter = std::fgetc(pipe)) != EOF;) text += static_cast<char>(letter);
+    pclose(pipe);
+    return text;
+}
+
+// The node's number, "" where there is none. The node that plays comes last.
+std::string NodeNumber() {
+    return OutputOf(
+        "pw-cli info orvane.out | grep -q 'id: ' && pw-cli info orvane | "
+        "sed -n 's/^[[:space:]]*id: \\([0-9]*\\).*/\\1/p'");
+}
+bool IsDefault() {
+    return Does("wpctl inspect @DEFAULT_AUDIO_SINK@ | grep -q 'node.name = \"orvane\"'");
+}
+bool Within(int seconds, bool (*holds)()) {
+    for (int turn = 0; turn < 10 * seconds; ++turn) {
+        if (holds()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return false;
+}
+
+int Run() {
+    const std::filesystem::path path = RuntimePath("orvane-desktop.conf");
+    Write(path, ConfigurationText(Present()));
+    execlp("pipewire", "pipewire", "-c", path.c_str(), nullptr);
+    Fail("cannot start pipewire");
+}
+
+void Send(const Settings& settings) {
+    if (!Does("pw-cli set-param orvane.out Props '" + PropertyText(settings) + "'"))
+        Fail("the sound server takes no settings");
+}
+
+// Through the user's service manager, or where it has no such service as a process of its own.
+void Start() {
+    if (Does("systemctl --user start orvane-desktop.service")) return;
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    Does(fmt::format("(setsid '{}' run </dev/null >/dev/null 2>&1 & echo $! >'{}')", program,
+                     RuntimePath("orvane-desktop.pid").string()));
+}
+
+int TurnOn(const char* what) {
+    Settings settings = Present();
+    if (what != nullptr) {
+        const Preset* const preset = FindPreset(what);
+        settings = preset != nullptr ? SettingsOf(*preset) : ReadFile(what);
+    }
+    Write(SettingsPath(), SettingsText(settings));
+    if (!Does("pw-cli info 0")) Fail("no PipeWire is running");
+    if (NodeNumber().empty()) {
+        Start();
+        if (!Within(5, [] { return !NodeNumber().empty(); }))
+            Fail("the output doesn't appear; `orvane-desktop run` tells why");
+    } else {
+        Send(settings);
+    }
+    std::string number = NodeNumber();
+    number.erase(number.find_last_not_of('\n') + 1);
+    if (!Does("wpctl set-default " + number) || !Within(5, IsDefault))
+        Fail("the session manager doesn't make it the output");
+    return 0;
+}
+
+int TurnOff() {
+    const std::string file = RuntimePath("orvane-desktop.pid").string();
+    Does("systemctl --user stop orvane-desktop.service");
+    Does(fmt::format("[ -f '{0}' ] && kill $(cat '{0}'); rm -f '{0}'", file));
+    if (!Within(5, [] { return NodeNumber().empty(); })) Fail("the output stays");
+    return 0;
+}
+
+int SetOne(const char* key, const char* value) {
+    Settings settings = Present();
+    const std::string wrong = SetFromText(key, value, &settings);
+    if (!wrong.empty()) Fail(wrong);
+    Write(SettingsPath(), SettingsText(settings));
+    if (!NodeNumber().empty()) Send(settings);
+    return 0;
+}
+
+int TellStatus() {
+    const Settings settings = Present();
+    const uint32_t frames =
+        LiveStream::kLowLatencyFrames + DelayFrames(settings, LiveStream::kLowLatencyFrames);
+    fmt::print("{}\n{}\nlatency {} frames ({:.1f} ms)\n",
+               NodeNumber().empty() ? "off"
+               : IsDefault()        ? "on, everything plays through it"
+                                    : "on, another output is the default",
+               Describe(settings), frames, frames / 48.0);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string command = argc > 1 ? argv[1] : "";
+    if (command == "on" && argc <= 3) return TurnOn(argv[2]);
+    if (command == "off" && argc == 2) return TurnOff();
+    if (command == "set" && argc == 4) return SetOne(argv[2], argv[3]);
+    if (command == "status" && argc == 2) return TellStatus();
+    if (command == "run" && argc == 2) return Run();
+    const bool asked = command == "--help" || command == "-h";
+    std::fputs(kUsage, asked ? stdout : stderr);
+    return asked ? 0 : 2;
+}
