@@ -3,7 +3,8 @@
 // statically, so that the emulator knows every function's name.
 //
 // The second argument: music; noise of full scale; silence; decay, one buffer of noise and then
-// silence; least or largest, noise with every value set to that int32. The third, if there is one:
+// silence; least or largest, noise with every value set to that int32; commands, noise with a
+// reset, a disable, an enable and a change of mode before each buffer. The third, if there is one:
 // what stays on beside the output limiters, the sum of 1 playback gain, 2 equalizer, 4 enhancer.
 #include <algorithm>
 #include <cstdio>
@@ -17,11 +18,13 @@ int main(int argc, char** argv) {
     const long frames = argc >= 3 ? std::strtol(argv[1], nullptr, 10) : 0;
     const std::string load = argc >= 3 ? argv[2] : "";
     const long stages = argc == 4 ? std::strtol(argv[3], nullptr, 10) : 7;
-    const std::string loads[] = {"music", "noise", "silence", "decay", "least", "largest"};
+    const std::string loads[] = {"music", "noise",   "silence", "decay",
+                                 "least", "largest", "commands"};
     if (frames < 1 || frames > 65536 || std::count(std::begin(loads), std::end(loads), load) == 0 ||
         stages < 0 || stages > 7) {
-        std::fputs("usage: chain_load FRAMES music|noise|silence|decay|least|largest [0 to 7]\n",
-                   stderr);
+        std::fputs(
+            "usage: chain_load FRAMES music|noise|silence|decay|least|largest|commands [0 to 7]\n",
+            stderr);
         return 2;
     }
     const size_t step = 2 * static_cast<size_t>(frames);
@@ -37,8 +40,15 @@ int main(int argc, char** argv) {
         if ((stages >> bit & 1) == 0) instance.Set(kSwitches[bit], {0});
     if (load == "least") instance.SetEveryValue(INT32_MIN);
     if (load == "largest") instance.SetEveryValue(INT32_MAX);
-    for (size_t at = 0; at + step <= input.size(); at += step)
+    for (size_t at = 0; at + step <= input.size(); at += step) {
+        if (load == "commands") {
+            instance.Reset();
+            instance.Disable();
+            instance.Enable();
+            instance.Set(PARAM_SET_MODE, {static_cast<int32_t>(at / step % 2)});
+        }
         if (instance.Process(input.data() + at, out.data(), static_cast<uint32_t>(frames)) != 0)
             return 1;
+    }
     return 0;
 }

@@ -7,8 +7,9 @@
 // code, each for the function that it begins in; a conditional instruction counts whether or not
 // its condition holds. Runs are repeatable: no clock, no sampling.
 //
-// Argument: symbols=FILE, what `nm -nC` says of the program (linked statically, at fixed
-// addresses). The emulator's own look-up confuses functions that overlap.
+// Arguments: symbols=FILE, what `nm -nC` says of the program (linked statically, at fixed
+// addresses). The emulator's own look-up confuses functions that overlap. entry=NAME: calls of this
+// function of the interface, InterfaceCommand, instead of InterfaceProcess.
 //
 // Prints lines of words parted by tabs: "calls" N, "worst" instructions of one call, and for each
 // stage and function "count" STAGE instructions NAME.
@@ -66,6 +67,7 @@ struct Block {
     uint64_t instructions;
 };
 
+std::string entry = "InterfaceProcess";
 std::map<uint64_t, Function> functions;  // by address
 std::deque<Block> blocks;                // stay where they are: the emulator keeps their addresses
 Part stage = kCaller;
@@ -88,7 +90,7 @@ void Executed(unsigned, void* data) {
     const Block& block = *static_cast<const Block*>(data);
     Function& function = *block.function;
     if (stage == kCaller) {
-        if (function.name.find("InterfaceProcess") == std::string::npos) return;
+        if (function.name.find(entry) == std::string::npos) return;
         stage = kUnit;
     } else if (function.owner == kCaller) {
         FinishCall();
@@ -145,9 +147,14 @@ bool ReadSymbols(const std::string& path) {
 }  // namespace
 
 int qemu_plugin_install(qemu_plugin_id_t id, const qemu_info_t*, int argc, char** argv) {
-    const std::string prefix = "symbols=";
-    const std::string argument = argc == 1 ? argv[0] : "";
-    if (argument.rfind(prefix, 0) != 0 || !ReadSymbols(argument.substr(prefix.size()))) return 1;
+    std::string symbols;
+    for (int i = 0; i < argc; ++i) {
+        const std::string argument = argv[i];
+        const size_t equals = argument.find('=');
+        if (equals == std::string::npos) return 1;
+        (argument.substr(0, equals) == "entry" ? entry : symbols) = argument.substr(equals + 1);
+    }
+    if (!ReadSymbols(symbols)) return 1;
     qemu_plugin_register_vcpu_tb_trans_cb(id, Translated);
     qemu_plugin_register_atexit_cb(id, Report, nullptr);
     return 0;

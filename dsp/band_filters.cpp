@@ -18,14 +18,13 @@ Planar<T> HalvesOf(OwnedArray<T>& array) {
 //   low    q    q + 1   q + 2   q + 3
 //   high   M-q  M-q-1   M-q-2   M-q-3       M = N / 2
 template <typename V, typename T>
-[[gnu::always_inline]] inline MirroredPair<V> BinsAt(Planar<T> x, size_t M, Complex<V> factors,
-                                                     size_t q) {
+ORVANE_LANE_INLINE MirroredPair<V> BinsAt(Planar<T> x, size_t M, Complex<V> factors, size_t q) {
     return RealForward(LoadAt<V>(x, q), LoadReversed<V>(x, M - q), factors.re, factors.im);
 }
 
 // Bins 1 to end - 1: one vector from bin 1 on, which the next one may overlap, then aligned ones.
 template <typename T, typename Body>
-[[gnu::always_inline]] inline void ForMirroredBins(size_t end, Body body) {
+ORVANE_LANE_INLINE void ForMirroredBins(size_t end, Body body) {
     using V = typename WidestVector<T>::Type;
     constexpr size_t W = kWidth<V, T>;
     for (size_t q = 1; q < end; q = q % W == 0 ? q + W : W) body.template operator()<V>(q);

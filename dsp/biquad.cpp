@@ -16,6 +16,47 @@ Angle CornerAngle(float frequency, float samplingRate) {
     return {std::sin(w0), std::cos(w0)};
 }
 
+// As SetCoeffs takes them.
+struct Design {
+    double a0, a1, a2, b0, b1, b2;
+};
+
+// The designs stand apart from the template: one for every kind of number.
+Design LowPass(float frequency, float samplingRate, float q) {
+    const auto [s, c] = CornerAngle(frequency, samplingRate);
+    const double quality = q;
+    const double alpha = s / (quality + quality);
+    return {1 + alpha, -2 * c, 1 - alpha, (1 - c) * 0.5, 1 - c, (1 - c) * 0.5};
+}
+
+Design BandPass(float frequency, float samplingRate, float q) {
+    const auto [s, c] = CornerAngle(frequency, samplingRate);
+    const double quality = q;
+    const double alpha = s / (quality + quality);
+    return {1 + alpha, -2 * c, 1 - alpha, 0.5 * s, 0.0, -0.5 * s};
+}
+
+Design HighShelf(float frequency, float samplingRate, float shelfGainDb, float shelfSlope,
+                 float outputGainDb) {
+    const auto [s, c] = CornerAngle(frequency, samplingRate);
+    const double A = std::pow(10.0, static_cast<double>(shelfGainDb) / 40);
+    const double slope = shelfSlope;
+    const double alpha = 0.5 * s * std::sqrt((1 / A + A) * (1 / slope - 1) + 2);
+    const double G = std::pow(10.0, static_cast<double>(outputGainDb) / 20);
+    const double root = 2 * std::sqrt(A) * alpha;
+    return {.a0 = (A + 1) - (A - 1) * c + root,
+            .a1 = 2 * ((A - 1) - (A + 1) * c),
+            .a2 = (A + 1) - (A - 1) * c - root,
+            .b0 = (G * A) * ((A + 1) + (A - 1) * c + root),
+            .b1 = (G * (-2 * A)) * ((A - 1) + (A + 1) * c),
+            .b2 = (G * A) * ((A + 1) + (A - 1) * c - root)};
+}
+
+template <typename Filter>
+void Set(Filter* filter, int rampLength, const Design& d) {
+    filter->SetCoeffs(rampLength, d.a0, d.a1, d.a2, d.b0, d.b1, d.b2);
+}
+
 }  // namespace
 
 template <typename Sample, typename Real>
@@ -56,38 +97,21 @@ void Biquad<Sample, Real>::SetCoeffs(int rampLength, double a0, double a1, doubl
 template <typename Sample, typename Real>
 void Biquad<Sample, Real>::SetLowPassParameter(int rampLength, float frequency, float samplingRate,
                                                float q) {
-    const auto [s, c] = CornerAngle(frequency, samplingRate);
-    const double quality = q;
-    const double alpha = s / (quality + quality);
-    SetCoeffs(rampLength, 1 + alpha, -2 * c, 1 - alpha, (1 - c) * 0.5, 1 - c, (1 - c) * 0.5);
+    Set(this, rampLength, LowPass(frequency, samplingRate, q));
 }
 
 template <typename Sample, typename Real>
 void Biquad<Sample, Real>::SetBandPassParameter(int rampLength, float frequency, float samplingRate,
                                                 float q) {
-    const auto [s, c] = CornerAngle(frequency, samplingRate);
-    const double quality = q;
-    const double alpha = s / (quality + quality);
-    SetCoeffs(rampLength, 1 + alpha, -2 * c, 1 - alpha, 0.5 * s, 0.0, -0.5 * s);
+    Set(this, rampLength, BandPass(frequency, samplingRate, q));
 }
 
 template <typename Sample, typename Real>
 void Biquad<Sample, Real>::SetHighPassParameter(int rampLength, float frequency, float samplingRate,
                                                 float shelfGainDb, float shelfSlope,
                                                 float outputGainDb) {
-    const auto [s, c] = CornerAngle(frequency, samplingRate);
-    const double A = std::pow(10.0, static_cast<double>(shelfGainDb) / 40);
-    const double slope = shelfSlope;
-    const double alpha = 0.5 * s * std::sqrt((1 / A + A) * (1 / slope - 1) + 2);
-    const double G = std::pow(10.0, static_cast<double>(outputGainDb) / 20);
-    const double root = 2 * std::sqrt(A) * alpha;
-    SetCoeffs(rampLength,                                 //
-              (A + 1) - (A - 1) * c + root,               // a0
-              2 * ((A - 1) - (A + 1) * c),                // a1
-              (A + 1) - (A - 1) * c - root,               // a2
-              (G * A) * ((A + 1) + (A - 1) * c + root),   // b0
-              (G * (-2 * A)) * ((A - 1) + (A + 1) * c),   // b1
-              (G * A) * ((A + 1) + (A - 1) * c - root));  // b2
+    Set(this, rampLength,
+        HighShelf(frequency, samplingRate, shelfGainDb, shelfSlope, outputGainDb));
 }
 
 template <typename Sample, typename Real>

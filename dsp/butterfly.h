@@ -9,6 +9,8 @@
 #pragma once
 #include <cstddef>
 
+#include "dsp/inlining.h"
+
 template <typename V>
 struct Complex {
     V re, im;
@@ -18,13 +20,23 @@ struct SumDifference {
     V sum, difference;
 };
 template <typename V>
-[[gnu::always_inline]] inline SumDifference<V> SumAndDifference(V a, V b) {
+ORVANE_LANE_INLINE SumDifference<V> SumAndDifference(V a, V b) {
     return {a + b, a - b};
+}
+
+// What the second pair's sums and differences are held as: a kind of number that is cheaper to add.
+template <typename V>
+struct LoweredOf {
+    using Type = V;
+};
+template <typename V>
+ORVANE_LANE_INLINE V Lowered(V v) {
+    return v;
 }
 
 // y turned and scaled by w.
 template <typename F, typename V>
-[[gnu::always_inline]] inline Complex<V> Twiddle(Complex<F> w, Complex<V> y) {
+ORVANE_LANE_INLINE Complex<V> Twiddle(Complex<F> w, Complex<V> y) {
     return {w.re * y.re - w.im * y.im, w.re * y.im + w.im * y.re};
 }
 
@@ -36,7 +48,7 @@ struct Twiddles {
 // Those of group t of a stage, from FFT_R24's table; the same in every stage. A pair of groups
 // shares w2, which for the second one is a quarter turn on.
 template <typename T>
-[[gnu::always_inline]] inline Twiddles<T> GroupTwiddles(const T* w, size_t t) {
+ORVANE_LANE_INLINE Twiddles<T> GroupTwiddles(const T* w, size_t t) {
     const bool second = t % 2 != 0;
     const Complex<T> w1 = {w[2 * t], w[2 * t + 1]}, shared = {w[t / 2 * 2], w[t / 2 * 2 + 1]};
     const T twice = 2 * (second ? shared.re : shared.im);
@@ -53,22 +65,28 @@ struct Radix4 {
 
 template <typename V>
 struct HalfRadix4 {
-    [[gnu::always_inline]] HalfRadix4(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D) {
+    using Second = typename LoweredOf<V>::Type;
+    ORVANE_LANE_INLINE HalfRadix4(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D) {
         Set(x0.re, x1.re, SumAndDifference(A.re, B.re));
         Set(x0.im, x1.im, SumAndDifference(A.im, B.im));
-        Set(x2.re, x3.re, SumAndDifference(C.re, D.re));
-        Set(x2.im, x3.im, SumAndDifference(C.im, D.im));
+        SetSecond(x2.re, x3.re, SumAndDifference(C.re, D.re));
+        SetSecond(x2.im, x3.im, SumAndDifference(C.im, D.im));
     }
-    [[gnu::always_inline]] static void Set(V& sum, V& difference, SumDifference<V> both) {
+    ORVANE_LANE_INLINE static void Set(V& sum, V& difference, SumDifference<V> both) {
         sum = both.sum;
         difference = both.difference;
     }
-    Complex<V> x0, x1, x2, x3;
+    ORVANE_LANE_INLINE static void SetSecond(Second& sum, Second& difference,
+                                             SumDifference<V> both) {
+        sum = Lowered(both.sum);
+        difference = Lowered(both.difference);
+    }
+    Complex<V> x0, x1;
+    Complex<Second> x2, x3;
 };
 
 template <typename V>
-[[gnu::always_inline]] inline Radix4<V> Untwiddled(Complex<V> A, Complex<V> B, Complex<V> C,
-                                                   Complex<V> D) {
+ORVANE_LANE_INLINE Radix4<V> Untwiddled(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D) {
     const HalfRadix4<V> h(A, B, C, D);
     const auto re02 = SumAndDifference(h.x0.re, h.x2.re), im02 = SumAndDifference(h.x0.im, h.x2.im);
     const auto re13 = SumAndDifference(h.x1.re, h.x3.im), im13 = SumAndDifference(h.x1.im, h.x3.re);
@@ -79,16 +97,16 @@ template <typename V>
 }
 
 template <typename V, typename F>
-[[gnu::always_inline]] inline Radix4<V> Twiddled(Complex<V> A, Complex<V> B, Complex<V> C,
-                                                 Complex<V> D, const Twiddles<F>& t) {
+ORVANE_LANE_INLINE Radix4<V> Twiddled(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D,
+                                      const Twiddles<F>& t) {
     const Radix4<V> r = Untwiddled(A, B, C, D);
     return {r.y0, Twiddle(t.w1, r.y1), Twiddle(t.w2, r.y2), Twiddle(t.w3, r.y3)};
 }
 
 // The group whose twiddles are the eighth roots of unity; u = cos(pi/4).
 template <typename V, typename F>
-[[gnu::always_inline]] inline Radix4<V> EighthTurn(Complex<V> A, Complex<V> B, Complex<V> C,
-                                                   Complex<V> D, F u) {
+ORVANE_LANE_INLINE Radix4<V> EighthTurn(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D,
+                                        F u) {
     const HalfRadix4<V> h(A, B, C, D);
     const auto re02 = SumAndDifference(h.x0.re, h.x2.re), im20 = SumAndDifference(h.x2.im, h.x0.im);
     const auto re13 = SumAndDifference(h.x1.re, h.x3.im), im31 = SumAndDifference(h.x3.re, h.x1.im);
@@ -102,8 +120,7 @@ template <typename V, typename F>
 
 // The last stage of a backward transform: conjugates of the untwiddled results.
 template <typename V>
-[[gnu::always_inline]] inline Radix4<V> Conjugated(Complex<V> A, Complex<V> B, Complex<V> C,
-                                                   Complex<V> D) {
+ORVANE_LANE_INLINE Radix4<V> Conjugated(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D) {
     HalfRadix4<V> h(A, B, C, D);
     h.x0.im = -A.im - B.im;
     h.x1.im = -A.im + B.im;
@@ -119,12 +136,12 @@ struct Radix2 {
     Complex<V> y0, y1;
 };
 template <typename V>
-[[gnu::always_inline]] inline Radix2<V> Summed(Complex<V> A, Complex<V> B) {
+ORVANE_LANE_INLINE Radix2<V> Summed(Complex<V> A, Complex<V> B) {
     const auto re = SumAndDifference(A.re, B.re), im = SumAndDifference(A.im, B.im);
     return {{re.sum, im.sum}, {re.difference, im.difference}};
 }
 template <typename V>
-[[gnu::always_inline]] inline Radix2<V> SummedConjugated(Complex<V> A, Complex<V> B) {
+ORVANE_LANE_INLINE Radix2<V> SummedConjugated(Complex<V> A, Complex<V> B) {
     const auto re = SumAndDifference(A.re, B.re);
     return {{re.sum, -A.im - B.im}, {re.difference, -A.im + B.im}};
 }
@@ -135,16 +152,14 @@ struct MirroredPair {
     Complex<V> low, high;
 };
 template <typename V, typename F>
-[[gnu::always_inline]] inline MirroredPair<V> RealForward(Complex<V> a, Complex<V> b, F wkr,
-                                                          F wki) {
+ORVANE_LANE_INLINE MirroredPair<V> RealForward(Complex<V> a, Complex<V> b, F wkr, F wki) {
     const V xr = a.re - b.re, xi = a.im + b.im;
     const V yr = wkr * xr - wki * xi, yi = wkr * xi + wki * xr;
     return {{a.re - yr, a.im - yi}, {b.re + yr, b.im - yi}};
 }
 // And back, leaving the conjugates that the backward transform expects.
 template <typename V, typename F>
-[[gnu::always_inline]] inline MirroredPair<V> RealInverse(Complex<V> a, Complex<V> b, F wkr,
-                                                          F wki) {
+ORVANE_LANE_INLINE MirroredPair<V> RealInverse(Complex<V> a, Complex<V> b, F wkr, F wki) {
     const V xr = a.re - b.re, xi = a.im + b.im;
     const V yr = wkr * xr + wki * xi, yi = wkr * xi - wki * xr;
     return {{a.re - yr, yi - a.im}, {b.re + yr, yi - b.im}};

@@ -22,7 +22,7 @@ void Store(T* a, int i, Complex<T> v) {
 
 // A butterfly over four values `l` apart.
 template <typename T, typename Butterfly>
-[[gnu::always_inline]] inline void Apply(T* a, int j, int l, Butterfly butterfly) {
+ORVANE_LANE_INLINE void Apply(T* a, int j, int l, Butterfly butterfly) {
     const Radix4<T> r =
         butterfly(Load(a, j), Load(a, j + l), Load(a, j + 2 * l), Load(a, j + 3 * l));
     Store(a, j, r.y0);

@@ -17,22 +17,22 @@ struct Planar {
 
 // Values from q on, one a lane.
 template <typename V, typename T>
-[[gnu::always_inline]] inline Complex<V> LoadAt(Planar<T> a, size_t q) {
+ORVANE_LANE_INLINE Complex<V> LoadAt(Planar<T> a, size_t q) {
     return {Load<V>(a.re + q), Load<V>(a.im + q)};
 }
 template <typename V, typename T>
-[[gnu::always_inline]] inline void StoreAt(Planar<T> a, size_t q, Complex<V> v) {
+ORVANE_LANE_INLINE void StoreAt(Planar<T> a, size_t q, Complex<V> v) {
     Store(a.re + q, v.re);
     Store(a.im + q, v.im);
 }
 
 // Values from q on down.
 template <typename V, typename T>
-[[gnu::always_inline]] inline Complex<V> LoadReversed(Planar<T> a, size_t q) {
+ORVANE_LANE_INLINE Complex<V> LoadReversed(Planar<T> a, size_t q) {
     const size_t first = q - (kWidth<V, T> - 1);
     return {Reversed(Load<V>(a.re + first)), Reversed(Load<V>(a.im + first))};
 }
 template <typename V, typename T>
-[[gnu::always_inline]] inline void StoreReversed(Planar<T> a, size_t q, Complex<V> v) {
+ORVANE_LANE_INLINE void StoreReversed(Planar<T> a, size_t q, Complex<V> v) {
     StoreAt(a, q - (kWidth<V, T> - 1), Complex<V>{Reversed(v.re), Reversed(v.im)});
 }

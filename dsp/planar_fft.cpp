@@ -1,10 +1,12 @@
 #include "dsp/planar_fft.h"
 
+#include <algorithm>
+#include <bit>
+
 namespace {
 
 template <typename V, typename T>
-[[gnu::always_inline]] inline void StoreAll(Planar<T> a, size_t q, size_t apart,
-                                            const Radix4<V>& r) {
+ORVANE_LANE_INLINE void StoreAll(Planar<T> a, size_t q, size_t apart, const Radix4<V>& r) {
     StoreAt(a, q, r.y0);
     StoreAt(a, q + apart, r.y1);
     StoreAt(a, q + 2 * apart, r.y2);
@@ -13,8 +15,7 @@ template <typename V, typename T>
 
 // The same butterfly `span` times, from q on, over values `span` apart. Lanes: neighbouring q.
 template <typename V, typename T, typename Butterfly>
-[[gnu::always_inline]] inline void ApplyToGroup(Planar<T> a, size_t q, size_t span,
-                                                Butterfly butterfly) {
+ORVANE_LANE_INLINE void ApplyToGroup(Planar<T> a, size_t q, size_t span, Butterfly butterfly) {
     for (const size_t end = q + span; q < end; q += kWidth<V, T>)
         StoreAll(a, q, span,
                  butterfly(LoadAt<V>(a, q), LoadAt<V>(a, q + span), LoadAt<V>(a, q + 2 * span),
@@ -23,7 +24,7 @@ template <typename V, typename T, typename Butterfly>
 
 // Six vectors behind each other.
 template <typename V, typename T>
-[[gnu::always_inline]] inline Twiddles<V> LoadTwiddles(const T* w) {
+ORVANE_LANE_INLINE Twiddles<V> LoadTwiddles(const T* w) {
     constexpr size_t W = kWidth<V, T>;
     return {{Load<V>(w), Load<V>(w + W)},
             {Load<V>(w + 2 * W), Load<V>(w + 3 * W)},
@@ -37,12 +38,12 @@ void SetTwiddles(T* w, size_t width, size_t lane, const Twiddles<T>& factors) {
 }
 
 template <typename V, typename T>
-[[gnu::always_inline]] inline Complex<V> Spread(Complex<T> w) {
+ORVANE_LANE_INLINE Complex<V> Spread(Complex<T> w) {
     return {Broadcast<V>(w.re), Broadcast<V>(w.im)};
 }
 
 template <typename V>
-[[gnu::always_inline]] inline Radix4<V> Transposed(const Radix4<V>& r) {
+ORVANE_LANE_INLINE Radix4<V> Transposed(const Radix4<V>& r) {
     V re0 = r.y0.re, re1 = r.y1.re, re2 = r.y2.re, re3 = r.y3.re;
     V im0 = r.y0.im, im1 = r.y1.im, im2 = r.y2.im, im3 = r.y3.im;
     Transpose(re0, re1, re2, re3);
@@ -50,8 +51,7 @@ template <typename V>
     return {{re0, im0}, {re1, im1}, {re2, im2}, {re3, im3}};
 }
 template <typename V, typename T>
-[[gnu::always_inline]] inline void StoreFoursAt(Planar<T> a, size_t first, size_t second,
-                                                Complex<V> v) {
+ORVANE_LANE_INLINE void StoreFoursAt(Planar<T> a, size_t first, size_t second, Complex<V> v) {
     StoreFours(a.re + first, a.re + second, v.re);
     StoreFours(a.im + first, a.im + second, v.im);
 }
@@ -66,24 +66,40 @@ constexpr size_t ReversedOfFour(size_t i) {
 template <typename T>
 bool PlanarFft<T>::Prepare(uint32_t n, const T* w) {
     *this = {};
-    const size_t groups = n / 32;
+    M = n / 2;
+    const bool granted = M >= 32 * kWide && kWide > 1 ? PrepareVectors(w) : PreparePacked(w);
+    if (!granted) *this = {};
+    return granted;
+}
+
+template <typename T>
+bool PlanarFft<T>::PreparePacked(const T* w) {
+    // As many offsets as the square root of 2 M, or more.
+    if (!packed.Allocate(2 * M) || !packedFactors.Allocate(M / 2) ||
+        !workArea.Allocate(size_t{1} << (std::bit_width(2 * M) / 2)))
+        return false;
+    std::copy_n(w, M / 2, packedFactors.data());
+    return true;
+}
+
+template <typename T>
+bool PlanarFft<T>::PrepareVectors(const T* w) {
+    const size_t groups = M / 16;
     if (!firstFactors.Allocate(24 * groups) || !secondFactors.Allocate(24 * groups) ||
         !laterFactors.Allocate(groups / 4) || !reversed.Allocate(groups))
         return false;
-    M = n / 2;
     eighth = w[2];
     for (size_t q = 1; q < groups; ++q)
         reversed[q] = (reversed[q / 2] + static_cast<uint32_t>(q % 2 * groups)) / 2;
     // In the order in which the first two stages read them, vector by vector.
-    const size_t W = Width();
+    constexpr size_t W = kWide;
     for (size_t q = 0; q < groups; ++q)
         for (size_t i = 0; i < 4; ++i) {
             const size_t first = q + ReversedOfFour(i) * groups, lane = q % W;
             SetTwiddles(&firstFactors[6 * (first - lane)], W, lane,
                         GroupTwiddles(w, size_t{4} * reversed[q] + i));
             // Result i of group q: its row and lane once transposed.
-            const size_t row = W == 1 ? i : q % 4, in = W == 1 ? 0 : lane / 4 * 4 + i;
-            SetTwiddles(&secondFactors[6 * (4 * (q - lane) + row * W)], W, in,
+            SetTwiddles(&secondFactors[6 * (4 * (q - lane) + q % 4 * W)], W, lane / 4 * 4 + i,
                         GroupTwiddles(w, reversed[q]));
         }
     for (size_t t = 0; t < laterFactors.size(); ++t) laterFactors[t] = GroupTwiddles(w, t);
@@ -91,33 +107,45 @@ bool PlanarFft<T>::Prepare(uint32_t n, const T* w) {
 }
 
 template <typename T>
-size_t PlanarFft<T>::Width() const {
-    constexpr size_t W = kWidth<typename WidestVector<T>::Type, T>;
-    return M >= 32 * W ? W : 1;
+void PlanarFft<T>::Forward(Planar<const T> in, Planar<T> out) {
+    if (!packed.empty()) return TransformPacked(false, in, out);
+    TransformVectors<false>(in, out);
+}
+template <typename T>
+void PlanarFft<T>::Backward(Planar<const T> in, Planar<T> out) {
+    if (!packed.empty()) return TransformPacked(true, in, out);
+    TransformVectors<true>(in, out);
 }
 
 template <typename T>
-void PlanarFft<T>::Forward(Planar<const T> in, Planar<T> out) const {
-    Transform<false>(in, out);
-}
-template <typename T>
-void PlanarFft<T>::Backward(Planar<const T> in, Planar<T> out) const {
-    Transform<true>(in, out);
+void PlanarFft<T>::TransformPacked(bool backward, Planar<const T> in, Planar<T> out) {
+    const int n = static_cast<int>(2 * M);
+    T* const a = packed.data();
+    for (size_t q = 0; q < M; ++q) {
+        a[2 * q] = in.re[q];
+        a[2 * q + 1] = in.im[q];
+    }
+    FFT_R24<T>::bitrv2(n, workArea.data(), a);
+    (backward ? FFT_R24<T>::cftbsub : FFT_R24<T>::cftfsub)(n, a, packedFactors.data());
+    for (size_t q = 0; q < M; ++q) {
+        out.re[q] = a[2 * q];
+        out.im[q] = a[2 * q + 1];
+    }
 }
 
 template <typename T>
 template <bool backward>
-void PlanarFft<T>::Transform(Planar<const T> in, Planar<T> out) const {
-    using V = typename WidestVector<T>::Type;
-    const bool wide = Width() != 1;
-    if (wide) FirstTwoStages<V>(in, out);
-    if (!wide) FirstTwoStages<T>(in, out);
-    size_t span = 16;
-    for (; 8 * span < M; span *= 4) MiddleStage(out, span);
-    if (8 * span == M)
-        LastTwoStages<backward>(out, span);
-    else
-        ApplyToGroup<V>(out, 0, span, backward ? Conjugated<V> : Untwiddled<V>);
+void PlanarFft<T>::TransformVectors([[maybe_unused]] Planar<const T> in,
+                                    [[maybe_unused]] Planar<T> out) const {
+    if constexpr (kWide > 1) {
+        FirstTwoStages(in, out);
+        size_t span = 16;
+        for (; 8 * span < M; span *= 4) MiddleStage(out, span);
+        if (8 * span == M)
+            LastTwoStages<backward>(out, span);
+        else
+            ApplyToGroup<Widest>(out, 0, span, backward ? Conjugated<Widest> : Untwiddled<Widest>);
+    }
 }
 
 // Bit reversal and the stages of spans 1 and 4. Group t of 16 neighbours is first groups 4 t to
@@ -127,13 +155,13 @@ void PlanarFft<T>::Transform(Planar<const T> in, Planar<T> out) const {
 //   a0 b0 c0 d0 | e0 f0 g0 h0       a0 a1 a2 a3 | e0 e1 e2 e3
 //   a1 b1 c1 d1 | e1 f1 g1 h1       b0 b1 b2 b3 | f0 f1 f2 f3
 template <typename T>
-template <typename V>
 void PlanarFft<T>::FirstTwoStages(Planar<const T> in, Planar<T> out) const {
-    constexpr size_t W = kWidth<V, T>;
+    using V = Widest;
+    constexpr size_t W = kWide;
     const size_t groups = M / 16, quarter = M / 4;
     size_t place[4], secondPlace[4];  // of a row's first four lanes and of its last
     for (size_t row = 0; row < 4; ++row) {
-        place[row] = W == 1 ? row : 16 * size_t{reversed[row]};
+        place[row] = 16 * size_t{reversed[row]};
         secondPlace[row] = W == 8 ? 16 * size_t{reversed[row + 4]} : 0;
     }
     const T *const first = firstFactors.data(), *const second = secondFactors.data();
@@ -160,33 +188,30 @@ void PlanarFft<T>::FirstTwoStages(Planar<const T> in, Planar<T> out) const {
             StoreFoursAt(out, to + 8, alsoTo + 8, r.y2);
             StoreFoursAt(out, to + 12, alsoTo + 12, r.y3);
         }
-        if (t < 2) RedoGroup<V>(in, rows, t, out);
+        if (t < 2) RedoGroup(in, rows, t, out);
     }
 }
 
 // In each stage the first groups, 0 and 1, have other butterflies. Group 0 of 16 contains both of
 // the first stage.
 template <typename T>
-template <typename V>
 void PlanarFft<T>::RedoGroup(Planar<const T> in, Planar<T> rows, size_t t, Planar<T> out) const {
-    constexpr size_t W = kWidth<V, T>;
+    constexpr size_t W = kWide;
     using Four = typename VectorOf<T, W == 1 ? 1 : 4>::Type;
     if (t == 0) {
         const auto load = [&](size_t i) { return LoadAt<T>(in, i * (M / 8)); };
         StoreAll(rows, 0, 1, Untwiddled(load(0), load(4), load(2), load(6)));
         StoreAll(rows, 4 * W, 1, EighthTurn(load(1), load(5), load(3), load(7), eighth));
     }
-    for (size_t i = 0; i < 4; i += kWidth<Four, T>) {
-        const Complex<Four> a = LoadAt<Four>(rows, i), b = LoadAt<Four>(rows, i + 4 * W),
-                            c = LoadAt<Four>(rows, i + 8 * W), d = LoadAt<Four>(rows, i + 12 * W);
-        StoreAll(out, 16 * t + i, 4,
-                 t == 0 ? Untwiddled(a, b, c, d) : EighthTurn(a, b, c, d, Broadcast<Four>(eighth)));
-    }
+    const Complex<Four> a = LoadAt<Four>(rows, 0), b = LoadAt<Four>(rows, 4 * W),
+                        c = LoadAt<Four>(rows, 8 * W), d = LoadAt<Four>(rows, 12 * W);
+    StoreAll(out, 16 * t, 4,
+             t == 0 ? Untwiddled(a, b, c, d) : EighthTurn(a, b, c, d, Broadcast<Four>(eighth)));
 }
 
 template <typename T>
 void PlanarFft<T>::MiddleStage(Planar<T> a, size_t span) const {
-    using V = typename WidestVector<T>::Type;
+    using V = Widest;
     const V u = Broadcast<V>(eighth);
     ApplyToGroup<V>(a, 0, span, Untwiddled<V>);
     ApplyToGroup<V>(a, 4 * span, span, [u](auto... x) { return EighthTurn(x..., u); });
@@ -202,7 +227,7 @@ void PlanarFft<T>::MiddleStage(Planar<T> a, size_t span) const {
 template <typename T>
 template <bool backward>
 void PlanarFft<T>::LastTwoStages(Planar<T> a, size_t span) const {
-    using V = typename WidestVector<T>::Type;
+    using V = Widest;
     const V u = Broadcast<V>(eighth);
     const auto finish = [&](size_t q, Complex<V> A, Complex<V> B) {
         const Radix2<V> r = backward ? SummedConjugated(A, B) : Summed(A, B);

@@ -6,8 +6,11 @@
 #pragma once
 #include <cstddef>
 
+#include "dsp/inlining.h"
+#include "dsp/softfloat/number.h"
+
 template <typename Run>
-[[gnu::always_inline]] inline void RunAlone(Run& run, size_t count) {
+ORVANE_LANE_INLINE void RunAlone(Run& run, size_t count) {
     Run local = run;
     for (size_t i = 0; i < count; ++i) local.Step(i);
     run = local;
@@ -25,8 +28,13 @@ struct BothRuns {
 
 // Each over its own number of frames.
 template <typename First, typename Second>
-[[gnu::always_inline]] inline void RunTogether(First& first, size_t firstCount, Second& second,
-                                               size_t secondCount) {
+ORVANE_LANE_INLINE void RunTogether(First& first, size_t firstCount, Second& second,
+                                    size_t secondCount) {
+    if constexpr (kSoftFloat) {  // one instruction at a time: nothing to share
+        RunAlone(first, firstCount);
+        RunAlone(second, secondCount);
+        return;
+    }
     First localFirst = first;
     Second localSecond = second;
     const size_t both = firstCount < secondCount ? firstCount : secondCount;

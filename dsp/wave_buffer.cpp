@@ -15,7 +15,7 @@ constexpr float kToInt16 = 32767.0F;
 static_assert(kFromInt16 == static_cast<float>(1.0 / 32767.0));
 
 template <typename Floats, typename Ints>
-[[gnu::always_inline]] inline Floats FromInt16(Ints samples) {
+ORVANE_LANE_INLINE Floats FromInt16(Ints samples) {
     if constexpr (kSoftFloat && std::is_same_v<Floats, float>)
         return SoftFromInt16(static_cast<int16_t>(samples));
     else
@@ -33,7 +33,7 @@ inline int32_t ToInt16(float sample) {
 }
 // Their low 16 bits: all set from 2^31 on, and below -2^31 all clear, as those of 0 are.
 template <typename Vector>
-[[gnu::always_inline]] inline IntLanes ToInt16(Vector samples) {
+ORVANE_LANE_INLINE IntLanes ToInt16(Vector samples) {
     const Lanes v = samples * kToInt16;
     const IntLanes high = v >= 2147483648.0F, fits = Absolute(v) < 2147483648.0F;
     return ConvertLanes<IntLanes>(std::bit_cast<Lanes>(std::bit_cast<IntLanes>(v) & fits)) | high;

@@ -5,7 +5,9 @@
 #include <type_traits>
 #include <utility>
 
+#include "dsp/inlining.h"
 #include "dsp/lanes.h"
+#include "dsp/softfloat/number.h"
 #include "dsp/stream.h"
 
 // Of sum k.
@@ -45,22 +47,25 @@ struct SumRun {
             for (size_t k = 0; k < kPairs; ++k) StoreTwos(kept[2 * k], kept[2 * k + 1], pairs[k]);
         for (size_t k = 2 * kPairs; k < kSums; ++k) Store(kept[k] + first, sums[k]);
     }
-    [[gnu::always_inline]] void Step(size_t i) {
+    ORVANE_LANE_INLINE void Step(size_t i) {
         const Real* const at = centre + i * kInterleaved;
         Real* const to = rows + i * kInterleaved;
+        if constexpr (kSoftFloat && kPairs == 0) {  // no sum stays in a register
+            for (size_t k = 0; k < kSums; ++k) StepOne(k, at, to);
+            return;
+        }
         ForEachSum([this, at, to](auto k) {
             if constexpr (k >= 2 * kPairs)
-                this->template StepOne<k>(at, to);
+                StepOne(k, at, to);
             else if constexpr (k % 2 == 0)
                 this->template StepTwo<k>(at, to);
         });
     }
-    template <size_t k>
-    [[gnu::always_inline]] void StepOne(const Real* at, Real* to) {
-        constexpr size_t kDistance = HalfWidth(k) * kInterleaved;
-        sums[k] += Load<V>(at + kDistance);
+    ORVANE_LANE_INLINE void StepOne(size_t k, const Real* at, Real* to) {
+        const size_t distance = HalfWidth(k) * kInterleaved;
+        sums[k] += Load<V>(at + distance);
         Store(to + k * kRow, sums[k]);
-        sums[k] -= Load<V>(at - kDistance);
+        sums[k] -= Load<V>(at - distance);
     }
     template <size_t k>
     [[gnu::always_inline]] void StepTwo(const Real* at, Real* to) {

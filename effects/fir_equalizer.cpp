@@ -20,7 +20,7 @@ constexpr Real Weight(size_t k) {
 
 // Outputs for as many neighbouring centres as V has lanes, from the rows of sums.
 template <typename V, size_t kRow, typename Real>
-[[gnu::always_inline]] inline V AddBands(const Real* centre, const Real* rows, const V* gains) {
+ORVANE_LANE_INLINE V AddBands(const Real* centre, const Real* rows, const V* gains) {
     V finer = Load<V>(centre), y = V{};
     ForEachSum([&, rows, gains](auto k) {
         const V average = Load<V>(rows + k * kRow) * Weight<Real>(k);
@@ -32,7 +32,7 @@ template <typename V, size_t kRow, typename Real>
 }
 
 template <typename V>
-[[gnu::always_inline]] inline void ToFloats(float* to, V from) {
+ORVANE_LANE_INLINE void ToFloats(float* to, V from) {
     if constexpr (std::is_same_v<V, double>)
         *to = static_cast<float>(from);
     else

@@ -116,13 +116,13 @@ bool MixUnpacked(const DelayedBands<Real> (&bands)[2], Biquad<Real, Real>* filte
                  size_t channels, Real* frames) {
     if constexpr (kSoftFloat && std::is_same_v<Real, float>) {
         using Variant = OrvaneSoundVariant<float>;
-        const auto at = [&bands](size_t n, size_t c) -> BandSamples {
-            const auto sample = [n](Planar<const float> from) {
-                return (n % 2 == 0 ? from.re : from.im)[n / 2];
-            };
-            return {sample(bands[c].low), sample(bands[c].high), sample(bands[c].band)};
-        };
-        return MixWithContour(at, {Variant::kLowWeight, bands[0].highWeight, Variant::kBandWeight},
+        BandSamples samples[2];
+        for (size_t c = 0; c < 2; ++c)
+            samples[c] = {{bands[c].high.re, bands[c].high.im},
+                          {bands[c].band.re, bands[c].band.im},
+                          {bands[c].low.re, bands[c].low.im}};
+        return MixWithContour(samples,
+                              {bands[0].highWeight, Variant::kBandWeight, Variant::kLowWeight},
                               filter, frames, 2 * pairs, channels);
     }
     return false;

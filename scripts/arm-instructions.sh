@@ -3,8 +3,21 @@
 # combination of stages, in docs/performance.md, and for the worst input and settings in
 # docs/real-time.md.
 #
-# usage: arm-instructions.sh [--check]    --check: fail if a document says otherwise
+# Fails if something takes more than the limits below.
+#
+# usage: arm-instructions.sh [--check]    --check: fail if a document says otherwise, too
 set -eu
+# Instructions a stereo frame at most: the mean, of calls of 1024 frames unless another size stands
+# there, and the dearest call's. Then what a reset, a disable, an enable and a change of mode take
+# together, as a part of a call of 1024 frames.
+limits="
+music 6500
+noise 6650
+silence 5000
+decay 6400
+dearest-256 15100
+dearest-1024 9700
+commands 0.02"
 cd "$(dirname "$0")/.."
 build=build/arm-softfloat
 program=$build/bench/chain_load
@@ -19,9 +32,10 @@ c++ -std=c++20 -O2 -fPIC -shared -fvisibility=hidden -o "$plugin" bench/count_in
 arm-linux-gnueabi-nm -nC "$program" >"$work/symbols"
 
 # FRAMES LOAD [STAGES], as chain_load has them: what is counted goes to the file FRAMES.LOAD[STAGES].
+# With `entry`, calls of that function are counted.
 count() {
-    qemu-arm -plugin "$plugin,symbols=$work/symbols" -d plugin -D "$work/$1.$2${3:-}" \
-        "$program" "$@" 2>/dev/null
+    qemu-arm -plugin "$plugin,symbols=$work/symbols${entry:+,entry=$entry}" -d plugin \
+        -D "$work/$1.$2${3:-}" "$program" "$@" 2>/dev/null
 }
 for frames in 256 1024 4096; do count "$frames" music; done
 
@@ -126,6 +140,31 @@ least:noise, every parameter the least int32
 largest:noise, every parameter the largest int32
 END
 
+# All instructions in a file, and those of its dearest call.
+total() { awk -F'\t' '$1 == "count" { total += $3 } END { printf "%.0f", total }' "$work/$1"; }
+dearest() { awk -F'\t' '$1 == "worst" { print $2 }' "$work/$1"; }
+calls=$(awk -F'\t' '$1 == "calls" { print $2 }' "$work/1024.noise")
+process=$(total 1024.noise)
+entry=InterfaceCommand
+count 1024 noise
+none=$(total 1024.noise)
+count 1024 commands
+commands=$(total 1024.commands)
+frames=$((calls * 1024))
+{
+    echo "commands $((commands - none)) $process"
+    echo "noise $process $frames"
+    for load in music silence decay; do echo "$load $(total 1024.$load) $frames"; done
+    for size in 256 1024; do echo "dearest-$size $(dearest $size.music) $size"; done
+} | awk -v limits="$limits" '
+    BEGIN { words = split(limits, word); for (i = 1; i < words; i += 2) most[word[i]] = word[i + 1] }
+    !($2 / $3 <= most[$1]) {
+        printf "arm-instructions: %s: %.4g, at most %s\n", $1, $2 / $3, most[$1] | "cat >&2"
+        exceeded = 1
+    }
+    { delete most[$1] }
+    END { for (name in most) exceeded = 1; exit exceeded }' || limits=exceeded
+
 scripts/fill_in.py --part "$@" docs/performance.md docs/real-time.md <<REGIONS
 generated: clock-table
 | on, with the output limiters | instructions a frame | mean, MHz at 1 | at 1.4 | dearest call of 1024, at 1 | at 1.4 | dearest call of 256, at 1 | at 1.4 |
@@ -149,3 +188,4 @@ generated: worst-cases
 $(cat "$work/worst")
 end generated
 REGIONS
+[ "$limits" != exceeded ]

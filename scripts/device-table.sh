@@ -1,9 +1,12 @@
 #!/bin/sh
 # Builds the library for the device and fills in the table of docs/device.md: what it needs there.
-# The heap is that of the emulated build, which has a program to measure it.
+# The heap is that of the emulated build, which has a program to measure it. Fails if text or heap
+# take more bytes than the limits below.
 #
-# usage: device-table.sh [--check]    --check: fail if the document says otherwise
+# usage: device-table.sh [--check]    --check: fail if the document says otherwise, too
 set -eu
+most_text=134144
+most_heap=250880
 cd "$(dirname "$0")/.."
 build=build/arm-softfloat
 library=$build/android/device/libqth_orvane_ics_NOVFP.so
@@ -43,3 +46,13 @@ generated: device-table
 | exported symbols | $exported |
 end generated
 TABLE
+
+exceeded=0
+limit() {
+    [ "$2" -le "$3" ] && return
+    echo "device-table: $1: $2 bytes, at most $3" >&2
+    exceeded=1
+}
+limit text "$(size_of 1)" "$most_text"
+limit heap "$heap" "$most_heap"
+exit "$exceeded"

@@ -6,6 +6,7 @@
 
 #include "dsp/softfloat/average.h"
 #include "dsp/softfloat/butterfly_groups.h"
+#include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/spectrum_product.h"
 #include "signals.h"
 
@@ -14,8 +15,11 @@ extern "C" uint32_t ChangedRegisters(const void* routine, const uint32_t* argume
 
 namespace {
 
-// Values, not words: a zero's exponent counts only as what lies around the loop's numbers.
+// Values, not words: a zero's exponent counts only as what lies around the loop's numbers, and
+// 2^30 is 2^29 with an exponent of one more.
 bool Same(SoftFloat a, SoftFloat b) {
+    for (SoftFloat* each : {&a, &b})
+        if (each->m == 0x40000000 || each->m == -0x40000000) *each = {each->m / 2, each->e + 1};
     return a.m == b.m && (a.m == 0 || a.e == b.e);
 }
 
@@ -28,21 +32,23 @@ public:
     SoftFloat Next(int32_t centre) {
         const uint32_t bits = Bits();
         const uint32_t masks[] = {0x3f, 0xff, 0xfffff, 0x3fffffff};
+        const uint32_t fraction = Bits() & 0x1fffffffU & ~masks[bits % 4];
+        // Both ends: 2^30 is a number too.
         const auto m =
-            static_cast<int32_t>(0x20000000 + (Bits() & 0x20000000U & ~masks[bits % 4])) +
-            static_cast<int32_t>(Bits() & 0x1fffffffU & ~masks[bits / 4 % 2]);
-        const bool zero = bits / 8 % 16 == 0;
-        const auto spread = static_cast<int32_t>(bits / 128 % 8 == 0 ? Bits() % 64 : Bits() % 6);
+            static_cast<int32_t>(bits / 4 % 32 == 0 ? 0x40000000 : 0x20000000 + fraction);
+        const bool zero = bits / 1024 % 16 == 0;
+        const auto spread = static_cast<int32_t>(bits / 16384 % 8 == 0 ? Bits() % 64 : Bits() % 6);
         if (zero) return {0, static_cast<int32_t>(Bits() % 500) - 250};
         const int32_t rounded = m & ~63;
         return {bits >> 31U != 0 ? -rounded : rounded, centre + spread};
     }
     SoftFactor Factor() {
         const SoftFloat a = Next(0);
-        return {a.m == 0x40000000 ? INT32_MIN : 2 * a.m, a.m == 0 ? 0 : a.e % 8 - 4};
+        const bool power = a.m == 0x40000000 || a.m == -0x40000000;  // too large for a factor
+        return {power ? a.m : 2 * a.m, a.m == 0 ? 0 : a.e % 8 - 4};
     }
     Complex<SoftFloat> NextComplex(int32_t centre) { return {Next(centre), Next(centre)}; }
-    Complex<SoftFactor> ComplexFactor() { return {Factor(), Factor()}; }
+    SoftTurn ComplexFactor() { return {Factor(), Factor()}; }
     uint32_t Bits() { return static_cast<uint32_t>(random()); }
 
 private:
@@ -101,7 +107,7 @@ SoftFloat WholeUnits(SoftFloat sum) {
 }
 
 int32_t Centre(Numbers& numbers, int n) {
-    return n % 10 == 0 ? -2 : 10 + static_cast<int32_t>(numbers.Bits() % 100);
+    return n % 7 == 0 ? -2 : 10 + static_cast<int32_t>(numbers.Bits() % 100);
 }
 
 }  // namespace
@@ -112,7 +118,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
     for (int n = 0; n < 6000; ++n) {
         const size_t span = n % 4 == 0 ? 1 : 4, groups = 1 + numbers.Bits() % 3;
         const int32_t centre = Centre(numbers, n);
-        std::vector<Twiddles<SoftFactor>> w;
+        std::vector<SoftTwiddles> w;
         for (size_t g = 0; g < groups; ++g)
             w.push_back(
                 {numbers.ComplexFactor(), numbers.ComplexFactor(), numbers.ComplexFactor()});
@@ -121,7 +127,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
         auto got = expected;
         Complex<SoftFloat>*const a = got.begin(), *const b = expected.begin();
         bool same = true, settled = true;
-        switch (n % 3) {
+        switch (n % 5) {
             case 0:
                 Call(SoftUntwiddledGroup, a, span);
                 UntwiddledGroupText(b, span);
@@ -130,6 +136,19 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
                 const SoftFactor u = numbers.Factor();
                 settled = EighthGroupText(b, span, u);
                 same = Call(SoftEighthGroup, a, span, u.m, u.e) == settled;
+                break;
+            }
+            case 2:
+                Call(SoftLastStage, &a->re, 4 * span);
+                LastStageText(&b->re, 4 * span);
+                break;
+            case 3: {
+                // The upper half of the values makes room for the floats.
+                const auto floats = [&](Complex<SoftFloat>* v) {
+                    return reinterpret_cast<float*>(v + 2 * span);
+                };
+                Call(SoftLastInverseStage, a, span, floats(a), floats(a) + 2 * span);
+                LastInverseStageText(b, span, floats(b), floats(b) + 2 * span);
                 break;
             }
             default:
@@ -145,7 +164,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
     EXPECT_LT(refused, 3000);
 }
 
-TEST(SoftFloatLoops, SpectrumProductGivesTheValuesOfItsText) {
+TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
     Numbers numbers(2);
     int refused = 0;
     for (int n = 0; n < 3000; ++n) {
@@ -153,7 +172,7 @@ TEST(SoftFloatLoops, SpectrumProductGivesTheValuesOfItsText) {
         const int32_t centre = Centre(numbers, n);
         const uint16_t reversed[] = {0, 4, 2, 6, 1, 5, 3, 7};
         std::vector<Complex<SoftFloat>> spectrum;
-        std::vector<Complex<SoftFactor>> kernel, w;
+        std::vector<SoftTurn> kernel, w;
         for (size_t k = 0; k < half; ++k) {
             spectrum.push_back(numbers.NextComplex(centre));
             if (!softfloat::Settles(spectrum[k].re, spectrum[k].im)) spectrum[k] = {};
@@ -168,8 +187,12 @@ TEST(SoftFloatLoops, SpectrumProductGivesTheValuesOfItsText) {
                        got.begin(), half),
                   settled)
             << n;
-        refused += settled ? 0 : 1;
         ASSERT_EQ(settled ? got.Difference(expected) : -1, -1) << n;
+        auto real = expected, realByText = expected;
+        const bool realSettled = RealStepText(realByText.begin(), w.data(), half);
+        ASSERT_EQ(Call(SoftRealStep, real.begin(), w.data(), half), realSettled) << n;
+        ASSERT_EQ(realSettled ? real.Difference(realByText) : -1, -1) << n;
+        refused += settled && realSettled ? 0 : 1;
     }
     EXPECT_GT(refused, 50);
     EXPECT_LT(refused, 1500);
@@ -207,4 +230,44 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirText) {
         ASSERT_EQ(got.Difference(expected), -1) << n;
         ASSERT_TRUE(Same(before.sum, after.sum)) << n;
     }
+}
+
+// Samples as floats, zeros of both signs, one beyond the range now and then.
+TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsText) {
+    Numbers numbers(4);
+    size_t refused = 0;
+    for (int n = 0; n < 3000; ++n) {
+        const size_t channels = 1 + numbers.Bits() % 2, frames = 1 + numbers.Bits() % 9;
+        const int32_t centre = n % 5 == 0 ? 1 : 30 + static_cast<int32_t>(numbers.Bits() % 80);
+        const auto next = [&] { return numbers.Next(centre); };
+        const auto sample = [&] {
+            const uint32_t bits = numbers.Bits();
+            if (bits % 1024 == 0) return bits;
+            return softfloat::Pack(next()) | (bits & 0x80000000U);
+        };
+        std::vector<float> samples;
+        for (size_t i = 0; i < 6 * 8 * channels; ++i)
+            samples.push_back(std::bit_cast<float>(sample()));
+        ContourMix expected = {};
+        for (size_t i = 0; i < 6 * channels; ++i) expected.from[i] = &samples[8 * i];
+        for (SoftFactor& weight : expected.weights) weight = numbers.Factor();
+        UnpackedBiquad& f = expected.filter;
+        for (SoftFactor* each : {&f.b0, &f.b1, &f.b2, &f.fb1, &f.fb2}) *each = numbers.Factor();
+        for (SoftFloat* each : {&f.x1, &f.x2, &f.y1, &f.y2}) *each = next();
+        ContourMix got = expected;
+        Surrounded<SoftFloat> out(frames, next), byText = out;
+        const auto floats = [](Surrounded<SoftFloat>& from) {
+            return reinterpret_cast<float*>(from.begin());
+        };
+        const size_t done = RunContourMixText(&expected, floats(byText), frames, channels);
+        ASSERT_EQ(Call(SoftContourMix, &got, floats(out), frames, channels), done) << n;
+        refused += done < frames ? 1 : 0;
+        // What a frame that isn't done left behind differs.
+        ASSERT_EQ(done == frames ? out.Difference(byText) : -1, -1) << n;
+        for (auto each :
+             {&UnpackedBiquad::x1, &UnpackedBiquad::x2, &UnpackedBiquad::y1, &UnpackedBiquad::y2})
+            ASSERT_TRUE(Same(got.filter.*each, f.*each)) << n;
+    }
+    EXPECT_GT(refused, 50U);
+    EXPECT_LT(refused, 1500U);
 }

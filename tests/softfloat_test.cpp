@@ -121,20 +121,24 @@ TEST(ContourMix, GivesTheValuesOfThePlainSumAndFilter) {
         filter.SetLowPassParameter(0, channels == 1 ? 8000 : 55, 44100, 0.5F);  // fast and slow
         plain = filter;
         for (int chunk = 0; chunk < 400; ++chunk) {
-            std::vector<BandSamples> samples(64 * channels);
+            std::vector<float> samples(size_t{6} * 32 * channels);  // by channel, band and oddness
             const int scale = chunk == 399 ? 0 : -4 * chunk;
-            for (BandSamples& x : samples)
-                for (float* each : {&x.low, &x.high, &x.band})
-                    if (chunk < 20 || chunk == 399)
-                        *each = std::ldexp(static_cast<float>(operands.Bits() % 65536), scale);
-            std::vector<float> got(samples.size()), expected(samples.size());
-            const auto bands = [&](size_t n, size_t c) { return samples[n * channels + c]; };
+            if (chunk < 20 || chunk == 399)
+                for (float& x : samples)
+                    x = std::ldexp(static_cast<float>(operands.Bits() % 65536), scale);
+            const auto at = [&](size_t c, size_t b) { return &samples[(6 * c + b) * 32]; };
+            BandSamples bands[2];
+            for (size_t c = 0; c < channels; ++c)
+                bands[c] = {{at(c, 0), at(c, 1)}, {at(c, 2), at(c, 3)}, {at(c, 4), at(c, 5)}};
+            std::vector<float> got(64 * channels), expected(64 * channels);
             ASSERT_TRUE(
-                MixWithContour(bands, {0.95F, 1.8F, 1.1F}, &filter, got.data(), 64, channels));
-            for (size_t i = 0; i < samples.size(); ++i)
+                MixWithContour(bands, {1.8F, 1.1F, 0.95F}, &filter, got.data(), 64, channels));
+            for (size_t i = 0; i < expected.size(); ++i) {
+                const size_t c = i % channels, n = i / channels, odd = n % 2, q = n / 2;
                 expected[i] =
-                    (samples[i].high * 1.8F + samples[i].band * 1.1F) + samples[i].low * 0.95F;
-            for (size_t i = 0; i < samples.size(); i += channels) {
+                    (at(c, odd)[q] * 1.8F + at(c, 2 + odd)[q] * 1.1F) + at(c, 4 + odd)[q] * 0.95F;
+            }
+            for (size_t i = 0; i < expected.size(); i += channels) {
                 const float sum = channels == 2 ? expected[i] + expected[i + 1] : expected[i];
                 const float contour = plain.ProcessSample(sum);
                 for (size_t c = 0; c < channels; ++c) expected[i + c] += contour;

@@ -9,19 +9,23 @@
 namespace {
 
 using Number = Complex<SoftFloat>;
-using Factor = Complex<SoftFactor>;
 
 uint32_t BitsOf(float v) {
     return std::bit_cast<uint32_t>(v);
 }
 
+// Of factors of the transform: numbers whose exponents are raised by up to 21 are 2^-101 and more.
+constexpr float kSmallestTurn = 0x1p-24F;
+
 // Nothing, and *fits becomes false, if a part can't be a factor.
-Factor FactorOf(float re, float im, bool* fits) {
-    if (!softfloat::CanBeFactor(re) || !softfloat::CanBeFactor(im)) {
+SoftTurn TurnOf(float re, float im, float smallest, bool* fits) {
+    if (!softfloat::CanBeFactor(re, smallest) || !softfloat::CanBeFactor(im, smallest)) {
         *fits = false;
         return {};
     }
-    return {softfloat::FactorOf(re), softfloat::FactorOf(im)};
+    SoftTurn turn = {softfloat::FactorOf(re), softfloat::FactorOf(im)};
+    turn.re.e += softfloat::kAligned;
+    return turn;
 }
 
 }  // namespace
@@ -36,6 +40,7 @@ bool SoftBandConvolver::Allocate(uint32_t n) {
         return false;
     for (size_t k = 1; k < m; ++k)
         reversed[k] = static_cast<uint16_t>(reversed[k / 2] / 2 + (k % 2 != 0 ? m / 2 : 0));
+    for (size_t span = 1; 4 * span < m; span *= 4) lowered += softfloat::kAligned;
     half = m;
     return true;
 }
@@ -46,12 +51,13 @@ void SoftBandConvolver::SetFactors(const float* twiddles, Planar<const float> re
     eighth = softfloat::FactorOf(twiddles[2]);
     for (size_t t = 2; t < half / 4; ++t) {
         const Twiddles<float> w = GroupTwiddles(twiddles, t);
-        factors[t] = {FactorOf(w.w1.re, w.w1.im, &factorsFit),
-                      FactorOf(w.w2.re, w.w2.im, &factorsFit),
-                      FactorOf(w.w3.re, w.w3.im, &factorsFit)};
+        const auto turn = [this](Complex<float> factor) {
+            return TurnOf(factor.re, factor.im, kSmallestTurn, &factorsFit);
+        };
+        factors[t] = {turn(w.w1), turn(w.w2), turn(w.w3)};
     }
     for (size_t k = 1; k < half / 2; ++k)
-        realFactors[k] = FactorOf(real.re[k], real.im[k], &factorsFit);
+        realFactors[k] = TurnOf(real.re[k], real.im[k], kSmallestTurn, &factorsFit);
 }
 
 void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
@@ -61,7 +67,11 @@ void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
         for (size_t k = 0; k < half; ++k) {
             // The upper bins run down behind the middle one.
             const size_t bin = k <= half / 2 ? k : half / 2 + half - k;
-            kernels[b * half + k] = FactorOf(bands[b].re[bin], bands[b].im[bin], &kernelsFit);
+            SoftTurn& factor = kernels[b * half + k];
+            factor = TurnOf(bands[b].re[bin], bands[b].im[bin], 0x1p-46F, &kernelsFit);
+            if (k == 0) factor.re.e -= softfloat::kAligned;
+            factor.re.e += 2 * lowered;
+            factor.im.e += 2 * lowered;
         }
 }
 
@@ -117,31 +127,17 @@ bool SoftBandConvolver::Stages(Number* a) const {
 // the two real values at 0 Hz and half the rate.
 bool SoftBandConvolver::RealSpectrum() {
     Number* const a = spectrum.data();
-    const size_t span = half / 2;
-    for (size_t k = 0; k < span; ++k) {
-        const auto [lowRe, highRe] = SumAndDifference(a[k].re, a[k + span].re);
-        const auto [lowIm, highIm] = SumAndDifference(a[k].im, a[k + span].im);
-        a[k] = {lowRe, lowIm};
-        a[k + span] = {highRe, highIm};
-    }
+    LastStage(&a->re, half);
     const auto [sum, difference] = SumAndDifference(a[0].re, a[0].im);
     a[0] = {sum, difference};
-    for (size_t k = 1; k < span; ++k) {
-        Number& left = a[k];
-        Number& right = a[half - k];
-        Number y = {left.re - right.re, left.im + right.im};
-        if (!Turned(realFactors[k], y)) return false;
-        left = {left.re - y.re, left.im - y.im};
-        right = {right.re + y.re, right.im - y.im};
-    }
-    for (size_t k = 0; k < half; ++k)
-        if (!softfloat::Settles(a[k].re, a[k].im)) return false;
-    return true;
+    Number& middle = a[half / 2];
+    return softfloat::Settles(a[0].re, a[0].im) && softfloat::Settles(middle.re, middle.im) &&
+           RealStep(a, realFactors.data(), half);
 }
 
 // The product with a kernel and the way back to the spectrum of complex values, in the order of
 // reversed bits.
-bool SoftBandConvolver::ProductToWork(const Factor* kernel) {
+bool SoftBandConvolver::ProductToWork(const SoftTurn* kernel) {
     const Number* const a = spectrum.data();
     Number* const out = work.data();
     const SoftFloat sum = kernel[0].re * a[0].re;
@@ -155,18 +151,8 @@ bool SoftBandConvolver::ProductToWork(const Factor* kernel) {
 }
 
 // The last stage leaves the conjugates.
-bool SoftBandConvolver::Inverse(const Factor* kernel, Planar<float> out) {
+bool SoftBandConvolver::Inverse(const SoftTurn* kernel, Planar<float> out) {
     if (!ProductToWork(kernel) || !Stages(work.data())) return false;
-    const Number* const a = work.data();
-    const size_t span = half / 2;
-    const auto packed = [](SoftFloat v) { return std::bit_cast<float>(softfloat::Pack(v)); };
-    for (size_t q = 0; q < span; ++q) {
-        const auto [lowRe, highRe] = SumAndDifference(a[q].re, a[q + span].re);
-        const auto [lowIm, highIm] = SumAndDifference(a[q].im, a[q + span].im);
-        out.re[q] = packed(lowRe);
-        out.im[q] = packed(-lowIm);
-        out.re[q + span] = packed(highRe);
-        out.im[q + span] = packed(-highIm);
-    }
+    LastInverseStage(work.data(), half / 2, out.re, out.im);
     return true;
 }

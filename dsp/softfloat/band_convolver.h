@@ -32,20 +32,21 @@ public:
 
 private:
     using Number = Complex<SoftFloat>;
-    using Factor = Complex<SoftFactor>;
 
     void Load(Planar<const float> block, size_t pairs);
     bool Stages(Number* a) const;
     bool RealSpectrum();
-    bool ProductToWork(const Factor* kernel);
-    bool Inverse(const Factor* kernel, Planar<float> out);
+    bool ProductToWork(const SoftTurn* kernel);
+    bool Inverse(const SoftTurn* kernel, Planar<float> out);
 
-    size_t half = 0;  // complex values: n / 2
+    size_t half = 0;      // complex values: n / 2
+    int32_t lowered = 0;  // by how much a transform lowers the exponents
     bool factorsFit = false, kernelsFit = false;
-    SoftFactor eighth = {};                    // cos(pi / 4)
-    OwnedArray<Twiddles<SoftFactor>> factors;  // by group of any stage: half / 4
-    OwnedArray<Factor> realFactors;            // half / 2, the first unused
-    OwnedArray<Factor> kernels;     // half each; the first of each holds two real factors
-    OwnedArray<uint16_t> reversed;  // by index of a complex value: its bits reversed
+    SoftFactor eighth = {};            // cos(pi / 4)
+    OwnedArray<SoftTwiddles> factors;  // by group of any stage: half / 4
+    OwnedArray<SoftTurn> realFactors;  // half / 2, the first unused
+    OwnedArray<SoftTurn> kernels;      // half each; the first of each holds two real factors. With
+                                       // exponents that make up for both transforms.
+    OwnedArray<uint16_t> reversed;     // by index of a complex value: its bits reversed
     OwnedArray<Number> spectrum, work;
 };

@@ -3,11 +3,20 @@
 @ In all routines of this file r0 and r1 are the places of a butterfly's A and B, or of its C and D;
 @ r12 is the way from A to C, and from B to D, in bytes.
 
-@ pair sm, se, dm, de: sum and difference of r4, r5 and r6, r7. dm is not r4 or r9, de is not r5.
-@ Changes r4 to r9. "Sum and difference".
-.macro pair sm, se, dm, de
-    align   r4, r5, r6, r7, .LfarPair
+@ pair sm, se, dm, de: sum and difference of r4, r5 and r6, r7; `backward`: the difference the other
+@ way round; carried and lowers as align has them. dm is not r4 or r9, de is not r5. Changes r4 to
+@ r9. "Sum and difference".
+.macro pair sm, se, dm, de, carried=0, lowers=0, backward=0
+    .if \lowers
+    align   r4, r5, r6, r7, .LfarSecond, lowers=1
+    .else
+    align   r4, r5, r6, r7, .LfarPair, carried=\carried
+    .endif
+    .if \backward
+    sub     \dm, r9, r4, asr #3
+    .else
     rsb     \dm, r9, r4, asr #3
+    .endif
     add     \sm, r9, r4, asr #3
     normround \dm, \de, r5
     normround \sm, \se, r5
@@ -30,25 +39,25 @@
     add     r1, r1, r12
     ldrd    r4, r5, [r0, #8]
     ldrd    r6, r7, [r1, #8]
-    pair    r2, r3, r6, r7
+    pair    r2, r3, r6, r7, lowers=1
     strd    r2, r3, [r0, #8]        @ x2.im
     strd    r6, r7, [r1, #8]        @ x3.im
     ldrd    r4, r5, [r0]
     ldrd    r6, r7, [r1]
-    pair    r6, r7, r10, r11        @ x2.re
+    pair    r6, r7, r10, r11, lowers=1 @ x2.re
     strd    r10, r11, [r1]          @ x3.re
 .endm
 
 @ evenhalf: from x0 and x2, y0 to its place and y2 to r10, r11 and r6, r7. r0 and r1 go on by 8.
 .macro evenhalf
     ldrd    r4, r5, [r0, -r12]
-    pair    r2, r3, r10, r11
+    pair    r2, r3, r10, r11, carried=1
     strd    r2, r3, [r0, -r12]      @ y0.re
     add     r0, r0, #8
     add     r1, r1, #8
     ldrd    r4, r5, [r0, -r12]
     ldrd    r6, r7, [r0]
-    pair    r2, r3, r6, r7
+    pair    r2, r3, r6, r7, carried=1
     strd    r2, r3, [r0, -r12]      @ y0.im
 .endm
 
@@ -56,12 +65,12 @@
 .macro oddhalf
     ldrd    r4, r5, [r1, -r12]
     ldrd    r6, r7, [r1, #-8]
-    pair    r2, r3, r10, r11        @ x1.im, x3.re
+    pair    r2, r3, r10, r11, carried=1 @ x1.im, x3.re
     sub     r1, r1, #8
     ldrd    r4, r5, [r1, -r12]
     ldrd    r6, r7, [r1, #8]
     strd    r10, r11, [r1, #8]      @ y3.im
-    pair    r4, r5, r10, r11        @ x1.re, x3.im
+    pair    r4, r5, r10, r11, carried=1 @ x1.re, x3.im
     strd    r4, r5, [r1]            @ y3.re
 .endm
 
@@ -88,25 +97,12 @@
     ldrd    r8, r9, [sp, #\place + 8]
     product r10, r11, r10, r11
     product r6, r7, r6, r7
-    align   r4, r5, r6, r7, .LfarPair
+    align   r4, r5, r6, r7, .LfarPair, carried=1
     rsb     r4, r9, r4, asr #3
     normround r4, r5, r5
-    align   r2, r3, r10, r11, .LfarTurn
+    align   r2, r3, r10, r11, .LfarTurn, carried=1
     add     r2, r9, r2, asr #3
     normround r2, r3, r3
-.endm
-
-@ settle em, ee, fm, fe, done, fail: numbers with exponents below 0 get 0 there if they are zeros;
-@ back through lr if that is all, else to `fail` with r0 = 0. Changes r8.
-.macro settle em, ee, fm, fe, fail
-    cmp     \em, #0
-    moveq   \ee, #0
-    cmp     \fm, #0
-    moveq   \fe, #0
-    orrs    r8, \ee, \fe
-    bxpl    lr
-    mov     r0, #0
-    b       \fail
 .endm
 
 @ void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span)
@@ -155,24 +151,25 @@ routine SoftEighthGroup
 .LeighthNext:
     halfbutterfly
     ldrd    r4, r5, [r0, -r12]
-    pair    r2, r3, r10, r11        @ x0.re, x2.re
+    pair    r2, r3, r10, r11, carried=1 @ x0.re, x2.re
     strd    r2, r3, [r0, -r12]      @ y0.re
     add     r0, r0, #8
     add     r1, r1, #8
-    ldrd    r4, r5, [r0]
-    ldrd    r6, r7, [r0, -r12]
+    ldrd    r4, r5, [r0, -r12]
+    ldrd    r6, r7, [r0]
     strd    r10, r11, [r0]          @ y2.im
-    pair    r2, r3, r6, r7          @ x2.im, x0.im
+    pair    r2, r3, r6, r7, carried=1, backward=1 @ x2.im, x0.im
     strd    r2, r3, [r0, -r12]      @ y0.im
     strd    r6, r7, [r0, #-8]       @ y2.re
 
-    ldrd    r4, r5, [r1, #-8]
-    ldrd    r6, r7, [r1, -r12]
-    pair    r2, r3, r10, r11        @ x3.re, x1.im: y1 im, y3 re before their turn
+    ldrd    r4, r5, [r1, -r12]
+    ldrd    r6, r7, [r1, #-8]
+    @ x3.re, x1.im: y1 im, y3 re before their turn
+    pair    r2, r3, r10, r11, carried=1, backward=1
     sub     r1, r1, #8
     ldrd    r4, r5, [r1, -r12]
     ldrd    r6, r7, [r1, #8]
-    pair    r6, r7, r8, r9          @ x1.re, x3.im: y3 im, y1 re
+    pair    r6, r7, r8, r9, carried=1 @ x1.re, x3.im: y3 im, y1 re
     add     r1, r1, #8
     strd    r6, r7, [r1]
     mov     r4, r8
@@ -200,7 +197,7 @@ routine SoftEighthGroup
     settle  r6, r7, r2, r3, .LeighthEnd
 endroutine SoftEighthGroup
 
-@ bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
+@ bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
 @                         size_t groups)
 @ The loops of TwiddledGroupsText (butterfly_groups.h). docs/soft-float.md, "A butterfly".
 @   in    r0 a, r1 span, r2 w, r3 groups, at least 1
@@ -254,7 +251,73 @@ routine SoftTwiddledGroups
     settle  r10, r11, r6, r7, .LtwiddledEnd
 endroutine SoftTwiddledGroups
 
+@ void SoftLastStage(SoftFloat* a, size_t count)
+@ The loop of LastStageText (butterfly_groups.h). docs/soft-float.md, "Sum and difference".
+@   in    r0 a, r1 count, at least 1       uses  r12 the way to the second number
+@   stack the place where a ends
+routine SoftLastStage
+    push    {r4-r11, lr}
+    mov     r12, r1, lsl #3
+    add     r1, r0, r12
+    str     r1, [sp, #-4]!
+.LlastNext:
+    ldrd    r4, r5, [r0]
+    ldrd    r6, r7, [r0, r12]
+    pair    r2, r3, r6, r7
+    strd    r6, r7, [r0, r12]
+    strd    r2, r3, [r0], #8
+    ldr     lr, [sp]
+    cmp     r0, lr
+    bne     .LlastNext
+    add     sp, sp, #4
+    pop     {r4-r11, pc}
+endroutine SoftLastStage
+
+@ packpair to: sum and difference of r4, r5 and r6, r7 as floats to `to` and r3 on; `to` goes on.
+@ With `negated`, each times -1.
+.macro packpair to, negated=0
+    pair    r10, r11, r6, r7
+    .if \negated
+    rsb     r10, r10, #0
+    rsb     r6, r6, #0
+    .endif
+    pack    r6, r7, r8
+    str     r6, [\to, r3]
+    pack    r10, r11, r8
+    str     r10, [\to], #4
+.endm
+
+@ void SoftLastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re, float* im)
+@ The loop of LastInverseStageText (butterfly_groups.h). docs/soft-float.md, "Sum and difference".
+@   in    r0 a, r1 span, at least 1; r2 re, r3 im
+@   uses  r1 re, r2 im, r3 the way to their second half, r12 to that of a
+@   stack the place where a ends
+routine SoftLastInverseStage
+    push    {r4-r11, lr}
+    mov     r12, r1, lsl #4
+    add     r4, r0, r12
+    str     r4, [sp, #-4]!
+    mov     r4, r1, lsl #2
+    mov     r1, r2
+    mov     r2, r3
+    mov     r3, r4
+.LlastInverseNext:
+    ldrd    r4, r5, [r0]
+    ldrd    r6, r7, [r0, r12]
+    packpair r1
+    ldrd    r4, r5, [r0, #8]!
+    ldrd    r6, r7, [r0, r12]
+    packpair r2, negated=1
+    add     r0, r0, #8
+    ldr     lr, [sp]
+    cmp     r0, lr
+    bne     .LlastInverseNext
+    add     sp, sp, #4
+    pop     {r4-r11, pc}
+endroutine SoftLastInverseStage
+
 routine SoftButterflyFar
     farout  .LfarPair, r4, r5, r6, r7
+    farout  .LfarSecond, r4, r5, r6, r7, leads=0
     farout  .LfarTurn, r2, r3, r10, r11
 endroutine SoftButterflyFar

@@ -1,8 +1,10 @@
 // The transform's groups of radix-4 butterflies, in place: a group is `span` butterflies side by
-// side, whose numbers lie `span` apart.
+// side, whose numbers lie `span` apart. Results' exponents are kAligned less than those of the
+// values, in every group alike ("Exponents that carry the alignment").
 //
 // The texts are the definition. Where there is a routine by hand, the functions call it.
 #pragma once
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -10,7 +12,7 @@
 #include "dsp/softfloat/number.h"
 
 // y by w; false if a product might be subnormal.
-[[gnu::always_inline]] inline bool Turned(const Complex<SoftFactor>& w, Complex<SoftFloat>& y) {
+[[gnu::always_inline]] inline bool Turned(const SoftTurn& w, Complex<SoftFloat>& y) {
     if (!softfloat::Settles(y.re, y.im)) return false;
     y = Twiddle(w, y);
     return true;
@@ -42,7 +44,7 @@ inline bool EighthGroupText(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
 }
 
 // `groups` groups, at least one, one after the other, with the factors w[0], w[1], ...
-inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
+inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
                                size_t groups) {
     for (; groups != 0; --groups, ++w, a += 3 * span) {
         for (const Complex<SoftFloat>* const end = a + span; a != end; ++a) {
@@ -54,20 +56,51 @@ inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const Twiddle
     return true;
 }
 
+// The last stage, of radix 2: sums and differences of `count` numbers and those `count` further on.
+inline void LastStageText(SoftFloat* a, size_t count) {
+    for (const SoftFloat* const end = a + count; a != end; ++a) {
+        const auto [sum, difference] = SumAndDifference(a[0], a[count]);
+        a[0] = sum;
+        a[count] = difference;
+    }
+}
+
+// The same of `span` values and those behind them, their conjugates to floats.
+inline void LastInverseStageText(const Complex<SoftFloat>* a, size_t span, float* re, float* im) {
+    const auto packed = [](SoftFloat v) { return std::bit_cast<float>(softfloat::Pack(v)); };
+    for (size_t q = 0; q < span; ++q) {
+        const auto [lowRe, highRe] = SumAndDifference(a[q].re, a[q + span].re);
+        const auto [lowIm, highIm] = SumAndDifference(a[q].im, a[q + span].im);
+        re[q] = packed(lowRe);
+        im[q] = packed(-lowIm);
+        re[q + span] = packed(highRe);
+        im[q + span] = packed(-highIm);
+    }
+}
+
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+extern "C" void SoftLastStage(SoftFloat* a, size_t count);
+extern "C" void SoftLastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re,
+                                     float* im);
 extern "C" void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span);
 extern "C" bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e);
-extern "C" bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span,
-                                   const Twiddles<SoftFactor>* w, size_t groups);
+extern "C" bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
+                                   size_t groups);
 inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
     SoftUntwiddledGroup(a, span);
 }
 inline bool EighthGroup(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
     return SoftEighthGroup(a, span, u.m, u.e);
 }
-inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
+inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
                            size_t groups) {
     return SoftTwiddledGroups(a, span, w, groups);
+}
+inline void LastStage(SoftFloat* a, size_t count) {
+    SoftLastStage(a, count);
+}
+inline void LastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re, float* im) {
+    SoftLastInverseStage(a, span, re, im);
 }
 #else
 inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
@@ -76,8 +109,14 @@ inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
 inline bool EighthGroup(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
     return EighthGroupText(a, span, u);
 }
-inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const Twiddles<SoftFactor>* w,
+inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
                            size_t groups) {
     return TwiddledGroupsText(a, span, w, groups);
+}
+inline void LastStage(SoftFloat* a, size_t count) {
+    LastStageText(a, count);
+}
+inline void LastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re, float* im) {
+    LastInverseStageText(a, span, re, im);
 }
 #endif

@@ -13,13 +13,11 @@
 // A filter that has no ramp, for as long as its history can be multiplied.
 class UnpackedBiquad {
 public:
-    explicit UnpackedBiquad(const Biquad<float, float>& filter);
-    bool Holds() const { return holds; }
-
-    // The next output, or, with nothing changed but Holds, that it can't be told.
+    // False if the filter can't be held.
+    bool Take(const Biquad<float, float>& filter);
+    // The next output, or false, with nothing changed, if it can't be told.
     [[gnu::always_inline]] bool Step(SoftFloat x, SoftFloat* y) {
-        holds = softfloat::Settles(x, y1);
-        if (!holds) return false;
+        if (!softfloat::Settles(x, y1)) return false;
         *y = b0 * x + b1 * x1 + b2 * x2 + fb1 * y1 + fb2 * y2;
         x2 = x1;
         x1 = x;
@@ -30,62 +28,75 @@ public:
     // Its history becomes the filter's.
     void Keep(Biquad<float, float>* filter) const;
 
-private:
     SoftFactor b0, b1, b2, fb1, fb2;
     SoftFloat x1, x2, y1, y2;
-    bool holds;
 };
 
 struct BandWeights {
-    float low, high, band;
+    float high, band, low;
 };
-// Of one channel at one frame.
+// Of one channel: samples 2q at [0], samples 2q + 1 at [1].
 struct BandSamples {
-    float low, high, band;
+    const float *high[2], *band[2], *low[2];
 };
 
-// out[n * channels + c] = (high + band) + low of bands(n, c), times their weights, plus what the
-// filter makes of the frame's sum over 1 or 2 channels. False, with the filter as it was, if a
-// sample or a weight can't be held. A filter that can't be is run on floats.
-template <typename Bands>
-bool MixWithContour(Bands bands, const BandWeights& weights, Biquad<float, float>* filter,
-                    float* out, size_t frames, size_t channels) {
-    if (!softfloat::CanBeFactor(weights.low) || !softfloat::CanBeFactor(weights.high) ||
-        !softfloat::CanBeFactor(weights.band))
-        return false;
-    const SoftFactor low = softfloat::FactorOf(weights.low),
-                     high = softfloat::FactorOf(weights.high),
-                     band = softfloat::FactorOf(weights.band);
-    const auto packed = [](SoftFloat v) { return std::bit_cast<float>(softfloat::Pack(v)); };
-    Biquad<float, float> plain = *filter;
-    UnpackedBiquad unpacked(plain);
-    bool onFloats = !unpacked.Holds();
-    for (size_t n = 0; n < frames; ++n, out += channels) {
-        SoftFloat mixed[2];
-        for (size_t c = 0; c < channels; ++c) {
-            const BandSamples samples = bands(n, c);
-            const uint32_t bits[] = {std::bit_cast<uint32_t>(samples.low),
-                                     std::bit_cast<uint32_t>(samples.high),
-                                     std::bit_cast<uint32_t>(samples.band)};
-            for (const uint32_t each : bits)
-                if (!softfloat::Enters(each)) return false;
-            mixed[c] = (high * softfloat::Unpack(bits[1]) + band * softfloat::Unpack(bits[2])) +
-                       low * softfloat::Unpack(bits[0]);
-        }
-        const SoftFloat sum = channels == 1 ? mixed[0] : mixed[0] + mixed[1];
-        SoftFloat contour;
-        if (!onFloats && !unpacked.Step(sum, &contour)) {
-            unpacked.Keep(&plain);
-            onFloats = true;
-        }
-        if (onFloats) {
-            const float added = plain.ProcessSample(packed(sum));
-            for (size_t c = 0; c < channels; ++c) out[c] = packed(mixed[c]) + added;
-        } else {
-            for (size_t c = 0; c < channels; ++c) out[c] = packed(mixed[c] + contour);
-        }
+// out[n * channels + c] = (high + band) + low of channel c at frame n, times their weights, plus
+// what the filter makes of the frame's sum over 1 or 2 channels. False, with the filter as it was,
+// if a sample or a weight can't be held. A filter that can't be is run on floats.
+bool MixWithContour(const BandSamples* bands, const BandWeights& weights,
+                    Biquad<float, float>* filter, float* out, size_t frames, size_t channels);
+
+// What the loop works on.
+struct ContourMix {
+    static constexpr size_t kBands = 3;
+    // High, band, low of each channel at even frames, behind them those at odd frames.
+    const float* from[2 * kBands * 2];
+    SoftFactor weights[kBands];
+    UnpackedBiquad filter;
+};
+
+// One channel's sum at pair q; false if a sample can't be held.
+[[gnu::always_inline]] inline bool MixBands(const float* const* from, size_t q,
+                                            const SoftFactor* weights, SoftFloat* mixed) {
+    SoftFloat terms[ContourMix::kBands];
+    for (size_t i = 0; i < ContourMix::kBands; ++i) {
+        const auto bits = std::bit_cast<uint32_t>(from[i][q]);
+        if (!softfloat::Enters(bits)) return false;
+        terms[i] = weights[i] * softfloat::Unpack(bits);
     }
-    if (!onFloats) unpacked.Keep(&plain);
-    *filter = plain;
+    *mixed = (terms[0] + terms[1]) + terms[2];
     return true;
+}
+inline SoftFloat SumOfChannels(const SoftFloat* mixed, size_t channels) {
+    return channels == 1 ? mixed[0] : mixed[0] + mixed[1];
+}
+
+// As MixWithContour, from frame 0 on. Returns the frames done before a sample or the filter can't
+// be held.
+inline size_t RunContourMixText(ContourMix* mix, float* out, size_t frames, size_t channels) {
+    for (size_t n = 0; n < frames; ++n) {
+        const float* const* const from = mix->from + n % 2 * ContourMix::kBands * channels;
+        SoftFloat mixed[2], contour;
+        for (size_t c = 0; c < channels; ++c)
+            if (!MixBands(from + ContourMix::kBands * c, n / 2, mix->weights, &mixed[c])) return n;
+        if (!mix->filter.Step(SumOfChannels(mixed, channels), &contour)) return n;
+        for (size_t c = 0; c < channels; ++c)
+            *out++ = std::bit_cast<float>(softfloat::Pack(mixed[c] + contour));
+    }
+    return frames;
+}
+
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+extern "C" size_t SoftContourMix(ContourMix* mix, float* out, size_t frames, size_t channels);
+static_assert(offsetof(ContourMix, weights) == 48 && offsetof(ContourMix, filter.b0) == 72 &&
+              offsetof(ContourMix, filter.x1) == 112 && offsetof(ContourMix, filter.y2) == 136);
+#endif
+
+// At least one frame.
+inline size_t RunContourMix(ContourMix* mix, float* out, size_t frames, size_t channels) {
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+    return SoftContourMix(mix, out, frames, channels);
+#else
+    return RunContourMixText(mix, out, frames, channels);
+#endif
 }

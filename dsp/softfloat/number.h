@@ -97,13 +97,13 @@ inline constexpr int32_t kAligned = 3;  // bits that the first operand of a sum 
 #endif
 }
 
-// Two numbers in units of 2^(e - 109), their sum and difference below 2^30. Exponents of numbers
-// that aren't 0 are less than 250 apart.
+// Two numbers in units of 2^(e - 109), their sum and difference below 2^30; in: e, where those of a
+// shifted by kAligned are. Exponents of numbers that aren't 0 are less than 250 apart.
 struct Aligned {
     int32_t a, b, e;
 };
-[[gnu::always_inline]] inline Aligned Align(SoftFloat a, SoftFloat b) {
-    const int32_t e = a.e + kAligned, shift = e - b.e;
+[[gnu::always_inline]] inline Aligned Align(SoftFloat a, SoftFloat b, int32_t e) {
+    const int32_t shift = e - b.e;
     const int32_t first = a.m >> kAligned;
     // Exponents 2 below to 3 above: no bit is lost, and zeros need no care.
     if (static_cast<uint32_t>(shift - 1) <= 5U) [[likely]]
@@ -121,11 +121,11 @@ struct Aligned {
 }  // namespace softfloat
 
 [[gnu::always_inline]] inline SoftFloat operator+(SoftFloat a, SoftFloat b) {
-    const softfloat::Aligned v = softfloat::Align(a, b);
+    const softfloat::Aligned v = softfloat::Align(a, b, a.e + softfloat::kAligned);
     return softfloat::Rounded(v.a + v.b, v.e);
 }
 [[gnu::always_inline]] inline SoftFloat operator-(SoftFloat a, SoftFloat b) {
-    const softfloat::Aligned v = softfloat::Align(a, b);
+    const softfloat::Aligned v = softfloat::Align(a, b, a.e + softfloat::kAligned);
     return softfloat::Rounded(v.a - v.b, v.e);
 }
 [[gnu::always_inline]] inline SoftFloat operator-(SoftFloat a) {
@@ -133,8 +133,31 @@ struct Aligned {
 }
 // a + b and a - b, aligned once.
 [[gnu::always_inline]] inline SumDifference<SoftFloat> SumAndDifference(SoftFloat a, SoftFloat b) {
-    const softfloat::Aligned v = softfloat::Align(a, b);
+    const softfloat::Aligned v = softfloat::Align(a, b, a.e + softfloat::kAligned);
     return {softfloat::Rounded(v.a + v.b, v.e), softfloat::Rounded(v.a - v.b, v.e)};
+}
+
+// A number whose exponent is kAligned less, so that it can be added as the second one as it is; the
+// results' exponents are kAligned less in turn. "Exponents that carry the alignment".
+struct LoweredFloat {
+    int32_t m, e;
+};
+template <>
+struct LoweredOf<SoftFloat> {
+    using Type = LoweredFloat;
+};
+[[gnu::always_inline]] inline LoweredFloat Lowered(SoftFloat a) {
+    return {a.m, a.e - softfloat::kAligned};
+}
+[[gnu::always_inline]] inline SumDifference<SoftFloat> SumAndDifference(SoftFloat a,
+                                                                        LoweredFloat b) {
+    const softfloat::Aligned v = softfloat::Align(a, {b.m, b.e}, a.e);
+    return {softfloat::Rounded(v.a + v.b, v.e), softfloat::Rounded(v.a - v.b, v.e)};
+}
+[[gnu::always_inline]] inline SumDifference<SoftFloat> SumAndDifference(LoweredFloat a,
+                                                                        SoftFloat b) {
+    const auto [sum, difference] = SumAndDifference(b, a);
+    return {sum, -difference};
 }
 
 // The product's upper half, doubled, has 29 or 30 bits; its lower half only matters as not being 0.
@@ -167,6 +190,24 @@ struct Aligned {
 #endif
 }
 
+// A complex factor: the exponent of its real part is kAligned more, so that the products' sums need
+// no alignment either.
+struct SoftTurn {
+    SoftFactor re, im;
+};
+struct SoftTwiddles {  // of a group
+    SoftTurn w1, w2, w3;
+};
+[[gnu::always_inline]] inline Complex<SoftFloat> Twiddle(SoftTurn w, Complex<SoftFloat> y) {
+    const SoftFloat ofReal = w.re * y.re, ofImaginary = w.re * y.im;
+    const softfloat::Aligned re = softfloat::Align(ofReal, w.im * y.im, ofReal.e);
+    const softfloat::Aligned im = softfloat::Align(ofImaginary, w.im * y.re, ofImaginary.e);
+    return {softfloat::Rounded(re.a - re.b, re.e), softfloat::Rounded(im.a + im.b, im.e)};
+}
+inline SoftTurn Conjugate(SoftTurn w) {
+    return {w.re, -w.im};
+}
+
 namespace softfloat {
 
 // Whether the float with these bits may enter: 0, or 2^lowest to 2^60.
@@ -195,10 +236,11 @@ template <int lowest = -80>
     return sign | (significand >> static_cast<uint32_t>(-exponent));  // subnormal, and exact
 }
 
-// Whether a finite float can be a factor.
-inline bool CanBeFactor(float v) {
+// Whether a finite float can be a factor of numbers from 2^-80 on, or on from `smallest` of the
+// magnitudes that are left for it.
+inline bool CanBeFactor(float v, float smallest = 0x1p-46F) {
     const float magnitude = v < 0 ? -v : v;
-    return v == 0 || (magnitude >= 0x1p-46F && magnitude < 0x1p30F);
+    return v == 0 || (magnitude >= smallest && magnitude < 0x1p30F);
 }
 constexpr SoftFactor FactorOf(float v) {
     const SoftFloat a = Unpack(std::bit_cast<uint32_t>(v));

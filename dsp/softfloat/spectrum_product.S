@@ -4,14 +4,14 @@
 @ r10, r11 those of im. Out: re in r4, r5, im in r2, r3. re is the difference and im the sum, or
 @ with `back` the other way round.
 .macro turned back=0
-    align   r4, r5, r6, r7, .LfarProductRe
+    align   r4, r5, r6, r7, .LfarProductRe, carried=1
     .if \back
     add     r4, r9, r4, asr #3
     .else
     rsb     r4, r9, r4, asr #3
     .endif
     normround r4, r5, r5
-    align   r2, r3, r10, r11, .LfarProductIm
+    align   r2, r3, r10, r11, .LfarProductIm, carried=1
     .if \back
     rsb     r2, r9, r2, asr #3
     .else
@@ -47,8 +47,8 @@
     strd    r2, r3, [r9, #8]
 .endm
 
-@ bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const Complex<SoftFactor>* kernel,
-@                          const Complex<SoftFactor>* w, const uint16_t* reversed,
+@ bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
+@                          const SoftTurn* w, const uint16_t* reversed,
 @                          Complex<SoftFloat>* out, size_t half)
 @ The loop of SpectrumProductText (spectrum_product.h). docs/soft-float.md, "The real spectrum".
 @   in    r0 spectrum, r1 kernel, r2 w, r3 reversed; stack: out, half
@@ -130,17 +130,79 @@ routine SoftSpectrumProduct
     add     sp, sp, #76
     pop     {r4-r11, pc}
 
-@ An exponent below 0: put right if it is a zero's, else the end.
 .LsettleProduct:
-    cmp     r10, #0
-    moveq   r11, #0
-    cmp     r6, #0
-    moveq   r7, #0
-    orrs    r8, r11, r7
-    bxpl    lr
-    mov     r0, #0
-    b       .LproductEnd
+    settle  r10, r11, r6, r7, .LproductEnd
+endroutine SoftSpectrumProduct
 
+@ realresult op, at: the result in place of the value at `at`: op its real part and y's, its
+@ imaginary part less y's. y in r6, r7 and r10, r11, which stay.
+.macro realresult op, at
+    ldrd    r4, r5, [\at]
+    align   r4, r5, r6, r7, .LfarProductRe
+    \op     r4, r9, r4, asr #3
+    normround r4, r5, r5
+    ldrd    r2, r3, [\at, #8]
+    align   r2, r3, r10, r11, .LfarProductIm
+    rsb     r2, r9, r2, asr #3
+    normround r2, r3, r3
+    orrs    lr, r5, r3
+    blmi    .LsettleResult
+    strd    r4, r5, [\at]
+    strd    r2, r3, [\at, #8]
+.endm
+
+@ bool SoftRealStep(Complex<SoftFloat>* a, const SoftTurn* w, size_t half)
+@ The loop of RealStepText (spectrum_product.h). docs/soft-float.md, "The real spectrum".
+@   in    r0 a, r1 w, r2 half, at least 2
+@   uses  r0 value k, r12 value half - k
+@   out   r0 whether no number was too small for a product
+routine SoftRealStep
+    push    {r4-r11, lr}
+    add     r12, r0, r2, lsl #4
+    add     r1, r1, #16
+    b       .LrealTest
+.LrealNext:
+    ldrd    r2, r3, [r0, #8]
+    ldrd    r10, r11, [r12, #8]
+    align   r2, r3, r10, r11, .LfarProductIm
+    add     r2, r9, r2, asr #3
+    ldrd    r4, r5, [r0]
+    ldrd    r6, r7, [r12]
+    align   r4, r5, r6, r7, .LfarProductRe
+    rsb     r10, r9, r4, asr #3
+    normround r10, r11, r5          @ y.re
+    mov     r6, r2
+    normround r6, r7, r3            @ y.im
+    orrs    lr, r11, r7
+    blmi    .LsettleReal
+    ldrd    r8, r9, [r1], #8
+    product r4, r5, r10, r11
+    product r2, r3, r6, r7
+    ldrd    r8, r9, [r1], #8
+    product r10, r11, r10, r11
+    product r6, r7, r6, r7
+    turned
+    mov     r6, r4
+    mov     r7, r5
+    mov     r10, r2
+    mov     r11, r3
+    realresult rsb, r0
+    realresult add, r12
+.LrealTest:
+    add     r0, r0, #16
+    sub     r12, r12, #16
+    cmp     r0, r12
+    bne     .LrealNext
+    mov     r0, #1
+.LrealEnd:
+    pop     {r4-r11, pc}
+.LsettleReal:
+    settle  r10, r11, r6, r7, .LrealEnd
+.LsettleResult:
+    settle  r4, r5, r2, r3, .LrealEnd
+endroutine SoftRealStep
+
+routine SoftSpectrumFar
     farout  .LfarProductRe, r4, r5, r6, r7
     farout  .LfarProductIm, r2, r3, r10, r11
-endroutine SoftSpectrumProduct
+endroutine SoftSpectrumFar

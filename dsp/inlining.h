@@ -1,0 +1,10 @@
+// Inlining of what is small on vectors.
+#pragma once
+
+// Before a function whose arguments are vectors: they would pass through memory. Where floats are
+// calls of helpers, inlining saves nothing of their work and makes the code twice as large.
+#if defined(__arm__) && defined(__SOFTFP__)
+#define ORVANE_LANE_INLINE inline
+#else
+#define ORVANE_LANE_INLINE [[gnu::always_inline]] inline
+#endif

@@ -1,0 +1,150 @@
+#include "dsp/softfloat/arm.inc"
+
+@ In this file sums are formed in r2, r3, to which a term in r4, r5 is added; r0 is the ContourMix,
+@ r1 the way in bytes from an array's beginning to the present pair, r12 the next array's address.
+
+@ addterm: "The near window". Changes r8, r9.
+.macro addterm
+    align   r2, r3, r4, r5, .LfarTerm
+    add     r2, r9, r2, asr #3
+    normround r2, r3, r3
+.endm
+
+@ weightedsample m, e, weight: the next array's sample of the pair, times the weight there in the
+@ ContourMix. Changes r4 to r9. "A number", "Products".
+.macro weightedsample m, e, weight
+    ldr     r6, [r12], #4
+    ldr     r6, [r6, r1]
+    ldrd    r8, r9, [r0, #\weight]
+    movs    r7, r6, lsl #1          @ the carry is the sign
+    mov     r4, r6, lsl #9
+    mov     r4, r4, lsr #3
+    orr     r4, r4, #0x20000000
+    rsbcs   r4, r4, #0
+    mov     r5, r7, lsr #24
+    sub     r5, r5, #47
+    cmp     r5, #140                @ 2^-80 to 2^60
+    blhs    .LsampleIsZero
+    product \m, \e, r4, r5
+.endm
+
+@ size_t SoftContourMix(ContourMix* mix, float* out, size_t frames, size_t channels)
+@ The loop of RunContourMixText (contour_mix.h). docs/soft-float.md, "Bands and contour".
+@   in    r0 mix, r1 out, r2 frames, at least 1; r3 channels, 1 or 2
+@   uses  r4, r5 the contour once it is known; r10 a channel's place on the stack, r11, r10 x
+@   stack the channels' sums; the place behind the last one, the end of `from`, frames left, frames,
+@         out
+@   out   r0 the frames done
+routine SoftContourMix
+    push    {r4-r11, lr}
+    sub     sp, sp, #36
+    str     r1, [sp, #32]
+    str     r2, [sp, #28]
+    str     r2, [sp, #24]
+    add     r4, r3, r3, lsl #1
+    add     r4, r0, r4, lsl #3
+    str     r4, [sp, #20]
+    mov     r3, r3, lsl #3
+    str     r3, [sp, #16]
+    mov     r12, r0
+    mov     r1, #0
+.LmixNext:
+    mov     r10, #0
+.LmixChannel:
+    weightedsample r2, r3, 48
+    weightedsample r4, r5, 56
+    addterm
+    weightedsample r4, r5, 64
+    addterm
+    strd    r2, r3, [sp, r10]
+    add     r10, r10, #8
+    ldr     lr, [sp, #16]
+    cmp     r10, lr
+    bne     .LmixChannel
+
+    cmp     r10, #8
+    beq     .LmixSummed
+    mov     r4, r2
+    mov     r5, r3
+    ldrd    r2, r3, [sp]
+    addterm
+.LmixSummed:
+    ldrd    r6, r7, [r0, #128]      @ y1
+    orrs    lr, r3, r7
+    blmi    .LsettleMix
+    mov     r10, r2
+    mov     r11, r3
+    ldrd    r8, r9, [r0, #72]
+    product r2, r3, r2, r3
+    ldrd    r4, r5, [r0, #112]      @ x1
+    strd    r10, r11, [r0, #112]
+    mov     r10, r4
+    mov     r11, r5
+    ldrd    r8, r9, [r0, #80]
+    product r4, r5, r4, r5
+    addterm
+    ldrd    r4, r5, [r0, #120]      @ x2
+    strd    r10, r11, [r0, #120]
+    ldrd    r8, r9, [r0, #88]
+    product r4, r5, r4, r5
+    addterm
+    ldrd    r8, r9, [r0, #96]
+    product r4, r5, r6, r7
+    addterm
+    ldrd    r4, r5, [r0, #136]      @ y2
+    strd    r6, r7, [r0, #136]
+    ldrd    r8, r9, [r0, #104]
+    product r4, r5, r4, r5
+    addterm
+    strd    r2, r3, [r0, #128]
+
+    mov     r4, r2
+    mov     r5, r3
+    ldr     r6, [sp, #32]
+    ldr     r11, [sp, #16]
+    mov     r10, #0
+.LmixOut:
+    ldrd    r2, r3, [sp, r10]
+    addterm
+    pack    r2, r3, r7
+    str     r2, [r6], #4
+    add     r10, r10, #8
+    cmp     r10, r11
+    bne     .LmixOut
+    str     r6, [sp, #32]
+
+    ldr     lr, [sp, #20]
+    cmp     r12, lr
+    moveq   r12, r0
+    addeq   r1, r1, #4
+    ldr     lr, [sp, #24]
+    subs    lr, lr, #1
+    str     lr, [sp, #24]
+    bne     .LmixNext
+.LmixEnd:
+    ldr     r0, [sp, #28]
+    ldr     r1, [sp, #24]
+    sub     r0, r0, r1
+    add     sp, sp, #36
+    pop     {r4-r11, pc}
+
+@ A sample beyond the numbers: back if it is 0, else the end.
+.LsampleIsZero:
+    cmp     r7, #0
+    bne     .LmixEnd
+    mov     r4, #0
+    mov     r5, #0
+    bx      lr
+
+@ x or y1 with an exponent below 0: back if it is a zero's, else the end.
+.LsettleMix:
+    cmp     r2, #0
+    moveq   r3, #0
+    cmp     r6, #0
+    moveq   r7, #0
+    orrs    r8, r3, r7
+    bxpl    lr
+    b       .LmixEnd
+
+    farout  .LfarTerm, r2, r3, r4, r5
+endroutine SoftContourMix
