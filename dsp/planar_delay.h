@@ -16,7 +16,7 @@ public:
     // everything stays, if memory is refused.
     bool SetUp(size_t delayFrames, size_t blockPairs, size_t room) {
         const size_t held = delayFrames / 2 + delayFrames % 2;
-        if (!pairs.Allocate(2 * (held + room))) return false;
+        if (!pairs.Allocate(2 * UpToVector(held) + 2 * UpToVector(room))) return false;
         heldPairs = held;
         block = blockPairs;
         odd = delayFrames % 2 != 0;
@@ -46,7 +46,14 @@ public:
     }
 
 private:
-    Planar<T> All() { return {pairs.data(), pairs.data() + pairs.size() / 2}; }
+    static constexpr size_t W = kWidth<typename WidestVector<T>::Type, T>;
+
+    // The next block begins with a whole vector.
+    Planar<T> All() {
+        const size_t first = UpToVector(heldPairs) - heldPairs;
+        return Planar<T>{pairs.data(), pairs.data() + pairs.size() / 2} + first;
+    }
+    static size_t UpToVector(size_t count) { return (count + W - 1) / W * W; }
 
     OwnedArray<T> pairs;
     size_t heldPairs = 0, block = 0;

@@ -63,7 +63,7 @@ public:
     struct StereoChunk {
         uint32_t count = 0;  // frames
         SumRun<Real, typename VectorOf<Real, 2>::Type, 2, kStereoRow> run;
-        Real rows[kSums * kStereoRow];
+        alignas(Lanes) alignas(Real) Real rows[kSums * kStereoRow];
     };
     ORVANE_LOCAL void Begin(StereoChunk& chunk, const float* samples, uint32_t count);
     ORVANE_LOCAL void Finish(const StereoChunk& chunk, float* samples);

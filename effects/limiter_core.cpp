@@ -61,8 +61,7 @@ void LimiterCore<Arithmetic, kChannels>::ProcessFrame(Sample* frame) {
             output[c] = Arithmetic::Apply(delayed[c], state.gain[c]);
         }
     }
-    Advance(frame, 1);
-    std::memcpy(frame, output, sizeof output);
+    Advance(frame, output, 1);
 }
 
 template <typename Arithmetic, uint32_t kChannels>
@@ -182,11 +181,25 @@ bool LimiterCore<Arithmetic, kChannels>::Multiply(uint32_t count, Sample* gains)
     return !AnyAbove(gains, size);
 }
 
-// `samples` take their place in the ring.
+// `samples` take their place in the ring, outputs theirs.
 template <typename Arithmetic, uint32_t kChannels>
-void LimiterCore<Arithmetic, kChannels>::Advance(const Sample* samples, uint32_t count) {
-    std::memcpy(ring + size_t{next} * kChannels, samples,
-                size_t{count} * kChannels * sizeof(Sample));
+void LimiterCore<Arithmetic, kChannels>::Advance(Sample* samples, const Sample* output,
+                                                 uint32_t count) {
+    Sample* const newest = ring + size_t{next} * kChannels;
+    const size_t size = size_t{count} * kChannels;
+    if constexpr (kLanes == 1) {
+        std::memcpy(newest, samples, size * sizeof(Sample));
+        std::memcpy(samples, output, size * sizeof(Sample));
+    } else {
+        const auto exchange = [=]<typename V>(V, size_t i) {
+            Store(newest + i, Load<V>(samples + i));
+            Store(samples + i, Load<V>(output + i));
+        };
+        using V = typename VectorOf<Sample, kLanes>::Type;
+        size_t i = 0;
+        for (; size - i >= kLanes; i += kLanes) exchange(V{}, i);
+        for (; i < size; ++i) exchange(Sample{}, i);
+    }
     next = (next + count) % kWindow;
     framesSinceGate = std::min(framesSinceGate + count, kWindow);
     for (int32_t& age : state.age) age = std::min<int32_t>(age, kWindow);

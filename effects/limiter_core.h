@@ -71,7 +71,7 @@ private:
     void MakeWindow();
     const Sample* Delayed();
     bool Multiply(uint32_t count, Sample* gains);
-    void Advance(const Sample* samples, uint32_t count);
+    void Advance(Sample* samples, const Sample* output, uint32_t count);
 
     Sample gate = Arithmetic::kInitialGate;
     State state;

@@ -73,8 +73,7 @@ void LimiterCore<Arithmetic, kChannels>::ProcessChunk(Sample* samples, uint32_t 
     Sample output[kLap * kChannels];
     MakeGains(samples, count, output, runner);
     if (Multiply(count, output)) {
-        Advance(samples, count);
-        std::memcpy(samples, output, size * sizeof(Sample));
+        Advance(samples, output, count);
     } else {
         state = before;
         for (size_t i = 0; i < size; i += kChannels) ProcessFrame(samples + i);

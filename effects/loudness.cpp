@@ -36,15 +36,31 @@ void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* __restrict s
     }
 }
 
-// What outputs of one channel take from earlier ones, and their squares. In 64 bits, so that no
-// product has to widen its factors.
+// What outputs of one channel take from earlier ones, and their squares. Products in 64 bits, so
+// that none has to widen its factors; where registers have as many, coefficients stand higher, so
+// that one shift leaves the 32 bits of a sum with their sign.
 struct OutputRun {
+    static constexpr int kShift = sizeof(void*) == sizeof(int64_t) ? 32 : kQ24Bits;
+    static constexpr int kUp = kShift - kQ24Bits;
+
+    OutputRun(const int32_t* shares, const BiquadCoefficients<int32_t>& c,
+              const BiquadHistory<int32_t>& history, uint64_t sofar)
+        : inputs(shares),
+          fb1(static_cast<int64_t>(c.fb1) * (1 << kUp)),
+          fb2(static_cast<int64_t>(c.fb2) * (1 << kUp)),
+          y1(history.y1),
+          y2(history.y2),
+          energy(sofar) {}
     [[gnu::always_inline]] void Step(size_t i) {
-        const uint32_t older =
-            static_cast<uint32_t>(inputs[2 * i]) + static_cast<uint32_t>(fb2 * y2 >> kQ24Bits);
+        const uint32_t older = static_cast<uint32_t>(inputs[2 * i]) +
+                               static_cast<uint32_t>(Product(fb2, y2) >> kShift);
+        const uint64_t sum = (static_cast<uint64_t>(older) << kShift) + Product(fb1, y1);
         y2 = y1;
-        y1 = static_cast<int32_t>(older + static_cast<uint32_t>(fb1 * y1 >> kQ24Bits));
+        y1 = static_cast<int32_t>(static_cast<int64_t>(sum) >> kShift);
         energy += static_cast<uint64_t>(y1 * y1);
+    }
+    [[gnu::always_inline]] static uint64_t Product(int64_t fb, int64_t y) {
+        return static_cast<uint64_t>(fb) * static_cast<uint64_t>(y);
     }
     const int32_t* inputs;
     int64_t fb1, fb2, y1, y2;
@@ -76,8 +92,7 @@ uint64_t LargerEnergy(const int16_t* frames, size_t count, Biquad_FP* filters) {
     if (first < count) {
         BiquadHistory<int32_t>&left = filters[0].History(), &right = filters[1].History();
         int32_t inputs[kChunk];
-        OutputRun l = {inputs, c.fb1, c.fb2, left.y1, left.y2, energies[0]};
-        OutputRun r = {inputs + 1, c.fb1, c.fb2, right.y1, right.y2, energies[1]};
+        OutputRun l(inputs, c, left, energies[0]), r(inputs + 1, c, right, energies[1]);
         for (size_t at = 2 * first; at < 2 * count;) {
             const size_t size = std::min(2 * count - at, kChunk);
             (c.b1 == 0 ? AddInputs<false> : AddInputs<true>)(c, frames + at, size, inputs);

@@ -86,7 +86,7 @@ bool OrvaneSound<Sample, Real>::GetPrepared() const {
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::Reset() {
     loContourFilter.ClearHistory();
-    contoured = 0;
+    if constexpr (kContourLast) contoured = 0;
     if (!GetPrepared()) return;
     for (uint32_t c = 0; c < channels; ++c) {
         state[c].tails.Clear();

@@ -94,7 +94,7 @@ public:
 
         BiquadRun<float> run;
         size_t count, done;  // frames, and those at the front that have their contour
-        float sums[kContourChunk];
+        alignas(Lanes) float sums[kContourChunk];
     };
     ORVANE_LOCAL uint32_t ProcessBands(float* samples, uint32_t n);
     ORVANE_LOCAL void BeginContour(ContourChunk& chunk, const float* frames, size_t count);

@@ -5,7 +5,6 @@ import { presetValues, valuesOf, withSwitches } from "./settings.js";
 import { parameters } from "./table.js";
 
 const kLowestRate = 32000, kHighestRate = 48000;
-const kRampSeconds = 0.03;
 
 // Contexts that know the processor.
 const prepared = new WeakMap();
@@ -75,18 +74,12 @@ export class OrvaneNode extends AudioNodeClass {
     this.parameters.get("enabled").setValueAtTime(wanted ? 1 : 0, this.context.currentTime);
   }
 
-  // Now, without a click; exactly timed changes go through the AudioParam.
+  // Now: from the next block on, without a click.
   set(key, value) {
-    const row = parameters.find((one) => one.key === key);
-    if (row === undefined) throw new RangeError(`no setting is called ${key}`);
-    const param = this.parameters.get(key), now = this.context.currentTime;
-    param.cancelScheduledValues(now);
-    if (row.kind === "switch") {
-      param.setValueAtTime(value, now);
-    } else {
-      param.setValueAtTime(param.value, now);
-      param.linearRampToValueAtTime(value, now + kRampSeconds);
-    }
+    const param = this.parameters.get(key);
+    if (param === undefined) throw new RangeError(`no setting is called ${key}`);
+    param.cancelScheduledValues(this.context.currentTime);
+    param.setValueAtTime(value, this.context.currentTime);
   }
 
   // All of them: what isn't given goes back to its default.

@@ -55,8 +55,8 @@ export class OrvaneNode extends AudioWorkletNode {
    */
   static create(context: BaseAudioContext, options?: Options): Promise<OrvaneNode>;
   /**
-   * One k-rate AudioParam for every key of `parameters`, and "enabled". A value acts from the block
-   * of 1024 frames on that holds its time.
+   * One k-rate AudioParam for every key of `parameters`, and "enabled". A value acts from the next
+   * block of 1024 frames on, in steps that aren't heard as such.
    */
   readonly parameters: AudioParamMap;
   /** Seconds by which both outputs lie behind the input. Switches change it. */

@@ -139,6 +139,14 @@ test("a rate that the effect doesn't take is told", () => {
   assert.throws(() => valuesOf({ rato: 1 }), /rato/);
 });
 
+test("the package exports what its types declare, without Web Audio too", async () => {
+  const text = readFileSync(new URL("../package/index.d.ts", import.meta.url), "utf8");
+  const declared = [...text.matchAll(/^export (?:const|class|function) (\w+)/gm)].map((match) => match[1]);
+  const exported = await import("../../build/web/package/index.js");
+  assert.deepEqual(Object.keys(exported).sort(), declared.sort());
+  await assert.rejects(exported.OrvaneNode.create({ sampleRate: 96000 }), RangeError);
+});
+
 test("the tone is solved as the renderer solves it", () => {
   const tone = new Tone(instantiate(modules[0]));
   const points = [{ hz: 60, db: 6 }, { hz: 200, db: 0 }, { hz: 8000, db: 3 }];
