@@ -71,7 +71,8 @@ Settings Present() {
                                                    : SettingsOf(Presets().front());
 }
 
-// Whether the shell's line succeeded, quietly. No listener's text is ever in it.
+// Whether the shell's line succeeded, quietly. What a machine or a listener names reaches it
+// through the environment alone.
 bool Does(const std::string& line) {
     return std::system((line + " >/dev/null 2>&1").c_str()) == 0;
 }
@@ -113,12 +114,17 @@ void Send(const Settings& settings) {
         Fail("the sound server takes no settings");
 }
 
+void NamePidFile() {
+    setenv("ORVANE_PID", RuntimePath("orvane-desktop.pid").c_str(), 1);
+}
+
 // Through the user's service manager, or where it has no such service as a process of its own.
 void Start() {
     if (Does("systemctl --user start orvane-desktop.service")) return;
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-    Does(fmt::format("(setsid '{}' run </dev/null >/dev/null 2>&1 & echo $! >'{}')", program,
-                     RuntimePath("orvane-desktop.pid").string()));
+    setenv("ORVANE_DESKTOP", program.c_str(), 1);
+    NamePidFile();
+    Does("(setsid \"$ORVANE_DESKTOP\" run </dev/null >/dev/null 2>&1 & echo $! >\"$ORVANE_PID\")");
 }
 
 int TurnOn(const char* what) {
@@ -144,9 +150,9 @@ int TurnOn(const char* what) {
 }
 
 int TurnOff() {
-    const std::string file = RuntimePath("orvane-desktop.pid").string();
+    NamePidFile();
     Does("systemctl --user stop orvane-desktop.service");
-    Does(fmt::format("[ -f '{0}' ] && kill $(cat '{0}'); rm -f '{0}'", file));
+    Does("[ -f \"$ORVANE_PID\" ] && kill $(cat \"$ORVANE_PID\"); rm -f \"$ORVANE_PID\"");
     if (!Within(5, [] { return NodeNumber().empty(); })) Fail("the output stays");
     return 0;
 }

@@ -8,6 +8,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 #include "client/parameter_command.h"
@@ -76,6 +77,12 @@ constexpr auto kControls = [] {
             controls[n] = {&parameter, static_cast<int32_t>(band)};
     return controls;
 }();
+
+// As a settings file has it, the bands one by one: "output-gain", "eq-3".
+inline std::string KeyOf(const Control& control) {
+    const std::string key = control.parameter->key;
+    return control.IsBand() ? key + '-' + std::to_string(control.band) : key;
+}
 
 // What `settings` has for a control, in the table's units.
 inline double ValueOf(const Settings& settings, const Control& control) {

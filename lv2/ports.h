@@ -32,6 +32,5 @@ inline std::string Symbol(std::string text) {
 }
 // Of a control's port: "output_gain", "eq_3".
 inline std::string SymbolOf(const Control& control) {
-    const std::string key = Symbol(control.parameter->key);
-    return control.IsBand() ? key + '_' + std::to_string(control.band) : key;
+    return Symbol(KeyOf(control));
 }

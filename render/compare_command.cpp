@@ -5,6 +5,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "live/controls.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/flac_bytes.h"
 #include "render/audio/output_file.h"
@@ -40,15 +41,9 @@ std::string Base64(const std::string& bytes) {
 // {key: value} of what is set, as the page counts: a key for each band.
 nlohmann::json ValuesOf(const Settings& settings) {
     nlohmann::json values = nlohmann::json::object();
-    for (const Parameter& parameter : kParameters) {
-        if (!settings.IsSet(parameter.id)) continue;
-        if (parameter.kind != ParameterKind::kBandValue)
-            values[parameter.key] = settings.Get(parameter.id);
-        else
-            for (size_t band = 0; band < settings.BandLevels().size(); ++band)
-                values[parameter.key + ("-" + std::to_string(band))] =
-                    settings.BandLevels().at(band);
-    }
+    for (const Control& control : kControls)
+        if (settings.IsSet(control.parameter->id))
+            values[KeyOf(control)] = ValueOf(settings, control);
     return values;
 }
 

@@ -22,10 +22,6 @@ std::string Label(std::string key) {
     key[0] = static_cast<char>(key[0] - 'a' + 'A');
     return key;
 }
-std::string KeyOf(const Control& control) {
-    const std::string key = control.parameter->key;
-    return control.IsBand() ? key + "-" + std::to_string(control.band) : key;
-}
 std::string LabelOf(const Control& control) {
     return control.IsBand() ? "Band " + std::to_string(control.band)
                             : Label(control.parameter->key);
