@@ -148,18 +148,18 @@ void BandFilters<T>::SetKernels(const T* const (&taps)[kBands], uint32_t kernelL
 template <typename T>
 void BandFilters<T>::Split(BandTails<T>& tails, Planar<const T> block,
                            const Planar<T> (&bands)[kBands]) {
-    if (!unpacked.Convolve(block, blockLength / 2, bands)) {
-        fft.Forward(block, HalvesOf(spectrum));
-        Multiply(HalvesOf(spectrum), HalvesOf(realFactors), PartOf(kernels, 0), PartOf(products, 0),
-                 transformLength);
-        for (size_t b = 0; b < kBands; ++b) fft.Backward(PartOf(products, b), bands[b]);
-    }
+    const bool primed = tails.primed;
+    tails.primed = true;
+    if (unpacked.Convolve(block, blockLength / 2, bands, tails.all.data())) return;
+    fft.Forward(block, HalvesOf(spectrum));
+    Multiply(HalvesOf(spectrum), HalvesOf(realFactors), PartOf(kernels, 0), PartOf(products, 0),
+             transformLength);
     for (size_t b = 0; b < kBands; ++b) {
+        fft.Backward(PartOf(products, b), bands[b]);
         T* const tail = tails.all.data() + b * size_t{TailLength()};
         AddTail(bands[b], blockLength / 2, {tail, tail + TailLength() / 2}, TailLength() / 2,
-                tails.primed);
+                primed);
     }
-    tails.primed = true;
 }
 
 // One band's part of `kernels` or `products`.

@@ -46,7 +46,7 @@ struct NoConvolver {
     static bool Allocate(uint32_t) { return true; }
     static void SetFactors(const T*, Planar<const T>) {}
     static void SetKernels(const Planar<const T> (&)[kBands]) {}
-    static bool Convolve(Planar<const T>, size_t, const Planar<T> (&)[kBands]) { return false; }
+    static bool Convolve(Planar<const T>, size_t, const Planar<T> (&)[kBands], T*) { return false; }
 };
 
 template <typename T>

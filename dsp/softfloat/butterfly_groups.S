@@ -273,49 +273,6 @@ routine SoftLastStage
     pop     {r4-r11, pc}
 endroutine SoftLastStage
 
-@ packpair to: sum and difference of r4, r5 and r6, r7 as floats to `to` and r3 on; `to` goes on.
-@ With `negated`, each times -1.
-.macro packpair to, negated=0
-    pair    r10, r11, r6, r7
-    .if \negated
-    rsb     r10, r10, #0
-    rsb     r6, r6, #0
-    .endif
-    pack    r6, r7, r8
-    str     r6, [\to, r3]
-    pack    r10, r11, r8
-    str     r10, [\to], #4
-.endm
-
-@ void SoftLastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re, float* im)
-@ The loop of LastInverseStageText (butterfly_groups.h). docs/soft-float.md, "Sum and difference".
-@   in    r0 a, r1 span, at least 1; r2 re, r3 im
-@   uses  r1 re, r2 im, r3 the way to their second half, r12 to that of a
-@   stack the place where a ends
-routine SoftLastInverseStage
-    push    {r4-r11, lr}
-    mov     r12, r1, lsl #4
-    add     r4, r0, r12
-    str     r4, [sp, #-4]!
-    mov     r4, r1, lsl #2
-    mov     r1, r2
-    mov     r2, r3
-    mov     r3, r4
-.LlastInverseNext:
-    ldrd    r4, r5, [r0]
-    ldrd    r6, r7, [r0, r12]
-    packpair r1
-    ldrd    r4, r5, [r0, #8]!
-    ldrd    r6, r7, [r0, r12]
-    packpair r2, negated=1
-    add     r0, r0, #8
-    ldr     lr, [sp]
-    cmp     r0, lr
-    bne     .LlastInverseNext
-    add     sp, sp, #4
-    pop     {r4-r11, pc}
-endroutine SoftLastInverseStage
-
 routine SoftButterflyFar
     farout  .LfarPair, r4, r5, r6, r7
     farout  .LfarSecond, r4, r5, r6, r7, leads=0

@@ -11,27 +11,20 @@
 .endm
 
 @ weightedsample m, e, weight: the next array's sample of the pair, times the weight there in the
-@ ContourMix. Changes r4 to r9. "A number", "Products".
+@ ContourMix. r11 is 2^31. Changes r4 to r9. "A number", "Products".
 .macro weightedsample m, e, weight
     ldr     r6, [r12], #4
     ldr     r6, [r6, r1]
     ldrd    r8, r9, [r0, #\weight]
-    movs    r7, r6, lsl #1          @ the carry is the sign
-    mov     r4, r6, lsl #9
-    mov     r4, r4, lsr #3
-    orr     r4, r4, #0x20000000
-    rsbcs   r4, r4, #0
-    mov     r5, r7, lsr #24
-    sub     r5, r5, #47
-    cmp     r5, #140                @ 2^-80 to 2^60
-    blhs    .LsampleIsZero
-    product \m, \e, r4, r5
+    unpack  r4, r5, r6, r11, .LsampleIsZero, raised=1
+    product \m, \e, r4, r5, raised=1
 .endm
 
 @ size_t SoftContourMix(ContourMix* mix, float* out, size_t frames, size_t channels)
 @ The loop of RunContourMixText (contour_mix.h). docs/soft-float.md, "Bands and contour".
 @   in    r0 mix, r1 out, r2 frames, at least 1; r3 channels, 1 or 2
-@   uses  r4, r5 the contour once it is known; r10 a channel's place on the stack, r11, r10 x
+@   uses  r4, r5 the contour once it is known; r10 a channel's place on the stack; r11 2^31; then
+@         r10, r11 x
 @   stack the channels' sums; the place behind the last one, the end of `from`, frames left, frames,
 @         out
 @   out   r0 the frames done
@@ -50,6 +43,7 @@ routine SoftContourMix
     mov     r1, #0
 .LmixNext:
     mov     r10, #0
+    mov     r11, #0x80000000
 .LmixChannel:
     weightedsample r2, r3, 48
     weightedsample r4, r5, 56
@@ -106,7 +100,8 @@ routine SoftContourMix
 .LmixOut:
     ldrd    r2, r3, [sp, r10]
     addterm
-    pack    r2, r3, r7
+    add     r3, r3, #46             @ as pack takes it
+    pack    r2, r3, r7, .LmixRare
     str     r2, [r6], #4
     add     r10, r10, #8
     cmp     r10, r11
@@ -130,10 +125,9 @@ routine SoftContourMix
 
 @ A sample beyond the numbers: back if it is 0, else the end.
 .LsampleIsZero:
-    cmp     r7, #0
+    movs    r5, r6, lsl #1
     bne     .LmixEnd
     mov     r4, #0
-    mov     r5, #0
     bx      lr
 
 @ x or y1 with an exponent below 0: back if it is a zero's, else the end.
@@ -147,4 +141,5 @@ routine SoftContourMix
     b       .LmixEnd
 
     farout  .LfarTerm, r2, r3, r4, r5
+    packrare .LmixRare, r2, r3
 endroutine SoftContourMix
