@@ -143,9 +143,6 @@ void OrvaneSound<Sample, Real>::RunBlock() {
     else
         PushBandsWithContour();
     for (uint32_t c = 0; c < channels; ++c) {
-        const Planar<Real> block = state[c].Block();
-        std::fill(block.re + kPairs, block.re + kTransformPairs, Real(0));
-        std::fill(block.im + kPairs, block.im + kTransformPairs, Real(0));
         state[c].bandDelay.Advance();
         state[c].lowDelay.Advance();
     }
