@@ -3,9 +3,9 @@
 @ In this file sums are formed in r2, r3, to which a term in r4, r5 is added; r0 is the ContourMix,
 @ r1 the way in bytes from an array's beginning to the present pair, r12 the next array's address.
 
-@ addterm: "The near window". Changes r8, r9.
-.macro addterm
-    align   r2, r3, r4, r5, .LfarTerm
+@ addterm carried: "The near window"; carried as align has it. Changes r8, r9.
+.macro addterm carried=1
+    align   r2, r3, r4, r5, .LfarTerm, carried=\carried
     add     r2, r9, r2, asr #3
     normround r2, r3, r3
 .endm
@@ -61,7 +61,7 @@ routine SoftContourMix
     mov     r4, r2
     mov     r5, r3
     ldrd    r2, r3, [sp]
-    addterm
+    addterm carried=0
 .LmixSummed:
     ldrd    r6, r7, [r0, #128]      @ y1
     orrs    lr, r3, r7
@@ -100,7 +100,7 @@ routine SoftContourMix
 .LmixOut:
     ldrd    r2, r3, [sp, r10]
     addterm
-    add     r3, r3, #46             @ as pack takes it
+    add     r3, r3, #55             @ as pack takes it, and what the exponents are lowered by
     pack    r2, r3, r7, .LmixRare
     str     r2, [r6], #4
     add     r10, r10, #8

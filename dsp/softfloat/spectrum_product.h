@@ -37,14 +37,13 @@ inline bool RealStepText(Complex<SoftFloat>* a, const MirroredPlaces* places, si
 // factored (Settles). False, with the places in any state, if y has one that can't.
 inline bool SpectrumProductText(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
                                 const MirroredPlaces* places, size_t half) {
-    const auto lowered = [](SoftFloat v) { return LoweredFloat{v.m, v.e}; };
     for (size_t k = 1; k < half / 2; ++k) {
         const Complex<SoftFloat> left = Twiddle(kernel[k], spectrum[k]);
         const Complex<SoftFloat> right = Twiddle(kernel[half - k], spectrum[half - k]);
-        Complex<SoftFloat> y = {left.re - lowered(right.re), left.im + lowered(right.im)};
+        Complex<SoftFloat> y = {left.re - AsLowered(right.re), left.im + AsLowered(right.im)};
         if (!softfloat::Settles(y.re, y.im)) return false;
         y = Twiddle(Conjugate(places[k].w), y);
-        *places[k].left = {left.im - lowered(y.im), left.re - lowered(y.re)};
+        *places[k].left = {left.im - AsLowered(y.im), left.re - AsLowered(y.re)};
         *places[k].right = {right.im - y.im, right.re + y.re};
     }
     return true;
