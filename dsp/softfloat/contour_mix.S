@@ -20,13 +20,29 @@
     product \m, \e, r4, r5, raised=1
 .endm
 
+@ channelsum: the next channel's three bands, to r2, r3.
+.macro channelsum
+    weightedsample r2, r3, 48
+    weightedsample r4, r5, 56
+    addterm
+    weightedsample r4, r5, 64
+    addterm
+.endm
+
+@ channelout place: the sum at sp + place and the contour in r4, r5 to the next output, at r6.
+.macro channelout place
+    ldrd    r2, r3, [sp, #\place]
+    addterm
+    add     r3, r3, #55             @ as pack takes it, and what the exponents are lowered by
+    pack    r2, r3, r7, .LmixRare
+    str     r2, [r6], #4
+.endm
+
 @ size_t SoftContourMix(ContourMix* mix, float* out, size_t frames, size_t channels)
 @ The loop of RunContourMixText (contour_mix.h). docs/soft-float.md, "Bands and contour".
 @   in    r0 mix, r1 out, r2 frames, at least 1; r3 channels, 1 or 2
-@   uses  r4, r5 the contour once it is known; r10 a channel's place on the stack; r11 2^31; then
-@         r10, r11 x
-@   stack the channels' sums; the place behind the last one, the end of `from`, frames left, frames,
-@         out
+@   uses  r4, r5 the contour once it is known; r11 2^31; then r10, r11 x2
+@   stack the channels' sums; channels, the end of `from`, frames left, frames, out
 @   out   r0 the frames done
 routine SoftContourMix
     push    {r4-r11, lr}
@@ -37,50 +53,35 @@ routine SoftContourMix
     add     r4, r3, r3, lsl #1
     add     r4, r0, r4, lsl #3
     str     r4, [sp, #20]
-    mov     r3, r3, lsl #3
     str     r3, [sp, #16]
     mov     r12, r0
     mov     r1, #0
 .LmixNext:
-    mov     r10, #0
     mov     r11, #0x80000000
-.LmixChannel:
-    weightedsample r2, r3, 48
-    weightedsample r4, r5, 56
-    addterm
-    weightedsample r4, r5, 64
-    addterm
-    strd    r2, r3, [sp, r10]
-    add     r10, r10, #8
+    channelsum
+    strd    r2, r3, [sp]
     ldr     lr, [sp, #16]
-    cmp     r10, lr
-    bne     .LmixChannel
-
-    cmp     r10, #8
+    cmp     lr, #1
     beq     .LmixSummed
-    mov     r4, r2
-    mov     r5, r3
-    ldrd    r2, r3, [sp]
+    channelsum
+    strd    r2, r3, [sp, #8]
+    ldrd    r4, r5, [sp]
     addterm carried=0
 .LmixSummed:
     ldrd    r6, r7, [r0, #128]      @ y1
     orrs    lr, r3, r7
     blmi    .LsettleMix
-    mov     r10, r2
-    mov     r11, r3
+    ldrd    r4, r5, [r0, #112]      @ x1
+    strd    r2, r3, [r0, #112]
+    ldrd    r10, r11, [r0, #120]    @ x2
+    strd    r4, r5, [r0, #120]
     ldrd    r8, r9, [r0, #72]
     product r2, r3, r2, r3
-    ldrd    r4, r5, [r0, #112]      @ x1
-    strd    r10, r11, [r0, #112]
-    mov     r10, r4
-    mov     r11, r5
     ldrd    r8, r9, [r0, #80]
     product r4, r5, r4, r5
     addterm
-    ldrd    r4, r5, [r0, #120]      @ x2
-    strd    r10, r11, [r0, #120]
     ldrd    r8, r9, [r0, #88]
-    product r4, r5, r4, r5
+    product r4, r5, r10, r11
     addterm
     ldrd    r8, r9, [r0, #96]
     product r4, r5, r6, r7
@@ -89,25 +90,19 @@ routine SoftContourMix
     strd    r6, r7, [r0, #136]
     ldrd    r8, r9, [r0, #104]
     product r4, r5, r4, r5
-    addterm
-    strd    r2, r3, [r0, #128]
+    align   r2, r3, r4, r5, .LfarTerm, carried=1
+    add     r4, r9, r2, asr #3
+    normround r4, r5, r3
+    strd    r4, r5, [r0, #128]
 
-    mov     r4, r2
-    mov     r5, r3
     ldr     r6, [sp, #32]
-    ldr     r11, [sp, #16]
-    mov     r10, #0
+    channelout 0
+    ldr     lr, [sp, #16]
+    cmp     lr, #1
+    beq     .LmixOut
+    channelout 8
 .LmixOut:
-    ldrd    r2, r3, [sp, r10]
-    addterm
-    add     r3, r3, #55             @ as pack takes it, and what the exponents are lowered by
-    pack    r2, r3, r7, .LmixRare
-    str     r2, [r6], #4
-    add     r10, r10, #8
-    cmp     r10, r11
-    bne     .LmixOut
     str     r6, [sp, #32]
-
     ldr     lr, [sp, #20]
     cmp     r12, lr
     moveq   r12, r0
