@@ -112,8 +112,9 @@ void AddToChannels(const Real* contour, size_t channels, size_t count, Real* fra
 
 // The sums of the bands with the contour, where floats are unpacked; false, with the filter as it
 // was, where they can't be.
-bool MixUnpacked(const std::array<DelayedBands<float>, 2>& bands, Biquad<float, float>* filter,
-                 size_t pairs, size_t channels, float* frames) {
+[[maybe_unused]] bool MixUnpacked(const std::array<DelayedBands<float>, 2>& bands,
+                                  Biquad<float, float>* filter, size_t pairs, size_t channels,
+                                  float* frames) {
     using Variant = OrvaneSoundVariant<float>;
     BandSamples samples[2];
     for (size_t c = 0; c < 2; ++c)
