@@ -104,11 +104,11 @@ routine SoftInverseFar
 @ A tail that is 0, subnormal or too large is added as a float.
 .LplainTail:
     pack    r6, r7, r8, .LrareLow
-    push    {r0-r3, r12}
+    stmdb   sp!, {r0-r3, r12}
     mov     r0, r6
     mov     r1, r10
     bl      __aeabi_fadd
     mov     r6, r0
-    pop     {r0-r3, r12}
+    ldmia   sp!, {r0-r3, r12}
     b       .LtailAdded
 endroutine SoftInverseFar
