@@ -3,6 +3,7 @@
 #include <array>
 #include <type_traits>
 
+#include "dsp/arm_state.h"
 #include "dsp/runs.h"
 #include "dsp/softfloat/contour_mix.h"
 #include "effects/orvane_sound.h"
@@ -56,7 +57,8 @@ void Unweave(const float* frames, size_t pairs, Planar<Real> only) {
     });
 }
 template <typename Real>
-void Unweave(const float* frames, size_t pairs, Planar<Real> left, Planar<Real> right) {
+ORVANE_ARM_STATE void Unweave(const float* frames, size_t pairs, Planar<Real> left,
+                              Planar<Real> right) {
     ForLanes<Real>(pairs, [=]<typename V>(size_t q) {
         Complex<V> l, r;
         LoadColumns(l.re, r.re, l.im, r.im, [=](size_t i) { return frames + 4 * (q + i); });
