@@ -114,7 +114,7 @@ std::vector<uint32_t> BitsOf(const std::vector<float>& floats) {
 }
 
 int32_t Centre(Numbers& numbers, int n) {
-    return n % 7 == 0 ? -2 : 10 + static_cast<int32_t>(numbers.Bits() % 100);
+    return n % 3 == 0 ? n / 3 % 8 - 5 : 10 + static_cast<int32_t>(numbers.Bits() % 100);
 }
 
 }  // namespace
@@ -122,7 +122,7 @@ int32_t Centre(Numbers& numbers, int n) {
 TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
     Numbers numbers(1);
     int refused = 0;
-    for (int n = 0; n < 6000; ++n) {
+    for (int n = 0; n < 10000; ++n) {
         const size_t span = n % 4 == 0 ? 1 : 4, groups = 1 + numbers.Bits() % 3;
         const int32_t centre = Centre(numbers, n);
         std::vector<SoftTwiddles> w;
@@ -159,7 +159,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
         ASSERT_EQ(settled ? got.Difference(expected) : -1, -1) << n;
     }
     EXPECT_GT(refused, 50);
-    EXPECT_LT(refused, 3000);
+    EXPECT_LT(refused, 5000);
 }
 
 TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {

@@ -55,7 +55,8 @@ inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const SoftTwi
     return true;
 }
 
-// The last stage, of radix 2: sums and differences of `count` numbers and those `count` further on.
+// The last stage, of radix 2: sums and differences of `count` numbers, an even count, and those
+// `count` further on.
 inline void LastStageText(SoftFloat* a, size_t count) {
     for (const SoftFloat* const end = a + count; a != end; ++a) {
         const auto [sum, difference] = SumAndDifference(a[0], a[count]);
