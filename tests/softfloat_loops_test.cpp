@@ -181,7 +181,8 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
         const auto placesIn = [&](Surrounded<Complex<SoftFloat>>& out) {
             std::vector<MirroredPlaces> places;
             for (size_t k = 0; k < half / 2; ++k)
-                places.push_back({w[k], out.begin() + k, out.begin() + half - 1 - k});
+                places.push_back({w[k], out.begin() + half - 1 - k, static_cast<int32_t>(k) * 6 - 9,
+                                  out.begin() + k});
             return places;
         };
         const auto places = placesIn(got), placesByText = placesIn(expected);
@@ -292,13 +293,14 @@ TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirTexts) {
         std::vector<float> re(count), im(count);
         std::generate(re.begin(), re.end(), sample);
         std::generate(im.begin(), im.end(), sample);
-        std::vector<uint16_t> reversed(count);
-        for (size_t q = 0; q < count; ++q) reversed[q] = static_cast<uint16_t>(count - 1 - q);
+        std::vector<TransformPlace> places;
+        for (size_t q = 0; q < count; ++q)
+            places.push_back({static_cast<uint16_t>(count - 1 - q), static_cast<uint16_t>(3 * q)});
         Surrounded<Complex<SoftFloat>> expected(count, [&] { return numbers.NextComplex(centre); });
         auto got = expected;
         const LoadedBlock loaded =
-            LoadBlockText(re.data(), im.data(), reversed.data(), expected.begin(), count);
-        ASSERT_EQ(Call(SoftLoadBlock, re.data(), im.data(), reversed.data(), got.begin(), count),
+            LoadBlockText(re.data(), im.data(), places.data(), expected.begin(), count);
+        ASSERT_EQ(Call(SoftLoadBlock, re.data(), im.data(), places.data(), got.begin(), count),
                   static_cast<uint32_t>(loaded))
             << n;
         ASSERT_EQ(loaded != LoadedBlock::kRefused ? got.Difference(expected) : -1, -1) << n;

@@ -151,7 +151,7 @@ TEST(ContourMix, GivesTheValuesOfThePlainSumAndFilter) {
 // Blocks at every scale, sparse ones, some that leave the range on the way; each band in turn in
 // the block's own memory, which must stay if the block is refused.
 TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
-    for (const size_t n : {256U, 1024U}) {
+    for (const size_t n : {256U, 1024U, 4096U}) {
         const size_t half = n / 2, taps = n / 4 - 1, pairs = (n + 1 - taps) / 2;
         FFT_R24<float> fft(static_cast<uint32_t>(n));
         const auto transform = [&](std::vector<float>& a, int direction) {
@@ -230,7 +230,8 @@ TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
                 ASSERT_EQ(got, expected) << n << " block " << block << " band " << b;
             }
         }
-        EXPECT_GT(taken, 80);
+        // The smallest factor of the longest one is too small for raised numbers.
+        EXPECT_EQ(taken > 80, n <= 1024) << taken;
         EXPECT_LT(taken, 200);
     }
 }
