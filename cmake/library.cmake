@@ -22,7 +22,7 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm" AND ORVANE_SOFTFLOAT STREQUAL "")
   enable_language(ASM)
   add_compile_definitions(ORVANE_SOFTFLOAT_ASSEMBLY)
   set(hand_written dsp/softfloat/average.S dsp/softfloat/butterfly_groups.S
-    dsp/softfloat/contour_mix.S dsp/softfloat/spectrum_product.S)
+    dsp/softfloat/contour_mix.S dsp/softfloat/limiter.S dsp/softfloat/spectrum_product.S)
   # There these hold designs and forms that only step in: small before fast.
   set_source_files_properties(
     dsp/band_filters.cpp dsp/band_spliter.cpp dsp/biquad.cpp dsp/biquad_fp.cpp dsp/fft_r24.cpp

@@ -7,6 +7,7 @@
 #include "dsp/softfloat/average.h"
 #include "dsp/softfloat/butterfly_groups.h"
 #include "dsp/softfloat/contour_mix.h"
+#include "dsp/softfloat/limiter.h"
 #include "dsp/softfloat/spectrum_product.h"
 #include "signals.h"
 
@@ -270,4 +271,23 @@ TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsText) {
     }
     EXPECT_GT(refused, 50U);
     EXPECT_LT(refused, 1500U);
+}
+
+// Their values are compared with plain floats elsewhere (softfloat_test.cpp).
+TEST(SoftFloatLoops, LimiterGainsEndWhereTheirTextsDo) {
+    std::array<float, 16> gains = {};
+    const float settled = 0.998002505F, taken = kLimiterTake;
+    for (const float smoothed : {settled, 1.0F, 0.99F, 0.5556F, 0.5F, 0x1p-70F}) {
+        for (const size_t stride : {1U, 2U}) {
+            const size_t smoothedFrames =
+                RunSmoothingText(gains.data(), stride, 8, smoothed, taken);
+            EXPECT_EQ(Call(SoftSmoothing, gains.data(), stride, size_t{8}, smoothed, taken),
+                      smoothedFrames);
+            gains.fill(smoothed);
+            const size_t recovered = RunRecoveryText(gains.data(), stride, 8, smoothed - 1e-4F);
+            gains.fill(smoothed);
+            EXPECT_EQ(Call(SoftRecovery, gains.data(), stride, size_t{8}, smoothed - 1e-4F),
+                      recovered);
+        }
+    }
 }

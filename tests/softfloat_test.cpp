@@ -6,6 +6,7 @@
 #include "dsp/fft_r24.h"
 #include "dsp/softfloat/band_convolver.h"
 #include "dsp/softfloat/contour_mix.h"
+#include "dsp/softfloat/limiter.h"
 #include "dsp/softfloat/samples.h"
 #include "effects/limiter_arithmetic.h"
 #include "signals.h"
@@ -102,6 +103,60 @@ TEST(SoftFloat, MakesShortsOfProductsAsFloatsDo) {
             ASSERT_EQ(got, static_cast<int16_t>(output * 32767)) << x << " " << gain;
         }
     }
+}
+
+// Runs from every scale and beside the places where exponents change, ties, bits lost below them,
+// targets that are steady, fall or vanish. Where a run ends early, the plain steps go on.
+TEST(LimiterGains, AreThoseOfPlainFloats) {
+    std::mt19937 random(1);
+    const auto bits = [&random] { return static_cast<uint32_t>(random()); };
+    const auto from = [&bits](uint32_t exponent) {
+        const uint32_t ends[] = {0, 0x7fffff, 0x400000, 0x0e3cf0, 0x348};
+        const uint32_t end = (ends[bits() % 5] + bits() % 5 - 2) & 0x7fffffU;
+        return std::bit_cast<float>(exponent << 23U | (bits() % 3 == 0 ? end : bits() >> 9U));
+    };
+    size_t done = 0, frames = 0;
+    for (int n = 0; n < 40000; ++n) {
+        const size_t count = 1 + bits() % 9, stride = 1 + bits() % 2;
+        const uint32_t exponent = (n % 8 == 0 ? 15 : 113) + bits() % 15;
+        const uint32_t down = bits() % std::min(23U, exponent);
+        const uint32_t half = 1U << down;  // of the sum's last bit
+        const uint32_t tie = (bits() & 0x7fffffU & ~(2 * half - 1)) | half | bits() % 2;
+        float smoothed = from(exponent);
+        const float power = std::bit_cast<float>(exponent << 23U);
+        const auto rest = std::bit_cast<uint32_t>(std::abs(power - smoothed * kLimiterKeep));
+        const float takes[] = {
+            smoothed * 0.1001F, from(exponent + 2 - down % 8),
+            std::bit_cast<float>((exponent - down - 1) << 23U | tie),
+            std::bit_cast<float>(std::max(rest, 5U) - 5),  // half a bit below the power
+            n % 16 == 0 ? 0x1p-149F : 0};
+        const float taken = takes[n % 5];
+        for (int i = 0; n % 5 == 0 && i < 200; ++i) smoothed = smoothed * kLimiterKeep + taken;
+        std::vector<float> gains(count * stride + 4, 7.0F), expected = gains;
+        const auto compare = [&](size_t ran) {
+            done += ran;
+            frames += count;
+            for (size_t i = ran; i < count; ++i) gains[i * stride] = expected[i * stride];
+            return gains == expected;
+        };
+        float plain = smoothed;
+        for (size_t i = 0; i < count; ++i)
+            expected[i * stride] = plain = plain * kLimiterKeep + taken;
+        ASSERT_TRUE(compare(RunSmoothing(gains.data(), stride, count, smoothed, taken)))
+            << smoothed << " " << taken;
+
+        const float gain = plain = std::min(from(exponent), 1.0F);
+        for (size_t i = 0; i < count; ++i) {
+            const float leasts[] = {from(exponent), 1, smoothed};
+            const float least = leasts[down % 3];
+            plain = std::min(least, plain * kLimiterRecoverKeep + kLimiterRecoverStep);
+            gains[i * stride] = least;
+            expected[i * stride] = plain;
+        }
+        ASSERT_TRUE(compare(RunRecovery(gains.data(), stride, count, gain))) << gain << " " << n;
+    }
+    EXPECT_GT(done, frames / 3);
+    EXPECT_LT(done, frames - frames / 20);
 }
 
 TEST(ShortQuotient, IsTheTruncatedOneOf64Bits) {

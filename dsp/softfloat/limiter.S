@@ -1,0 +1,139 @@
+#include "dsp/softfloat/arm.inc"
+
+@ raise v: a float's bits become its significand at bits 30 to 7.
+.macro raise v
+    mov     \v, \v, lsl #8
+    orr     \v, \v, #0x80000000
+    mov     \v, \v, lsr #1
+.endm
+
+@ join to, value, shift: a raised significand shifted right, its lowest bit set if anything is lost.
+.macro join to, value, shift
+    mov     \to, \value, lsr \shift
+    cmp     \value, \to, lsl \shift
+    orrne   \to, \to, #1
+.endm
+
+@ next v, factor, joining, up: NextRaised (limiter.h), in place. The flags are of its last step.
+@ Changes r12.
+.macro next v, factor, joining, up:vararg
+    umull   r12, \v, \factor, \v
+    cmp     r12, #0x80000000
+    adc     \v, \v, #0
+    add     \v, \joining, \v, \up
+    movs    r12, \v, lsr #8         @ the last kept bit is the carry
+    adc     \v, \v, #63
+    bics    \v, \v, #127
+.endm
+
+@ size_t SoftSmoothing(float* gains, size_t stride, size_t count, float smoothed,
+@                      float taken)
+@ The loop of RunSmoothingText (limiter.h). docs/soft-float.md, "A limiter's gains".
+@   in    r0 gains, r1 stride, r2 count, r3 smoothed; stack: taken
+@   uses  r3 raised; r4 factor, r5 joining, r6 up; r7 first, r8 the length from there; r9 the
+@         exponent's place; r10 count; r11 smoothed as it was
+routine SoftSmoothing
+    push    {r4-r11, lr}
+    ldr     r5, [sp, #36]
+    mov     r10, r2
+    mov     r1, r1, lsl #2
+    mov     r9, r3, lsr #23
+    cmp     r9, #32
+    subshs  r6, r9, r5, lsr #23
+    blo     .LsmoothingEnds
+    raise   r5
+    join    r7, r5, r6
+    mov     r5, r7
+    raise   r3
+    ldr     r4, .LkeepTwice
+    ldr     r7, .LkeepsExponent
+    cmp     r3, r7
+    rsbhs   r8, r7, #0x80000000
+    movhs   r6, #7
+    ldrlo   r12, .LleastAndOne
+    sublo   r8, r7, r12
+    movlo   r7, r12
+    movlo   r4, r4, lsl #1
+    movlo   r6, #6
+    sub     r9, r9, #1
+    mov     r9, r9, lsl #23
+    mov     r11, r3
+    next    r3, r4, r5, lsl r6
+    cmp     r3, r11
+    bne     .LsmoothingChecks
+    cmp     r3, #0x40000000
+    beq     .LsmoothingEnds
+    add     r12, r9, r3, lsr #7     @ settled: it stays
+.LsmoothingFills:
+    str     r12, [r0], r1
+    subs    r2, r2, #1
+    bne     .LsmoothingFills
+    b       .LsmoothingEnds
+.LsmoothingNext:
+    next    r3, r4, r5, lsl r6
+.LsmoothingChecks:
+    sub     r12, r3, r7
+    cmp     r12, r8
+    bhs     .LsmoothingEnds
+    add     r12, r9, r3, lsr #7
+    str     r12, [r0], r1
+    subs    r2, r2, #1
+    bne     .LsmoothingNext
+.LsmoothingEnds:
+    sub     r0, r10, r2
+    pop     {r4-r11, pc}
+.LkeepTwice:
+    .word   0xe65fd9 << 1
+.LkeepsExponent:
+    .word   0x471e7800
+.LleastAndOne:
+    .word   0x40000080
+endroutine SoftSmoothing
+
+@ size_t SoftRecovery(float* gains, size_t stride, size_t count, float gain)
+@ The loop of RunRecoveryText (limiter.h). docs/soft-float.md, "A limiter's gains".
+@   in    r0 gains, r1 stride, r2 count, r3 gain
+@   uses  r4 smoothed; r5 gain, raised; r6 factor, r7 joining; r8 the exponent's place; r9 count
+routine SoftRecovery
+    push    {r4-r9, lr}
+    mov     r9, r2
+    mov     r1, r1, lsl #2
+    ldr     r6, .LrecoverKeepTwice
+.Lfalls:
+    ldr     r4, [r0], r1
+    cmp     r4, r3
+    bhi     .Lrises
+.Lcapped:
+    mov     r3, r4
+    subs    r2, r2, #1
+    bne     .Lfalls
+.LrecoveryEnds:
+    sub     r0, r9, r2
+    pop     {r4-r9, pc}
+.Lrises:
+    mov     r8, r3, lsr #23
+    subs    lr, r8, #113
+    blo     .LrecoveryEnds
+    mov     r5, r3
+    raise   r5
+    ldr     r12, .LrecoverStep
+    join    r7, r12, lr
+    sub     r8, r8, #1
+    mov     r8, r8, lsl #23
+.Lrecovers:
+    next    r5, r6, r7, lsl #7
+    bmi     .LrecoveryEnds
+    add     r12, r8, r5, lsr #7
+    cmp     r12, r4
+    bhs     .Lcapped
+    mov     r3, r12
+    str     r3, [r0, -r1]
+    subs    r2, r2, #1
+    ldrne   r4, [r0], r1
+    bne     .Lrecovers
+    b       .LrecoveryEnds
+.LrecoverKeepTwice:
+    .word   0xfff972 << 1
+.LrecoverStep:
+    .word   0xd1b717 << 7
+endroutine SoftRecovery
