@@ -8,6 +8,7 @@
 #include "dsp/softfloat/butterfly_groups.h"
 #include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/limiter.h"
+#include "dsp/softfloat/samples.h"
 #include "dsp/softfloat/spectrum_product.h"
 #include "signals.h"
 
@@ -273,8 +274,8 @@ TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsText) {
     EXPECT_LT(refused, 1500U);
 }
 
-// Their values are compared with plain floats elsewhere (softfloat_test.cpp).
-TEST(SoftFloatLoops, LimiterGainsEndWhereTheirTextsDo) {
+// Values are compared with plain floats elsewhere (softfloat_test.cpp).
+TEST(SoftFloatLoops, LimitersEndWhereTheirTextsDo) {
     std::array<float, 16> gains = {};
     const float settled = 0.998002505F, taken = kLimiterTake;
     for (const float smoothed : {settled, 1.0F, 0.99F, 0.5556F, 0.5F, 0x1p-70F}) {
@@ -290,4 +291,8 @@ TEST(SoftFloatLoops, LimiterGainsEndWhereTheirTextsDo) {
                       recovered);
         }
     }
+    const SampleGain gain(-1.4F);
+    gains = {0.3F, -0.0F, 1.1F, INFINITY};
+    EXPECT_EQ(Call(SoftAmplify, gains.data(), size_t{4}, &gain), 3U);
+    EXPECT_EQ(Call(SoftAmplify, gains.data(), size_t{3}, &gain), 3U);
 }

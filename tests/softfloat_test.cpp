@@ -83,6 +83,36 @@ TEST(SoftFloat, ConvertsSamplesAsFloatsDo) {
     }
 }
 
+// Every kind of gain and sample, ties, products at both ends of the range.
+TEST(SoftFloat, AmplifiesAsFloatsDo) {
+    std::mt19937 random(1);
+    const auto bits = [&random] { return static_cast<uint32_t>(random()); };
+    const auto next = [&bits](uint32_t lowest, uint32_t count) {
+        const uint32_t masks[] = {0x7fffff, 0x7ff000, 0, 0x7fff00, 0x400000};
+        const uint32_t fraction = bits() & masks[bits() % 5];
+        return std::bit_cast<float>((bits() & 0x80000000U) | (lowest + bits() % count) << 23U |
+                                    (bits() % 8 == 0 ? 0x7fffff : fraction));
+    };
+    for (unsigned n = 0; n < 20000; ++n) {
+        const float gain = n % 4 == 0 ? next(0, 256) : next(120, 10);
+        const int field = static_cast<int>(std::bit_cast<uint32_t>(gain) << 1U >> 24U);
+        std::vector<float> samples(1 + n % 8), expected;
+        for (float& x : samples) {
+            const int end = (bits() % 2 == 0 ? 0 : 254) + 127 - field;
+            const int beside = std::clamp(end + static_cast<int>(bits() % 5) - 2, 0, 255);
+            x = bits() % 3 == 0 ? next(static_cast<uint32_t>(beside), 1) : next(100, 40);
+            if (bits() % 16 == 0) x = std::copysign(bits() % 2 == 0 ? 0.0F : INFINITY, x);
+            expected.push_back(x * gain);
+        }
+        SoftAmplified(samples.data(), samples.size(), gain);
+        for (size_t i = 0; i < samples.size(); ++i)
+            ASSERT_TRUE(std::isnan(expected[i]) ? std::isnan(samples[i])
+                                                : std::bit_cast<uint32_t>(samples[i]) ==
+                                                      std::bit_cast<uint32_t>(expected[i]))
+                << samples[i] << " " << expected[i] << " " << gain;
+    }
+}
+
 // Everywhere, beside whole numbers, beside the gate.
 TEST(SoftFloat, MakesShortsOfProductsAsFloatsDo) {
     std::mt19937 random(1);

@@ -137,3 +137,43 @@ routine SoftRecovery
 .LrecoverStep:
     .word   0xd1b717 << 7
 endroutine SoftRecovery
+
+@ size_t SoftAmplify(float* samples, size_t count, const SampleGain* gain)
+@ The loop of AmplifySimpleText (samples.h). docs/soft-float.md, "Samples times a gain".
+@   in    r0 samples, r1 count, r2 gain
+@   uses  r3 factor, r4 less first, r5 length, r6 exponent; r7 half the factor; r8 count; r2 a sample
+routine SoftAmplify
+    push    {r4-r9, lr}
+    ldmia   r2, {r3-r6}
+    rsb     r4, r4, #0
+    mov     r7, r3, lsr #1
+    mov     r8, r1
+.LamplifyNext:
+    ldr     r2, [r0], #4
+    add     r12, r4, r2, lsl #1
+    cmp     r12, r5
+    bhs     .LnotSimple
+    mov     r12, r2, lsl #8
+    orr     r12, r12, #0x80000000
+    umull   lr, r9, r12, r3
+    cmp     r9, #0x1000000
+    umullhs lr, r9, r12, r7
+    adc     r2, r6, r2, lsr #23     @ one more if it had 25 bits
+    cmp     lr, #0x80000000
+    adc     r2, r9, r2, lsl #23
+    biceq   r2, r2, #1
+.LamplifyStores:
+    str     r2, [r0, #-4]
+    subs    r1, r1, #1
+    bne     .LamplifyNext
+.LamplifyEnds:
+    sub     r0, r8, r1
+    pop     {r4-r9, pc}
+.LnotSimple:
+    movs    r12, r2, lsl #1
+    bne     .LamplifyEnds
+    add     r12, r6, #128
+    mov     r12, r12, lsr #8
+    eor     r2, r2, r12, lsl #31
+    b       .LamplifyStores
+endroutine SoftAmplify

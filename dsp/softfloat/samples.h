@@ -1,8 +1,9 @@
-// 16-bit samples to floats and back on unpacked numbers: what a conversion and a product of floats
-// give, to the bit.
+// Samples on unpacked numbers: to floats and back, times a gain; what a conversion and a product of
+// floats give, to the bit.
 #pragma once
 #include <algorithm>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 
 #include "dsp/softfloat/number.h"
@@ -28,6 +29,70 @@ inline int32_t SoftTruncated(float sample, float factor) {
     const SoftFloat product = softfloat::FactorOf(factor) * softfloat::Unpack(bits);
     const int32_t magnitude = (product.m < 0 ? -product.m : product.m) >> (109 - product.e);
     return product.m < 0 ? -magnitude : magnitude;
+}
+
+// A gain that isn't 0, subnormal, infinite or not a number, and the samples whose products with it
+// aren't either. docs/soft-float.md, "Samples times a gain".
+struct SampleGain {
+    static bool Takes(float gain) {
+        const uint32_t exponent = std::bit_cast<uint32_t>(gain) << 1U >> 24U;
+        return exponent - 1 < 254;
+    }
+    explicit SampleGain(float gain) {
+        const uint32_t bits = std::bit_cast<uint32_t>(gain), field = bits << 1U >> 24U;
+        const uint32_t least = std::max(field, 127U) - field + 1;
+        const uint32_t largest = 379 - std::max(field, 125U);
+        factor = ((bits & 0x7fffffU) | 0x800000U) << 1U;
+        first = least << 24U;
+        length = (largest + 1 - least) << 24U;
+        exponent = (bits >> 23U) - 128;
+    }
+
+    uint32_t factor;         // the significand at bits 24 to 1
+    uint32_t first, length;  // without the sign, shifted left by 1
+    uint32_t exponent;       // added to the sample's, the signs above both
+};
+
+// samples[n] *= gain, zeros too. Returns how many were done before one that isn't simple.
+inline size_t AmplifySimpleText(float* samples, size_t count, const SampleGain* gain) {
+    for (size_t n = 0; n < count; ++n) {
+        const uint32_t bits = std::bit_cast<uint32_t>(samples[n]);
+        uint32_t result = bits ^ (gain->exponent + 128) >> 8U << 31U;
+        if ((bits << 1U) - gain->first < gain->length) {
+            const uint64_t product = uint64_t{bits << 8U | 0x80000000U} * gain->factor;
+            const auto carry = static_cast<uint32_t>(product >> 56U);  // 25 bits instead of 24
+            const uint64_t placed = product >> carry;
+            const auto upper = static_cast<uint32_t>(placed >> 32U);
+            const auto low = static_cast<uint32_t>(placed);
+            const uint32_t rounded = upper + (low + 0x7fffffffU + (upper & 1U) < low);
+            result = (((bits >> 23U) + gain->exponent + carry) << 23U) + rounded;
+        } else if (bits << 1U != 0) {
+            return n;
+        }
+        samples[n] = std::bit_cast<float>(result);
+    }
+    return count;
+}
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+extern "C" size_t SoftAmplify(float* samples, size_t count, const SampleGain* gain);
+#endif
+// At least one sample.
+inline size_t AmplifySimple(float* samples, size_t count, const SampleGain* gain) {
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+    return SoftAmplify(samples, count, gain);
+#else
+    return AmplifySimpleText(samples, count, gain);
+#endif
+}
+
+// samples[n] *= gain.
+inline void SoftAmplified(float* samples, size_t count, float gain) {
+    const bool simple = SampleGain::Takes(gain);
+    const SampleGain taken(gain);
+    for (size_t n = 0; n < count;) {
+        if (simple) n += AmplifySimple(samples + n, count - n, &taken);
+        if (n < count) samples[n++] *= gain;
+    }
 }
 
 // The last step of an output, x * gain rounded to float, then to 16 bits as SoftTruncated by 32767,
