@@ -76,10 +76,7 @@ bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
     MakeGains(samples, count, gains, Alone());
     if constexpr (std::is_same_v<Sample, float>) {
         const ShortProducts products(gate);
-        const Sample* const delayed = Delayed();
-        size_t made = 0;
-        while (made < size && products.Make(delayed[made], gains[made], out + made)) ++made;
-        if (made == size) {
+        if (products.MakeRun(Delayed(), gains, out, size) == size) {
             Advance(samples, gains, count);
             return true;
         }

@@ -295,4 +295,8 @@ TEST(SoftFloatLoops, LimitersEndWhereTheirTextsDo) {
     gains = {0.3F, -0.0F, 1.1F, INFINITY};
     EXPECT_EQ(Call(SoftAmplify, gains.data(), size_t{4}, &gain), 3U);
     EXPECT_EQ(Call(SoftAmplify, gains.data(), size_t{3}, &gain), 3U);
+    const float x[] = {0.5F, -0.5F, 0, 0.9F}, y[] = {0.3F, 0.3F, 1, 0.9F};
+    int16_t out[] = {1, 2, 3, 4, 5};
+    EXPECT_EQ(Call(SoftShortProducts, &x[0], &y[0], &out[0], size_t{4}, 0x640000), 3U);
+    EXPECT_EQ(std::to_array(out), (std::array<int16_t, 5>{4915, -4915, 0, 4, 5}));
 }

@@ -177,3 +177,51 @@ routine SoftAmplify
     eor     r2, r2, r12, lsl #31
     b       .LamplifyStores
 endroutine SoftAmplify
+
+@ size_t SoftShortProducts(const float* x, const float* gains, int16_t* out, size_t count,
+@                          int32_t limit)
+@ ShortProducts::Make (samples.h) where it decides by one product; returns how many before another.
+@ docs/soft-float.md, "One product for an output".
+@   in    r0 x, r1 gains, r2 out, r3 count; stack: limit
+@   uses  r4 limit; r5 kUnits; r6 a sample, r7 its gain, r8 down; r9 count; lr units
+routine SoftShortProducts
+    push    {r4-r9, lr}
+    ldr     r4, [sp, #28]
+    mov     r5, #256
+    add     r5, r5, #5
+    mov     r9, r3
+.LshortNext:
+    ldr     r6, [r0], #4
+    ldr     r7, [r1], #4
+    mov     r12, r6, lsl #1
+    sub     r8, r5, r12, lsr #24
+    sub     r8, r8, r7, lsr #23
+    mov     r12, r6, lsl #8
+    orr     r12, r12, #0x80000000
+    mov     r7, r7, lsl #8
+    orr     r7, r7, #0x80000000
+    umull   r7, lr, r12, r7
+    mov     lr, lr, lsr r8          @ of 32 and more nothing is left, below 8 more than any limit
+    sub     lr, lr, lr, lsr #15
+    add     r12, lr, #2
+    tst     r12, #0xfc
+    cmpne   r4, lr
+    bls     .Lundecided
+    mov     lr, lr, lsr #8
+    cmp     r6, #0
+    rsblt   lr, lr, #0
+.LshortStores:
+    strh    lr, [r2], #2
+    subs    r3, r3, #1
+    bne     .LshortNext
+.LshortEnds:
+    sub     r0, r9, r3
+    pop     {r4-r9, pc}
+.Lundecided:
+    cmp     lr, #0                  @ next to nothing, unless the exponents' sum was too high
+    bne     .LshortEnds
+    cmp     r8, #0
+    cmpgt   r4, #0
+    bgt     .LshortStores
+    b       .LshortEnds
+endroutine SoftShortProducts

@@ -95,6 +95,11 @@ inline void SoftAmplified(float* samples, size_t count, float gain) {
     }
 }
 
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+extern "C" size_t SoftShortProducts(const float* x, const float* gains, int16_t* out, size_t count,
+                                    int32_t limit);
+#endif
+
 // The last step of an output, x * gain rounded to float, then to 16 bits as SoftTruncated by 32767,
 // as one product of integers. docs/soft-float.md, "One product for an output".
 class ShortProducts {
@@ -102,7 +107,7 @@ public:
     // 0 <= gate.
     explicit ShortProducts(float outputGate)
         : gate(std::min(std::bit_cast<uint32_t>(outputGate), kOne - 1)),
-          limit(static_cast<int32_t>(std::bit_cast<float>(gate) * kScale) - kMargin) {}
+          limit(std::max(static_cast<int32_t>(std::bit_cast<float>(gate) * kScale) - kMargin, 0)) {}
 
     // False if the output exceeds the gate or isn't below 1. 0 <= gain <= 1.
     [[gnu::always_inline]] bool Make(float x, float gain, int16_t* out) const {
@@ -120,6 +125,18 @@ public:
             }
         }
         return MakeExactly(x, gain, down, out);
+    }
+
+    // Of as many until one is false; returns how many were made.
+    size_t MakeRun(const float* x, const float* gains, int16_t* out, size_t count) const {
+        for (size_t n = 0; n < count; ++n) {
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+            n += SoftShortProducts(x + n, gains + n, out + n, count - n, limit);
+            if (n == count) break;
+#endif
+            if (!Make(x[n], gains[n], out + n)) return n;
+        }
+        return count;
     }
 
 private:
