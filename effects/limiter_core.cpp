@@ -77,7 +77,7 @@ bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
     if constexpr (std::is_same_v<Sample, float>) {
         const ShortProducts products(gate);
         if (products.MakeRun(Delayed(), gains, out, size) == size) {
-            Advance(samples, gains, count);
+            Advance(samples, samples, count);
             return true;
         }
     }
@@ -211,7 +211,7 @@ void LimiterCore<Arithmetic, kChannels>::Advance(Sample* samples, const Sample* 
     const size_t size = size_t{count} * kChannels;
     if constexpr (kLanes == 1) {
         std::memcpy(newest, samples, size * sizeof(Sample));
-        std::memcpy(samples, output, size * sizeof(Sample));
+        if (output != samples) std::memcpy(samples, output, size * sizeof(Sample));
     } else {
         const auto exchange = [=]<typename V>(V, size_t i) {
             Store(newest + i, Load<V>(samples + i));

@@ -7,20 +7,18 @@
 
 void SteadyGains::Limit(size_t count) {
     for (size_t first = 0; first < count;) {
-        float peak = 0;
-        size_t end = first;
-        do {
-            const float largest =
-                FloatLimiting::Larger(FloatLimiting::Magnitude(in[end * stride]), running);
-            const float next = FloatLimiting::Larger(largest, tails[end * stride]);
-            if (end == first) peak = next;
-            if (std::bit_cast<uint32_t>(next) != std::bit_cast<uint32_t>(peak)) break;
-            running = largest;
-        } while (++end < count);
-        const bool limiting = FloatLimiting::Greater(peak, gate);
-        age = limiting ? age + static_cast<int32_t>(end - first) : 0;
-        Follow(first, end, limiting ? gate / peak : FloatLimiting::kUnity);
-        first = end;
+        running = FloatLimiting::Larger(FloatLimiting::Magnitude(*in), running);
+        const float held = FloatLimiting::Larger(running, gate);
+        const float peak = FloatLimiting::Larger(held, *tails);
+        const bool hangs = FloatLimiting::Greater(peak, held),
+                   limiting = FloatLimiting::Greater(peak, gate);
+        const size_t frames =
+            SteadyFrames(in, hangs ? tails : nullptr, stride, count - first, peak, &running);
+        in += frames * stride;
+        tails += frames * stride;
+        age = limiting ? age + static_cast<int32_t>(frames) : 0;
+        Follow(first, first + frames, limiting ? gate / peak : FloatLimiting::kUnity);
+        first += frames;
     }
     Recover(count);
 }

@@ -291,6 +291,19 @@ TEST(SoftFloatLoops, LimitersEndWhereTheirTextsDo) {
                       recovered);
         }
     }
+    Numbers numbers(5);
+    for (int n = 0; n < 2000; ++n) {
+        std::array<float, 12> x = {}, tails = {};
+        for (float& each : x) each = static_cast<float>(numbers.Bits() % 16) - 6.5F;
+        for (float& each : tails) each = 6.5F + static_cast<float>(numbers.Bits() % 8 == 0) * -1;
+        const float peak = n % 2 == 0 ? 5.5F : 6.5F;
+        const size_t stride = 1 + numbers.Bits() % 2, count = 1 + numbers.Bits() % 6;
+        const float* const hanging = n % 4 < 2 ? tails.data() : nullptr;
+        float largest = 1, byText = 1;
+        const size_t frames = SteadyFramesText(x.data(), hanging, stride, count, peak, &byText);
+        ASSERT_EQ(Call(SoftSteadyFrames, x.data(), hanging, stride, count, peak, &largest), frames);
+        ASSERT_EQ(largest, byText);
+    }
     const SampleGain gain(-1.4F);
     gains = {0.3F, -0.0F, 1.1F, INFINITY};
     EXPECT_EQ(Call(SoftAmplify, gains.data(), size_t{4}, &gain), 3U);

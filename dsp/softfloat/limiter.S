@@ -26,6 +26,48 @@
     bics    \v, \v, #127
 .endm
 
+@ size_t SoftSteadyFrames(const float* x, const float* tails, size_t stride, size_t count,
+@                         float peak, float* largest)
+@ The loop of SteadyFramesText (limiter.h). docs/soft-float.md, "A limiter's gains".
+@   in    r0 x, r1 tails or 0, r2 stride, r3 count; stack: peak, largest
+@   uses  r4 peak; r5 the largest, r12 its place; r6 count
+routine SoftSteadyFrames
+    push    {r4-r7, lr}
+    ldr     r4, [sp, #20]
+    ldr     r12, [sp, #24]
+    ldr     r5, [r12]
+    mov     r2, r2, lsl #2
+    mov     r6, r3
+    cmp     r1, #0
+    beq     .Lholds
+.Lhangs:
+    ldr     r7, [r1], r2
+    cmp     r7, r4
+    blt     .LsteadyEnds
+    ldr     r7, [r0], r2
+    bic     r7, r7, #0x80000000
+    cmp     r7, r4
+    bgt     .LsteadyEnds
+    cmp     r7, r5
+    movgt   r5, r7
+    subs    r3, r3, #1
+    bne     .Lhangs
+    b       .LsteadyEnds
+.Lholds:
+    ldr     r7, [r0], r2
+    bic     r7, r7, #0x80000000
+    cmp     r7, r4
+    bgt     .LsteadyEnds
+    cmp     r7, r5
+    movgt   r5, r7
+    subs    r3, r3, #1
+    bne     .Lholds
+.LsteadyEnds:
+    str     r5, [r12]
+    sub     r0, r6, r3
+    pop     {r4-r7, pc}
+endroutine SoftSteadyFrames
+
 @ size_t SoftSmoothing(float* gains, size_t stride, size_t count, float smoothed,
 @                      float taken)
 @ The loop of RunSmoothingText (limiter.h). docs/soft-float.md, "A limiter's gains".

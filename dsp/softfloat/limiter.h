@@ -49,6 +49,21 @@ inline constexpr uint32_t kRaisedOne = 1U << 30U;  // the least significand
 
 }  // namespace softfloat
 
+// As many frames as no sample exceeds the peak in and, where the peak is theirs, the tails, which
+// fall, keep it; else no tails. `largest` grows with the samples. By the bits of magnitudes.
+inline size_t SteadyFramesText(const float* x, const float* tails, size_t stride, size_t count,
+                               float peak, float* largest) {
+    const auto highest = std::bit_cast<int32_t>(peak);
+    for (size_t n = 0; n < count; ++n) {
+        const int32_t magnitude = std::bit_cast<int32_t>(x[n * stride]) & INT32_MAX;
+        if (magnitude > highest) return n;
+        if (tails != nullptr && std::bit_cast<int32_t>(tails[n * stride]) < highest) return n;
+        if (magnitude > std::bit_cast<int32_t>(*largest))
+            *largest = std::bit_cast<float>(magnitude);
+    }
+    return count;
+}
+
 // A steady target: gains[n * stride] = smoothed = kLimiterKeep * smoothed + taken. Returns the
 // frames done before the exponent of smoothed or of its product changes, or numbers are met that
 // this isn't for. 0 <= smoothed, taken.
@@ -100,6 +115,8 @@ inline size_t RunRecoveryText(float* gains, size_t stride, size_t count, float g
 }
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+extern "C" size_t SoftSteadyFrames(const float* x, const float* tails, size_t stride, size_t count,
+                                   float peak, float* largest);
 extern "C" size_t SoftSmoothing(float* gains, size_t stride, size_t count, float smoothed,
                                 float taken);
 extern "C" size_t SoftRecovery(float* gains, size_t stride, size_t count, float gain);
@@ -111,6 +128,14 @@ static_assert(softfloat::Significand(kLimiterKeep) == 0xe65fd9 &&
 #endif
 
 // At least one frame.
+inline size_t SteadyFrames(const float* x, const float* tails, size_t stride, size_t count,
+                           float peak, float* largest) {
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+    return SoftSteadyFrames(x, tails, stride, count, peak, largest);
+#else
+    return SteadyFramesText(x, tails, stride, count, peak, largest);
+#endif
+}
 inline size_t RunSmoothing(float* gains, size_t stride, size_t count, float smoothed, float taken) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     return SoftSmoothing(gains, stride, count, smoothed, taken);
