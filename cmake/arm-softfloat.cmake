@@ -1,5 +1,5 @@
-# The device: ARMv5TE in ARM state without a floating-point unit, little endian, 32 bits. Debian's
-# g++-arm-linux-gnueabi; what is built runs here through qemu-user.
+# The device: ARMv5TE without a floating-point unit, little endian, 32 bits; in ARM state where nothing
+# else is asked for. Debian's g++-arm-linux-gnueabi; what is built runs here through qemu-user.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_COMPILER arm-linux-gnueabi-gcc)

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "dsp/arm_state.h"
 #include "dsp/fir_window.h"
 
 namespace {
@@ -61,7 +62,8 @@ void Multiply(Planar<T> x, Planar<T> factors, Planar<T> low, Planar<T> out, size
 
 // Adds what the block before left, keeps what this one leaves for the next.
 template <typename T>
-void AddTail(Planar<T> band, size_t blockPairs, Planar<T> tail, size_t tailPairs, bool primed) {
+ORVANE_ARM_STATE void AddTail(Planar<T> band, size_t blockPairs, Planar<T> tail, size_t tailPairs,
+                              bool primed) {
     ForLanes<T>(tailPairs, [=]<typename V>(size_t q) {
         if (primed) {
             const Complex<V> a = LoadAt<V>(band, q), b = LoadAt<V>(tail, q);
@@ -146,20 +148,21 @@ void BandFilters<T>::SetKernels(const T* const (&taps)[kBands], uint32_t kernelL
 }
 
 template <typename T>
-void BandFilters<T>::Split(BandTails<T>& tails, Planar<const T> block,
-                           const Planar<T> (&bands)[kBands]) {
-    if (!unpacked.Convolve(block, blockLength / 2, bands)) {
-        fft.Forward(block, HalvesOf(spectrum));
-        Multiply(HalvesOf(spectrum), HalvesOf(realFactors), PartOf(kernels, 0), PartOf(products, 0),
-                 transformLength);
-        for (size_t b = 0; b < kBands; ++b) fft.Backward(PartOf(products, b), bands[b]);
-    }
-    for (size_t b = 0; b < kBands; ++b) {
-        T* const tail = tails.all.data() + b * size_t{TailLength()};
-        AddTail(bands[b], blockLength / 2, {tail, tail + TailLength() / 2}, TailLength() / 2,
-                tails.primed);
-    }
+void BandFilters<T>::Split(BandTails<T>& tails, Planar<T> block, const Planar<T> (&bands)[kBands]) {
+    const bool primed = tails.primed;
     tails.primed = true;
+    const size_t pairs = blockLength / 2, tailPairs = TailLength() / 2;
+    if (unpacked.Convolve(block, pairs, bands, tails.all.data())) return;
+    std::fill_n(block.re + pairs, tailPairs, T(0));
+    std::fill_n(block.im + pairs, tailPairs, T(0));
+    fft.Forward(block, HalvesOf(spectrum));
+    Multiply(HalvesOf(spectrum), HalvesOf(realFactors), PartOf(kernels, 0), PartOf(products, 0),
+             transformLength);
+    for (size_t b = 0; b < kBands; ++b) {
+        fft.Backward(PartOf(products, b), bands[b]);
+        T* const tail = tails.all.data() + 2 * b * tailPairs;
+        AddTail(bands[b], pairs, {tail, tail + tailPairs}, tailPairs, primed);
+    }
 }
 
 // One band's part of `kernels` or `products`.

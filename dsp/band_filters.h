@@ -46,7 +46,7 @@ struct NoConvolver {
     static bool Allocate(uint32_t) { return true; }
     static void SetFactors(const T*, Planar<const T>) {}
     static void SetKernels(const Planar<const T> (&)[kBands]) {}
-    static bool Convolve(Planar<const T>, size_t, const Planar<T> (&)[kBands]) { return false; }
+    static bool Convolve(Planar<const T>, size_t, const Planar<T> (&)[kBands], T*) { return false; }
 };
 
 template <typename T>
@@ -68,10 +68,10 @@ public:
     uint32_t TransformLength() const { return transformLength; }  // N
     uint32_t TailLength() const { return transformLength - blockLength; }
 
-    // Filters one block of the channel that `tails` (of TailLength()) belongs to. `block`: N / 2
-    // pairs, those from L / 2 on 0. Each band's first L / 2 pairs are the result; the other ones up
-    // to N / 2 are overwritten. One of the bands may be `block`. Not to be called without a design.
-    void Split(BandTails<T>& tails, Planar<const T> block, const Planar<T> (&bands)[kBands]);
+    // Filters one block of the channel that `tails` (of TailLength()) belongs to. Block and bands
+    // are N / 2 pairs, of which the first L / 2 are block and result; the other ones are
+    // overwritten. One of the bands may be `block`. Not to be called without a design.
+    void Split(BandTails<T>& tails, Planar<T> block, const Planar<T> (&bands)[kBands]);
 
     // A step of Design: spectra of three kernels of K taps each, or fewer.
     void SetKernels(const T* const (&taps)[kBands], uint32_t kernelLength);

@@ -81,13 +81,11 @@ uint32_t BandSpliter<T>::ConvolveInterleaved(const T* input, T* lowOutput, T* hi
                                              T* bandOutput, uint32_t frames, uint32_t stride) {
     if (frames != filters.BlockLength() || !InstanceUsable()) return frames;
     const Planar<T> block = Work(kHighBand);
-    const size_t pairs = frames / 2, M = filters.TransformLength() / 2;
+    const size_t pairs = frames / 2;
     for (size_t q = 0; q < pairs; ++q) {
         block.re[q] = input[2 * q * stride];
         block.im[q] = input[(2 * q + 1) * stride];
     }
-    std::fill(block.re + pairs, block.re + M, T(0));
-    std::fill(block.im + pairs, block.im + M, T(0));
     filters.Split(tails, block, {Work(kLowBand), block, Work(kMiddleBand)});
     T* const outputs[kBands] = {lowOutput, highOutput, bandOutput};
     for (size_t b = 0; b < kBands; ++b)

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "dsp/arm_state.h"
 #include "dsp/fixed_point.h"
 #include "dsp/lanes.h"
 #include "dsp/softfloat/samples.h"
@@ -15,7 +16,7 @@ constexpr float kToInt16 = 32767.0F;
 static_assert(kFromInt16 == static_cast<float>(1.0 / 32767.0));
 
 template <typename Floats, typename Ints>
-ORVANE_LANE_INLINE Floats FromInt16(Ints samples) {
+[[gnu::always_inline]] inline Floats FromInt16(Ints samples) {
     if constexpr (kSoftFloat && std::is_same_v<Floats, float>)
         return SoftFromInt16(static_cast<int16_t>(samples));
     else
@@ -134,7 +135,8 @@ uint32_t WaveBuffer_R32::GetBufferSize() const {
 // Last to first, so that the conversion may widen in place; from the end two vectors at a time:
 //
 //   0 | 1 | 2 3 4 5  6 7 8 9        with four lanes: 2 to 9, then 1, then 0
-void WaveBuffer_R32::Short2Float(const int16_t* source, float* destination, uint32_t frames) const {
+ORVANE_ARM_STATE void WaveBuffer_R32::Short2Float(const int16_t* source, float* destination,
+                                                  uint32_t frames) const {
     size_t i = static_cast<size_t>(frames) * channels;
     for (; i >= 2 * kLanes; i -= 2 * kLanes) {
         IntLanes first, second;

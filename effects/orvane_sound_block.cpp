@@ -1,7 +1,9 @@
 // One block of the enhancer: from the input buffer through bands, delays and contour to the output.
 #include <algorithm>
+#include <array>
 #include <type_traits>
 
+#include "dsp/arm_state.h"
 #include "dsp/runs.h"
 #include "dsp/softfloat/contour_mix.h"
 #include "effects/orvane_sound.h"
@@ -55,7 +57,8 @@ void Unweave(const float* frames, size_t pairs, Planar<Real> only) {
     });
 }
 template <typename Real>
-void Unweave(const float* frames, size_t pairs, Planar<Real> left, Planar<Real> right) {
+ORVANE_ARM_STATE void Unweave(const float* frames, size_t pairs, Planar<Real> left,
+                              Planar<Real> right) {
     ForLanes<Real>(pairs, [=]<typename V>(size_t q) {
         Complex<V> l, r;
         LoadColumns(l.re, r.re, l.im, r.im, [=](size_t i) { return frames + 4 * (q + i); });
@@ -109,23 +112,19 @@ void AddToChannels(const Real* contour, size_t channels, size_t count, Real* fra
     });
 }
 
-// The sums of the bands with the contour, where floats are unpacked; false, with nothing done,
-// where they aren't or can't be.
-template <typename Real>
-bool MixUnpacked(const DelayedBands<Real> (&bands)[2], Biquad<Real, Real>* filter, size_t pairs,
-                 size_t channels, Real* frames) {
-    if constexpr (kSoftFloat && std::is_same_v<Real, float>) {
-        using Variant = OrvaneSoundVariant<float>;
-        BandSamples samples[2];
-        for (size_t c = 0; c < 2; ++c)
-            samples[c] = {{bands[c].high.re, bands[c].high.im},
-                          {bands[c].band.re, bands[c].band.im},
-                          {bands[c].low.re, bands[c].low.im}};
-        return MixWithContour(samples,
-                              {bands[0].highWeight, Variant::kBandWeight, Variant::kLowWeight},
-                              filter, frames, 2 * pairs, channels);
-    }
-    return false;
+// The sums of the bands with the contour, where floats are unpacked; false, with the filter as it
+// was, where they can't be.
+[[maybe_unused]] bool MixUnpacked(const std::array<DelayedBands<float>, 2>& bands,
+                                  Biquad<float, float>* filter, size_t pairs, size_t channels,
+                                  float* frames) {
+    using Variant = OrvaneSoundVariant<float>;
+    BandSamples samples[2];
+    for (size_t c = 0; c < 2; ++c)
+        samples[c] = {{bands[c].high.re, bands[c].high.im},
+                      {bands[c].band.re, bands[c].band.im},
+                      {bands[c].low.re, bands[c].low.im}};
+    return MixWithContour(samples, {bands[0].highWeight, Variant::kBandWeight, Variant::kLowWeight},
+                          filter, frames, 2 * pairs, channels);
 }
 
 }  // namespace
@@ -147,20 +146,23 @@ void OrvaneSound<Sample, Real>::RunBlock() {
     else
         PushBandsWithContour();
     for (uint32_t c = 0; c < channels; ++c) {
-        const Planar<Real> block = state[c].Block();
-        std::fill(block.re + kPairs, block.re + kTransformPairs, Real(0));
-        std::fill(block.im + kPairs, block.im + kTransformPairs, Real(0));
         state[c].bandDelay.Advance();
         state[c].lowDelay.Advance();
     }
 }
 
-// The sums of a block's bands to the output, which has room for them.
+// Where the output goes on, which has room for it and holds a block more from now on.
 template <typename Sample, typename Real>
-void OrvaneSound<Sample, Real>::PushBands() {
+float* OrvaneSound<Sample, Real>::AppendBlock() {
     const uint32_t held = outputBuffer->GetBufferOffset();
     outputBuffer->SetBufferOffset(held + kBlock);
-    float* const frames = outputBuffer->GetCurrentBufferR32Ptr() + size_t{held} * channels;
+    return outputBuffer->GetCurrentBufferR32Ptr() + size_t{held} * channels;
+}
+
+// The sums of a block's bands to the output.
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::PushBands() {
+    float* const frames = AppendBlock();
     const DelayedBands<float> left = BandsOf(state[0], 0, process);
     if (channels == 2)
         Weave(left, BandsOf(state[1], 0, process), kPairs, frames);
@@ -168,23 +170,29 @@ void OrvaneSound<Sample, Real>::PushBands() {
         Weave(left, kPairs, frames);
 }
 
-// The same with the contour, a chunk at a time.
+// The same with the contour, all at once or a chunk at a time.
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::PushBandsWithContour() {
+    const auto bandsFrom = [this](size_t at) {
+        return std::array{BandsOf(state[0], at, process),
+                          BandsOf(state[channels - 1], at, process)};
+    };
+    if constexpr (kSoftFloat && std::is_same_v<Real, float>) {
+        const uint32_t held = outputBuffer->GetBufferOffset();
+        if (MixUnpacked(bandsFrom(0), &loContourFilter, kPairs, channels, AppendBlock())) return;
+        outputBuffer->SetBufferOffset(held);
+    }
     Real frames[kChunk * kMaxChannels], contour[kChunk];
     for (size_t at = 0; at < kPairs; at += kChunk / 2) {
         const size_t pairs = std::min(kChunk / 2, kPairs - at), count = 2 * pairs;
-        const DelayedBands<Real> bands[] = {BandsOf(state[0], at, process),
-                                            BandsOf(state[channels - 1], at, process)};
-        if (!MixUnpacked(bands, &loContourFilter, pairs, channels, frames)) {
-            if (channels == 2)
-                Weave(bands[0], bands[1], pairs, frames);
-            else
-                Weave(bands[0], pairs, frames);
-            SumChannels(frames, channels, count, contour);
-            loContourFilter.Process(contour, static_cast<uint32_t>(count));
-            AddToChannels(contour, channels, count, frames);
-        }
+        const auto bands = bandsFrom(at);
+        if (channels == 2)
+            Weave(bands[0], bands[1], pairs, frames);
+        else
+            Weave(bands[0], pairs, frames);
+        SumChannels(frames, channels, count, contour);
+        loContourFilter.Process(contour, static_cast<uint32_t>(count));
+        AddToChannels(contour, channels, count, frames);
         outputBuffer->PushSamples(frames, static_cast<uint32_t>(count));
     }
 }
@@ -233,6 +241,7 @@ void OrvaneSound<Sample, Real>::AddContourToWaiting() {
 
 template void OrvaneSound<float, float>::RunBlock();
 template void OrvaneSound<float, double>::RunBlock();
+template float* OrvaneSound<float, float>::AppendBlock();
 template void OrvaneSound<float, float>::PushBands();
 template void OrvaneSound<float, float>::PushBandsWithContour();
 template void OrvaneSound<float, double>::PushBandsWithContour();

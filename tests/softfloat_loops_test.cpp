@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "dsp/softfloat/average.h"
+#include "dsp/softfloat/block_ends.h"
 #include "dsp/softfloat/butterfly_groups.h"
 #include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/limiter.h"
@@ -108,8 +109,14 @@ SoftFloat WholeUnits(SoftFloat sum) {
     return sum.e >= 0 ? sum : SoftFloat{sum.m >> -sum.e << -sum.e, sum.e};
 }
 
+std::vector<uint32_t> BitsOf(const std::vector<float>& floats) {
+    std::vector<uint32_t> bits(floats.size());
+    std::memcpy(bits.data(), floats.data(), floats.size() * sizeof(float));
+    return bits;
+}
+
 int32_t Centre(Numbers& numbers, int n) {
-    return n % 7 == 0 ? -2 : 10 + static_cast<int32_t>(numbers.Bits() % 100);
+    return n % 3 == 0 ? n / 3 % 8 - 5 : 10 + static_cast<int32_t>(numbers.Bits() % 100);
 }
 
 }  // namespace
@@ -117,7 +124,7 @@ int32_t Centre(Numbers& numbers, int n) {
 TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
     Numbers numbers(1);
     int refused = 0;
-    for (int n = 0; n < 6000; ++n) {
+    for (int n = 0; n < 10000; ++n) {
         const size_t span = n % 4 == 0 ? 1 : 4, groups = 1 + numbers.Bits() % 3;
         const int32_t centre = Centre(numbers, n);
         std::vector<SoftTwiddles> w;
@@ -129,7 +136,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
         auto got = expected;
         Complex<SoftFloat>*const a = got.begin(), *const b = expected.begin();
         bool same = true, settled = true;
-        switch (n % 5) {
+        switch (n % 4) {
             case 0:
                 Call(SoftUntwiddledGroup, a, span);
                 UntwiddledGroupText(b, span);
@@ -144,15 +151,6 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
                 Call(SoftLastStage, &a->re, 4 * span);
                 LastStageText(&b->re, 4 * span);
                 break;
-            case 3: {
-                // The upper half of the values makes room for the floats.
-                const auto floats = [&](Complex<SoftFloat>* v) {
-                    return reinterpret_cast<float*>(v + 2 * span);
-                };
-                Call(SoftLastInverseStage, a, span, floats(a), floats(a) + 2 * span);
-                LastInverseStageText(b, span, floats(b), floats(b) + 2 * span);
-                break;
-            }
             default:
                 settled = TwiddledGroupsText(b, span, w.data(), groups);
                 same = Call(SoftTwiddledGroups, a, span, w.data(), groups) == settled;
@@ -163,7 +161,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
         ASSERT_EQ(settled ? got.Difference(expected) : -1, -1) << n;
     }
     EXPECT_GT(refused, 50);
-    EXPECT_LT(refused, 3000);
+    EXPECT_LT(refused, 5000);
 }
 
 TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
@@ -172,7 +170,6 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
     for (int n = 0; n < 3000; ++n) {
         const size_t half = 8;
         const int32_t centre = Centre(numbers, n);
-        const uint16_t reversed[] = {0, 4, 2, 6, 1, 5, 3, 7};
         std::vector<Complex<SoftFloat>> spectrum;
         std::vector<SoftTurn> kernel, w;
         for (size_t k = 0; k < half; ++k) {
@@ -183,16 +180,22 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
         }
         Surrounded<Complex<SoftFloat>> expected(half, [&] { return numbers.NextComplex(centre); });
         auto got = expected;
-        const bool settled = SpectrumProductText(spectrum.data(), kernel.data(), w.data(), reversed,
-                                                 expected.begin(), half);
-        ASSERT_EQ(Call(SoftSpectrumProduct, spectrum.data(), kernel.data(), w.data(), reversed,
-                       got.begin(), half),
+        const auto placesIn = [&](Surrounded<Complex<SoftFloat>>& out) {
+            std::vector<MirroredPlaces> places;
+            for (size_t k = 0; k < half / 2; ++k)
+                places.push_back({w[k], out.begin() + k, out.begin() + half - 1 - k});
+            return places;
+        };
+        const auto places = placesIn(got), placesByText = placesIn(expected);
+        const bool settled =
+            SpectrumProductText(spectrum.data(), kernel.data(), placesByText.data(), half);
+        ASSERT_EQ(Call(SoftSpectrumProduct, spectrum.data(), kernel.data(), places.data(), half),
                   settled)
             << n;
         ASSERT_EQ(settled ? got.Difference(expected) : -1, -1) << n;
         auto real = expected, realByText = expected;
-        const bool realSettled = RealStepText(realByText.begin(), w.data(), half);
-        ASSERT_EQ(Call(SoftRealStep, real.begin(), w.data(), half), realSettled) << n;
+        const bool realSettled = RealStepText(realByText.begin(), places.data(), half);
+        ASSERT_EQ(Call(SoftRealStep, real.begin(), places.data(), half), realSettled) << n;
         ASSERT_EQ(realSettled ? real.Difference(realByText) : -1, -1) << n;
         refused += settled && realSettled ? 0 : 1;
     }
@@ -312,4 +315,53 @@ TEST(SoftFloatLoops, LimitersEndWhereTheirTextsDo) {
     int16_t out[] = {1, 2, 3, 4, 5};
     EXPECT_EQ(Call(SoftShortProducts, &x[0], &y[0], &out[0], size_t{4}, 0x640000), 3U);
     EXPECT_EQ(std::to_array(out), (std::array<int16_t, 5>{4915, -4915, 0, 4, 5}));
+}
+
+// A block's samples, zeros among them, some that can't enter; tails of every kind beside any sum.
+TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirTexts) {
+    Numbers numbers(5);
+    int results[3] = {};
+    for (int n = 0; n < 3000; ++n) {
+        const size_t count = 1 + numbers.Bits() % 9;
+        const int32_t centre = n % 3 == 0 ? -40 : 20 + static_cast<int32_t>(numbers.Bits() % 80);
+        const auto next = [&] { return numbers.Next(centre); };
+        const auto sample = [&] {
+            const uint32_t bits = numbers.Bits();
+            const bool wild = n % 3 == 2 && bits % 16 == 0, zero = n % 8 == 0 || bits % 4 == 1;
+            const uint32_t packed = zero ? 0 : softfloat::Pack(next());
+            return std::bit_cast<float>(wild ? numbers.Bits() : packed | (bits & 0x80000000U));
+        };
+        std::vector<float> re(count), im(count);
+        std::generate(re.begin(), re.end(), sample);
+        std::generate(im.begin(), im.end(), sample);
+        std::vector<uint16_t> reversed(count);
+        for (size_t q = 0; q < count; ++q) reversed[q] = static_cast<uint16_t>(count - 1 - q);
+        Surrounded<Complex<SoftFloat>> expected(count, [&] { return numbers.NextComplex(centre); });
+        auto got = expected;
+        const LoadedBlock loaded =
+            LoadBlockText(re.data(), im.data(), reversed.data(), expected.begin(), count);
+        ASSERT_EQ(Call(SoftLoadBlock, re.data(), im.data(), reversed.data(), got.begin(), count),
+                  static_cast<uint32_t>(loaded))
+            << n;
+        ASSERT_EQ(loaded != LoadedBlock::kRefused ? got.Difference(expected) : -1, -1) << n;
+        ++results[static_cast<size_t>(loaded)];
+
+        std::vector<SoftFloat> parts(4 * count);
+        std::generate(parts.begin(), parts.end(), next);
+        std::vector<float> tail(count), low(count + 2, 1), high = low, lowByText = low,
+                                                           highByText = low;
+        std::generate(tail.begin(), tail.end(), sample);
+        const bool overlapping = n % 2 == 0;
+        (overlapping ? LastInverseStageText<true>
+                     : LastInverseStageText<false>)(parts.data(), count, count, &lowByText[1],
+                                                    &highByText[1], tail.data());
+        if (overlapping)
+            Call(SoftLastInverseOverlap, parts.data(), count, count, &low[1], &high[1],
+                 tail.data());
+        else
+            Call(SoftLastInverseStage, parts.data(), count, count, &low[1], &high[1]);
+        ASSERT_EQ(BitsOf(low), BitsOf(lowByText)) << n;
+        ASSERT_EQ(BitsOf(high), BitsOf(highByText)) << n;
+    }
+    for (const int result : results) EXPECT_GT(result, 50);
 }

@@ -280,10 +280,18 @@ TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
                 if (block % 4 == 1 && operands.Bits() % 64 != 0) x = 0;
                 spectrum[i] = input[i % 2 * half + i / 2] = x;
             }
-            const std::vector<float> before = input;
+            // Of a band: its pairs' first and second samples, as the tails have them.
+            const size_t tailPairs = half - pairs;
+            std::vector<float> tails(6 * tailPairs);
+            for (float& tail : tails) tail = operands.Next();
+            tails[0] = 0x1p-140F;
+            tails[1] = 0x1p90F;
+            const std::vector<float> before = input, joining = tails;
             if (!convolver.Convolve(halves(input), pairs,
-                                    {halves(bands[0]), halves(bands[1]), halves(bands[2])})) {
+                                    {halves(bands[0]), halves(bands[1]), halves(bands[2])},
+                                    tails.data())) {
                 ASSERT_EQ(input, before);
+                ASSERT_EQ(tails, joining);
                 continue;
             }
             ++taken;
@@ -299,6 +307,11 @@ TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
                     got[j + 1] = bands[b][half + j / 2];
                 }
                 transform(expected, -1);
+                for (size_t i = 0; i < 2 * tailPairs; ++i) {
+                    const size_t at = (2 * b + i % 2) * tailPairs + i / 2;
+                    expected[i] += joining[at];
+                    ASSERT_EQ(tails[at], expected[2 * pairs + i]);
+                }
                 ASSERT_EQ(got, expected) << n << " block " << block << " band " << b;
             }
         }

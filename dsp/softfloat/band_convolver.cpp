@@ -3,16 +3,12 @@
 #include <algorithm>
 #include <bit>
 
+#include "dsp/softfloat/block_ends.h"
 #include "dsp/softfloat/butterfly_groups.h"
-#include "dsp/softfloat/spectrum_product.h"
 
 namespace {
 
 using Number = Complex<SoftFloat>;
-
-uint32_t BitsOf(float v) {
-    return std::bit_cast<uint32_t>(v);
-}
 
 // Of factors of the transform: numbers whose exponents are raised by up to 21 are 2^-101 and more.
 constexpr float kSmallestTurn = 0x1p-24F;
@@ -35,7 +31,7 @@ bool SoftBandConvolver::Allocate(uint32_t n) {
     const size_t m = n / 2;
     if (m < 8 || m > UINT16_MAX || !std::has_single_bit(m) || std::countr_zero(m) % 2 == 0)
         return true;
-    if (!factors.Allocate(m / 4) || !realFactors.Allocate(m / 2) || !kernels.Allocate(kBands * m) ||
+    if (!factors.Allocate(m / 4) || !places.Allocate(m / 2) || !kernels.Allocate(kBands * m) ||
         !reversed.Allocate(m) || !spectrum.Allocate(m) || !work.Allocate(m))
         return false;
     for (size_t k = 1; k < m; ++k)
@@ -57,7 +53,8 @@ void SoftBandConvolver::SetFactors(const float* twiddles, Planar<const float> re
         factors[t] = {turn(w.w1), turn(w.w2), turn(w.w3)};
     }
     for (size_t k = 1; k < half / 2; ++k)
-        realFactors[k] = TurnOf(real.re[k], real.im[k], kSmallestTurn, &factorsFit);
+        places[k] = {TurnOf(real.re[k], real.im[k], kSmallestTurn, &factorsFit), &work[reversed[k]],
+                     &work[reversed[half - k]]};
 }
 
 void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
@@ -70,45 +67,49 @@ void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
             SoftTurn& factor = kernels[b * half + k];
             factor = TurnOf(bands[b].re[bin], bands[b].im[bin], 0x1p-46F, &kernelsFit);
             if (k == 0) factor.re.e -= softfloat::kAligned;
-            factor.re.e += 2 * lowered;
-            factor.im.e += 2 * lowered;
+            const bool left = k > 0 && k < half / 2;  // as SpectrumProduct takes them
+            const int32_t raised = 2 * lowered + (left ? softfloat::kAligned : 0);
+            factor.re.e += raised;
+            factor.im.e += raised;
         }
 }
 
 bool SoftBandConvolver::Convolve(Planar<const float> block, size_t pairs,
-                                 const Planar<float> (&bands)[kBands]) {
+                                 const Planar<float> (&bands)[kBands], float* tails) {
     if (!factorsFit || !kernelsFit) return false;
-    uint32_t silence = 0;  // no bit but a sign is set
-    for (size_t q = 0; q < pairs; ++q) {
-        const uint32_t re = BitsOf(block.re[q]), im = BitsOf(block.im[q]);
-        if (!softfloat::Enters(re) || !softfloat::Enters(im)) return false;
-        silence |= (re | im) << 1U;
+    const LoadedBlock loaded =
+        LoadBlock(block.re, block.im, reversed.data(), spectrum.data(), pairs);
+    if (loaded == LoadedBlock::kRefused) return false;
+    const size_t tailPairs = half - pairs;
+    const auto tailOf = [=](size_t b) {
+        float* const tail = tails + b * 2 * tailPairs;
+        return Planar<float>{tail, tail + tailPairs};
+    };
+    if (loaded == LoadedBlock::kSilence) {
+        for (size_t b = 0; b < kBands; ++b) PassSilence(bands[b], pairs, tailOf(b));
+    } else {
+        for (size_t q = pairs; q < half; ++q) spectrum[reversed[q]] = {};
+        if (!Stages(spectrum.data()) || !RealSpectrum()) return false;
+        // A band that is the block comes last: until then the block may be needed.
+        for (const bool last : {false, true})
+            for (size_t b = 0; b < kBands; ++b) {
+                if ((bands[b].re == block.re) != last) continue;
+                if (!ProductToWork(&kernels[b * half]) || !Stages(work.data())) return false;
+                Finish(bands[b], pairs, tailOf(b));
+            }
     }
-    if (silence == 0) {
-        for (const Planar<float>& band : bands) {
-            std::fill_n(band.re, half, 0.0F);
-            std::fill_n(band.im, half, 0.0F);
-        }
-        return true;
+    for (size_t b = 0; b < kBands; ++b) {
+        std::copy_n(bands[b].re + pairs, tailPairs, tailOf(b).re);
+        std::copy_n(bands[b].im + pairs, tailPairs, tailOf(b).im);
     }
-    Load(block, pairs);
-    if (!Stages(spectrum.data()) || !RealSpectrum()) return false;
-    // A band that is the block comes last: until then the block may be needed.
-    for (const bool last : {false, true})
-        for (size_t b = 0; b < kBands; ++b)
-            if ((bands[b].re == block.re) == last && !Inverse(&kernels[b * half], bands[b]))
-                return false;
     return true;
 }
 
-// In the order of reversed bits.
-void SoftBandConvolver::Load(Planar<const float> block, size_t pairs) {
-    for (size_t to = 0; to < half; ++to) {
-        const size_t q = reversed[to];
-        spectrum[to] = q < pairs ? Number{softfloat::Unpack(BitsOf(block.re[q])),
-                                          softfloat::Unpack(BitsOf(block.im[q]))}
-                                 : Number{};
-    }
+// What a transform makes of silence, with the tail of the block before.
+void SoftBandConvolver::PassSilence(Planar<float> band, size_t pairs,
+                                    Planar<const float> tail) const {
+    std::fill(std::copy_n(tail.re, half - pairs, band.re), band.re + half, 0.0F);
+    std::fill(std::copy_n(tail.im, half - pairs, band.im), band.im + half, 0.0F);
 }
 
 // All stages but the last.
@@ -132,11 +133,12 @@ bool SoftBandConvolver::RealSpectrum() {
     a[0] = {sum, difference};
     Number& middle = a[half / 2];
     return softfloat::Settles(a[0].re, a[0].im) && softfloat::Settles(middle.re, middle.im) &&
-           RealStep(a, realFactors.data(), half);
+           RealStep(a, places.data(), half);
 }
 
 // The product with a kernel and the way back to the spectrum of complex values, in the order of
-// reversed bits.
+// reversed bits and with real and imaginary part exchanged, which turns a forward transform into an
+// inverse one.
 bool SoftBandConvolver::ProductToWork(const SoftTurn* kernel) {
     const Number* const a = spectrum.data();
     Number* const out = work.data();
@@ -144,15 +146,21 @@ bool SoftBandConvolver::ProductToWork(const SoftTurn* kernel) {
     SoftFloat difference = sum - kernel[0].im * a[0].im;
     if (difference.m != 0 && difference.e < 0) return false;
     --difference.e;  // halved
-    out[0] = {sum - difference, -difference};
+    out[0] = {difference, sum - difference};
     const Number middle = Twiddle(kernel[half / 2], a[half / 2]);
-    out[1] = {middle.re, -middle.im};
-    return SpectrumProduct(a, kernel, realFactors.data(), reversed.data(), out, half);
+    out[1] = {middle.im, middle.re};
+    return SpectrumProduct(a, kernel, places.data(), half);
 }
 
-// The last stage leaves the conjugates.
-bool SoftBandConvolver::Inverse(const SoftTurn* kernel, Planar<float> out) {
-    if (!ProductToWork(kernel) || !Stages(work.data())) return false;
-    LastInverseStage(work.data(), half / 2, out.re, out.im);
-    return true;
+// The last stage: a band with the tail of the block before and, behind its first `pairs` pairs, the
+// next one. Real and imaginary part are the transform's other one.
+void SoftBandConvolver::Finish(Planar<float> band, size_t pairs, Planar<const float> tail) const {
+    const size_t span = half / 2, overlapping = half - pairs;
+    const auto part = [=](const SoftFloat* from, float* to, const float* joining) {
+        LastInverseStage(from, span, overlapping, to, to + span, joining);
+        LastInverseStage(from + 2 * overlapping, span, span - overlapping, to + overlapping,
+                         to + span + overlapping, nullptr);
+    };
+    part(&work[0].im, band.re, tail.re);
+    part(&work[0].re, band.im, tail.im);
 }

@@ -11,6 +11,7 @@
 #include "dsp/owned_array.h"
 #include "dsp/planar.h"
 #include "dsp/softfloat/number.h"
+#include "dsp/softfloat/spectrum_product.h"
 
 class SoftBandConvolver {
 public:
@@ -25,28 +26,30 @@ public:
     // As BandFilters has them. Where a factor doesn't fit the numbers, Convolve answers false.
     void SetKernels(const Planar<const float> (&bands)[kBands]);
 
-    // block: `pairs` pairs of samples, zeros behind them up to n / 2. bands: n / 2 pairs each; one
-    // of them may be `block`. False, with the block as it was, if a value leaves the numbers'
-    // range.
-    bool Convolve(Planar<const float> block, size_t pairs, const Planar<float> (&bands)[kBands]);
+    // block: `pairs` pairs of samples, more than n / 4. bands: n / 2 pairs each; one of them may be
+    // `block`. tails: of each band n / 2 - pairs pairs, planar, are added to the band's first pairs
+    // and become those behind its first `pairs`. False, with block and tails as they were, if a
+    // value leaves the numbers' range.
+    bool Convolve(Planar<const float> block, size_t pairs, const Planar<float> (&bands)[kBands],
+                  float* tails);
 
 private:
     using Number = Complex<SoftFloat>;
 
-    void Load(Planar<const float> block, size_t pairs);
     bool Stages(Number* a) const;
     bool RealSpectrum();
     bool ProductToWork(const SoftTurn* kernel);
-    bool Inverse(const SoftTurn* kernel, Planar<float> out);
+    void PassSilence(Planar<float> band, size_t pairs, Planar<const float> tail) const;
+    void Finish(Planar<float> band, size_t pairs, Planar<const float> tail) const;
 
     size_t half = 0;      // complex values: n / 2
     int32_t lowered = 0;  // by how much a transform lowers the exponents
     bool factorsFit = false, kernelsFit = false;
-    SoftFactor eighth = {};            // cos(pi / 4)
-    OwnedArray<SoftTwiddles> factors;  // by group of any stage: half / 4
-    OwnedArray<SoftTurn> realFactors;  // half / 2, the first unused
-    OwnedArray<SoftTurn> kernels;      // half each; the first of each holds two real factors. With
-                                       // exponents that make up for both transforms.
-    OwnedArray<uint16_t> reversed;     // by index of a complex value: its bits reversed
+    SoftFactor eighth = {};             // cos(pi / 4)
+    OwnedArray<SoftTwiddles> factors;   // by group of any stage: half / 4
+    OwnedArray<MirroredPlaces> places;  // half / 2, the first unused; in `work`
+    OwnedArray<SoftTurn> kernels;       // half each; the first of each holds two real factors. With
+                                        // exponents that make up for both transforms.
+    OwnedArray<uint16_t> reversed;      // by index of a complex value: its bits reversed
     OwnedArray<Number> spectrum, work;
 };

@@ -1,323 +1,261 @@
 #include "dsp/softfloat/arm.inc"
 
-@ In all routines of this file r0 and r1 are the places of a butterfly's A and B, or of its C and D;
-@ r12 is the way from A to C, and from B to D, in bytes.
+@ In the routines of this file a complex value takes r2 to r5 or r6, r7, r10, r11, in the order in
+@ which it lies in memory. r0, r1 and r12 are the places of A, B and C, or of what becomes of them;
+@ the stack holds D's and where D ends.
 
-@ pair sm, se, dm, de: sum and difference of r4, r5 and r6, r7; `backward`: the difference the other
-@ way round; carried and lowers as align has them. dm is not r4 or r9, de is not r5. Changes r4 to
-@ r9. "Sum and difference".
-.macro pair sm, se, dm, de, carried=0, lowers=0, backward=0
+@ pair am, ae, bm, be: sum and difference in place of a and b, or with `swap` of b and a; with
+@ `backward` the difference is b - a. carried and lowers as align has them. Changes r8 and r9. "Sum
+@ and difference".
+.macro pair am, ae, bm, be, carried=0, lowers=0, swap=0, backward=0
     .if \lowers
-    align   r4, r5, r6, r7, .LfarSecond, lowers=1
+    align   \am, \ae, \bm, \be, .Lfarlow\am\()\bm, lowers=1
     .else
-    align   r4, r5, r6, r7, .LfarPair, carried=\carried
+    align   \am, \ae, \bm, \be, .Lfar\am\()\bm, carried=\carried
     .endif
+    .if \swap
+    add     \bm, r9, \am, asr #3
+    difference \am, \am, \backward
+    .else
+    difference \bm, \am, \backward
+    add     \am, r9, \am, asr #3
+    .endif
+    normround \bm, \be, \ae
+    normround \am, \ae, \ae
+.endm
+.macro difference m, am, backward
     .if \backward
-    sub     \dm, r9, r4, asr #3
+    sub     \m, r9, \am, asr #3
     .else
-    rsb     \dm, r9, r4, asr #3
+    rsb     \m, r9, \am, asr #3
     .endif
-    add     \sm, r9, r4, asr #3
-    normround \dm, \de, r5
-    normround \sm, \se, r5
 .endm
 
-@ halfbutterfly: sums and differences of A and B, of C and D, each in their place; r0 and r1 go on
-@ to C and D, and x2.re stays in r6, r7 alone. Changes r2 to r11.
-.macro halfbutterfly
-    ldrd    r4, r5, [r0]
-    ldrd    r6, r7, [r1]
-    pair    r2, r3, r6, r7
-    strd    r2, r3, [r0]            @ x0.re
-    strd    r6, r7, [r1]            @ x1.re
-    ldrd    r4, r5, [r0, #8]
-    ldrd    r6, r7, [r1, #8]
-    pair    r2, r3, r6, r7
-    strd    r2, r3, [r0, #8]        @ x0.im
-    strd    r6, r7, [r1, #8]        @ x1.im
-    add     r0, r0, r12
-    add     r1, r1, r12
-    ldrd    r4, r5, [r0, #8]
-    ldrd    r6, r7, [r1, #8]
-    pair    r2, r3, r6, r7, lowers=1
-    strd    r2, r3, [r0, #8]        @ x2.im
-    strd    r6, r7, [r1, #8]        @ x3.im
-    ldrd    r4, r5, [r0]
-    ldrd    r6, r7, [r1]
-    pair    r6, r7, r10, r11, lowers=1 @ x2.re
-    strd    r10, r11, [r1]          @ x3.re
+@ places: of B and C, D and its end, to r8 and r9, where A is at r0 and they lie lr bytes apart.
+.macro places
+    add     r1, r0, lr
+    add     r12, r1, lr
+    add     r8, r12, lr
+    add     r9, r8, lr
 .endm
 
-@ evenhalf: from x0 and x2, y0 to its place and y2 to r10, r11 and r6, r7. r0 and r1 go on by 8.
-.macro evenhalf
-    ldrd    r4, r5, [r0, -r12]
-    pair    r2, r3, r10, r11, carried=1
-    strd    r2, r3, [r0, -r12]      @ y0.re
-    add     r0, r0, #8
-    add     r1, r1, #8
-    ldrd    r4, r5, [r0, -r12]
-    ldrd    r6, r7, [r0]
-    pair    r2, r3, r6, r7, carried=1
-    strd    r2, r3, [r0, -r12]      @ y0.im
-.endm
-
-@ oddhalf: from x1 and x3, y3 to its place and y1 to r10, r11 and r2, r3. r1 goes back by 8.
-.macro oddhalf
-    ldrd    r4, r5, [r1, -r12]
-    ldrd    r6, r7, [r1, #-8]
-    pair    r2, r3, r10, r11, carried=1 @ x1.im, x3.re
-    sub     r1, r1, #8
-    ldrd    r4, r5, [r1, -r12]
-    ldrd    r6, r7, [r1, #8]
-    strd    r10, r11, [r1, #8]      @ y3.im
-    pair    r4, r5, r10, r11, carried=1 @ x1.re, x3.im
-    strd    r4, r5, [r1]            @ y3.re
-.endm
-
-@ nextbutterfly place, label: to the label with r0 and r1 at the next A and B, unless it is at the
-@ place that the stack holds.
-.macro nextbutterfly place, label
-    sub     r0, r0, r12
-    sub     r1, r1, r12
-    add     r0, r0, #8
-    add     r1, r1, #8
+@ firsthalf place: x0 to r2 to r5, x2 to r6, r7, r10, r11; x1 to B's place, and x3 pushed. D's place
+@ is at sp + place.
+.macro firsthalf place
     ldr     lr, [sp, #\place]
-    cmp     r0, lr
+    ldmia   r12, {r2-r5}
+    ldmia   lr, {r6, r7, r10, r11}
+    pair    r2, r3, r6, r7, lowers=1
+    pair    r4, r5, r10, r11, lowers=1
+    stmdb   sp!, {r2-r7, r10, r11}
+    ldmia   r0, {r2-r5}
+    ldmia   r1, {r6, r7, r10, r11}
+    pair    r2, r3, r6, r7
+    pair    r4, r5, r10, r11
+    stmia   r1, {r6, r7, r10, r11}
+    ldmia   sp!, {r6, r7, r10, r11}
+.endm
+
+@ evenpairs: x0 and x2 become y0, to its place, and y2.
+.macro evenpairs
+    pair    r2, r3, r6, r7, carried=1
+    pair    r4, r5, r10, r11, carried=1
+    stmia   r0!, {r2-r5}
+.endm
+
+@ oddpairs: of x1 and x3 as firsthalf leaves them, y3 to r2 to r5, y1's real part to r10, r11 and its
+@ imaginary part to r6, r7.
+.macro oddpairs
+    ldmia   r1, {r2-r5}
+    ldmia   sp!, {r6, r7, r10, r11}
+    pair    r4, r5, r6, r7, carried=1, swap=1 @ x1.im, x3.re
+    pair    r2, r3, r10, r11, carried=1     @ x1.re, x3.im
+.endm
+
+@ storelast place, label, registers: y3 to D's place; then to the label for the next butterfly,
+@ unless D ends there.
+.macro storelast place, label, registers:vararg
+    ldrd    r8, r9, [sp, #\place]
+    stmia   r8!, {\registers}
+    str     r8, [sp, #\place]
+    cmp     r8, r9
     bne     \label
 .endm
 
-@ turn place: y, re in r10, r11 and im in r6, r7, by the factor at sp + place; re to r4, r5 and im to
-@ r2, r3. Changes r6 to r11. "Turns".
-.macro turn place
-    orrs    lr, r11, r7
-    blmi    .LsettleTwiddled
+@ turn place, rm, re, im, ie: y, with these parts, by the factor at sp + place, to r2 to r5.
+@ "Turns".
+.macro turn place, rm, re, im, ie
     ldrd    r8, r9, [sp, #\place]
-    product r4, r5, r10, r11
-    product r2, r3, r6, r7
+    product r2, r3, \rm, \re
+    product r4, r5, \im, \ie
     ldrd    r8, r9, [sp, #\place + 8]
-    product r10, r11, r10, r11
-    product r6, r7, r6, r7
-    align   r4, r5, r6, r7, .LfarPair, carried=1
-    rsb     r4, r9, r4, asr #3
-    normround r4, r5, r5
-    align   r2, r3, r10, r11, .LfarTurn, carried=1
-    add     r2, r9, r2, asr #3
+    product \rm, \re, \rm, \re
+    product \im, \ie, \im, \ie
+    align   r2, r3, \im, \ie, .Lfarr2\im, carried=1
+    rsb     r2, r9, r2, asr #3
     normround r2, r3, r3
+    align   r4, r5, \rm, \re, .Lfarr4\rm, carried=1
+    add     r4, r9, r4, asr #3
+    normround r4, r5, r5
+.endm
+
+@ settlefour fail: settle for all four numbers. Changes r8 and r9.
+.macro settlefour fail
+    cmp     r2, #0
+    moveq   r3, #0
+    cmp     r4, #0
+    moveq   r5, #0
+    orrs    r9, r3, r5
+    movmi   r0, #0
+    bmi     \fail
+    settle  r6, r7, r10, r11, \fail
 .endm
 
 @ void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span)
 @ The loop of UntwiddledGroupText (butterfly_groups.h). docs/soft-float.md, "A butterfly".
-@   in    r0 a, r1 span         stack  the place where A ends
+@   in    r0 a, r1 span         stack  places
 routine SoftUntwiddledGroup
     push    {r4-r11, lr}
-    mov     r12, r1, lsl #5
-    add     r1, r0, r1, lsl #4
-    str     r1, [sp, #-4]!
+    sub     sp, sp, #12
+    mov     lr, r1, lsl #4
+    places
+    strd    r8, r9, [sp]
 .LuntwiddledNext:
-    halfbutterfly
-    evenhalf
-    strd    r10, r11, [r0, #-8]
-    strd    r6, r7, [r0]
-    oddhalf
-    strd    r10, r11, [r1, -r12]
-    add     r1, r1, #8
-    strd    r2, r3, [r1, -r12]
-    nextbutterfly 0, .LuntwiddledNext
-    add     sp, sp, #4
+    firsthalf 0
+    evenpairs
+    stmia   r12!, {r6, r7, r10, r11}
+    oddpairs
+    strd    r10, r11, [r1], #8
+    strd    r6, r7, [r1], #8
+    storelast 0, .LuntwiddledNext, r2-r5
+    add     sp, sp, #12
     pop     {r4-r11, pc}
 endroutine SoftUntwiddledGroup
-
-@ eighthproducts: r6, r7 and r2, r3 times the factor at sp, stored to r1 - 8 and r1 less r12 or not.
-.macro eighthproducts
-    ldrd    r8, r9, [sp]
-    product r6, r7, r6, r7
-    product r2, r3, r2, r3
-    orrs    lr, r7, r3
-    blmi    .LsettleEighth
-.endm
 
 @ bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e)
 @ The loop of EighthGroupText (butterfly_groups.h). docs/soft-float.md, "A butterfly".
 @   in    r0 a, r1 span, r2, r3 the factor cos(pi / 4)
-@   stack the factor, the place where A ends
+@   stack the factor, places
 @   out   r0 whether no product is too small
 routine SoftEighthGroup
     push    {r4-r11, lr}
-    sub     sp, sp, #12
+    sub     sp, sp, #20
+    mov     lr, r1, lsl #4
+    places
     strd    r2, r3, [sp]
-    mov     r12, r1, lsl #5
-    add     r1, r0, r1, lsl #4
-    str     r1, [sp, #8]
+    strd    r8, r9, [sp, #8]
 .LeighthNext:
-    halfbutterfly
-    ldrd    r4, r5, [r0, -r12]
-    pair    r2, r3, r10, r11, carried=1 @ x0.re, x2.re
-    strd    r2, r3, [r0, -r12]      @ y0.re
-    add     r0, r0, #8
-    add     r1, r1, #8
-    ldrd    r4, r5, [r0, -r12]
-    ldrd    r6, r7, [r0]
-    strd    r10, r11, [r0]          @ y2.im
-    pair    r2, r3, r6, r7, carried=1, backward=1 @ x2.im, x0.im
-    strd    r2, r3, [r0, -r12]      @ y0.im
-    strd    r6, r7, [r0, #-8]       @ y2.re
-
-    ldrd    r4, r5, [r1, -r12]
-    ldrd    r6, r7, [r1, #-8]
-    @ x3.re, x1.im: y1 im, y3 re before their turn
-    pair    r2, r3, r10, r11, carried=1, backward=1
-    sub     r1, r1, #8
-    ldrd    r4, r5, [r1, -r12]
-    ldrd    r6, r7, [r1, #8]
-    pair    r6, r7, r8, r9, carried=1 @ x1.re, x3.im: y3 im, y1 re
-    add     r1, r1, #8
-    strd    r6, r7, [r1]
-    mov     r4, r8
-    mov     r5, r9
-    mov     r6, r2
-    mov     r7, r3
-    pair    r2, r3, r6, r7
-    eighthproducts
-    strd    r2, r3, [r1, -r12]      @ y1.im
-    sub     r1, r1, #8
-    strd    r6, r7, [r1, -r12]      @ y1.re
-    mov     r4, r10
-    mov     r5, r11
-    ldrd    r6, r7, [r1, #8]!
-    pair    r2, r3, r6, r7
-    eighthproducts
-    strd    r2, r3, [r1]            @ y3.im
-    strd    r6, r7, [r1, #-8]       @ y3.re
-    nextbutterfly 8, .LeighthNext
+    firsthalf 8
+    pair    r2, r3, r6, r7, carried=1
+    pair    r4, r5, r10, r11, carried=1, backward=1
+    stmia   r0!, {r2-r5}
+    strd    r10, r11, [r12], #8     @ y2 = i (x0 - x2)
+    strd    r6, r7, [r12], #8
+    ldmia   r1, {r2-r5}
+    ldmia   sp!, {r6, r7, r10, r11}
+    pair    r4, r5, r6, r7, carried=1, swap=1, backward=1
+    pair    r2, r3, r10, r11, carried=1, swap=1
+    pair    r2, r3, r6, r7, swap=1  @ y1 before its scaling
+    pair    r4, r5, r10, r11, swap=1
+    ldrd    r8, r9, [sp]
+    product r2, r3, r2, r3
+    product r4, r5, r4, r5
+    product r6, r7, r6, r7
+    product r10, r11, r10, r11
+    orrs    lr, r3, r5
+    orrspl  lr, r7, r11
+    blmi    .LsettleEighth
+    stmia   r1!, {r2, r3, r6, r7}
+    storelast 8, .LeighthNext, r4, r5, r10, r11
     mov     r0, #1
 .LeighthEnd:
-    add     sp, sp, #12
+    add     sp, sp, #20
     pop     {r4-r11, pc}
 .LsettleEighth:
-    settle  r6, r7, r2, r3, .LeighthEnd
+    settlefour .LeighthEnd
 endroutine SoftEighthGroup
 
 @ bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
 @                         size_t groups)
 @ The loops of TwiddledGroupsText (butterfly_groups.h). docs/soft-float.md, "A butterfly".
 @   in    r0 a, r1 span, r2 w, r3 groups, at least 1
-@   stack the group's factors, the place where A ends, groups left, w
+@   stack the group's factors, places, w and where it ends, 16 span
 @   out   r0 whether no number was too small for a product
 routine SoftTwiddledGroups
     push    {r4-r11, lr}
     sub     sp, sp, #68
-    str     r3, [sp, #52]
-    mov     r12, r1, lsl #5
-    add     r1, r0, r1, lsl #4
+    mov     r1, r1, lsl #4
+    str     r1, [sp, #64]
+    add     r3, r3, r3, lsl #1
+    add     r3, r2, r3, lsl #4
+    str     r3, [sp, #60]
+    mov     r8, r0
 .LtwiddledGroup:
-    ldmia   r2!, {r4-r11}
-    stmia   sp, {r4-r11}
-    ldmia   r2!, {r4-r7}
-    add     lr, sp, #32
-    stmia   lr, {r4-r7}
-    str     r1, [sp, #48]
+    ldmia   r2!, {r0, r1, r3-r7, r9-r12, lr}
+    stmia   sp, {r0, r1, r3-r7, r9-r12, lr}
     str     r2, [sp, #56]
+    ldr     lr, [sp, #64]
+    mov     r0, r8
+    places
+    strd    r8, r9, [sp, #48]
 .LtwiddledNext:
-    halfbutterfly
-    evenhalf
-    turn    16
-    strd    r4, r5, [r0, #-8]
-    strd    r2, r3, [r0]
-    oddhalf
-    mov     r6, r2
-    mov     r7, r3
-    turn    0
-    strd    r4, r5, [r1, -r12]
-    add     r1, r1, #8
-    strd    r2, r3, [r1, -r12]
-    ldrd    r10, r11, [r1, #-8]
-    ldrd    r6, r7, [r1]
-    turn    32
-    strd    r4, r5, [r1, #-8]
-    strd    r2, r3, [r1]
-    nextbutterfly 48, .LtwiddledNext
-    add     r0, r1, r12             @ A of the next group
-    add     r1, r0, r12, lsr #1
-    ldr     r3, [sp, #52]
-    ldr     r2, [sp, #56]
-    subs    r3, r3, #1
-    str     r3, [sp, #52]
-    bne     .LtwiddledGroup
+    firsthalf 48
+    evenpairs
+    orrs    lr, r7, r11
+    blmi    .LsettleEven
+    turn    32, r6, r7, r10, r11
+    stmia   r12!, {r2-r5}
+    oddpairs
+    orrs    lr, r3, r5
+    orrspl  lr, r7, r11
+    blmi    .LsettleOdd
+    stmdb   sp!, {r2-r5}
+    turn    16, r10, r11, r6, r7
+    stmia   r1!, {r2-r5}
+    ldmia   sp!, {r6, r7, r10, r11}
+    turn    32, r6, r7, r10, r11
+    storelast 48, .LtwiddledNext, r2-r5
+    ldrd    r2, r3, [sp, #56]
+    cmp     r2, r3
+    bne     .LtwiddledGroup         @ the next A lies where D ends
     mov     r0, #1
 .LtwiddledEnd:
     add     sp, sp, #68
     pop     {r4-r11, pc}
-.LsettleTwiddled:
-    settle  r10, r11, r6, r7, .LtwiddledEnd
+.LtwiddledPushed:
+    add     sp, sp, #16
+    b       .LtwiddledEnd
+.LsettleEven:
+    settle  r6, r7, r10, r11, .LtwiddledPushed
+.LsettleOdd:
+    settlefour .LtwiddledEnd
 endroutine SoftTwiddledGroups
 
 @ void SoftLastStage(SoftFloat* a, size_t count)
 @ The loop of LastStageText (butterfly_groups.h). docs/soft-float.md, "Sum and difference".
-@   in    r0 a, r1 count, at least 1       uses  r12 the way to the second number
-@   stack the place where a ends
+@   in    r0 a, r1 count, even and at least 2
+@   uses  r1 the second numbers, r12 where they begin, and the first ones end
 routine SoftLastStage
     push    {r4-r11, lr}
-    mov     r12, r1, lsl #3
-    add     r1, r0, r12
-    str     r1, [sp, #-4]!
+    add     r12, r0, r1, lsl #3
+    mov     r1, r12
 .LlastNext:
-    ldrd    r4, r5, [r0]
-    ldrd    r6, r7, [r0, r12]
+    ldmia   r0, {r2-r5}
+    ldmia   r1, {r6, r7, r10, r11}
     pair    r2, r3, r6, r7
-    strd    r6, r7, [r0, r12]
-    strd    r2, r3, [r0], #8
-    ldr     lr, [sp]
-    cmp     r0, lr
+    pair    r4, r5, r10, r11
+    stmia   r0!, {r2-r5}
+    stmia   r1!, {r6, r7, r10, r11}
+    cmp     r0, r12
     bne     .LlastNext
-    add     sp, sp, #4
     pop     {r4-r11, pc}
 endroutine SoftLastStage
 
-@ packpair to: sum and difference of r4, r5 and r6, r7 as floats to `to` and r3 on; `to` goes on.
-@ With `negated`, each times -1.
-.macro packpair to, negated=0
-    pair    r10, r11, r6, r7
-    .if \negated
-    rsb     r10, r10, #0
-    rsb     r6, r6, #0
-    .endif
-    pack    r6, r7, r8
-    str     r6, [\to, r3]
-    pack    r10, r11, r8
-    str     r10, [\to], #4
-.endm
-
-@ void SoftLastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re, float* im)
-@ The loop of LastInverseStageText (butterfly_groups.h). docs/soft-float.md, "Sum and difference".
-@   in    r0 a, r1 span, at least 1; r2 re, r3 im
-@   uses  r1 re, r2 im, r3 the way to their second half, r12 to that of a
-@   stack the place where a ends
-routine SoftLastInverseStage
-    push    {r4-r11, lr}
-    mov     r12, r1, lsl #4
-    add     r4, r0, r12
-    str     r4, [sp, #-4]!
-    mov     r4, r1, lsl #2
-    mov     r1, r2
-    mov     r2, r3
-    mov     r3, r4
-.LlastInverseNext:
-    ldrd    r4, r5, [r0]
-    ldrd    r6, r7, [r0, r12]
-    packpair r1
-    ldrd    r4, r5, [r0, #8]!
-    ldrd    r6, r7, [r0, r12]
-    packpair r2, negated=1
-    add     r0, r0, #8
-    ldr     lr, [sp]
-    cmp     r0, lr
-    bne     .LlastInverseNext
-    add     sp, sp, #4
-    pop     {r4-r11, pc}
-endroutine SoftLastInverseStage
-
 routine SoftButterflyFar
-    farout  .LfarPair, r4, r5, r6, r7
-    farout  .LfarSecond, r4, r5, r6, r7, leads=0
-    farout  .LfarTurn, r2, r3, r10, r11
+    farout  .Lfarr2r6, r2, r3, r6, r7
+    farout  .Lfarr4r10, r4, r5, r10, r11
+    farout  .Lfarr4r6, r4, r5, r6, r7
+    farout  .Lfarr2r10, r2, r3, r10, r11
+    farout  .Lfarlowr2r6, r2, r3, r6, r7, leads=0
+    farout  .Lfarlowr4r10, r4, r5, r10, r11, leads=0
 endroutine SoftButterflyFar

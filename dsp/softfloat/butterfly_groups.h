@@ -4,7 +4,6 @@
 //
 // The texts are the definition. Where there is a routine by hand, the functions call it.
 #pragma once
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -56,7 +55,8 @@ inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const SoftTwi
     return true;
 }
 
-// The last stage, of radix 2: sums and differences of `count` numbers and those `count` further on.
+// The last stage, of radix 2: sums and differences of `count` numbers, an even count, and those
+// `count` further on.
 inline void LastStageText(SoftFloat* a, size_t count) {
     for (const SoftFloat* const end = a + count; a != end; ++a) {
         const auto [sum, difference] = SumAndDifference(a[0], a[count]);
@@ -65,23 +65,8 @@ inline void LastStageText(SoftFloat* a, size_t count) {
     }
 }
 
-// The same of `span` values and those behind them, their conjugates to floats.
-inline void LastInverseStageText(const Complex<SoftFloat>* a, size_t span, float* re, float* im) {
-    const auto packed = [](SoftFloat v) { return std::bit_cast<float>(softfloat::Pack(v)); };
-    for (size_t q = 0; q < span; ++q) {
-        const auto [lowRe, highRe] = SumAndDifference(a[q].re, a[q + span].re);
-        const auto [lowIm, highIm] = SumAndDifference(a[q].im, a[q + span].im);
-        re[q] = packed(lowRe);
-        im[q] = packed(-lowIm);
-        re[q + span] = packed(highRe);
-        im[q + span] = packed(-highIm);
-    }
-}
-
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
 extern "C" void SoftLastStage(SoftFloat* a, size_t count);
-extern "C" void SoftLastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re,
-                                     float* im);
 extern "C" void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span);
 extern "C" bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e);
 extern "C" bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
@@ -99,9 +84,6 @@ inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddle
 inline void LastStage(SoftFloat* a, size_t count) {
     SoftLastStage(a, count);
 }
-inline void LastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re, float* im) {
-    SoftLastInverseStage(a, span, re, im);
-}
 #else
 inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
     UntwiddledGroupText(a, span);
@@ -115,8 +97,5 @@ inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddle
 }
 inline void LastStage(SoftFloat* a, size_t count) {
     LastStageText(a, count);
-}
-inline void LastInverseStage(const Complex<SoftFloat>* a, size_t span, float* re, float* im) {
-    LastInverseStageText(a, span, re, im);
 }
 #endif

@@ -3,37 +3,46 @@
 @ In this file sums are formed in r2, r3, to which a term in r4, r5 is added; r0 is the ContourMix,
 @ r1 the way in bytes from an array's beginning to the present pair, r12 the next array's address.
 
-@ addterm: "The near window". Changes r8, r9.
-.macro addterm
-    align   r2, r3, r4, r5, .LfarTerm
+@ addterm carried: "The near window"; carried as align has it. Changes r8, r9.
+.macro addterm carried=1
+    align   r2, r3, r4, r5, .LfarTerm, carried=\carried
     add     r2, r9, r2, asr #3
     normround r2, r3, r3
 .endm
 
 @ weightedsample m, e, weight: the next array's sample of the pair, times the weight there in the
-@ ContourMix. Changes r4 to r9. "A number", "Products".
+@ ContourMix. r11 is 2^31. Changes r4 to r9. "A number", "Products".
 .macro weightedsample m, e, weight
     ldr     r6, [r12], #4
     ldr     r6, [r6, r1]
     ldrd    r8, r9, [r0, #\weight]
-    movs    r7, r6, lsl #1          @ the carry is the sign
-    mov     r4, r6, lsl #9
-    mov     r4, r4, lsr #3
-    orr     r4, r4, #0x20000000
-    rsbcs   r4, r4, #0
-    mov     r5, r7, lsr #24
-    sub     r5, r5, #47
-    cmp     r5, #140                @ 2^-80 to 2^60
-    blhs    .LsampleIsZero
-    product \m, \e, r4, r5
+    unpack  r4, r5, r6, r11, .LsampleIsZero, raised=1
+    product \m, \e, r4, r5, raised=1
+.endm
+
+@ channelsum: the next channel's three bands, to r2, r3.
+.macro channelsum
+    weightedsample r2, r3, 48
+    weightedsample r4, r5, 56
+    addterm
+    weightedsample r4, r5, 64
+    addterm
+.endm
+
+@ channelout place: the sum at sp + place and the contour in r4, r5 to the next output, at r6.
+.macro channelout place
+    ldrd    r2, r3, [sp, #\place]
+    addterm
+    add     r3, r3, #55             @ as pack takes it, and what the exponents are lowered by
+    pack    r2, r3, r7, .LmixRare
+    str     r2, [r6], #4
 .endm
 
 @ size_t SoftContourMix(ContourMix* mix, float* out, size_t frames, size_t channels)
 @ The loop of RunContourMixText (contour_mix.h). docs/soft-float.md, "Bands and contour".
 @   in    r0 mix, r1 out, r2 frames, at least 1; r3 channels, 1 or 2
-@   uses  r4, r5 the contour once it is known; r10 a channel's place on the stack, r11, r10 x
-@   stack the channels' sums; the place behind the last one, the end of `from`, frames left, frames,
-@         out
+@   uses  r4, r5 the contour once it is known; r11 2^31; then r10, r11 x2
+@   stack the channels' sums; channels, the end of `from`, frames left, frames, out
 @   out   r0 the frames done
 routine SoftContourMix
     push    {r4-r11, lr}
@@ -44,49 +53,35 @@ routine SoftContourMix
     add     r4, r3, r3, lsl #1
     add     r4, r0, r4, lsl #3
     str     r4, [sp, #20]
-    mov     r3, r3, lsl #3
     str     r3, [sp, #16]
     mov     r12, r0
     mov     r1, #0
 .LmixNext:
-    mov     r10, #0
-.LmixChannel:
-    weightedsample r2, r3, 48
-    weightedsample r4, r5, 56
-    addterm
-    weightedsample r4, r5, 64
-    addterm
-    strd    r2, r3, [sp, r10]
-    add     r10, r10, #8
+    mov     r11, #0x80000000
+    channelsum
+    strd    r2, r3, [sp]
     ldr     lr, [sp, #16]
-    cmp     r10, lr
-    bne     .LmixChannel
-
-    cmp     r10, #8
+    cmp     lr, #1
     beq     .LmixSummed
-    mov     r4, r2
-    mov     r5, r3
-    ldrd    r2, r3, [sp]
-    addterm
+    channelsum
+    strd    r2, r3, [sp, #8]
+    ldrd    r4, r5, [sp]
+    addterm carried=0
 .LmixSummed:
     ldrd    r6, r7, [r0, #128]      @ y1
     orrs    lr, r3, r7
     blmi    .LsettleMix
-    mov     r10, r2
-    mov     r11, r3
+    ldrd    r4, r5, [r0, #112]      @ x1
+    strd    r2, r3, [r0, #112]
+    ldrd    r10, r11, [r0, #120]    @ x2
+    strd    r4, r5, [r0, #120]
     ldrd    r8, r9, [r0, #72]
     product r2, r3, r2, r3
-    ldrd    r4, r5, [r0, #112]      @ x1
-    strd    r10, r11, [r0, #112]
-    mov     r10, r4
-    mov     r11, r5
     ldrd    r8, r9, [r0, #80]
     product r4, r5, r4, r5
     addterm
-    ldrd    r4, r5, [r0, #120]      @ x2
-    strd    r10, r11, [r0, #120]
     ldrd    r8, r9, [r0, #88]
-    product r4, r5, r4, r5
+    product r4, r5, r10, r11
     addterm
     ldrd    r8, r9, [r0, #96]
     product r4, r5, r6, r7
@@ -95,24 +90,19 @@ routine SoftContourMix
     strd    r6, r7, [r0, #136]
     ldrd    r8, r9, [r0, #104]
     product r4, r5, r4, r5
-    addterm
-    strd    r2, r3, [r0, #128]
+    align   r2, r3, r4, r5, .LfarTerm, carried=1
+    add     r4, r9, r2, asr #3
+    normround r4, r5, r3
+    strd    r4, r5, [r0, #128]
 
-    mov     r4, r2
-    mov     r5, r3
     ldr     r6, [sp, #32]
-    ldr     r11, [sp, #16]
-    mov     r10, #0
+    channelout 0
+    ldr     lr, [sp, #16]
+    cmp     lr, #1
+    beq     .LmixOut
+    channelout 8
 .LmixOut:
-    ldrd    r2, r3, [sp, r10]
-    addterm
-    pack    r2, r3, r7
-    str     r2, [r6], #4
-    add     r10, r10, #8
-    cmp     r10, r11
-    bne     .LmixOut
     str     r6, [sp, #32]
-
     ldr     lr, [sp, #20]
     cmp     r12, lr
     moveq   r12, r0
@@ -130,10 +120,9 @@ routine SoftContourMix
 
 @ A sample beyond the numbers: back if it is 0, else the end.
 .LsampleIsZero:
-    cmp     r7, #0
+    movs    r5, r6, lsl #1
     bne     .LmixEnd
     mov     r4, #0
-    mov     r5, #0
     bx      lr
 
 @ x or y1 with an exponent below 0: back if it is a zero's, else the end.
@@ -147,4 +136,5 @@ routine SoftContourMix
     b       .LmixEnd
 
     farout  .LfarTerm, r2, r3, r4, r5
+    packrare .LmixRare, r2, r3
 endroutine SoftContourMix

@@ -2,20 +2,19 @@
 
 namespace {
 
-float Packed(SoftFloat v) {
-    return std::bit_cast<float>(softfloat::Pack(v));
-}
-
-// False if it can't be one.
-bool ToFactor(float v, SoftFactor* factor) {
+// With an exponent that much larger; false if it can't be one.
+bool ToFactor(float v, int32_t more, SoftFactor* factor) {
     if (!softfloat::CanBeFactor(v)) return false;
     *factor = softfloat::FactorOf(v);
+    factor->e += more;
     return true;
 }
-bool ToNumber(float v, SoftFloat* number) {
+// With an exponent that much smaller.
+bool ToNumber(float v, int32_t less, SoftFloat* number) {
     const auto bits = std::bit_cast<uint32_t>(v);
     if (!softfloat::Enters(bits)) return false;
     *number = softfloat::Unpack(bits);
+    number->e -= less;
     return true;
 }
 
@@ -24,20 +23,28 @@ bool ToNumber(float v, SoftFloat* number) {
 bool UnpackedBiquad::Take(const Biquad<float, float>& filter) {
     const auto& c = filter.coefficients;
     const auto& h = filter.history;
-    return filter.rampRemaining == 0 && ToFactor(c.b0, &b0) && ToFactor(c.b1, &b1) &&
-           ToFactor(c.b2, &b2) && ToFactor(c.fb1, &fb1) && ToFactor(c.fb2, &fb2) &&
-           ToNumber(h.x1, &x1) && ToNumber(h.x2, &x2) && ToNumber(h.y1, &y1) && ToNumber(h.y2, &y2);
+    constexpr int32_t kStep = softfloat::kAligned;
+    // The first product's exponent is raised by a step, those that follow are a step less each.
+    return filter.rampRemaining == 0 && ToFactor(c.b0, kInputLowered + kStep, &b0) &&
+           ToFactor(c.b1, kInputLowered, &b1) && ToFactor(c.b2, kInputLowered - kStep, &b2) &&
+           ToFactor(c.fb1, kOutputLowered - 2 * kStep, &fb1) &&
+           ToFactor(c.fb2, kOutputLowered - 3 * kStep, &fb2) &&
+           ToNumber(h.x1, kInputLowered, &x1) && ToNumber(h.x2, kInputLowered, &x2) &&
+           ToNumber(h.y1, kOutputLowered, &y1) && ToNumber(h.y2, kOutputLowered, &y2);
 }
 
 void UnpackedBiquad::Keep(Biquad<float, float>* filter) const {
-    filter->history = {Packed(x1), Packed(x2), Packed(y1), Packed(y2)};
+    filter->history = {PackedRaised(x1, kInputLowered), PackedRaised(x2, kInputLowered),
+                       PackedRaised(y1, kOutputLowered), PackedRaised(y2, kOutputLowered)};
 }
 
 bool MixWithContour(const BandSamples* bands, const BandWeights& weights,
                     Biquad<float, float>* filter, float* out, size_t frames, size_t channels) {
     ContourMix mix;
-    if (!ToFactor(weights.high, &mix.weights[0]) || !ToFactor(weights.band, &mix.weights[1]) ||
-        !ToFactor(weights.low, &mix.weights[2]))
+    constexpr int32_t kStep = softfloat::kAligned;
+    if (!ToFactor(weights.high, 0, &mix.weights[0]) ||
+        !ToFactor(weights.band, -kStep, &mix.weights[1]) ||
+        !ToFactor(weights.low, -2 * kStep, &mix.weights[2]))
         return false;
     const float** from = mix.from;
     for (size_t odd = 0; odd < 2; ++odd)
@@ -58,8 +65,11 @@ bool MixWithContour(const BandSamples* bands, const BandWeights& weights,
             if (!MixBands(mix.from + ContourMix::kBands * (n % 2 * channels + c), n / 2,
                           mix.weights, &mixed[c]))
                 return false;
-        const float added = plain.ProcessSample(Packed(SumOfChannels(mixed, channels)));
-        for (size_t c = 0; c < channels; ++c) out[n * channels + c] = Packed(mixed[c]) + added;
+        const auto packed = [](SoftFloat v) {
+            return PackedRaised(v, UnpackedBiquad::kInputLowered);
+        };
+        const float added = plain.ProcessSample(packed(SumOfChannels(mixed, channels)));
+        for (size_t c = 0; c < channels; ++c) out[n * channels + c] = packed(mixed[c]) + added;
     }
     *filter = plain;
     return true;

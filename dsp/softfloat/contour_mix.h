@@ -10,15 +10,21 @@
 #include "dsp/biquad.h"
 #include "dsp/softfloat/number.h"
 
-// A filter that has no ramp, for as long as its history can be multiplied.
+// A filter that has no ramp, for as long as its history can be multiplied. The exponents of inputs
+// and outputs are less than they mean by as much as the constants say, and the coefficients' are
+// such that each product's is kAligned less than that of the sum which it joins.
 class UnpackedBiquad {
 public:
+    static constexpr int32_t kInputLowered = 2 * softfloat::kAligned;
+    static constexpr int32_t kOutputLowered = 3 * softfloat::kAligned;
+
     // False if the filter can't be held.
     bool Take(const Biquad<float, float>& filter);
     // The next output, or false, with nothing changed, if it can't be told.
     [[gnu::always_inline]] bool Step(SoftFloat x, SoftFloat* y) {
         if (!softfloat::Settles(x, y1)) return false;
-        *y = b0 * x + b1 * x1 + b2 * x2 + fb1 * y1 + fb2 * y2;
+        *y = b0 * x + AsLowered(b1 * x1) + AsLowered(b2 * x2) + AsLowered(fb1 * y1) +
+             AsLowered(fb2 * y2);
         x2 = x1;
         x1 = x;
         y2 = y1;
@@ -51,11 +57,11 @@ struct ContourMix {
     static constexpr size_t kBands = 3;
     // High, band, low of each channel at even frames, behind them those at odd frames.
     const float* from[2 * kBands * 2];
-    SoftFactor weights[kBands];
+    SoftFactor weights[kBands];  // each kAligned less than the one before
     UnpackedBiquad filter;
 };
 
-// One channel's sum at pair q; false if a sample can't be held.
+// One channel's sum at pair q, as the filter takes it; false if a sample can't be held.
 [[gnu::always_inline]] inline bool MixBands(const float* const* from, size_t q,
                                             const SoftFactor* weights, SoftFloat* mixed) {
     SoftFloat terms[ContourMix::kBands];
@@ -64,11 +70,16 @@ struct ContourMix {
         if (!softfloat::Enters(bits)) return false;
         terms[i] = weights[i] * softfloat::Unpack(bits);
     }
-    *mixed = (terms[0] + terms[1]) + terms[2];
+    *mixed = (terms[0] + AsLowered(terms[1])) + AsLowered(terms[2]);
     return true;
 }
 inline SoftFloat SumOfChannels(const SoftFloat* mixed, size_t channels) {
     return channels == 1 ? mixed[0] : mixed[0] + mixed[1];
+}
+
+// The float that v is with an exponent that much larger.
+[[gnu::always_inline]] inline float PackedRaised(SoftFloat v, int32_t more) {
+    return std::bit_cast<float>(softfloat::Pack({v.m, v.e + more}));
 }
 
 // As MixWithContour, from frame 0 on. Returns the frames done before a sample or the filter can't
@@ -81,7 +92,7 @@ inline size_t RunContourMixText(ContourMix* mix, float* out, size_t frames, size
             if (!MixBands(from + ContourMix::kBands * c, n / 2, mix->weights, &mixed[c])) return n;
         if (!mix->filter.Step(SumOfChannels(mixed, channels), &contour)) return n;
         for (size_t c = 0; c < channels; ++c)
-            *out++ = std::bit_cast<float>(softfloat::Pack(mixed[c] + contour));
+            *out++ = PackedRaised(mixed[c] + AsLowered(contour), UnpackedBiquad::kOutputLowered);
     }
     return frames;
 }

@@ -149,6 +149,17 @@ struct LoweredOf<SoftFloat> {
 [[gnu::always_inline]] inline LoweredFloat Lowered(SoftFloat a) {
     return {a.m, a.e - softfloat::kAligned};
 }
+// The same of one that its factors lowered.
+[[gnu::always_inline]] inline LoweredFloat AsLowered(SoftFloat a) {
+    return {a.m, a.e};
+}
+[[gnu::always_inline]] inline SoftFloat operator+(SoftFloat a, LoweredFloat b) {
+    const softfloat::Aligned v = softfloat::Align(a, {b.m, b.e}, a.e);
+    return softfloat::Rounded(v.a + v.b, v.e);
+}
+[[gnu::always_inline]] inline SoftFloat operator-(SoftFloat a, LoweredFloat b) {
+    return a + LoweredFloat{-b.m, b.e};
+}
 [[gnu::always_inline]] inline SumDifference<SoftFloat> SumAndDifference(SoftFloat a,
                                                                         LoweredFloat b) {
     const softfloat::Aligned v = softfloat::Align(a, {b.m, b.e}, a.e);

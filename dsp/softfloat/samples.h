@@ -9,7 +9,7 @@
 #include "dsp/softfloat/number.h"
 
 // sample * (2^-15 + 2^-30), the float nearest to 1 / 32767.
-inline float SoftFromInt16(int16_t sample) {
+[[gnu::always_inline]] inline float SoftFromInt16(int16_t sample) {
     const int32_t whole = sample;
     const uint32_t magnitude = static_cast<uint32_t>(whole < 0 ? -whole : whole);
     if (magnitude == 0) return 0;

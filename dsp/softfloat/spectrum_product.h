@@ -2,20 +2,26 @@
 // with a kernel's, and the way back to the spectrum that the inverse transform starts from.
 #pragma once
 #include <cstddef>
-#include <cstdint>
 
 #include "dsp/butterfly.h"
 #include "dsp/softfloat/number.h"
 
+// Of values k and half - k: the factor of their step between the spectra of complex and of real
+// values, and where the inverse transform takes them.
+struct MirroredPlaces {
+    SoftTurn w;
+    Complex<SoftFloat>*left, *right;
+};
+
 // Values k and half - k for 0 < k < half / 2, left and right, in place:
-//   y = w[k] (left - conj(right)),  left - y and right + conj(y)
+//   y = w (left - conj(right)),  left - y and right + conj(y)
 // False, with `a` in any state, if y or a result has a number that can't be factored.
-inline bool RealStepText(Complex<SoftFloat>* a, const SoftTurn* w, size_t half) {
+inline bool RealStepText(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half) {
     for (size_t k = 1; k < half / 2; ++k) {
         Complex<SoftFloat>&left = a[k], &right = a[half - k];
         Complex<SoftFloat> y = {left.re - right.re, left.im + right.im};
         if (!softfloat::Settles(y.re, y.im)) return false;
-        y = Twiddle(w[k], y);
+        y = Twiddle(places[k].w, y);
         left = {left.re - y.re, left.im - y.im};
         right = {right.re + y.re, right.im - y.im};
         if (!softfloat::Settles(left.re, left.im) || !softfloat::Settles(right.re, right.im))
@@ -25,46 +31,44 @@ inline bool RealStepText(Complex<SoftFloat>* a, const SoftTurn* w, size_t half) 
 }
 
 // Values k and half - k for 0 < k < half / 2: the products left and right, then
-//   y = conj(w[k]) (left - conj(right)),  left - y and right + conj(y), conjugated,
-// to places reversed[k] and reversed[half - k] of `out`. The spectrum's numbers can be factored
-// (Settles). False, with `out` in any state, if y has one that can't.
+//   y = conj(w) (left - conj(right)),  left - y and right + conj(y)
+// to their places, with real and imaginary part exchanged. The exponents of kernel[k] are kAligned
+// more than they mean, so that y needs no alignment, nor left - y. The spectrum's numbers can be
+// factored (Settles). False, with the places in any state, if y has one that can't.
 inline bool SpectrumProductText(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
-                                const SoftTurn* w, const uint16_t* reversed,
-                                Complex<SoftFloat>* out, size_t half) {
+                                const MirroredPlaces* places, size_t half) {
     for (size_t k = 1; k < half / 2; ++k) {
         const Complex<SoftFloat> left = Twiddle(kernel[k], spectrum[k]);
         const Complex<SoftFloat> right = Twiddle(kernel[half - k], spectrum[half - k]);
-        Complex<SoftFloat> y = {left.re - right.re, left.im + right.im};
+        Complex<SoftFloat> y = {left.re - AsLowered(right.re), left.im + AsLowered(right.im)};
         if (!softfloat::Settles(y.re, y.im)) return false;
-        y = Twiddle(Conjugate(w[k]), y);
-        out[reversed[k]] = {left.re - y.re, y.im - left.im};
-        out[reversed[half - k]] = {right.re + y.re, y.im - right.im};
+        y = Twiddle(Conjugate(places[k].w), y);
+        *places[k].left = {left.im - AsLowered(y.im), left.re - AsLowered(y.re)};
+        *places[k].right = {right.im - y.im, right.re + y.re};
     }
     return true;
 }
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-extern "C" bool SoftRealStep(Complex<SoftFloat>* a, const SoftTurn* w, size_t half);
+extern "C" bool SoftRealStep(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half);
 extern "C" bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
-                                    const SoftTurn* w, const uint16_t* reversed,
-                                    Complex<SoftFloat>* out, size_t half);
+                                    const MirroredPlaces* places, size_t half);
+static_assert(sizeof(MirroredPlaces) == 24 && offsetof(MirroredPlaces, left) == 16);
 #endif
 
-inline bool RealStep(Complex<SoftFloat>* a, const SoftTurn* w, size_t half) {
+inline bool RealStep(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftRealStep(a, w, half);
+    return SoftRealStep(a, places, half);
 #else
-    return RealStepText(a, w, half);
+    return RealStepText(a, places, half);
 #endif
 }
 
-[[gnu::always_inline]] inline bool SpectrumProduct(const Complex<SoftFloat>* spectrum,
-                                                   const SoftTurn* kernel, const SoftTurn* w,
-                                                   const uint16_t* reversed,
-                                                   Complex<SoftFloat>* out, size_t half) {
+inline bool SpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
+                            const MirroredPlaces* places, size_t half) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftSpectrumProduct(spectrum, kernel, w, reversed, out, half);
+    return SoftSpectrumProduct(spectrum, kernel, places, half);
 #else
-    return SpectrumProductText(spectrum, kernel, w, reversed, out, half);
+    return SpectrumProductText(spectrum, kernel, places, half);
 #endif
 }

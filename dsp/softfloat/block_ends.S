@@ -1,0 +1,114 @@
+#include "dsp/softfloat/arm.inc"
+
+@ zeroenters m, e: LoadBlock's unpack of a zero, which r11 counts; refuses others.
+.macro zeroenters m, e
+    movs    \e, r8, lsl #1
+    bne     .LloadRefused
+    mov     \m, #0
+    sub     r11, r11, #1
+    bx      lr
+.endm
+
+@ LoadedBlock SoftLoadBlock(const float* re, const float* im, const uint16_t* reversed,
+@                           Complex<SoftFloat>* out, size_t pairs)
+@ The loop of LoadBlockText (block_ends.h). docs/soft-float.md, "A number".
+@   in    r0 re, r1 im, r2 reversed, r3 out; stack: pairs, at least 1
+@   uses  r9 2^31, r10 where re ends, r11 the parts that aren't 0, r12 a value's place
+@   out   r0 a LoadedBlock
+routine SoftLoadBlock
+    push    {r4-r11, lr}
+    ldr     r11, [sp, #36]
+    mov     r9, #0x80000000
+    add     r10, r0, r11, lsl #2
+    mov     r11, r11, lsl #1
+.LloadNext:
+    ldr     r8, [r0], #4
+    unpack  r4, r5, r8, r9, .LloadZeroRe
+    ldr     r8, [r1], #4
+    unpack  r6, r7, r8, r9, .LloadZeroIm
+    ldrh    r12, [r2], #2
+    add     r12, r3, r12, lsl #4
+    stmia   r12, {r4-r7}
+    cmp     r0, r10
+    bne     .LloadNext
+    cmp     r11, #0
+    movne   r0, #1                  @ kNumbers
+    moveq   r0, #2                  @ kSilence
+.LloadEnd:
+    pop     {r4-r11, pc}
+.LloadRefused:
+    mov     r0, #0
+    b       .LloadEnd
+.LloadZeroRe:
+    zeroenters r4, r5
+.LloadZeroIm:
+    zeroenters r6, r7
+endroutine SoftLoadBlock
+
+.macro inverseloop name, overlapping
+@ void name(const SoftFloat* a, size_t span, size_t count, float* low, float* high,
+@           const float* tail)
+@ The loop of LastInverseStageText (block_ends.h). docs/soft-float.md, "Sum and difference".
+@   in    r0 a, r1 span, r2 count, at least 1; r3 low; stack: high, tail where overlapping
+@   uses  r1 the way to the second number, r2 low, r3 high, r12 tail
+@   stack the place where a ends
+routine \name
+    push    {r4-r11, lr}
+    mov     r1, r1, lsl #4
+    add     r4, r0, r2, lsl #4
+    mov     r2, r3
+    ldr     r3, [sp, #36]
+    .if \overlapping
+    ldr     r12, [sp, #40]
+    .endif
+    str     r4, [sp, #-4]!
+.L\name\()Next:
+    ldrd    r6, r7, [r0, r1]
+    ldrd    r4, r5, [r0], #16
+    align   r4, r5, r6, r7, .LfarEnd
+    rsb     r10, r9, r4, asr #3
+    add     r6, r9, r4, asr #3
+    add     r5, r5, #46             @ as pack takes it
+    normround r10, r11, r5
+    normround r6, r7, r5
+    pack    r10, r11, r8, .LrareHigh
+    str     r10, [r3], #4
+    .if \overlapping
+    ldr     r10, [r12], #4
+    mov     r11, #0x80000000
+    unpack  r4, r5, r10, r11, .LplainTail, least=1
+    align   r4, r5, r6, r7, .LfarEnd
+    add     r6, r9, r4, asr #3
+    normround r6, r7, r5
+    .endif
+    pack    r6, r7, r8, .LrareLow
+    .if \overlapping
+.LtailAdded:
+    .endif
+    str     r6, [r2], #4
+    ldr     lr, [sp]
+    cmp     r0, lr
+    bne     .L\name\()Next
+    add     sp, sp, #4
+    pop     {r4-r11, pc}
+endroutine \name
+.endm
+
+    inverseloop SoftLastInverseStage, 0
+    inverseloop SoftLastInverseOverlap, 1
+
+routine SoftInverseFar
+    farout  .LfarEnd, r4, r5, r6, r7
+    packrare .LrareHigh, r10, r11
+    packrare .LrareLow, r6, r7
+@ A tail that is 0, subnormal or too large is added as a float.
+.LplainTail:
+    pack    r6, r7, r8, .LrareLow
+    stmdb   sp!, {r0-r3, r12}
+    mov     r0, r6
+    mov     r1, r10
+    bl      __aeabi_fadd
+    mov     r6, r0
+    ldmia   sp!, {r0-r3, r12}
+    b       .LtailAdded
+endroutine SoftInverseFar
