@@ -8,13 +8,9 @@
 #include "dsp/softfloat/block_ends.h"
 #include "dsp/softfloat/butterfly_groups.h"
 #include "dsp/softfloat/contour_mix.h"
-#include "dsp/softfloat/limiter.h"
-#include "dsp/softfloat/samples.h"
 #include "dsp/softfloat/spectrum_product.h"
+#include "routine_call.h"
 #include "signals.h"
-
-extern "C" uint32_t ChangedRegisters(const void* routine, const uint32_t* arguments,
-                                     uint32_t* result);
 
 namespace {
 
@@ -84,24 +80,6 @@ public:
 private:
     std::vector<Value> all;
 };
-
-// A word of each argument.
-template <typename Argument>
-uint32_t Word(Argument argument) {
-    uint32_t word = 0;
-    static_assert(sizeof argument <= sizeof word);
-    std::memcpy(&word, &argument, sizeof argument);
-    return word;
-}
-
-// The routine's result; fails if a register or the stack pointer came back changed.
-template <typename Result, typename... Parameters, typename... Arguments>
-uint32_t Call(Result (*routine)(Parameters...), Arguments... arguments) {
-    const std::array<uint32_t, 6> words = {Word<Parameters>(arguments)...};
-    uint32_t result = 0;
-    EXPECT_EQ(ChangedRegisters(reinterpret_cast<const void*>(routine), words.data(), &result), 0U);
-    return result;
-}
 
 // A sum that samples can have.
 SoftFloat WholeUnits(SoftFloat sum) {
@@ -275,46 +253,6 @@ TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsText) {
     }
     EXPECT_GT(refused, 50U);
     EXPECT_LT(refused, 1500U);
-}
-
-// Values are compared with plain floats elsewhere (softfloat_test.cpp).
-TEST(SoftFloatLoops, LimitersEndWhereTheirTextsDo) {
-    std::array<float, 16> gains = {};
-    const float settled = 0.998002505F, taken = kLimiterTake;
-    for (const float smoothed : {settled, 1.0F, 0.99F, 0.5556F, 0.5F, 0x1p-70F}) {
-        for (const size_t stride : {1U, 2U}) {
-            const size_t smoothedFrames =
-                RunSmoothingText(gains.data(), stride, 8, smoothed, taken);
-            EXPECT_EQ(Call(SoftSmoothing, gains.data(), stride, size_t{8}, smoothed, taken),
-                      smoothedFrames);
-            gains.fill(smoothed);
-            const size_t recovered = RunRecoveryText(gains.data(), stride, 8, smoothed - 1e-4F);
-            gains.fill(smoothed);
-            EXPECT_EQ(Call(SoftRecovery, gains.data(), stride, size_t{8}, smoothed - 1e-4F),
-                      recovered);
-        }
-    }
-    Numbers numbers(5);
-    for (int n = 0; n < 2000; ++n) {
-        std::array<float, 12> x = {}, tails = {};
-        for (float& each : x) each = static_cast<float>(numbers.Bits() % 16) - 6.5F;
-        for (float& each : tails) each = 6.5F + static_cast<float>(numbers.Bits() % 8 == 0) * -1;
-        const float peak = n % 2 == 0 ? 5.5F : 6.5F;
-        const size_t stride = 1 + numbers.Bits() % 2, count = 1 + numbers.Bits() % 6;
-        const float* const hanging = n % 4 < 2 ? tails.data() : nullptr;
-        float largest = 1, byText = 1;
-        const size_t frames = SteadyFramesText(x.data(), hanging, stride, count, peak, &byText);
-        ASSERT_EQ(Call(SoftSteadyFrames, x.data(), hanging, stride, count, peak, &largest), frames);
-        ASSERT_EQ(largest, byText);
-    }
-    const SampleGain gain(-1.4F);
-    gains = {0.3F, -0.0F, 1.1F, INFINITY};
-    EXPECT_EQ(Call(SoftAmplify, gains.data(), size_t{4}, &gain), 3U);
-    EXPECT_EQ(Call(SoftAmplify, gains.data(), size_t{3}, &gain), 3U);
-    const float x[] = {0.5F, -0.5F, 0, 0.9F}, y[] = {0.3F, 0.3F, 1, 0.9F};
-    int16_t out[] = {1, 2, 3, 4, 5};
-    EXPECT_EQ(Call(SoftShortProducts, &x[0], &y[0], &out[0], size_t{4}, 0x640000), 3U);
-    EXPECT_EQ(std::to_array(out), (std::array<int16_t, 5>{4915, -4915, 0, 4, 5}));
 }
 
 // A block's samples, zeros among them, some that can't enter; tails of every kind beside any sum.
