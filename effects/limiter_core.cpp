@@ -88,7 +88,9 @@ bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
 
 template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::Limiting() const {
-    return std::any_of(std::begin(state.age), std::end(state.age), [](int32_t a) { return a > 0; });
+    int32_t any = 0;
+    for (const int32_t age : state.age) any |= age;
+    return any != 0;
 }
 
 // Whether a step toward unity returns the state that it got.

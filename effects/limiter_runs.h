@@ -92,7 +92,7 @@ void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32
     } else if (AnyAbove(samples, size_t{count} * kChannels)) {
         ForgetWindow();
         RunGains<GainRun>(samples, count, gains, runner);
-    } else if (AtRest()) {
+    } else if (!Arithmetic::kInSteadyRuns && AtRest()) {
         for (uint32_t i = 0; i < count; ++i)
             std::memcpy(gains + i * kChannels, state.gain, sizeof state.gain);
         runner();

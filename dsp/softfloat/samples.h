@@ -112,7 +112,7 @@ public:
     // False if the output exceeds the gate or isn't below 1. 0 <= gain <= 1.
     [[gnu::always_inline]] bool Make(float x, float gain, int16_t* out) const {
         const uint32_t a = std::bit_cast<uint32_t>(x), b = std::bit_cast<uint32_t>(gain);
-        const uint32_t down = kUnits - (a << 1U >> 24U) - (b >> 23U);
+        const uint32_t down = Down(x, gain);
         if (down - 8 < 24) [[likely]] {
             const uint64_t product = uint64_t{a << 8U | 0x80000000U} * (b << 8U | 0x80000000U);
             const uint32_t part = static_cast<uint32_t>(product >> 32U) >> down;  // of x * gain
@@ -124,7 +124,7 @@ public:
                 return true;
             }
         }
-        return MakeExactly(x, gain, down, out);
+        return MakeExactly(x, gain, out);
     }
 
     // Of as many until one is false; returns how many were made.
@@ -133,8 +133,10 @@ public:
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
             n += SoftShortProducts(x + n, gains + n, out + n, count - n, limit);
             if (n == count) break;
-#endif
+            if (!MakeExactly(x[n], gains[n], out + n)) return n;
+#else
             if (!Make(x[n], gains[n], out + n)) return n;
+#endif
         }
         return count;
     }
@@ -147,8 +149,12 @@ private:
     // 2^-23.
     static constexpr uint32_t kUnits = 261;
 
-    bool MakeExactly(float x, float gain, uint32_t down, int16_t* out) const {
-        if (down - 32 < kUnits && limit > 0) {  // less than 2^-22
+    static uint32_t Down(float x, float gain) {
+        const uint32_t a = std::bit_cast<uint32_t>(x), b = std::bit_cast<uint32_t>(gain);
+        return kUnits - (a << 1U >> 24U) - (b >> 23U);
+    }
+    bool MakeExactly(float x, float gain, int16_t* out) const {
+        if (Down(x, gain) - 32 < kUnits && limit > 0) {  // less than 2^-22
             *out = 0;
             return true;
         }
