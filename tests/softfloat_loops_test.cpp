@@ -9,10 +9,8 @@
 #include "dsp/softfloat/butterfly_groups.h"
 #include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/spectrum_product.h"
+#include "routine_call.h"
 #include "signals.h"
-
-extern "C" uint32_t ChangedRegisters(const void* routine, const uint32_t* arguments,
-                                     uint32_t* result);
 
 namespace {
 
@@ -82,24 +80,6 @@ public:
 private:
     std::vector<Value> all;
 };
-
-// A word of each argument.
-template <typename Argument>
-uint32_t Word(Argument argument) {
-    uint32_t word = 0;
-    static_assert(sizeof argument <= sizeof word);
-    std::memcpy(&word, &argument, sizeof argument);
-    return word;
-}
-
-// The routine's result; fails if a register or the stack pointer came back changed.
-template <typename Result, typename... Parameters, typename... Arguments>
-uint32_t Call(Result (*routine)(Parameters...), Arguments... arguments) {
-    const std::array<uint32_t, 6> words = {Word<Parameters>(arguments)...};
-    uint32_t result = 0;
-    EXPECT_EQ(ChangedRegisters(reinterpret_cast<const void*>(routine), words.data(), &result), 0U);
-    return result;
-}
 
 // A sum that samples can have.
 SoftFloat WholeUnits(SoftFloat sum) {

@@ -6,6 +6,7 @@
 
 #include "dsp/lanes.h"
 #include "dsp/runs.h"
+#include "dsp/softfloat/samples.h"
 #include "effects/limiter_runs.h"
 
 namespace {
@@ -23,6 +24,7 @@ void ForEachDefault(Apply apply) {
 }
 
 void Amplify(float* samples, size_t count, float gain) {
+    if constexpr (kSoftFloat) return SoftAmplified(samples, count, gain);
     ForLanes<float>(count,
                     [=]<typename V>(size_t i) { Store(samples + i, Load<V>(samples + i) * gain); });
 }
