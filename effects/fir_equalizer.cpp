@@ -186,7 +186,8 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
     if (!Processes()) return;
     if constexpr (kHasCore) {
         if (state->usesCore) {
-            const size_t done = state->core.Process(samples, frames, channels, state->bandGains);
+            const size_t done =
+                state->core.Process(nullptr, samples, frames, channels, state->bandGains);
             if (done == frames) return;
             LeaveCore(*state, channels);
             samples += done * channels;
@@ -202,6 +203,16 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
         samples += size_t{count} * channels;
         frames -= count;
     }
+}
+
+template <typename Sample, typename Real>
+bool FIREqualizer<Sample, Real>::ProcessFromShort(const int16_t* in, float* out,
+                                                  unsigned int frames) {
+    if constexpr (kHasCore) {
+        if (Processes() && state->usesCore)
+            return state->core.Process(in, out, frames, channels, state->bandGains) == frames;
+    }
+    return false;
 }
 
 template <typename Sample, typename Real>

@@ -170,6 +170,7 @@ bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
 void Chain::Begin(const int16_t* in, int16_t* out, float* samples, uint32_t frames) {
     if (!Equalizer::kRunsBeside || channels != 2) {
         playbackGain->Process(in, out, frames);
+        if (equalizer->ProcessFromShort(out, samples, frames)) return;
         waveBuffer->Short2Float(out, samples, frames);
         equalizer->Process(samples, frames);
         return;
