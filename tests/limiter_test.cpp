@@ -35,6 +35,13 @@ struct Scan {
     }
 };
 
+float NextAbove(float x) {
+    return std::nextafterf(x, kInfinity);
+}
+int32_t NextAbove(int32_t x) {
+    return x + 1;
+}
+
 template <typename A>
 class LimiterTest : public testing::Test {};
 using Limiters = testing::Types<FloatLimiting, Q24Limiting>;
@@ -56,9 +63,9 @@ TEST(Limiter, HasTheOutputsOfItsConstants) {
     }
 }
 
-// Random histories: bursts, rests, steady and sparse levels, different in each channel; gates moved
-// at any time, resets; samples one by one, in runs, and in frames. No output exceeds the gate; a
-// gate that is none silences.
+// Random histories: bursts, rests, steady and sparse levels, different in each channel; samples at
+// the gate and just beyond, gates moved at any time, resets; samples one by one, in runs, and in
+// frames. No output exceeds the gate; a gate that is none silences.
 TYPED_TEST(LimiterTest, FollowsTheLargestSampleSinceLimitingBegan) {
     using A = TypeParam;
     using T = typename A::Sample;
@@ -84,10 +91,13 @@ TYPED_TEST(LimiterTest, FollowsTheLargestSampleSinceLimitingBegan) {
         const double levels[] = {kLevels[random() % std::size(kLevels)] * A::kUnity,
                                  kLevels[random() % std::size(kLevels)] * A::kUnity};
         auto stereo = Noise<T>(size_t{2} * frames, 1 * A::kUnity, turn), expected = stereo;
+        const T gate = std::min<T>(scans[0].gate, 100 * A::kUnity), beyond = NextAbove(gate);
+        const T edges[] = {gate, -gate, beyond, -beyond};
         for (size_t i = 0; i < stereo.size(); ++i) {
             const double level = levels[i % 2], shape = static_cast<double>(stereo[i]) / A::kUnity;
             const bool sounds = (turn + i) % 3 != 0 || random() % 16 == 0;
             stereo[i] = static_cast<T>(turn % 3 == 0 ? level : sounds ? level * shape : 0 * shape);
+            if (turn % 8 == 1) stereo[i] = random() % 8 == 0 ? edges[random() % 4] : 0;
             expected[i] = scans[i % 2].Process(stereo[i]);
             ASSERT_LE(A::Magnitude(expected[i]),
                       static_cast<double>(scans[0].gate) * (1 + 0x1p-23));
