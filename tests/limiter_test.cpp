@@ -69,7 +69,8 @@ TEST(Limiter, HasTheOutputsOfItsConstants) {
 TYPED_TEST(LimiterTest, FollowsTheLargestSampleSinceLimitingBegan) {
     using A = TypeParam;
     using T = typename A::Sample;
-    constexpr float kGates[] = {0.9999F, 0.5F, 0.3F, 1, 0.01F, 0, -0.0F, -1, kNan, kInfinity};
+    constexpr float kGates[] = {0.9999F, 0.5F,  0.3F, 1,    0.01F,    3e-7F,
+                                0,       -0.0F, -1,   kNan, kInfinity};
     constexpr double kLevels[] = {0, 1e-30, 0.29, 0.4, 0.8, 3, 40, A::kUnity == 1 ? 1e9 : 127};
     std::conditional_t<A::kUnity == 1, Limiter, Limiter_FP> limiter;
     FrameLimiter<A> frameLimiter;
