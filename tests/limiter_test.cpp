@@ -98,7 +98,7 @@ TYPED_TEST(LimiterTest, FollowsTheLargestSampleSinceLimitingBegan) {
             const double level = levels[i % 2], shape = static_cast<double>(stereo[i]) / A::kUnity;
             const bool sounds = (turn + i) % 3 != 0 || random() % 16 == 0;
             stereo[i] = static_cast<T>(turn % 3 == 0 ? level : sounds ? level * shape : 0 * shape);
-            if (turn % 8 == 1) stereo[i] = random() % 8 == 0 ? edges[random() % 4] : 0;
+            if (turn % 4 == 1) stereo[i] = random() % 128 == 0 ? edges[random() % 4] : 0;
             expected[i] = scans[i % 2].Process(stereo[i]);
             ASSERT_LE(A::Magnitude(expected[i]),
                       static_cast<double>(scans[0].gate) * (1 + 0x1p-23));
