@@ -52,13 +52,16 @@ TYPED_TEST_SUITE(LimiterTest, Limiters);
 // A sample for ever, or one after ten zeros.
 TEST(Limiter, HasTheOutputsOfItsConstants) {
     Limiter rest, limited, pulse;
-    Limiter_FP restFp, pulseFp, lowest;
+    Limiter_FP restFp, pulseFp, lowest, atGate, beyondGate;
+    for (Limiter_FP* limiter : {&atGate, &beyondGate}) limiter->SetGate(3e-7F);  // 5 units
     for (int n = 0; n < 1000; ++n) {
         ASSERT_EQ(rest.Process(0.5F), n < 255 ? 0 : 0.49900126F) << n;
         ASSERT_FLOAT_EQ(limited.Process(1.5F), n < 255 ? 0 : 0x1.feed2p-1F) << n;
         ASSERT_FLOAT_EQ(pulse.Process(n == 10 ? 2.0F : 0.0F), n == 265 ? 0.9979025F : 0) << n;
         ASSERT_EQ(restFp.Process(8388608), n < 255 ? 0 : 8371849) << n;
         ASSERT_EQ(lowest.Process(n == 10 ? INT32_MIN : 0), n == 265 ? -16742272 : 0) << n;
+        ASSERT_EQ(atGate.Process(n == 10 ? 5 : 0), n == 265 ? 4 : 0) << n;
+        ASSERT_EQ(beyondGate.Process(n == 10 ? 6 : 0), n == 265 ? 4 : 0) << n;
         ASSERT_EQ(pulseFp.Process(n == 10 ? 33554432 : 0), n == 265 ? 16743678 : 0) << n;
     }
 }
