@@ -54,6 +54,10 @@ public:
     // above.
     void Process(float* samples, unsigned int frames);
 
+    // Where floats are unpacked, Process from 16 bits, as after their conversion to floats in
+    // `out`. False, with nothing done, if it left them alone or where floats aren't, and elsewhere.
+    ORVANE_LOCAL bool ProcessFromShort(const int16_t* in, float* out, unsigned int frames);
+
     // Process in steps, for a chain that runs the sums beside another recurrence: up to kChunk
     // stereo frames are taken in, their sums run (dsp/runs.h), their bands added up. Left alone, as
     // by Process, nothing is run. Not where floats are unpacked or there are no vectors.

@@ -8,11 +8,10 @@
 #include "dsp/softfloat/block_ends.h"
 #include "dsp/softfloat/butterfly_groups.h"
 #include "dsp/softfloat/contour_mix.h"
+#include "dsp/softfloat/equalizer_ends.h"
 #include "dsp/softfloat/spectrum_product.h"
+#include "routine_call.h"
 #include "signals.h"
-
-extern "C" uint32_t ChangedRegisters(const void* routine, const uint32_t* arguments,
-                                     uint32_t* result);
 
 namespace {
 
@@ -82,24 +81,6 @@ public:
 private:
     std::vector<Value> all;
 };
-
-// A word of each argument.
-template <typename Argument>
-uint32_t Word(Argument argument) {
-    uint32_t word = 0;
-    static_assert(sizeof argument <= sizeof word);
-    std::memcpy(&word, &argument, sizeof argument);
-    return word;
-}
-
-// The routine's result; fails if a register or the stack pointer came back changed.
-template <typename Result, typename... Parameters, typename... Arguments>
-uint32_t Call(Result (*routine)(Parameters...), Arguments... arguments) {
-    const std::array<uint32_t, 6> words = {Word<Parameters>(arguments)...};
-    uint32_t result = 0;
-    EXPECT_EQ(ChangedRegisters(reinterpret_cast<const void*>(routine), words.data(), &result), 0U);
-    return result;
-}
 
 // A sum that samples can have.
 SoftFloat WholeUnits(SoftFloat sum) {
@@ -234,6 +215,33 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirText) {
              &after, frames);
         ASSERT_EQ(got.Difference(expected), -1) << n;
         ASSERT_TRUE(Same(before.sum, after.sum)) << n;
+    }
+}
+
+// Every short, in either channel, and what the bands leave; both beside what must stay.
+TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirTexts) {
+    Numbers numbers(6);
+    for (int n = 0; n < 3000; ++n) {
+        const size_t channels = 1 + numbers.Bits() % 2,
+                     frames = n == 0 ? 65536 : 1 + numbers.Bits() % 9;
+        std::vector<int16_t> shorts;
+        for (size_t i = 0; i < frames * channels; ++i)
+            shorts.push_back(static_cast<int16_t>(n == 0 ? i / channels : numbers.Bits() % 3));
+        std::vector<int32_t> units(frames + 2, 5), unitsByText = units;
+        const int32_t any = TakeShortsText(shorts.data(), &unitsByText[1], frames, channels);
+        ASSERT_EQ(Call(SoftTakeShorts, shorts.data(), &units[1], frames, channels),
+                  static_cast<uint32_t>(any));
+        ASSERT_EQ(units, unitsByText);
+
+        const auto next = [&] { return numbers.Next(Centre(numbers, n) + 50); };
+        std::vector<AverageRow> rows;
+        for (size_t i = 0; i < frames; ++i) rows.push_back({next(), next()});
+        if (n % 8 == 0) rows[0] = {{0, -32}, {0, 0}};
+        const SoftFactor gain = numbers.Factor();
+        std::vector<float> out(frames * channels + 1, 5), byText = out;
+        FinishRowsText(rows.data(), &gain, byText.data(), frames, channels);
+        Call(SoftFinishRows, rows.data(), &gain, out.data(), frames, channels);
+        ASSERT_EQ(out, byText) << n;
     }
 }
 

@@ -7,7 +7,6 @@
 #include "dsp/softfloat/band_convolver.h"
 #include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/samples.h"
-#include "effects/limiter_arithmetic.h"
 #include "signals.h"
 
 namespace {
@@ -79,37 +78,6 @@ TEST(SoftFloat, ConvertsSamplesAsFloatsDo) {
         for (const float x : {value / 32767, std::nextafter(value / 32767, 2.0F),
                               std::nextafter(value / 32767, -2.0F), value * 0x1p-31F})
             ASSERT_EQ(SoftTruncated(x, 32767), static_cast<int>(x * 32767)) << x;
-    }
-}
-
-// Everywhere, beside whole numbers, beside the gate.
-TEST(SoftFloat, MakesShortsOfProductsAsFloatsDo) {
-    std::mt19937 random(1);
-    for (const float gate : {0.0F, 0x1p-140F, 0.01F, 0.8F, 0.9999F, 1.0F, 1e7F}) {
-        const ShortProducts products(gate);
-        for (int i = 0; i < 40000; ++i) {
-            const float gain = 1 - std::ldexp(static_cast<float>(random() % 65536), -16);
-            const float whole = static_cast<float>(random() % 65536) / 32767 - 1;
-            const float near = i % 3 == 0 ? gate : whole;
-            const float moved = std::nextafter(near, i % 2 == 0 ? 2.0F : -2.0F);
-            const float aimed = i % 4 < 2 ? near / gain : moved / gain;
-            const float x = i % 5 != 0 ? aimed : std::ldexp(whole, -static_cast<int>(i % 160));
-            const float output = x * gain;
-            int16_t got = 0;
-            const bool made = products.Make(x, gain, &got);
-            ASSERT_EQ(made, std::abs(output) <= gate && std::abs(output) < 1) << x << " " << gain;
-            if (!made) continue;
-            ASSERT_EQ(got, static_cast<int16_t>(output * 32767)) << x << " " << gain;
-        }
-    }
-}
-
-TEST(ShortQuotient, IsTheTruncatedOneOf64Bits) {
-    std::mt19937 random(1);
-    const auto next = [&random] { return static_cast<int32_t>(random() >> (1 + random() % 31)); };
-    for (int i = 0; i < 100000; ++i) {
-        const int32_t peak = std::max(next(), 1), gate = i % 4 == 0 ? peak / 2 : next() % peak;
-        ASSERT_EQ(ShortQuotient(gate, peak), (int64_t{gate} << 24) / peak) << gate << " " << peak;
     }
 }
 

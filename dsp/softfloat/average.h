@@ -23,6 +23,10 @@
     return softfloat::Rounded(softfloat::ShiftedWithSticky(whole, 1) + (x >> 1), 1);
 }
 
+// What the exponents of outputs are raised by, as numbers (number.h): the exponent field of a float
+// is then at hand when a sum of them has been normalised.
+inline constexpr int32_t kOutputRaised = 48;
+
 // Sums of k samples, not divided by k: what an average lacks is a power of 2 and lies in the gains.
 struct AverageRow {
     SoftFloat sum;     // in: of the narrower average, out: of this one, twice as wide

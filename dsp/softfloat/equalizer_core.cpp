@@ -4,6 +4,7 @@
 #include <bit>
 
 #include "dsp/softfloat/average.h"
+#include "dsp/softfloat/equalizer_ends.h"
 
 namespace {
 
@@ -16,22 +17,6 @@ constexpr SoftFloat kNothing = {0, -32};
 float Packed(SoftFloat inUnits) {
     const SoftFloat v = {inUnits.m, inUnits.e + kUnitExponent};
     return std::bit_cast<float>(softfloat::Pack(v));
-}
-
-// The float with these bits in units. False if it isn't a multiple, or is 1.5 or more.
-bool ToUnits(uint32_t bits, int32_t& units) {
-    constexpr int32_t kWhole = 127 + 23 - kUnitBits;  // exponent of a significand in units
-    const uint32_t magnitude = bits & INT32_MAX;
-    if (magnitude >= std::bit_cast<uint32_t>(1.5F)) return false;
-    const auto significand = static_cast<int32_t>((magnitude & 0x7fffffU) | 0x800000U);
-    const int32_t up = static_cast<int32_t>(magnitude >> 23U) - kWhole, down = std::min(-up, 31);
-    const int32_t whole = up >= 0 ? significand << up : significand >> down;
-    if (up < 0 && whole << down != significand) {
-        units = 0;
-        return magnitude == 0;
-    }
-    units = static_cast<int32_t>(bits) < 0 ? -whole : whole;
-    return true;
 }
 
 // A sample has 24 significant bits, so one of 2^30 and more is even.
@@ -64,11 +49,14 @@ void SoftEqualizerCore::MakeRoom(size_t frames) {
     end = kHistory;
 }
 
-// Behind the history, which ends where it did.
-bool SoftEqualizerCore::Take(const float* samples, size_t frames, size_t channels) {
+// Behind the history, which ends where it did. From 16 bits if `shorts` are given.
+bool SoftEqualizerCore::Take(const int16_t* shorts, const float* samples, size_t frames,
+                             size_t channels) {
     MakeRoom(frames);
     int32_t any = 0;
-    for (size_t c = 0; c < channels; ++c) {
+    for (size_t c = 0; shorts != nullptr && c < channels; ++c)
+        any |= TakeShorts(shorts + c, history[c] + end, frames, channels);
+    for (size_t c = 0; shorts == nullptr && c < channels; ++c) {
         for (size_t n = 0; n < frames; ++n) {
             int32_t& units = history[c][end + n];
             if (!ToUnits(std::bit_cast<uint32_t>(samples[n * channels + c]), units)) return false;
@@ -79,27 +67,28 @@ bool SoftEqualizerCore::Take(const float* samples, size_t frames, size_t channel
     return true;
 }
 
-size_t SoftEqualizerCore::Process(float* samples, size_t frames, size_t channels,
-                                  const float* gains) {
+size_t SoftEqualizerCore::Process(const int16_t* shorts, float* samples, size_t frames,
+                                  size_t channels, const float* gains) {
     // Sums stand for averages of 2, 4 ... samples.
     SoftFactor factors[kBands];
     for (size_t j = 0; j < kBands; ++j) {
         if (!softfloat::CanBeFactor(gains[j])) return 0;
         factors[j] = softfloat::FactorOf(gains[j]);
+        factors[j].e += kUnitExponent + kOutputRaised;
         factors[j].e -= static_cast<int32_t>(std::min(j + 1, kAverages));
     }
     size_t done = 0;
     while (done < frames) {
         const size_t count = std::min(frames - done, kChunk);
         float* const chunk = samples + done * channels;
-        if (!Take(chunk, count, channels)) break;
+        const int16_t* const taken = shorts != nullptr ? shorts + done * channels : nullptr;
+        if (!Take(taken, chunk, count, channels)) break;
         // If only silence enters and leaves the sums, they and the outputs stay as they are.
         const size_t different = silent >= kHistory + count ? 1 : count;
         for (size_t c = 0; c < channels; ++c) {
             AverageRow rows[kChunk];
             ProcessChunk(c, different, factors, rows);
-            for (size_t n = 0; n < different; ++n)
-                chunk[n * channels + c] = Packed(factors[kAverages] * rows[n].sum + rows[n].output);
+            FinishRows(rows, &factors[kAverages], chunk + c, different, channels);
             for (size_t n = different; n < count; ++n) chunk[n * channels + c] = chunk[c];
         }
         end += count;

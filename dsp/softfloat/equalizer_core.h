@@ -24,9 +24,12 @@ public:
     // Silence everywhere.
     void Reset();
 
-    // In place, `frames` frames of `channels` interleaved samples; gains from the top band down.
-    // Returns the frames before the first chunk that has what can't be held, and stays as it is.
-    size_t Process(float* samples, size_t frames, size_t channels, const float* gains);
+    // `frames` frames of `channels` interleaved samples, in place or, if `shorts` are given, from
+    // them, as after conversion; gains from the top band down. Returns the frames before the first
+    // chunk that has what can't be held, and stays as it is: all of them if shorts are given and
+    // the gains fit, else none.
+    size_t Process(const int16_t* shorts, float* samples, size_t frames, size_t channels,
+                   const float* gains);
 
     // For a change to the plain form: the sample of `ago` frames (1: the newest, at most 512), and
     // the sum of average k.
@@ -38,7 +41,7 @@ private:
     static constexpr size_t kRoom = 512;  // frames between two moves of the history
     static constexpr size_t kHistory = 2 * kReach;
 
-    bool Take(const float* samples, size_t frames, size_t channels);
+    bool Take(const int16_t* shorts, const float* samples, size_t frames, size_t channels);
     void ProcessChunk(size_t channel, size_t frames, const SoftFactor* gains, AverageRow* rows);
     void MakeRoom(size_t frames);
 

@@ -1,0 +1,72 @@
+#include "dsp/softfloat/arm.inc"
+
+@ int32_t SoftTakeShorts(const int16_t* samples, int32_t* units, size_t frames, size_t channels)
+@ The loop of TakeShortsText (equalizer_ends.h). docs/soft-float.md, "The equalizer's ends".
+@   in    r0 samples, r1 units, r2 frames, at least 1; r3 channels
+@   uses  r4, r5 half of the last of 9 bits, less one, and all below it; r12 the units or-ed together
+@   out   r0 them
+routine SoftTakeShorts
+    push    {r4-r8, lr}
+    mvn     r5, #0
+    mov     r4, r5, lsr #12
+    mov     r5, r5, lsr #11
+    mov     r3, r3, lsl #1
+    mov     r12, #0
+.LtakeNext:
+    ldrsh   r6, [r0], r3
+    eor     lr, r6, r6, lsl #2
+    clz     lr, lr
+    mov     r7, r6, lsl lr
+    movs    r8, r7, lsr #22         @ the last kept bit is the carry
+    adc     r7, r7, r4
+    bic     r7, r7, r5
+    mov     r7, r7, asr lr
+    add     r6, r7, r6, lsl #15
+    orr     r12, r12, r6
+    str     r6, [r1], #4
+    subs    r2, r2, #1
+    bne     .LtakeNext
+    mov     r0, r12
+    pop     {r4-r8, pc}
+endroutine SoftTakeShorts
+
+@ void SoftFinishRows(const AverageRow* rows, const SoftFactor* gain, float* samples, size_t frames,
+@                     size_t channels)
+@ The loop of FinishRowsText (equalizer_ends.h). docs/soft-float.md, "The equalizer's ends".
+@   in    r0 rows, r1 gain, r2 samples, r3 frames, at least 1; stack: channels
+@   uses  r4, r5 the output; r6 from a sample to the next; r7 where rows end; r10, r11 the gain
+routine SoftFinishRows
+    push    {r4-r11, lr}
+    ldr     r6, [sp, #36]
+    ldrd    r10, r11, [r1]
+    mov     r1, r2
+    add     r7, r0, r3, lsl #4
+    mov     r6, r6, lsl #2
+    add     r11, r11, #3            @ of align
+.LfinishNext:
+    ldrd    r2, r3, [r0], #8
+    product r2, r3, r2, r3, fm=r10, fe=r11
+    ldrd    r4, r5, [r0], #8
+    align   r2, r3, r4, r5, .LfarFinish, carried=1
+    add     r4, r9, r2, asr #3
+    ands    r8, r4, #0x80000000
+    rsbmi   r4, r4, #0
+    clz     r9, r4
+    mov     r4, r4, lsl r9
+    movs    r4, r4, lsr #1
+    sub     r3, r3, r9
+    moveq   r3, #0
+    movs    lr, r4, lsr #8
+    adc     r4, r4, #63
+    mov     r4, r4, lsr #7
+    add     r4, r4, r3, lsl #23     @ 2^23 makes the field one more, 2^24 two
+    orr     r4, r4, r8
+    str     r4, [r1], r6
+    cmp     r0, r7
+    bne     .LfinishNext
+    pop     {r4-r11, pc}
+endroutine SoftFinishRows
+
+routine SoftFinishFar
+    farout  .LfarFinish, r2, r3, r4, r5
+endroutine SoftFinishFar
