@@ -20,6 +20,7 @@ set(ORVANE_SOURCES
   effects/orvane_sound.cpp
   effects/orvane_sound_block.cpp
   effects/playback_gain.cpp
+  effects/steady_gains.cpp
   host/effect.cpp
   host/entry_points.cpp
   host/reply.cpp

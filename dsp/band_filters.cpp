@@ -4,7 +4,6 @@
 #include <cmath>
 #include <utility>
 
-#include "dsp/arm_state.h"
 #include "dsp/fir_window.h"
 
 namespace {
@@ -62,8 +61,7 @@ void Multiply(Planar<T> x, Planar<T> factors, Planar<T> low, Planar<T> out, size
 
 // Adds what the block before left, keeps what this one leaves for the next.
 template <typename T>
-ORVANE_ARM_STATE void AddTail(Planar<T> band, size_t blockPairs, Planar<T> tail, size_t tailPairs,
-                              bool primed) {
+void AddTail(Planar<T> band, size_t blockPairs, Planar<T> tail, size_t tailPairs, bool primed) {
     ForLanes<T>(tailPairs, [=]<typename V>(size_t q) {
         if (primed) {
             const Complex<V> a = LoadAt<V>(band, q), b = LoadAt<V>(tail, q);

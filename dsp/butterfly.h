@@ -4,8 +4,9 @@
 //   x0 = A + B     x1 = A - B       x2 = C + D     x3 = C - D
 //   y0 = x0 + x2   y1 = x1 + i x3   y2 = x0 - x2   y3 = x1 - i x3
 //
-// V has + and -, and SumAndDifference where it forms both at once more cheaply; F, the kind of the
-// constant factors, has F * V. Every sum, difference and product is rounded by itself, as written.
+// V has + and -, and SumAndDifference where it forms both at once more cheaply, StagePair where it
+// is cheaper still to know which number comes first in a stage; F, the kind of the constant
+// factors, has F * V. Every sum, difference and product is rounded by itself, as written.
 #pragma once
 #include <cstddef>
 
@@ -24,14 +25,14 @@ ORVANE_LANE_INLINE SumDifference<V> SumAndDifference(V a, V b) {
     return {a + b, a - b};
 }
 
-// What the second pair's sums and differences are held as: a kind of number that is cheaper to add.
+// The same of numbers `span` or 2 `span` apart, `first` before `second`; and with second - first.
 template <typename V>
-struct LoweredOf {
-    using Type = V;
-};
+ORVANE_LANE_INLINE SumDifference<V> StagePair(V first, V second) {
+    return SumAndDifference(first, second);
+}
 template <typename V>
-ORVANE_LANE_INLINE V Lowered(V v) {
-    return v;
+ORVANE_LANE_INLINE SumDifference<V> BackwardStagePair(V first, V second) {
+    return SumAndDifference(second, first);
 }
 
 // y turned and scaled by w.
@@ -65,31 +66,24 @@ struct Radix4 {
 
 template <typename V>
 struct HalfRadix4 {
-    using Second = typename LoweredOf<V>::Type;
     ORVANE_LANE_INLINE HalfRadix4(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D) {
-        Set(x0.re, x1.re, SumAndDifference(A.re, B.re));
-        Set(x0.im, x1.im, SumAndDifference(A.im, B.im));
-        SetSecond(x2.re, x3.re, SumAndDifference(C.re, D.re));
-        SetSecond(x2.im, x3.im, SumAndDifference(C.im, D.im));
+        Set(x0.re, x1.re, StagePair(A.re, B.re));
+        Set(x0.im, x1.im, StagePair(A.im, B.im));
+        Set(x2.re, x3.re, StagePair(C.re, D.re));
+        Set(x2.im, x3.im, StagePair(C.im, D.im));
     }
     ORVANE_LANE_INLINE static void Set(V& sum, V& difference, SumDifference<V> both) {
         sum = both.sum;
         difference = both.difference;
     }
-    ORVANE_LANE_INLINE static void SetSecond(Second& sum, Second& difference,
-                                             SumDifference<V> both) {
-        sum = Lowered(both.sum);
-        difference = Lowered(both.difference);
-    }
-    Complex<V> x0, x1;
-    Complex<Second> x2, x3;
+    Complex<V> x0, x1, x2, x3;
 };
 
 template <typename V>
 ORVANE_LANE_INLINE Radix4<V> Untwiddled(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D) {
     const HalfRadix4<V> h(A, B, C, D);
-    const auto re02 = SumAndDifference(h.x0.re, h.x2.re), im02 = SumAndDifference(h.x0.im, h.x2.im);
-    const auto re13 = SumAndDifference(h.x1.re, h.x3.im), im13 = SumAndDifference(h.x1.im, h.x3.re);
+    const auto re02 = StagePair(h.x0.re, h.x2.re), im02 = StagePair(h.x0.im, h.x2.im);
+    const auto re13 = StagePair(h.x1.re, h.x3.im), im13 = StagePair(h.x1.im, h.x3.re);
     return {{re02.sum, im02.sum},
             {re13.difference, im13.sum},
             {re02.difference, im02.difference},
@@ -108,8 +102,8 @@ template <typename V, typename F>
 ORVANE_LANE_INLINE Radix4<V> EighthTurn(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D,
                                         F u) {
     const HalfRadix4<V> h(A, B, C, D);
-    const auto re02 = SumAndDifference(h.x0.re, h.x2.re), im20 = SumAndDifference(h.x2.im, h.x0.im);
-    const auto re13 = SumAndDifference(h.x1.re, h.x3.im), im31 = SumAndDifference(h.x3.re, h.x1.im);
+    const auto re02 = StagePair(h.x0.re, h.x2.re), im20 = BackwardStagePair(h.x0.im, h.x2.im);
+    const auto re13 = StagePair(h.x1.re, h.x3.im), im31 = BackwardStagePair(h.x1.im, h.x3.re);
     const auto y1 = SumAndDifference(re13.difference, im31.sum);
     const auto y3 = SumAndDifference(im31.difference, re13.sum);
     return {{re02.sum, im20.sum},

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <iterator>
 
 #include "dsp/owned_array.h"
 
@@ -10,16 +11,33 @@ namespace {
 constexpr double kPi = 3.141592653589793;
 // The doubles nearest to 2 pi, 4 pi, 6 pi and 8 pi.
 constexpr double kTwoPi = 6.283185307179586;
-constexpr double kFourPi = 12.566370614359172;
-constexpr double kSixPi = 0x1.2d97c7f3321d2p+4;
-constexpr double kEightPi = 25.132741228718345;
+constexpr double kTurns[] = {kTwoPi, 12.566370614359172, 0x1.2d97c7f3321d2p+4, 25.132741228718345};
+
+// Windows that are sums of cosines: the constant, then the factor of each; a 0 ends them.
+struct CosineSum {
+    int windowType;
+    double factors[1 + std::size(kTurns)];
+};
+constexpr CosineSum kCosineSums[] = {
+    {2, {0.53836, -0.46164}},
+    {10, {0.42, -0.5, 0.08}},
+    {11, {0.355768, -0.487396, 0.144232, -0.012604}},
+    {12, {0.35875, -0.48829, 0.14128, -0.01168}},
+    {13, {0.3635819, -0.4891755, 0.1365995, -0.0106411}},
+    {14, {1, -1.93, 1.29, -0.388, 0.032}},
+};
 
 // Weight n of a window of N weights; M is N - 1, at least 1.
 double Weight(int windowType, double n, double N, double M) {
     const auto cosine = [n, M](double turns) { return std::cos(n * turns / M); };
+    for (const CosineSum& sum : kCosineSums) {
+        if (sum.windowType != windowType) continue;
+        double weight = sum.factors[0];
+        for (size_t k = 0; k < std::size(kTurns) && sum.factors[k + 1] != 0; ++k)
+            weight += sum.factors[k + 1] * cosine(kTurns[k]);
+        return weight;
+    }
     switch (windowType) {
-        case 2:
-            return 0.53836 - 0.46164 * cosine(kTwoPi);
         case 3:
             return 0.5 * (1 - cosine(kTwoPi));
         case 4:
@@ -39,20 +57,6 @@ double Weight(int windowType, double n, double N, double M) {
         }
         case 9:
             return 0.62 - 0.48 * std::fabs(n / M - 0.5) - 0.38 * cosine(kTwoPi);
-        case 10:
-            return 0.42 - 0.5 * cosine(kTwoPi) + 0.08 * cosine(kFourPi);
-        case 11:
-            return 0.355768 - 0.487396 * cosine(kTwoPi) + 0.144232 * cosine(kFourPi) -
-                   0.012604 * cosine(kSixPi);
-        case 12:
-            return 0.35875 - 0.48829 * cosine(kTwoPi) + 0.14128 * cosine(kFourPi) -
-                   0.01168 * cosine(kSixPi);
-        case 13:
-            return 0.3635819 - 0.4891755 * cosine(kTwoPi) + 0.1365995 * cosine(kFourPi) -
-                   0.0106411 * cosine(kSixPi);
-        case 14:
-            return 1 - 1.93 * cosine(kTwoPi) + 1.29 * cosine(kFourPi) - 0.388 * cosine(kSixPi) +
-                   0.032 * cosine(kEightPi);
         default:
             return 1;
     }

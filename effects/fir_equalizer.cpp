@@ -1,6 +1,7 @@
 #include "effects/fir_equalizer.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -14,20 +15,26 @@ namespace {
 
 // Of sum k. Not 1 / (2 half-width + 1), although that many samples are summed.
 template <typename Real>
-constexpr Real Weight(size_t k) {
-    return Real(0.5) / static_cast<Real>(HalfWidth(k));
-}
+constexpr auto kWeights = [] {
+    std::array<Real, kSums> weights{};
+    for (size_t k = 0; k < kSums; ++k) weights[k] = Real(0.5) / static_cast<Real>(HalfWidth(k));
+    return weights;
+}();
 
 // Outputs for as many neighbouring centres as V has lanes, from the rows of sums.
 template <typename V, size_t kRow, typename Real>
 ORVANE_LANE_INLINE V AddBands(const Real* centre, const Real* rows, const V* gains) {
     V finer = Load<V>(centre), y = V{};
-    ForEachSum([&, rows, gains](auto k) {
-        const V average = Load<V>(rows + k * kRow) * Weight<Real>(k);
+    const auto addBand = [&, rows, gains](auto k) {
+        const V average = Load<V>(rows + k * kRow) * kWeights<Real>[k];
         const V band = gains[k] * (finer - average);
         y = k == 0 ? band : y + band;
         finer = average;
-    });
+    };
+    if constexpr (kSoftFloat)  // as fast where operations are calls, and small
+        for (size_t k = 0; k < kSums; ++k) addBand(k);
+    else
+        ForEachSum(addBand);
     return gains[kSums] * finer + y;
 }
 

@@ -12,7 +12,7 @@
 
 #include "dsp/fixed_point.h"
 #include "dsp/lanes.h"
-#include "dsp/softfloat/number.h"
+#include "dsp/softfloat/limiter.h"
 
 // The law's two recurrences for one channel, or for as many as V has lanes.
 template <typename Arithmetic, typename V>
@@ -35,15 +35,15 @@ struct FloatLimiting {
     static constexpr float kUnity = 1.0F;
     static constexpr float kInitialGate = 0.9999F;
     static constexpr bool kTakesVectors = kLanes > 1 && !kSoftFloat;
+    static constexpr bool kInSteadyRuns = kSoftFloat;  // steady_gains.h
 
     // What isn't a number or is below 0 gives 0.
     static float Gate(float gate) { return gate > 0 ? gate : 0.0F; }
-    // Where floats are unpacked, NaN gives 0, and Greater compares the bits.
     template <typename V>
     [[gnu::always_inline]] static V Magnitude(V x) {
         return Absolute(x);
     }
-    // a > b, lane by lane, of magnitudes.
+    // a > b, lane by lane, of magnitudes; where floats are unpacked by their bits.
     template <typename V>
     [[gnu::always_inline]] static auto Greater(V a, V b) {
         if constexpr (std::is_same_v<V, float> && kSoftFloat)
@@ -68,34 +68,19 @@ struct FloatLimiting {
         for (; count - i >= kLanes; i += kLanes) Store(gains + i, Load(x + i) * Load(gains + i));
         for (; i < count; ++i) gains[i] = Apply(x[i], gains[i]);
     }
-    static constexpr float kSmoothKeep = 0.8999F, kSmoothTake = 0.0999F;
-    static constexpr float kRecoverKeep = 0.9999F, kRecoverStep = 0.0001F;
     template <typename V>
     static V Smooth(V smoothed, V target) {
-        return smoothed * kSmoothKeep + target * kSmoothTake;
+        return smoothed * kLimiterKeep + target * kLimiterTake;
     }
     template <typename V>
     static V Recover(V gain) {
-        return gain * kRecoverKeep + kRecoverStep;
+        return gain * kLimiterRecoverKeep + kLimiterRecoverStep;
     }
-    // gate / peak, 0 <= gate < peak. A peak stays for many samples, which counts where a division
-    // is dear.
+    // gate / peak, 0 <= gate < peak.
     template <typename V>
     struct Quotient {
-        V operator()(V gate, V peak) {
-            if constexpr (std::is_same_v<V, float> && kSoftFloat) {
-                if (std::bit_cast<int32_t>(peak) == std::bit_cast<int32_t>(lastPeak)) return last;
-                lastPeak = peak;
-                return last = gate / peak;
-            } else {
-                return gate / peak;
-            }
-        }
-        V lastPeak = {}, last = {};
+        V operator()(V gate, V peak) { return gate / peak; }
     };
-
-private:
-    static constexpr uint32_t kInfinityBits = 0x7f800000U;
 };
 
 // gate * 2^24 / peak, 0 <= gate < peak: bit by bit, for processors that don't divide 64 bits.
@@ -117,7 +102,7 @@ struct Q24Limiting {
     using Sample = int32_t;
     static constexpr int32_t kUnity = kQ24One;
     static constexpr int32_t kInitialGate = kQ24One - 1;
-    static constexpr bool kTakesVectors = false;
+    static constexpr bool kTakesVectors = false, kInSteadyRuns = false;
 
     static int32_t Gate(float gate) { return gate >= 0 ? ToQ24(static_cast<double>(gate)) : 0; }
     static int32_t Magnitude(int32_t x) { return ::Magnitude(x); }
@@ -156,72 +141,3 @@ struct Q24Limiting {
         int32_t lastPeak = 0, last = 0;
     };
 };
-
-// On unpacked numbers if smoothed target and gain are 2^-40 or more, else on floats. For a run of
-// no more than 64 frames: in that time they fall by less than 2^10, so no product is subnormal that
-// shows beside them.
-struct UnpackedRecurrence {
-    UnpackedRecurrence(float initialSmoothed, float initialGain)
-        : plain{initialSmoothed, initialGain},
-          smoothed(softfloat::Unpack(std::bit_cast<uint32_t>(initialSmoothed))),
-          gain(softfloat::Unpack(std::bit_cast<uint32_t>(initialGain))),
-          unpacked(Fits(initialSmoothed) && Fits(initialGain)) {}
-
-    [[gnu::always_inline]] float Step(float target) {
-        if (!unpacked) [[unlikely]]
-            return plain.Step(target);
-        if (std::bit_cast<int32_t>(target) != lastTarget) [[unlikely]]
-            Take(target);
-        if (!settled) {
-            const SoftFloat next = kSmoothKeep * smoothed + taken;
-            settled = next.m == smoothed.m && next.e == smoothed.e;
-            smoothed = next;
-        }
-        // A gain of less than 63 / 64 recovers, so one that isn't below the smoothed target falls.
-        const bool falls =
-            !Less(gain, smoothed) && gain.e <= kEdge.e && (gain.e < kEdge.e || gain.m < kEdge.m);
-        if (falls) {
-            gain = smoothed;
-        } else {
-            const SoftFloat recovered = kRecoverKeep * gain + kRecoverStep;
-            gain = Less(smoothed, recovered) ? smoothed : recovered;
-        }
-        return Packed(gain);
-    }
-    float Smoothed() const { return unpacked ? Packed(smoothed) : plain.smoothed; }
-    float Gain() const { return unpacked ? Packed(gain) : plain.gain; }
-
-private:
-    static constexpr uint32_t kSmallest = (127U - 40U) << 23U;
-
-    static bool Fits(float v) {
-        const uint32_t bits = std::bit_cast<uint32_t>(v);
-        return bits >= kSmallest && bits < std::bit_cast<uint32_t>(2.0F);
-    }
-    static float Packed(SoftFloat v) { return std::bit_cast<float>(softfloat::Pack(v)); }
-    static bool Less(SoftFloat a, SoftFloat b) { return a.e < b.e || (a.e == b.e && a.m < b.m); }
-
-    void Take(float target) {
-        lastTarget = std::bit_cast<int32_t>(target);
-        settled = false;
-        taken = kSmoothTake * softfloat::Unpack(std::bit_cast<uint32_t>(target));
-    }
-
-    static constexpr SoftFactor kSmoothKeep = softfloat::FactorOf(FloatLimiting::kSmoothKeep);
-    static constexpr SoftFactor kSmoothTake = softfloat::FactorOf(FloatLimiting::kSmoothTake);
-    static constexpr SoftFactor kRecoverKeep = softfloat::FactorOf(FloatLimiting::kRecoverKeep);
-    static constexpr SoftFloat kRecoverStep =
-        softfloat::Unpack(std::bit_cast<uint32_t>(FloatLimiting::kRecoverStep));
-    static constexpr SoftFloat kEdge = softfloat::Unpack(std::bit_cast<uint32_t>(0.984375F));
-
-    GainRecurrence<FloatLimiting, float> plain;
-    SoftFloat smoothed, gain, taken = {};
-    int32_t lastTarget = -1;  // bits; no target is negative
-    bool unpacked;
-    bool settled = false;  // the smoothed target stays as it is
-};
-
-template <typename Arithmetic, typename V>
-using Recurrence = std::conditional_t<kSoftFloat && std::is_same_v<Arithmetic, FloatLimiting> &&
-                                          std::is_same_v<V, float>,
-                                      UnpackedRecurrence, GainRecurrence<Arithmetic, V>>;

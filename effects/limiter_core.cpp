@@ -76,11 +76,8 @@ bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
     MakeGains(samples, count, gains, Alone());
     if constexpr (std::is_same_v<Sample, float>) {
         const ShortProducts products(gate);
-        const Sample* const delayed = Delayed();
-        size_t made = 0;
-        while (made < size && products.Make(delayed[made], gains[made], out + made)) ++made;
-        if (made == size) {
-            Advance(samples, gains, count);
+        if (products.MakeRun(Delayed(), gains, out, size) == size) {
+            Advance(samples, samples, count);
             return true;
         }
     }
@@ -91,7 +88,9 @@ bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
 
 template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::Limiting() const {
-    return std::any_of(std::begin(state.age), std::end(state.age), [](int32_t a) { return a > 0; });
+    int32_t any = 0;
+    for (const int32_t age : state.age) any |= age;
+    return any != 0;
 }
 
 // Whether a step toward unity returns the state that it got.
@@ -214,7 +213,7 @@ void LimiterCore<Arithmetic, kChannels>::Advance(Sample* samples, const Sample* 
     const size_t size = size_t{count} * kChannels;
     if constexpr (kLanes == 1) {
         std::memcpy(newest, samples, size * sizeof(Sample));
-        std::memcpy(samples, output, size * sizeof(Sample));
+        if (output != samples) std::memcpy(samples, output, size * sizeof(Sample));
     } else {
         const auto exchange = [=]<typename V>(V, size_t i) {
             Store(newest + i, Load<V>(samples + i));

@@ -5,6 +5,7 @@
 
 #include "dsp/runs.h"
 #include "effects/limiter_core.h"
+#include "effects/steady_gains.h"
 
 // Frame by frame, for as many channels as V has lanes, from `first` on: the window's peak, its
 // target, the gain.
@@ -48,7 +49,7 @@ struct LimiterCore<Arithmetic, kChannels>::GainRun {
     const Sample* tails;
     Sample* gains;
     V gate, running;
-    Recurrence<Arithmetic, V> recurrence;
+    GainRecurrence<Arithmetic, V> recurrence;
     Ages age;
     typename Arithmetic::template Quotient<V> quotient;
 };
@@ -91,7 +92,7 @@ void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32
     } else if (AnyAbove(samples, size_t{count} * kChannels)) {
         ForgetWindow();
         RunGains<GainRun>(samples, count, gains, runner);
-    } else if (AtRest()) {
+    } else if (!Arithmetic::kInSteadyRuns && AtRest()) {
         for (uint32_t i = 0; i < count; ++i)
             std::memcpy(gains + i * kChannels, state.gain, sizeof state.gain);
         runner();
@@ -104,7 +105,21 @@ template <typename Arithmetic, uint32_t kChannels>
 template <template <typename> typename Run, typename Runner>
 void LimiterCore<Arithmetic, kChannels>::RunGains(const Sample* samples, uint32_t count,
                                                   Sample* gains, Runner runner) {
-    if constexpr (kChannels == 1 || Arithmetic::kTakesVectors) {
+    if constexpr (Arithmetic::kInSteadyRuns) {
+        for (uint32_t c = 0; c < kChannels; ++c) {
+            SteadyGains run = {samples + c,
+                               tails + (InLap() + 1) * kChannels + c,
+                               gains + c,
+                               kChannels,
+                               gate,
+                               state.running[c],
+                               state.smoothed[c],
+                               state.gain[c],
+                               state.age[c]};
+            std::is_same_v<Run<Sample>, RestRun<Sample>> ? run.Rest(count) : run.Limit(count);
+        }
+        runner();
+    } else if constexpr (kChannels == 1 || Arithmetic::kTakesVectors) {
         Run<typename VectorOf<Sample, kChannels>::Type> all(*this, 0, samples, gains);
         runner(all, count);
         all.Keep(state, 0);

@@ -27,7 +27,7 @@ template <typename V>
 template <typename Real>
 struct DelayedBands {
     template <typename V>
-    [[gnu::always_inline]] Complex<V> Mix(size_t q) const {
+    ORVANE_LANE_INLINE Complex<V> Mix(size_t q) const {
         const Complex<V> h = LoadAt<V>(high, q), b = LoadAt<V>(band, q), l = LoadAt<V>(low, q);
         return {Sum(h.re, b.re, l.re), Sum(h.im, b.im, l.im)};
     }

@@ -10,10 +10,8 @@
 #include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/equalizer_ends.h"
 #include "dsp/softfloat/spectrum_product.h"
+#include "routine_call.h"
 #include "signals.h"
-
-extern "C" uint32_t ChangedRegisters(const void* routine, const uint32_t* arguments,
-                                     uint32_t* result);
 
 namespace {
 
@@ -83,24 +81,6 @@ public:
 private:
     std::vector<Value> all;
 };
-
-// A word of each argument.
-template <typename Argument>
-uint32_t Word(Argument argument) {
-    uint32_t word = 0;
-    static_assert(sizeof argument <= sizeof word);
-    std::memcpy(&word, &argument, sizeof argument);
-    return word;
-}
-
-// The routine's result; fails if a register or the stack pointer came back changed.
-template <typename Result, typename... Parameters, typename... Arguments>
-uint32_t Call(Result (*routine)(Parameters...), Arguments... arguments) {
-    const std::array<uint32_t, 6> words = {Word<Parameters>(arguments)...};
-    uint32_t result = 0;
-    EXPECT_EQ(ChangedRegisters(reinterpret_cast<const void*>(routine), words.data(), &result), 0U);
-    return result;
-}
 
 // A sum that samples can have, of `bits` bits, at most 40.
 SampleSum SumOfBits(Numbers& numbers, int32_t bits, int32_t raised) {
@@ -182,7 +162,8 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
         const auto placesIn = [&](Surrounded<Complex<SoftFloat>>& out) {
             std::vector<MirroredPlaces> places;
             for (size_t k = 0; k < half / 2; ++k)
-                places.push_back({w[k], out.begin() + k, out.begin() + half - 1 - k});
+                places.push_back({w[k], out.begin() + half - 1 - k, static_cast<int32_t>(k) * 6 - 9,
+                                  out.begin() + k});
             return places;
         };
         const auto places = placesIn(got), placesByText = placesIn(expected);
@@ -329,13 +310,14 @@ TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirTexts) {
         std::vector<float> re(count), im(count);
         std::generate(re.begin(), re.end(), sample);
         std::generate(im.begin(), im.end(), sample);
-        std::vector<uint16_t> reversed(count);
-        for (size_t q = 0; q < count; ++q) reversed[q] = static_cast<uint16_t>(count - 1 - q);
+        std::vector<TransformPlace> places;
+        for (size_t q = 0; q < count; ++q)
+            places.push_back({static_cast<uint16_t>(count - 1 - q), static_cast<uint16_t>(3 * q)});
         Surrounded<Complex<SoftFloat>> expected(count, [&] { return numbers.NextComplex(centre); });
         auto got = expected;
         const LoadedBlock loaded =
-            LoadBlockText(re.data(), im.data(), reversed.data(), expected.begin(), count);
-        ASSERT_EQ(Call(SoftLoadBlock, re.data(), im.data(), reversed.data(), got.begin(), count),
+            LoadBlockText(re.data(), im.data(), places.data(), expected.begin(), count);
+        ASSERT_EQ(Call(SoftLoadBlock, re.data(), im.data(), places.data(), got.begin(), count),
                   static_cast<uint32_t>(loaded))
             << n;
         ASSERT_EQ(loaded != LoadedBlock::kRefused ? got.Difference(expected) : -1, -1) << n;

@@ -7,7 +7,6 @@
 #include "dsp/softfloat/band_convolver.h"
 #include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/samples.h"
-#include "effects/limiter_arithmetic.h"
 #include "signals.h"
 
 namespace {
@@ -82,37 +81,6 @@ TEST(SoftFloat, ConvertsSamplesAsFloatsDo) {
     }
 }
 
-// Everywhere, beside whole numbers, beside the gate.
-TEST(SoftFloat, MakesShortsOfProductsAsFloatsDo) {
-    std::mt19937 random(1);
-    for (const float gate : {0.0F, 0x1p-140F, 0.01F, 0.8F, 0.9999F, 1.0F, 1e7F}) {
-        const ShortProducts products(gate);
-        for (int i = 0; i < 40000; ++i) {
-            const float gain = 1 - std::ldexp(static_cast<float>(random() % 65536), -16);
-            const float whole = static_cast<float>(random() % 65536) / 32767 - 1;
-            const float near = i % 3 == 0 ? gate : whole;
-            const float moved = std::nextafter(near, i % 2 == 0 ? 2.0F : -2.0F);
-            const float aimed = i % 4 < 2 ? near / gain : moved / gain;
-            const float x = i % 5 != 0 ? aimed : std::ldexp(whole, -static_cast<int>(i % 160));
-            const float output = x * gain;
-            int16_t got = 0;
-            const bool made = products.Make(x, gain, &got);
-            ASSERT_EQ(made, std::abs(output) <= gate && std::abs(output) < 1) << x << " " << gain;
-            if (!made) continue;
-            ASSERT_EQ(got, static_cast<int16_t>(output * 32767)) << x << " " << gain;
-        }
-    }
-}
-
-TEST(ShortQuotient, IsTheTruncatedOneOf64Bits) {
-    std::mt19937 random(1);
-    const auto next = [&random] { return static_cast<int32_t>(random() >> (1 + random() % 31)); };
-    for (int i = 0; i < 100000; ++i) {
-        const int32_t peak = std::max(next(), 1), gate = i % 4 == 0 ? peak / 2 : next() % peak;
-        ASSERT_EQ(ShortQuotient(gate, peak), (int64_t{gate} << 24) / peak) << gate << " " << peak;
-    }
-}
-
 // Chunks at every scale, then silence until the filter's history is subnormal, and a chunk more.
 TEST(ContourMix, GivesTheValuesOfThePlainSumAndFilter) {
     Operands operands;
@@ -151,7 +119,7 @@ TEST(ContourMix, GivesTheValuesOfThePlainSumAndFilter) {
 // Blocks at every scale, sparse ones, some that leave the range on the way; each band in turn in
 // the block's own memory, which must stay if the block is refused.
 TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
-    for (const size_t n : {256U, 1024U}) {
+    for (const size_t n : {256U, 1024U, 4096U}) {
         const size_t half = n / 2, taps = n / 4 - 1, pairs = (n + 1 - taps) / 2;
         FFT_R24<float> fft(static_cast<uint32_t>(n));
         const auto transform = [&](std::vector<float>& a, int direction) {
@@ -230,7 +198,8 @@ TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
                 ASSERT_EQ(got, expected) << n << " block " << block << " band " << b;
             }
         }
-        EXPECT_GT(taken, 80);
+        // The smallest factor of the longest one is too small for raised numbers.
+        EXPECT_EQ(taken > 80, n <= 1024) << taken;
         EXPECT_LT(taken, 200);
     }
 }

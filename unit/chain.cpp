@@ -6,6 +6,7 @@
 
 #include "dsp/lanes.h"
 #include "dsp/runs.h"
+#include "dsp/softfloat/samples.h"
 #include "effects/limiter_runs.h"
 
 namespace {
@@ -15,15 +16,15 @@ constexpr uint32_t kWaveBufferFrames = 2048;
 // What every setting of the chain is on a new instance.
 template <typename Apply>
 void ForEachDefault(Apply apply) {
-    for (const Parameter& parameter : kParameters) {
-        const auto value = static_cast<float>(parameter.defaultValue);
-        const bool perBand = parameter.kind == ParameterKind::kBandValue;
+    for (const ParameterRule& rule : kParameterRules) {
+        const bool perBand = rule.kind == ParameterKind::kBandValue;
         const int bands = perBand ? static_cast<int>(FIREqualizer_R32R32::kBands) : 1;
-        for (int band = 0; band < bands; ++band) apply(parameter.id, value, band);
+        for (int band = 0; band < bands; ++band) apply(rule.id, rule.defaultValue, band);
     }
 }
 
 void Amplify(float* samples, size_t count, float gain) {
+    if constexpr (kSoftFloat) return SoftAmplified(samples, count, gain);
     ForLanes<float>(count,
                     [=]<typename V>(size_t i) { Store(samples + i, Load<V>(samples + i) * gain); });
 }

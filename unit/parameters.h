@@ -4,8 +4,10 @@
 // On the wire a parameter is one to four int32 values. A value in units is sent times `wireScale`:
 // level -0.45 of band 3 goes as the two integers 3 and -45.
 #pragma once
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 #include "dsp/stream.h"
 
@@ -282,3 +284,19 @@ constexpr const Parameter& ParameterOf(ParameterId id) {
     while (kParameters[row].id != id) ++row;
     return kParameters[row];
 }
+
+// What the library itself takes of each row. No texts, which would fill a device's memory.
+struct ParameterRule {
+    ParameterId id;
+    ParameterKind kind;
+    float defaultValue;
+    int32_t wireScale;
+};
+inline constexpr auto kParameterRules = [] {
+    std::array<ParameterRule, std::size(kParameters)> rules{};
+    for (size_t row = 0; row < rules.size(); ++row) {
+        const Parameter& p = kParameters[row];
+        rules[row] = {p.id, p.kind, static_cast<float>(p.defaultValue), p.wireScale};
+    }
+    return rules;
+}();

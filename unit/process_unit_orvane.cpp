@@ -43,9 +43,9 @@ bool ReadRecord(const void* data, uint32_t size, ParameterRecord* record) {
 }
 
 // Null: no parameter has it.
-const Parameter* FindParameter(int32_t identifier) {
-    for (const Parameter& parameter : kParameters)
-        if (parameter.id == identifier) return &parameter;
+const ParameterRule* FindRule(int32_t identifier) {
+    for (const ParameterRule& rule : kParameterRules)
+        if (rule.id == identifier) return &rule;
     return nullptr;
 }
 
@@ -187,9 +187,9 @@ void ProcessUnit_Orvane::DispatchCommand(int nCmdID, int L, int H, int E, int R)
 }
 
 void ProcessUnit_Orvane::ApplyParameter(int32_t identifier, int32_t L, int32_t H) {
-    const Parameter* const parameter = FindParameter(identifier);
-    if (parameter == nullptr) return;
-    switch (parameter->id) {
+    const ParameterRule* const rule = FindRule(identifier);
+    if (rule == nullptr) return;
+    switch (rule->id) {
         case PARAM_SET_TIMESTAMP_ENABLE:
             timestampEnabled = L != 0;
             break;
@@ -201,9 +201,8 @@ void ProcessUnit_Orvane::ApplyParameter(int32_t identifier, int32_t L, int32_t H
             break;
         }
         default: {
-            const int32_t sent = parameter->kind == ParameterKind::kBandValue ? H : L;
-            chain.Set(parameter->id,
-                      static_cast<float>(sent) / static_cast<float>(parameter->wireScale), L);
+            const int32_t sent = rule->kind == ParameterKind::kBandValue ? H : L;
+            chain.Set(rule->id, static_cast<float>(sent) / static_cast<float>(rule->wireScale), L);
             break;
         }
     }

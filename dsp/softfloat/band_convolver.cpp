@@ -3,15 +3,16 @@
 #include <algorithm>
 #include <bit>
 
-#include "dsp/softfloat/block_ends.h"
 #include "dsp/softfloat/butterfly_groups.h"
 
 namespace {
 
 using Number = Complex<SoftFloat>;
 
-// Of factors of the transform: numbers whose exponents are raised by up to 21 are 2^-101 and more.
-constexpr float kSmallestTurn = 0x1p-24F;
+// 2^exponent, a normal float.
+float PowerOf2(int32_t exponent) {
+    return std::bit_cast<float>(static_cast<uint32_t>(exponent + 127) << 23U);
+}
 
 // Nothing, and *fits becomes false, if a part can't be a factor.
 SoftTurn TurnOf(float re, float im, float smallest, bool* fits) {
@@ -34,9 +35,12 @@ bool SoftBandConvolver::Allocate(uint32_t n) {
     if (!factors.Allocate(m / 4) || !places.Allocate(m / 2) || !kernels.Allocate(kBands * m) ||
         !reversed.Allocate(m) || !spectrum.Allocate(m) || !work.Allocate(m))
         return false;
-    for (size_t k = 1; k < m; ++k)
-        reversed[k] = static_cast<uint16_t>(reversed[k / 2] / 2 + (k % 2 != 0 ? m / 2 : 0));
-    for (size_t span = 1; 4 * span < m; span *= 4) lowered += softfloat::kAligned;
+    const int bits = std::countr_zero(m);
+    for (size_t k = 0; k < m; ++k) {
+        const size_t place = reversed[k / 2].at / 2U + (k % 2 != 0 ? m / 2 : 0);
+        const int raised = softfloat::kAligned * (bits - std::popcount(place));
+        reversed[k] = {static_cast<uint16_t>(place), static_cast<uint16_t>(raised)};
+    }
     half = m;
     return true;
 }
@@ -45,16 +49,20 @@ void SoftBandConvolver::SetFactors(const float* twiddles, Planar<const float> re
     if (half == 0) return;
     factorsFit = true;
     eighth = softfloat::FactorOf(twiddles[2]);
+    // A raised number that seems to be 2^-80 may be smaller.
+    const float smallest = PowerOf2(reversed[0].raised - 46);
     for (size_t t = 2; t < half / 4; ++t) {
         const Twiddles<float> w = GroupTwiddles(twiddles, t);
-        const auto turn = [this](Complex<float> factor) {
-            return TurnOf(factor.re, factor.im, kSmallestTurn, &factorsFit);
+        const auto turn = [=, this](Complex<float> factor) {
+            return TurnOf(factor.re, factor.im, smallest, &factorsFit);
         };
         factors[t] = {turn(w.w1), turn(w.w2), turn(w.w3)};
     }
-    for (size_t k = 1; k < half / 2; ++k)
-        places[k] = {TurnOf(real.re[k], real.im[k], kSmallestTurn, &factorsFit), &work[reversed[k]],
-                     &work[reversed[half - k]]};
+    for (size_t k = 1; k < half / 2; ++k) {
+        const TransformPlace left = reversed[k], right = reversed[half - k];
+        places[k] = {TurnOf(real.re[k], real.im[k], smallest, &factorsFit), &work[right.at],
+                     right.raised - left.raised, &work[left.at]};
+    }
 }
 
 void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
@@ -67,8 +75,10 @@ void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
             SoftTurn& factor = kernels[b * half + k];
             factor = TurnOf(bands[b].re[bin], bands[b].im[bin], 0x1p-46F, &kernelsFit);
             if (k == 0) factor.re.e -= softfloat::kAligned;
-            const bool left = k > 0 && k < half / 2;  // as SpectrumProduct takes them
-            const int32_t raised = 2 * lowered + (left ? softfloat::kAligned : 0);
+            // As SpectrumProduct takes them; k = 0 and the middle one as they leave it.
+            const bool left = k > 0 && k < half / 2;
+            const int32_t raised =
+                reversed[std::min(k, half - k)].raised + (left ? softfloat::kAligned : 0);
             factor.re.e += raised;
             factor.im.e += raised;
         }
@@ -88,7 +98,7 @@ bool SoftBandConvolver::Convolve(Planar<const float> block, size_t pairs,
     if (loaded == LoadedBlock::kSilence) {
         for (size_t b = 0; b < kBands; ++b) PassSilence(bands[b], pairs, tailOf(b));
     } else {
-        for (size_t q = pairs; q < half; ++q) spectrum[reversed[q]] = {};
+        for (size_t q = pairs; q < half; ++q) spectrum[reversed[q].at] = {};
         if (!Stages(spectrum.data()) || !RealSpectrum()) return false;
         // A band that is the block comes last: until then the block may be needed.
         for (const bool last : {false, true})

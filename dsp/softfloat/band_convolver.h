@@ -10,6 +10,7 @@
 #include "dsp/butterfly.h"
 #include "dsp/owned_array.h"
 #include "dsp/planar.h"
+#include "dsp/softfloat/block_ends.h"
 #include "dsp/softfloat/number.h"
 #include "dsp/softfloat/spectrum_product.h"
 
@@ -21,7 +22,8 @@ public:
     // is no error: Convolve then answers false.
     bool Allocate(uint32_t n);
 
-    // twiddles: FFT_R24's table of n / 4 factors; realFactors as BandFilters has them.
+    // twiddles: FFT_R24's table of n / 4 factors; realFactors as BandFilters has them. Where a
+    // factor doesn't fit the numbers, as for an n above 1024, Convolve answers false.
     void SetFactors(const float* twiddles, Planar<const float> realFactors);
     // As BandFilters has them. Where a factor doesn't fit the numbers, Convolve answers false.
     void SetKernels(const Planar<const float> (&bands)[kBands]);
@@ -42,14 +44,13 @@ private:
     void PassSilence(Planar<float> band, size_t pairs, Planar<const float> tail) const;
     void Finish(Planar<float> band, size_t pairs, Planar<const float> tail) const;
 
-    size_t half = 0;      // complex values: n / 2
-    int32_t lowered = 0;  // by how much a transform lowers the exponents
+    size_t half = 0;  // complex values: n / 2
     bool factorsFit = false, kernelsFit = false;
     SoftFactor eighth = {};             // cos(pi / 4)
     OwnedArray<SoftTwiddles> factors;   // by group of any stage: half / 4
     OwnedArray<MirroredPlaces> places;  // half / 2, the first unused; in `work`
     OwnedArray<SoftTurn> kernels;       // half each; the first of each holds two real factors. With
-                                        // exponents that make up for both transforms.
-    OwnedArray<uint16_t> reversed;      // by index of a complex value: its bits reversed
+                                        // exponents raised as the inverse transform's places are.
+    OwnedArray<TransformPlace> reversed;  // by index of a complex value: its bits reversed
     OwnedArray<Number> spectrum, work;
 };

@@ -9,10 +9,10 @@
     bx      lr
 .endm
 
-@ LoadedBlock SoftLoadBlock(const float* re, const float* im, const uint16_t* reversed,
+@ LoadedBlock SoftLoadBlock(const float* re, const float* im, const TransformPlace* places,
 @                           Complex<SoftFloat>* out, size_t pairs)
 @ The loop of LoadBlockText (block_ends.h). docs/soft-float.md, "A number".
-@   in    r0 re, r1 im, r2 reversed, r3 out; stack: pairs, at least 1
+@   in    r0 re, r1 im, r2 places, r3 out; stack: pairs, at least 1
 @   uses  r9 2^31, r10 where re ends, r11 the parts that aren't 0, r12 a value's place
 @   out   r0 a LoadedBlock
 routine SoftLoadBlock
@@ -26,7 +26,10 @@ routine SoftLoadBlock
     unpack  r4, r5, r8, r9, .LloadZeroRe
     ldr     r8, [r1], #4
     unpack  r6, r7, r8, r9, .LloadZeroIm
-    ldrh    r12, [r2], #2
+    ldrh    r12, [r2, #2]
+    add     r5, r5, r12
+    add     r7, r7, r12
+    ldrh    r12, [r2], #4
     add     r12, r3, r12, lsl #4
     stmia   r12, {r4-r7}
     cmp     r0, r10
@@ -65,7 +68,7 @@ routine \name
 .L\name\()Next:
     ldrd    r6, r7, [r0, r1]
     ldrd    r4, r5, [r0], #16
-    align   r4, r5, r6, r7, .LfarEnd
+    align   r4, r5, r6, r7, .LfarEnd, carried=1
     rsb     r10, r9, r4, asr #3
     add     r6, r9, r4, asr #3
     add     r5, r5, #46             @ as pack takes it

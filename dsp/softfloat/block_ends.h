@@ -12,16 +12,23 @@
 
 enum class LoadedBlock : uint32_t { kRefused, kNumbers, kSilence };
 
-// Pairs of samples to places reversed[q] of `out`, q from 0 to pairs - 1. Refused, with `out` in
-// any state, if one can't enter.
-inline LoadedBlock LoadBlockText(const float* re, const float* im, const uint16_t* reversed,
+// Where a value enters a transform, and by how much its exponent is raised there, kAligned for each
+// stage of radix 2 that takes it as the first of a pair: "Exponents that carry the alignment".
+struct TransformPlace {
+    uint16_t at, raised;
+};
+
+// Pairs of samples to places[q] of `out`, q from 0 to pairs - 1. Refused, with `out` in any state,
+// if one can't enter.
+inline LoadedBlock LoadBlockText(const float* re, const float* im, const TransformPlace* places,
                                  Complex<SoftFloat>* out, size_t pairs) {
     uint32_t any = 0;  // no bit but a sign is set
     for (size_t q = 0; q < pairs; ++q) {
         const auto ofRe = std::bit_cast<uint32_t>(re[q]), ofIm = std::bit_cast<uint32_t>(im[q]);
         if (!softfloat::Enters(ofRe) || !softfloat::Enters(ofIm)) return LoadedBlock::kRefused;
         any |= (ofRe | ofIm) << 1U;
-        out[reversed[q]] = {softfloat::Unpack(ofRe), softfloat::Unpack(ofIm)};
+        out[places[q].at] = {Raised(softfloat::Unpack(ofRe), places[q].raised),
+                             Raised(softfloat::Unpack(ofIm), places[q].raised)};
     }
     return any != 0 ? LoadedBlock::kNumbers : LoadedBlock::kSilence;
 }
@@ -43,7 +50,7 @@ template <bool overlapping>
 inline void LastInverseStageText(const SoftFloat* a, size_t span, size_t count, float* low,
                                  float* high, [[maybe_unused]] const float* tail) {
     for (size_t q = 0; q < count; ++q) {
-        const auto [sum, difference] = SumAndDifference(a[2 * q], a[2 * (q + span)]);
+        const auto [sum, difference] = StagePair(a[2 * q], a[2 * (q + span)]);
         high[q] = std::bit_cast<float>(softfloat::Pack(difference));
         if constexpr (overlapping)
             low[q] = PlusTail(sum, tail[q]);
@@ -53,7 +60,7 @@ inline void LastInverseStageText(const SoftFloat* a, size_t span, size_t count, 
 }
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-extern "C" LoadedBlock SoftLoadBlock(const float* re, const float* im, const uint16_t* reversed,
+extern "C" LoadedBlock SoftLoadBlock(const float* re, const float* im, const TransformPlace* places,
                                      Complex<SoftFloat>* out, size_t pairs);
 extern "C" void SoftLastInverseStage(const SoftFloat* a, size_t span, size_t count, float* low,
                                      float* high);
@@ -62,12 +69,12 @@ extern "C" void SoftLastInverseOverlap(const SoftFloat* a, size_t span, size_t c
 #endif
 
 // At least one pair.
-inline LoadedBlock LoadBlock(const float* re, const float* im, const uint16_t* reversed,
+inline LoadedBlock LoadBlock(const float* re, const float* im, const TransformPlace* places,
                              Complex<SoftFloat>* out, size_t pairs) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftLoadBlock(re, im, reversed, out, pairs);
+    return SoftLoadBlock(re, im, places, out, pairs);
 #else
-    return LoadBlockText(re, im, reversed, out, pairs);
+    return LoadBlockText(re, im, places, out, pairs);
 #endif
 }
 

@@ -4,15 +4,11 @@
 @ which it lies in memory. r0, r1 and r12 are the places of A, B and C, or of what becomes of them;
 @ the stack holds D's and where D ends.
 
-@ pair am, ae, bm, be: sum and difference in place of a and b, or with `swap` of b and a; with
-@ `backward` the difference is b - a. carried and lowers as align has them. Changes r8 and r9. "Sum
-@ and difference".
-.macro pair am, ae, bm, be, carried=0, lowers=0, swap=0, backward=0
-    .if \lowers
-    align   \am, \ae, \bm, \be, .Lfarlow\am\()\bm, lowers=1
-    .else
-    align   \am, \ae, \bm, \be, .Lfar\am\()\bm, carried=\carried
-    .endif
+@ pair am, ae, bm, be: sum and difference of a stage's pair in place of a and b, or with `swap` of b
+@ and a; with `backward` the difference is b - a. With `alike`, the exponents are any numbers'.
+@ Changes r8 and r9. "Sum and difference".
+.macro pair am, ae, bm, be, swap=0, backward=0, alike=0
+    align   \am, \ae, \bm, \be, .Lfar\am\()\bm, carried=1-\alike
     .if \swap
     add     \bm, r9, \am, asr #3
     difference \am, \am, \backward
@@ -45,8 +41,8 @@
     ldr     lr, [sp, #\place]
     ldmia   r12, {r2-r5}
     ldmia   lr, {r6, r7, r10, r11}
-    pair    r2, r3, r6, r7, lowers=1
-    pair    r4, r5, r10, r11, lowers=1
+    pair    r2, r3, r6, r7
+    pair    r4, r5, r10, r11
     stmdb   sp!, {r2-r7, r10, r11}
     ldmia   r0, {r2-r5}
     ldmia   r1, {r6, r7, r10, r11}
@@ -58,8 +54,8 @@
 
 @ evenpairs: x0 and x2 become y0, to its place, and y2.
 .macro evenpairs
-    pair    r2, r3, r6, r7, carried=1
-    pair    r4, r5, r10, r11, carried=1
+    pair    r2, r3, r6, r7
+    pair    r4, r5, r10, r11
     stmia   r0!, {r2-r5}
 .endm
 
@@ -68,8 +64,8 @@
 .macro oddpairs
     ldmia   r1, {r2-r5}
     ldmia   sp!, {r6, r7, r10, r11}
-    pair    r4, r5, r6, r7, carried=1, swap=1 @ x1.im, x3.re
-    pair    r2, r3, r10, r11, carried=1     @ x1.re, x3.im
+    pair    r4, r5, r6, r7, swap=1 @ x1.im, x3.re
+    pair    r2, r3, r10, r11     @ x1.re, x3.im
 .endm
 
 @ storelast place, label, registers: y3 to D's place; then to the label for the next butterfly,
@@ -146,17 +142,17 @@ routine SoftEighthGroup
     strd    r8, r9, [sp, #8]
 .LeighthNext:
     firsthalf 8
-    pair    r2, r3, r6, r7, carried=1
-    pair    r4, r5, r10, r11, carried=1, backward=1
+    pair    r2, r3, r6, r7
+    pair    r4, r5, r10, r11, backward=1
     stmia   r0!, {r2-r5}
     strd    r10, r11, [r12], #8     @ y2 = i (x0 - x2)
     strd    r6, r7, [r12], #8
     ldmia   r1, {r2-r5}
     ldmia   sp!, {r6, r7, r10, r11}
-    pair    r4, r5, r6, r7, carried=1, swap=1, backward=1
-    pair    r2, r3, r10, r11, carried=1, swap=1
-    pair    r2, r3, r6, r7, swap=1  @ y1 before its scaling
-    pair    r4, r5, r10, r11, swap=1
+    pair    r4, r5, r6, r7, swap=1, backward=1
+    pair    r2, r3, r10, r11, swap=1
+    pair    r2, r3, r6, r7, swap=1, alike=1 @ y1 before its scaling
+    pair    r4, r5, r10, r11, swap=1, alike=1
     ldrd    r8, r9, [sp]
     product r2, r3, r2, r3
     product r4, r5, r4, r5
@@ -256,6 +252,4 @@ routine SoftButterflyFar
     farout  .Lfarr4r10, r4, r5, r10, r11
     farout  .Lfarr4r6, r4, r5, r6, r7
     farout  .Lfarr2r10, r2, r3, r10, r11
-    farout  .Lfarlowr2r6, r2, r3, r6, r7, leads=0
-    farout  .Lfarlowr4r10, r4, r5, r10, r11, leads=0
 endroutine SoftButterflyFar

@@ -1,6 +1,6 @@
 // The transform's groups of radix-4 butterflies, in place: a group is `span` butterflies side by
-// side, whose numbers lie `span` apart. Results' exponents are kAligned less than those of the
-// values, in every group alike ("Exponents that carry the alignment").
+// side, whose numbers lie `span` apart. Exponents are raised by kAligned for each stage of radix 2
+// that is to take a value as the first of a pair ("Exponents that carry the alignment").
 //
 // The texts are the definition. Where there is a routine by hand, the functions call it.
 #pragma once
@@ -59,7 +59,7 @@ inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const SoftTwi
 // `count` further on.
 inline void LastStageText(SoftFloat* a, size_t count) {
     for (const SoftFloat* const end = a + count; a != end; ++a) {
-        const auto [sum, difference] = SumAndDifference(a[0], a[count]);
+        const auto [sum, difference] = StagePair(a[0], a[count]);
         a[0] = sum;
         a[count] = difference;
     }

@@ -137,19 +137,26 @@ struct Aligned {
     return {softfloat::Rounded(v.a + v.b, v.e), softfloat::Rounded(v.a - v.b, v.e)};
 }
 
-// A number whose exponent is kAligned less, so that it can be added as the second one as it is; the
-// results' exponents are kAligned less in turn. "Exponents that carry the alignment".
+// The same where the second number's exponent is kAligned less than it means, beside the first
+// one's, as the results' are then: a stage of a transform. "Exponents that carry the alignment".
+[[gnu::always_inline]] inline SumDifference<SoftFloat> StagePair(SoftFloat first,
+                                                                 SoftFloat second) {
+    const softfloat::Aligned v = softfloat::Align(first, second, first.e);
+    return {softfloat::Rounded(v.a + v.b, v.e), softfloat::Rounded(v.a - v.b, v.e)};
+}
+[[gnu::always_inline]] inline SumDifference<SoftFloat> BackwardStagePair(SoftFloat first,
+                                                                         SoftFloat second) {
+    const auto [sum, difference] = StagePair(first, second);
+    return {sum, -difference};
+}
+
+[[gnu::always_inline]] inline SoftFloat Raised(SoftFloat a, int32_t by) {
+    return {a.m, a.e + by};
+}
+// A second number of that kind.
 struct LoweredFloat {
     int32_t m, e;
 };
-template <>
-struct LoweredOf<SoftFloat> {
-    using Type = LoweredFloat;
-};
-[[gnu::always_inline]] inline LoweredFloat Lowered(SoftFloat a) {
-    return {a.m, a.e - softfloat::kAligned};
-}
-// The same of one that its factors lowered.
 [[gnu::always_inline]] inline LoweredFloat AsLowered(SoftFloat a) {
     return {a.m, a.e};
 }
@@ -159,16 +166,6 @@ struct LoweredOf<SoftFloat> {
 }
 [[gnu::always_inline]] inline SoftFloat operator-(SoftFloat a, LoweredFloat b) {
     return a + LoweredFloat{-b.m, b.e};
-}
-[[gnu::always_inline]] inline SumDifference<SoftFloat> SumAndDifference(SoftFloat a,
-                                                                        LoweredFloat b) {
-    const softfloat::Aligned v = softfloat::Align(a, {b.m, b.e}, a.e);
-    return {softfloat::Rounded(v.a + v.b, v.e), softfloat::Rounded(v.a - v.b, v.e)};
-}
-[[gnu::always_inline]] inline SumDifference<SoftFloat> SumAndDifference(LoweredFloat a,
-                                                                        SoftFloat b) {
-    const auto [sum, difference] = SumAndDifference(b, a);
-    return {sum, -difference};
 }
 
 // The product's upper half, doubled, has 29 or 30 bits; its lower half only matters as not being 0.

@@ -1,8 +1,9 @@
-// 16-bit samples to floats and back on unpacked numbers: what a conversion and a product of floats
-// give, to the bit.
+// Samples on unpacked numbers: to floats and back, times a gain; what a conversion and a product of
+// floats give, to the bit.
 #pragma once
 #include <algorithm>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 
 #include "dsp/softfloat/number.h"
@@ -30,6 +31,75 @@ inline int32_t SoftTruncated(float sample, float factor) {
     return product.m < 0 ? -magnitude : magnitude;
 }
 
+// A gain that isn't 0, subnormal, infinite or not a number, and the samples whose products with it
+// aren't either. docs/soft-float.md, "Samples times a gain".
+struct SampleGain {
+    static bool Takes(float gain) {
+        const uint32_t exponent = std::bit_cast<uint32_t>(gain) << 1U >> 24U;
+        return exponent - 1 < 254;
+    }
+    explicit SampleGain(float gain) {
+        const uint32_t bits = std::bit_cast<uint32_t>(gain), field = bits << 1U >> 24U;
+        const uint32_t least = std::max(field, 127U) - field + 1;
+        const uint32_t largest = 379 - std::max(field, 125U);
+        factor = ((bits & 0x7fffffU) | 0x800000U) << 1U;
+        first = least << 24U;
+        length = (largest + 1 - least) << 24U;
+        exponent = (bits >> 23U) - 128;
+    }
+
+    uint32_t factor;         // the significand at bits 24 to 1
+    uint32_t first, length;  // without the sign, shifted left by 1
+    uint32_t exponent;       // added to the sample's, the signs above both
+};
+
+// samples[n] *= gain, zeros too. Returns how many were done before one that isn't simple.
+inline size_t AmplifySimpleText(float* samples, size_t count, const SampleGain* gain) {
+    for (size_t n = 0; n < count; ++n) {
+        const uint32_t bits = std::bit_cast<uint32_t>(samples[n]);
+        uint32_t result = bits ^ (gain->exponent + 128) >> 8U << 31U;
+        if ((bits << 1U) - gain->first < gain->length) {
+            const uint64_t product = uint64_t{bits << 8U | 0x80000000U} * gain->factor;
+            const auto carry = static_cast<uint32_t>(product >> 56U);  // 25 bits instead of 24
+            const uint64_t placed = product >> carry;
+            const auto upper = static_cast<uint32_t>(placed >> 32U);
+            const auto low = static_cast<uint32_t>(placed);
+            const uint32_t rounded = upper + (low + 0x7fffffffU + (upper & 1U) < low);
+            result = (((bits >> 23U) + gain->exponent + carry) << 23U) + rounded;
+        } else if (bits << 1U != 0) {
+            return n;
+        }
+        samples[n] = std::bit_cast<float>(result);
+    }
+    return count;
+}
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+extern "C" size_t SoftAmplify(float* samples, size_t count, const SampleGain* gain);
+#endif
+// At least one sample.
+inline size_t AmplifySimple(float* samples, size_t count, const SampleGain* gain) {
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+    return SoftAmplify(samples, count, gain);
+#else
+    return AmplifySimpleText(samples, count, gain);
+#endif
+}
+
+// samples[n] *= gain.
+inline void SoftAmplified(float* samples, size_t count, float gain) {
+    const bool simple = SampleGain::Takes(gain);
+    const SampleGain taken(gain);
+    for (size_t n = 0; n < count;) {
+        if (simple) n += AmplifySimple(samples + n, count - n, &taken);
+        if (n < count) samples[n++] *= gain;
+    }
+}
+
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+extern "C" size_t SoftShortProducts(const float* x, const float* gains, int16_t* out, size_t count,
+                                    int32_t limit);
+#endif
+
 // The last step of an output, x * gain rounded to float, then to 16 bits as SoftTruncated by 32767,
 // as one product of integers. docs/soft-float.md, "One product for an output".
 class ShortProducts {
@@ -37,12 +107,12 @@ public:
     // 0 <= gate.
     explicit ShortProducts(float outputGate)
         : gate(std::min(std::bit_cast<uint32_t>(outputGate), kOne - 1)),
-          limit(static_cast<int32_t>(std::bit_cast<float>(gate) * kScale) - kMargin) {}
+          limit(std::max(static_cast<int32_t>(std::bit_cast<float>(gate) * kScale) - kMargin, 0)) {}
 
     // False if the output exceeds the gate or isn't below 1. 0 <= gain <= 1.
     [[gnu::always_inline]] bool Make(float x, float gain, int16_t* out) const {
         const uint32_t a = std::bit_cast<uint32_t>(x), b = std::bit_cast<uint32_t>(gain);
-        const uint32_t down = kUnits - (a << 1U >> 24U) - (b >> 23U);
+        const uint32_t down = Down(x, gain);
         if (down - 8 < 24) [[likely]] {
             const uint64_t product = uint64_t{a << 8U | 0x80000000U} * (b << 8U | 0x80000000U);
             const uint32_t part = static_cast<uint32_t>(product >> 32U) >> down;  // of x * gain
@@ -54,7 +124,21 @@ public:
                 return true;
             }
         }
-        return MakeExactly(x, gain, down, out);
+        return MakeExactly(x, gain, out);
+    }
+
+    // Of as many until one is false; returns how many were made.
+    size_t MakeRun(const float* x, const float* gains, int16_t* out, size_t count) const {
+        for (size_t n = 0; n < count; ++n) {
+#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+            n += SoftShortProducts(x + n, gains + n, out + n, count - n, limit);
+            if (n == count) break;
+            if (!MakeExactly(x[n], gains[n], out + n)) return n;
+#else
+            if (!Make(x[n], gains[n], out + n)) return n;
+#endif
+        }
+        return count;
     }
 
 private:
@@ -65,8 +149,12 @@ private:
     // 2^-23.
     static constexpr uint32_t kUnits = 261;
 
-    bool MakeExactly(float x, float gain, uint32_t down, int16_t* out) const {
-        if (down - 32 < kUnits && limit > 0) {  // less than 2^-22
+    static uint32_t Down(float x, float gain) {
+        const uint32_t a = std::bit_cast<uint32_t>(x), b = std::bit_cast<uint32_t>(gain);
+        return kUnits - (a << 1U >> 24U) - (b >> 23U);
+    }
+    bool MakeExactly(float x, float gain, int16_t* out) const {
+        if (Down(x, gain) - 32 < kUnits && limit > 0) {  // less than 2^-22
             *out = 0;
             return true;
         }

@@ -57,18 +57,23 @@
     turned  r2, r3, r4, r5
 .endm
 
-@ storeexchanged op, place, carried: of the value in r2 to r5 the imaginary part less y's, and the
-@ real part `op` y's, to the address that the table holds `place` bytes on. y, in r10, r11 and r6, r7,
-@ stays.
-.macro storeexchanged op, place, carried=0
-    align   r4, r5, r6, r7, .LfarIm, carried=\carried
+@ storeexchanged op, right: of the value in r2 to r5, which is the right one or not, the imaginary
+@ part less y's, and the real part `op` y's, to its place. y, in r10, r11 and r6, r7, stays.
+.macro storeexchanged op, right
+    align   r4, r5, r6, r7, .LfarIm, carried=1-\right
     rsb     r4, r9, r4, asr #3
     normround r4, r5, r5
-    align   r2, r3, r10, r11, .LfarRe, carried=\carried
+    align   r2, r3, r10, r11, .LfarRe, carried=1-\right
     \op     r8, r9, r2, asr #3
     normround r8, r9, r3
     ldr     r2, [sp, #32]
-    ldr     r2, [r2, #\place]
+    .if \right
+    ldrd    r2, r3, [r2, #16]
+    add     r5, r5, r3
+    add     r9, r9, r3
+    .else
+    ldr     r2, [r2, #24]
+    .endif
     stmia   r2, {r4, r5, r8, r9}
 .endm
 
@@ -98,7 +103,7 @@ routine SoftSpectrumProduct
     orrs    lr, r11, r7
     blmi    .LsettleProduct
     ldr     lr, [sp, #32]
-    ldrd    r8, r9, [lr, #24]!
+    ldrd    r8, r9, [lr, #32]!
     str     lr, [sp, #32]
     realproducts
     ldr     lr, [sp, #32]
@@ -107,9 +112,9 @@ routine SoftSpectrumProduct
     turned  r10, r11, r6, r7, back=1
     add     lr, sp, #16
     ldmia   lr, {r2-r5}
-    storeexchanged rsb, 16, carried=1
+    storeexchanged rsb, 0
     ldmia   sp, {r2-r5}
-    storeexchanged add, 20
+    storeexchanged add, 1
 .LproductTest:
     add     r0, r0, #16
     sub     r12, r12, #16
@@ -153,7 +158,7 @@ routine SoftRealStep
     mirrordifference
     orrs    lr, r11, r7
     blmi    .LsettleReal
-    ldrd    r8, r9, [r1, #24]!
+    ldrd    r8, r9, [r1, #32]!
     realproducts
     ldrd    r8, r9, [r1, #8]
     imaginaryproducts

@@ -7,10 +7,13 @@
 #include "dsp/softfloat/number.h"
 
 // Of values k and half - k: the factor of their step between the spectra of complex and of real
-// values, and where the inverse transform takes them.
+// values, and where the inverse transform takes them; the right one's exponents are to be raised by
+// `raised` more than the left one's there.
 struct MirroredPlaces {
     SoftTurn w;
-    Complex<SoftFloat>*left, *right;
+    Complex<SoftFloat>* right;
+    int32_t raised;
+    Complex<SoftFloat>* left;
 };
 
 // Values k and half - k for 0 < k < half / 2, left and right, in place:
@@ -44,7 +47,8 @@ inline bool SpectrumProductText(const Complex<SoftFloat>* spectrum, const SoftTu
         if (!softfloat::Settles(y.re, y.im)) return false;
         y = Twiddle(Conjugate(places[k].w), y);
         *places[k].left = {left.im - AsLowered(y.im), left.re - AsLowered(y.re)};
-        *places[k].right = {right.im - y.im, right.re + y.re};
+        *places[k].right = {Raised(right.im - y.im, places[k].raised),
+                            Raised(right.re + y.re, places[k].raised)};
     }
     return true;
 }
@@ -53,7 +57,7 @@ inline bool SpectrumProductText(const Complex<SoftFloat>* spectrum, const SoftTu
 extern "C" bool SoftRealStep(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half);
 extern "C" bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
                                     const MirroredPlaces* places, size_t half);
-static_assert(sizeof(MirroredPlaces) == 24 && offsetof(MirroredPlaces, left) == 16);
+static_assert(sizeof(MirroredPlaces) == 32 && offsetof(MirroredPlaces, left) == 24);
 #endif
 
 inline bool RealStep(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half) {
