@@ -45,7 +45,7 @@ private:
     void ProcessChunk(size_t channel, size_t frames, const SoftFactor* gains, AverageRow* rows);
     void MakeRoom(size_t frames);
 
-    SoftFloat sums[kMaxChannels][kAverages];
+    SampleSum sums[kMaxChannels][kAverages];
     int32_t history[kMaxChannels][kHistory + kRoom];  // the newest lie before `end`
     size_t end;
     size_t silent;  // frames of silence before `end`, as far as it matters
