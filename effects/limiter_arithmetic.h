@@ -84,7 +84,7 @@ struct FloatLimiting {
 };
 
 // gate * 2^24 / peak, 0 <= gate < peak: bit by bit, for processors that don't divide 64 bits.
-inline int32_t ShortQuotient(int32_t gate, int32_t peak) {
+ORVANE_ARM_STATE inline int32_t ShortQuotient(int32_t gate, int32_t peak) {
     const auto divisor = static_cast<uint32_t>(peak);
     uint32_t rest = static_cast<uint32_t>(gate), quotient = 0;
 #pragma GCC unroll 4
@@ -105,7 +105,7 @@ struct Q24Limiting {
     static constexpr bool kTakesVectors = false, kInSteadyRuns = false;
 
     static int32_t Gate(float gate) { return gate >= 0 ? ToQ24(static_cast<double>(gate)) : 0; }
-    static int32_t Magnitude(int32_t x) { return ::Magnitude(x); }
+    [[gnu::always_inline]] static int32_t Magnitude(int32_t x) { return ::Magnitude(x); }
     static bool Greater(int32_t a, int32_t b) { return a > b; }
     static int32_t Larger(int32_t a, int32_t b) { return a > b ? a : b; }
     // |x| > gate, and with the largest gate also of the most negative x, whose magnitude equals it.
