@@ -23,6 +23,21 @@ private:
     uint32_t offset, largest = 0;
 };
 
+// Outputs to the 16 bits that a sample of 2^9 keeps; false if one exceeds the gate.
+ORVANE_ARM_STATE bool MakeShorts(const int32_t* delayed, const int32_t* gains, int16_t* out,
+                                 size_t count, int32_t gate) {
+    Exceeding exceeding(gate);
+    for (size_t i = 0; i < count; ++i) {
+        const int32_t output = MulQ24(delayed[i], gains[i]);
+        exceeding.Take(output);
+        out[i] = static_cast<int16_t>(output >> kSampleShift);
+    }
+    return !exceeding.Any();
+}
+bool MakeShorts(const float* delayed, const float* gains, int16_t* out, size_t count, float gate) {
+    return ShortProducts(gate).MakeRun(delayed, gains, out, count) == count;
+}
+
 }  // namespace
 
 template <typename Arithmetic, uint32_t kChannels>
@@ -97,20 +112,7 @@ bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
     const State before = state;
     Sample gains[kLap * kChannels];
     MakeGains(samples, count, gains, Alone());
-    const Sample* const delayed = Delayed();
-    bool made = false;
-    if constexpr (std::is_same_v<Sample, float>) {
-        made = ShortProducts(gate).MakeRun(delayed, gains, out, size) == size;
-    } else {
-        Exceeding exceeding(gate);
-        for (size_t i = 0; i < size; ++i) {
-            const int32_t output = MulQ24(delayed[i], gains[i]);
-            exceeding.Take(output);
-            out[i] = static_cast<int16_t>(output >> kSampleShift);
-        }
-        made = !exceeding.Any();
-    }
-    if (made) {
+    if (MakeShorts(Delayed(), gains, out, size, gate)) {
         Advance(samples, samples, count);
         return true;
     }
