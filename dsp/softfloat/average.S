@@ -64,7 +64,7 @@ routine \name
     rsb     r2, r9, r2, lsl #3
     normround r2, r3, r3
     ldrd    r8, r9, [sp, #4]
-    product r2, r3, r2, r3
+    product r2, r3, r2, r3, unclean=1-\first
     .ifeq \first
     ldrd    r8, r9, [r0]
     addband .LfarOutput

@@ -49,7 +49,7 @@ routine SoftFinishRows
     clz     lr, lr
     mov     r2, r2, lsl lr
     sub     r3, r3, lr
-    product r2, r3, r2, r3, fm=r10, fe=r11
+    product r2, r3, r2, r3, fm=r10, fe=r11, unclean=1
     ldrd    r8, r9, [r0], #8
     addband .LfarFinish
     ands    r8, r2, #0x80000000
