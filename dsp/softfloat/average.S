@@ -94,15 +94,14 @@ routine SoftNewBinade
 .Lsmall:
     eor     r9, r4, r4, lsl #1
     movs    r9, r9, lsr #25
-    bxeq    lr
+    addeq   pc, lr, #12             @ past the rounding
     cmp     r9, #1
     bne     .LlargeNow
     movs    r4, r4, asr #1          @ half of the last bit is the carry
     andcs   r9, r4, #1
     addcs   r4, r4, r9
     mov     r4, r4, lsl #1
-    mov     r9, #0
-    bx      lr
+    add     pc, lr, #12
 .LlargeNow:
     eor     r9, r4, r4, lsl #1
     clz     r9, r9
@@ -117,9 +116,8 @@ routine SoftNewBinade
 .LlargeBefore:
     eor     r2, r4, r4, lsl #1
     clz     r2, r2
-    rsbs    r2, r2, #7              @ binades up
-    bpl     .Lup
-    rsb     r2, r2, #0
+    subs    r2, r2, #7              @ binades down
+    ble     .Lup
     movs    r6, r6, lsl r2
     ble     .LsmallNow              @ 2^31 or more
     sub     r5, r5, r2
@@ -132,7 +130,8 @@ routine SoftNewBinade
     mov     r11, r4, asr #23
     bx      lr
 .Lup:
-    rsb     r3, r2, #32
+    add     r3, r2, #32
+    rsb     r2, r2, #0
     mov     r9, r9, lsr r2          @ a multiple of r6, so nothing is lost
     orr     r9, r9, r4, lsl r3
     mov     r4, r4, asr r2
