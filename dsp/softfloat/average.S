@@ -22,13 +22,13 @@
 @           RunningAverage* state, size_t frames)
 @ The loop of RunAverageText (average.h). docs/soft-float.md, "Running sums".
 @   in    r0 rows, r1 entering, r2 leaving, r3 state; stack: frames, at least 1
-@   uses  r2, r3 the narrower sum, the band; r0 the row's output; r7 its end; r12 leaving
+@   uses  r2, r3 the narrower sum, the gain, the output; r8, r9 the band; r7 where rows end;
+@         r12 leaving
 @   stack state, gain, raised
 routine \name
     push    {r4-r11, lr}
     ldr     r7, [sp, #36]
     mov     r12, r2
-    add     r0, r0, #8
     add     r7, r0, r7, lsl #4
     ldmia   r3, {r4, r5, r8, r9, r10}
     sub     r2, r5, r10
@@ -54,23 +54,22 @@ routine \name
     mov     r2, r2, asr #7
     rsb     r3, r3, #5
     .else
-    ldrd    r2, r3, [r0, #-8]
+    ldrd    r2, r3, [r0]
     .endif
-    strd    r4, r5, [r0, #-8]
     subs    r8, r5, r3
     rsbspl  r9, r8, #5 - \first
     movpl   r9, r4, lsl r8
     blmi    .LfarSum
-    rsb     r2, r9, r2, lsl #3
-    normround r2, r3, r3
-    ldrd    r8, r9, [sp, #4]
-    product r2, r3, r2, r3
+    rsb     r8, r9, r2, lsl #3
+    normround r8, r9, r3
+    ldrd    r2, r3, [sp, #4]
+    product r8, r9, r8, r9, fm=r2, fe=r3, unclean=1-\first
     .ifeq \first
-    ldrd    r8, r9, [r0]
-    addband .LfarOutput
-    normround r2, r3, r3
+    ldrd    r2, r3, [r0, #8]
+    addband r8, r9, r2, r3, .LfarOutput
+    normround r8, r9, r9
     .endif
-    strd    r2, r3, [r0], #16
+    stmia   r0!, {r4, r5, r8, r9}
     joinsum r12, r10
     cmp     r0, r7
     bne     .L\name\()Next
@@ -94,15 +93,14 @@ routine SoftNewBinade
 .Lsmall:
     eor     r9, r4, r4, lsl #1
     movs    r9, r9, lsr #25
-    bxeq    lr
+    addeq   pc, lr, #12             @ past the rounding
     cmp     r9, #1
     bne     .LlargeNow
     movs    r4, r4, asr #1          @ half of the last bit is the carry
     andcs   r9, r4, #1
     addcs   r4, r4, r9
     mov     r4, r4, lsl #1
-    mov     r9, #0
-    bx      lr
+    add     pc, lr, #12
 .LlargeNow:
     eor     r9, r4, r4, lsl #1
     clz     r9, r9
@@ -117,9 +115,8 @@ routine SoftNewBinade
 .LlargeBefore:
     eor     r2, r4, r4, lsl #1
     clz     r2, r2
-    rsbs    r2, r2, #7              @ binades up
-    bpl     .Lup
-    rsb     r2, r2, #0
+    subs    r2, r2, #7              @ binades down
+    ble     .Lup
     movs    r6, r6, lsl r2
     ble     .LsmallNow              @ 2^31 or more
     sub     r5, r5, r2
@@ -132,7 +129,8 @@ routine SoftNewBinade
     mov     r11, r4, asr #23
     bx      lr
 .Lup:
-    rsb     r3, r2, #32
+    add     r3, r2, #32
+    rsb     r2, r2, #0
     mov     r9, r9, lsr r2          @ a multiple of r6, so nothing is lost
     orr     r9, r9, r4, lsl r3
     mov     r4, r4, asr r2
@@ -154,7 +152,7 @@ routine SoftNewBinade
     b       .Lsmall
 endroutine SoftNewBinade
 
-@ The sum is r2 lsl #3 less r9, or stands in r2 past the instruction that forms it.
+@ The difference is r2 lsl #3 less r9, or stands in r8 past the instruction that forms it.
 routine SoftAverageFar
 .LfarSum:
     cmp     r8, #0
@@ -171,7 +169,7 @@ routine SoftAverageFar
     mov     r2, r9, asr r8
     cmp     r9, r2, lsl r8
     orrne   r2, r2, #1
-    sub     r2, r2, r4, lsl #4
+    sub     r8, r2, r4, lsl #4
     add     pc, lr, #4
-    farband .LfarOutput
+    farband .LfarOutput, r8, r9, r2, r3
 endroutine SoftAverageFar

@@ -37,8 +37,8 @@ public:
     float Sum(size_t channel, size_t k) const;
 
 private:
-    static constexpr size_t kChunk = 64;  // frames at a time
-    static constexpr size_t kRoom = 512;  // frames between two moves of the history
+    static constexpr size_t kChunk = 128;  // frames at a time
+    static constexpr size_t kRoom = 512;   // frames between two moves of the history
     static constexpr size_t kHistory = 2 * kReach;
 
     bool Take(const int16_t* shorts, const float* samples, size_t frames, size_t channels);

@@ -44,14 +44,13 @@ routine SoftFinishRows
     mov     r6, r6, lsl #2
     add     r11, r11, #6            @ of addband
 .LfinishNext:
-    ldrd    r2, r3, [r0], #8
+    ldmia   r0!, {r2, r3, r8, r9}
     eor     lr, r2, r2, lsl #2
     clz     lr, lr
     mov     r2, r2, lsl lr
     sub     r3, r3, lr
-    product r2, r3, r2, r3, fm=r10, fe=r11
-    ldrd    r8, r9, [r0], #8
-    addband .LfarFinish
+    product r2, r3, r2, r3, fm=r10, fe=r11, unclean=1
+    addband r2, r3, r8, r9, .LfarFinish
     ands    r8, r2, #0x80000000
     rsbmi   r2, r2, #0
     clz     r9, r2
@@ -71,5 +70,5 @@ routine SoftFinishRows
 endroutine SoftFinishRows
 
 routine SoftFinishFar
-    farband .LfarFinish
+    farband .LfarFinish, r2, r3, r8, r9
 endroutine SoftFinishFar
