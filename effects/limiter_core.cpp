@@ -111,12 +111,9 @@ void LimiterCore<Arithmetic, kChannels>::ForgetWindow() {
     std::fill(std::begin(tails), std::end(tails), Sample(0));
 }
 
+// MakeWindow at the beginning of a lap, where every frame counts.
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::OpenLap() {
-    if (framesSinceGate < kWindow) {
-        MakeWindow();
-        return;
-    }
     const uint32_t present = next / kLap;
     for (uint32_t c = 0; c < kChannels; ++c) {
         laps[(present + kLaps - 1) % kLaps][c] = state.running[c];
