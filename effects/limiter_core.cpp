@@ -23,19 +23,20 @@ private:
     uint32_t offset, largest = 0;
 };
 
-// Outputs to the 16 bits that a sample of 2^9 keeps; false if one exceeds the gate.
-ORVANE_ARM_STATE bool MakeShorts(const int32_t* delayed, const int32_t* gains, int16_t* out,
-                                 size_t count, int32_t gate) {
+// The 16 bits of samples times gains; false if a product exceeds the gate.
+ORVANE_ARM_STATE bool ShortProductsOf(const int32_t* samples, const int32_t* gains, int32_t gate,
+                                      int16_t* out, size_t count) {
     Exceeding exceeding(gate);
     for (size_t i = 0; i < count; ++i) {
-        const int32_t output = MulQ24(delayed[i], gains[i]);
+        const int32_t output = MulQ24(samples[i], gains[i]);
         exceeding.Take(output);
         out[i] = static_cast<int16_t>(output >> kSampleShift);
     }
     return !exceeding.Any();
 }
-bool MakeShorts(const float* delayed, const float* gains, int16_t* out, size_t count, float gate) {
-    return ShortProducts(gate).MakeRun(delayed, gains, out, count) == count;
+bool ShortProductsOf(const float* samples, const float* gains, float gate, int16_t* out,
+                     size_t count) {
+    return ShortProducts(gate).MakeRun(samples, gains, out, count) == count;
 }
 
 }  // namespace
@@ -112,7 +113,7 @@ bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
     const State before = state;
     Sample gains[kLap * kChannels];
     MakeGains(samples, count, gains, Alone());
-    if (MakeShorts(Delayed(), gains, out, size, gate)) {
+    if (ShortProductsOf(Delayed(), gains, gate, out, size)) {
         Advance(samples, samples, count);
         return true;
     }
@@ -146,12 +147,9 @@ void LimiterCore<Arithmetic, kChannels>::ForgetWindow() {
     std::fill(std::begin(tails), std::end(tails), Sample(0));
 }
 
+// MakeWindow at the beginning of a lap, where every frame counts.
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::OpenLap() {
-    if (framesSinceGate < kWindow) {
-        MakeWindow();
-        return;
-    }
     const uint32_t present = next / kLap;
     for (uint32_t c = 0; c < kChannels; ++c) {
         laps[(present + kLaps - 1) % kLaps][c] = state.running[c];
