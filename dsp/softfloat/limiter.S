@@ -26,6 +26,17 @@
     bics    \v, \v, #127
 .endm
 
+@ steadysample: the next one, unless it exceeds the peak, and the largest; the flags are of the count.
+.macro steadysample
+    ldr     r7, [r0], r2
+    bic     r7, r7, #0x80000000
+    cmp     r7, r4
+    bgt     .LsteadyEnds
+    cmp     r7, r5
+    movgt   r5, r7
+    subs    r3, r3, #1
+.endm
+
 @ size_t SoftSteadyFrames(const float* x, const float* tails, size_t stride, size_t count,
 @                         float peak, float* largest)
 @ The loop of SteadyFramesText (limiter.h). docs/soft-float.md, "A limiter's gains".
@@ -44,23 +55,11 @@ routine SoftSteadyFrames
     ldr     r7, [r1], r2
     cmp     r7, r4
     blt     .LsteadyEnds
-    ldr     r7, [r0], r2
-    bic     r7, r7, #0x80000000
-    cmp     r7, r4
-    bgt     .LsteadyEnds
-    cmp     r7, r5
-    movgt   r5, r7
-    subs    r3, r3, #1
+    steadysample
     bne     .Lhangs
     b       .LsteadyEnds
 .Lholds:
-    ldr     r7, [r0], r2
-    bic     r7, r7, #0x80000000
-    cmp     r7, r4
-    bgt     .LsteadyEnds
-    cmp     r7, r5
-    movgt   r5, r7
-    subs    r3, r3, #1
+    steadysample
     bne     .Lholds
 .LsteadyEnds:
     str     r5, [r12]
