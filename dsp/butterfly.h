@@ -37,7 +37,7 @@ ORVANE_LANE_INLINE SumDifference<V> BackwardStagePair(V first, V second) {
 
 // y turned and scaled by w.
 template <typename F, typename V>
-ORVANE_LANE_INLINE Complex<V> Twiddle(Complex<F> w, Complex<V> y) {
+ORVANE_LANE_CALL Complex<V> Twiddle(Complex<F> w, Complex<V> y) {
     return {w.re * y.re - w.im * y.im, w.re * y.im + w.im * y.re};
 }
 
@@ -146,14 +146,14 @@ struct MirroredPair {
     Complex<V> low, high;
 };
 template <typename V, typename F>
-ORVANE_LANE_INLINE MirroredPair<V> RealForward(Complex<V> a, Complex<V> b, F wkr, F wki) {
+ORVANE_LANE_CALL MirroredPair<V> RealForward(Complex<V> a, Complex<V> b, F wkr, F wki) {
     const V xr = a.re - b.re, xi = a.im + b.im;
     const V yr = wkr * xr - wki * xi, yi = wkr * xi + wki * xr;
     return {{a.re - yr, a.im - yi}, {b.re + yr, b.im - yi}};
 }
 // And back, leaving the conjugates that the backward transform expects.
 template <typename V, typename F>
-ORVANE_LANE_INLINE MirroredPair<V> RealInverse(Complex<V> a, Complex<V> b, F wkr, F wki) {
+ORVANE_LANE_CALL MirroredPair<V> RealInverse(Complex<V> a, Complex<V> b, F wkr, F wki) {
     const V xr = a.re - b.re, xi = a.im + b.im;
     const V yr = wkr * xr + wki * xi, yi = wkr * xi - wki * xr;
     return {{a.re - yr, yi - a.im}, {b.re + yr, yi - b.im}};

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "dsp/arm_state.h"
+
 constexpr int kQ24Bits = 24;
 constexpr int32_t kQ24One = 1 << kQ24Bits;
 constexpr int kSampleShift = 9;  // 16-bit full scale, 2^15, to Q24
@@ -33,7 +35,8 @@ constexpr int32_t MulQ24(int32_t a, int32_t b) {
 // makes 2^8 gain of the result.
 // Lanes: neighbours; compilers make the vectors, since the arrays don't overlap.
 template <int kShift, typename Sample>
-void MulQ24Run(int32_t* __restrict gains, const Sample* __restrict samples, size_t count) {
+ORVANE_ARM_STATE void MulQ24Run(int32_t* __restrict gains, const Sample* __restrict samples,
+                                size_t count) {
     for (size_t i = 0; i < count; ++i) {
         const int32_t enlarged = samples[i] * (1 << kShift);
         const uint32_t x = static_cast<uint32_t>(enlarged), g = static_cast<uint32_t>(gains[i]);
@@ -83,6 +86,6 @@ constexpr int64_t TruncateToInt64(double v) {
 
 // v in Q24: half a unit is added, then truncated toward zero, so a negative value moves up by as
 // much as a unit (-1.6 units give -1). Saturates; not a number gives 0.
-constexpr int32_t ToQ24(double v) {
+[[gnu::noinline]] constexpr int32_t ToQ24(double v) {
     return TruncateToInt32(v * 16777216.0 + 0.5);
 }

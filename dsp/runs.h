@@ -6,11 +6,12 @@
 #pragma once
 #include <cstddef>
 
+#include "dsp/arm_state.h"
 #include "dsp/inlining.h"
 #include "dsp/softfloat/number.h"
 
 template <typename Run>
-ORVANE_LANE_INLINE void RunAlone(Run& run, size_t count) {
+ORVANE_ARM_STATE ORVANE_LANE_INLINE void RunAlone(Run& run, size_t count) {
     Run local = run;
     for (size_t i = 0; i < count; ++i) local.Step(i);
     run = local;

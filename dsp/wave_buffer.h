@@ -68,7 +68,7 @@ private:
     ORVANE_LOCAL uint32_t Push(const Sample* source, uint32_t frames);
     template <typename Sample>
     ORVANE_LOCAL uint32_t Pop(Sample* destination, uint32_t frames, bool partial);
-    bool Usable() const { return capacity != 0 && channels != 0; }
+    ORVANE_LOCAL bool Usable() const { return capacity != 0 && channels != 0; }
 
     OwnedArray<float> samples;  // the first `count` are held
     uint32_t capacity = 0;      // samples

@@ -88,7 +88,7 @@ struct FloatLimiting {
 // of peak * 2^zeros, from 1/2 to 1, after Newton and Raphson. It begins with 48/17 - 32/17 d, at
 // most 1/17 off, and each step squares that; a little less than it is, it leaves at most 1 to be
 // added.
-inline int32_t ShortQuotient(int32_t gate, int32_t peak) {
+ORVANE_ARM_STATE inline int32_t ShortQuotient(int32_t gate, int32_t peak) {
     constexpr uint32_t kOnce = 3031741620, kTimes = 2021161080;  // 48/17 and 32/17 of 2^30
     constexpr uint32_t kTwo = 1U << 31U, kMargin = 4;
     const auto upper = [](uint32_t a, uint32_t b) {
@@ -114,7 +114,7 @@ struct Q24Limiting {
     static constexpr bool kTakesVectors = false, kInSteadyRuns = false;
 
     static int32_t Gate(float gate) { return gate >= 0 ? ToQ24(static_cast<double>(gate)) : 0; }
-    static int32_t Magnitude(int32_t x) { return ::Magnitude(x); }
+    [[gnu::always_inline]] static int32_t Magnitude(int32_t x) { return ::Magnitude(x); }
     static bool Greater(int32_t a, int32_t b) { return a > b; }
     static int32_t Larger(int32_t a, int32_t b) { return a > b ? a : b; }
     // |x| > gate, and with the largest gate also of the most negative x, whose magnitude equals it.

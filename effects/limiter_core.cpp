@@ -23,6 +23,22 @@ private:
     uint32_t offset, largest = 0;
 };
 
+// The 16 bits of samples times gains; false if a product exceeds the gate.
+ORVANE_ARM_STATE bool ShortProductsOf(const int32_t* samples, const int32_t* gains, int32_t gate,
+                                      int16_t* out, size_t count) {
+    Exceeding exceeding(gate);
+    for (size_t i = 0; i < count; ++i) {
+        const int32_t output = MulQ24(samples[i], gains[i]);
+        exceeding.Take(output);
+        out[i] = static_cast<int16_t>(output >> kSampleShift);
+    }
+    return !exceeding.Any();
+}
+bool ShortProductsOf(const float* samples, const float* gains, float gate, int16_t* out,
+                     size_t count) {
+    return ShortProducts(gate).MakeRun(samples, gains, out, count) == count;
+}
+
 }  // namespace
 
 template <typename Arithmetic, uint32_t kChannels>
@@ -97,20 +113,7 @@ bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
     const State before = state;
     Sample gains[kLap * kChannels];
     MakeGains(samples, count, gains, Alone());
-    const Sample* const delayed = Delayed();
-    bool made = false;
-    if constexpr (std::is_same_v<Sample, float>) {
-        made = ShortProducts(gate).MakeRun(delayed, gains, out, size) == size;
-    } else {
-        Exceeding exceeding(gate);
-        for (size_t i = 0; i < size; ++i) {
-            const int32_t output = MulQ24(delayed[i], gains[i]);
-            exceeding.Take(output);
-            out[i] = static_cast<int16_t>(output >> kSampleShift);
-        }
-        made = !exceeding.Any();
-    }
-    if (made) {
+    if (ShortProductsOf(Delayed(), gains, gate, out, size)) {
         Advance(samples, samples, count);
         return true;
     }
@@ -144,12 +147,9 @@ void LimiterCore<Arithmetic, kChannels>::ForgetWindow() {
     std::fill(std::begin(tails), std::end(tails), Sample(0));
 }
 
+// MakeWindow at the beginning of a lap, where every frame counts.
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::OpenLap() {
-    if (framesSinceGate < kWindow) {
-        MakeWindow();
-        return;
-    }
     const uint32_t present = next / kLap;
     for (uint32_t c = 0; c < kChannels; ++c) {
         laps[(present + kLaps - 1) % kLaps][c] = state.running[c];

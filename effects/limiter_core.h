@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <iterator>
 
+#include "dsp/arm_state.h"
 #include "dsp/stream.h"
 #include "effects/limiter_arithmetic.h"
 
@@ -63,13 +64,13 @@ private:
     uint32_t InLap() const { return next % kLap; }
     bool Limiting() const;
     bool AtRest() const;
-    bool AnyAbove(const Sample* samples, size_t count) const;
+    ORVANE_ARM_STATE bool AnyAbove(const Sample* samples, size_t count) const;
     template <typename Runner>
     void MakeGains(const Sample* samples, uint32_t count, Sample* gains, Runner runner);
     template <template <typename> typename Run, typename Runner>
     void RunGains(const Sample* samples, uint32_t count, Sample* gains, Runner runner);
     void ForgetWindow();
-    void OpenLap();
+    ORVANE_ARM_STATE void OpenLap();
     template <typename V>
     void MakeTails(size_t first);
     void MakeWindow();

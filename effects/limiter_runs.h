@@ -87,7 +87,7 @@ template <typename Runner>
 void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32_t count,
                                                    Sample* gains, Runner runner) {
     if (Limiting()) {
-        if (InLap() == 0) OpenLap();
+        if (InLap() == 0) framesSinceGate < kWindow ? MakeWindow() : OpenLap();
         RunGains<GainRun>(samples, count, gains, runner);
     } else if (AnyAbove(samples, size_t{count} * kChannels)) {
         ForgetWindow();

@@ -1,6 +1,6 @@
 #!/bin/sh
 # What must hold of a built shared library beyond its samples: it exports what the list names and
-# nothing else, needs the C library and the log alone, has both hash tables, and holds no fused
+# nothing else, needs the C library and the log alone, has the old hash table, and holds no fused
 # multiply-add; its stack isn't executable.
 #   check-library.sh LIBRARY [PREFIX of the binutils]
 set -eu
@@ -18,9 +18,7 @@ extra=$("${prefix}readelf" -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p
   grep -Ev '^(libc|libm|liblog|libpthread)\.so(\.6|\.0)?$' || true)
 [ -z "$extra" ] || fail "needs $extra"
 
-for table in '(HASH)' '(GNU_HASH)'; do
-  "${prefix}readelf" -d "$library" | grep -qF "$table" || fail "no $table table"
-done
+"${prefix}readelf" -d "$library" | grep -qF '(HASH)' || fail "no (HASH) table"
 
 fused=$("${prefix}objdump" -d "$library" |
   grep -ciE '[[:space:]](vfn?m(add|sub)|vfn?m[as]|fn?m(add|sub)|fml[as]|vfm[as])' || true)

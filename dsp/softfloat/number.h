@@ -250,8 +250,9 @@ template <int lowest = -80>
 // Whether a finite float can be a factor of numbers from 2^-80 on, or on from `smallest` of the
 // magnitudes that are left for it.
 inline bool CanBeFactor(float v, float smallest = 0x1p-46F) {
-    const float magnitude = v < 0 ? -v : v;
-    return v == 0 || (magnitude >= smallest && magnitude < 0x1p30F);
+    const uint32_t magnitude = std::bit_cast<uint32_t>(v) & INT32_MAX;
+    const auto first = std::bit_cast<uint32_t>(smallest), beyond = std::bit_cast<uint32_t>(0x1p30F);
+    return magnitude - first < beyond - first || magnitude == 0;
 }
 constexpr SoftFactor FactorOf(float v) {
     const SoftFloat a = Unpack(std::bit_cast<uint32_t>(v));
