@@ -18,7 +18,7 @@ while read -r title; do fail "nothing in dsp/softfloat names the paragraph $titl
 
 for file in dsp/softfloat/*.S; do
     names=$(sed -n 's/.*docs\/soft-float.md, "\(.*\)"\.$/\1/p' "$file")
-    routines=$(grep -c '^    push ' "$file")
+    routines=$(grep -c '^    push ' "$file") || true # where macros make them, none
     [ "$(printf '%s\n' "$names" | grep -c .)" -ge "$routines" ] ||
         fail "$file has a routine that names no paragraph"
     printf '%s\n' "$names" | while read -r title; do

@@ -53,18 +53,19 @@ endroutine SoftLoadBlock
 @           const float* tail)
 @ The loop of LastInverseStageText (block_ends.h). docs/soft-float.md, "Sum and difference".
 @   in    r0 a, r1 span, r2 count, at least 1; r3 low; stack: high, tail where overlapping
-@   uses  r1 the way to the second number, r2 low, r3 high, r12 tail
-@   stack the place where a ends
+@   uses  r1 the way to the second number, r2 low, r3 high, r12 tail or the place where a ends
+@   stack where overlapping, that place
 routine \name
     push    {r4-r11, lr}
     mov     r1, r1, lsl #4
-    add     r4, r0, r2, lsl #4
+    add     r12, r0, r2, lsl #4
     mov     r2, r3
     ldr     r3, [sp, #36]
     .if \overlapping
+    mov     r4, r12
     ldr     r12, [sp, #40]
-    .endif
     str     r4, [sp, #-4]!
+    .endif
 .L\name\()Next:
     ldrd    r6, r7, [r0, r1]
     ldrd    r4, r5, [r0], #16
@@ -72,8 +73,8 @@ routine \name
     rsb     r10, r9, r4, asr #3
     add     r6, r9, r4, asr #3
     add     r5, r5, #46             @ as pack takes it
-    normround r10, r11, r5
-    normround r6, r7, r5
+    normround r10, r11, r5, unclean=1
+    normround r6, r7, r5, unclean=1-\overlapping
     pack    r10, r11, r8, .LrareHigh
     str     r10, [r3], #4
     .if \overlapping
@@ -82,17 +83,22 @@ routine \name
     unpack  r4, r5, r10, r11, .LplainTail, least=1
     align   r4, r5, r6, r7, .LfarEnd
     add     r6, r9, r4, asr #3
-    normround r6, r7, r5
+    normround r6, r7, r5, unclean=1
     .endif
     pack    r6, r7, r8, .LrareLow
     .if \overlapping
 .LtailAdded:
     .endif
     str     r6, [r2], #4
+    .if \overlapping
     ldr     lr, [sp]
     cmp     r0, lr
     bne     .L\name\()Next
     add     sp, sp, #4
+    .else
+    cmp     r0, r12
+    bne     .L\name\()Next
+    .endif
     pop     {r4-r11, pc}
 endroutine \name
 .endm

@@ -3,11 +3,11 @@
 @ In this file sums are formed in r2, r3, to which a term in r4, r5 is added; r0 is the ContourMix,
 @ r1 the way in bytes from an array's beginning to the present pair, r12 the next array's address.
 
-@ addterm carried: "The near window"; carried as align has it. Changes r8, r9.
-.macro addterm carried=1
+@ addterm carried, unclean: "The near window"; as align and normround have them. Changes r8, r9.
+.macro addterm carried=1, unclean=0
     align   r2, r3, r4, r5, .LfarTerm, carried=\carried
     add     r2, r9, r2, asr #3
-    normround r2, r3, r3
+    normround r2, r3, r3, unclean=\unclean
 .endm
 
 @ weightedsample m, e, weight: the next array's sample of the pair, times the weight there in the
@@ -32,7 +32,7 @@
 @ channelout place: the sum at sp + place and the contour in r4, r5 to the next output, at r6.
 .macro channelout place
     ldrd    r2, r3, [sp, #\place]
-    addterm
+    addterm unclean=1
     add     r3, r3, #55             @ as pack takes it, and what the exponents are lowered by
     pack    r2, r3, r7, .LmixRare
     str     r2, [r6], #4

@@ -4,8 +4,8 @@
 @ value as it lies in memory; the second ones in r10, r11 and r6, r7. r0 is value k, r12 value
 @ half - k.
 
-@ mirrordifference carried: y, as realproducts takes it, of left in r2 to r5 and right in r10, r11 and
-@ r6, r7: left - conj(right).
+@ mirrordifference carried: y, as realproducts takes it, of left in r2 to r5 and right in r10, r11
+@ and r6, r7: left - conj(right).
 .macro mirrordifference carried=0
     align   r4, r5, r6, r7, .LfarIm, carried=\carried
     add     r4, r9, r4, asr #3
@@ -27,16 +27,17 @@
     turned  r2, r3, r4, r5
 .endm
 
-@ storeexchanged op, right: of the value in r2 to r5, which is the right one or not, the imaginary
-@ part less y's, and the real part `op` y's, to its place. y, in r10, r11 and r6, r7, stays.
-.macro storeexchanged op, right
+@ storeexchanged op, right, table: of the value in r2 to r5, which is the right one or not, the
+@ imaginary part less y's, and the real part `op` y's, to its place, which is in the table whose
+@ address lies at sp + table. y, in r10, r11 and r6, r7, stays.
+.macro storeexchanged op, right, table
     align   r4, r5, r6, r7, .LfarIm, carried=1-\right
     rsb     r4, r9, r4, asr #3
     normround r4, r5, r5
     align   r2, r3, r10, r11, .LfarRe, carried=1-\right
     \op     r8, r9, r2, asr #3
     normround r8, r9, r3
-    ldr     r2, [sp, #32]
+    ldr     r2, [sp, #\table]
     .if \right
     ldrd    r2, r3, [r2, #16]
     add     r5, r5, r3
@@ -52,23 +53,21 @@
 @ The loop of SpectrumProductText (spectrum_product.h). docs/soft-float.md, "The real spectrum".
 @   in    r0 spectrum, r1 kernel, r2 places, r3 half
 @   uses  r1 the way from a value to its kernel's
-@   stack right, left; places
+@   stack left, right, while they wait; places
 @   out   r0 whether no number was too small for a product
 routine SoftSpectrumProduct
     push    {r4-r11, lr}
-    sub     sp, sp, #36
+    str     r2, [sp, #-4]!
     add     r12, r0, r3, lsl #4
     sub     r1, r1, r0
-    str     r2, [sp, #32]
     b       .LproductTest
 .LproductNext:
     kernelproduct r12
-    stmia   sp, {r2-r5}
+    stmdb   sp!, {r2-r5}
     kernelproduct r0
-    add     lr, sp, #16
-    stmia   lr, {r2-r5}
-    ldrd    r10, r11, [sp]
-    ldrd    r6, r7, [sp, #8]
+    stmdb   sp!, {r2-r5}
+    ldrd    r10, r11, [sp, #16]
+    ldrd    r6, r7, [sp, #24]
     mirrordifference carried=1
     orrs    lr, r11, r7
     blmi    .LsettleProduct
@@ -80,11 +79,10 @@ routine SoftSpectrumProduct
     ldrd    r8, r9, [lr, #8]
     imaginaryproducts
     turned  r10, r11, r6, r7, back=1
-    add     lr, sp, #16
-    ldmia   lr, {r2-r5}
-    storeexchanged rsb, 0
-    ldmia   sp, {r2-r5}
-    storeexchanged add, 1
+    ldmia   sp!, {r2-r5}
+    storeexchanged rsb, 0, 16
+    ldmia   sp!, {r2-r5}
+    storeexchanged add, 1, 0
 .LproductTest:
     add     r0, r0, #16
     sub     r12, r12, #16
@@ -92,10 +90,13 @@ routine SoftSpectrumProduct
     bne     .LproductNext
     mov     r0, #1
 .LproductEnd:
-    add     sp, sp, #36
+    add     sp, sp, #4
     pop     {r4-r11, pc}
 .LsettleProduct:
-    settle  r6, r7, r10, r11, .LproductEnd
+    settle  r6, r7, r10, r11, .LproductRefused
+.LproductRefused:
+    add     sp, sp, #32
+    b       .LproductEnd
 endroutine SoftSpectrumProduct
 
 @ realresult op, at: the result in place of the value at `at`: op its real part and y's, its

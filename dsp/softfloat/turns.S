@@ -1,6 +1,6 @@
 #include "dsp/softfloat/arm.inc"
 
-@ What turns rarely come to, for every file that has some. "Turns".
+@ What turns rarely come to, for every file that has some. docs/soft-float.md, "Turns".
 
     turnties SoftRealTies, r2, r4, r5
     turnties SoftImaginaryTies, r6, r10, r9
