@@ -7,6 +7,7 @@
 // The first two weights add up to 0.9998: a steady target of 1 becomes 0.0999 / 0.1001 = 0.998.
 // V: a sample's type or, for floats, a vector of them.
 #pragma once
+#include <bit>
 #include <cstdint>
 #include <type_traits>
 
@@ -83,17 +84,25 @@ struct FloatLimiting {
     };
 };
 
-// gate * 2^24 / peak, 0 <= gate < peak: bit by bit, for processors that don't divide 64 bits.
+// gate * 2^24 / peak, 0 <= gate < peak, for processors that don't divide 64 bits: by the reciprocal
+// of peak * 2^zeros, from 1/2 to 1, after Newton and Raphson. It begins with 48/17 - 32/17 d, at
+// most 1/17 off, and each step squares that; a little less than it is, it leaves at most 1 to be
+// added.
 inline int32_t ShortQuotient(int32_t gate, int32_t peak) {
-    const auto divisor = static_cast<uint32_t>(peak);
-    uint32_t rest = static_cast<uint32_t>(gate), quotient = 0;
-#pragma GCC unroll 4
-    for (int bit = 0; bit < kQ24Bits; ++bit) {
-        rest *= 2;
-        const bool goes = rest >= divisor;
-        if (goes) rest -= divisor;
-        quotient = 2 * quotient + static_cast<uint32_t>(goes);
-    }
+    constexpr uint32_t kOnce = 3031741620, kTimes = 2021161080;  // 48/17 and 32/17 of 2^30
+    constexpr uint32_t kTwo = 1U << 31U, kMargin = 4;
+    const auto upper = [](uint32_t a, uint32_t b) {
+        return static_cast<uint32_t>(uint64_t{a} * b >> 32U);
+    };
+    const auto divisor = static_cast<uint32_t>(peak), dividend = static_cast<uint32_t>(gate);
+    const int zeros = std::countl_zero(divisor);
+    const uint32_t d = divisor << zeros;
+    uint32_t reciprocal = kOnce - upper(kTimes, d);  // of 2^30, as the products with d
+    for (int step = 0; step < 3; ++step)
+        reciprocal = upper(reciprocal, kTwo - upper(reciprocal, d)) << 2U;
+    uint32_t quotient = upper(dividend << zeros, reciprocal - kMargin) >> 6U;
+    const uint32_t rest = (dividend << static_cast<uint32_t>(kQ24Bits)) - quotient * divisor;
+    quotient += static_cast<uint32_t>(rest >= divisor);
     return static_cast<int32_t>(quotient);
 }
 

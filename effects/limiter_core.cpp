@@ -7,8 +7,31 @@
 
 #include "dsp/softfloat/samples.h"
 
+namespace {
+
+// Whether any sample's magnitude exceeds a gate of 0 and more, as Q24Limiting::Above has it.
+class Exceeding {
+public:
+    explicit Exceeding(int32_t gate) : offset(static_cast<uint32_t>(gate)) {}
+    [[gnu::always_inline]] void Take(int32_t sample) {
+        largest = std::max(largest, static_cast<uint32_t>(sample) + offset);
+    }
+    // From -gate to gate it is 0 to 2 gate.
+    bool Any() const { return largest > 2 * offset; }
+
+private:
+    uint32_t offset, largest = 0;
+};
+
+}  // namespace
+
 template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::AnyAbove(const Sample* samples, size_t count) const {
+    if constexpr (kLanes == 1 && std::is_same_v<Sample, int32_t>) {
+        Exceeding exceeding(gate);
+        for (size_t i = 0; i < count; ++i) exceeding.Take(samples[i]);
+        return exceeding.Any();
+    }
     using V = typename VectorOf<Sample, kLanes>::Type;
     const V gates = Broadcast<V>(gate);
     auto above = Arithmetic::Above(V{}, gates);
@@ -74,12 +97,22 @@ bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
     const State before = state;
     Sample gains[kLap * kChannels];
     MakeGains(samples, count, gains, Alone());
+    const Sample* const delayed = Delayed();
+    bool made = false;
     if constexpr (std::is_same_v<Sample, float>) {
-        const ShortProducts products(gate);
-        if (products.MakeRun(Delayed(), gains, out, size) == size) {
-            Advance(samples, samples, count);
-            return true;
+        made = ShortProducts(gate).MakeRun(delayed, gains, out, size) == size;
+    } else {
+        Exceeding exceeding(gate);
+        for (size_t i = 0; i < size; ++i) {
+            const int32_t output = MulQ24(delayed[i], gains[i]);
+            exceeding.Take(output);
+            out[i] = static_cast<int16_t>(output >> kSampleShift);
         }
+        made = !exceeding.Any();
+    }
+    if (made) {
+        Advance(samples, samples, count);
+        return true;
     }
     state = before;
     for (size_t i = 0; i < size; i += kChannels) ProcessFrame(samples + i);

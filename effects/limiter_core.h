@@ -39,8 +39,9 @@ public:
     // frame. Runner (runs.h) runs the gains, alone or beside another recurrence.
     template <typename Runner>
     void ProcessChunk(Sample* samples, uint32_t count, Runner runner);
-    // ProcessChunk of floats to 16 bits (samples.h), for processors without them; what is left in
-    // `samples` means nothing. False if it can't be done so: they hold the outputs, `out` nothing.
+    // ProcessChunk to 16 bits, of floats as samples.h has them, of integers the upper ones; what is
+    // left in `samples` means nothing. For processors without floats. False if it can't be done so:
+    // `samples` hold the outputs, `out` nothing.
     bool ProcessChunkToShort(Sample* samples, uint32_t count, int16_t* out);
     // Frames that stay in a lap, `ahead` frames from now.
     uint32_t Room(uint32_t ahead = 0) const { return kLap - (next + ahead) % kLap; }
@@ -131,7 +132,7 @@ public:
         if (channels == 1) mono.ProcessChunk(samples, count, runner);
         if (channels == 2) stereo.ProcessChunk(samples, count, runner);
     }
-    bool ProcessChunkToShort(float* samples, uint32_t count, uint32_t channels, int16_t* out) {
+    bool ProcessChunkToShort(Sample* samples, uint32_t count, uint32_t channels, int16_t* out) {
         return channels == 1 ? mono.ProcessChunkToShort(samples, count, out)
                              : stereo.ProcessChunkToShort(samples, count, out);
     }

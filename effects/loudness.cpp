@@ -1,9 +1,11 @@
 #include "effects/loudness.h"
 
 #include <algorithm>
+#include <type_traits>
 
 #include "dsp/fixed_point.h"
 #include "dsp/runs.h"
+#include "dsp/softfloat/number.h"
 
 namespace {
 
@@ -23,12 +25,20 @@ struct Halves {
     int16_t high, low;
 };
 
+// The same where no lanes have to be filled.
+struct Doubled {
+    explicit Doubled(int32_t c) : twice(2 * c) {}
+    [[gnu::always_inline]] int32_t Times(int16_t s) const { return MulHigh16(twice, s); }
+    int32_t twice;
+};
+using Coefficient = std::conditional_t<kSoftFloat, Doubled, Halves>;
+
 // The share of the inputs in the outputs; the frames before lie in front. Lanes: neighbours, made
 // by compilers, since the arrays don't overlap.
 template <bool kHasB1>
 void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* __restrict samples,
                size_t count, int32_t* __restrict sums) {
-    const Halves b0(c.b0), b1(c.b1), b2(c.b2);
+    const Coefficient b0(c.b0), b1(c.b1), b2(c.b2);
     for (size_t i = 0; i < count; ++i) {
         const int16_t* const s = samples + i;
         const int32_t both = WrapAdd(b0.Times(*s), b2.Times(*(s - 4)));
@@ -38,32 +48,38 @@ void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* __restrict s
 
 // What outputs of one channel take from earlier ones, and their squares. Products in 64 bits, so
 // that none has to widen its factors; where registers have as many, coefficients stand higher, so
-// that one shift leaves the 32 bits of a sum with their sign.
+// that one shift leaves the 32 bits of a sum with their sign. Processors without floats get narrow
+// factors, whose products take one instruction.
 struct OutputRun {
-    static constexpr int kShift = sizeof(void*) == sizeof(int64_t) ? 32 : kQ24Bits;
+    using Factor = std::conditional_t<kSoftFloat, int32_t, int64_t>;
+    static constexpr int kShift = sizeof(void*) == sizeof(int64_t) && !kSoftFloat ? 32 : kQ24Bits;
     static constexpr int kUp = kShift - kQ24Bits;
 
     OutputRun(const int32_t* shares, const BiquadCoefficients<int32_t>& c,
               const BiquadHistory<int32_t>& history, uint64_t sofar)
         : inputs(shares),
-          fb1(static_cast<int64_t>(c.fb1) * (1 << kUp)),
-          fb2(static_cast<int64_t>(c.fb2) * (1 << kUp)),
+          fb1(static_cast<Factor>(c.fb1) * (Factor{1} << kUp)),
+          fb2(static_cast<Factor>(c.fb2) * (Factor{1} << kUp)),
           y1(history.y1),
           y2(history.y2),
           energy(sofar) {}
     [[gnu::always_inline]] void Step(size_t i) {
         const uint32_t older = static_cast<uint32_t>(inputs[2 * i]) +
                                static_cast<uint32_t>(Product(fb2, y2) >> kShift);
-        const uint64_t sum = (static_cast<uint64_t>(older) << kShift) + Product(fb1, y1);
         y2 = y1;
-        y1 = static_cast<int32_t>(static_cast<int64_t>(sum) >> kShift);
-        energy += static_cast<uint64_t>(y1 * y1);
+        if constexpr (kUp == 0) {
+            y1 = static_cast<int32_t>(older + static_cast<uint32_t>(Product(fb1, y1) >> kShift));
+        } else {
+            const uint64_t sum = (static_cast<uint64_t>(older) << kShift) + Product(fb1, y1);
+            y1 = static_cast<int32_t>(static_cast<int64_t>(sum) >> kShift);
+        }
+        energy += Product(y1, y1);
     }
     [[gnu::always_inline]] static uint64_t Product(int64_t fb, int64_t y) {
         return static_cast<uint64_t>(fb) * static_cast<uint64_t>(y);
     }
     const int32_t* inputs;
-    int64_t fb1, fb2, y1, y2;
+    Factor fb1, fb2, y1, y2;
     uint64_t energy;
 };
 

@@ -6,8 +6,6 @@
 
 #include "dsp/biquad_fp.h"
 
-constexpr int kSampleShift = 9;  // 16-bit full scale, 2^15, to Q24
-
 // One channel: `count` samples that lie `stride` apart. The filter's history goes on.
 uint64_t AddEnergy(const int16_t* samples, size_t count, ptrdiff_t stride, Biquad_FP& filter);
 

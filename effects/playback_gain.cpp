@@ -31,6 +31,14 @@ void FillLine(int64_t gain, int64_t step, int32_t* gains) {
     }
 }
 
+// Samples times a gain, 0 to 2^30, that moves by a step a frame, as AmplifyChunk has them.
+template <size_t channels>
+void AmplifyAlong(const int16_t* in, size_t frames, int32_t gain, int32_t step, int32_t* chunk) {
+    constexpr int kLeft = 16 - (kQ24Bits - kSampleShift);
+    for (; frames > 0; --frames, gain += step)
+        for (size_t c = 0; c < channels; ++c) *chunk++ = MulHigh16(gain * (1 << kLeft), *in++);
+}
+
 }  // namespace
 
 PlaybackGain::PlaybackGain() {
@@ -109,7 +117,15 @@ void PlaybackGain::AmplifyChunk(const int16_t* in, int32_t* chunk, uint32_t fram
     // Parked at the maximum; not at a negative one, which lies below the lowest.
     const int64_t lineStep = gain == highest && step > 0 ? 0 : step;
     const int64_t end = gain + lineStep * frames;
-    if (std::min(gain, end) >= std::max<int64_t>(lowest, 0) && std::max(gain, end) <= highest) {
+    const bool line =
+        std::min(gain, end) >= std::max<int64_t>(lowest, 0) && std::max(gain, end) <= highest;
+    if (kSoftFloat && line && highest < 1 << 30) {
+        (channels == 1 ? AmplifyAlong<1> : AmplifyAlong<2>)(in, frames, static_cast<int32_t>(gain),
+                                                            static_cast<int32_t>(lineStep), chunk);
+        gain = end;
+        return;
+    }
+    if (line) {
         (channels == 1 ? FillLine<1, kChunk> : FillLine<2, kChunk>)(gain, lineStep, chunk);
         MulQ24Run<kSampleShift>(chunk, in, size_t{frames} * channels);
         gain = end;

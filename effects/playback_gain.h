@@ -90,6 +90,10 @@ void PlaybackGain::ProcessChunk(const int16_t* in, int16_t* out, uint32_t count,
     if (!enabled) return runner();
     int32_t chunk[kChunk * kMaxChannels];
     AmplifyChunk(in, chunk, count);
+    if constexpr (kSoftFloat) {
+        if (!limiter.ProcessChunkToShort(chunk, count, channels, out)) Shorten(chunk, out, size);
+        return runner();
+    }
     limiter.ProcessChunk(chunk, count, channels, runner);
     Shorten(chunk, out, size);
 }

@@ -35,6 +35,13 @@ struct Scan {
     }
 };
 
+float NextAbove(float x) {
+    return std::nextafterf(x, kInfinity);
+}
+int32_t NextAbove(int32_t x) {
+    return x + 1;
+}
+
 template <typename A>
 class LimiterTest : public testing::Test {};
 using Limiters = testing::Types<FloatLimiting, Q24Limiting>;
@@ -45,24 +52,28 @@ TYPED_TEST_SUITE(LimiterTest, Limiters);
 // A sample for ever, or one after ten zeros.
 TEST(Limiter, HasTheOutputsOfItsConstants) {
     Limiter rest, limited, pulse;
-    Limiter_FP restFp, pulseFp, lowest;
+    Limiter_FP restFp, pulseFp, lowest, atGate, beyondGate;
+    for (Limiter_FP* limiter : {&atGate, &beyondGate}) limiter->SetGate(3e-7F);  // 5 units
     for (int n = 0; n < 1000; ++n) {
         ASSERT_EQ(rest.Process(0.5F), n < 255 ? 0 : 0.49900126F) << n;
         ASSERT_FLOAT_EQ(limited.Process(1.5F), n < 255 ? 0 : 0x1.feed2p-1F) << n;
         ASSERT_FLOAT_EQ(pulse.Process(n == 10 ? 2.0F : 0.0F), n == 265 ? 0.9979025F : 0) << n;
         ASSERT_EQ(restFp.Process(8388608), n < 255 ? 0 : 8371849) << n;
         ASSERT_EQ(lowest.Process(n == 10 ? INT32_MIN : 0), n == 265 ? -16742272 : 0) << n;
+        ASSERT_EQ(atGate.Process(n == 10 ? 5 : 0), n == 265 ? 4 : 0) << n;
+        ASSERT_EQ(beyondGate.Process(n == 10 ? 6 : 0), n == 265 ? 4 : 0) << n;
         ASSERT_EQ(pulseFp.Process(n == 10 ? 33554432 : 0), n == 265 ? 16743678 : 0) << n;
     }
 }
 
-// Random histories: bursts, rests, steady and sparse levels, different in each channel; gates moved
-// at any time, resets; samples one by one, in runs, and in frames. No output exceeds the gate; a
-// gate that is none silences.
+// Random histories: bursts, rests, steady and sparse levels, different in each channel; samples at
+// the gate and just beyond, gates moved at any time, resets; samples one by one, in runs, and in
+// frames. No output exceeds the gate; a gate that is none silences.
 TYPED_TEST(LimiterTest, FollowsTheLargestSampleSinceLimitingBegan) {
     using A = TypeParam;
     using T = typename A::Sample;
-    constexpr float kGates[] = {0.9999F, 0.5F, 0.3F, 1, 0.01F, 0, -0.0F, -1, kNan, kInfinity};
+    constexpr float kGates[] = {0.9999F, 0.5F,  0.3F, 1,    0.01F,    3e-7F,
+                                0,       -0.0F, -1,   kNan, kInfinity};
     constexpr double kLevels[] = {0, 1e-30, 0.29, 0.4, 0.8, 3, 40, A::kUnity == 1 ? 1e9 : 127};
     std::conditional_t<A::kUnity == 1, Limiter, Limiter_FP> limiter;
     FrameLimiter<A> frameLimiter;
@@ -84,10 +95,13 @@ TYPED_TEST(LimiterTest, FollowsTheLargestSampleSinceLimitingBegan) {
         const double levels[] = {kLevels[random() % std::size(kLevels)] * A::kUnity,
                                  kLevels[random() % std::size(kLevels)] * A::kUnity};
         auto stereo = Noise<T>(size_t{2} * frames, 1 * A::kUnity, turn), expected = stereo;
+        const T gate = std::min<T>(scans[0].gate, 100 * A::kUnity), beyond = NextAbove(gate);
+        const T edges[] = {gate, -gate, beyond, -beyond};
         for (size_t i = 0; i < stereo.size(); ++i) {
             const double level = levels[i % 2], shape = static_cast<double>(stereo[i]) / A::kUnity;
             const bool sounds = (turn + i) % 3 != 0 || random() % 16 == 0;
             stereo[i] = static_cast<T>(turn % 3 == 0 ? level : sounds ? level * shape : 0 * shape);
+            if (turn % 4 == 1) stereo[i] = random() % 128 == 0 ? edges[random() % 4] : 0;
             expected[i] = scans[i % 2].Process(stereo[i]);
             ASSERT_LE(A::Magnitude(expected[i]),
                       static_cast<double>(scans[0].gate) * (1 + 0x1p-23));

@@ -59,8 +59,8 @@
     stmia   r0!, {r2-r5}
 .endm
 
-@ oddpairs: of x1 and x3 as firsthalf leaves them, y3 to r2 to r5, y1's real part to r10, r11 and its
-@ imaginary part to r6, r7.
+@ oddpairs: of x1 and x3 as firsthalf leaves them, y3 to r2 to r5, y1's real part to r10, r11 and
+@ its imaginary part to r6, r7.
 .macro oddpairs
     ldmia   r1, {r2-r5}
     ldmia   sp!, {r6, r7, r10, r11}
@@ -78,13 +78,13 @@
     bne     \label
 .endm
 
-@ turn place, rm, re, im, ie: y, with these parts, by the factor at sp + place, to r2 to r5.
-@ "Turns".
-.macro turn place, rm, re, im, ie
-    ldrd    r8, r9, [sp, #\place]
+@ turn ofreal, ofimaginary, rm, re, im, ie: y, with these parts, by the factor whose parts lie at
+@ these addresses, to r2 to r5. "Turns".
+.macro turn ofreal, ofimaginary, rm, re, im, ie
+    ldrd    r8, r9, \ofreal
     product r2, r3, \rm, \re
     product r4, r5, \im, \ie
-    ldrd    r8, r9, [sp, #\place + 8]
+    ldrd    r8, r9, \ofimaginary
     product \rm, \re, \rm, \re
     product \im, \ie, \im, \ie
     align   r2, r3, \im, \ie, .Lfarr2\im, carried=1
@@ -171,6 +171,68 @@ routine SoftEighthGroup
     settlefour .LeighthEnd
 endroutine SoftEighthGroup
 
+@ bool SoftTwiddledButterflies(Complex<SoftFloat>* a, const SoftTwiddles* w, size_t groups)
+@ That of TwiddledGroupsText (butterfly_groups.h), span 1. docs/soft-float.md, "A butterfly".
+@   in    r0 a, r1 w, r2 groups, at least 1
+@   uses  r0 the place of C, r12 that behind the last butterfly
+@   stack as in SoftTwiddledGroups, whose ends serve both, but nothing is there
+@   out   r0 whether no number was too small for a product
+routine SoftTwiddledButterflies
+    push    {r4-r11, lr}
+    sub     sp, sp, #68
+    add     r0, r0, #32
+    add     r12, r0, r2, lsl #6
+    sub     r1, r1, #8              @ in the loop, the last factor that was loaded
+.LbutterflyNext:
+    ldmia   r0, {r2-r7, r10, r11}
+    orrs    r8, r6, r10
+    beq     .LbutterflyPadded
+    pair    r2, r3, r6, r7
+    pair    r4, r5, r10, r11
+.LbutterflySecond:
+    stmdb   sp!, {r2-r7, r10, r11}
+    ldmdb   r0, {r2-r7, r10, r11}
+    pair    r2, r3, r6, r7
+    pair    r4, r5, r10, r11
+    stmdb   r0, {r6, r7, r10, r11}
+    ldmia   sp!, {r6, r7, r10, r11}
+    pair    r2, r3, r6, r7
+    pair    r4, r5, r10, r11
+    strd    r2, r3, [r0, #-32]
+    strd    r4, r5, [r0, #-24]
+    orrs    lr, r7, r11
+    blmi    .LsettleEven
+    turn    "[r1, #24]!", "[r1, #8]", r6, r7, r10, r11
+    stmia   r0, {r2-r5}
+    ldmdb   r0, {r2-r5}
+    ldmia   sp!, {r6, r7, r10, r11}
+    pair    r4, r5, r6, r7, swap=1
+    pair    r2, r3, r10, r11
+    orrs    lr, r3, r5
+    orrspl  lr, r7, r11
+    blmi    .LsettleOdd
+    stmdb   sp!, {r2-r5}
+    turn    "[r1, #-16]", "[r1, #-8]", r10, r11, r6, r7
+    stmdb   r0, {r2-r5}
+    ldmia   sp!, {r6, r7, r10, r11}
+    turn    "[r1, #16]", "[r1, #24]!", r6, r7, r10, r11
+    add     r0, r0, #16
+    stmia   r0!, {r2-r5}
+    add     r0, r0, #32
+    cmp     r0, r12
+    bne     .LbutterflyNext
+    b       .LtwiddledSettled
+@ D is 0, as all but one are where a block's padding begins: x2 and x3 are C.
+.LbutterflyPadded:
+    sub     r3, r3, #3
+    sub     r5, r5, #3
+    mov     r6, r2
+    mov     r7, r3
+    mov     r10, r4
+    mov     r11, r5
+    b       .LbutterflySecond
+endroutine SoftTwiddledButterflies
+
 @ bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
 @                         size_t groups)
 @ The loops of TwiddledGroupsText (butterfly_groups.h). docs/soft-float.md, "A butterfly".
@@ -199,21 +261,22 @@ routine SoftTwiddledGroups
     evenpairs
     orrs    lr, r7, r11
     blmi    .LsettleEven
-    turn    32, r6, r7, r10, r11
+    turn    "[sp, #32]", "[sp, #40]", r6, r7, r10, r11
     stmia   r12!, {r2-r5}
     oddpairs
     orrs    lr, r3, r5
     orrspl  lr, r7, r11
     blmi    .LsettleOdd
     stmdb   sp!, {r2-r5}
-    turn    16, r10, r11, r6, r7
+    turn    "[sp, #16]", "[sp, #24]", r10, r11, r6, r7
     stmia   r1!, {r2-r5}
     ldmia   sp!, {r6, r7, r10, r11}
-    turn    32, r6, r7, r10, r11
+    turn    "[sp, #32]", "[sp, #40]", r6, r7, r10, r11
     storelast 48, .LtwiddledNext, r2-r5
     ldrd    r2, r3, [sp, #56]
     cmp     r2, r3
     bne     .LtwiddledGroup         @ the next A lies where D ends
+.LtwiddledSettled:
     mov     r0, #1
 .LtwiddledEnd:
     add     sp, sp, #68
@@ -248,8 +311,8 @@ routine SoftLastStage
 endroutine SoftLastStage
 
 routine SoftButterflyFar
-    farout  .Lfarr2r6, r2, r3, r6, r7
-    farout  .Lfarr4r10, r4, r5, r10, r11
-    farout  .Lfarr4r6, r4, r5, r6, r7
-    farout  .Lfarr2r10, r2, r3, r10, r11
+    farout  .Lfarr2r6, r2, r3, r6, r7, spare=r7
+    farout  .Lfarr4r10, r4, r5, r10, r11, spare=r11
+    farout  .Lfarr4r6, r4, r5, r6, r7, spare=r7
+    farout  .Lfarr2r10, r2, r3, r10, r11, spare=r11
 endroutine SoftButterflyFar

@@ -69,6 +69,8 @@ inline void LastStageText(SoftFloat* a, size_t count) {
 extern "C" void SoftLastStage(SoftFloat* a, size_t count);
 extern "C" void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span);
 extern "C" bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e);
+extern "C" bool SoftTwiddledButterflies(Complex<SoftFloat>* a, const SoftTwiddles* w,
+                                        size_t groups);
 extern "C" bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
                                    size_t groups);
 inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
@@ -79,7 +81,8 @@ inline bool EighthGroup(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
 }
 inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
                            size_t groups) {
-    return SoftTwiddledGroups(a, span, w, groups);
+    return span == 1 ? SoftTwiddledButterflies(a, w, groups)
+                     : SoftTwiddledGroups(a, span, w, groups);
 }
 inline void LastStage(SoftFloat* a, size_t count) {
     SoftLastStage(a, count);
