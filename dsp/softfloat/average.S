@@ -17,6 +17,36 @@
     adc     r4, r4, #0
 .endm
 
+@ averagestep first, far: a row. Changes what joinsum does, and r2, r3.
+.macro averagestep first, far
+    joinsum r1, r6
+    .if \first
+    ldr     r2, [r12, #4]
+    eor     r3, r2, r2, lsl #1
+    clz     r3, r3
+    mov     r2, r2, lsl r3
+    mov     r2, r2, asr #7
+    rsb     r3, r3, #5
+    .else
+    ldrd    r2, r3, [r0]
+    .endif
+    subs    r8, r5, r3
+    rsbspl  r9, r8, #5 - \first
+    movpl   r9, r4, lsl r8
+    blmi    .LfarSum
+    rsb     r8, r9, r2, lsl #3
+    normround r8, r9, r3
+    ldrd    r2, r3, [sp, #4]
+    product r8, r9, r8, r9, fm=r2, fe=r3, unclean=1-\first
+    .ifeq \first
+    ldrd    r2, r3, [r0, #8]
+    addband r8, r9, r2, r3, \far
+    normround r8, r9, r9
+    .endif
+    stmia   r0!, {r4, r5, r8, r9}
+    joinsum r12, r10
+.endm
+
 .macro averageloop name, first
 @ void name(AverageRow* rows, const int32_t* entering, const int32_t* leaving,
 @           RunningAverage* state, size_t frames)
@@ -44,33 +74,18 @@ routine \name
     mov     r11, r4, asr #31
     eor     r11, r11, #1
     movgt   r11, #8
-.L\name\()Next:
-    joinsum r1, r6
-    .if \first
-    ldr     r2, [r12, #4]
-    eor     r3, r2, r2, lsl #1
-    clz     r3, r3
-    mov     r2, r2, lsl r3
-    mov     r2, r2, asr #7
-    rsb     r3, r3, #5
-    .else
-    ldrd    r2, r3, [r0]
-    .endif
-    subs    r8, r5, r3
-    rsbspl  r9, r8, #5 - \first
-    movpl   r9, r4, lsl r8
-    blmi    .LfarSum
-    rsb     r8, r9, r2, lsl #3
-    normround r8, r9, r3
-    ldrd    r2, r3, [sp, #4]
-    product r8, r9, r8, r9, fm=r2, fe=r3, unclean=1-\first
     .ifeq \first
-    ldrd    r2, r3, [r0, #8]
-    addband r8, r9, r2, r3, .LfarOutput
-    normround r8, r9, r9
+    sub     r2, r7, r0
+    tst     r2, #16                 @ two rows a turn
+    bne     .LlastOfTwo
+.L\name\()Next:
+    averagestep \first, .LfarFirst
+.LlastOfTwo:
+    averagestep \first, .LfarSecond
+    .else
+.L\name\()Next:
+    averagestep \first
     .endif
-    stmia   r0!, {r4, r5, r8, r9}
-    joinsum r12, r10
     cmp     r0, r7
     bne     .L\name\()Next
     ldr     r3, [sp]
@@ -171,5 +186,6 @@ routine SoftAverageFar
     orrne   r2, r2, #1
     sub     r8, r2, r4, lsl #4
     add     pc, lr, #4
-    farband .LfarOutput, r8, r9, r2, r3
+    farband .LfarFirst, r8, r9, r2, r3
+    farband .LfarSecond, r8, r9, r2, r3
 endroutine SoftAverageFar

@@ -49,7 +49,7 @@ struct AverageRow {
 struct RunningAverage {
     SampleSum sum;
     SoftFactor gain;  // of the band between the narrower average and this one
-    int32_t raised;
+    int32_t raised;   // what the sum's exponent is raised by, kRaised more than the narrower one's
 };
 
 inline SoftFloat NumberOf(SampleSum sum, int32_t raised) {
@@ -61,7 +61,8 @@ inline SampleSum SumOf(SoftFloat a, int32_t raised) {
 }
 
 // Frame n: entering[n] joins the sum, the band joins the output (is it, where `first`), leaving[n]
-// leaves the sum. Where `first`, leaving[n + 1] is the narrower average. At least one frame.
+// leaves the sum. Where `first`, leaving[n + 1] is the narrower average, and nothing is raised. At
+// least one frame.
 template <bool first>
 inline void RunAverageText(AverageRow* rows, const int32_t* entering, const int32_t* leaving,
                            RunningAverage* state, size_t frames) {
