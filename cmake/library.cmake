@@ -24,7 +24,7 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm" AND ORVANE_SOFTFLOAT STREQUAL "")
   set(hand_written dsp/softfloat/average.S dsp/softfloat/block_ends.S
     dsp/softfloat/butterfly_groups.S dsp/softfloat/contour_mix.S
     dsp/softfloat/equalizer_ends.S dsp/softfloat/limiter.S
-    dsp/softfloat/spectrum_product.S)
+    dsp/softfloat/spectrum_product.S dsp/softfloat/turns.S)
   # What runs with every sample is in ARM state, whose instructions do more each. Designs, commands
   # and forms that only step in are small before fast: in Thumb state, but for what dsp/arm_state.h
   # marks.

@@ -54,8 +54,9 @@ public:
     // above.
     void Process(float* samples, unsigned int frames);
 
-    // Where floats are unpacked, Process from 16 bits, as after their conversion to floats in
-    // `out`. False, with nothing done, if it left them alone or where floats aren't, and elsewhere.
+    // Process from 16 bits, as after their conversion to floats in `out`, where floats are unpacked.
+    // False, with nothing done, elsewhere, if Process would leave the samples alone, and while it
+    // runs on floats.
     ORVANE_LOCAL bool ProcessFromShort(const int16_t* in, float* out, unsigned int frames);
 
     // Process in steps, for a chain that runs the sums beside another recurrence: up to kChunk

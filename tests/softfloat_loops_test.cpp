@@ -19,7 +19,7 @@ namespace {
 // 2^30 is 2^29 with an exponent of one more.
 bool Same(SoftFloat a, SoftFloat b) {
     for (SoftFloat* each : {&a, &b})
-        if (each->m == 0x40000000 || each->m == -0x40000000) *each = {each->m / 2, each->e + 1};
+        for (; each->m != 0 && each->m % 2 == 0; ++each->e) each->m /= 2;
     return a.m == b.m && (a.m == 0 || a.e == b.e);
 }
 
@@ -82,10 +82,10 @@ private:
     std::vector<Value> all;
 };
 
-// A sum that samples can have.
-SoftFloat WholeUnits(SoftFloat sum) {
-    if (sum.m == 0) return {0, -32};
-    return sum.e >= 0 ? sum : SoftFloat{sum.m >> -sum.e << -sum.e, sum.e};
+// A sum that samples can have, of `bits` bits, at most 40.
+SampleSum SumOfBits(Numbers& numbers, int32_t bits, int32_t raised) {
+    const int32_t m = numbers.Next(0).m;
+    return SumOf({m, m == 0 ? -30 : bits - 30}, raised);
 }
 
 std::vector<uint32_t> BitsOf(const std::vector<float>& floats) {
@@ -186,35 +186,44 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
 
 TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirText) {
     Numbers numbers(3);
-    for (int n = 0; n < 3000; ++n) {
+    for (int n = 0; n < 6000; ++n) {
         const size_t frames = 1 + numbers.Bits() % 9;
-        const auto exponent = static_cast<int32_t>(numbers.Bits() % 20) - 22;
-        const auto next = [&] { return numbers.Next(exponent); };
+        // Often such that a sum is just below 2^25.
+        const int32_t bits = n % 7 == 0 ? 22 : static_cast<int32_t>(numbers.Bits() % 38);
+        const bool first = n % 3 == 0;
+        const int32_t raised = first ? 0 : n % 5;
+        const auto nextSum = [&](int32_t by) {
+            const uint32_t beside = numbers.Bits() % 16 == 0 ? numbers.Bits() % 38 : 3;
+            return SumOfBits(numbers, (bits + static_cast<int32_t>(beside)) % 41, by);
+        };
         // 24 bits, few of them, ties beside the sum, the largest, zeros.
         const auto sample = [&] {
             const int32_t masks[] = {0x1fffff, 0x3f00, 1 << (6 + n % 12), 0x7f};
-            const uint32_t bits = numbers.Bits();
-            const int32_t x = static_cast<int32_t>(bits / 16) & masks[bits % 4];
-            const int32_t scaled = bits / 4 % 4 == 0 ? x << 9 : x;
+            const uint32_t random = numbers.Bits();
+            const int32_t x = static_cast<int32_t>(random / 16) & masks[random % 4];
+            const int32_t scaled = random / 4 % 4 == 0 ? x << 9 : x;
             const int32_t signedSample = n % 2 == 0 ? scaled : -scaled;
             return numbers.Bits() % 16 == 0 ? -(1 << 30) - (1 << 15) : signedSample;
         };
-        Surrounded<AverageRow> expected(frames, [&] { return AverageRow{next(), next()}; });
+        Surrounded<AverageRow> expected(frames, [&] {
+            return AverageRow{nextSum(raised - kRaised), numbers.Next(bits - 30 + raised)};
+        });
         auto got = expected;
-        std::vector<int32_t> entering(frames), leaving(frames);
+        std::vector<int32_t> entering(frames), leaving(frames + 1);
         std::generate(entering.begin(), entering.end(), sample);
         std::generate(leaving.begin(), leaving.end(), sample);
         // Now and then the sum becomes 0.
-        if (n % 4 == 0) leaving = entering;
-        const SoftFloat sum = n % 4 == 0 ? SoftFloat{0, -32} : WholeUnits(next());
-        RunningAverage before = {sum, numbers.Factor()}, after = before;
-        const bool first = n % 3 == 0;
+        if (n % 4 == 0) std::copy(entering.begin(), entering.end(), leaving.begin());
+        SampleSum sum = n % 4 == 0 ? SampleSum{0, raised} : nextSum(raised);
+        // Down to 2^25 - 1, which is rounded up.
+        if (n % 64 == 1) sum = {0x800001, 2 + raised}, entering[0] = -5;
+        RunningAverage before = {sum, numbers.Factor(), raised}, after = before;
         (first ? RunAverageText<true> : RunAverageText<false>)(expected.begin(), entering.data(),
                                                                leaving.data(), &before, frames);
         Call(first ? SoftFirstAverage : SoftAverage, got.begin(), entering.data(), leaving.data(),
              &after, frames);
         ASSERT_EQ(got.Difference(expected), -1) << n;
-        ASSERT_TRUE(Same(before.sum, after.sum)) << n;
+        ASSERT_TRUE(Same({before.sum.m, before.sum.e}, {after.sum.m, after.sum.e})) << n;
     }
 }
 
@@ -235,8 +244,8 @@ TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirTexts) {
 
         const auto next = [&] { return numbers.Next(Centre(numbers, n) + 50); };
         std::vector<AverageRow> rows;
-        for (size_t i = 0; i < frames; ++i) rows.push_back({next(), next()});
-        if (n % 8 == 0) rows[0] = {{0, -32}, {0, 0}};
+        for (size_t i = 0; i < frames; ++i) rows.push_back({SumOfBits(numbers, 24, 60), next()});
+        if (n % 8 == 0) rows[0] = {{0, 0}, {0, 0}};
         const SoftFactor gain = numbers.Factor();
         std::vector<float> out(frames * channels + 1, 5), byText = out;
         FinishRowsText(rows.data(), &gain, byText.data(), frames, channels);

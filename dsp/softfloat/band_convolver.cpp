@@ -22,6 +22,7 @@ SoftTurn TurnOf(float re, float im, float smallest, bool* fits) {
     }
     SoftTurn turn = {softfloat::FactorOf(re), softfloat::FactorOf(im)};
     turn.re.e += softfloat::kAligned;
+    turn.im.e += kTurnLower;
     return turn;
 }
 
@@ -74,7 +75,7 @@ void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
             const size_t bin = k <= half / 2 ? k : half / 2 + half - k;
             SoftTurn& factor = kernels[b * half + k];
             factor = TurnOf(bands[b].re[bin], bands[b].im[bin], 0x1p-46F, &kernelsFit);
-            if (k == 0) factor.re.e -= softfloat::kAligned;
+            if (k == 0) factor.re.e -= softfloat::kAligned, factor.im.e -= kTurnLower;
             // As SpectrumProduct takes them; k = 0 and the middle one as they leave it.
             const bool left = k > 0 && k < half / 2;
             const int32_t raised =

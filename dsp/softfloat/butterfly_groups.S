@@ -78,21 +78,13 @@
     bne     \label
 .endm
 
-@ turn ofreal, ofimaginary, rm, re, im, ie: y, with these parts, by the factor whose parts lie at
-@ these addresses, to r2 to r5. "Turns".
-.macro turn ofreal, ofimaginary, rm, re, im, ie
+@ turnproducts ofreal, ofimaginary: y, its parts as oddpairs leaves y1's or the other way round, by
+@ the factor whose parts lie at these addresses, as turned takes them. "Turns".
+.macro turnproducts ofreal, ofimaginary
     ldrd    r8, r9, \ofreal
-    product r2, r3, \rm, \re
-    product r4, r5, \im, \ie
+    realproducts
     ldrd    r8, r9, \ofimaginary
-    product \rm, \re, \rm, \re
-    product \im, \ie, \im, \ie
-    align   r2, r3, \im, \ie, .Lfarr2\im, carried=1
-    rsb     r2, r9, r2, asr #3
-    normround r2, r3, r3
-    align   r4, r5, \rm, \re, .Lfarr4\rm, carried=1
-    add     r4, r9, r4, asr #3
-    normround r4, r5, r5
+    imaginaryproducts
 .endm
 
 @ settlefour fail: settle for all four numbers. Changes r8 and r9.
@@ -202,7 +194,8 @@ routine SoftTwiddledButterflies
     strd    r4, r5, [r0, #-24]
     orrs    lr, r7, r11
     blmi    .LsettleEven
-    turn    "[r1, #24]!", "[r1, #8]", r6, r7, r10, r11
+    turnproducts "[r1, #24]!", "[r1, #8]"
+    turned  r2, r3, r4, r5
     stmia   r0, {r2-r5}
     ldmdb   r0, {r2-r5}
     ldmia   sp!, {r6, r7, r10, r11}
@@ -212,10 +205,12 @@ routine SoftTwiddledButterflies
     orrspl  lr, r7, r11
     blmi    .LsettleOdd
     stmdb   sp!, {r2-r5}
-    turn    "[r1, #-16]", "[r1, #-8]", r10, r11, r6, r7
-    stmdb   r0, {r2-r5}
+    turnproducts "[r1, #-16]", "[r1, #-8]"
+    turned  r10, r11, r2, r3, back=1
+    stmdb   r0, {r2, r3, r10, r11}
     ldmia   sp!, {r6, r7, r10, r11}
-    turn    "[r1, #16]", "[r1, #24]!", r6, r7, r10, r11
+    turnproducts "[r1, #16]", "[r1, #24]!"
+    turned  r2, r3, r4, r5
     add     r0, r0, #16
     stmia   r0!, {r2-r5}
     add     r0, r0, #32
@@ -261,17 +256,20 @@ routine SoftTwiddledGroups
     evenpairs
     orrs    lr, r7, r11
     blmi    .LsettleEven
-    turn    "[sp, #32]", "[sp, #40]", r6, r7, r10, r11
+    turnproducts "[sp, #32]", "[sp, #40]"
+    turned  r2, r3, r4, r5
     stmia   r12!, {r2-r5}
     oddpairs
     orrs    lr, r3, r5
     orrspl  lr, r7, r11
     blmi    .LsettleOdd
     stmdb   sp!, {r2-r5}
-    turn    "[sp, #16]", "[sp, #24]", r10, r11, r6, r7
-    stmia   r1!, {r2-r5}
+    turnproducts "[sp, #16]", "[sp, #24]"
+    turned  r10, r11, r2, r3, back=1
+    stmia   r1!, {r2, r3, r10, r11}
     ldmia   sp!, {r6, r7, r10, r11}
-    turn    "[sp, #32]", "[sp, #40]", r6, r7, r10, r11
+    turnproducts "[sp, #32]", "[sp, #40]"
+    turned  r2, r3, r4, r5
     storelast 48, .LtwiddledNext, r2-r5
     ldrd    r2, r3, [sp, #56]
     cmp     r2, r3

@@ -11,25 +11,21 @@ namespace {
 constexpr int32_t kUnitBits = 30;                   // a sample is a multiple of 2^-30
 constexpr int32_t kUnitExponent = 109 - kUnitBits;  // of a number that is one unit of m
 
-// A sum of 0, which isn't larger than any sample.
-constexpr SoftFloat kNothing = {0, -32};
-
 float Packed(SoftFloat inUnits) {
     const SoftFloat v = {inUnits.m, inUnits.e + kUnitExponent};
     return std::bit_cast<float>(softfloat::Pack(v));
 }
 
-// A sample has 24 significant bits, so one of 2^30 and more is even.
-SoftFloat NumberOf(int32_t units) {
-    const bool large = units < -(1 << 29) || units >= 1 << 29;
-    return large ? softfloat::Rounded(units >> 1, 1) : softfloat::Rounded(units, 0);
+// Of sum k.
+int32_t RaisedBy(size_t k) {
+    return kRaised * static_cast<int32_t>(k);
 }
 
 }  // namespace
 
 void SoftEqualizerCore::Reset() {
     for (size_t c = 0; c < kMaxChannels; ++c) {
-        std::fill_n(sums[c], kAverages, kNothing);
+        for (size_t k = 0; k < kAverages; ++k) sums[c][k] = {0, RaisedBy(k)};
         std::fill_n(history[c], kHistory, 0);
     }
     end = silent = kHistory;
@@ -39,7 +35,7 @@ float SoftEqualizerCore::Past(size_t channel, size_t ago) const {
     return Packed(NumberOf(history[channel][end - ago]));
 }
 float SoftEqualizerCore::Sum(size_t channel, size_t k) const {
-    return Packed(sums[channel][k]);
+    return Packed(NumberOf(sums[channel][k], RaisedBy(k)));
 }
 
 void SoftEqualizerCore::MakeRoom(size_t frames) {
@@ -69,13 +65,14 @@ bool SoftEqualizerCore::Take(const int16_t* shorts, const float* samples, size_t
 
 size_t SoftEqualizerCore::Process(const int16_t* shorts, float* samples, size_t frames,
                                   size_t channels, const float* gains) {
-    // Sums stand for averages of 2, 4 ... samples.
+    // Sums stand for averages of 2, 4 ... samples, and their exponents are raised.
     SoftFactor factors[kBands];
     for (size_t j = 0; j < kBands; ++j) {
         if (!softfloat::CanBeFactor(gains[j])) return 0;
         factors[j] = softfloat::FactorOf(gains[j]);
         factors[j].e += kUnitExponent + kOutputRaised;
-        factors[j].e -= static_cast<int32_t>(std::min(j + 1, kAverages));
+        const size_t k = std::min(j, kAverages - 1);
+        factors[j].e -= static_cast<int32_t>(k + 1) + RaisedBy(k);
     }
     size_t done = 0;
     while (done < frames) {
@@ -100,10 +97,9 @@ size_t SoftEqualizerCore::Process(const int16_t* shorts, float* samples, size_t 
 void SoftEqualizerCore::ProcessChunk(size_t channel, size_t frames, const SoftFactor* gains,
                                      AverageRow* rows) {
     const int32_t* const centre = history[channel] + end - kReach;
-    for (size_t n = 0; n < frames; ++n) rows[n].sum = NumberOf(centre[n]);
     for (size_t k = 0; k < kAverages; ++k) {
         const size_t halfWidth = size_t{1} << k;
-        RunningAverage average = {sums[channel][k], gains[k]};
+        RunningAverage average = {sums[channel][k], gains[k], RaisedBy(k)};
         const auto run = k == 0 ? RunAverage<true> : RunAverage<false>;
         run(rows, centre + halfWidth, centre - halfWidth, &average, frames);
         sums[channel][k] = average.sum;

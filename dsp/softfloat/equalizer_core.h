@@ -37,15 +37,15 @@ public:
     float Sum(size_t channel, size_t k) const;
 
 private:
-    static constexpr size_t kChunk = 64;  // frames at a time
-    static constexpr size_t kRoom = 512;  // frames between two moves of the history
+    static constexpr size_t kChunk = 128;  // frames at a time
+    static constexpr size_t kRoom = 512;   // frames between two moves of the history
     static constexpr size_t kHistory = 2 * kReach;
 
     bool Take(const int16_t* shorts, const float* samples, size_t frames, size_t channels);
     void ProcessChunk(size_t channel, size_t frames, const SoftFactor* gains, AverageRow* rows);
     void MakeRoom(size_t frames);
 
-    SoftFloat sums[kMaxChannels][kAverages];
+    SampleSum sums[kMaxChannels][kAverages];
     int32_t history[kMaxChannels][kHistory + kRoom];  // the newest lie before `end`
     size_t end;
     size_t silent;  // frames of silence before `end`, as far as it matters

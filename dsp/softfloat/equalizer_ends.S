@@ -34,7 +34,7 @@ endroutine SoftTakeShorts
 @                     size_t channels)
 @ The loop of FinishRowsText (equalizer_ends.h). docs/soft-float.md, "The equalizer's ends".
 @   in    r0 rows, r1 gain, r2 samples, r3 frames, at least 1; stack: channels
-@   uses  r4, r5 the output; r6 from a sample to the next; r7 where rows end; r10, r11 the gain
+@   uses  r2, r3 the sum; r8, r9 the output; r6 from a sample to the next; r7 where rows end; r10, r11 the gain
 routine SoftFinishRows
     push    {r4-r11, lr}
     ldr     r6, [sp, #36]
@@ -42,31 +42,33 @@ routine SoftFinishRows
     mov     r1, r2
     add     r7, r0, r3, lsl #4
     mov     r6, r6, lsl #2
-    add     r11, r11, #3            @ of align
+    add     r11, r11, #6            @ of addband
 .LfinishNext:
-    ldrd    r2, r3, [r0], #8
-    product r2, r3, r2, r3, fm=r10, fe=r11
-    ldrd    r4, r5, [r0], #8
-    align   r2, r3, r4, r5, .LfarFinish, carried=1
-    add     r4, r9, r2, asr #3
-    ands    r8, r4, #0x80000000
-    rsbmi   r4, r4, #0
-    clz     r9, r4
-    mov     r4, r4, lsl r9
-    movs    r4, r4, lsr #1
+    ldmia   r0!, {r2, r3, r8, r9}
+    eor     lr, r2, r2, lsl #2
+    clz     lr, lr
+    mov     r2, r2, lsl lr
+    sub     r3, r3, lr
+    product r2, r3, r2, r3, fm=r10, fe=r11, unclean=1
+    addband r2, r3, r8, r9, .LfarFinish
+    ands    r8, r2, #0x80000000
+    rsbmi   r2, r2, #0
+    clz     r9, r2
+    mov     r2, r2, lsl r9
+    movs    r2, r2, lsr #1
     sub     r3, r3, r9
     moveq   r3, #0
-    movs    lr, r4, lsr #8
-    adc     r4, r4, #63
-    mov     r4, r4, lsr #7
-    add     r4, r4, r3, lsl #23     @ 2^23 makes the field one more, 2^24 two
-    orr     r4, r4, r8
-    str     r4, [r1], r6
+    movs    lr, r2, lsr #8
+    adc     r2, r2, #63
+    mov     r2, r2, lsr #7
+    add     r2, r2, r3, lsl #23     @ 2^23 makes the field one more, 2^24 two
+    orr     r2, r2, r8
+    str     r2, [r1], r6
     cmp     r0, r7
     bne     .LfinishNext
     pop     {r4-r11, pc}
 endroutine SoftFinishRows
 
 routine SoftFinishFar
-    farout  .LfarFinish, r2, r3, r4, r5
+    farband .LfarFinish, r2, r3, r8, r9
 endroutine SoftFinishFar

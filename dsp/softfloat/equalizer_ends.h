@@ -45,7 +45,7 @@ inline int32_t TakeShortsText(const int16_t* samples, int32_t* units, size_t fra
 inline void FinishRowsText(const AverageRow* rows, const SoftFactor* gain, float* samples,
                            size_t frames, size_t channels) {
     for (size_t n = 0; n < frames; ++n) {
-        const SoftFloat v = *gain * rows[n].sum + rows[n].output;
+        const SoftFloat v = *gain * NumberOf(rows[n].sum, 0) + rows[n].output;
         samples[n * channels] = std::bit_cast<float>(softfloat::Pack({v.m, v.e - kOutputRaised}));
     }
 }

@@ -199,7 +199,9 @@ struct LoweredFloat {
 }
 
 // A complex factor: the exponent of its real part is kAligned more, so that the products' sums need
-// no alignment either.
+// no alignment either, that of its imaginary part kTurnLower, as the routines leave both products
+// that far below a number's place and shift the second one as much less.
+inline constexpr int32_t kTurnLower = 1;
 struct SoftTurn {
     SoftFactor re, im;
 };
@@ -208,8 +210,9 @@ struct SoftTwiddles {  // of a group
 };
 [[gnu::always_inline]] inline Complex<SoftFloat> Twiddle(SoftTurn w, Complex<SoftFloat> y) {
     const SoftFloat ofReal = w.re * y.re, ofImaginary = w.re * y.im;
-    const softfloat::Aligned re = softfloat::Align(ofReal, w.im * y.im, ofReal.e);
-    const softfloat::Aligned im = softfloat::Align(ofImaginary, w.im * y.re, ofImaginary.e);
+    const SoftFactor second = {w.im.m, w.im.e - kTurnLower};
+    const softfloat::Aligned re = softfloat::Align(ofReal, second * y.im, ofReal.e);
+    const softfloat::Aligned im = softfloat::Align(ofImaginary, second * y.re, ofImaginary.e);
     return {softfloat::Rounded(re.a - re.b, re.e), softfloat::Rounded(im.a + im.b, im.e)};
 }
 inline SoftTurn Conjugate(SoftTurn w) {
@@ -247,8 +250,9 @@ template <int lowest = -80>
 // Whether a finite float can be a factor of numbers from 2^-80 on, or on from `smallest` of the
 // magnitudes that are left for it.
 inline bool CanBeFactor(float v, float smallest = 0x1p-46F) {
-    const float magnitude = v < 0 ? -v : v;
-    return v == 0 || (magnitude >= smallest && magnitude < 0x1p30F);
+    const uint32_t magnitude = std::bit_cast<uint32_t>(v) & INT32_MAX;
+    const auto first = std::bit_cast<uint32_t>(smallest), beyond = std::bit_cast<uint32_t>(0x1p30F);
+    return magnitude - first < beyond - first || magnitude == 0;
 }
 constexpr SoftFactor FactorOf(float v) {
     const SoftFloat a = Unpack(std::bit_cast<uint32_t>(v));

@@ -4,36 +4,6 @@
 @ value as it lies in memory; the second ones in r10, r11 and r6, r7. r0 is value k, r12 value
 @ half - k.
 
-@ realproducts, imaginaryproducts: y, re in r6, r7 and im in r10, r11, times one part of a factor in
-@ r8, r9: the four products as turned takes them. "Turns".
-.macro realproducts
-    product r2, r3, r6, r7
-    product r4, r5, r10, r11
-.endm
-.macro imaginaryproducts
-    product r10, r11, r10, r11
-    product r6, r7, r6, r7
-.endm
-
-@ turned re, ee, im, ie, back: the products' sums. re is the difference and im the sum, or with `back` the
-@ other way round.
-.macro turned re, ee, im, ie, back=0
-    align   r2, r3, r10, r11, .LfarRe, carried=1
-    .if \back
-    add     \re, r9, r2, asr #3
-    .else
-    rsb     \re, r9, r2, asr #3
-    .endif
-    normround \re, \ee, r3
-    align   r4, r5, r6, r7, .LfarIm, carried=1
-    .if \back
-    rsb     \im, r9, r4, asr #3
-    .else
-    add     \im, r9, r4, asr #3
-    .endif
-    normround \im, \ie, r5
-.endm
-
 @ mirrordifference carried: y, as realproducts takes it, of left in r2 to r5 and right in r10, r11 and
 @ r6, r7: left - conj(right).
 .macro mirrordifference carried=0
