@@ -11,12 +11,12 @@ set -eu
 # there, and the dearest call's. Then what a reset, a disable, an enable and a change of mode take
 # together, as a part of a call of 1024 frames.
 limits="
-music 6200
-noise 6350
-silence 1250
-decay 5000
-dearest-256 14700
-dearest-1024 9200
+music 5000
+noise 5250
+silence 1000
+decay 4000
+dearest-256 12900
+dearest-1024 7900
 commands 0.02"
 cd "$(dirname "$0")/.."
 build=build/arm-softfloat
