@@ -54,9 +54,9 @@ public:
     // above.
     void Process(float* samples, unsigned int frames);
 
-    // Process from 16 bits, as after their conversion to floats in `out`, where floats are unpacked.
-    // False, with nothing done, elsewhere, if Process would leave the samples alone, and while it
-    // runs on floats.
+    // Process from 16 bits, as after their conversion to floats in `out`, where floats are
+    // unpacked. False, with nothing done, elsewhere, if Process would leave the samples alone, and
+    // while it runs on floats.
     ORVANE_LOCAL bool ProcessFromShort(const int16_t* in, float* out, unsigned int frames);
 
     // Process in steps, for a chain that runs the sums beside another recurrence: up to kChunk
