@@ -7,14 +7,19 @@
 // code, each for the function that it begins in; a conditional instruction counts whether or not
 // its condition holds. Runs are repeatable: no clock, no sampling.
 //
+// It also watches loads and stores of two words at once, which the processor does at multiples of 8
+// only, although the emulator lets others pass.
+//
 // Arguments: symbols=FILE, what `nm -nC` says of the program (linked statically, at fixed
 // addresses). The emulator's own look-up confuses functions that overlap. entry=NAME: calls of this
 // function of the interface, InterfaceCommand, instead of InterfaceProcess.
 //
-// Prints lines of words parted by tabs: "calls" N, "worst" instructions of one call, and for each
-// stage and function "count" STAGE instructions NAME.
+// Prints lines of words parted by tabs: "calls" N, "worst" instructions of one call, for each stage
+// and function "count" STAGE instructions NAME, and "misaligned" NAME for each function that
+// accessed two words elsewhere.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <deque>
 #include <fstream>
 #include <iterator>
@@ -27,8 +32,15 @@ extern "C" {
 using qemu_plugin_id_t = uint64_t;
 struct qemu_info_t;
 struct qemu_plugin_tb;
+struct qemu_plugin_insn;
 size_t qemu_plugin_tb_n_insns(const qemu_plugin_tb* tb);
 uint64_t qemu_plugin_tb_vaddr(const qemu_plugin_tb* tb);
+qemu_plugin_insn* qemu_plugin_tb_get_insn(const qemu_plugin_tb* tb, size_t index);
+const void* qemu_plugin_insn_data(const qemu_plugin_insn* instruction);
+size_t qemu_plugin_insn_size(const qemu_plugin_insn* instruction);
+void qemu_plugin_register_vcpu_mem_cb(qemu_plugin_insn* instruction,
+                                      void (*callback)(unsigned, uint32_t, uint64_t, void*),
+                                      int flags, int readsAndWrites, void* data);
 void qemu_plugin_register_vcpu_tb_trans_cb(qemu_plugin_id_t id,
                                            void (*callback)(qemu_plugin_id_t, qemu_plugin_tb*));
 void qemu_plugin_register_vcpu_tb_exec_cb(qemu_plugin_tb* tb, void (*callback)(unsigned, void*),
@@ -61,15 +73,22 @@ struct Function {
     std::string name;
     Part owner = kStages;  // kStages: belongs to whoever calls it
     uint64_t counts[kStages] = {};
+    bool misaligned = false;
 };
 struct Block {
     Function* function;
     uint64_t instructions;
 };
+// An instruction that loads or stores two words: the emulator accesses one after the other.
+struct TwoWords {
+    Function* function;
+    bool second;
+};
 
 std::string entry = "InterfaceProcess";
 std::map<uint64_t, Function> functions;  // by address
 std::deque<Block> blocks;                // stay where they are: the emulator keeps their addresses
+std::deque<TwoWords> twoWords;           // as these
 Part stage = kCaller;
 uint64_t calls = 0, inThisCall = 0, worst = 0;
 
@@ -105,21 +124,45 @@ void Executed(unsigned, void* data) {
     inThisCall += block.instructions;
 }
 
+void Accessed(unsigned, uint32_t, uint64_t address, void* data) {
+    TwoWords& access = *static_cast<TwoWords*>(data);
+    if (!access.second && address % 8 != 0) access.function->misaligned = true;
+    access.second = !access.second;
+}
+
+// LDRD or STRD in ARM state.
+bool TakesTwoWords(const qemu_plugin_insn* instruction) {
+    uint32_t code = 0;
+    if (qemu_plugin_insn_size(instruction) != sizeof code) return false;
+    std::memcpy(&code, qemu_plugin_insn_data(instruction), sizeof code);
+    return (code & 0x0e1000d0U) == 0xd0U && code >> 28U != 15U;
+}
+
 void Translated(qemu_plugin_id_t, qemu_plugin_tb* tb) {
     const auto next = functions.upper_bound(qemu_plugin_tb_vaddr(tb));
     if (next == functions.begin()) return;
-    blocks.push_back({&std::prev(next)->second, qemu_plugin_tb_n_insns(tb)});
+    Function* const function = &std::prev(next)->second;
+    const size_t instructions = qemu_plugin_tb_n_insns(tb);
+    blocks.push_back({function, instructions});
     qemu_plugin_register_vcpu_tb_exec_cb(tb, Executed, 0, &blocks.back());
+    for (size_t i = 0; i < instructions; ++i) {
+        qemu_plugin_insn* const instruction = qemu_plugin_tb_get_insn(tb, i);
+        if (!TakesTwoWords(instruction)) continue;
+        twoWords.push_back({function, false});
+        qemu_plugin_register_vcpu_mem_cb(instruction, Accessed, 0, 3, &twoWords.back());
+    }
 }
 
 void Report(qemu_plugin_id_t, void*) {
     std::string text =
         "calls\t" + std::to_string(calls) + "\nworst\t" + std::to_string(worst) + "\n";
-    for (const auto& [address, function] : functions)
+    for (const auto& [address, function] : functions) {
+        if (function.misaligned) text += "misaligned\t" + function.name + "\n";
         for (int s = kUnit; s < kStages; ++s)
             if (function.counts[s] != 0)
                 text += std::string("count\t") + kStageNames[s] + "\t" +
                         std::to_string(function.counts[s]) + "\t" + function.name + "\n";
+    }
     qemu_plugin_outs(text.c_str());
 }
 

@@ -3,7 +3,8 @@
 # combination of stages, in docs/performance.md, and for the worst input and settings in
 # docs/real-time.md.
 #
-# Fails if something takes more than the limits below.
+# Fails if something takes more than the limits below, or if two words are loaded or stored at once
+# where the processor doesn't.
 #
 # usage: arm-instructions.sh [--check]    --check: fail if a document says otherwise, too
 set -eu
@@ -36,6 +37,7 @@ arm-linux-gnueabi-nm -nC "$program" >"$work/symbols"
 count() {
     qemu-arm -plugin "$plugin,symbols=$work/symbols${entry:+,entry=$entry}" -d plugin \
         -D "$work/$1.$2${3:-}" "$program" "$@" 2>/dev/null
+    ! grep '^misaligned' "$work/$1.$2${3:-}" >&2
 }
 for frames in 256 1024 4096; do count "$frames" music; done
 
