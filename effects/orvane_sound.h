@@ -111,7 +111,7 @@ private:
     struct ORVANE_LOCAL Channel {
         Planar<Real> Block() { return {block.data(), block.data() + block.size() / 2}; }
 
-        OwnedArray<Real> block;  // planar: a block's samples and zeros, later its high band
+        OwnedArray<Real> block;  // planar: a block's samples, later its high band
         PlanarDelay<Real> bandDelay, lowDelay;
         BandTails<Real> tails;
     };

@@ -23,7 +23,7 @@ constexpr int kRiseShift = 4;             // a gain rises 16 times slower than i
 // gain, gain + step ... for a chunk of frames, the same for each channel. More than are asked for:
 // a loop of fixed length becomes vectors.
 template <size_t channels, size_t frames>
-void FillLine(int64_t gain, int64_t step, int32_t* gains) {
+void FillLine(int32_t gain, int32_t step, int32_t* gains) {
     uint32_t g = static_cast<uint32_t>(gain);
     for (size_t i = 0; i < frames; ++i) {
         for (size_t c = 0; c < channels; ++c) gains[channels * i + c] = static_cast<int32_t>(g);
@@ -31,12 +31,21 @@ void FillLine(int64_t gain, int64_t step, int32_t* gains) {
     }
 }
 
-// Samples times a gain, 0 to 2^30, that moves by a step a frame, as AmplifyChunk has them.
-template <size_t channels>
+// Below it the gains of AmplifyAlong must stay.
+constexpr int64_t kLineGainLimit = kSoftFloat ? int64_t{1} << 30 : INT64_MAX;
+
+// Samples of 2^9 times a gain, at least 0, that moves by a step a frame, for up to `longest`
+// frames. Where floats are unpacked nothing is gained by vectors.
+template <size_t channels, size_t longest>
 void AmplifyAlong(const int16_t* in, size_t frames, int32_t gain, int32_t step, int32_t* chunk) {
-    constexpr int kLeft = 16 - (kQ24Bits - kSampleShift);
-    for (; frames > 0; --frames, gain += step)
-        for (size_t c = 0; c < channels; ++c) *chunk++ = MulHigh16(gain * (1 << kLeft), *in++);
+    if constexpr (kSoftFloat) {
+        constexpr int kLeft = 16 - (kQ24Bits - kSampleShift);
+        for (; frames > 0; --frames, gain += step)
+            for (size_t c = 0; c < channels; ++c) *chunk++ = MulHigh16(gain * (1 << kLeft), *in++);
+    } else {
+        FillLine<channels, longest>(gain, step, chunk);
+        MulQ24Run<kSampleShift>(chunk, in, frames * channels);
+    }
 }
 
 }  // namespace
@@ -117,17 +126,10 @@ void PlaybackGain::AmplifyChunk(const int16_t* in, int32_t* chunk, uint32_t fram
     // Parked at the maximum; not at a negative one, which lies below the lowest.
     const int64_t lineStep = gain == highest && step > 0 ? 0 : step;
     const int64_t end = gain + lineStep * frames;
-    const bool line =
-        std::min(gain, end) >= std::max<int64_t>(lowest, 0) && std::max(gain, end) <= highest;
-    if (kSoftFloat && line && highest < 1 << 30) {
-        (channels == 1 ? AmplifyAlong<1> : AmplifyAlong<2>)(in, frames, static_cast<int32_t>(gain),
-                                                            static_cast<int32_t>(lineStep), chunk);
-        gain = end;
-        return;
-    }
-    if (line) {
-        (channels == 1 ? FillLine<1, kChunk> : FillLine<2, kChunk>)(gain, lineStep, chunk);
-        MulQ24Run<kSampleShift>(chunk, in, size_t{frames} * channels);
+    const int64_t least = std::min(gain, end), most = std::max(gain, end);
+    if (least >= std::max<int64_t>(lowest, 0) && most <= highest && most < kLineGainLimit) {
+        const auto amplify = channels == 1 ? AmplifyAlong<1, kChunk> : AmplifyAlong<2, kChunk>;
+        amplify(in, frames, static_cast<int32_t>(gain), static_cast<int32_t>(lineStep), chunk);
         gain = end;
         return;
     }
