@@ -46,7 +46,7 @@ ORVANE_LANE_INLINE void ToFloats(float* to, V from) {
         Store(to, from);
 }
 
-// Takes in a chunk of at most State::kChunk frames; returns the first one's centre. State:
+// Takes in a chunk of at most kChunkFrames frames; returns the first one's centre. State:
 // FIREqualizer's.
 template <typename Real, uint32_t kInterleaved, typename State>
 const Real* TakeIn(State& s, const float* samples, uint32_t frames) {
@@ -79,7 +79,7 @@ void AddAllBands(const State& s, const Real* centre, const Real* rows, size_t co
 
 template <typename Real, uint32_t kInterleaved, typename State>
 void ProcessChunk(State& s, float* samples, uint32_t frames) {
-    constexpr size_t kRow = size_t{State::kChunk} * kInterleaved;
+    constexpr size_t kRow = size_t{kChunkFrames} * kInterleaved;
     const Real* const centre = TakeIn<Real, kInterleaved>(s, samples, frames);
     Real rows[kSums * kRow];
     using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
@@ -195,7 +195,7 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
         }
     }
     while (frames > 0) {
-        const uint32_t count = std::min(frames, State::kChunk);
+        const uint32_t count = std::min(frames, kChunkFrames);
         if (channels == 1)
             ProcessChunk<Real, 1>(*state, samples, count);
         else

@@ -59,12 +59,12 @@ public:
     // while it runs on floats.
     ORVANE_LOCAL bool ProcessFromShort(const int16_t* in, float* out, unsigned int frames);
 
-    // Process in steps, for a chain that runs the sums beside another recurrence: up to kChunk
-    // stereo frames are taken in, their sums run (dsp/runs.h), their bands added up. Left alone, as
-    // by Process, nothing is run. Not where floats are unpacked or there are no vectors.
+    // Process in steps, for a chain that runs the sums beside another recurrence: up to
+    // kChunkFrames stereo frames are taken in, their sums run (dsp/runs.h), their bands added up.
+    // Left alone, as by Process, nothing is run. Not where floats are unpacked or there are no
+    // vectors.
     static constexpr bool kRunsBeside = kLanes > 1 && !kSoftFloat && std::is_same_v<Real, float>;
-    static constexpr uint32_t kChunk = 64;
-    static constexpr size_t kStereoRow = size_t{2} * kChunk;
+    static constexpr size_t kStereoRow = size_t{2} * kChunkFrames;
     struct StereoChunk {
         uint32_t count = 0;  // frames
         SumRun<Real, typename VectorOf<Real, 2>::Type, 2, kStereoRow> run;
@@ -83,8 +83,8 @@ private:
 
     struct State {
         static constexpr uint32_t kDelay = 256, kReach = 2 * kDelay;  // frames
-        // Frames at a time, and at most from one move of the history to the next.
-        static constexpr uint32_t kChunk = FIREqualizer::kChunk, kMove = 512;
+        static constexpr uint32_t kMove = 512;  // frames from one move of the history to the next
+        static_assert(kChunkFrames <= kMove);
 
         Real bandGains[kBands];  // element j: gain of band 9 - j
         // Interleaved. The newest frames, kReach of them before the next.

@@ -1,11 +1,11 @@
 // The one text of all limiters, for a channel or for interleaved frames of two; limiter.h says what
 // they do.
 //
-// The newest 256 frames lie in a ring of four laps of 64. The largest magnitude of the 256 that end
+// The newest 256 frames lie in a ring of two laps of 128. The largest magnitude of the 256 that end
 // with frame p of a lap is the larger of two: of what the lap holds up to p, kept as it grows, and
 // of the rest, made when the lap begins:
 //
-//   frames   0 .. p     p + 1 .. 63 of the last turn, and the other three laps
+//   frames   0 .. p     p + 1 .. 127 of the last turn, and the other lap
 //            running    tails[p + 1]
 //
 // Only frames since limiting began count. Earlier ones did not exceed the gate, so as long as the
@@ -48,7 +48,9 @@ public:
     uint32_t Room(uint32_t ahead = 0) const { return kLap - (next + ahead) % kLap; }
 
 private:
-    static constexpr uint32_t kWindow = 256, kLap = 64, kLaps = kWindow / kLap;
+    static constexpr uint32_t kWindow = 256, kLap = 128, kLaps = kWindow / kLap;
+    // Callers keep what they do with a lap in arrays of one chunk.
+    static_assert(kLap <= kChunkFrames && kWindow % kLap == 0);
     template <typename V>
     struct GainRun;
     template <typename V>
@@ -97,7 +99,7 @@ extern template class LimiterCore<Q24Limiting, 2>;
 template <typename Arithmetic>
 void ProcessStrided(LimiterCore<Arithmetic, 1>& core, typename Arithmetic::Sample* samples,
                     uint32_t frames, uint32_t stride) {
-    typename Arithmetic::Sample run[64];
+    typename Arithmetic::Sample run[kChunkFrames];
     for (uint32_t left = frames; left > 0;) {
         const uint32_t count = std::min<uint32_t>(left, std::size(run));
         for (size_t i = 0; i < count; ++i) run[i] = samples[i * stride];

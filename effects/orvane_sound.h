@@ -24,6 +24,7 @@
 #include "dsp/owned_array.h"
 #include "dsp/planar_delay.h"
 #include "dsp/softfloat/number.h"
+#include "dsp/stream.h"
 #include "dsp/wave_buffer.h"
 #include "platform/export.h"
 
@@ -84,22 +85,20 @@ public:
     uint32_t ProcessBuffer();
 
     // Process in two steps, for a chain that runs the contour beside another recurrence. First all
-    // but the contour; then the contour of the frames that came back, in order, up to kContourChunk
+    // but the contour; then the contour of the frames that came back, in order, up to kChunkFrames
     // at a time: begun, run (runs.h), added. Where floats are unpacked there is nothing left to
     // run.
     static constexpr bool kContourLast = !kSoftFloat && std::is_same_v<Real, float>;
-    static constexpr size_t kContourChunk = 64;  // frames
     struct ContourChunk {
         BiquadRun<float> run;
         size_t done, count;  // frames at the front that have their contour, and those that want it
-        alignas(Lanes) float sums[kContourChunk];
+        alignas(Lanes) float sums[kChunkFrames];
     };
     ORVANE_LOCAL uint32_t ProcessBands(float* samples, uint32_t n);
     ORVANE_LOCAL void BeginContour(ContourChunk& chunk, const float* frames, size_t count);
     ORVANE_LOCAL void FinishContour(const ContourChunk& chunk, float* frames);
 
 private:
-    static constexpr uint32_t kMaxChannels = 2;
     static constexpr uint32_t kKernelLength = 255, kBlock = 770;  // taps; frames
     static constexpr size_t kPairs = kBlock / 2;                  // of samples, in a block
     static constexpr size_t kTransformPairs = (kBlock + kKernelLength - 1) / 2;

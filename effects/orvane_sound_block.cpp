@@ -10,9 +10,6 @@
 
 namespace {
 
-// Frames from the sums of the bands to the output at once.
-constexpr size_t kChunk = 64;
-
 // A value as the buffers between the steps hold it: rounded to float.
 template <typename V>
 [[gnu::always_inline]] inline V Held(V v) {
@@ -182,9 +179,9 @@ void OrvaneSound<Sample, Real>::PushBandsWithContour() {
         if (MixUnpacked(bandsFrom(0), &loContourFilter, kPairs, channels, AppendBlock())) return;
         outputBuffer->SetBufferOffset(held);
     }
-    Real frames[kChunk * kMaxChannels], contour[kChunk];
-    for (size_t at = 0; at < kPairs; at += kChunk / 2) {
-        const size_t pairs = std::min(kChunk / 2, kPairs - at), count = 2 * pairs;
+    Real frames[kChunkFrames * kMaxChannels], contour[kChunkFrames];
+    for (size_t at = 0; at < kPairs; at += kChunkFrames / 2) {
+        const size_t pairs = std::min<size_t>(kChunkFrames / 2, kPairs - at), count = 2 * pairs;
         const auto bands = bandsFrom(at);
         if (channels == 2)
             Weave(bands[0], bands[1], pairs, frames);
@@ -221,7 +218,7 @@ template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::AddContour(uint32_t n) {
     float* frames = outputBuffer->GetCurrentBufferR32Ptr();
     for (uint32_t left = n; left > 0;) {
-        const uint32_t count = std::min<uint32_t>(left, kContourChunk);
+        const uint32_t count = std::min<uint32_t>(left, kChunkFrames);
         ContourChunk chunk;
         BeginContour(chunk, frames, count);
         RunAlone(chunk.run, chunk.count);

@@ -128,7 +128,8 @@ void PlaybackGain::AmplifyChunk(const int16_t* in, int32_t* chunk, uint32_t fram
     const int64_t end = gain + lineStep * frames;
     const int64_t least = std::min(gain, end), most = std::max(gain, end);
     if (least >= std::max<int64_t>(lowest, 0) && most <= highest && most < kLineGainLimit) {
-        const auto amplify = channels == 1 ? AmplifyAlong<1, kChunk> : AmplifyAlong<2, kChunk>;
+        const auto amplify =
+            channels == 1 ? AmplifyAlong<1, kChunkFrames> : AmplifyAlong<2, kChunkFrames>;
         amplify(in, frames, static_cast<int32_t>(gain), static_cast<int32_t>(lineStep), chunk);
         gain = end;
         return;

@@ -55,13 +55,14 @@ public:
     // Process in steps, for a chain that runs another recurrence beside the limiter's: once the
     // loudness of a call's `frames`, then all of them in chunks of up to Room. Runner: dsp/runs.h.
     ORVANE_LOCAL void Begin(const int16_t* in, unsigned int frames);
-    ORVANE_LOCAL uint32_t Room() const { return limiter.Room(0, channels); }
+    // While disabled nothing ends at a lap.
+    ORVANE_LOCAL uint32_t Room() const {
+        return enabled ? limiter.Room(0, channels) : kChunkFrames;
+    }
     template <typename Runner>
     ORVANE_LOCAL void ProcessChunk(const int16_t* in, int16_t* out, uint32_t count, Runner runner);
 
 private:
-    static constexpr uint32_t kChunk = 64;  // frames
-
     ORVANE_LOCAL void DesignWeighting();
     ORVANE_LOCAL int64_t MeasureGain(const int16_t* in, unsigned int frames);
     ORVANE_LOCAL void AmplifyChunk(const int16_t* in, int32_t* chunk, uint32_t frames);
@@ -88,7 +89,7 @@ template <typename Runner>
 void PlaybackGain::ProcessChunk(const int16_t* in, int16_t* out, uint32_t count, Runner runner) {
     const size_t size = size_t{count} * channels;
     if (!enabled) return runner();
-    int32_t chunk[kChunk * kMaxChannels];
+    int32_t chunk[kChunkFrames * kMaxChannels];
     AmplifyChunk(in, chunk, count);
     if constexpr (kSoftFloat) {
         if (!limiter.ProcessChunkToShort(chunk, count, channels, out)) Shorten(chunk, out, size);

@@ -148,3 +148,22 @@ TEST(PlaybackGain, IsAsNewAfterResetAndAfterChangesOfTheStream) {
     EXPECT_NE(play([&] { e.SetSamplingRate(44100), e.SetChannels(2), e.SetChannels(3); }),
               expected);
 }
+
+// Switched off in the middle of its limiter's lap, it doesn't cut what follows at laps that no
+// longer move.
+TEST(PlaybackGain, TakesWholeChunksWhileItIsOff) {
+    Samples samples(size_t{2} * 1000);
+    PlaybackGain gain;
+    gain.SetEnable(true);
+    gain.Process(samples.data(), samples.data(), kChunkFrames - 1);
+    for (const bool enable : {true, false}) {
+        gain.SetEnable(enable);
+        size_t chunks = 0;
+        gain.Begin(samples.data(), 1000);
+        for (uint32_t left = 1000, count = 0; left > 0; left -= count, ++chunks) {
+            count = std::min(left, gain.Room());
+            gain.ProcessChunk(samples.data(), samples.data(), count, Alone());
+        }
+        EXPECT_EQ(chunks, (1000 + kChunkFrames - 1) / kChunkFrames + (enable ? 1 : 0));
+    }
+}
