@@ -13,8 +13,9 @@ Planar<T> HalvesOf(OwnedArray<T>& array) {
     return {array.data(), array.data() + array.size() / 2};
 }
 
-// Bins q and N / 2 - q of a real spectrum of which the complex half transform is x, and their
-// factors. Lanes: neighbouring q; the upper half runs down.
+// Computes bins q and N / 2 - q of the real spectrum from x, the half-length complex transform.
+// `factors` are the real-spectrum factors of q. A lane is a value of q; q rises in `low` and
+// N / 2 - q falls in `high`:
 //   low    q    q + 1   q + 2   q + 3
 //   high   M-q  M-q-1   M-q-2   M-q-3       M = N / 2
 template <typename V, typename T>
@@ -22,7 +23,8 @@ ORVANE_LANE_INLINE MirroredPair<V> BinsAt(Planar<T> x, size_t M, Complex<V> fact
     return RealForward(LoadAt<V>(x, q), LoadReversed<V>(x, M - q), factors.re, factors.im);
 }
 
-// Bins 1 to end - 1: one vector from bin 1 on, which the next one may overlap, then aligned ones.
+// Calls `body` for vectors of bins that cover 1 to end - 1. The first vector begins at bin 1; the
+// others begin at multiples of the width, so the second may overlap the first.
 template <typename T, typename Body>
 ORVANE_LANE_INLINE void ForMirroredBins(size_t end, Body body) {
     using V = typename WidestVector<T>::Type;
@@ -30,9 +32,9 @@ ORVANE_LANE_INLINE void ForMirroredBins(size_t end, Body body) {
     for (size_t q = 1; q < end; q = q % W == 0 ? q + W : W) body.template operator()<V>(q);
 }
 
-// The step that ends FFT_R24's forward transform, the product with each kernel as
-// BandSpliter::ConvSignal has it, and the step that begins the inverse one. `low` and `out`: N
-// values a band.
+// Does three things in one pass: the last step of FFT_R24's forward transform, the product with
+// each kernel's spectrum (as BandSpliter::ConvSignal does it), and the first step of the inverse
+// transform. `low` (the kernels) and `out` have N values for each band.
 template <typename T>
 void Multiply(Planar<T> x, Planar<T> factors, Planar<T> low, Planar<T> out, size_t N) {
     const size_t M = N / 2;
@@ -48,7 +50,7 @@ void Multiply(Planar<T> x, Planar<T> factors, Planar<T> low, Planar<T> out, size
             StoreReversed(out, at + M - q, r.high);
         }
     });
-    // Bins 0 and N / 2 share a pair, and N / 4 has no mirror.
+    // Bins 0 and N / 2 share a pair, and bin N / 4 is its own mirror image.
     const T first = x.re[0] + x.im[0], last = x.re[0] - x.im[0];
     for (size_t at = 0; at < kBands * N; at += N) {
         const T r0 = first * low.re[at], r1 = last * low.im[at];
@@ -59,7 +61,7 @@ void Multiply(Planar<T> x, Planar<T> factors, Planar<T> low, Planar<T> out, size
     }
 }
 
-// Adds what the block before left, keeps what this one leaves for the next.
+// Adds the previous block's tail to `band`, then stores the end of `band` as the new tail.
 template <typename T>
 void AddTail(Planar<T> band, size_t blockPairs, Planar<T> tail, size_t tailPairs, bool primed) {
     ForLanes<T>(tailPairs, [=]<typename V>(size_t q) {
@@ -137,7 +139,7 @@ void BandFilters<T>::SetKernels(const T* const (&taps)[kBands], uint32_t kernelL
             StoreAt(low, q, bins.low);
             StoreAt(high, q, bins.high);
         });
-        // Bins 0 and N / 2 share a pair; the one between them has no mirror.
+        // Bins 0 and N / 2 share a pair, and bin N / 4 is its own mirror image.
         const Complex<T> ends = LoadAt<T>(x, 0);
         StoreAt(low, 0, Complex<T>{ends.re + ends.im, ends.re - ends.im});
         StoreAt(high, 0, LoadAt<T>(x, M / 2));
@@ -163,7 +165,7 @@ void BandFilters<T>::Split(BandTails<T>& tails, Planar<T> block, const Planar<T>
     }
 }
 
-// One band's part of `kernels` or `products`.
+// Returns one band's part of `kernels` or `products`.
 template <typename T>
 Planar<T> BandFilters<T>::PartOf(OwnedArray<T>& all, size_t band) const {
     T* const part = all.data() + band * transformLength;

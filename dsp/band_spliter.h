@@ -1,5 +1,5 @@
-// Splits one channel into three bands: BandFilters and the tails of one channel in one object. Its
-// steps one by one are the plain form, which BandFilters equals bit for bit.
+// Splits one channel into three bands. It is BandFilters and the overlap tails of one channel in
+// one object. The single steps below are the plain form; BandFilters gives the same bits.
 //
 // Allocates: SetParameter, PrepareBuffer, CvFFTRealTime. Thread: no lock of its own;
 // the owner serialises all calls.
@@ -18,47 +18,50 @@ public:
     BandSpliter();
     ~BandSpliter();
 
-    // Designs the filters and builds every buffer; arguments as BandFilters::Design has them. False
-    // with the previous set-up kept if an argument is refused or the kernels can't be designed;
-    // false and not usable if memory for the new state is refused.
+    // Designs the filters and builds every buffer; the arguments are those of BandFilters::Design.
+    // Returns false if an argument is refused or the kernels can't be designed; the previous set-up
+    // then stays. Returns false, and the object isn't usable, if memory is refused.
     bool SetParameter(uint32_t windowType, uint32_t kernelLength, uint32_t samplingRateHz,
                       T lowCutoff, T highCutoff);
 
-    // Filters one block of one channel: sample i lies at index i * stride of the input and of the
-    // outputs, which may all be the same memory. Returns `frames`. Writes nothing unless `frames`
-    // is the block length.
+    // Filters one block of one channel. Sample i is at index i * stride of the input and of the
+    // outputs, which may all be the same memory. Always returns `frames`. Writes nothing unless
+    // `frames` equals the block length.
     uint32_t ConvolveInterleaved(const T* input, T* lowOutput, T* highOutput, T* bandOutput,
                                  uint32_t frames, uint32_t stride);
     uint32_t Convolve(const T* input, T* low, T* high, T* band, uint32_t frames) {
         return ConvolveInterleaved(input, low, high, band, frames, 1);
     }
 
-    // Forgets the history, as newly set up; kernels and sizes stay.
+    // Clears the history, as after SetParameter; kernels and sizes stay.
     void Reset();
 
-    uint32_t GetProceedBufferSize() const { return filters.BlockLength(); }  // L, 0 when not set up
+    uint32_t GetProceedBufferSize() const { return filters.BlockLength(); }  // L; 0 if not set up
     uint32_t GetFFTSize() const { return filters.TransformLength(); }        // N
     bool InstanceUsable() const { return filters.BlockLength() != 0; }
 
-    // BandFilters::BlockLengthFor.
+    // Equals BandFilters::BlockLengthFor.
     static uint32_t GetDataLength(uint32_t kernelLength);
 
-    // Steps of SetParameter, and of ConvolveInterleaved in their plain form.
+    // What follows are the steps of SetParameter, and those of ConvolveInterleaved in their plain
+    // form.
 
-    // Kernels of up to N taps to the N values of their spectra, scaled by 2 / N. False, and nothing
-    // changes, if N isn't this splitter's. Before SetParameter, which makes its own, without
-    // effect.
+    // Computes the kernels' spectra (N values each, times 2 / N) from kernelLength <= N taps.
+    // Returns false, and changes nothing, if transformLength isn't this splitter's N. Before
+    // SetParameter a call has no effect and returns true.
     bool ProcessKernel(const T* low, const T* high, const T* band, uint32_t kernelLength,
                        uint32_t transformLength);
-    // The three overlap tails. False if the sizes aren't set or memory is refused.
+    // Allocates the three overlap tails. Returns false if the sizes aren't set or memory is
+    // refused.
     bool PrepareBuffer();
-    // Transforms n values in place with an object built for this call; `scale` multiplies by 2 / n.
-    // False, and the values are unchanged, if memory is refused.
+    // Transforms n values in place with an FFT object built for this call. With `scale`, the values
+    // are multiplied by 2 / n. Returns false, with the values unchanged, if memory is refused.
     bool CvFFTRealTime(T* data, uint32_t n, bool inverse, bool scale);
-    // The same with this object's own transform, whose length counts; without one, nothing happens.
+    // Like CvFFTRealTime with the splitter's own FFT object, whose length is used instead of n.
+    // Does nothing before SetParameter.
     void CvFFTCreated(T* data, uint32_t n, bool inverse, bool scale);
-    // One band: product with the kernel's spectrum, inverse transform, overlap-add. The block's
-    // output is spectrum[0 .. blockLength - 1].
+    // Finishes one band: multiplies by the kernel's spectrum, transforms back, adds the overlap.
+    // The output is spectrum[0 .. blockLength - 1].
     void ConvSignal(T* spectrum, uint32_t blockLength, const T* kernel, uint32_t transformLength,
                     T* overlap, bool hasTail);
     void ReleaseResources();
@@ -70,7 +73,7 @@ private:
 
     BandFilters<T> filters;
     BandTails<T> tails;
-    OwnedArray<T> work[kBands];       // planar; the block and the high band share one
+    OwnedArray<T> work[kBands];       // planar, one for each band; the block shares the high band's
     std::unique_ptr<FFT_R24<T>> fft;  // for CvFFTCreated
 };
 

@@ -16,12 +16,12 @@ Angle CornerAngle(float frequency, float samplingRate) {
     return {std::sin(w0), std::cos(w0)};
 }
 
-// As SetCoeffs takes them.
+// The coefficients in the form that SetCoeffs takes.
 struct Design {
     double a0, a1, a2, b0, b1, b2;
 };
 
-// The designs stand apart from the template: one for every kind of number.
+// The designs are functions outside the template, because they are the same for every type.
 Design LowPass(float frequency, float samplingRate, float q) {
     const auto [s, c] = CornerAngle(frequency, samplingRate);
     const double quality = q;
@@ -128,7 +128,7 @@ Sample Biquad<Sample, Real>::ProcessSample(Sample sample) {
 
 template <typename Sample, typename Real>
 void Biquad<Sample, Real>::Process(Sample* samples, uint32_t count) {
-    Biquad local = *this;  // a write to `samples` can't reach it
+    Biquad local = *this;  // a write to `samples` can't change a copy
     for (uint32_t i = 0; i < count; ++i) samples[i] = local.ProcessSample(samples[i]);
     *this = local;
 }

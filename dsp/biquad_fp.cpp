@@ -98,7 +98,7 @@ int32_t Biquad_FP::ProcessSample(int32_t x) {
 }
 
 void Biquad_FP::Process(int32_t* samples, uint32_t count) {
-    Biquad_FP local = *this;  // a write to `samples` can't reach it
+    Biquad_FP local = *this;  // a write to `samples` can't change a copy
     for (uint32_t i = 0; i < count; ++i) samples[i] = local.ProcessSample(samples[i]);
     *this = local;
 }

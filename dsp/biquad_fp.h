@@ -1,9 +1,9 @@
-// One second-order recursive filter section for one channel, fixed point: the integer sibling of
-// Biquad (same section, same designs, same ramp) for processors without a floating-point unit.
+// One second-order recursive filter section for one channel in fixed point. It has the section, the
+// designs and the ramp of Biquad, for processors without a floating-point unit.
 //
-// Coefficients are Q24. Samples are 32-bit integers in whatever scale the caller uses; nothing is
-// scaled or limited, sums wrap modulo 2^32. Floating point (single precision) only in the
-// designers and SetCoeffs.
+// Coefficients are Q24. Samples are 32-bit integers in the caller's scale; nothing is scaled or
+// limited, and sums wrap modulo 2^32. Only the designers and SetCoeffs use floating point (single
+// precision).
 //
 // Delay: none. Allocates: never. Thread: no lock of its own; the owner serialises all calls.
 #pragma once
@@ -14,44 +14,47 @@
 
 class ORVANE_API Biquad_FP {
 public:
-    // A pass-through.
+    // Makes a filter that passes its input through.
     Biquad_FP();
 
-    // Everything to zero, coefficients included: silence until coefficients are set again.
+    // Sets everything to zero, the coefficients too. The output is silence until they are set
+    // again.
     void Reset();
 
-    // Forgets the samples; keeps the coefficients and a ramp that is running.
+    // Clears the history; keeps the coefficients and a running ramp.
     void ClearHistory();
 
-    // Coefficients of H(z) = (b0 + b1 z^-1 + b2 z^-2) / (a0 + a1 z^-1 + a2 z^-2), a0 not 0. Each
-    // quotient by a0 is converted as ToQ24 does (saturating at +-128); the feedback coefficients
-    // are negated after that. Clears the history. rampLength 0 (or below) sets them at once;
-    // otherwise they move toward the new ones over that many samples (positive) in truncated
-    // integer steps, so they end up to rampLength - 1 units short.
+    // Sets the coefficients of H(z) = (b0 + b1 z^-1 + b2 z^-2) / (a0 + a1 z^-1 + a2 z^-2); a0 must
+    // not be 0. Each quotient by a0 is converted by ToQ24 (saturating at +-128); the feedback
+    // coefficients are negated afterwards. Clears the history. With a rampLength of 0 or below they
+    // change at once. A positive rampLength moves them over that many samples in integer steps,
+    // truncated toward zero, so they end up to rampLength - 1 units short of the new values.
     void SetCoeffs(int rampLength, float a0, float a1, float a2, float b0, float b1, float b2);
 
     // frequency and samplingRate in Hz, 0 < frequency < samplingRate / 2; q > 0.
     void SetLowPassParameter(int rampLength, float frequency, float samplingRate, float q);
     void SetBandPassParameter(int rampLength, float frequency, float samplingRate, float q);
-    // A high shelf in spite of the name: outputGainDb at 0 Hz, outputGainDb + shelfGainDb at half
-    // the sampling rate, the transition around `frequency`; shelfSlope > 0.
+    // Designs a high shelf in spite of the name. The gain is outputGainDb at 0 Hz and outputGainDb
+    // + shelfGainDb at half the sampling rate, with the transition around `frequency`. shelfSlope >
+    // 0.
     void SetHighPassParameter(int rampLength, float frequency, float samplingRate,
                               float shelfGainDb, float shelfSlope, float outputGainDb);
 
-    // Each of the five products is rounded toward minus infinity by itself.
+    // Returns the next output. Each of the five products is rounded toward minus infinity by
+    // itself.
     int32_t ProcessSample(int32_t x);
-    // In place, `count` samples of the channel.
+    // Filters `count` samples of the channel in place.
     void Process(int32_t* samples, uint32_t count);
 
-    // For loops that hold a filter in registers: whether coefficients stay, and what to take along
-    // and to put back.
+    // For loops that hold the filter in registers. They may do so only while IsRamping() is false;
+    // they read the coefficients and write the history back.
     ORVANE_LOCAL bool IsRamping() const { return rampRemaining != 0; }
     ORVANE_LOCAL const BiquadCoefficients<int32_t>& Coefficients() const { return coefficients; }
     ORVANE_LOCAL BiquadHistory<int32_t>& History() { return history; }
 
 private:
     BiquadCoefficients<int32_t> coefficients;
-    BiquadCoefficients<int32_t> increments;  // a sample, while a ramp is running
+    BiquadCoefficients<int32_t> increments;  // added for each sample of a running ramp
     BiquadHistory<int32_t> history;
     int32_t rampRemaining = 0;  // samples
 };

@@ -1,5 +1,4 @@
-// What a second-order recursive filter section in direct form I consists of, coefficients apart
-// from history.
+// The parts of a second-order recursive filter section in direct form I: coefficients and history.
 #pragma once
 #include <cstddef>
 
@@ -10,7 +9,8 @@ struct BiquadCoefficients {
 
     bool operator==(const BiquadCoefficients&) const = default;
 
-    // Calls `act` with each of the five and its fellows in `others`.
+    // Calls `act` five times, each time with one coefficient and the corresponding ones of
+    // `others`.
     template <typename Act, typename... Others>
     void ForEach(Act act, const Others&... others) {
         act(b0, others.b0...);
@@ -39,7 +39,7 @@ template <typename Number>
     return c.b0 * x + c.b1 * h.x1 + c.b2 * h.x2 + c.fb1 * h.y1 + c.fb2 * h.y2;
 }
 
-// In place, with coefficients that stay. A run of runs.h.
+// Filters samples in place with constant coefficients. It is a run (runs.h).
 template <typename Number>
 struct BiquadRun {
     [[gnu::always_inline]] void Step(size_t i) {

@@ -1,12 +1,13 @@
-// The butterflies of a radix-4 complex transform, on numbers of any kind V: single ones, or vectors
-// whose lanes are butterflies side by side.
+// The butterflies of a radix-4 complex transform. They are templates over V, which is a number type
+// or a vector type whose lanes are independent butterflies.
 //
 //   x0 = A + B     x1 = A - B       x2 = C + D     x3 = C - D
 //   y0 = x0 + x2   y1 = x1 + i x3   y2 = x0 - x2   y3 = x1 - i x3
 //
-// V has + and -, and SumAndDifference where it forms both at once more cheaply, StagePair where it
-// is cheaper still to know which number comes first in a stage; F, the kind of the constant
-// factors, has F * V. Every sum, difference and product is rounded by itself, as written.
+// V needs + and -. A type that forms sum and difference at once more cheaply overloads
+// SumAndDifference. A type for which it helps to know which operand comes first in a stage
+// overloads StagePair. F is the type of the constant factors and needs F * V. Every sum, difference
+// and product is rounded by itself, in the order written.
 #pragma once
 #include <cstddef>
 
@@ -25,7 +26,8 @@ ORVANE_LANE_INLINE SumDifference<V> SumAndDifference(V a, V b) {
     return {a + b, a - b};
 }
 
-// The same of numbers `span` or 2 `span` apart, `first` before `second`; and with second - first.
+// Like SumAndDifference, for two values `span` or 2 `span` apart in the array, `first` before
+// `second`. The difference is first - second, or second - first in the backward form.
 template <typename V>
 ORVANE_LANE_INLINE SumDifference<V> StagePair(V first, V second) {
     return SumAndDifference(first, second);
@@ -35,7 +37,7 @@ ORVANE_LANE_INLINE SumDifference<V> BackwardStagePair(V first, V second) {
     return SumAndDifference(second, first);
 }
 
-// y turned and scaled by w.
+// Returns the complex product w * y.
 template <typename F, typename V>
 ORVANE_LANE_CALL Complex<V> Twiddle(Complex<F> w, Complex<V> y) {
     return {w.re * y.re - w.im * y.im, w.re * y.im + w.im * y.re};
@@ -46,8 +48,9 @@ struct Twiddles {
     Complex<F> w1, w2, w3;
 };
 
-// Those of group t of a stage, from FFT_R24's table; the same in every stage. A pair of groups
-// shares w2, which for the second one is a quarter turn on.
+// Computes the twiddle factors of group t from FFT_R24's table; they are the same in every stage.
+// Groups t and t + 1 (t even) share one table entry for w2: the second group's w2 is that entry
+// turned by a quarter.
 template <typename T>
 ORVANE_LANE_INLINE Twiddles<T> GroupTwiddles(const T* w, size_t t) {
     const bool second = t % 2 != 0;
@@ -58,7 +61,7 @@ ORVANE_LANE_INLINE Twiddles<T> GroupTwiddles(const T* w, size_t t) {
             {w1.re - twice * w1.im, twice * w1.re - w1.im}};
 }
 
-// Results in the places of A, B, C, D.
+// The results, to be stored in the places of A, B, C, D.
 template <typename V>
 struct Radix4 {
     Complex<V> y0, y1, y2, y3;
@@ -97,7 +100,7 @@ ORVANE_LANE_INLINE Radix4<V> Twiddled(Complex<V> A, Complex<V> B, Complex<V> C, 
     return {r.y0, Twiddle(t.w1, r.y1), Twiddle(t.w2, r.y2), Twiddle(t.w3, r.y3)};
 }
 
-// The group whose twiddles are the eighth roots of unity; u = cos(pi/4).
+// The butterfly of group 1, whose twiddle factors are eighth roots of unity; u = cos(pi/4).
 template <typename V, typename F>
 ORVANE_LANE_INLINE Radix4<V> EighthTurn(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D,
                                         F u) {
@@ -112,7 +115,7 @@ ORVANE_LANE_INLINE Radix4<V> EighthTurn(Complex<V> A, Complex<V> B, Complex<V> C
             {u * y3.difference, u * y3.sum}};
 }
 
-// The last stage of a backward transform: conjugates of the untwiddled results.
+// The butterfly of a backward transform's last stage: the conjugates of Untwiddled's results.
 template <typename V>
 ORVANE_LANE_INLINE Radix4<V> Conjugated(Complex<V> A, Complex<V> B, Complex<V> C, Complex<V> D) {
     HalfRadix4<V> h(A, B, C, D);
@@ -124,7 +127,7 @@ ORVANE_LANE_INLINE Radix4<V> Conjugated(Complex<V> A, Complex<V> B, Complex<V> C
             {h.x1.re + h.x3.im, h.x1.im + h.x3.re}};
 }
 
-// Of the last stage where its span is half the transform.
+// The radix-2 butterfly of a last stage whose span is half the transform.
 template <typename V>
 struct Radix2 {
     Complex<V> y0, y1;
@@ -140,7 +143,8 @@ ORVANE_LANE_INLINE Radix2<V> SummedConjugated(Complex<V> A, Complex<V> B) {
     return {{re.sum, -A.im - B.im}, {re.difference, -A.im + B.im}};
 }
 
-// The step between the spectra of n / 2 complex and n real samples, for values q and n / 2 - q.
+// The step between the spectrum of n / 2 complex values and the spectrum of n real samples, for
+// values q and n / 2 - q.
 template <typename V>
 struct MirroredPair {
     Complex<V> low, high;
@@ -151,7 +155,7 @@ ORVANE_LANE_CALL MirroredPair<V> RealForward(Complex<V> a, Complex<V> b, F wkr, 
     const V yr = wkr * xr - wki * xi, yi = wkr * xi + wki * xr;
     return {{a.re - yr, a.im - yi}, {b.re + yr, b.im - yi}};
 }
-// And back, leaving the conjugates that the backward transform expects.
+// The inverse of that step. It leaves the conjugates that the backward transform expects.
 template <typename V, typename F>
 ORVANE_LANE_CALL MirroredPair<V> RealInverse(Complex<V> a, Complex<V> b, F wkr, F wki) {
     const V xr = a.re - b.re, xi = a.im + b.im;

@@ -9,7 +9,7 @@ namespace {
 
 constexpr double kQuarterPi = 0.7853981633974483;
 
-// Complex value whose real part lies at index i.
+// Loads the complex value whose real part is a[i] and whose imaginary part is a[i + 1].
 template <typename T>
 Complex<T> Load(const T* a, int i) {
     return {a[i], a[i + 1]};
@@ -20,7 +20,7 @@ void Store(T* a, int i, Complex<T> v) {
     a[i + 1] = v.im;
 }
 
-// A butterfly over four values `l` apart.
+// Applies a butterfly to the four complex values at j, j + l, j + 2l and j + 3l.
 template <typename T, typename Butterfly>
 ORVANE_LANE_INLINE void Apply(T* a, int j, int l, Butterfly butterfly) {
     const Radix4<T> r =
@@ -31,7 +31,7 @@ ORVANE_LANE_INLINE void Apply(T* a, int j, int l, Butterfly butterfly) {
     Store(a, j + 3 * l, r.y3);
 }
 
-// One stage of radix-4 steps of span l; its groups follow each other 4l apart.
+// Runs one radix-4 stage of span l. Its groups begin 4l apart.
 template <typename T>
 void Stage(int n, int l, T* a, const T* w) {
     const int m = 4 * l;
@@ -47,7 +47,7 @@ void Stage(int n, int l, T* a, const T* w) {
     }
 }
 
-// Everything but the last stage; returns that stage's span.
+// Runs all stages but the last, and returns the last stage's span.
 template <typename T>
 int AllButLastStage(int n, T* a, const T* w) {
     int l = 2;
@@ -62,7 +62,7 @@ int AllButLastStage(int n, T* a, const T* w) {
     return l;
 }
 
-// Cosine and sine of step * j; the product is formed in T, the functions in double.
+// Cosine and sine of step * j. The product is rounded to T; the functions compute in double.
 template <typename T>
 double CosineOf(T step, int j) {
     return std::cos(static_cast<double>(step * static_cast<T>(j)));
@@ -108,7 +108,8 @@ void BuildRealFactors(int nc, int* ip, T* c) {
     }
 }
 
-// The step between the spectra of the n/2 complex and of the n real values, forth or back.
+// Applies the step between the spectrum of n/2 complex values and that of n real values. `step` is
+// RealForward or RealInverse.
 template <typename T, typename Step>
 void ApplyToSpectrum(int n, T* a, int nc, const T* c, Step step) {
     const int m = n / 2;

@@ -5,11 +5,11 @@
 //   inverse:  a[j] = (R[0] + R[n/2] cos(pi j)) / 2 + sum over 0 < k < n/2 of
 //                    R[k] cos(2 pi j k / n) + I[k] sin(2 pi j k / n)
 //
-// Note the plus sign of the sine. Nothing is scaled: forward then inverse multiplies by n/2. The
+// The sine has a plus sign. Nothing is scaled: forward and then inverse multiplies by n/2. The
 // product of two forward spectra, taken as R + iI, is the spectrum of the circular convolution.
 //
-// Delay: none. Allocates: the constructor only. Thread: the routines have no state but the arrays
-// that they are given.
+// Delay: none. Allocates: the constructor only. Thread: any; the static functions use only the
+// arrays that the caller passes.
 #pragma once
 #include <cstdint>
 
@@ -19,18 +19,19 @@
 template <typename T>
 class ORVANE_API FFT_R24 {
 public:
-    // Work areas for transforms of `length` samples (a power of two, at least 2), zero-filled: the
-    // first transform builds the tables. Prepared() is false if memory is refused.
+    // Allocates zero-filled work areas for transforms of `length` samples (a power of two, at least
+    // 2). The first transform builds the tables. Prepared() returns false if memory was refused.
     explicit FFT_R24(uint32_t length);
     bool Prepared() const { return !w.empty() && !ip.empty(); }
 
+    // Transforms a[0 .. n-1] in place.
     // ip: at least 2 + floor(sqrt(n / 2)) integers; ip[0] and ip[1] hold the sizes of the tables
     // built so far (0: none), the rest the offsets of the bit reversal.
     // w: at least n / 2 elements: n/4 twiddle factors, then n/4 factors of the real-spectrum step.
-    // isgn >= 0 forward, < 0 inverse. Builds the tables when n exceeds what ip records.
+    // isgn: >= 0 forward, < 0 inverse. Builds the tables if n exceeds what ip records.
     static void rdft(int n, int isgn, T* a, int* ip, T* w);
 
-    // The stages, on n/2 complex values in a[0 .. n-1].
+    // The stages of the transform, on n/2 complex values in a[0 .. n-1].
     static void bitrv2(int n, int* ip, T* a);
     static void cft1st(int n, T* a, const T* w);
     static void cftmdl(int n, int l, T* a, const T* w);
@@ -42,7 +43,7 @@ public:
     uint32_t length;
 };
 
-// The tables of rdft for n samples, unless those that `ip` records will do.
+// Builds the tables of rdft for n samples, unless `ip` records that they are large enough.
 template <typename T>
 void MakeFftTables(int n, int* ip, T* w);
 

@@ -13,7 +13,8 @@ constexpr double kPi = 3.141592653589793;
 constexpr double kTwoPi = 6.283185307179586;
 constexpr double kTurns[] = {kTwoPi, 12.566370614359172, 0x1.2d97c7f3321d2p+4, 25.132741228718345};
 
-// Windows that are sums of cosines: the constant, then the factor of each; a 0 ends them.
+// The windows that are sums of cosines: first the constant, then the factor of each cosine. A 0
+// ends the factors.
 struct CosineSum {
     int windowType;
     double factors[1 + std::size(kTurns)];
@@ -27,7 +28,7 @@ constexpr CosineSum kCosineSums[] = {
     {14, {1, -1.93, 1.29, -0.388, 0.032}},
 };
 
-// Weight n of a window of N weights; M is N - 1, at least 1.
+// Returns weight n of a window of N weights. M is N - 1 and at least 1.
 double Weight(int windowType, double n, double N, double M) {
     const auto cosine = [n, M](double turns) { return std::cos(n * turns / M); };
     for (const CosineSum& sum : kCosineSums) {

@@ -1,5 +1,5 @@
-// Q24 fixed point (24 fractional bits, 1.0 is 2^24), and conversions from float to integer whose
-// result is defined for every value.
+// Arithmetic in Q24 fixed point (24 fractional bits, 1.0 is 2^24). Also conversions from float to
+// integer whose result is defined for every value.
 #pragma once
 #include <algorithm>
 #include <cstddef>
@@ -9,17 +9,17 @@
 
 constexpr int kQ24Bits = 24;
 constexpr int32_t kQ24One = 1 << kQ24Bits;
-constexpr int kSampleShift = 9;  // 16-bit full scale, 2^15, to Q24
+constexpr int kSampleShift = 9;  // left shift that takes 16-bit samples (full scale 2^15) to Q24
 
 static_assert((-1 >> 1) == -1, "a right shift keeps the sign");
 
-// a * b in Q24, a and b in Q24: rounded toward minus infinity, modulo 2^32.
+// Returns a * b; all three are Q24. Rounds toward minus infinity, modulo 2^32.
 constexpr int32_t MulQ24(int32_t a, int32_t b) {
     const int64_t product = static_cast<int64_t>(a) * b;
     return static_cast<int32_t>(static_cast<uint32_t>(product >> kQ24Bits));
 }
 
-// a * s / 2^16, rounded toward minus infinity: one instruction on ARM.
+// Returns a * s / 2^16, rounded toward minus infinity. It is one instruction on ARM.
 [[gnu::always_inline]] inline int32_t MulHigh16(int32_t a, int16_t s) {
 #if defined(__ARM_FEATURE_DSP) && !defined(__thumb__)
     int32_t product;
@@ -30,10 +30,12 @@ constexpr int32_t MulQ24(int32_t a, int32_t b) {
 #endif
 }
 
-// gains[i], not negative, becomes MulQ24(samples[i] * 2^kShift, gains[i]). Vectors have no product
-// with a sign: taken as unsigned a negative sample is 2^32 too large, its product 2^32 gain, which
-// makes 2^8 gain of the result.
-// Lanes: neighbours; compilers make the vectors, since the arrays don't overlap.
+// Replaces gains[i], which must not be negative, by MulQ24(samples[i] * 2^kShift, gains[i]).
+//
+// SSE2 multiplies unsigned 32-bit lanes only. Read as unsigned, a negative sample is 2^32 too
+// large, so its product is 2^32 * gain too large and the result, after the shift by 24, 2^8 * gain.
+// The loop subtracts this excess. Compilers turn it into vectors of neighbours, because the arrays
+// must not overlap.
 template <int kShift, typename Sample>
 ORVANE_ARM_STATE void MulQ24Run(int32_t* __restrict gains, const Sample* __restrict samples,
                                 size_t count) {
@@ -46,28 +48,28 @@ ORVANE_ARM_STATE void MulQ24Run(int32_t* __restrict gains, const Sample* __restr
     }
 }
 
-// a + b modulo 2^32.
+// Returns a + b modulo 2^32.
 constexpr int32_t WrapAdd(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
 
-// a - b modulo 2^32.
+// Returns a - b modulo 2^32.
 constexpr int32_t WrapSub(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
 }
 
-// a * b modulo 2^64.
+// Returns a * b modulo 2^64.
 constexpr int64_t WrapMul64(int64_t a, int64_t b) {
     return static_cast<int64_t>(static_cast<uint64_t>(a) * static_cast<uint64_t>(b));
 }
 
-// |a|; the magnitude of the most negative value is the most positive one.
+// Returns |a|. For the most negative value it returns the most positive one.
 [[gnu::always_inline]] constexpr int32_t Magnitude(int32_t a) {
     if (a >= 0) return a;
     return a == INT32_MIN ? INT32_MAX : -a;
 }
 
-// Toward zero; beyond the range its nearest end; not a number gives 0.
+// These truncate toward zero. Values beyond the range give its nearest end; NaN gives 0.
 constexpr int32_t TruncateToInt32(float v) {
     if (v >= 2147483648.0F) return INT32_MAX;
     if (v < -2147483648.0F) return INT32_MIN;
@@ -84,9 +86,9 @@ constexpr int64_t TruncateToInt64(double v) {
     return v == v ? static_cast<int64_t>(v) : 0;
 }
 
-// v in Q24: half a unit is added, then truncated toward zero, so a negative value moves up by as
-// much as a unit (-1.6 units give -1). Saturates; not a number gives 0. Settings and designs
-// call it; inlined, where doubles are calls too, it would be most of them.
+// Converts v to Q24. It adds half a unit and truncates toward zero, so a negative value can rise by
+// almost a unit (-1.6 units give -1). Saturates; NaN gives 0. Only settings and designs call it. It
+// is not inlined, because with helpers for doubles it would be most of their code.
 [[gnu::noinline]] constexpr int32_t ToQ24(double v) {
     return TruncateToInt32(v * 16777216.0 + 0.5);
 }

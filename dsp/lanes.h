@@ -1,10 +1,10 @@
-// Vectors of numbers that don't depend on each other, as wide as the target has them.
+// Vectors of independent numbers, as wide as the target supports.
 //
-// Nothing above this header knows a width or a processor: what is written with it holds for 1, 4
-// and 8 lanes, gives the bits of the same expression on single numbers, and leaves the rest of a
-// run, which fills no vector, to the same text with V = float. Products and sums are the plain
-// operators, each rounded by itself; a choice is `x > y ? x : y`. A vector's zero is Broadcast(0):
-// adding one to -0 gives +0.
+// Code above this header names neither a width nor a processor. It works with 1, 4 and 8 lanes and
+// gives the bits of the same expression on single numbers. The samples at the end of a buffer that
+// fill no vector go through the same template with V = float. Products and sums are the plain
+// operators, each rounded by itself; a choice is `x > y ? x : y`. Write a zero vector as
+// Broadcast(0). Don't add it to a value that may be -0, because -0 + 0 is +0.
 #pragma once
 #include <bit>
 #include <cstddef>
@@ -12,7 +12,7 @@
 #include <cstring>
 #include <type_traits>
 
-#if defined(ORVANE_LANES)  // any width runs anywhere, slowly: for tests
+#if defined(ORVANE_LANES)  // for tests: any width works on any processor, but slowly
 inline constexpr size_t kLanes = ORVANE_LANES;
 #elif defined(__AVX2__)
 inline constexpr size_t kLanes = 8;
@@ -31,11 +31,11 @@ template <typename T>
 struct VectorOf<T, 1> {
     using Type = T;
 };
-// kLanes floats; with one lane, the number itself.
+// kLanes floats. With one lane this is plain float.
 using Lanes = VectorOf<float, kLanes>::Type;
 using IntLanes = VectorOf<int32_t, kLanes>::Type;
 
-// The widest vector of T: Lanes for float; numbers of other types are taken one by one.
+// The widest vector type for T. It is Lanes for float; other types have no vector.
 template <typename T>
 struct WidestVector {
     using Type = T;
@@ -47,7 +47,7 @@ struct WidestVector<float> {
 template <typename V, typename T>
 inline constexpr size_t kWidth = sizeof(V) / sizeof(T);
 
-// From and to any address of a T: lane i is p[i].
+// Load from and store to any address that is aligned for T. Lane i is p[i].
 template <typename V = Lanes, typename T>
 [[gnu::always_inline]] inline V Load(const T* p) {
     V v;
@@ -59,7 +59,7 @@ template <typename V, typename T>
     std::memcpy(__builtin_assume_aligned(p, alignof(T)), &v, sizeof v);
 }
 
-// Four lanes each to `first` and `second`; up to four lanes all to `first`.
+// Stores lanes 0 to 3 at `first` and lanes 4 to 7 at `second`. Narrower vectors go to `first` only.
 template <typename V, typename T>
 [[gnu::always_inline]] inline void StoreFours(T* first, T* second, V v) {
     if constexpr (kWidth<V, T> == 8) {
@@ -70,8 +70,8 @@ template <typename V, typename T>
     }
 }
 
-// Two floats from `first`, two from `second`, and back. As doubles, which compilers load and store
-// straight into halves.
+// Load two floats from `first` and two from `second`, and store them back. The pairs are moved as
+// doubles, because compilers load and store these directly as halves of a register.
 using FourFloats = VectorOf<float, 4>::Type;
 using TwoFloats [[gnu::may_alias, gnu::aligned(alignof(float))]] = double;
 [[gnu::always_inline]] inline FourFloats LoadTwos(const float* first, const float* second) {
@@ -85,7 +85,7 @@ using TwoFloats [[gnu::may_alias, gnu::aligned(alignof(float))]] = double;
     *reinterpret_cast<TwoFloats*>(second) = twos[1];
 }
 
-// x in every lane.
+// Returns a vector with x in every lane.
 template <typename V = Lanes, typename T>
 [[gnu::always_inline]] inline V Broadcast(T x) {
     if constexpr (kWidth<V, T> == 1)
@@ -94,7 +94,7 @@ template <typename V = Lanes, typename T>
         return x - V{};  // keeps the sign of a zero
 }
 
-// Last lane first.
+// Returns the lanes in reverse order.
 template <typename V>
 [[gnu::always_inline]] inline V Reversed(V v) {
     if constexpr (std::is_arithmetic_v<V>)
@@ -105,14 +105,14 @@ template <typename V>
         return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0);
 }
 
-// Without the sign. V: a float or a vector of floats.
+// Returns |x| of a float or of each lane of a vector of floats.
 template <typename V>
 [[gnu::always_inline]] inline V Absolute(V x) {
     using Ints = typename VectorOf<int32_t, kWidth<V, float>>::Type;
     return std::bit_cast<V>(std::bit_cast<Ints>(x) & INT32_MAX);
 }
 
-// Whether a comparison holds in any lane.
+// Returns true if the comparison holds in any lane.
 template <typename Mask>
 [[gnu::always_inline]] inline bool AnyLane(Mask mask) {
     if constexpr (std::is_integral_v<Mask>) {
@@ -125,12 +125,12 @@ template <typename Mask>
     }
 }
 
-// Within each four lanes, rows before and after:
+// Transposes the four rows a, b, c, d within each group of four lanes. Rows before and after:
 //   a0 a1 a2 a3      a0 b0 c0 d0
 //   b0 b1 b2 b3      a1 b1 c1 d1
 //   c0 c1 c2 c3      a2 b2 c2 d2
 //   d0 d1 d2 d3      a3 b3 c3 d3
-// Single numbers stay: one column is four rows already.
+// Single numbers stay as they are.
 template <typename V>
 [[gnu::always_inline]] inline void Transpose(V& a, V& b, V& c, V& d) {
     if constexpr (std::is_arithmetic_v<V>) {
@@ -156,8 +156,8 @@ template <typename V>
     }
 }
 
-// Columns of four: place(i) is the address of the four numbers that are lane i of the rows, so
-// with x = place(0), y = place(1), ...
+// Load and store four rows as columns. place(i) is the address of four numbers; they are lane i of
+// the rows a, b, c, d. With x = place(0), y = place(1), ...
 //   a  x0 y0 z0 w0 ..
 //   b  x1 y1 z1 w1 ..
 //   c  x2 y2 z2 w2 ..
@@ -211,7 +211,7 @@ template <typename V, typename Place>
     }
 }
 
-// Numbers at even and at odd places of a run.
+// Load and store interleaved numbers as two vectors: those at even and those at odd indices.
 //   p      0 1 2 3 4 5 6 7
 //   even   0 2 4 6
 //   odd    1 3 5 7
@@ -245,8 +245,8 @@ template <typename V, typename T>
     Store(p + kWidth<V, T>, second);
 }
 
-// body.template operator()<V>(i) for the vectors of a run of `count` numbers of type T, then one by
-// one, with V = T, for the rest.
+// Calls body.template operator()<V>(i) for each whole vector among `count` numbers of type T. Then
+// calls it with V = T for each remaining number.
 template <typename T, typename Body>
 [[gnu::always_inline]] inline void ForLanes(size_t count, Body body) {
     using V = typename WidestVector<T>::Type;
@@ -257,7 +257,7 @@ template <typename T, typename Body>
         for (; i < count; ++i) body.template operator()<T>(i);
 }
 
-// Numbers converted lane by lane, as a cast does; from floats only what fits.
+// Converts lane by lane, as static_cast does. Floats must be in the range of the integer type.
 template <typename To, typename From>
 [[gnu::always_inline]] inline To ConvertLanes(From from) {
     if constexpr (std::is_arithmetic_v<From>)
@@ -266,7 +266,8 @@ template <typename To, typename From>
         return __builtin_convertvector(from, To);
 }
 
-// 16-bit integers in two vectors of 32-bit ones, and the low halves of two vectors.
+// Load 16-bit integers into two vectors of 32-bit integers, and store the low halves of two
+// vectors.
 //   p       0 1 2 3 4 5 6 7
 //   first   0 1 2 3
 //   second  4 5 6 7
@@ -277,7 +278,7 @@ template <typename V>
         first = p[0];
         second = p[1];
     } else {
-        // Twice side by side a number fills 32 bits; shifted down it is alone, with its sign.
+        // Put each number into both halves of 32 bits; the shift down then extends its sign.
         const auto v = Load<typename VectorOf<int16_t, 2 * kWide>::Type>(p);
         auto low = v, high = v;
         if constexpr (kWide == 4) {

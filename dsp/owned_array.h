@@ -1,4 +1,4 @@
-// An array that belongs to its holder and whose allocation may be refused.
+// An array that belongs to the object that holds it. Its allocation may fail, and says so.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -7,13 +7,14 @@
 
 #include "dsp/lanes.h"
 
-// T: a plain number type. The first one lies where a vector may, so that none of a run of vectors
-// crosses the end of a cache line; an allocation is aligned for all but the widest.
+// T is a plain number type. The first element is aligned for a vector (Lanes), so that vectors
+// loaded one after the other never cross the end of a cache line. `new` aligns enough for all but
+// the widest vectors; the array adds the rest itself.
 template <typename T>
 class OwnedArray {
 public:
-    // Replaces the array by `size` zeros. False, and the old array stays, if memory is refused.
-    // A size of 0 gives an empty array.
+    // Replaces the array by `size` zeros; a size of 0 gives an empty array. Returns false, and
+    // keeps the old array, if memory is refused.
     bool Allocate(size_t size) {
         if (size > kMaxSize) return false;
         std::unique_ptr<T[]> fresh;
@@ -40,12 +41,10 @@ public:
 
 private:
     static constexpr size_t kAlignment = sizeof(Lanes);
-    // Numbers that may lie before the first.
-    static constexpr size_t kSlack = kAlignment > __STDCPP_DEFAULT_NEW_ALIGNMENT__&& kAlignment %
-                                                      sizeof(T) ==
-                                             0
-                                         ? kAlignment / sizeof(T)
-                                         : 0;
+    static constexpr bool kNewAligns = kAlignment <= __STDCPP_DEFAULT_NEW_ALIGNMENT__;
+    // The number of unused elements that may be needed before the first one.
+    static constexpr size_t kSlack =
+        kNewAligns || kAlignment % sizeof(T) != 0 ? 0 : kAlignment / sizeof(T);
 
     T* Aligned() const {
         if constexpr (kSlack == 0) return elements.get();
@@ -53,7 +52,7 @@ private:
         return elements.get() + (kAlignment - beyond) % kAlignment / sizeof(T);
     }
 
-    // An array of more bytes than half the address space can't be asked for.
+    // No array may have more bytes than half the address space.
     static constexpr size_t kMaxSize = static_cast<size_t>(-1) / 2 / sizeof(T);
 
     std::unique_ptr<T[]> elements;

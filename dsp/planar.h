@@ -1,5 +1,5 @@
-// Complex values, or pairs of neighbouring samples (2q, 2q + 1), with the first parts in one array
-// and the second ones in another.
+// Planar storage of pairs: the first parts are in one array, the second parts in another. A pair is
+// a complex value, or two neighbouring samples (2q, 2q + 1) of one channel.
 #pragma once
 #include <cstddef>
 
@@ -15,7 +15,7 @@ struct Planar {
     Planar operator+(size_t q) const { return {re + q, im + q}; }
 };
 
-// Values from q on, one a lane.
+// Load and store the values from index q on, one in each lane.
 template <typename V, typename T>
 ORVANE_LANE_INLINE Complex<V> LoadAt(Planar<T> a, size_t q) {
     return {Load<V>(a.re + q), Load<V>(a.im + q)};
@@ -26,7 +26,7 @@ ORVANE_LANE_INLINE void StoreAt(Planar<T> a, size_t q, Complex<V> v) {
     Store(a.im + q, v.im);
 }
 
-// Values from q on down.
+// Load and store the values from index q downward: lane i is value q - i.
 template <typename V, typename T>
 ORVANE_LANE_INLINE Complex<V> LoadReversed(Planar<T> a, size_t q) {
     const size_t first = q - (kWidth<V, T> - 1);

@@ -1,5 +1,5 @@
-// Delays a channel, block by block, by any number of frames. The blocks are planar pairs of
-// samples.
+// Delays one channel by any number of frames, block by block. Blocks are planar pairs of samples
+// (planar.h).
 //
 // Allocates: SetUp. Thread: no lock of its own; the owner serialises all calls.
 #pragma once
@@ -12,8 +12,8 @@
 template <typename T>
 class PlanarDelay {
 public:
-    // For blocks of `blockPairs` pairs; Next has room for `room` of them. Silence waits. False, and
-    // everything stays, if memory is refused.
+    // Prepares for blocks of `blockPairs` pairs; Next() has room for `room` pairs. The delay holds
+    // silence at first. Returns false, and changes nothing, if memory is refused.
     bool SetUp(size_t delayFrames, size_t blockPairs, size_t room) {
         const size_t held = delayFrames / 2 + delayFrames % 2;
         if (!pairs.Allocate(2 * UpToVector(held) + 2 * UpToVector(room))) return false;
@@ -24,13 +24,14 @@ public:
     }
     bool IsSetUp() const { return !pairs.empty(); }
 
-    // As newly set up.
+    // Fills the delay with silence, as after SetUp.
     void Clear() { std::fill_n(pairs.data(), pairs.size(), T(0)); }
 
-    // Where the next block goes.
+    // Returns where the caller writes the next block.
     Planar<T> Next() { return All() + heldPairs; }
 
-    // That block, delayed. An odd delay swaps first and second samples.
+    // Returns that block, delayed. With an odd delay, first samples become second ones and vice
+    // versa:
     //   held 1, delay 1   first  - 0 2 4     delayed block   first   - 1 3   (second)
     //                     second - 1 3 5                     second  0 2 4   (first, one on)
     Planar<const T> Delayed() {
@@ -38,7 +39,7 @@ public:
         return odd ? Planar<const T>{all.im, all.re + 1} : Planar<const T>(all);
     }
 
-    // Makes room for another one.
+    // Takes the block in, so that Next() can receive another one.
     void Advance() {
         const Planar<T> all = All();
         std::memmove(all.re, all.re + block, heldPairs * sizeof(T));
@@ -48,7 +49,7 @@ public:
 private:
     static constexpr size_t W = kWidth<typename WidestVector<T>::Type, T>;
 
-    // The next block begins with a whole vector.
+    // Begins where it must so that the next block starts at a vector's alignment.
     Planar<T> All() {
         const size_t first = UpToVector(heldPairs) - heldPairs;
         return Planar<T>{pairs.data(), pairs.data() + pairs.size() / 2} + first;

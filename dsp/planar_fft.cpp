@@ -13,7 +13,8 @@ ORVANE_LANE_INLINE void StoreAll(Planar<T> a, size_t q, size_t apart, const Radi
     StoreAt(a, q + 3 * apart, r.y3);
 }
 
-// The same butterfly `span` times, from q on, over values `span` apart. Lanes: neighbouring q.
+// Applies a butterfly `span` times, to the four values q, q + span, q + 2 span and q + 3 span, for
+// `span` consecutive q. A lane is a value of q.
 template <typename V, typename T, typename Butterfly>
 ORVANE_LANE_INLINE void ApplyToGroup(Planar<T> a, size_t q, size_t span, Butterfly butterfly) {
     for (const size_t end = q + span; q < end; q += kWidth<V, T>)
@@ -22,7 +23,7 @@ ORVANE_LANE_INLINE void ApplyToGroup(Planar<T> a, size_t q, size_t span, Butterf
                            LoadAt<V>(a, q + 3 * span)));
 }
 
-// Six vectors behind each other.
+// The factors are six consecutive vectors: w1.re, w1.im, w2.re, w2.im, w3.re, w3.im.
 template <typename V, typename T>
 ORVANE_LANE_INLINE Twiddles<V> LoadTwiddles(const T* w) {
     constexpr size_t W = kWidth<V, T>;
@@ -56,7 +57,7 @@ ORVANE_LANE_INLINE void StoreFoursAt(Planar<T> a, size_t first, size_t second, C
     StoreFours(a.im + first, a.im + second, v.im);
 }
 
-// i of 0 .. 3, its two bits reversed.
+// Returns i (0 to 3) with its two bits reversed.
 constexpr size_t ReversedOfFour(size_t i) {
     return i % 2 * 2 + i / 2;
 }
@@ -74,7 +75,7 @@ bool PlanarFft<T>::Prepare(uint32_t n, const T* w) {
 
 template <typename T>
 bool PlanarFft<T>::PreparePacked(const T* w) {
-    // As many offsets as the square root of 2 M, or more.
+    // The bit reversal needs at least as many offsets as the square root of 2 M.
     if (!packed.Allocate(2 * M) || !packedFactors.Allocate(M / 2) ||
         !workArea.Allocate(size_t{1} << (std::bit_width(2 * M) / 2)))
         return false;
@@ -91,14 +92,14 @@ bool PlanarFft<T>::PrepareVectors(const T* w) {
     eighth = w[2];
     for (size_t q = 1; q < groups; ++q)
         reversed[q] = (reversed[q / 2] + static_cast<uint32_t>(q % 2 * groups)) / 2;
-    // In the order in which the first two stages read them, vector by vector.
+    // Store the factors in the order in which the first two stages read them, vector by vector.
     constexpr size_t W = kWide;
     for (size_t q = 0; q < groups; ++q)
         for (size_t i = 0; i < 4; ++i) {
             const size_t first = q + ReversedOfFour(i) * groups, lane = q % W;
             SetTwiddles(&firstFactors[6 * (first - lane)], W, lane,
                         GroupTwiddles(w, size_t{4} * reversed[q] + i));
-            // Result i of group q: its row and lane once transposed.
+            // The row and the lane that result i of group q has after the transposition.
             SetTwiddles(&secondFactors[6 * (4 * (q - lane) + q % 4 * W)], W, lane / 4 * 4 + i,
                         GroupTwiddles(w, reversed[q]));
         }
@@ -148,10 +149,13 @@ void PlanarFft<T>::TransformVectors([[maybe_unused]] Planar<const T> in,
     }
 }
 
-// Bit reversal and the stages of spans 1 and 4. Group t of 16 neighbours is first groups 4 t to
-// 4 t + 3 of four, which read values M / 4 apart from q, q + M / 8, q + M / 16, q + 3 M / 16 on, q
-// being t with its bits reversed; then result j of each of the four meet. Lanes: first neighbouring
-// q (a, b, ..), then, transposed, the results 0 1 2 3 of one q, with eight lanes of two.
+// Does the bit reversal and the stages of spans 1 and 4 in one pass. Let q be t with its bits
+// reversed. In the first stage, groups 4 t to 4 t + 3 have four values each. They read values M / 4
+// apart, beginning at q, q + M / 8, q + M / 16 and q + 3 M / 16. In the second stage, the results j
+// of these four groups meet, which gives group t of 16 neighbours.
+//
+// In the first stage a lane is a value of q (a, b, ..). After the transposition, four lanes are the
+// results 0 1 2 3 of one q, and eight lanes are those of two:
 //   a0 b0 c0 d0 | e0 f0 g0 h0       a0 a1 a2 a3 | e0 e1 e2 e3
 //   a1 b1 c1 d1 | e1 f1 g1 h1       b0 b1 b2 b3 | f0 f1 f2 f3
 template <typename T>
@@ -159,14 +163,14 @@ void PlanarFft<T>::FirstTwoStages(Planar<const T> in, Planar<T> out) const {
     using V = Widest;
     constexpr size_t W = kWide;
     const size_t groups = M / 16, quarter = M / 4;
-    size_t place[4], secondPlace[4];  // of a row's first four lanes and of its last
+    size_t place[4], secondPlace[4];  // where a row's first four and last four lanes go
     for (size_t row = 0; row < 4; ++row) {
         place[row] = 16 * size_t{reversed[row]};
         secondPlace[row] = W == 8 ? 16 * size_t{reversed[row + 4]} : 0;
     }
     const T *const first = firstFactors.data(), *const second = secondFactors.data();
     const uint32_t* const order = reversed.data();
-    T re[16 * W], im[16 * W];  // four rows of each group of four
+    T re[16 * W], im[16 * W];  // four rows for each of the four groups
     const Planar<T> rows = {re, im};
     for (size_t q = 0; q < groups; q += W) {
         for (size_t i = 0; i < 4; ++i) {
@@ -192,8 +196,8 @@ void PlanarFft<T>::FirstTwoStages(Planar<const T> in, Planar<T> out) const {
     }
 }
 
-// In each stage the first groups, 0 and 1, have other butterflies. Group 0 of 16 contains both of
-// the first stage.
+// Computes groups 0 and 1 again, because these two have other butterflies in every stage. The 16
+// values of group 0 contain both special groups of the first stage.
 template <typename T>
 void PlanarFft<T>::RedoGroup(Planar<const T> in, Planar<T> rows, size_t t, Planar<T> out) const {
     constexpr size_t W = kWide;
@@ -222,8 +226,8 @@ void PlanarFft<T>::MiddleStage(Planar<T> a, size_t span) const {
     }
 }
 
-// The last stage of radix 4, whose two groups need no table, and the one of radix 2 behind it,
-// between the two groups.
+// Runs the last radix-4 stage, which has only the two groups that need no table. Then runs the
+// radix-2 stage that combines these two groups.
 template <typename T>
 template <bool backward>
 void PlanarFft<T>::LastTwoStages(Planar<T> a, size_t span) const {

@@ -1,12 +1,12 @@
-// The complex transforms inside FFT_R24, on planar data: real parts in one array, imaginary parts
-// in another, so that vectors hold butterflies side by side and the bit reversal costs nothing.
+// The complex transforms inside FFT_R24 on planar data (real parts in one array, imaginary parts in
+// another). So a vector holds independent butterflies, and the bit reversal costs nothing.
 //
-// M = n / 2 complex values, n a power of two, at least 128. Forward equals FFT_R24's bitrv2 and
-// cftfsub, Backward its bitrv2 and cftbsub, bit for bit: value q of its packed array, a[2q] and
-// a[2q + 1], stands at re[q] and im[q]. Numbers of which no vector holds several, and transforms
-// too short for vectors, are packed and left to FFT_R24.
+// A transform has M = n / 2 complex values; n is a power of two and at least 128. Forward gives the
+// bits of FFT_R24's bitrv2 followed by cftfsub, Backward those of bitrv2 followed by cftbsub. Value
+// q of the packed array, a[2q] and a[2q + 1], is at re[q] and im[q] here. Types without vectors,
+// and transforms too short for vectors, are packed and computed by FFT_R24 itself.
 //
-// Allocates: Prepare. Thread: no lock of its own, and the transforms have a work area; the owner
+// Allocates: Prepare. Thread: no lock of its own, and the transforms share a work area; the owner
 // serialises all calls.
 #pragma once
 #include <cstddef>
@@ -19,12 +19,12 @@
 template <typename T>
 class PlanarFft {
 public:
-    // Takes the factors for n from FFT_R24's table `w` of n / 4 twiddle factors. False if memory is
-    // refused.
+    // Prepares transforms of n real samples. `w` is FFT_R24's table of n / 4 twiddle factors.
+    // Returns false, and the object isn't prepared, if memory is refused.
     bool Prepare(uint32_t n, const T* w);
     bool Prepared() const { return M != 0; }
 
-    // Not in place, `in` and `out` don't overlap.
+    // Transform M values from `in` to `out`, which must not overlap.
     void Forward(Planar<const T> in, Planar<T> out);
     void Backward(Planar<const T> in, Planar<T> out);
 
@@ -44,13 +44,13 @@ private:
     void LastTwoStages(Planar<T> a, size_t span) const;
 
     size_t M = 0;
-    OwnedArray<T> packed, packedFactors;  // FFT_R24's array and table
-    OwnedArray<int> workArea;             // of its bit reversal
+    OwnedArray<T> packed, packedFactors;  // the packed array and table for FFT_R24
+    OwnedArray<int> workArea;             // for FFT_R24's bit reversal
 
     T eighth = 0;                               // cos(pi / 4)
-    OwnedArray<uint32_t> reversed;              // M / 16 numbers, their bits reversed
-    OwnedArray<T> firstFactors, secondFactors;  // of the first two stages, vectors of each part
-    OwnedArray<Twiddles<T>> laterFactors;       // of group t in every later stage
+    OwnedArray<uint32_t> reversed;              // the bit-reversed numbers 0 to M / 16 - 1
+    OwnedArray<T> firstFactors, secondFactors;  // of the first two stages, as vectors of each part
+    OwnedArray<Twiddles<T>> laterFactors;       // [t]: factors of group t in every later stage
 };
 
 extern template class PlanarFft<float>;

@@ -1,8 +1,10 @@
-// Recurrences over a run of frames, alone or side by side. Each step of a recurrence waits for the
-// one before; two that don't depend on each other share that time.
+// Recurrences over many frames, alone or interleaved. Each step of a recurrence waits for the
+// result of the step before. Two independent recurrences in one loop hide each other's waiting
+// time.
 //
-// A run is a struct with `Step(i)`, frame i of its arrays, whose few numbers stay in registers:
-// it is copied for the loop, so that no store can reach them.
+// A run is a struct with a function Step(i), which processes frame i of the struct's arrays. The
+// loops below work on a local copy, so that its few numbers stay in registers: no store through the
+// arrays can change a local copy.
 #pragma once
 #include <cstddef>
 
@@ -17,7 +19,7 @@ ORVANE_ARM_STATE ORVANE_LANE_INLINE void RunAlone(Run& run, size_t count) {
     run = local;
 }
 
-// Two of a kind that take the same frames, as one.
+// Two runs of the same type over the same frames, as one run.
 template <typename Run>
 struct BothRuns {
     [[gnu::always_inline]] void Step(size_t i) {
@@ -27,11 +29,12 @@ struct BothRuns {
     Run first, second;
 };
 
-// Each over its own number of frames.
+// Interleaves two runs, each over its own number of frames.
 template <typename First, typename Second>
 ORVANE_LANE_INLINE void RunTogether(First& first, size_t firstCount, Second& second,
                                     size_t secondCount) {
-    if constexpr (kSoftFloat) {  // one instruction at a time: nothing to share
+    if constexpr (kSoftFloat) {  // in-order processors without a float unit: no waiting time to
+                                 // hide
         RunAlone(first, firstCount);
         RunAlone(second, secondCount);
         return;
@@ -50,7 +53,9 @@ ORVANE_LANE_INLINE void RunTogether(First& first, size_t firstCount, Second& sec
     second = localSecond;
 }
 
-// How a processor that is given one of these runs its recurrence, or says that it has none to run.
+// A runner, which a caller passes to a processor. The processor either calls it with its own run,
+// or without arguments if it has no run. Alone runs just that run. Beside interleaves it with the
+// run `other` over otherCount frames; without a run, it runs `other` alone.
 struct Alone {
     void operator()() const {}
     template <typename Run>

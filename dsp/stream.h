@@ -1,5 +1,5 @@
-// What a stream may be: the sampling rates and channel counts that the processors are made for; and
-// how it is cut for them.
+// The sampling rates and channel counts that the processors support, and the length of the chunks
+// in which they work.
 #pragma once
 #include <cstdint>
 

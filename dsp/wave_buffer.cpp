@@ -23,7 +23,7 @@ template <typename Floats, typename Ints>
         return ConvertLanes<Floats>(samples) * kFromInt16;
 }
 
-// Toward zero, saturated to 32 bits, of which the low 16 count.
+// Returns sample * 32767, truncated toward zero and saturated to 32 bits; callers keep the low 16.
 inline int32_t ToInt16(float sample) {
     if constexpr (kSoftFloat) {
         constexpr uint32_t kBeyond = 128U << 23U;  // 2, and not a number
@@ -32,7 +32,8 @@ inline int32_t ToInt16(float sample) {
     }
     return TruncateToInt32(sample * kToInt16);
 }
-// Their low 16 bits: all set from 2^31 on, and below -2^31 all clear, as those of 0 are.
+// Like ToInt16 above, but only the low 16 bits are right. From 2^31 on all of them are set, and
+// below -2^31 all are clear, as those of the saturated values are.
 template <typename Vector>
 ORVANE_LANE_INLINE IntLanes ToInt16(Vector samples) {
     const Lanes v = samples * kToInt16;
@@ -132,7 +133,8 @@ uint32_t WaveBuffer_R32::GetBufferSize() const {
     return channels != 0 ? capacity / channels : 0;
 }
 
-// Last to first, so that the conversion may widen in place; from the end two vectors at a time:
+// Converts from the last sample to the first, so that it may widen in place. From the end it takes
+// two vectors at a time:
 //
 //   0 | 1 | 2 3 4 5  6 7 8 9        with four lanes: 2 to 9, then 1, then 0
 ORVANE_ARM_STATE void WaveBuffer_R32::Short2Float(const int16_t* source, float* destination,
