@@ -2,7 +2,6 @@
 
 #include <vector>
 
-#include "render/audio/whole_write.h"
 #include "render/failure.h"
 
 namespace {
@@ -22,12 +21,10 @@ std::filesystem::path ProgramFolder() {
     return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
-void LibraryOptions::AddTo(CLI::App& command) {
-    command
-        .add_option("--library", path,
-                    "the effect library; without it, the one beside this program")
-        ->type_name("FILE");
-    command.add_flag("--log", log, "show what the library logs");
+void LibraryOptions::AddTo(Options& options) {
+    options.Add("--library", &path, "the effect library; without it, the one beside this program")
+        .Type("FILE");
+    options.AddFlag("--log", &log, "show what the library logs");
 }
 
 std::string LibraryOptions::Find() const {
@@ -43,33 +40,27 @@ std::string LibraryOptions::Find() const {
     throw Failure("{} is not in {} (--library names another place)", kName, own.string());
 }
 
-void CommonOptions::AddTo(CLI::App& command) {
-    settings.AddTo(command);
-    command
-        .add_option("--buffer", bufferFrames,
-                    "frames per call of the library; the playback gain measures once per "
-                    "buffer, so this changes the sound")
-        ->type_name("FRAMES")
-        ->check(CLI::Range(1, 65536))
-        ->capture_default_str();
-    command.add_flag("-f,--force", overwrite, "overwrite files that exist");
-    command.add_flag("-q,--quiet", quiet, "say nothing but errors");
-    library.AddTo(command);
-    AddPresetListTo(command);
+void CommonOptions::AddTo(Options& options) {
+    settings.AddTo(options);
+    options
+        .Add("--buffer", &bufferFrames,
+             "frames per call of the library; the playback gain measures once per buffer, so this "
+             "changes the sound")
+        .Type("FRAMES")
+        .Within(1, 65536)
+        .ShowDefault();
+    options.AddFlag("-f,--force", &overwrite, "overwrite files that exist");
+    options.AddFlag("-q,--quiet", &quiet, "say nothing but errors");
+    library.AddTo(options);
+    AddPresetListTo(options);
 }
 
-void AddPresetListTo(CLI::App& command) {
-    command.add_flag_callback(
-        "--list-presets",
-        [] {
-            PrintToStandardOutput(PresetList());
-            throw CLI::Success();  // before anything that is missing is missed
-        },
-        "print the presets");
+void AddPresetListTo(Options& options) {
+    options.AddPrinting("--list-presets", PresetList, "print the presets");
 }
 
-void AddColdStartTo(CLI::App& command, bool* coldStart) {
-    command.add_flag("--cold-start", *coldStart,
-                     "don't let the chain settle on silence first: the playback gain then fades in "
-                     "over a hundred buffers and more, as at the framework's start");
+void AddColdStartTo(Options& options, bool* coldStart) {
+    options.AddFlag("--cold-start", coldStart,
+                    "don't let the chain settle on silence first: the playback gain then fades in "
+                    "over a hundred buffers and more, as at the framework's start");
 }

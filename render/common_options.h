@@ -1,11 +1,11 @@
 // What the commands that run the library take.
 #pragma once
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <filesystem>
 #include <string>
 
 #include "render/effect_library.h"
+#include "render/options.h"
 #include "render/settings_options.h"
 
 // Where this program lies.
@@ -15,7 +15,7 @@ struct LibraryOptions {
     std::string path;
     bool log = false;
 
-    void AddTo(CLI::App& command);
+    void AddTo(Options& options);
     // The file that was named, or else the one beside the program, or where an installation puts
     // it. Failure if there is none.
     std::string Find() const;
@@ -28,11 +28,11 @@ struct CommonOptions {
     bool overwrite = false, quiet = false;
     LibraryOptions library;
 
-    void AddTo(CLI::App& command);
+    void AddTo(Options& options);
 };
 
 // --list-presets, which ends the program.
-void AddPresetListTo(CLI::App& command);
+void AddPresetListTo(Options& options);
 
 // --cold-start, of commands that play a piece.
-void AddColdStartTo(CLI::App& command, bool* coldStart);
+void AddColdStartTo(Options& options, bool* coldStart);

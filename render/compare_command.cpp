@@ -69,19 +69,18 @@ std::string FlacOf(const std::string& input, AudioReader& reader, bool dither) {
 
 }  // namespace
 
-CompareCommand::CompareCommand(CLI::App& program)
+CompareCommand::CompareCommand(Options& program)
     : Command(program, "compare",
               "write a page with the piece inside: before and after, equally loud") {
-    app.add_option("IN", input, "audio file of at most ten minutes; - is standard input")
-        ->required();
-    app.add_option("OUT", output, "HTML file, whole in itself")->required();
-    app.add_option("--page", page,
-                   "the page without a piece; without it, the one beside this program")
-        ->type_name("FILE");
-    app.add_flag("--no-dither", noDither, "round to 16 bits without dither");
-    app.add_flag("-f,--force", overwrite, "overwrite files that exist");
-    settings.AddTo(app);
-    AddPresetListTo(app);
+    options.Add("IN", &input, "audio file of at most ten minutes; - is standard input").Required();
+    options.Add("OUT", &output, "HTML file, whole in itself").Required();
+    options
+        .Add("--page", &page, "the page without a piece; without it, the one beside this program")
+        .Type("FILE");
+    options.AddFlag("--no-dither", &noDither, "round to 16 bits without dither");
+    options.AddFlag("-f,--force", &overwrite, "overwrite files that exist");
+    settings.AddTo(options);
+    AddPresetListTo(options);
 }
 
 std::string CompareCommand::Page() const {

@@ -8,7 +8,7 @@
 
 class CompareCommand final : public Command {
 public:
-    explicit CompareCommand(CLI::App& program);
+    explicit CompareCommand(Options& program);
     void Run() override;
 
 private:

@@ -89,10 +89,10 @@ std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
 
 }  // namespace
 
-InfoCommand::InfoCommand(CLI::App& program)
+InfoCommand::InfoCommand(Options& program)
     : Command(program, "info", "what the library says of itself") {
-    app.add_option("LIBRARY", library.path, "the effect library");
-    app.add_flag("--log", library.log, "show what the library logs");
+    options.Add("LIBRARY", &library.path, "the effect library");
+    options.AddFlag("--log", &library.log, "show what the library logs");
 }
 
 void InfoCommand::Run() {

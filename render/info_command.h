@@ -8,7 +8,7 @@
 
 class InfoCommand final : public Command {
 public:
-    explicit InfoCommand(CLI::App& program);
+    explicit InfoCommand(Options& program);
     void Run() override;
 
 private:

@@ -2,15 +2,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <initializer_list>
-#include <sstream>
-#include <stdexcept>
 
 #include "render/audio/output_file.h"
-#include "render/audio/whole_write.h"
 #include "render/common_options.h"
 #include "render/compare_command.h"
 #include "render/failure.h"
@@ -27,32 +23,21 @@ constexpr int kCannot = 1;
 constexpr int kWrongUsage = 2;
 
 int Run(int argc, char** argv) {
-    CLI::App app(
+    CommandLine line(
+        "orvane",
         "Runs audio through the Quenthra Orvane v2 effect library, as the framework would.",
-        "orvane");
-    app.require_subcommand(1);
-    AddManualTo(app);
-    AddPresetListTo(app);
-    app.set_version_flag("--version", "orvane " + LibraryVersionText());
+        HelpFooter());
+    AddManualTo(line);
+    AddPresetListTo(line);
+    line.AddVersion("orvane " + LibraryVersionText());
 
-    RenderCommand render(app);
-    PictureCommand picture(app);
-    CompareCommand compare(app);
-    ResponseCommand response(app);
-    ToneCommand tone(app);
-    InfoCommand info(app);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        std::ostringstream text;
-        const int status = app.exit(success, text, text);
-        PrintToStandardOutput(text.str());
-        return status;
-    } catch (const CLI::ParseError& error) {
-        throw UsageError(error.what());
-    } catch (const std::invalid_argument& error) {  // CLI11's for what a switch can't be
-        throw UsageError(error.what());
-    }
+    RenderCommand render(line);
+    PictureCommand picture(line);
+    CompareCommand compare(line);
+    ResponseCommand response(line);
+    ToneCommand tone(line);
+    InfoCommand info(line);
+    if (!line.Parse(argc, argv)) return 0;
     for (Command* const command :
          std::initializer_list<Command*>{&render, &picture, &compare, &response, &tone, &info})
         if (command->IsAsked()) command->Run();

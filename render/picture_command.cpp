@@ -4,13 +4,13 @@
 
 #include "render/failure.h"
 
-PictureCommand::PictureCommand(CLI::App& program)
+PictureCommand::PictureCommand(Options& program)
     : Command(program, "picture", "draw an audio file before and after") {
-    app.add_option("IN", job.input, "audio file; - is standard input")->required();
-    app.add_option("OUT", job.picture, "PNG file")->required();
-    app.add_flag("--no-dither", noDither, "round to 16 bits without dither");
-    AddColdStartTo(app, &job.coldStart);
-    common.AddTo(app);
+    options.Add("IN", &job.input, "audio file; - is standard input").Required();
+    options.Add("OUT", &job.picture, "PNG file").Required();
+    options.AddFlag("--no-dither", &noDither, "round to 16 bits without dither");
+    AddColdStartTo(options, &job.coldStart);
+    common.AddTo(options);
 }
 
 void PictureCommand::Run() {

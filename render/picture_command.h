@@ -6,7 +6,7 @@
 
 class PictureCommand final : public Command {
 public:
-    explicit PictureCommand(CLI::App& program);
+    explicit PictureCommand(Options& program);
     void Run() override;
 
 private:

@@ -232,7 +232,7 @@ std::optional<MatchWish> ReadMatch(const std::string& text) {
     if (text.empty()) return std::nullopt;
     if (text == "true") return MatchWish{};
     double lufs = 0;
-    if (!CLI::detail::lexical_cast(text, lufs) || !(lufs >= -60 && lufs <= 0))
+    if (!ReadNumber(text, &lufs) || !(lufs >= -60 && lufs <= 0))
         throw UsageError("--match={} is not a loudness from -60 to 0 LUFS", text);
     return MatchWish{lufs};
 }
@@ -255,24 +255,24 @@ void NoteMatch(const std::optional<Match>& match, Report* report) {
 
 }  // namespace
 
-RenderCommand::RenderCommand(CLI::App& program)
+RenderCommand::RenderCommand(Options& program)
     : Command(program, "render", "process an audio file") {
-    app.add_option("IN", job.input, "audio file; - is standard input")->required();
-    app.add_option("OUT", job.output, "its ending names the format; - is WAV on standard output")
-        ->required();
-    app.add_option("--picture", job.picture, "also draw before and after")->type_name("PNG");
-    app.add_flag("--keep-delay", job.keepDelay, "don't remove the chain's delay");
-    app.add_flag("--strict-rate", job.strictRate, "refuse to resample");
-    app.add_flag("--skip-existing", skipExisting,
-                 "do nothing if OUT is there: what is there is whole, so a run that was cut off "
-                 "goes on");
-    app.add_flag("--json", json, "report as JSON on standard output");
-    app.add_flag("--no-dither", noDither, "round to 16 bits without dither");
-    AddColdStartTo(app, &job.coldStart);
-    app.add_flag("--match", match,
-                 "solve for the output gain that makes the result as loud as the source, or "
-                 "--match=-16 as loud as that in LUFS; plays the input several times");
-    common.AddTo(app);
+    options.Add("IN", &job.input, "audio file; - is standard input").Required();
+    options.Add("OUT", &job.output, "its ending names the format; - is WAV on standard output")
+        .Required();
+    options.Add("--picture", &job.picture, "also draw before and after").Type("PNG");
+    options.AddFlag("--keep-delay", &job.keepDelay, "don't remove the chain's delay");
+    options.AddFlag("--strict-rate", &job.strictRate, "refuse to resample");
+    options.AddFlag("--skip-existing", &skipExisting,
+                    "do nothing if OUT is there: what is there is whole, so a run that was cut off "
+                    "goes on");
+    options.AddFlag("--json", &json, "report as JSON on standard output");
+    options.AddFlag("--no-dither", &noDither, "round to 16 bits without dither");
+    AddColdStartTo(options, &job.coldStart);
+    options.AddFlag("--match", &match,
+                    "solve for the output gain that makes the result as loud as the source, or "
+                    "--match=-16 as loud as that in LUFS; plays the input several times");
+    common.AddTo(options);
 }
 
 void RenderCommand::Run() {

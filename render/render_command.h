@@ -40,7 +40,7 @@ Report Render(const RenderJob& job, const EffectLibrary& library);
 
 class RenderCommand final : public Command {
 public:
-    explicit RenderCommand(CLI::App& program);
+    explicit RenderCommand(Options& program);
     void Run() override;
 
 private:

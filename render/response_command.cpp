@@ -8,20 +8,20 @@
 #include "render/pictures/bands.h"
 #include "render/pictures/response.h"
 
-ResponseCommand::ResponseCommand(CLI::App& program)
+ResponseCommand::ResponseCommand(Options& program)
     : Command(program, "response", "draw the frequency response of equalizer and enhancer") {
-    app.add_option("OUT", picture, "PNG file")->required();
-    app.add_option("--rate", rateHz, "sampling rate")
-        ->type_name("HZ")
-        ->check(CLI::Range(kLowestRateHz, kHighestRateHz))
-        ->capture_default_str();
-    app.add_option("--channels", channels, "1 or 2")
-        ->type_name("COUNT")
-        ->check(CLI::Range(1U, kMaxChannels))
-        ->capture_default_str();
-    app.add_flag("--bands", bands,
-                 "draw instead what each equalizer band does alone, whatever the settings");
-    common.AddTo(app);
+    options.Add("OUT", &picture, "PNG file").Required();
+    options.Add("--rate", &rateHz, "sampling rate")
+        .Type("HZ")
+        .Within(kLowestRateHz, kHighestRateHz)
+        .ShowDefault();
+    options.Add("--channels", &channels, "1 or 2")
+        .Type("COUNT")
+        .Within(1U, kMaxChannels)
+        .ShowDefault();
+    options.AddFlag("--bands", &bands,
+                    "draw instead what each equalizer band does alone, whatever the settings");
+    common.AddTo(options);
 }
 
 void ResponseCommand::DrawBandsAlone() const {

@@ -8,7 +8,7 @@
 
 class ResponseCommand final : public Command {
 public:
-    explicit ResponseCommand(CLI::App& program);
+    explicit ResponseCommand(Options& program);
     void Run() override;
 
 private:

@@ -45,47 +45,34 @@ Settings StartFrom(const std::string& name) {
 
 SettingsOptions::SettingsOptions() : preset(Presets().front().name) {}
 
-void SettingsOptions::AddTo(CLI::App& command) {
-    const std::string group = "Settings (range, unit; value where the preset says nothing)";
-    command.add_option("--preset", preset, "named settings to start from, or a file of --save")
-        ->type_name("NAME or FILE")
-        ->capture_default_str()
-        ->group(group);
-    command.add_option("--save", saveTo, "also write the settings to a file that --preset takes")
-        ->type_name("FILE")
-        ->group(group);
-    command
-        .add_option("--tone", tone,
-                    "a curve in hertz and decibels, from which the ten levels are solved: straight "
-                    "lines through the points, flat beyond; the output gain makes room for it")
-        ->type_name("HZ:DB,HZ:DB,...")
-        ->group(group);
+void SettingsOptions::AddTo(Options& options) {
+    Options group = options.Group("Settings (range, unit; value where the preset says nothing)");
+    group.Add("--preset", &preset, "named settings to start from, or a file of --save")
+        .Type("NAME or FILE")
+        .ShowDefault();
+    group.Add("--save", &saveTo, "also write the settings to a file that --preset takes")
+        .Type("FILE");
+    group
+        .Add("--tone", &tone,
+             "a curve in hertz and decibels, from which the ten levels are solved: straight "
+             "lines through the points, flat beyond; the output gain makes room for it")
+        .Type("HZ:DB,HZ:DB,...");
     for (const Parameter& parameter : kParameters) {
         const std::string key = parameter.key;
         if (key.empty()) continue;
+        const std::string name = "--" + key;
         const auto take = [this, &parameter](const std::string& text) {
             given.emplace_back(&parameter, text);
         };
-        CLI::Option* option = nullptr;
         if (parameter.kind == ParameterKind::kSwitch)
-            option = command.add_flag_function(
-                std::string("--").append(key).append(",!--no-").append(key),
-                [take](int64_t count) { take(count > 0 ? "on" : "off"); }, HelpText(parameter));
+            group.AddSwitch(
+                name + ",!--no-" + key, [take](bool on) { take(on ? "on" : "off"); },
+                HelpText(parameter));
         else if (parameter.kind == ParameterKind::kBandValue)
-            option = command
-                         .add_option_function<std::vector<std::string>>(
-                             "--" + key,
-                             [take](const std::vector<std::string>& texts) {
-                                 for (const std::string& text : texts) take(text);
-                             },
-                             HelpText(parameter))
-                         ->allow_extra_args(false)
-                         ->type_name("L0,...,L9 or BAND=LEVEL");
+            group.AddRepeated(name, take, HelpText(parameter)).Type("L0,...,L9 or BAND=LEVEL");
         else
-            option =
-                command.add_option_function<std::string>("--" + key, take, HelpText(parameter))
-                    ->type_name(IsGain(parameter) ? "NUMBER or -3dB" : "NUMBER");
-        option->group(group);
+            group.Add(name, take, HelpText(parameter))
+                .Type(IsGain(parameter) ? "NUMBER or -3dB" : "NUMBER");
     }
 }
 

@@ -1,7 +1,6 @@
 // The settings on the command line: --preset, one option for each row of the parameter table,
 // --save.
 #pragma once
-#include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
 #include <utility>
@@ -9,6 +8,7 @@
 
 #include "client/settings.h"
 #include "client/tone.h"
+#include "render/options.h"
 
 // A tone that was asked for. What gives it depends on the rate of the stream.
 struct ToneWish {
@@ -22,7 +22,7 @@ struct ToneWish {
 class SettingsOptions {
 public:
     SettingsOptions();
-    void AddTo(CLI::App& command);
+    void AddTo(Options& options);
 
     // A preset's name, or the settings file in its place.
     const std::string& PresetName() const { return preset; }

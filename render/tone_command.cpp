@@ -47,20 +47,20 @@ std::string Records(const Settings& settings) {
 
 }  // namespace
 
-ToneCommand::ToneCommand(CLI::App& program)
+ToneCommand::ToneCommand(Options& program)
     : Command(program, "tone", "solve for the ten equalizer levels that give a curve") {
-    app.add_option("POINTS", items, "HZ:DB ..., a straight line from each to the next")->required();
-    app.add_option("--rate", rateHz, "sampling rate, on which the levels depend")
-        ->type_name("HZ")
-        ->check(CLI::Range(kLowestRateHz, kHighestRateHz))
-        ->capture_default_str();
-    app.add_flag("--records", records,
-                 "print what an application sends: name, values, and the record's words");
+    options.Add("POINTS", &items, "HZ:DB ..., a straight line from each to the next").Required();
+    options.Add("--rate", &rateHz, "sampling rate, on which the levels depend")
+        .Type("HZ")
+        .Within(kLowestRateHz, kHighestRateHz)
+        .ShowDefault();
+    options.AddFlag("--records", &records,
+                    "print what an application sends: name, values, and the record's words");
 }
 
 void ToneCommand::Run() {
     std::vector<TonePoint> points;
-    const std::string fault = ReadTone(CLI::detail::join(items, ","), &points);
+    const std::string fault = ReadTone(fmt::format("{}", fmt::join(items, ",")), &points);
     if (!fault.empty()) throw UsageError("tone {}", fault);
     const ToneFit fit = FitTone(points, rateHz);
     Settings settings;

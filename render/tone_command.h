@@ -7,7 +7,7 @@
 
 class ToneCommand final : public Command {
 public:
-    explicit ToneCommand(CLI::App& program);
+    explicit ToneCommand(Options& program);
     void Run() override;
 
 private:
