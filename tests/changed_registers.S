@@ -3,8 +3,8 @@
     .arm
     .text
 @ uint32_t ChangedRegisters(const void* routine, uint32_t arguments[6], uint32_t* result)
-@ Calls the routine; a bit for each of r4 to r11 and, bit 13, the stack pointer that came back
-@ changed.
+@ Calls the routine with six words of arguments. Returns one bit for each of r4 to r11 that came back
+@ changed, and bit 13 for the stack pointer.
     .global ChangedRegisters
     .type   ChangedRegisters, %function
 ChangedRegisters:

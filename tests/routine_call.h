@@ -1,4 +1,4 @@
-// Calls a routine by hand, seeing that it keeps what it must.
+// Calls an assembly routine and checks that it keeps the callee-saved registers and the stack.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 extern "C" uint32_t ChangedRegisters(const void* routine, const uint32_t* arguments,
                                      uint32_t* result);
 
-// A word of each argument.
+// Returns the argument's bits as a word.
 template <typename Argument>
 uint32_t Word(Argument argument) {
     uint32_t word = 0;
@@ -18,7 +18,8 @@ uint32_t Word(Argument argument) {
     return word;
 }
 
-// The routine's result; fails if a register or the stack pointer came back changed.
+// Returns the routine's result. The test fails if the routine changed a callee-saved register or
+// the stack pointer.
 template <typename Result, typename... Parameters, typename... Arguments>
 uint32_t Call(Result (*routine)(Parameters...), Arguments... arguments) {
     const std::array<uint32_t, 6> words = {Word<Parameters>(arguments)...};

@@ -134,11 +134,11 @@ TEST(SoftFloatLoops, LimitersEndWhereTheirTextsDo) {
     for (const float smoothed : {settled, 1.0F, 0.99F, 0.5556F, 0.5F, 0x1p-70F}) {
         for (const size_t stride : {1U, 2U}) {
             const size_t smoothedFrames =
-                RunSmoothingText(gains.data(), stride, 8, smoothed, taken);
+                RunSmoothingPortable(gains.data(), stride, 8, smoothed, taken);
             EXPECT_EQ(Call(SoftSmoothing, gains.data(), stride, size_t{8}, smoothed, taken),
                       smoothedFrames);
             gains.fill(smoothed);
-            const size_t recovered = RunRecoveryText(gains.data(), stride, 8, smoothed - 1e-4F);
+            const size_t recovered = RunRecoveryPortable(gains.data(), stride, 8, smoothed - 1e-4F);
             gains.fill(smoothed);
             EXPECT_EQ(Call(SoftRecovery, gains.data(), stride, size_t{8}, smoothed - 1e-4F),
                       recovered);
@@ -153,10 +153,11 @@ TEST(SoftFloatLoops, LimitersEndWhereTheirTextsDo) {
         const float peak = n % 2 == 0 ? 5.5F : 6.5F;
         const size_t stride = 1 + below(2), count = 1 + below(6);
         const float* const hanging = n % 4 < 2 ? tails.data() : nullptr;
-        float largest = 1, byText = 1;
-        const size_t frames = SteadyFramesText(x.data(), hanging, stride, count, peak, &byText);
+        float largest = 1, portable = 1;
+        const size_t frames =
+            SteadyFramesPortable(x.data(), hanging, stride, count, peak, &portable);
         ASSERT_EQ(Call(SoftSteadyFrames, x.data(), hanging, stride, count, peak, &largest), frames);
-        ASSERT_EQ(largest, byText);
+        ASSERT_EQ(largest, portable);
     }
     const SampleGain gain(-1.4F);
     gains = {0.3F, -0.0F, 1.1F, INFINITY};

@@ -1,4 +1,5 @@
-// The hand-written loops against their texts: values, memory around them, registers.
+// Compares the assembly routines with their portable versions: values, memory around the arrays,
+// registers.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -100,7 +101,7 @@ int32_t Centre(Numbers& numbers, int n) {
 
 }  // namespace
 
-TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
+TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirPortableVersions) {
     Numbers numbers(1);
     int refused = 0;
     for (int n = 0; n < 10000; ++n) {
@@ -118,20 +119,20 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
         switch (n % 4) {
             case 0:
                 Call(SoftUntwiddledGroup, a, span);
-                UntwiddledGroupText(b, span);
+                UntwiddledGroupPortable(b, span);
                 break;
             case 1: {
                 const SoftFactor u = numbers.Factor();
-                settled = EighthGroupText(b, span, u);
+                settled = EighthGroupPortable(b, span, u);
                 same = Call(SoftEighthGroup, a, span, u.m, u.e) == settled;
                 break;
             }
             case 2:
                 Call(SoftLastStage, &a->re, 4 * span);
-                LastStageText(&b->re, 4 * span);
+                LastStagePortable(&b->re, 4 * span);
                 break;
             default:
-                settled = TwiddledGroupsText(b, span, w.data(), groups);
+                settled = TwiddledGroupsPortable(b, span, w.data(), groups);
                 same = (span == 1 ? Call(SoftTwiddledButterflies, a, w.data(), groups)
                                   : Call(SoftTwiddledGroups, a, span, w.data(), groups)) == settled;
                 break;
@@ -144,7 +145,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirTexts) {
     EXPECT_LT(refused, 5000);
 }
 
-TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
+TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirPortableVersions) {
     Numbers numbers(2);
     int refused = 0;
     for (int n = 0; n < 3000; ++n) {
@@ -167,24 +168,24 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirTexts) {
                                   out.begin() + k});
             return places;
         };
-        const auto places = placesIn(got), placesByText = placesIn(expected);
+        const auto places = placesIn(got), placesPortable = placesIn(expected);
         const bool settled =
-            SpectrumProductText(spectrum.data(), kernel.data(), placesByText.data(), half);
+            SpectrumProductPortable(spectrum.data(), kernel.data(), placesPortable.data(), half);
         ASSERT_EQ(Call(SoftSpectrumProduct, spectrum.data(), kernel.data(), places.data(), half),
                   settled)
             << n;
         ASSERT_EQ(settled ? got.Difference(expected) : -1, -1) << n;
-        auto real = expected, realByText = expected;
-        const bool realSettled = RealStepText(realByText.begin(), places.data(), half);
+        auto real = expected, realPortable = expected;
+        const bool realSettled = RealStepPortable(realPortable.begin(), places.data(), half);
         ASSERT_EQ(Call(SoftRealStep, real.begin(), places.data(), half), realSettled) << n;
-        ASSERT_EQ(realSettled ? real.Difference(realByText) : -1, -1) << n;
+        ASSERT_EQ(realSettled ? real.Difference(realPortable) : -1, -1) << n;
         refused += settled && realSettled ? 0 : 1;
     }
     EXPECT_GT(refused, 50);
     EXPECT_LT(refused, 1500);
 }
 
-TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirText) {
+TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirPortableVersion) {
     Numbers numbers(3);
     for (int n = 0; n < 6000; ++n) {
         const size_t frames = 1 + numbers.Bits() % 9;
@@ -218,8 +219,9 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirText) {
         // Down to 2^25 - 1, which is rounded up.
         if (n % 64 == 1) sum = {0x800001, 2 + raised}, entering[0] = -5;
         RunningAverage before = {sum, numbers.Factor(), raised}, after = before;
-        (first ? RunAverageText<true> : RunAverageText<false>)(expected.begin(), entering.data(),
-                                                               leaving.data(), &before, frames);
+        (first ? RunAveragePortable<true>
+               : RunAveragePortable<false>)(expected.begin(), entering.data(), leaving.data(),
+                                            &before, frames);
         Call(first ? SoftFirstAverage : SoftAverage, got.begin(), entering.data(), leaving.data(),
              &after, frames);
         ASSERT_EQ(got.Difference(expected), -1) << n;
@@ -228,7 +230,7 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirText) {
 }
 
 // Every short, in either channel, and what the bands leave; both beside what must stay.
-TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirTexts) {
+TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirPortableVersions) {
     Numbers numbers(6);
     for (int n = 0; n < 3000; ++n) {
         const size_t channels = 1 + numbers.Bits() % 2,
@@ -236,26 +238,26 @@ TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirTexts) {
         std::vector<int16_t> shorts;
         for (size_t i = 0; i < frames * channels; ++i)
             shorts.push_back(static_cast<int16_t>(n == 0 ? i / channels : numbers.Bits() % 3));
-        std::vector<int32_t> units(frames + 2, 5), unitsByText = units;
-        const int32_t any = TakeShortsText(shorts.data(), &unitsByText[1], frames, channels);
+        std::vector<int32_t> units(frames + 2, 5), unitsPortable = units;
+        const int32_t any = TakeShortsPortable(shorts.data(), &unitsPortable[1], frames, channels);
         ASSERT_EQ(Call(SoftTakeShorts, shorts.data(), &units[1], frames, channels),
                   static_cast<uint32_t>(any));
-        ASSERT_EQ(units, unitsByText);
+        ASSERT_EQ(units, unitsPortable);
 
         const auto next = [&] { return numbers.Next(Centre(numbers, n) + 50); };
         std::vector<AverageRow> rows;
         for (size_t i = 0; i < frames; ++i) rows.push_back({SumOfBits(numbers, 24, 60), next()});
         if (n % 8 == 0) rows[0] = {{0, 0}, {0, 0}};
         const SoftFactor gain = numbers.Factor();
-        std::vector<float> out(frames * channels + 1, 5), byText = out;
-        FinishRowsText(rows.data(), &gain, byText.data(), frames, channels);
+        std::vector<float> out(frames * channels + 1, 5), portable = out;
+        FinishRowsPortable(rows.data(), &gain, portable.data(), frames, channels);
         Call(SoftFinishRows, rows.data(), &gain, out.data(), frames, channels);
-        ASSERT_EQ(out, byText) << n;
+        ASSERT_EQ(out, portable) << n;
     }
 }
 
 // Samples as floats, zeros of both signs, one beyond the range now and then.
-TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsText) {
+TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsPortableVersion) {
     Numbers numbers(4);
     size_t refused = 0;
     for (int n = 0; n < 3000; ++n) {
@@ -277,15 +279,15 @@ TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsText) {
         for (SoftFactor* each : {&f.b0, &f.b1, &f.b2, &f.fb1, &f.fb2}) *each = numbers.Factor();
         for (SoftFloat* each : {&f.x1, &f.x2, &f.y1, &f.y2}) *each = next();
         ContourMix got = expected;
-        Surrounded<SoftFloat> out(frames, next), byText = out;
+        Surrounded<SoftFloat> out(frames, next), portable = out;
         const auto floats = [](Surrounded<SoftFloat>& from) {
             return reinterpret_cast<float*>(from.begin());
         };
-        const size_t done = RunContourMixText(&expected, floats(byText), frames, channels);
+        const size_t done = RunContourMixPortable(&expected, floats(portable), frames, channels);
         ASSERT_EQ(Call(SoftContourMix, &got, floats(out), frames, channels), done) << n;
         refused += done < frames ? 1 : 0;
         // What a frame that isn't done left behind differs.
-        ASSERT_EQ(done == frames ? out.Difference(byText) : -1, -1) << n;
+        ASSERT_EQ(done == frames ? out.Difference(portable) : -1, -1) << n;
         for (auto each :
              {&UnpackedBiquad::x1, &UnpackedBiquad::x2, &UnpackedBiquad::y1, &UnpackedBiquad::y2})
             ASSERT_TRUE(Same(got.filter.*each, f.*each)) << n;
@@ -295,7 +297,7 @@ TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsText) {
 }
 
 // A block's samples, zeros among them, some that can't enter; tails of every kind beside any sum.
-TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirTexts) {
+TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirPortableVersions) {
     Numbers numbers(5);
     int results[3] = {};
     for (int n = 0; n < 3000; ++n) {
@@ -317,7 +319,7 @@ TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirTexts) {
         Surrounded<Complex<SoftFloat>> expected(count, [&] { return numbers.NextComplex(centre); });
         auto got = expected;
         const LoadedBlock loaded =
-            LoadBlockText(re.data(), im.data(), places.data(), expected.begin(), count);
+            LoadBlockPortable(re.data(), im.data(), places.data(), expected.begin(), count);
         ASSERT_EQ(Call(SoftLoadBlock, re.data(), im.data(), places.data(), got.begin(), count),
                   static_cast<uint32_t>(loaded))
             << n;
@@ -326,20 +328,20 @@ TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirTexts) {
 
         std::vector<SoftFloat> parts(4 * count);
         std::generate(parts.begin(), parts.end(), next);
-        std::vector<float> tail(count), low(count + 2, 1), high = low, lowByText = low,
-                                                           highByText = low;
+        std::vector<float> tail(count), low(count + 2, 1), high = low, lowPortable = low,
+                                                           highPortable = low;
         std::generate(tail.begin(), tail.end(), sample);
         const bool overlapping = n % 2 == 0;
-        (overlapping ? LastInverseStageText<true>
-                     : LastInverseStageText<false>)(parts.data(), count, count, &lowByText[1],
-                                                    &highByText[1], tail.data());
+        (overlapping ? LastInverseStagePortable<true>
+                     : LastInverseStagePortable<false>)(parts.data(), count, count, &lowPortable[1],
+                                                        &highPortable[1], tail.data());
         if (overlapping)
             Call(SoftLastInverseOverlap, parts.data(), count, count, &low[1], &high[1],
                  tail.data());
         else
             Call(SoftLastInverseStage, parts.data(), count, count, &low[1], &high[1]);
-        ASSERT_EQ(BitsOf(low), BitsOf(lowByText)) << n;
-        ASSERT_EQ(BitsOf(high), BitsOf(highByText)) << n;
+        ASSERT_EQ(BitsOf(low), BitsOf(lowPortable)) << n;
+        ASSERT_EQ(BitsOf(high), BitsOf(highPortable)) << n;
     }
     for (const int result : results) EXPECT_GT(result, 50);
 }

@@ -1,82 +1,101 @@
 #include "dsp/softfloat/arm.inc"
 
-@ In this file r4, r5 are the sum: r4 in units of 2^s, s being r5 less `raised`. r6 is 2^(32 - s) and
-@ r10 the same, negative; r11 is what r4 asr #23 is in the binade, either 1 or -2. Of a sum below 2^25
-@ s is 0, r6 is 1, and r11 is out of reach.
+@ One running average of the equalizer. docs/soft-float.md, "Running sums".
+@
+@ In this file the sum is r4 * 2^s units of a sample, and r5 is s + `raised`.
+@   r6   2^(32 - s), the factor of a joining sample; 1 for a sum below 2^25 units, whose s is 0
+@   r10  -r6, the factor of a leaving sample
+@   r11  the value that r4 >> 23 has while the sum stays in its binade: 1 or -2; 8, which it never
+@        has, for a sum below 2^25 units
 
-@ joinsum at, factor: the sample at the pointer `at` joins the sum, or leaves it, the factor being
-@ r10. Changes r8 and r9; in SoftNewBinade also r2 and r3. "Running sums".
+@ SoftNewBinade returns here instead of rounding what it has rounded itself.
+.equ    ROUNDING_BYTES, 12
+
+@ joinsum at, factor: adds factor * the sample at the pointer `at` to the sum and advances `at`. The
+@ factor is r6 or r10. Changes r8 and r9, and in SoftNewBinade also r2 and r3.
 .macro joinsum at, factor
     ldr     r8, [\at], #4
     mov     r9, #0
-    smlal   r9, r4, r8, \factor
+    smlal   r9, r4, r8, \factor     @ r4:r9 += x * 2^(32 - s)
     teq     r11, r4, asr #23
-    blne    SoftNewBinade
-    movs    r8, r4, lsr #1          @ the last bit is the carry
-    sbcs    r9, r9, #0x80000000
+    blne    SoftNewBinade           @ the sum left its binade, or is below 2^25
+.Lround\@:
+    movs    r8, r4, lsr #1          @ carry = last bit of r4
+    sbcs    r9, r9, #0x80000000     @ no borrow if the lower word rounds up, ties to even
     adc     r4, r4, #0
+.Lrounded\@:
+    .if     .Lrounded\@ - .Lround\@ != ROUNDING_BYTES
+    .error  "SoftNewBinade returns past a rounding of another length"
+    .endif
 .endm
 
-@ averagestep first, far: a row. Changes what joinsum does, and r2, r3.
+@ averagestep first, far: one frame. `first` is 1 for the narrowest average; `far` is addband's.
+@ Changes r2, r3, r8 and r9.
 .macro averagestep first, far
-    joinsum r1, r6
+    joinsum r1, r6                  @ sum += *entering++
     .if \first
-    ldr     r2, [r12, #4]
+    ldr     r2, [r12, #4]           @ r2, r3 = leaving[1] as a sum of 24 bits
     eor     r3, r2, r2, lsl #1
     clz     r3, r3
     mov     r2, r2, lsl r3
     mov     r2, r2, asr #7
     rsb     r3, r3, #5
     .else
-    ldrd    r2, r3, [r0]
+    ldrd    r2, r3, [r0]            @ r2, r3 = rows->sum, the narrower one
     .endif
-    subs    r8, r5, r3
+    subs    r8, r5, r3              @ r9 = sum << (difference of the exponents + 2)
     rsbspl  r9, r8, #5 - \first
     movpl   r9, r4, lsl r8
     blmi    .LfarSum
-    rsb     r8, r9, r2, lsl #3
+.Lsubtract\@:
+    rsb     r8, r9, r2, lsl #3      @ r8, r9 = 2 * narrower sum - sum
+.Lsubtracted\@:
+    .if     .Lsubtracted\@ - .Lsubtract\@ != SUBTRACTION_BYTES
+    .error  "LfarSum returns past a subtraction of another length"
+    .endif
     normround r8, r9, r3
-    ldrd    r2, r3, [sp, #4]
+    ldrd    r2, r3, [sp, #4]        @ r8, r9 *= gain: the band
     product r8, r9, r8, r9, fm=r2, fe=r3, unclean=1-\first
     .ifeq \first
-    ldrd    r2, r3, [r0, #8]
+    ldrd    r2, r3, [r0, #8]        @ r8, r9 = band + rows->output
     addband r8, r9, r2, r3, \far
     normround r8, r9, r9
     .endif
-    stmia   r0!, {r4, r5, r8, r9}
-    joinsum r12, r10
+    stmia   r0!, {r4, r5, r8, r9}   @ *rows++ = {sum, output}
+    joinsum r12, r10                @ sum -= *leaving++
 .endm
+.equ    SUBTRACTION_BYTES, 4
 
 .macro averageloop name, first
 @ void name(AverageRow* rows, const int32_t* entering, const int32_t* leaving,
 @           RunningAverage* state, size_t frames)
-@ The loop of RunAverageText (average.h). docs/soft-float.md, "Running sums".
+@ The loop of RunAveragePortable (average.h). docs/soft-float.md, "Running sums".
 @   in    r0 rows, r1 entering, r2 leaving, r3 state; stack: frames, at least 1
-@   uses  r2, r3 the narrower sum, the gain, the output; r8, r9 the band; r7 where rows end;
+@   uses  r2, r3 the narrower sum, the gain, the output; r8, r9 the band; r7 end of rows;
 @         r12 leaving
-@   stack state, gain, raised
+@   stack [0] state, [4] gain, [12] raised
 routine \name
     push    {r4-r11, lr}
-    ldr     r7, [sp, #36]
+    ldr     r7, [sp, #36]           @ r7 = rows + frames
     mov     r12, r2
     add     r7, r0, r7, lsl #4
-    ldmia   r3, {r4, r5, r8, r9, r10}
-    sub     r2, r5, r10
+    ldmia   r3, {r4, r5, r8, r9, r10} @ sum, gain, raised
+    sub     r2, r5, r10             @ r2 = s
     .ifeq \first
-    add     r9, r9, #6             @ of addband
+    add     r9, r9, #6              @ addband expects the band's exponent raised by 6
     .endif
     stmdb   sp!, {r3, r8-r10}
-    rsb     r2, r2, #32
+    rsb     r2, r2, #32             @ r6 = s > 1 ? 2^(32 - s) : 1, r10 = -r6
     mov     r6, #1
     cmp     r2, #30
     movle   r6, r6, lsl r2
     rsb     r10, r6, #0
-    mov     r11, r4, asr #31
+    mov     r11, r4, asr #31        @ r11 = 1 or -2 by the sign; 8 for a sum below 2^25
     eor     r11, r11, #1
     movgt   r11, #8
     .ifeq \first
-    sub     r2, r7, r0
-    tst     r2, #16                 @ two rows a turn
+    sub     r2, r7, r0              @ two frames in each turn of the loop, an odd one first
+    tst     r2, #16
     bne     .LlastOfTwo
 .L\name\()Next:
     averagestep \first, .LfarFirst
@@ -88,7 +107,7 @@ routine \name
     .endif
     cmp     r0, r7
     bne     .L\name\()Next
-    ldr     r3, [sp]
+    ldr     r3, [sp]                @ state->sum = sum
     strd    r4, r5, [r3]
     add     sp, sp, #16
     pop     {r4-r11, pc}
@@ -98,43 +117,44 @@ endroutine \name
     averageloop SoftFirstAverage, 1
     averageloop SoftAverage, 0
 
-@ A sum that leaves its binade, r4 in units of 2^s and r9 below, which joinsum then rounds; or any
-@ below 2^25, which is rounded here. The stack is the loops'. "Running sums".
+@ Called by joinsum with the sum's upper word in r4 and its lower word in r9, if the sum has left its
+@ binade or is below 2^25 units. Finds the new s and what follows from it. Returns to joinsum's
+@ rounding, or past it if the sum was rounded here. "Running sums".
 routine SoftNewBinade
     cmp     r6, #1
     bne     .LlargeBefore
-    sub     r4, r4, r9, asr #31     @ the sum before; r9 is what joins
+    sub     r4, r4, r9, asr #31     @ s was 0: r9 is the sample itself; r4 = sum + sample
     add     r4, r4, r9
 .Lsmall:
-    eor     r9, r4, r4, lsl #1
+    eor     r9, r4, r4, lsl #1      @ below 2^24 the sum is exact
     movs    r9, r9, lsr #25
-    addeq   pc, lr, #12             @ past the rounding
+    addeq   pc, lr, #ROUNDING_BYTES
     cmp     r9, #1
     bne     .LlargeNow
-    movs    r4, r4, asr #1          @ half of the last bit is the carry
+    movs    r4, r4, asr #1          @ 2^24 to 2^25: round the last bit away, ties to even
     andcs   r9, r4, #1
     addcs   r4, r4, r9
     mov     r4, r4, lsl #1
-    add     pc, lr, #12
+    add     pc, lr, #ROUNDING_BYTES
 .LlargeNow:
-    eor     r9, r4, r4, lsl #1
+    eor     r9, r4, r4, lsl #1      @ 2^25 and more: s = 7 - clz
     clz     r9, r9
-    rsb     r2, r9, #7              @ s
-    add     r3, r9, #25             @ 32 - s
+    rsb     r2, r9, #7              @ r2 = s
+    add     r3, r9, #25             @ r3 = 32 - s
     add     r5, r5, r2
     mov     r6, #1
     mov     r6, r6, lsl r3
-    mov     r9, r4, lsl r3
+    mov     r9, r4, lsl r3          @ split the sum into r4 * 2^s and the lower word
     mov     r4, r4, asr r2
     b       .LinBinade
 .LlargeBefore:
     eor     r2, r4, r4, lsl #1
     clz     r2, r2
-    subs    r2, r2, #7              @ binades down
+    subs    r2, r2, #7              @ r2 = binades that the sum fell
     ble     .Lup
     movs    r6, r6, lsl r2
-    ble     .LsmallNow              @ 2^31 or more
-    sub     r5, r5, r2
+    ble     .LsmallNow              @ 2^(32 - s) is 2^31 or more: s is 1 or less
+    sub     r5, r5, r2              @ shift both words left by r2
     rsb     r3, r2, #32
     mov     r4, r4, lsl r2
     orr     r4, r4, r9, lsr r3
@@ -144,9 +164,9 @@ routine SoftNewBinade
     mov     r11, r4, asr #23
     bx      lr
 .Lup:
-    add     r3, r2, #32
+    add     r3, r2, #32             @ shift both words right by -r2
     rsb     r2, r2, #0
-    mov     r9, r9, lsr r2          @ a multiple of r6, so nothing is lost
+    mov     r9, r9, lsr r2          @ exact: r9 is a multiple of r6
     orr     r9, r9, r4, lsl r3
     mov     r4, r4, asr r2
     mov     r6, r6, lsr r2
@@ -155,8 +175,8 @@ routine SoftNewBinade
     mov     r11, r4, asr #23
     bx      lr
 .LsmallNow:
-    ldr     r3, [sp, #12]
-    sub     r2, r5, r3              @ s
+    ldr     r3, [sp, #12]           @ raised
+    sub     r2, r5, r3              @ r4 = r4:r9 as a whole number, s = 0
     mov     r5, r3
     rsb     r3, r2, #32
     mov     r4, r4, lsl r2
@@ -167,25 +187,26 @@ routine SoftNewBinade
     b       .Lsmall
 endroutine SoftNewBinade
 
-@ The difference is r2 lsl #3 less r9, or stands in r8 past the instruction that forms it.
+@ Called by averagestep if the exponents of the two sums are outside the near window. r8 is their
+@ difference. Returns with r9 for the subtraction, or past the subtraction with its result in r8.
 routine SoftAverageFar
 .LfarSum:
     cmp     r8, #0
     bgt     .LwiderLeads
-    rsb     r8, r8, #0
+    rsb     r8, r8, #0              @ the wider sum is smaller: r9 = r4 >> -r8, with a sticky bit
     mov     r9, r4, asr r8
     cmp     r4, r9, lsl r8
     orrne   r9, r9, #1
     bx      lr
 .LwiderLeads:
-    sub     r8, r8, #4
+    sub     r8, r8, #4              @ the narrower sum is smaller: r2 = 8 r2 >> (r8 - 4), sticky
     add     r3, r3, r8
     mov     r9, r2, lsl #3
     mov     r2, r9, asr r8
     cmp     r9, r2, lsl r8
     orrne   r2, r2, #1
     sub     r8, r2, r4, lsl #4
-    add     pc, lr, #4
+    add     pc, lr, #SUBTRACTION_BYTES
     farband .LfarFirst, r8, r9, r2, r3
     farband .LfarSecond, r8, r9, r2, r3
 endroutine SoftAverageFar

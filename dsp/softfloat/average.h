@@ -1,4 +1,5 @@
-// One running average of the equalizer over a run of frames, and its band.
+// One running average of the equalizer over a run of frames, and the band that it splits off.
+// docs/soft-float.md, "Running sums".
 #pragma once
 #include <algorithm>
 #include <cstddef>
@@ -6,10 +7,11 @@
 
 #include "dsp/softfloat/number.h"
 
-// Here a number counts in units of the samples: {m, e} means m * 2^e of them.
+// In this file the unit is that of the samples, 2^-30 of full scale: a number {m, e} means m * 2^e
+// units.
 //
-// x joins the sum, which has a negative e if it is 0; |x| is below 1.5 * 2^30 and has 24
-// significant bits. "Running sums".
+// Returns sum + x. A sum of 0 must have a negative e. |x| is below 1.5 * 2^30 and has 24
+// significant bits.
 [[gnu::always_inline]] inline SoftFloat PlusSample(SoftFloat sum, int32_t x) {
     constexpr int32_t kLarge = 1 << 29;
     const int32_t shift = sum.e + softfloat::kAligned;
@@ -23,33 +25,34 @@
     return softfloat::Rounded(softfloat::ShiftedWithSticky(whole, 1) + (x >> 1), 1);
 }
 
-// A sample has 24 significant bits, so one of 2^30 and more is even.
+// Returns a sample as a number. A sample has 24 significant bits, so from 2^30 on it is even and
+// can be halved.
 inline SoftFloat NumberOf(int32_t units) {
     const bool large = units < -(1 << 29) || units >= 1 << 29;
     return large ? softfloat::Rounded(units >> 1, 1) : softfloat::Rounded(units, 0);
 }
 
-// A sum of samples, not divided by their count: what an average lacks is a power of 2 and lies in
-// the gains. It is m * 2^s units, s = e - raised: from 2^25 on 2^23 <= |m| <= 2^24, below s is 0.
-// Of the average of half-width 2^k the exponent is raised by kRaised * k. "Running sums".
+// A sum of samples that is not divided by their count: the count is a power of 2 and is part of the
+// gains. The sum is m * 2^s units, where s = e - raised. From 2^25 units on, 2^23 <= |m| <= 2^24;
+// below, s is 0. The exponent of the average with half-width 2^k is raised by kRaised * k.
 struct alignas(8) SampleSum {
     int32_t m, e;
 };
 inline constexpr int32_t kRaised = 2;
 
-// What the exponents of outputs are raised by, as numbers (number.h): the exponent field of a float
-// is then at hand when a sum of them has been normalised.
+// The exponents of outputs are raised by this much, compared with numbers (number.h). After a sum
+// of outputs is normalised, the exponent is then the float's exponent field.
 inline constexpr int32_t kOutputRaised = 48;
 
 struct AverageRow {
-    SampleSum sum;     // in: of the narrower average, out: of this one, twice as wide
-    SoftFloat output;  // the sum of the bands so far
+    SampleSum sum;     // in: the narrower average's sum; out: this one's, which is twice as wide
+    SoftFloat output;  // sum of the bands so far
 };
 
 struct RunningAverage {
     SampleSum sum;
-    SoftFactor gain;  // of the band between the narrower average and this one
-    int32_t raised;   // what the sum's exponent is raised by, kRaised more than the narrower one's
+    SoftFactor gain;  // gain of the band between the narrower average and this one
+    int32_t raised;   // how much the sum's exponent is raised: kRaised more than the narrower one's
 };
 
 inline SoftFloat NumberOf(SampleSum sum, int32_t raised) {
@@ -60,12 +63,12 @@ inline SampleSum SumOf(SoftFloat a, int32_t raised) {
     return {a.m >> std::min(-a.e, 31), raised};
 }
 
-// Frame n: entering[n] joins the sum, the band joins the output (is it, where `first`), leaving[n]
-// leaves the sum. Where `first`, leaving[n + 1] is the narrower average, and nothing is raised. At
-// least one frame.
+// For each frame n: adds entering[n] to the sum, adds the band to the output, subtracts leaving[n]
+// from the sum. With `first`, the band becomes the output, the narrower average is the single
+// sample leaving[n + 1], and no exponent is raised. frames >= 1. The definition of RunAverage.
 template <bool first>
-inline void RunAverageText(AverageRow* rows, const int32_t* entering, const int32_t* leaving,
-                           RunningAverage* state, size_t frames) {
+inline void RunAveragePortable(AverageRow* rows, const int32_t* entering, const int32_t* leaving,
+                               RunningAverage* state, size_t frames) {
     const int32_t raised = state->raised;
     const SoftFactor gain = {state->gain.m, state->gain.e + raised};
     SoftFloat running = NumberOf(state->sum, raised);
@@ -87,12 +90,13 @@ extern "C" void SoftAverage(AverageRow* rows, const int32_t* entering, const int
                             RunningAverage* state, size_t frames);
 #endif
 
+// Calls the assembly version where there is one. frames >= 1.
 template <bool first>
 inline void RunAverage(AverageRow* rows, const int32_t* entering, const int32_t* leaving,
                        RunningAverage* state, size_t frames) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     (first ? SoftFirstAverage : SoftAverage)(rows, entering, leaving, state, frames);
 #else
-    RunAverageText<first>(rows, entering, leaving, state, frames);
+    RunAveragePortable<first>(rows, entering, leaving, state, frames);
 #endif
 }

@@ -9,12 +9,12 @@ namespace {
 
 using Number = Complex<SoftFloat>;
 
-// 2^exponent, a normal float.
+// Returns 2^exponent, which must be a normal float.
 float PowerOf2(int32_t exponent) {
     return std::bit_cast<float>(static_cast<uint32_t>(exponent + 127) << 23U);
 }
 
-// Nothing, and *fits becomes false, if a part can't be a factor.
+// Returns the complex factor. If a part can't be a factor, returns 0 and sets *fits to false.
 SoftTurn TurnOf(float re, float im, float smallest, bool* fits) {
     if (!softfloat::CanBeFactor(re, smallest) || !softfloat::CanBeFactor(im, smallest)) {
         *fits = false;
@@ -50,7 +50,7 @@ void SoftBandConvolver::SetFactors(const float* twiddles, Planar<const float> re
     if (half == 0) return;
     factorsFit = true;
     eighth = softfloat::FactorOf(twiddles[2]);
-    // A raised number that seems to be 2^-80 may be smaller.
+    // A number with a raised exponent looks larger than it is, so the factors must be larger.
     const float smallest = PowerOf2(reversed[0].raised - 46);
     for (size_t t = 2; t < half / 4; ++t) {
         const Twiddles<float> w = GroupTwiddles(twiddles, t);
@@ -71,7 +71,7 @@ void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
     kernelsFit = true;
     for (size_t b = 0; b < kBands; ++b)
         for (size_t k = 0; k < half; ++k) {
-            // The upper bins run down behind the middle one.
+            // The upper bins are stored behind the middle one, in falling order.
             const size_t bin = k <= half / 2 ? k : half / 2 + half - k;
             SoftTurn& factor = kernels[b * half + k];
             factor = TurnOf(bands[b].re[bin], bands[b].im[bin], 0x1p-46F, &kernelsFit);
@@ -79,7 +79,8 @@ void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
                 factor.re.e -= softfloat::kAligned;
                 factor.im.e -= kTurnLower;
             }
-            // As SpectrumProduct takes them; k = 0 and the middle one as they leave it.
+            // Raise the exponents as SpectrumProduct expects. Bin 0 and the middle bin are not
+            // aligned there.
             const bool left = k > 0 && k < half / 2;
             const int32_t raised =
                 reversed[std::min(k, half - k)].raised + (left ? softfloat::kAligned : 0);
@@ -104,7 +105,8 @@ bool SoftBandConvolver::Convolve(Planar<const float> block, size_t pairs,
     } else {
         for (size_t q = pairs; q < half; ++q) spectrum[reversed[q].at] = {};
         if (!Stages(spectrum.data()) || !RealSpectrum()) return false;
-        // A band that is the block comes last: until then the block may be needed.
+        // The band that shares the block's memory comes last, because the caller needs the block if
+        // this function returns false.
         for (const bool last : {false, true})
             for (size_t b = 0; b < kBands; ++b) {
                 if ((bands[b].re == block.re) != last) continue;
@@ -119,14 +121,14 @@ bool SoftBandConvolver::Convolve(Planar<const float> block, size_t pairs,
     return true;
 }
 
-// What a transform makes of silence, with the tail of the block before.
+// The result for a silent block: the previous block's tail, then zeros.
 void SoftBandConvolver::PassSilence(Planar<float> band, size_t pairs,
                                     Planar<const float> tail) const {
     std::fill(std::copy_n(tail.re, half - pairs, band.re), band.re + half, 0.0F);
     std::fill(std::copy_n(tail.im, half - pairs, band.im), band.im + half, 0.0F);
 }
 
-// All stages but the last.
+// Runs all stages but the last.
 bool SoftBandConvolver::Stages(Number* a) const {
     for (size_t span = 1; 4 * span < half; span *= 4) {
         const size_t groups = half / (4 * span);
@@ -138,8 +140,8 @@ bool SoftBandConvolver::Stages(Number* a) const {
     return true;
 }
 
-// The last stage, then from the spectrum of the complex values to that of the real ones. [0] holds
-// the two real values at 0 Hz and half the rate.
+// Runs the last stage, then turns the spectrum of the complex values into that of the real values.
+// spectrum[0] holds the two real bins at 0 Hz and at half the rate.
 bool SoftBandConvolver::RealSpectrum() {
     Number* const a = spectrum.data();
     LastStage(&a->re, half);
@@ -150,9 +152,9 @@ bool SoftBandConvolver::RealSpectrum() {
            RealStep(a, places.data(), half);
 }
 
-// The product with a kernel and the way back to the spectrum of complex values, in the order of
-// reversed bits and with real and imaginary part exchanged, which turns a forward transform into an
-// inverse one.
+// Multiplies by a kernel's spectrum and goes back to the spectrum of complex values, in
+// bit-reversed order. Real and imaginary parts are exchanged, which turns the forward transform
+// into the inverse.
 bool SoftBandConvolver::ProductToWork(const SoftTurn* kernel) {
     const Number* const a = spectrum.data();
     Number* const out = work.data();
@@ -166,8 +168,9 @@ bool SoftBandConvolver::ProductToWork(const SoftTurn* kernel) {
     return SpectrumProduct(a, kernel, places.data(), half);
 }
 
-// The last stage: a band with the tail of the block before and, behind its first `pairs` pairs, the
-// next one. Real and imaginary part are the transform's other one.
+// Runs the last stage. It leaves the band with the previous tail added and, behind its first
+// `pairs` pairs, the next tail. The parts are exchanged back: the transform's imaginary part is
+// band.re.
 void SoftBandConvolver::Finish(Planar<float> band, size_t pairs, Planar<const float> tail) const {
     const size_t span = half / 2, overlapping = half - pairs;
     const auto part = [=](const SoftFloat* from, float* to, const float* joining) {

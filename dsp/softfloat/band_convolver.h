@@ -1,6 +1,6 @@
-// The three circular convolutions of BandFilters<float> on unpacked numbers (number.h): one forward
-// transform of a block, three products, three inverse transforms, each value as floats give it, to
-// the bit but for the signs of zeros.
+// The three circular convolutions of BandFilters<float> with unpacked floats (number.h): one
+// forward transform of a block, three products, three inverse transforms. Each value has the bits
+// that floats give, but for the signs of zeros.
 //
 // Allocates: Allocate only. Thread: no lock of its own; the owner serialises all calls.
 #pragma once
@@ -18,20 +18,23 @@ class SoftBandConvolver {
 public:
     static constexpr size_t kBands = 3;
 
-    // For transforms of n values. False if memory is refused. An n other than 2^(2 k), 16 to 2^16,
-    // is no error: Convolve then answers false.
+    // Prepares transforms of n values. Returns false if memory is refused. n should be 2^(2 k) and
+    // from 16 to 2^16; for any other n, Convolve returns false.
     bool Allocate(uint32_t n);
 
-    // twiddles: FFT_R24's table of n / 4 factors; realFactors as BandFilters has them. Where a
-    // factor doesn't fit the numbers, as for an n above 1024, Convolve answers false.
+    // Sets the transform's factors. `twiddles` is FFT_R24's table of n / 4 factors; `realFactors`
+    // are those of BandFilters. If one can't be a factor of unpacked floats, as for an n above
+    // 1024, Convolve returns false.
     void SetFactors(const float* twiddles, Planar<const float> realFactors);
-    // As BandFilters has them. Where a factor doesn't fit the numbers, Convolve answers false.
+    // Sets the kernels' spectra in BandFilters' order. If one can't be a factor, Convolve returns
+    // false.
     void SetKernels(const Planar<const float> (&bands)[kBands]);
 
-    // block: `pairs` pairs of samples, more than n / 4. bands: n / 2 pairs each; one of them may be
-    // `block`. tails: of each band n / 2 - pairs pairs, planar, are added to the band's first pairs
-    // and become those behind its first `pairs`. False, with block and tails as they were, if a
-    // value leaves the numbers' range.
+    // Convolves a block of `pairs` pairs of samples, more than n / 4. Each of `bands` has room for
+    // n / 2 pairs; one of them may be `block`. `tails` has n / 2 - pairs pairs for each band,
+    // planar. They are added to the band's first pairs; the pairs behind the first `pairs` become
+    // the new tails. Returns false, with block and tails unchanged, if a value leaves the range of
+    // unpacked floats.
     bool Convolve(Planar<const float> block, size_t pairs, const Planar<float> (&bands)[kBands],
                   float* tails);
 
@@ -47,10 +50,11 @@ private:
     size_t half = 0;  // complex values: n / 2
     bool factorsFit = false, kernelsFit = false;
     SoftFactor eighth = {};             // cos(pi / 4)
-    OwnedArray<SoftTwiddles> factors;   // by group of any stage: half / 4
-    OwnedArray<MirroredPlaces> places;  // half / 2, the first unused; in `work`
-    OwnedArray<SoftTurn> kernels;       // half each; the first of each holds two real factors. With
-                                        // exponents raised as the inverse transform's places are.
-    OwnedArray<TransformPlace> reversed;  // by index of a complex value: its bits reversed
+    OwnedArray<SoftTwiddles> factors;   // [t]: factors of group t in any stage; half / 4
+    OwnedArray<MirroredPlaces> places;  // half / 2, the first unused; point into `work`
+    // `half` factors for each band; the first one holds two real factors. Exponents are raised as
+    // the inverse transform's places need.
+    OwnedArray<SoftTurn> kernels;
+    OwnedArray<TransformPlace> reversed;  // [k]: the place with k's bits reversed
     OwnedArray<Number> spectrum, work;
 };

@@ -1,6 +1,10 @@
 #include "dsp/softfloat/arm.inc"
+#include "dsp/softfloat/offsets.h"
 
-@ zeroenters m, e: LoadBlock's unpack of a zero, which r11 counts; refuses others.
+@ How a block enters and leaves the transforms.
+
+@ zeroenters m, e: `rare` of LoadBlock's unpack. Makes the number of a zero and subtracts it from r11,
+@ the count of parts that aren't 0. Refuses the block for any other value.
 .macro zeroenters m, e
     movs    \e, r8, lsl #1
     bne     .LloadRefused
@@ -11,26 +15,26 @@
 
 @ LoadedBlock SoftLoadBlock(const float* re, const float* im, const TransformPlace* places,
 @                           Complex<SoftFloat>* out, size_t pairs)
-@ The loop of LoadBlockText (block_ends.h). docs/soft-float.md, "A number".
+@ The loop of LoadBlockPortable (block_ends.h). docs/soft-float.md, "A number".
 @   in    r0 re, r1 im, r2 places, r3 out; stack: pairs, at least 1
-@   uses  r9 2^31, r10 where re ends, r11 the parts that aren't 0, r12 a value's place
+@   uses  r9 2^31, r10 end of re, r11 number of parts that aren't 0, r12 a place
 @   out   r0 a LoadedBlock
 routine SoftLoadBlock
     push    {r4-r11, lr}
     ldr     r11, [sp, #36]
     mov     r9, #0x80000000
     add     r10, r0, r11, lsl #2
-    mov     r11, r11, lsl #1
+    mov     r11, r11, lsl #1        @ 2 * pairs
 .LloadNext:
-    ldr     r8, [r0], #4
+    ldr     r8, [r0], #4            @ r4, r5 = Unpack(*re++)
     unpack  r4, r5, r8, r9, .LloadZeroRe
-    ldr     r8, [r1], #4
+    ldr     r8, [r1], #4            @ r6, r7 = Unpack(*im++)
     unpack  r6, r7, r8, r9, .LloadZeroIm
-    ldrh    r12, [r2, #2]
-    add     r5, r5, r12
+    ldrh    r12, [r2, #TRANSFORM_PLACE_RAISED]
+    add     r5, r5, r12             @ raise both exponents
     add     r7, r7, r12
-    ldrh    r12, [r2], #4
-    add     r12, r3, r12, lsl #4
+    ldrh    r12, [r2], #TRANSFORM_PLACE_SIZE
+    add     r12, r3, r12, lsl #4    @ out[places++->at] = the value
     stmia   r12, {r4-r7}
     cmp     r0, r10
     bne     .LloadNext
@@ -40,7 +44,7 @@ routine SoftLoadBlock
 .LloadEnd:
     pop     {r4-r11, pc}
 .LloadRefused:
-    mov     r0, #0
+    mov     r0, #0                  @ kRefused
     b       .LloadEnd
 .LloadZeroRe:
     zeroenters r4, r5
@@ -51,10 +55,11 @@ endroutine SoftLoadBlock
 .macro inverseloop name, overlapping
 @ void name(const SoftFloat* a, size_t span, size_t count, float* low, float* high,
 @           const float* tail)
-@ The loop of LastInverseStageText (block_ends.h). docs/soft-float.md, "Sum and difference".
-@   in    r0 a, r1 span, r2 count, at least 1; r3 low; stack: high, tail where overlapping
-@   uses  r1 the way to the second number, r2 low, r3 high, r12 tail or the place where a ends
-@   stack where overlapping, that place
+@ The loop of LastInverseStagePortable (block_ends.h). docs/soft-float.md, "Sum and difference".
+@   in    r0 a, r1 span, r2 count, at least 1; r3 low; stack: high, and tail if overlapping
+@   uses  r1 bytes from the first to the second number, r2 low, r3 high,
+@         r12 tail if overlapping, else end of a
+@   stack end of a if overlapping
 routine \name
     push    {r4-r11, lr}
     mov     r1, r1, lsl #4
@@ -67,18 +72,18 @@ routine \name
     str     r4, [sp, #-4]!
     .endif
 .L\name\()Next:
-    ldrd    r6, r7, [r0, r1]
+    ldrd    r6, r7, [r0, r1]        @ r10, r11 = difference; r6, r7 = sum of the two numbers
     ldrd    r4, r5, [r0], #16
     align   r4, r5, r6, r7, .LfarEnd, carried=1
     rsb     r10, r9, r4, asr #3
     add     r6, r9, r4, asr #3
-    add     r5, r5, #46             @ as pack takes it
+    add     r5, r5, #46             @ pack expects the exponent plus 46
     normround r10, r11, r5, unclean=1
     normround r6, r7, r5, unclean=1-\overlapping
     pack    r10, r11, r8, .LrareHigh
-    str     r10, [r3], #4
+    str     r10, [r3], #4           @ *high++ = difference
     .if \overlapping
-    ldr     r10, [r12], #4
+    ldr     r10, [r12], #4          @ sum += *tail++; both exponents have the extra 46
     mov     r11, #0x80000000
     unpack  r4, r5, r10, r11, .LplainTail, least=1
     align   r4, r5, r6, r7, .LfarEnd
@@ -89,7 +94,7 @@ routine \name
     .if \overlapping
 .LtailAdded:
     .endif
-    str     r6, [r2], #4
+    str     r6, [r2], #4            @ *low++ = sum
     .if \overlapping
     ldr     lr, [sp]
     cmp     r0, lr
@@ -110,7 +115,7 @@ routine SoftInverseFar
     farout  .LfarEnd, r4, r5, r6, r7
     packrare .LrareHigh, r10, r11
     packrare .LrareLow, r6, r7
-@ A tail that is 0, subnormal or too large is added as a float.
+@ A tail sample that is 0, subnormal or too large is added as a float.
 .LplainTail:
     pack    r6, r7, r8, .LrareLow
     stmdb   sp!, {r0-r3, r12}

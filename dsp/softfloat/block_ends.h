@@ -1,7 +1,8 @@
-// Where a block's samples become unpacked numbers, and where the convolved ones become floats again
-// and meet what the block before left.
+// The two ends of a block: its samples become unpacked floats, and the convolved samples become
+// floats again, with the previous block's overlap added.
 //
-// The texts are the definition. Where there is a routine by hand, the functions call it.
+// The functions named ...Portable are the definition. The others call the assembly version where
+// there is one.
 #pragma once
 #include <bit>
 #include <cstddef>
@@ -9,20 +10,22 @@
 
 #include "dsp/butterfly.h"
 #include "dsp/softfloat/number.h"
+#include "dsp/softfloat/offsets.h"
 
 enum class LoadedBlock : uint32_t { kRefused, kNumbers, kSilence };
 
-// Where a value enters a transform, and by how much its exponent is raised there, kAligned for each
-// stage of radix 2 that takes it as the first of a pair: "Exponents that carry the alignment".
+// The index at which a value enters a transform, and how much its exponent is raised there:
+// kAligned for each radix-2 stage in which it is the first operand. "Exponents that carry the
+// alignment".
 struct TransformPlace {
     uint16_t at, raised;
 };
 
-// Pairs of samples to places[q] of `out`, q from 0 to pairs - 1. Refused, with `out` in any state,
-// if one can't enter.
-inline LoadedBlock LoadBlockText(const float* re, const float* im, const TransformPlace* places,
-                                 Complex<SoftFloat>* out, size_t pairs) {
-    uint32_t any = 0;  // no bit but a sign is set
+// Stores pair q of the samples at out[places[q].at], for q from 0 to pairs - 1. Returns kSilence if
+// all are zeros. Returns kRefused, with `out` in any state, if a sample can't enter.
+inline LoadedBlock LoadBlockPortable(const float* re, const float* im, const TransformPlace* places,
+                                     Complex<SoftFloat>* out, size_t pairs) {
+    uint32_t any = 0;  // 0 if all samples are zeros
     for (size_t q = 0; q < pairs; ++q) {
         const auto ofRe = std::bit_cast<uint32_t>(re[q]), ofIm = std::bit_cast<uint32_t>(im[q]);
         if (!softfloat::Enters(ofRe) || !softfloat::Enters(ofIm)) return LoadedBlock::kRefused;
@@ -33,7 +36,7 @@ inline LoadedBlock LoadBlockText(const float* re, const float* im, const Transfo
     return any != 0 ? LoadedBlock::kNumbers : LoadedBlock::kSilence;
 }
 
-// v + tail, of which v is less than 2^200 times larger or smaller.
+// Returns v + tail. The magnitudes must be less than 2^200 times apart.
 [[gnu::always_inline]] inline float PlusTail(SoftFloat v, float tail) {
     const auto bits = std::bit_cast<uint32_t>(tail);
     const uint32_t field = bits << 1U >> 24U;
@@ -43,12 +46,13 @@ inline LoadedBlock LoadBlockText(const float* re, const float* im, const Transfo
     return field - 1 < 186 ? packed : packed + tail;
 }
 
-// The last stage of a transform, of radix 2, for one part of complex values, real or imaginary: of
-// the parts at a[0], a[2], .. and those `span` values behind them sums to `low`, `count` of them,
-// at least one, and differences to `high`. With `overlapping`, tail[q] is added to low[q].
+// The last radix-2 stage of a transform for one part (real or imaginary) of the complex values. The
+// first operands are a[0], a[2], ...; each second operand is `span` values further on. Stores
+// `count` sums (at least one) in `low` and the differences in `high`. With `overlapping`, adds
+// tail[q] to low[q].
 template <bool overlapping>
-inline void LastInverseStageText(const SoftFloat* a, size_t span, size_t count, float* low,
-                                 float* high, [[maybe_unused]] const float* tail) {
+inline void LastInverseStagePortable(const SoftFloat* a, size_t span, size_t count, float* low,
+                                     float* high, [[maybe_unused]] const float* tail) {
     for (size_t q = 0; q < count; ++q) {
         const auto [sum, difference] = StagePair(a[2 * q], a[2 * (q + span)]);
         high[q] = std::bit_cast<float>(softfloat::Pack(difference));
@@ -60,6 +64,8 @@ inline void LastInverseStageText(const SoftFloat* a, size_t span, size_t count, 
 }
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+static_assert(sizeof(TransformPlace) == TRANSFORM_PLACE_SIZE &&
+              offsetof(TransformPlace, raised) == TRANSFORM_PLACE_RAISED);
 extern "C" LoadedBlock SoftLoadBlock(const float* re, const float* im, const TransformPlace* places,
                                      Complex<SoftFloat>* out, size_t pairs);
 extern "C" void SoftLastInverseStage(const SoftFloat* a, size_t span, size_t count, float* low,
@@ -68,17 +74,17 @@ extern "C" void SoftLastInverseOverlap(const SoftFloat* a, size_t span, size_t c
                                        float* high, const float* tail);
 #endif
 
-// At least one pair.
+// pairs >= 1.
 inline LoadedBlock LoadBlock(const float* re, const float* im, const TransformPlace* places,
                              Complex<SoftFloat>* out, size_t pairs) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     return SoftLoadBlock(re, im, places, out, pairs);
 #else
-    return LoadBlockText(re, im, places, out, pairs);
+    return LoadBlockPortable(re, im, places, out, pairs);
 #endif
 }
 
-// tail: nullptr if there is none to add.
+// `tail` is null if nothing is to be added.
 inline void LastInverseStage(const SoftFloat* a, size_t span, size_t count, float* low, float* high,
                              const float* tail) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
@@ -87,7 +93,7 @@ inline void LastInverseStage(const SoftFloat* a, size_t span, size_t count, floa
     else
         SoftLastInverseStage(a, span, count, low, high);
 #else
-    (tail != nullptr ? LastInverseStageText<true> : LastInverseStageText<false>)(a, span, count,
-                                                                                 low, high, tail);
+    (tail != nullptr ? LastInverseStagePortable<true>
+                     : LastInverseStagePortable<false>)(a, span, count, low, high, tail);
 #endif
 }

@@ -1,11 +1,22 @@
 #include "dsp/softfloat/arm.inc"
+#include "dsp/softfloat/offsets.h"
 
-@ In the routines of this file a complex value takes r2 to r5 or r6, r7, r10, r11, in the order in
-@ which it lies in memory. r0, r1 and r12 are the places of A, B and C, or of what becomes of them;
-@ the stack holds D's and where D ends.
+@ The transform's groups of butterflies. docs/soft-float.md, "A butterfly".
+@
+@ In this file a complex value takes r2 to r5, or r6, r7, r10, r11, in the order in which it lies in
+@ memory (m and e of the real part, m and e of the imaginary part). r0, r1 and r12 are the addresses
+@ of A, B and C and of the results in their places. The stack holds the address of D and the address
+@ where D ends.
 
-@ pair am, ae, bm, be: sum and difference of a stage's pair in place of a and b, or with `swap` of b
-@ and a; with `backward` the difference is b - a. With `alike`, the exponents are any numbers'.
+.equ    W1_RE, TWIDDLES_W1_RE
+.equ    W1_IM, TWIDDLES_W1_IM
+.equ    W2_RE, TWIDDLES_W2_RE
+.equ    W2_IM, TWIDDLES_W2_IM
+.equ    W3_RE, TWIDDLES_W3_RE
+.equ    W3_IM, TWIDDLES_W3_IM
+
+@ pair am, ae, bm, be: a becomes a + b and b becomes a - b, for a stage's pair. With `swap` the two
+@ results change places. With `backward` the difference is b - a. With `alike`, no exponent is lowered.
 @ Changes r8 and r9. "Sum and difference".
 .macro pair am, ae, bm, be, swap=0, backward=0, alike=0
     align   \am, \ae, \bm, \be, .Lfar\am\()\bm, carried=1-\alike
@@ -21,73 +32,74 @@
 .endm
 .macro difference m, am, backward
     .if \backward
-    sub     \m, r9, \am, asr #3
+    sub     \m, r9, \am, asr #3     @ b - a
     .else
-    rsb     \m, r9, \am, asr #3
+    rsb     \m, r9, \am, asr #3     @ a - b
     .endif
 .endm
 
-@ places: of B and C, D and its end, to r8 and r9, where A is at r0 and they lie lr bytes apart.
-.macro places
+@ addresses: r1 = B, r12 = C, r8 = D and r9 = the end of D, where r0 is A and lr the bytes between
+@ them.
+.macro addresses
     add     r1, r0, lr
     add     r12, r1, lr
     add     r8, r12, lr
     add     r9, r8, lr
 .endm
 
-@ firsthalf place: x0 to r2 to r5, x2 to r6, r7, r10, r11; x1 to B's place, and x3 pushed. D's place
-@ is at sp + place.
-.macro firsthalf place
-    ldr     lr, [sp, #\place]
-    ldmia   r12, {r2-r5}
-    ldmia   lr, {r6, r7, r10, r11}
-    pair    r2, r3, r6, r7
+@ firsthalf dplace: x0 in r2 to r5 and x2 in r6, r7, r10, r11. x1 is stored in B's place, and x3 is
+@ pushed. The address of D is at sp + dplace.
+.macro firsthalf dplace
+    ldr     lr, [sp, #\dplace]
+    ldmia   r12, {r2-r5}            @ C
+    ldmia   lr, {r6, r7, r10, r11}  @ D
+    pair    r2, r3, r6, r7          @ x2, x3 = C + D, C - D
     pair    r4, r5, r10, r11
     stmdb   sp!, {r2-r7, r10, r11}
-    ldmia   r0, {r2-r5}
-    ldmia   r1, {r6, r7, r10, r11}
-    pair    r2, r3, r6, r7
+    ldmia   r0, {r2-r5}             @ A
+    ldmia   r1, {r6, r7, r10, r11}  @ B
+    pair    r2, r3, r6, r7          @ x0, x1 = A + B, A - B
     pair    r4, r5, r10, r11
     stmia   r1, {r6, r7, r10, r11}
-    ldmia   sp!, {r6, r7, r10, r11}
+    ldmia   sp!, {r6, r7, r10, r11} @ x2
 .endm
 
-@ evenpairs: x0 and x2 become y0, to its place, and y2.
+@ evenpairs: y0 = x0 + x2 is stored; y2 = x0 - x2 is in r6, r7, r10, r11.
 .macro evenpairs
     pair    r2, r3, r6, r7
     pair    r4, r5, r10, r11
     stmia   r0!, {r2-r5}
 .endm
 
-@ oddpairs: of x1 and x3 as firsthalf leaves them, y3 to r2 to r5, y1's real part to r10, r11 and
-@ its imaginary part to r6, r7.
+@ oddpairs: y1 = x1 + i x3 and y3 = x1 - i x3 from what firsthalf stored. y3 is in r2 to r5. y1 has
+@ its real part in r10, r11 and its imaginary part in r6, r7.
 .macro oddpairs
-    ldmia   r1, {r2-r5}
-    ldmia   sp!, {r6, r7, r10, r11}
-    pair    r4, r5, r6, r7, swap=1 @ x1.im, x3.re
-    pair    r2, r3, r10, r11     @ x1.re, x3.im
+    ldmia   r1, {r2-r5}             @ x1
+    ldmia   sp!, {r6, r7, r10, r11} @ x3
+    pair    r4, r5, r6, r7, swap=1  @ x1.im, x3.re
+    pair    r2, r3, r10, r11        @ x1.re, x3.im
 .endm
 
-@ storelast place, label, registers: y3 to D's place; then to the label for the next butterfly,
-@ unless D ends there.
-.macro storelast place, label, registers:vararg
-    ldrd    r8, r9, [sp, #\place]
+@ storelast dplace, label, registers: stores y3 in D's place, and branches to the label for the next
+@ butterfly unless this was the last one of the group.
+.macro storelast dplace, label, registers:vararg
+    ldrd    r8, r9, [sp, #\dplace]
     stmia   r8!, {\registers}
-    str     r8, [sp, #\place]
+    str     r8, [sp, #\dplace]
     cmp     r8, r9
     bne     \label
 .endm
 
-@ turnproducts ofreal, ofimaginary: y, its parts as oddpairs leaves y1's or the other way round, by
-@ the factor whose parts lie at these addresses, as turned takes them. "Turns".
-.macro turnproducts ofreal, ofimaginary
-    ldrd    r8, r9, \ofreal
+@ turnproducts re, im: the products of y with the factor whose parts are at these addresses, in the
+@ registers that `turned` expects. y is in r6, r7 and r10, r11. "Turns".
+.macro turnproducts re, im
+    ldrd    r8, r9, \re
     realproducts
-    ldrd    r8, r9, \ofimaginary
+    ldrd    r8, r9, \im
     imaginaryproducts
 .endm
 
-@ settlefour fail: settle for all four numbers. Changes r8 and r9.
+@ settlefour fail: settle for the four numbers of r2 to r7, r10, r11. Changes r8 and r9.
 .macro settlefour fail
     cmp     r2, #0
     moveq   r3, #0
@@ -100,20 +112,21 @@
 .endm
 
 @ void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span)
-@ The loop of UntwiddledGroupText (butterfly_groups.h). docs/soft-float.md, "A butterfly".
-@   in    r0 a, r1 span         stack  places
+@ The loop of UntwiddledGroupPortable (butterfly_groups.h). docs/soft-float.md, "A butterfly".
+@   in    r0 a, r1 span
+@   stack [0] D, [4] end of D
 routine SoftUntwiddledGroup
     push    {r4-r11, lr}
     sub     sp, sp, #12
     mov     lr, r1, lsl #4
-    places
+    addresses
     strd    r8, r9, [sp]
 .LuntwiddledNext:
     firsthalf 0
     evenpairs
-    stmia   r12!, {r6, r7, r10, r11}
+    stmia   r12!, {r6, r7, r10, r11} @ y2
     oddpairs
-    strd    r10, r11, [r1], #8
+    strd    r10, r11, [r1], #8      @ y1
     strd    r6, r7, [r1], #8
     storelast 0, .LuntwiddledNext, r2-r5
     add     sp, sp, #12
@@ -121,31 +134,31 @@ routine SoftUntwiddledGroup
 endroutine SoftUntwiddledGroup
 
 @ bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e)
-@ The loop of EighthGroupText (butterfly_groups.h). docs/soft-float.md, "A butterfly".
-@   in    r0 a, r1 span, r2, r3 the factor cos(pi / 4)
-@   stack the factor, places
-@   out   r0 whether no product is too small
+@ The loop of EighthGroupPortable (butterfly_groups.h). docs/soft-float.md, "A butterfly".
+@   in    r0 a, r1 span, r2, r3 the factor u = cos(pi / 4)
+@   stack [0] u, [8] D, [12] end of D
+@   out   r0 false if a product was too small
 routine SoftEighthGroup
     push    {r4-r11, lr}
     sub     sp, sp, #20
     mov     lr, r1, lsl #4
-    places
+    addresses
     strd    r2, r3, [sp]
     strd    r8, r9, [sp, #8]
 .LeighthNext:
     firsthalf 8
-    pair    r2, r3, r6, r7
+    pair    r2, r3, r6, r7          @ y0 = x0 + x2
     pair    r4, r5, r10, r11, backward=1
     stmia   r0!, {r2-r5}
     strd    r10, r11, [r12], #8     @ y2 = i (x0 - x2)
     strd    r6, r7, [r12], #8
-    ldmia   r1, {r2-r5}
-    ldmia   sp!, {r6, r7, r10, r11}
-    pair    r4, r5, r6, r7, swap=1, backward=1
-    pair    r2, r3, r10, r11, swap=1
-    pair    r2, r3, r6, r7, swap=1, alike=1 @ y1 before its scaling
+    ldmia   r1, {r2-r5}             @ x1
+    ldmia   sp!, {r6, r7, r10, r11} @ x3
+    pair    r4, r5, r6, r7, swap=1, backward=1 @ x1.im, x3.re
+    pair    r2, r3, r10, r11, swap=1           @ x1.re, x3.im
+    pair    r2, r3, r6, r7, swap=1, alike=1    @ y1 and y3 before they are scaled
     pair    r4, r5, r10, r11, swap=1, alike=1
-    ldrd    r8, r9, [sp]
+    ldrd    r8, r9, [sp]            @ times u
     product r2, r3, r2, r3
     product r4, r5, r4, r5
     product r6, r7, r6, r7
@@ -153,7 +166,7 @@ routine SoftEighthGroup
     orrs    lr, r3, r5
     orrspl  lr, r7, r11
     blmi    .LsettleEighth
-    stmia   r1!, {r2, r3, r6, r7}
+    stmia   r1!, {r2, r3, r6, r7}   @ y1
     storelast 8, .LeighthNext, r4, r5, r10, r11
     mov     r0, #1
 .LeighthEnd:
@@ -164,60 +177,60 @@ routine SoftEighthGroup
 endroutine SoftEighthGroup
 
 @ bool SoftTwiddledButterflies(Complex<SoftFloat>* a, const SoftTwiddles* w, size_t groups)
-@ That of TwiddledGroupsText (butterfly_groups.h), span 1. docs/soft-float.md, "A butterfly".
+@ The loop of TwiddledGroupsPortable (butterfly_groups.h) for span 1. docs/soft-float.md, "A butterfly".
 @   in    r0 a, r1 w, r2 groups, at least 1
-@   uses  r0 the place of C, r12 that behind the last butterfly
-@   stack as in SoftTwiddledGroups, whose ends serve both, but nothing is there
-@   out   r0 whether no number was too small for a product
+@   uses  r0 address of C, r12 end of the butterflies, plus 32; r1 the factor loaded last
+@   stack as large as in SoftTwiddledGroups, because both share their ends; unused
+@   out   r0 false if a number was too small for a product
 routine SoftTwiddledButterflies
     push    {r4-r11, lr}
     sub     sp, sp, #68
-    add     r0, r0, #32
+    add     r0, r0, #32             @ the value size is 16: A, B, C, D at -32, -16, 0, 16
     add     r12, r0, r2, lsl #6
-    sub     r1, r1, #8              @ in the loop, the last factor that was loaded
+    sub     r1, r1, #8
 .LbutterflyNext:
-    ldmia   r0, {r2-r7, r10, r11}
+    ldmia   r0, {r2-r7, r10, r11}   @ C, D
     orrs    r8, r6, r10
     beq     .LbutterflyPadded
-    pair    r2, r3, r6, r7
+    pair    r2, r3, r6, r7          @ x2, x3 = C + D, C - D
     pair    r4, r5, r10, r11
 .LbutterflySecond:
     stmdb   sp!, {r2-r7, r10, r11}
-    ldmdb   r0, {r2-r7, r10, r11}
-    pair    r2, r3, r6, r7
+    ldmdb   r0, {r2-r7, r10, r11}   @ A, B
+    pair    r2, r3, r6, r7          @ x0, x1 = A + B, A - B
     pair    r4, r5, r10, r11
     stmdb   r0, {r6, r7, r10, r11}
-    ldmia   sp!, {r6, r7, r10, r11}
-    pair    r2, r3, r6, r7
+    ldmia   sp!, {r6, r7, r10, r11} @ x2
+    pair    r2, r3, r6, r7          @ y0, y2 = x0 + x2, x0 - x2
     pair    r4, r5, r10, r11
     strd    r2, r3, [r0, #-32]
     strd    r4, r5, [r0, #-24]
     orrs    lr, r7, r11
     blmi    .LsettleEven
-    turnproducts "[r1, #24]!", "[r1, #8]"
+    turnproducts "[r1, #W2_RE + 8]!", "[r1, #8]" @ y2 *= w2, which r1 then points to
     turned  r2, r3, r4, r5
     stmia   r0, {r2-r5}
-    ldmdb   r0, {r2-r5}
-    ldmia   sp!, {r6, r7, r10, r11}
-    pair    r4, r5, r6, r7, swap=1
+    ldmdb   r0, {r2-r5}             @ x1
+    ldmia   sp!, {r6, r7, r10, r11} @ x3
+    pair    r4, r5, r6, r7, swap=1  @ y1, y3 = x1 + i x3, x1 - i x3
     pair    r2, r3, r10, r11
     orrs    lr, r3, r5
     orrspl  lr, r7, r11
     blmi    .LsettleOdd
     stmdb   sp!, {r2-r5}
-    turnproducts "[r1, #-16]", "[r1, #-8]"
+    turnproducts "[r1, #W1_RE - W2_RE]", "[r1, #W1_IM - W2_RE]" @ y1 *= w1
     turned  r10, r11, r2, r3, back=1
     stmdb   r0, {r2, r3, r10, r11}
     ldmia   sp!, {r6, r7, r10, r11}
-    turnproducts "[r1, #16]", "[r1, #24]!"
+    turnproducts "[r1, #W3_RE - W2_RE]", "[r1, #W3_IM - W2_RE]!" @ y3 *= w3
     turned  r2, r3, r4, r5
     add     r0, r0, #16
     stmia   r0!, {r2-r5}
-    add     r0, r0, #32
+    add     r0, r0, #32             @ C of the next butterfly
     cmp     r0, r12
     bne     .LbutterflyNext
     b       .LtwiddledSettled
-@ D is 0, as all but one are where a block's padding begins: x2 and x3 are C.
+@ D is 0 where the block's padding begins. Then x2 and x3 both equal C, with lowered exponents.
 .LbutterflyPadded:
     sub     r3, r3, #3
     sub     r5, r5, #3
@@ -230,33 +243,34 @@ endroutine SoftTwiddledButterflies
 
 @ bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
 @                         size_t groups)
-@ The loops of TwiddledGroupsText (butterfly_groups.h). docs/soft-float.md, "A butterfly".
+@ The loops of TwiddledGroupsPortable (butterfly_groups.h). docs/soft-float.md, "A butterfly".
 @   in    r0 a, r1 span, r2 w, r3 groups, at least 1
-@   stack the group's factors, places, w and where it ends, 16 span
-@   out   r0 whether no number was too small for a product
+@   stack [0] the group's factors w1, w2, w3; [48] D, [52] end of D; [56] next w, [60] end of w;
+@         [64] 16 * span
+@   out   r0 false if a number was too small for a product
 routine SoftTwiddledGroups
     push    {r4-r11, lr}
     sub     sp, sp, #68
     mov     r1, r1, lsl #4
     str     r1, [sp, #64]
-    add     r3, r3, r3, lsl #1
+    add     r3, r3, r3, lsl #1      @ r3 = w + groups, 48 bytes each
     add     r3, r2, r3, lsl #4
     str     r3, [sp, #60]
     mov     r8, r0
 .LtwiddledGroup:
-    ldmia   r2!, {r0, r1, r3-r7, r9-r12, lr}
+    ldmia   r2!, {r0, r1, r3-r7, r9-r12, lr} @ copy the group's factors to the stack
     stmia   sp, {r0, r1, r3-r7, r9-r12, lr}
     str     r2, [sp, #56]
     ldr     lr, [sp, #64]
     mov     r0, r8
-    places
+    addresses
     strd    r8, r9, [sp, #48]
 .LtwiddledNext:
     firsthalf 48
     evenpairs
     orrs    lr, r7, r11
     blmi    .LsettleEven
-    turnproducts "[sp, #32]", "[sp, #40]"
+    turnproducts "[sp, #16 + W2_RE]", "[sp, #16 + W2_IM]" @ y2 *= w2; x3 is pushed
     turned  r2, r3, r4, r5
     stmia   r12!, {r2-r5}
     oddpairs
@@ -264,16 +278,16 @@ routine SoftTwiddledGroups
     orrspl  lr, r7, r11
     blmi    .LsettleOdd
     stmdb   sp!, {r2-r5}
-    turnproducts "[sp, #16]", "[sp, #24]"
+    turnproducts "[sp, #16 + W1_RE]", "[sp, #16 + W1_IM]" @ y1 *= w1; y3 is pushed
     turned  r10, r11, r2, r3, back=1
     stmia   r1!, {r2, r3, r10, r11}
     ldmia   sp!, {r6, r7, r10, r11}
-    turnproducts "[sp, #32]", "[sp, #40]"
+    turnproducts "[sp, #W3_RE]", "[sp, #W3_IM]" @ y3 *= w3
     turned  r2, r3, r4, r5
     storelast 48, .LtwiddledNext, r2-r5
     ldrd    r2, r3, [sp, #56]
     cmp     r2, r3
-    bne     .LtwiddledGroup         @ the next A lies where D ends
+    bne     .LtwiddledGroup         @ r8: the next A is where D ends
 .LtwiddledSettled:
     mov     r0, #1
 .LtwiddledEnd:
@@ -289,20 +303,20 @@ routine SoftTwiddledGroups
 endroutine SoftTwiddledGroups
 
 @ void SoftLastStage(SoftFloat* a, size_t count)
-@ The loop of LastStageText (butterfly_groups.h). docs/soft-float.md, "Sum and difference".
+@ The loop of LastStagePortable (butterfly_groups.h). docs/soft-float.md, "Sum and difference".
 @   in    r0 a, r1 count, even and at least 2
-@   uses  r1 the second numbers, r12 where they begin, and the first ones end
+@   uses  r1 address of the second numbers; r12 where they begin and the first numbers end
 routine SoftLastStage
     push    {r4-r11, lr}
     add     r12, r0, r1, lsl #3
     mov     r1, r12
 .LlastNext:
-    ldmia   r0, {r2-r5}
+    ldmia   r0, {r2-r5}             @ two numbers of each half
     ldmia   r1, {r6, r7, r10, r11}
     pair    r2, r3, r6, r7
     pair    r4, r5, r10, r11
-    stmia   r0!, {r2-r5}
-    stmia   r1!, {r6, r7, r10, r11}
+    stmia   r0!, {r2-r5}            @ sums
+    stmia   r1!, {r6, r7, r10, r11} @ differences
     cmp     r0, r12
     bne     .LlastNext
     pop     {r4-r11, pc}

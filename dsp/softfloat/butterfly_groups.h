@@ -1,16 +1,19 @@
-// The transform's groups of radix-4 butterflies, in place: a group is `span` butterflies side by
-// side, whose numbers lie `span` apart. Exponents are raised by kAligned for each stage of radix 2
-// that is to take a value as the first of a pair ("Exponents that carry the alignment").
+// The transform's groups of radix-4 butterflies, in place. A group is `span` neighbouring
+// butterflies whose four values are `span` apart. Exponents are raised by kAligned for each later
+// radix-2 stage in which a value is the first operand ("Exponents that carry the alignment").
 //
-// The texts are the definition. Where there is a routine by hand, the functions call it.
+// The functions named ...Portable are the definition. The others call the assembly version where
+// there is one.
 #pragma once
 #include <cstddef>
 #include <cstdint>
 
 #include "dsp/butterfly.h"
 #include "dsp/softfloat/number.h"
+#include "dsp/softfloat/offsets.h"
 
-// y by w; false if a product might be subnormal.
+// Replaces y by w * y. Returns false, and changes nothing but exponents of zeros, if a product
+// might be subnormal.
 [[gnu::always_inline]] inline bool Turned(const SoftTurn& w, Complex<SoftFloat>& y) {
     if (!softfloat::Settles(y.re, y.im)) return false;
     y = Twiddle(w, y);
@@ -25,16 +28,16 @@
     a[3 * span] = y.y3;
 }
 
-inline void UntwiddledGroupText(Complex<SoftFloat>* a, size_t span) {
+inline void UntwiddledGroupPortable(Complex<SoftFloat>* a, size_t span) {
     for (const Complex<SoftFloat>* const end = a + span; a != end; ++a)
         StoreButterfly(a, span, Untwiddled(a[0], a[span], a[2 * span], a[3 * span]));
 }
 
-// False, with the numbers in any state, if a product might be subnormal; so the next.
-inline bool EighthGroupText(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
+// Returns false, with the numbers in any state, if a product might be subnormal.
+inline bool EighthGroupPortable(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
     for (const Complex<SoftFloat>* const end = a + span; a != end; ++a) {
         Radix4<SoftFloat> y = EighthTurn(a[0], a[span], a[2 * span], a[3 * span], u);
-        // A product that could be multiplied again came from no number that is too small.
+        // If the products are large enough to be multiplied again, their operands were too.
         if (!softfloat::Settles(y.y1.re, y.y1.im) || !softfloat::Settles(y.y3.re, y.y3.im))
             return false;
         StoreButterfly(a, span, y);
@@ -42,9 +45,10 @@ inline bool EighthGroupText(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
     return true;
 }
 
-// `groups` groups, at least one, one after the other, with the factors w[0], w[1], ...
-inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
-                               size_t groups) {
+// Processes `groups` consecutive groups (at least one) with the factors w[0], w[1], ... Returns
+// false, with the numbers in any state, if a product might be subnormal.
+inline bool TwiddledGroupsPortable(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
+                                   size_t groups) {
     for (; groups != 0; --groups, ++w, a += 3 * span) {
         for (const Complex<SoftFloat>* const end = a + span; a != end; ++a) {
             Radix4<SoftFloat> y = Untwiddled(a[0], a[span], a[2 * span], a[3 * span]);
@@ -55,9 +59,9 @@ inline bool TwiddledGroupsText(Complex<SoftFloat>* a, size_t span, const SoftTwi
     return true;
 }
 
-// The last stage, of radix 2: sums and differences of `count` numbers, an even count, and those
-// `count` further on.
-inline void LastStageText(SoftFloat* a, size_t count) {
+// The last radix-2 stage: replaces the first `count` numbers and the next `count` numbers by their
+// sums and differences. `count` is even.
+inline void LastStagePortable(SoftFloat* a, size_t count) {
     for (const SoftFloat* const end = a + count; a != end; ++a) {
         const auto [sum, difference] = StagePair(a[0], a[count]);
         a[0] = sum;
@@ -66,6 +70,12 @@ inline void LastStageText(SoftFloat* a, size_t count) {
 }
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
+static_assert(offsetof(SoftTwiddles, w1.re) == TWIDDLES_W1_RE &&
+              offsetof(SoftTwiddles, w1.im) == TWIDDLES_W1_IM &&
+              offsetof(SoftTwiddles, w2.re) == TWIDDLES_W2_RE &&
+              offsetof(SoftTwiddles, w2.im) == TWIDDLES_W2_IM &&
+              offsetof(SoftTwiddles, w3.re) == TWIDDLES_W3_RE &&
+              offsetof(SoftTwiddles, w3.im) == TWIDDLES_W3_IM && sizeof(SoftTwiddles) == 48);
 extern "C" void SoftLastStage(SoftFloat* a, size_t count);
 extern "C" void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span);
 extern "C" bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e);
@@ -89,16 +99,16 @@ inline void LastStage(SoftFloat* a, size_t count) {
 }
 #else
 inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
-    UntwiddledGroupText(a, span);
+    UntwiddledGroupPortable(a, span);
 }
 inline bool EighthGroup(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
-    return EighthGroupText(a, span, u);
+    return EighthGroupPortable(a, span, u);
 }
 inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
                            size_t groups) {
-    return TwiddledGroupsText(a, span, w, groups);
+    return TwiddledGroupsPortable(a, span, w, groups);
 }
 inline void LastStage(SoftFloat* a, size_t count) {
-    LastStageText(a, count);
+    LastStagePortable(a, count);
 }
 #endif

@@ -2,14 +2,14 @@
 
 namespace {
 
-// With an exponent that much larger; false if it can't be one.
+// Makes a factor of v with its exponent raised by `more`. Returns false if v can't be a factor.
 bool ToFactor(float v, int32_t more, SoftFactor* factor) {
     if (!softfloat::CanBeFactor(v)) return false;
     *factor = softfloat::FactorOf(v);
     factor->e += more;
     return true;
 }
-// With an exponent that much smaller.
+// Makes a number of v with its exponent lowered by `less`. Returns false if v can't enter.
 bool ToNumber(float v, int32_t less, SoftFloat* number) {
     const auto bits = std::bit_cast<uint32_t>(v);
     if (!softfloat::Enters(bits)) return false;
@@ -24,7 +24,7 @@ bool UnpackedBiquad::Take(const Biquad<float, float>& filter) {
     const auto& c = filter.coefficients;
     const auto& h = filter.history;
     constexpr int32_t kStep = softfloat::kAligned;
-    // The first product's exponent is raised by a step, those that follow are a step less each.
+    // The first product's exponent is raised by one step; each following one is a step lower.
     return filter.rampRemaining == 0 && ToFactor(c.b0, kInputLowered + kStep, &b0) &&
            ToFactor(c.b1, kInputLowered, &b1) && ToFactor(c.b2, kInputLowered - kStep, &b2) &&
            ToFactor(c.fb1, kOutputLowered - 2 * kStep, &fb1) &&

@@ -1,5 +1,5 @@
-// The enhancer's sum of its bands with the contour added, on unpacked numbers (number.h): each
-// value as floats give it, to the bit but for the signs of zeros.
+// The enhancer's weighted sum of its bands, with the contour added, in unpacked floats (number.h).
+// Each value has the bits that floats give, but for the signs of zeros.
 //
 // Allocates: never. Thread: no state.
 #pragma once
@@ -9,18 +9,20 @@
 
 #include "dsp/biquad.h"
 #include "dsp/softfloat/number.h"
+#include "dsp/softfloat/offsets.h"
 
-// A filter that has no ramp, for as long as its history can be multiplied. The exponents of inputs
-// and outputs are less than they mean by as much as the constants say, and the coefficients' are
-// such that each product's is kAligned less than that of the sum which it joins.
+// The contour's filter, without a ramp, in unpacked floats. The exponents of inputs and outputs are
+// lowered by the two constants. The coefficients' exponents are chosen so that each product's
+// exponent is kAligned lower than that of the sum to which it is added.
 class UnpackedBiquad {
 public:
     static constexpr int32_t kInputLowered = 2 * softfloat::kAligned;
     static constexpr int32_t kOutputLowered = 3 * softfloat::kAligned;
 
-    // False if the filter can't be held.
+    // Copies the filter. Returns false if unpacked floats can't hold it, or if it has a ramp.
     bool Take(const Biquad<float, float>& filter);
-    // The next output, or false, with nothing changed, if it can't be told.
+    // Computes the next output. Returns false, with the filter unchanged, if a product might be
+    // subnormal.
     [[gnu::always_inline]] bool Step(SoftFloat x, SoftFloat* y) {
         if (!softfloat::Settles(x, y1)) return false;
         *y = b0 * x + AsLowered(b1 * x1) + AsLowered(b2 * x2) + AsLowered(fb1 * y1) +
@@ -31,7 +33,7 @@ public:
         y1 = *y;
         return true;
     }
-    // Its history becomes the filter's.
+    // Copies the history back to the filter.
     void Keep(Biquad<float, float>* filter) const;
 
     SoftFactor b0, b1, b2, fb1, fb2;
@@ -41,27 +43,29 @@ public:
 struct BandWeights {
     float high, band, low;
 };
-// Of one channel: samples 2q at [0], samples 2q + 1 at [1].
+// The bands of one channel, planar: [0] has samples 2q, [1] has samples 2q + 1.
 struct BandSamples {
     const float *high[2], *band[2], *low[2];
 };
 
-// out[n * channels + c] = (high + band) + low of channel c at frame n, times their weights, plus
-// what the filter makes of the frame's sum over 1 or 2 channels. False, with the filter as it was,
-// if a sample or a weight can't be held. A filter that can't be is run on floats.
+// Writes interleaved frames: out[n * channels + c] is the weighted (high + band) + low of channel c
+// at frame n, plus the filter's output for the frame's sum over its 1 or 2 channels. Returns false,
+// with the filter unchanged, if unpacked floats can't hold a sample or a weight. A filter that they
+// can't hold runs on floats.
 bool MixWithContour(const BandSamples* bands, const BandWeights& weights,
                     Biquad<float, float>* filter, float* out, size_t frames, size_t channels);
 
-// What the loop works on.
+// The state of the loop. Assembly reads it: see offsets.h.
 struct ContourMix {
     static constexpr size_t kBands = 3;
-    // High, band, low of each channel at even frames, behind them those at odd frames.
+    // Even frames: high, band, low of each channel. Then the same for odd frames.
     const float* from[2 * kBands * 2];
-    SoftFactor weights[kBands];  // each kAligned less than the one before
+    SoftFactor weights[kBands];  // each exponent is kAligned lower than the previous one
     UnpackedBiquad filter;
 };
 
-// One channel's sum at pair q, as the filter takes it; false if a sample can't be held.
+// Computes one channel's weighted sum at pair q, lowered as the filter's input. Returns false if a
+// sample can't be held.
 [[gnu::always_inline]] inline bool MixBands(const float* const* from, size_t q,
                                             const SoftFactor* weights, SoftFloat* mixed) {
     SoftFloat terms[ContourMix::kBands];
@@ -77,14 +81,14 @@ inline SoftFloat SumOfChannels(const SoftFloat* mixed, size_t channels) {
     return channels == 1 ? mixed[0] : mixed[0] + mixed[1];
 }
 
-// The float that v is with an exponent that much larger.
+// Returns v * 2^more as a float.
 [[gnu::always_inline]] inline float PackedRaised(SoftFloat v, int32_t more) {
     return std::bit_cast<float>(softfloat::Pack({v.m, v.e + more}));
 }
 
-// As MixWithContour, from frame 0 on. Returns the frames done before a sample or the filter can't
-// be held.
-inline size_t RunContourMixText(ContourMix* mix, float* out, size_t frames, size_t channels) {
+// Does the work of MixWithContour from frame 0 on. Returns the number of frames before the first
+// one for which a sample or the filter can't be held. The definition of RunContourMix.
+inline size_t RunContourMixPortable(ContourMix* mix, float* out, size_t frames, size_t channels) {
     for (size_t n = 0; n < frames; ++n) {
         const float* const* const from = mix->from + n % 2 * ContourMix::kBands * channels;
         SoftFloat mixed[2], contour;
@@ -99,15 +103,24 @@ inline size_t RunContourMixText(ContourMix* mix, float* out, size_t frames, size
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
 extern "C" size_t SoftContourMix(ContourMix* mix, float* out, size_t frames, size_t channels);
-static_assert(offsetof(ContourMix, weights) == 48 && offsetof(ContourMix, filter.b0) == 72 &&
-              offsetof(ContourMix, filter.x1) == 112 && offsetof(ContourMix, filter.y2) == 136);
+static_assert(offsetof(ContourMix, from) == 0 && sizeof(SoftFactor) == 8 &&
+              offsetof(ContourMix, weights) == CONTOUR_MIX_WEIGHTS &&
+              offsetof(ContourMix, filter.b0) == CONTOUR_MIX_B0 &&
+              offsetof(ContourMix, filter.b1) == CONTOUR_MIX_B1 &&
+              offsetof(ContourMix, filter.b2) == CONTOUR_MIX_B2 &&
+              offsetof(ContourMix, filter.fb1) == CONTOUR_MIX_FB1 &&
+              offsetof(ContourMix, filter.fb2) == CONTOUR_MIX_FB2 &&
+              offsetof(ContourMix, filter.x1) == CONTOUR_MIX_X1 &&
+              offsetof(ContourMix, filter.x2) == CONTOUR_MIX_X2 &&
+              offsetof(ContourMix, filter.y1) == CONTOUR_MIX_Y1 &&
+              offsetof(ContourMix, filter.y2) == CONTOUR_MIX_Y2);
 #endif
 
-// At least one frame.
+// Calls the assembly version where there is one. frames >= 1.
 inline size_t RunContourMix(ContourMix* mix, float* out, size_t frames, size_t channels) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     return SoftContourMix(mix, out, frames, channels);
 #else
-    return RunContourMixText(mix, out, frames, channels);
+    return RunContourMixPortable(mix, out, frames, channels);
 #endif
 }

@@ -9,14 +9,14 @@
 namespace {
 
 constexpr int32_t kUnitBits = 30;                   // a sample is a multiple of 2^-30
-constexpr int32_t kUnitExponent = 109 - kUnitBits;  // of a number that is one unit of m
+constexpr int32_t kUnitExponent = 109 - kUnitBits;  // exponent of a number whose m counts units
 
 float Packed(SoftFloat inUnits) {
     const SoftFloat v = {inUnits.m, inUnits.e + kUnitExponent};
     return std::bit_cast<float>(softfloat::Pack(v));
 }
 
-// Of sum k.
+// Returns how much the exponent of sum k is raised.
 int32_t RaisedBy(size_t k) {
     return kRaised * static_cast<int32_t>(k);
 }
@@ -45,7 +45,8 @@ void SoftEqualizerCore::MakeRoom(size_t frames) {
     end = kHistory;
 }
 
-// Behind the history, which ends where it did. From 16 bits if `shorts` are given.
+// Stores a chunk behind the history, without moving `end`. Reads `shorts`, or `samples` if it is
+// null. Returns false if a float sample doesn't fit.
 bool SoftEqualizerCore::Take(const int16_t* shorts, const float* samples, size_t frames,
                              size_t channels) {
     MakeRoom(frames);
@@ -65,7 +66,8 @@ bool SoftEqualizerCore::Take(const int16_t* shorts, const float* samples, size_t
 
 size_t SoftEqualizerCore::Process(const int16_t* shorts, float* samples, size_t frames,
                                   size_t channels, const float* gains) {
-    // Sums stand for averages of 2, 4 ... samples, and their exponents are raised.
+    // The gains correct that sums are not divided by their 2, 4 ... samples and have raised
+    // exponents.
     SoftFactor factors[kBands];
     for (size_t j = 0; j < kBands; ++j) {
         if (!softfloat::CanBeFactor(gains[j])) return 0;
@@ -80,7 +82,8 @@ size_t SoftEqualizerCore::Process(const int16_t* shorts, float* samples, size_t 
         float* const chunk = samples + done * channels;
         const int16_t* const taken = shorts != nullptr ? shorts + done * channels : nullptr;
         if (!Take(taken, chunk, count, channels)) break;
-        // If only silence enters and leaves the sums, they and the outputs stay as they are.
+        // If only silence enters and leaves the sums, the sums and the outputs don't change: one
+        // frame is enough.
         const size_t different = silent >= kHistory + count ? 1 : count;
         for (size_t c = 0; c < channels; ++c) {
             AverageRow rows[kChunk];

@@ -1,9 +1,9 @@
-// The arithmetic of FIREqualizer<float, float> on unpacked numbers (number.h): its history, its
-// running sums and its bands, each value as the equalizer's own step gives it, to the bit but for
-// the signs of zeros.
+// The arithmetic of FIREqualizer<float, float> in unpacked floats (number.h): history, running sums
+// and bands. Each value has the bits that the equalizer's own step gives, but for the signs of
+// zeros.
 //
-// Samples must be multiples of 2^-30 below 1.5, as conversion from 16 bits makes them, and are kept
-// as such integers; gains must fit for factors. Then no product is subnormal.
+// Samples must be multiples of 2^-30 below 1.5, which conversion from 16 bits ensures. They are
+// stored as integers in that unit. Gains must be possible factors. Then no product is subnormal.
 //
 // Allocates: never. Thread: no lock of its own; the owner serialises all calls.
 #pragma once
@@ -21,24 +21,25 @@ public:
     static constexpr size_t kReach = 256;  // half-width of the widest average
 
     SoftEqualizerCore() { Reset(); }
-    // Silence everywhere.
+    // Sets the history and the sums to silence.
     void Reset();
 
-    // `frames` frames of `channels` interleaved samples, in place or, if `shorts` are given, from
-    // them, as after conversion; gains from the top band down. Returns the frames before the first
-    // chunk that has what can't be held, and stays as it is: all of them if shorts are given and
-    // the gains fit, else none.
+    // Equalizes `frames` frames of `channels` interleaved samples. Reads `shorts`, or `samples` if
+    // `shorts` is null, and writes `samples`. `gains` has kBands gains, the highest band first.
+    // Returns the number of frames before the first chunk that can't be processed; that chunk stays
+    // unchanged. A chunk can't be processed if a float sample or a gain doesn't fit. So the result
+    // is `frames` if `shorts` are given and the gains fit, and 0 if a gain doesn't fit.
     size_t Process(const int16_t* shorts, float* samples, size_t frames, size_t channels,
                    const float* gains);
 
-    // For a change to the plain form: the sample of `ago` frames (1: the newest, at most 512), and
-    // the sum of average k.
+    // Used to continue with the plain form. They return the sample that is `ago` frames old (1: the
+    // newest, at most 512), and the sum of average k, as floats.
     float Past(size_t channel, size_t ago) const;
     float Sum(size_t channel, size_t k) const;
 
 private:
     static constexpr size_t kChunk = 128;  // frames at a time
-    static constexpr size_t kRoom = 512;   // frames between two moves of the history
+    static constexpr size_t kRoom = 512;   // frames that enter between two moves of the history
     static constexpr size_t kHistory = 2 * kReach;
 
     bool Take(const int16_t* shorts, const float* samples, size_t frames, size_t channels);
@@ -46,7 +47,8 @@ private:
     void MakeRoom(size_t frames);
 
     SampleSum sums[kMaxChannels][kAverages];
-    int32_t history[kMaxChannels][kHistory + kRoom];  // the newest lie before `end`
+    int32_t history[kMaxChannels]
+                   [kHistory + kRoom];  // in units of 2^-30; the newest samples lie before `end`
     size_t end;
-    size_t silent;  // frames of silence before `end`, as far as it matters
+    size_t silent;  // frames of silence before `end`, counted up to kHistory + kChunk
 };

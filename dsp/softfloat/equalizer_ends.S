@@ -1,10 +1,12 @@
 #include "dsp/softfloat/arm.inc"
 
+@ How samples enter and leave the equalizer.
+
 @ int32_t SoftTakeShorts(const int16_t* samples, int32_t* units, size_t frames, size_t channels)
-@ The loop of TakeShortsText (equalizer_ends.h). docs/soft-float.md, "The equalizer's ends".
+@ The loop of TakeShortsPortable (equalizer_ends.h). docs/soft-float.md, "The equalizer's ends".
 @   in    r0 samples, r1 units, r2 frames, at least 1; r3 channels
-@   uses  r4, r5 half of the last of 9 bits, less one, and all below it; r12 the units or-ed together
-@   out   r0 them
+@   uses  r4 half of the last of 9 bits, less one; r5 all bits below it; r12 the units or-ed together
+@   out   r0 the units or-ed together
 routine SoftTakeShorts
     push    {r4-r8, lr}
     mvn     r5, #0
@@ -13,17 +15,17 @@ routine SoftTakeShorts
     mov     r3, r3, lsl #1
     mov     r12, #0
 .LtakeNext:
-    ldrsh   r6, [r0], r3
-    eor     lr, r6, r6, lsl #2
+    ldrsh   r6, [r0], r3            @ r6 = s
+    eor     lr, r6, r6, lsl #2      @ r7 = s with its highest bit at bit 29
     clz     lr, lr
     mov     r7, r6, lsl lr
-    movs    r8, r7, lsr #22         @ the last kept bit is the carry
+    movs    r8, r7, lsr #22         @ round r7 to 9 bits; carry = the last kept bit
     adc     r7, r7, r4
     bic     r7, r7, r5
-    mov     r7, r7, asr lr
+    mov     r7, r7, asr lr          @ r6 = (s << 15) + s rounded to 9 bits
     add     r6, r7, r6, lsl #15
     orr     r12, r12, r6
-    str     r6, [r1], #4
+    str     r6, [r1], #4            @ *units++ = r6
     subs    r2, r2, #1
     bne     .LtakeNext
     mov     r0, r12
@@ -32,9 +34,10 @@ endroutine SoftTakeShorts
 
 @ void SoftFinishRows(const AverageRow* rows, const SoftFactor* gain, float* samples, size_t frames,
 @                     size_t channels)
-@ The loop of FinishRowsText (equalizer_ends.h). docs/soft-float.md, "The equalizer's ends".
+@ The loop of FinishRowsPortable (equalizer_ends.h). docs/soft-float.md, "The equalizer's ends".
 @   in    r0 rows, r1 gain, r2 samples, r3 frames, at least 1; stack: channels
-@   uses  r2, r3 the sum; r8, r9 the output; r6 from a sample to the next; r7 where rows end; r10, r11 the gain
+@   uses  r1 samples; r2, r3 the sum; r8, r9 the output; r6 bytes from a sample to the next;
+@         r7 end of rows; r10, r11 the gain
 routine SoftFinishRows
     push    {r4-r11, lr}
     ldr     r6, [sp, #36]
@@ -42,23 +45,23 @@ routine SoftFinishRows
     mov     r1, r2
     add     r7, r0, r3, lsl #4
     mov     r6, r6, lsl #2
-    add     r11, r11, #6            @ of addband
+    add     r11, r11, #6            @ addband expects the band's exponent raised by 6
 .LfinishNext:
-    ldmia   r0!, {r2, r3, r8, r9}
-    eor     lr, r2, r2, lsl #2
+    ldmia   r0!, {r2, r3, r8, r9}   @ rows->sum, rows->output
+    eor     lr, r2, r2, lsl #2      @ r2, r3 = the sum with its highest bit at bit 29
     clz     lr, lr
     mov     r2, r2, lsl lr
     sub     r3, r3, lr
     product r2, r3, r2, r3, fm=r10, fe=r11, unclean=1
-    addband r2, r3, r8, r9, .LfarFinish
-    ands    r8, r2, #0x80000000
+    addband r2, r3, r8, r9, .LfarFinish @ r2, r3 = gain * sum + output
+    ands    r8, r2, #0x80000000     @ r8 = sign, r2 = magnitude
     rsbmi   r2, r2, #0
-    clz     r9, r2
+    clz     r9, r2                  @ move the highest bit to bit 30
     mov     r2, r2, lsl r9
     movs    r2, r2, lsr #1
     sub     r3, r3, r9
-    moveq   r3, #0
-    movs    lr, r2, lsr #8
+    moveq   r3, #0                  @ a zero's field is 0
+    movs    lr, r2, lsr #8          @ round to 24 bits; carry = the last kept bit
     adc     r2, r2, #63
     mov     r2, r2, lsr #7
     add     r2, r2, r3, lsl #23     @ 2^23 makes the field one more, 2^24 two

@@ -1,7 +1,8 @@
-// Where samples enter and leave the equalizer on unpacked numbers: floats or 16 bits become
-// integers of 2^-30, the bottom band and what came before become floats.
+// How samples enter and leave the equalizer in unpacked floats: floats or 16-bit samples become
+// integers in units of 2^-30, and the outputs become floats.
 //
-// The texts are the definition. Where there is a routine by hand, the functions call it.
+// The functions named ...Portable are the definition. The others call the assembly version where
+// there is one.
 #pragma once
 #include <algorithm>
 #include <bit>
@@ -12,9 +13,11 @@
 #include "dsp/softfloat/number.h"
 #include "dsp/softfloat/samples.h"
 
-// The float with these bits in units of 2^-30. False if it isn't a multiple, or is 1.5 or more.
+// Converts the float with these bits to units of 2^-30. Returns false if it isn't a multiple of the
+// unit or its magnitude is 1.5 or more.
 inline bool ToUnits(uint32_t bits, int32_t& units) {
-    constexpr int32_t kWhole = 127 + 23 - 30;  // exponent of a significand in units
+    constexpr int32_t kWhole =
+        127 + 23 - 30;  // exponent field of a float whose significand counts units
     const uint32_t magnitude = bits & INT32_MAX;
     if (magnitude >= std::bit_cast<uint32_t>(1.5F)) return false;
     const auto significand = static_cast<int32_t>((magnitude & 0x7fffffU) | 0x800000U);
@@ -28,10 +31,10 @@ inline bool ToUnits(uint32_t bits, int32_t& units) {
     return true;
 }
 
-// Samples of one channel out of `channels` interleaved ones, as conversion to floats makes them, to
-// units; returns all of them or-ed together. At least one frame.
-inline int32_t TakeShortsText(const int16_t* samples, int32_t* units, size_t frames,
-                              size_t channels) {
+// Converts the 16-bit samples of one of `channels` interleaved channels to units, with the values
+// that conversion to floats gives. Returns all results or-ed together. frames >= 1.
+inline int32_t TakeShortsPortable(const int16_t* samples, int32_t* units, size_t frames,
+                                  size_t channels) {
     int32_t any = 0;
     for (size_t n = 0; n < frames; ++n) {
         ToUnits(std::bit_cast<uint32_t>(SoftFromInt16(samples[n * channels])), units[n]);
@@ -40,10 +43,10 @@ inline int32_t TakeShortsText(const int16_t* samples, int32_t* units, size_t fra
     return any;
 }
 
-// The widest sum's band joins the output, which becomes a float of one of `channels` interleaved
-// ones. None is below the normal floats. At least one frame.
-inline void FinishRowsText(const AverageRow* rows, const SoftFactor* gain, float* samples,
-                           size_t frames, size_t channels) {
+// Adds the widest sum's band to the output and writes it as a float of one of `channels`
+// interleaved channels. No output is below the normal floats. frames >= 1.
+inline void FinishRowsPortable(const AverageRow* rows, const SoftFactor* gain, float* samples,
+                               size_t frames, size_t channels) {
     for (size_t n = 0; n < frames; ++n) {
         const SoftFloat v = *gain * NumberOf(rows[n].sum, 0) + rows[n].output;
         samples[n * channels] = std::bit_cast<float>(softfloat::Pack({v.m, v.e - kOutputRaised}));
@@ -61,7 +64,7 @@ inline int32_t TakeShorts(const int16_t* samples, int32_t* units, size_t frames,
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     return SoftTakeShorts(samples, units, frames, channels);
 #else
-    return TakeShortsText(samples, units, frames, channels);
+    return TakeShortsPortable(samples, units, frames, channels);
 #endif
 }
 inline void FinishRows(const AverageRow* rows, const SoftFactor* gain, float* samples,
@@ -69,6 +72,6 @@ inline void FinishRows(const AverageRow* rows, const SoftFactor* gain, float* sa
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     SoftFinishRows(rows, gain, samples, frames, channels);
 #else
-    FinishRowsText(rows, gain, samples, frames, channels);
+    FinishRowsPortable(rows, gain, samples, frames, channels);
 #endif
 }

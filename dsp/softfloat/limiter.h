@@ -1,5 +1,5 @@
-// The output limiter's recurrences over a run of frames whose exponents stay, on significands
-// alone, and its weights. docs/soft-float.md, "A limiter's gains".
+// The output limiter's recurrences on significands alone, over frames in which the exponents don't
+// change. docs/soft-float.md, "A limiter's gains".
 #pragma once
 #include <algorithm>
 #include <bit>
@@ -14,45 +14,50 @@ inline constexpr float kLimiterRecoverKeep = 0.9999F, kLimiterRecoverStep = 0.00
 
 namespace softfloat {
 
-// 24 bits of a float that isn't subnormal.
+// Returns the 24-bit significand of a normal float.
 constexpr uint32_t Significand(float v) {
     return (std::bit_cast<uint32_t>(v) & 0x7fffffU) | 0x800000U;
 }
-// The same at bits 30 to 7.
+// Returns the significand of the float with these bits, at bits 30 to 7 ("raised").
 [[gnu::always_inline]] inline uint32_t RaisedSignificand(uint32_t bits) {
     return ((bits << 8U) | 0x80000000U) >> 1U;
 }
-// a * b / 2^32, rounded to nearest. The limiter's factors make one tie, of 1.5 and 0.9999, and it
-// goes up.
+// Returns a * b / 2^32, rounded to nearest. The limiter's factors allow one tie, 1.5 times 0.9999;
+// its even neighbour is the upper one, so rounding ties up is correct.
 [[gnu::always_inline]] inline uint32_t RoundedUpperHalf(uint32_t a, uint32_t b) {
     return static_cast<uint32_t>((uint64_t{a} * b + 0x80000000U) >> 32U);
 }
-// The least significand whose product with the factor, 0.5 to 1, keeps the exponent, raised.
+// Returns the smallest raised significand whose product with the factor (0.5 to 1) keeps the
+// exponent.
 constexpr uint32_t KeepsExponentFrom(float factor) {
     const uint64_t significand = Significand(factor);
     return static_cast<uint32_t>(((uint64_t{1} << 47U) + significand - 1) / significand) << 7U;
 }
-// A raised significand times the factor, which is shifted so that the product has 24 bits, `up` its
-// unit's place, plus an addend in units of 2^-7 of the significand's last bit.
+// Returns the raised significand times the factor, plus `joining`, rounded. The factor is shifted
+// so that the product's upper half has 24 bits; `up` shifts that half to the raised place.
+// `joining` is in units of 2^-7 of the significand's last bit.
 [[gnu::always_inline]] inline uint32_t NextRaised(uint32_t raised, uint32_t factor, uint32_t up,
                                                   uint32_t joining) {
     const uint32_t sum = (RoundedUpperHalf(raised, factor) << up) + joining;
     return (sum + 63 + ((sum >> 7U) & 1U)) & ~127U;
 }
-// A float in the units of one of a higher exponent or of the same, from 32 on. Zeros and subnormal
-// floats become a bit below any that counts.
+// Returns the float with these bits in the units of `joining` for an exponent field that is at
+// least 32 and not below the float's. Zeros and subnormal floats become a bit too low to change the
+// result.
 [[gnu::always_inline]] inline uint32_t JoiningIn(uint32_t exponent, uint32_t bits) {
     return static_cast<uint32_t>(ShiftedWithSticky(static_cast<int32_t>(RaisedSignificand(bits)),
                                                    static_cast<int32_t>(exponent - (bits >> 23U))));
 }
-inline constexpr uint32_t kRaisedOne = 1U << 30U;  // the least significand
+inline constexpr uint32_t kRaisedOne = 1U << 30U;  // the smallest raised significand, 1.0
 
 }  // namespace softfloat
 
-// As many frames as no sample exceeds the peak in and, where the peak is theirs, the tails, which
-// fall, keep it; else no tails. `largest` grows with the samples. By the bits of magnitudes.
-inline size_t SteadyFramesText(const float* x, const float* tails, size_t stride, size_t count,
-                               float peak, float* largest) {
+// Returns the number of frames, up to `count`, in which the window's peak stays the same. A sample
+// above the peak ends the run. `tails` are the maxima of the samples that are still in the window;
+// a tail below the peak ends the run too. `tails` is null if the peak can't leave the window.
+// Raises *largest to the largest magnitude seen. Magnitudes are compared by their bits.
+inline size_t SteadyFramesPortable(const float* x, const float* tails, size_t stride, size_t count,
+                                   float peak, float* largest) {
     const auto highest = std::bit_cast<int32_t>(peak);
     for (size_t n = 0; n < count; ++n) {
         const int32_t magnitude = std::bit_cast<int32_t>(x[n * stride]) & INT32_MAX;
@@ -64,11 +69,12 @@ inline size_t SteadyFramesText(const float* x, const float* tails, size_t stride
     return count;
 }
 
-// A steady target: gains[n * stride] = smoothed = kLimiterKeep * smoothed + taken. Returns the
-// frames done before the exponent of smoothed or of its product changes, or numbers are met that
-// this isn't for. 0 <= smoothed, taken.
-inline size_t RunSmoothingText(float* gains, size_t stride, size_t count, float smoothed,
-                               float taken) {
+// Smooths toward a steady target: gains[n * stride] = smoothed = kLimiterKeep * smoothed + taken.
+// Returns the number of frames done, which is less than `count` if the exponent of smoothed or of
+// its product would change, or if a number is too small for this form. smoothed and taken are not
+// negative.
+inline size_t RunSmoothingPortable(float* gains, size_t stride, size_t count, float smoothed,
+                                   float taken) {
     using namespace softfloat;
     constexpr uint32_t kFactor = Significand(kLimiterKeep) << 1U;
     constexpr uint32_t kKeepsExponent = KeepsExponentFrom(kLimiterKeep);
@@ -78,7 +84,8 @@ inline size_t RunSmoothingText(float* gains, size_t stride, size_t count, float 
     const uint32_t joining = JoiningIn(exponent, added);
     uint32_t raised = RaisedSignificand(bits);
     const bool keeps = raised >= kKeepsExponent;
-    // What rounds to the least significand may have been below it, where it rounds elsewhere.
+    // A value that rounds to the smallest significand may have been below it, where rounding
+    // differs.
     const uint32_t first = keeps ? kKeepsExponent : kRaisedOne + 128;
     const uint32_t beyond = keeps ? 2 * kRaisedOne : kKeepsExponent;
     for (size_t n = 0; n < count; ++n) {
@@ -89,10 +96,10 @@ inline size_t RunSmoothingText(float* gains, size_t stride, size_t count, float 
     return count;
 }
 
-// gains[n * stride], a smoothed target, becomes the lesser of itself and the recovered gain, which
-// is never below the gain before. Gains of 1 and less. Returns the frames done, as
-// RunSmoothingText.
-inline size_t RunRecoveryText(float* gains, size_t stride, size_t count, float gain) {
+// Replaces each smoothed target, gains[n * stride], by the smaller of itself and the recovered
+// gain. The recovered gain is never below the previous gain. Gains are at most 1. Returns the
+// number of frames done, for the reasons of RunSmoothingPortable.
+inline size_t RunRecoveryPortable(float* gains, size_t stride, size_t count, float gain) {
     using namespace softfloat;
     constexpr uint32_t kFactor = Significand(kLimiterRecoverKeep) << 1U;
     constexpr uint32_t kStep = std::bit_cast<uint32_t>(kLimiterRecoverStep);
@@ -102,8 +109,8 @@ inline size_t RunRecoveryText(float* gains, size_t stride, size_t count, float g
         if (next > bits) {
             const uint32_t exponent = bits >> 23U, raised = RaisedSignificand(bits);
             if (exponent < kStep >> 23U) return n;
-            // The few products whose exponent is less lie so near the whole ones that they round
-            // as if it weren't.
+            // The few products with a smaller exponent lie so close to its boundary that they round
+            // to the same value.
             const uint32_t recovered = NextRaised(raised, kFactor, 7, JoiningIn(exponent, kStep));
             if (recovered >= 2 * kRaisedOne) return n;
             next = std::min(((exponent - 1) << 23U) + (recovered >> 7U), next);
@@ -120,33 +127,33 @@ extern "C" size_t SoftSteadyFrames(const float* x, const float* tails, size_t st
 extern "C" size_t SoftSmoothing(float* gains, size_t stride, size_t count, float smoothed,
                                 float taken);
 extern "C" size_t SoftRecovery(float* gains, size_t stride, size_t count, float gain);
-// The routines' constants.
+// The constants that the assembly version contains.
 static_assert(softfloat::Significand(kLimiterKeep) == 0xe65fd9 &&
               softfloat::KeepsExponentFrom(kLimiterKeep) == 0x471e7800 &&
               softfloat::Significand(kLimiterRecoverKeep) == 0xfff972 &&
               std::bit_cast<uint32_t>(kLimiterRecoverStep) == 0x38d1b717);
 #endif
 
-// At least one frame.
+// These call the assembly version where there is one. count >= 1.
 inline size_t SteadyFrames(const float* x, const float* tails, size_t stride, size_t count,
                            float peak, float* largest) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     return SoftSteadyFrames(x, tails, stride, count, peak, largest);
 #else
-    return SteadyFramesText(x, tails, stride, count, peak, largest);
+    return SteadyFramesPortable(x, tails, stride, count, peak, largest);
 #endif
 }
 inline size_t RunSmoothing(float* gains, size_t stride, size_t count, float smoothed, float taken) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     return SoftSmoothing(gains, stride, count, smoothed, taken);
 #else
-    return RunSmoothingText(gains, stride, count, smoothed, taken);
+    return RunSmoothingPortable(gains, stride, count, smoothed, taken);
 #endif
 }
 inline size_t RunRecovery(float* gains, size_t stride, size_t count, float gain) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     return SoftRecovery(gains, stride, count, gain);
 #else
-    return RunRecoveryText(gains, stride, count, gain);
+    return RunRecoveryPortable(gains, stride, count, gain);
 #endif
 }

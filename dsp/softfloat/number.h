@@ -1,15 +1,17 @@
-// Single-precision numbers for processors without a floating-point unit: sign and significand in
-// one word, the exponent in another, so that a chain of operations unpacks and packs nothing.
-// docs/soft-float.md explains them: "A number", "What stays on floats" and what lies between.
+// Unpacked floats: single-precision numbers for processors without a floating-point unit. Sign and
+// significand are in one word and the exponent in another, so that a chain of operations need not
+// unpack and pack. docs/soft-float.md explains all of this, from "A number" to "What stays on
+// floats"; a name in quotes below is one of its sections.
 //
-//   SoftFloat {m, e} is m * 2^(e - 109): 24 significant bits of m at bits 29 to 6, the rest 0;
-//   2^29 <= |m| <= 2^30 with both ends allowed, so rounding up never moves the exponent. Zero is
-//   m = 0 with any e, and has no sign.
+//   SoftFloat {m, e} is m * 2^(e - 109). m has 24 significant bits at bits 29 to 6; the rest is 0.
+//   2^29 <= |m| <= 2^30, both ends allowed, so rounding up never changes the exponent. Zero is m =
+//   0 with any e, and has no sign.
 //
-// Sums and products are those of IEEE 754 single precision, rounded to nearest, ties to even, bit
-// for bit but for the sign of a zero, as long as no result overflows and no product is subnormal.
-// Sums below the normal range are exact in both. The holder keeps to that: numbers of 2^-80 to 2^60
-// enter (Enters), and before a product of a number with e < 0, which is below 2^-80, Settles asks.
+// Sums and products have the bits of IEEE 754 single precision (round to nearest, ties to even),
+// but for the sign of a zero, as long as no result overflows and no product is subnormal. Sums
+// below the normal range are exact in both. The caller ensures this: only numbers from 2^-80 to
+// 2^60 enter (Enters). Before a product of a number that may have e < 0, which is below 2^-80, it
+// calls Settles.
 //
 // Allocates: never. Thread: no state.
 #pragma once
@@ -19,7 +21,8 @@
 
 #include "dsp/butterfly.h"
 
-// The chain's single precision runs on these numbers where floats are calls of helpers.
+// True if the chain computes single precision with unpacked floats: on processors without a
+// floating-point unit, or as the build says.
 #if defined(ORVANE_SOFTFLOAT)
 inline constexpr bool kSoftFloat = ORVANE_SOFTFLOAT;
 #elif defined(__arm__) && defined(__SOFTFP__)
@@ -28,14 +31,14 @@ inline constexpr bool kSoftFloat = true;
 inline constexpr bool kSoftFloat = false;
 #endif
 
-// Aligned: the routines by hand load both words at once, which the processor does at multiples of 8
-// only, although an emulator lets others pass.
+// Aligned to 8 bytes: the assembly version loads both words at once. Processors need the alignment
+// for that; an emulator accepts any address.
 struct alignas(8) SoftFloat {
     int32_t m, e;
 };
 
-// A constant that numbers are multiplied by: m * 2^(e - 31), 24 significant bits at bits 30 to 7.
-// Its magnitude is 0 or 2^-46 to 2^30, so that a number from 2^-80 on gives no subnormal product.
+// A constant factor: m * 2^(e - 31), with 24 significant bits of m at bits 30 to 7. Its magnitude
+// is 0 or 2^-46 to 2^30, so that its product with a number of at least 2^-80 is never subnormal.
 struct alignas(8) SoftFactor {
     int32_t m, e;
 };
@@ -46,15 +49,16 @@ inline SoftFactor operator-(SoftFactor a) {
 
 namespace softfloat {
 
-inline constexpr int32_t kBias = 47;    // exponent field of a float less e
-inline constexpr int32_t kAligned = 3;  // bits that the first operand of a sum is shifted by
+inline constexpr int32_t kBias = 47;    // exponent field of a float minus e
+inline constexpr int32_t kAligned = 3;  // right shift of a sum's first operand, in bits
 
-// ARM's clz and shifts take 0 and 32, which C++ leaves undefined.
+// ARM's clz accepts 0 and its shifts accept 32; in C++ such shifts are undefined.
 #if defined(__arm__) && !defined(__thumb__)
 #define ORVANE_SOFTFLOAT_ARM
 #endif
 
-// v * 2^e of |v| < 2^30 as a number: highest bit to bit 29, the six lowest rounded away.
+// Returns v * 2^e (|v| < 2^30) as a number: moves the highest bit to bit 29 and rounds the six
+// lowest bits away. "Normalise and round".
 [[gnu::always_inline]] inline SoftFloat Rounded(int32_t v, int32_t e) {
 #if defined(ORVANE_SOFTFLOAT_ARM)
     int32_t shift;
@@ -78,8 +82,8 @@ inline constexpr int32_t kAligned = 3;  // bits that the first operand of a sum 
 #endif
 }
 
-// v / 2^shift, shift from 0 to 255, rounded down; its lowest bit set if anything was lost, which
-// keeps every later rounding right.
+// Returns v / 2^shift rounded down; shift is 0 to 255. Sets the lowest bit if any bit was lost (a
+// sticky bit), so that later roundings are still correct.
 [[gnu::always_inline]] inline int32_t ShiftedWithSticky(int32_t v, int32_t shift) {
 #if defined(ORVANE_SOFTFLOAT_ARM)
     int32_t shifted;
@@ -97,15 +101,17 @@ inline constexpr int32_t kAligned = 3;  // bits that the first operand of a sum 
 #endif
 }
 
-// Two numbers in units of 2^(e - 109), their sum and difference below 2^30; in: e, where those of a
-// shifted by kAligned are. Exponents of numbers that aren't 0 are less than 250 apart.
+// Two operands in the same unit, 2^(e - 109); their sum and difference are below 2^30. "The near
+// window".
 struct Aligned {
     int32_t a, b, e;
 };
+// Aligns a and b. `e` is the exponent that a has after the shift by kAligned: a.e + kAligned, or
+// a.e if b's exponent is lowered. Exponents of numbers other than 0 must be less than 250 apart.
 [[gnu::always_inline]] inline Aligned Align(SoftFloat a, SoftFloat b, int32_t e) {
     const int32_t shift = e - b.e;
     const int32_t first = a.m >> kAligned;
-    // Exponents 2 below to 3 above: no bit is lost, and zeros need no care.
+    // The near window: no bit is lost, and zeros need no care.
     if (static_cast<uint32_t>(shift - 1) <= 5U) [[likely]]
         return {first, b.m >> shift, e};
     if (shift > 0) {
@@ -131,14 +137,15 @@ struct Aligned {
 [[gnu::always_inline]] inline SoftFloat operator-(SoftFloat a) {
     return {-a.m, a.e};
 }
-// a + b and a - b, aligned once.
+// Returns a + b and a - b, which are aligned once for both. "Sum and difference".
 [[gnu::always_inline]] inline SumDifference<SoftFloat> SumAndDifference(SoftFloat a, SoftFloat b) {
     const softfloat::Aligned v = softfloat::Align(a, b, a.e + softfloat::kAligned);
     return {softfloat::Rounded(v.a + v.b, v.e), softfloat::Rounded(v.a - v.b, v.e)};
 }
 
-// The same where the second number's exponent is kAligned less than it means, beside the first
-// one's, as the results' are then: a stage of a transform. "Exponents that carry the alignment".
+// Sum and difference in a stage of a transform. There the second number's exponent is lowered by
+// kAligned against the first one's; the results' exponents are lowered as well. "Exponents that
+// carry the alignment".
 [[gnu::always_inline]] inline SumDifference<SoftFloat> StagePair(SoftFloat first,
                                                                  SoftFloat second) {
     const softfloat::Aligned v = softfloat::Align(first, second, first.e);
@@ -150,10 +157,11 @@ struct Aligned {
     return {sum, -difference};
 }
 
+// Returns the number with its exponent increased by `by`; the significand is unchanged.
 [[gnu::always_inline]] inline SoftFloat Raised(SoftFloat a, int32_t by) {
     return {a.m, a.e + by};
 }
-// A second number of that kind.
+// A second operand whose exponent is lowered by kAligned. Only the operators below take it.
 struct LoweredFloat {
     int32_t m, e;
 };
@@ -168,7 +176,8 @@ struct LoweredFloat {
     return a + LoweredFloat{-b.m, b.e};
 }
 
-// The product's upper half, doubled, has 29 or 30 bits; its lower half only matters as not being 0.
+// The product's upper half, doubled, has 29 or 30 bits. Of its lower half it only matters whether
+// it is 0. "Products".
 [[gnu::always_inline]] inline SoftFloat operator*(SoftFactor factor, SoftFloat a) {
     int32_t e = a.e + factor.e;
 #if defined(ORVANE_SOFTFLOAT_ARM)
@@ -198,14 +207,14 @@ struct LoweredFloat {
 #endif
 }
 
-// A complex factor: the exponent of its real part is kAligned more, so that the products' sums need
-// no alignment either, that of its imaginary part kTurnLower, as the routines leave both products
-// that far below a number's place and shift the second one as much less.
+// A complex factor. The exponent of its real part is raised by kAligned, so that the sums of its
+// products need no addition to align. The exponent of its imaginary part is raised by kTurnLower,
+// because the assembly version leaves the products one bit lower than numbers. "Turns".
 inline constexpr int32_t kTurnLower = 1;
 struct SoftTurn {
     SoftFactor re, im;
 };
-struct SoftTwiddles {  // of a group
+struct SoftTwiddles {  // the factors of one group of butterflies
     SoftTurn w1, w2, w3;
 };
 [[gnu::always_inline]] inline Complex<SoftFloat> Twiddle(SoftTurn w, Complex<SoftFloat> y) {
@@ -221,14 +230,14 @@ inline SoftTurn Conjugate(SoftTurn w) {
 
 namespace softfloat {
 
-// Whether the float with these bits may enter: 0, or 2^lowest to 2^60.
+// Returns true if the float with these bits is 0 or has a magnitude from 2^lowest to below 2^60.
 template <int lowest = -80>
 [[gnu::always_inline]] inline bool Enters(uint32_t bits) {
     constexpr uint32_t kFirst = static_cast<uint32_t>(127 + lowest) << 24U, kBeyond = 187U << 24U;
     const uint32_t magnitude = bits << 1U;
     return magnitude - kFirst < kBeyond - kFirst || magnitude == 0;
 }
-// A float that may enter, by its bits.
+// Returns the number that equals the float with these bits, for which Enters must hold.
 [[gnu::always_inline]] constexpr SoftFloat Unpack(uint32_t bits) {
     const uint32_t magnitude = bits << 1U;
     if (magnitude == 0) return {0, 0};
@@ -236,7 +245,7 @@ template <int lowest = -80>
     const int32_t e = static_cast<int32_t>(magnitude >> 24U) - kBias;
     return {static_cast<int32_t>(bits) < 0 ? -m : m, e};
 }
-// The bits of the float that equals `a`; a zero is positive.
+// Returns the bits of the float that equals `a`. A zero is positive.
 [[gnu::always_inline]] inline uint32_t Pack(SoftFloat a) {
     const uint32_t sign = static_cast<uint32_t>(a.m) & 0x80000000U;
     const uint32_t significand = static_cast<uint32_t>(sign != 0 ? -a.m : a.m) >> 6U;
@@ -247,8 +256,8 @@ template <int lowest = -80>
     return sign | (significand >> static_cast<uint32_t>(-exponent));  // subnormal, and exact
 }
 
-// Whether a finite float can be a factor of numbers from 2^-80 on, or on from `smallest` of the
-// magnitudes that are left for it.
+// Returns true if a finite float can be a factor: it is 0 or its magnitude is from `smallest` to
+// below 2^30. The default suits numbers from 2^-80 on.
 inline bool CanBeFactor(float v, float smallest = 0x1p-46F) {
     const uint32_t magnitude = std::bit_cast<uint32_t>(v) & INT32_MAX;
     const auto first = std::bit_cast<uint32_t>(smallest), beyond = std::bit_cast<uint32_t>(0x1p30F);
@@ -259,8 +268,8 @@ constexpr SoftFactor FactorOf(float v) {
     return {2 * a.m, a.e + kBias - 126};
 }
 
-// Whether both numbers may be multiplied. A zero's exponent, which cancellation leaves anywhere, is
-// put right on the way.
+// Returns true if both numbers may be multiplied: no product can be subnormal. Sets the exponent of
+// a zero to 0 if it is negative, because cancellation can leave any exponent in a zero.
 [[gnu::always_inline]] inline bool Settles(SoftFloat& a, SoftFloat& b) {
     if ((a.e | b.e) >= 0) [[likely]]
         return true;

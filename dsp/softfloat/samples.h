@@ -1,5 +1,5 @@
-// Samples on unpacked numbers: to floats and back, times a gain; what a conversion and a product of
-// floats give, to the bit.
+// Conversions of samples from and to 16 bits, and products of samples with gains, without a
+// floating-point unit. All give the bits of the same operations on floats.
 #pragma once
 #include <algorithm>
 #include <bit>
@@ -8,22 +8,23 @@
 
 #include "dsp/softfloat/number.h"
 
-// sample * (2^-15 + 2^-30), the float nearest to 1 / 32767.
+// Returns sample * (2^-15 + 2^-30), rounded to float. The constant is the float nearest to 1 /
+// 32767.
 [[gnu::always_inline]] inline float SoftFromInt16(int16_t sample) {
     const int32_t whole = sample;
     const uint32_t magnitude = static_cast<uint32_t>(whole < 0 ? -whole : whole);
     if (magnitude == 0) return 0;
-    const uint32_t product = (magnitude << 15U) + magnitude;  // of 2^-30
+    const uint32_t product = (magnitude << 15U) + magnitude;  // in units of 2^-30
     const auto zeros = static_cast<uint32_t>(std::countl_zero(product));
-    const uint32_t normal = (product << zeros) >> 1U;  // 24 bits from bit 30 on, the rest rounded
+    const uint32_t normal = (product << zeros) >> 1U;  // 24 bits down from bit 30 are kept
     const uint32_t rounded = (normal + 63 + ((normal >> 7U) & 1U)) >> 7U;
     const uint32_t sign = static_cast<uint32_t>(whole) & 0x80000000U;
     return std::bit_cast<float>(sign | (((127 - zeros) << 23U) + rounded));
 }
 
-// sample * factor, factor at most 2^15, toward zero. Not for samples of 2 and more.
+// Returns sample * factor, truncated toward zero. |sample| < 2 and factor <= 2^15.
 inline int32_t SoftTruncated(float sample, float factor) {
-    constexpr uint32_t kSmallest = 111U << 23U;  // 2^-16: below, nothing is left
+    constexpr uint32_t kSmallest = 111U << 23U;  // 2^-16: smaller samples give 0
     const uint32_t bits = std::bit_cast<uint32_t>(sample);
     if ((bits & INT32_MAX) < kSmallest) return 0;
     const SoftFloat product = softfloat::FactorOf(factor) * softfloat::Unpack(bits);
@@ -31,9 +32,10 @@ inline int32_t SoftTruncated(float sample, float factor) {
     return product.m < 0 ? -magnitude : magnitude;
 }
 
-// A gain that isn't 0, subnormal, infinite or not a number, and the samples whose products with it
-// aren't either. docs/soft-float.md, "Samples times a gain".
+// A normal gain, and the range of samples whose products with it are normal floats.
+// docs/soft-float.md, "Samples times a gain".
 struct SampleGain {
+    // Returns true if the gain is normal: not 0, subnormal, infinite or NaN.
     static bool Takes(float gain) {
         const uint32_t exponent = std::bit_cast<uint32_t>(gain) << 1U >> 24U;
         return exponent - 1 < 254;
@@ -48,13 +50,15 @@ struct SampleGain {
         exponent = (bits >> 23U) - 128;
     }
 
-    uint32_t factor;         // the significand at bits 24 to 1
-    uint32_t first, length;  // without the sign, shifted left by 1
-    uint32_t exponent;       // added to the sample's, the signs above both
+    uint32_t factor;         // the gain's significand at bits 24 to 1
+    uint32_t first, length;  // range of a sample's bits, shifted left by 1
+    uint32_t exponent;       // added to the sample's sign and exponent field
 };
 
-// samples[n] *= gain, zeros too. Returns how many were done before one that isn't simple.
-inline size_t AmplifySimpleText(float* samples, size_t count, const SampleGain* gain) {
+// Multiplies samples by the gain in place. Stops at the first sample, other than a zero, that is
+// out of the gain's range. Returns the number of samples before it. The definition of
+// AmplifySimple.
+inline size_t AmplifySimplePortable(float* samples, size_t count, const SampleGain* gain) {
     for (size_t n = 0; n < count; ++n) {
         const uint32_t bits = std::bit_cast<uint32_t>(samples[n]);
         uint32_t result = bits ^ (gain->exponent + 128) >> 8U << 31U;
@@ -76,16 +80,16 @@ inline size_t AmplifySimpleText(float* samples, size_t count, const SampleGain* 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
 extern "C" size_t SoftAmplify(float* samples, size_t count, const SampleGain* gain);
 #endif
-// At least one sample.
+// Calls the assembly version where there is one. count >= 1.
 inline size_t AmplifySimple(float* samples, size_t count, const SampleGain* gain) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     return SoftAmplify(samples, count, gain);
 #else
-    return AmplifySimpleText(samples, count, gain);
+    return AmplifySimplePortable(samples, count, gain);
 #endif
 }
 
-// samples[n] *= gain.
+// Multiplies `count` samples by any gain in place.
 inline void SoftAmplified(float* samples, size_t count, float gain) {
     const bool simple = SampleGain::Takes(gain);
     const SampleGain taken(gain);
@@ -100,23 +104,25 @@ extern "C" size_t SoftShortProducts(const float* x, const float* gains, int16_t*
                                     int32_t limit);
 #endif
 
-// The last step of an output, x * gain rounded to float, then to 16 bits as SoftTruncated by 32767,
-// as one product of integers. docs/soft-float.md, "One product for an output".
+// The last step of an output as one product of integers: x * gain rounded to float, then converted
+// to 16 bits as SoftTruncated does it with 32767. docs/soft-float.md, "One product for an output".
 class ShortProducts {
 public:
-    // 0 <= gate.
+    // The gate (full scale is 1.0) must not be negative.
     explicit ShortProducts(float outputGate)
         : gate(std::min(std::bit_cast<uint32_t>(outputGate), kOne - 1)),
           limit(std::max(static_cast<int32_t>(std::bit_cast<float>(gate) * kScale) - kMargin, 0)) {}
 
-    // False if the output exceeds the gate or isn't below 1. 0 <= gain <= 1.
+    // Stores the output. Returns false, and stores nothing, if its magnitude exceeds the gate or
+    // isn't below 1. 0 <= gain <= 1.
     [[gnu::always_inline]] bool Make(float x, float gain, int16_t* out) const {
         const uint32_t a = std::bit_cast<uint32_t>(x), b = std::bit_cast<uint32_t>(gain);
         const uint32_t down = Down(x, gain);
         if (down - 8 < 24) [[likely]] {
             const uint64_t product = uint64_t{a << 8U | 0x80000000U} * (b << 8U | 0x80000000U);
-            const uint32_t part = static_cast<uint32_t>(product >> 32U) >> down;  // of x * gain
-            const uint32_t units = part - (part >> 15U);                          // of 2^-8
+            const uint32_t part =
+                static_cast<uint32_t>(product >> 32U) >> down;  // of x * gain, in 2^-23
+            const uint32_t units = part - (part >> 15U);        // in 2^-8
             const bool decided = ((units + 2) & 0xfcU) != 0;
             if (decided && static_cast<int32_t>(units) < limit) [[likely]] {
                 const auto magnitude = static_cast<int32_t>(units >> 8U);
@@ -127,7 +133,7 @@ public:
         return MakeExactly(x, gain, out);
     }
 
-    // Of as many until one is false; returns how many were made.
+    // Makes outputs until Make would return false. Returns the number of outputs made.
     size_t MakeRun(const float* x, const float* gains, int16_t* out, size_t count) const {
         for (size_t n = 0; n < count; ++n) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
@@ -145,8 +151,8 @@ private:
     static constexpr uint32_t kOne = 127U << 23U;
     static constexpr float kScale = 32767.0F * 256;
     static constexpr int32_t kMargin = 4;
-    // The upper half of both significands' product, shifted by kUnits less both exponents, counts
-    // 2^-23.
+    // The upper half of the significands' product, shifted right by kUnits minus both exponent
+    // fields, is in units of 2^-23.
     static constexpr uint32_t kUnits = 261;
 
     static uint32_t Down(float x, float gain) {
@@ -154,7 +160,7 @@ private:
         return kUnits - (a << 1U >> 24U) - (b >> 23U);
     }
     bool MakeExactly(float x, float gain, int16_t* out) const {
-        if (Down(x, gain) - 32 < kUnits && limit > 0) {  // less than 2^-22
+        if (Down(x, gain) - 32 < kUnits && limit > 0) {  // the product is below 2^-22
             *out = 0;
             return true;
         }

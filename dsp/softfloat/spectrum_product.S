@@ -1,22 +1,26 @@
 #include "dsp/softfloat/arm.inc"
+#include "dsp/softfloat/offsets.h"
 
-@ In this file the first terms of two sums stand in r2, r3 and r4, r5, real and imaginary part of a
-@ value as it lies in memory; the second ones in r10, r11 and r6, r7. r0 is value k, r12 value
-@ half - k.
+@ The steps between the spectra of complex and of real values. docs/soft-float.md, "The real spectrum".
+@
+@ In this file r0 is the address of value k and r12 that of value half - k. Two sums are formed at a
+@ time. Their first terms are in r2, r3 (real part) and r4, r5 (imaginary part), as a value lies in
+@ memory. Their second terms are in r10, r11 and r6, r7.
 
-@ mirrordifference carried: y, as realproducts takes it, of left in r2 to r5 and right in r10, r11
-@ and r6, r7: left - conj(right).
+@ mirrordifference carried: y = left - conj(right), left in r2 to r5, right in r10, r11 and r6, r7.
+@ y has its real part in r6, r7 and its imaginary part in r10, r11, as realproducts expects.
 .macro mirrordifference carried=0
     align   r4, r5, r6, r7, .LfarIm, carried=\carried
-    add     r4, r9, r4, asr #3
+    add     r4, r9, r4, asr #3      @ left.im + right.im
     align   r2, r3, r10, r11, .LfarRe, carried=\carried
-    rsb     r6, r9, r2, asr #3
+    rsb     r6, r9, r2, asr #3      @ left.re - right.re
     normround r6, r7, r3
     mov     r10, r4
     normround r10, r11, r5
 .endm
 
-@ kernelproduct at: the value at `at` by the kernel's, to r2 to r5.
+@ kernelproduct at: the value at `at` times the kernel's factor for it, to r2 to r5. r1 is the
+@ distance in bytes from a value to its factor.
 .macro kernelproduct at
     ldmia   \at, {r6, r7, r10, r11}
     ldrd    r8, r9, [\at, r1]
@@ -27,34 +31,34 @@
     turned  r2, r3, r4, r5
 .endm
 
-@ storeexchanged op, right, table: of the value in r2 to r5, which is the right one or not, the
-@ imaginary part less y's, and the real part `op` y's, to its place, which is in the table whose
-@ address lies at sp + table. y, in r10, r11 and r6, r7, stays.
-.macro storeexchanged op, right, table
+@ storeexchanged op, right, places: stores the result for the value in r2 to r5 with its parts
+@ exchanged: the imaginary part minus y's, then the real part `op` y's. `right` is 1 for value
+@ half - k. The address of its MirroredPlaces is at sp + places. y, in r10, r11 and r6, r7, stays.
+.macro storeexchanged op, right, places
     align   r4, r5, r6, r7, .LfarIm, carried=1-\right
     rsb     r4, r9, r4, asr #3
     normround r4, r5, r5
     align   r2, r3, r10, r11, .LfarRe, carried=1-\right
     \op     r8, r9, r2, asr #3
     normround r8, r9, r3
-    ldr     r2, [sp, #\table]
+    ldr     r2, [sp, #\places]
     .if \right
-    ldrd    r2, r3, [r2, #16]
-    add     r5, r5, r3
+    ldrd    r2, r3, [r2, #MIRRORED_PLACES_RIGHT]
+    add     r5, r5, r3              @ raise both exponents
     add     r9, r9, r3
     .else
-    ldr     r2, [r2, #24]
+    ldr     r2, [r2, #MIRRORED_PLACES_LEFT]
     .endif
     stmia   r2, {r4, r5, r8, r9}
 .endm
 
 @ bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
 @                          const MirroredPlaces* places, size_t half)
-@ The loop of SpectrumProductText (spectrum_product.h). docs/soft-float.md, "The real spectrum".
+@ The loop of SpectrumProductPortable (spectrum_product.h). docs/soft-float.md, "The real spectrum".
 @   in    r0 spectrum, r1 kernel, r2 places, r3 half
-@   uses  r1 the way from a value to its kernel's
-@   stack left, right, while they wait; places
-@   out   r0 whether no number was too small for a product
+@   uses  r1 bytes from a value to its factor
+@   stack [0] places; left and then right are pushed while they wait
+@   out   r0 false if a number was too small for a product
 routine SoftSpectrumProduct
     push    {r4-r11, lr}
     str     r2, [sp, #-4]!
@@ -62,27 +66,27 @@ routine SoftSpectrumProduct
     sub     r1, r1, r0
     b       .LproductTest
 .LproductNext:
-    kernelproduct r12
+    kernelproduct r12               @ right
     stmdb   sp!, {r2-r5}
-    kernelproduct r0
+    kernelproduct r0                @ left
     stmdb   sp!, {r2-r5}
     ldrd    r10, r11, [sp, #16]
     ldrd    r6, r7, [sp, #24]
-    mirrordifference carried=1
+    mirrordifference carried=1      @ y = left - conj(right)
     orrs    lr, r11, r7
     blmi    .LsettleProduct
-    ldr     lr, [sp, #32]
-    ldrd    r8, r9, [lr, #32]!
+    ldr     lr, [sp, #32]           @ y *= conj((++places)->w)
+    ldrd    r8, r9, [lr, #MIRRORED_PLACES_SIZE]!
     str     lr, [sp, #32]
     realproducts
     ldr     lr, [sp, #32]
-    ldrd    r8, r9, [lr, #8]
+    ldrd    r8, r9, [lr, #MIRRORED_PLACES_W_IM]
     imaginaryproducts
     turned  r10, r11, r6, r7, back=1
     ldmia   sp!, {r2-r5}
-    storeexchanged rsb, 0, 16
+    storeexchanged rsb, 0, 16       @ left - y
     ldmia   sp!, {r2-r5}
-    storeexchanged add, 1, 0
+    storeexchanged add, 1, 0        @ right + conj(y)
 .LproductTest:
     add     r0, r0, #16
     sub     r12, r12, #16
@@ -95,12 +99,12 @@ routine SoftSpectrumProduct
 .LsettleProduct:
     settle  r6, r7, r10, r11, .LproductRefused
 .LproductRefused:
-    add     sp, sp, #32
+    add     sp, sp, #32             @ left and right
     b       .LproductEnd
 endroutine SoftSpectrumProduct
 
-@ realresult op, at: the result in place of the value at `at`: op its real part and y's, its
-@ imaginary part less y's. y in r10, r11 and r6, r7, which stay.
+@ realresult op, at: replaces the value at `at`: its real part `op` y's, its imaginary part minus y's.
+@ y, in r10, r11 and r6, r7, stays.
 .macro realresult op, at
     ldmia   \at, {r2-r5}
     align   r2, r3, r10, r11, .LfarRe
@@ -115,27 +119,27 @@ endroutine SoftSpectrumProduct
 .endm
 
 @ bool SoftRealStep(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half)
-@ The loop of RealStepText (spectrum_product.h). docs/soft-float.md, "The real spectrum".
+@ The loop of RealStepPortable (spectrum_product.h). docs/soft-float.md, "The real spectrum".
 @   in    r0 a, r1 places, r2 half, at least 2
-@   out   r0 whether no number was too small for a product
+@   out   r0 false if a number was too small for a product
 routine SoftRealStep
     push    {r4-r11, lr}
     add     r12, r0, r2, lsl #4
     b       .LrealTest
 .LrealNext:
-    ldmia   r0, {r2-r5}
-    ldrd    r10, r11, [r12]
+    ldmia   r0, {r2-r5}             @ left
+    ldrd    r10, r11, [r12]         @ right
     ldrd    r6, r7, [r12, #8]
-    mirrordifference
+    mirrordifference                @ y = left - conj(right)
     orrs    lr, r11, r7
     blmi    .LsettleReal
-    ldrd    r8, r9, [r1, #32]!
+    ldrd    r8, r9, [r1, #MIRRORED_PLACES_SIZE]! @ y *= (++places)->w
     realproducts
-    ldrd    r8, r9, [r1, #8]
+    ldrd    r8, r9, [r1, #MIRRORED_PLACES_W_IM]
     imaginaryproducts
     turned  r10, r11, r6, r7
-    realresult rsb, r0
-    realresult add, r12
+    realresult rsb, r0              @ left - y
+    realresult add, r12             @ right + conj(y)
 .LrealTest:
     add     r0, r0, #16
     sub     r12, r12, #16

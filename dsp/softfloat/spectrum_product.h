@@ -1,14 +1,20 @@
-// From the spectrum of complex values to that of the real ones which they are made of; its product
-// with a kernel's, and the way back to the spectrum that the inverse transform starts from.
+// Turns the spectrum of complex values into that of the real samples which they consist of.
+// Multiplies it by a kernel's spectrum and goes back to the spectrum from which the inverse
+// transform starts.
+//
+// The functions named ...Portable are the definition. The others call the assembly version where
+// there is one.
 #pragma once
 #include <cstddef>
 
 #include "dsp/butterfly.h"
 #include "dsp/softfloat/number.h"
+#include "dsp/softfloat/offsets.h"
 
-// Of values k and half - k: the factor of their step between the spectra of complex and of real
-// values, and where the inverse transform takes them; the right one's exponents are to be raised by
-// `raised` more than the left one's there.
+// For values k (left) and half - k (right): the factor of the step between the spectra of complex
+// and of real values, and the places at which the two enter the inverse transform. There the right
+// one's exponents must be raised by `raised` more than the left one's. Assembly reads this: see
+// offsets.h.
 struct MirroredPlaces {
     SoftTurn w;
     Complex<SoftFloat>* right;
@@ -16,10 +22,10 @@ struct MirroredPlaces {
     Complex<SoftFloat>* left;
 };
 
-// Values k and half - k for 0 < k < half / 2, left and right, in place:
+// For 0 < k < half / 2, replaces values k (left) and half - k (right):
 //   y = w (left - conj(right)),  left - y and right + conj(y)
-// False, with `a` in any state, if y or a result has a number that can't be factored.
-inline bool RealStepText(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half) {
+// Returns false, with `a` in any state, if y or a result has a number too small for products.
+inline bool RealStepPortable(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half) {
     for (size_t k = 1; k < half / 2; ++k) {
         Complex<SoftFloat>&left = a[k], &right = a[half - k];
         Complex<SoftFloat> y = {left.re - right.re, left.im + right.im};
@@ -33,13 +39,15 @@ inline bool RealStepText(Complex<SoftFloat>* a, const MirroredPlaces* places, si
     return true;
 }
 
-// Values k and half - k for 0 < k < half / 2: the products left and right, then
+// For 0 < k < half / 2, multiplies values k and half - k by the kernel (left and right), then
+// computes
 //   y = conj(w) (left - conj(right)),  left - y and right + conj(y)
-// to their places, with real and imaginary part exchanged. The exponents of kernel[k] are kAligned
-// more than they mean, so that y needs no alignment, nor left - y. The spectrum's numbers can be
-// factored (Settles). False, with the places in any state, if y has one that can't.
-inline bool SpectrumProductText(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
-                                const MirroredPlaces* places, size_t half) {
+// and stores both at their places with real and imaginary parts exchanged. The exponents of
+// kernel[k] are raised by kAligned, so that y and left - y need no addition to align. Settles must
+// hold for the spectrum's numbers. Returns false, with the places in any state, if y has a number
+// too small for products.
+inline bool SpectrumProductPortable(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
+                                    const MirroredPlaces* places, size_t half) {
     for (size_t k = 1; k < half / 2; ++k) {
         const Complex<SoftFloat> left = Twiddle(kernel[k], spectrum[k]);
         const Complex<SoftFloat> right = Twiddle(kernel[half - k], spectrum[half - k]);
@@ -57,14 +65,18 @@ inline bool SpectrumProductText(const Complex<SoftFloat>* spectrum, const SoftTu
 extern "C" bool SoftRealStep(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half);
 extern "C" bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
                                     const MirroredPlaces* places, size_t half);
-static_assert(sizeof(MirroredPlaces) == 32 && offsetof(MirroredPlaces, left) == 24);
+static_assert(sizeof(MirroredPlaces) == MIRRORED_PLACES_SIZE &&
+              offsetof(MirroredPlaces, w.im) == MIRRORED_PLACES_W_IM &&
+              offsetof(MirroredPlaces, right) == MIRRORED_PLACES_RIGHT &&
+              offsetof(MirroredPlaces, raised) == MIRRORED_PLACES_RIGHT + 4 &&
+              offsetof(MirroredPlaces, left) == MIRRORED_PLACES_LEFT);
 #endif
 
 inline bool RealStep(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half) {
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     return SoftRealStep(a, places, half);
 #else
-    return RealStepText(a, places, half);
+    return RealStepPortable(a, places, half);
 #endif
 }
 
@@ -73,6 +85,6 @@ inline bool SpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
     return SoftSpectrumProduct(spectrum, kernel, places, half);
 #else
-    return SpectrumProductText(spectrum, kernel, places, half);
+    return SpectrumProductPortable(spectrum, kernel, places, half);
 #endif
 }

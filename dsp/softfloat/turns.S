@@ -1,6 +1,7 @@
 #include "dsp/softfloat/arm.inc"
 
-@ What turns rarely come to, for every file that has some. docs/soft-float.md, "Turns".
+@ The rare cases of turns: ties, and terms outside the near window. Every file that has turns calls
+@ these routines. docs/soft-float.md, "Turns".
 
     turnties SoftRealTies, r2, r4, r5
     turnties SoftImaginaryTies, r6, r10, r9
