@@ -1,7 +1,7 @@
 // Unpacked floats: single-precision numbers for processors without a floating-point unit. Sign and
 // significand are in one word and the exponent in another, so that a chain of operations need not
-// unpack and pack. docs/soft-float.md explains all of this, from "A number" to "What stays on
-// floats"; a name in quotes below is one of its sections.
+// unpack and pack. docs/soft-float.md explains all of this; a name in quotes below is one of its
+// sections. It begins with "A number" and ends with "What stays on floats".
 //
 //   SoftFloat {m, e} is m * 2^(e - 109). m has 24 significant bits at bits 29 to 6; the rest is 0.
 //   2^29 <= |m| <= 2^30, both ends allowed, so rounding up never changes the exponent. Zero is m =
