@@ -10,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "client/delay.h"
 #include "client/presets.h"
 #include "client/settings_text.h"
 #include "client/tone.h"
@@ -206,6 +207,21 @@ std::string TermTable() {
     return text;
 }
 
+// How long the enhancer holds frames back for some buffer sizes, and the whole chain's delay.
+std::string BufferingTable() {
+    Settings everything;
+    for (const Parameter& parameter : kParameters)
+        if (parameter.kind == ParameterKind::kSwitch) everything.Set(parameter.id, 1);
+    std::string text =
+        "| frames a call | frames that the enhancer adds | whole delay with everything on |\n"
+        "|---:|---:|---:|\n";
+    for (const uint32_t frames :
+         {64U, 128U, 240U, 256U, 480U, 512U, 770U, 960U, 1024U, 1540U, 2048U})
+        text += fmt::format("| {} | {} | {} |\n", frames, BufferingFrames(everything, frames),
+                            DelayFrames(everything, frames));
+    return text;
+}
+
 std::string PresetTable() {
     std::string text = "| preset | what it promises | its settings |\n|---|---|---|\n";
     for (const Preset& preset : Presets())
@@ -224,7 +240,7 @@ int main() {
           std::pair("set-table", SetTable()), std::pair("get-table", GetTable()),
           std::pair("level-table", LevelTable()), std::pair("terms", TermNumbers()),
           std::pair("band-table", BandTable()), std::pair("term-table", TermTable()),
-          std::pair("preset-table", PresetTable())})
+          std::pair("preset-table", PresetTable()), std::pair("buffering", BufferingTable())})
         text += std::string("generated: ") + name + '\n' + section + "end generated\n";
     std::cout << text;
     return std::cout.flush() ? EXIT_SUCCESS : EXIT_FAILURE;
