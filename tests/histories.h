@@ -1,0 +1,346 @@
+// Random lives of one instance: calls, settings and samples that reach every path of the library.
+//
+// A history is made from its number alone, by integers, so it is the same on every machine. The
+// themes aim at what decides between two forms of the same arithmetic: changes of the gate within
+// the limiter's window, long quiet passages, buffers that fill no vector or no block, settings
+// changed while frames wait, resets and new configurations, and values far out of range.
+//
+// Only calls with a stated result are made, so that any implementation can be replayed: no contour
+// at or below -0.1, and no configuration that is refused. The rates are those at which the sines of
+// all run-time libraries here give the same coefficients.
+//
+// Allocates: never. Thread: no state but its own.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/effect_api.h"
+#include "unit/parameters.h"
+
+// The histories whose digests are recorded are those from 0 on.
+constexpr uint32_t kRecordedHistories = 400;
+
+struct HistoryCall {
+    enum Kind : int32_t { kConfigure, kCommand, kSet, kProcess };
+    Kind kind;
+    int32_t first;      // sampling rate in Hz, command code, parameter, or frames
+    int32_t values[2];  // channels in [0], or the parameter's values
+};
+
+class History {
+public:
+    static constexpr uint32_t kMostFrames = 16385;  // of one call
+
+    explicit History(uint32_t number)
+        : theme(kThemes[number % (sizeof kThemes / sizeof *kThemes)]),
+          state((number + 1) * 0x9E3779B97F4A7C15U) {
+        framesLeft = theme.frames / 2 + Below(theme.frames);
+        smallCalls = theme.kind == kGates || (theme.kind != kSizes && OneIn(5));
+        usualFrames = kUsualSizes[Below(kUsualSizeCount)];
+        quietFrames = 2000 + Below(OneIn(2) ? 15000 : 148000);
+        if (theme.kind == kQuiet) framesLeft = quietFrames + 8000;
+        Configure();
+        Add({HistoryCall::kCommand, EFFECT_CMD_ENABLE, {}});
+        SwitchAll();
+        const uint32_t settings = Below(24);
+        for (uint32_t i = 0; i < settings; ++i) ChangeSetting();
+        if (theme.kind == kGates) SetGate();
+    }
+
+    const char* Theme() const { return theme.name; }
+    // Of the samples, from the latest configuration on.
+    uint32_t Channels() const { return channels; }
+    // The next call, or null at the end. Each call's answer goes to Answer before the next one.
+    const HistoryCall* Next() {
+        if (taken == queued) {
+            if (framesLeft == 0) return nullptr;
+            PlanBuffer();
+        }
+        const HistoryCall& call = queue[taken++];
+        if (call.kind == HistoryCall::kConfigure) channels = static_cast<uint32_t>(call.values[0]);
+        if (call.kind == HistoryCall::kProcess) FillInput(static_cast<uint32_t>(call.first));
+        return &call;
+    }
+    // Interleaved input of a call of kProcess.
+    const int16_t* Input() const { return input; }
+    // Takes the status of the latest call and, where a call of kProcess answered 0, its output. The
+    // status of a command doesn't count: a reset has none.
+    void Answer(int32_t status, const int16_t* output) {
+        const HistoryCall& call = queue[taken - 1];
+        if (call.kind != HistoryCall::kCommand) Mix(static_cast<uint32_t>(status));
+        if (call.kind != HistoryCall::kProcess || status != 0) return;
+        const size_t count = static_cast<size_t>(call.first) * channels;
+        for (size_t i = 0; i < count; ++i) Mix(static_cast<uint16_t>(output[i]));
+        frames += static_cast<uint32_t>(call.first);
+    }
+    // Of all answers so far: FNV-1a, a number at a time.
+    uint64_t Digest() const { return digest; }
+    uint32_t Frames() const { return frames; }
+
+private:
+    enum ThemeKind {
+        kGates,
+        kQuiet,
+        kSizes,
+        kContour,
+        kSwitches,
+        kConfigurations,
+        kExtremes,
+        kAll
+    };
+    struct ThemeOf {
+        ThemeKind kind;
+        uint32_t frames;  // on average
+        const char* name;
+    };
+    static constexpr ThemeOf kGatesTheme = {kGates, 7000, "gates in small buffers"},
+                             kQuietTheme = {kQuiet, 0, "loud, quiet, loud"},
+                             kSizesTheme = {kSizes, 30000, "buffer sizes"},
+                             kContourTheme = {kContour, 10000, "contour and process"},
+                             kSwitchesTheme = {kSwitches, 10000, "switches and resets"},
+                             kConfigureTheme = {kConfigurations, 10000, "configurations"},
+                             kExtremesTheme = {kExtremes, 6000, "extreme values"},
+                             kAllTheme = {kAll, 10000, "all settings"};
+    static constexpr ThemeOf kThemes[] = {
+        kGatesTheme, kQuietTheme, kSizesTheme,    kContourTheme,  kSwitchesTheme,
+        kGatesTheme, kAllTheme,   kExtremesTheme, kContourTheme,  kConfigureTheme,
+        kGatesTheme, kSizesTheme, kAllTheme,      kExtremesTheme, kSwitchesTheme,
+        kGatesTheme, kAllTheme,   kContourTheme,  kExtremesTheme, kAllTheme};
+    static constexpr int32_t kRates[] = {44100, 44100, 48000, 32000, 35000,
+                                         37123, 37800, 40000, 47952};
+    // Around a vector, a lap of the limiter, a block of the enhancer and two, and the room that is
+    // there from the beginning.
+    static constexpr uint32_t kSizesTried[] = {
+        1,    2,    3,    4,    63,   64,   65,   127,  128,  129,  769,   770,  771,
+        1539, 1540, 1541, 2047, 2048, 2049, 4096, 8191, 8192, 8193, 12345, 16385};
+    static constexpr uint32_t kSizesCount = sizeof kSizesTried / sizeof *kSizesTried;
+    static constexpr uint32_t kUsualSizes[] = {128, 240, 256, 441, 480, 512, 770, 1024};
+    static constexpr uint32_t kUsualSizeCount = sizeof kUsualSizes / sizeof *kUsualSizes;
+
+    // Uniform from 0 to n - 1. Never two in one expression, whose order is the compiler's.
+    uint32_t Below(uint32_t n) {
+        state = state * 6364136223846793005U + 1442695040888963407U;
+        return static_cast<uint32_t>((state >> 32U) * n >> 32U);
+    }
+    bool OneIn(uint32_t n) { return Below(n) == 0; }
+    int32_t From(int32_t least, int32_t most) {
+        return least + static_cast<int32_t>(Below(static_cast<uint32_t>(most - least + 1)));
+    }
+    void Mix(uint32_t value) { digest = (digest ^ value) * 1099511628211U; }
+
+    void Add(const HistoryCall& call) { queue[queued++] = call; }
+    void Set(ParameterId id, int32_t value, int32_t second = 0) {
+        Add({HistoryCall::kSet, id, {value, second}});
+    }
+
+    void Configure() {
+        const int32_t rate = kRates[Below(sizeof kRates / sizeof *kRates)];
+        Add({HistoryCall::kConfigure, rate, {OneIn(3) ? 1 : 2, 0}});
+    }
+    // Each processor on or off; a theme's own is on.
+    void SwitchAll() {
+        const bool everything = OneIn(2);
+        for (const ParameterId id : kSwitchIds) {
+            const bool own = id == PARAM_ENHANCER_ENABLE && theme.kind == kContour;
+            Set(id, everything || own || OneIn(2) ? 1 : 0);
+        }
+    }
+    void Switch(int32_t value) { Set(kSwitchIds[Below(3)], value); }
+    void SetGate() { Set(PARAM_LIMITER_GATE, From(1, OneIn(3) ? 30 : 99)); }
+
+    // One parameter, in hundredths; what is lowered while samples wait comes most often.
+    void ChangeSetting() {
+        const int32_t usual = From(1, 100), large = From(-200, 2800);
+        switch (Below(13)) {
+            case 0:
+                return Set(PARAM_LIMITER_GATE, OneIn(8) ? 0 : usual);
+            case 1:
+                return SetGate();
+            case 2:
+                return Set(PARAM_PLAYBACKGAIN_MAXGAIN, large);
+            case 3:
+                return Set(PARAM_PLAYBACKGAIN_MAXGAIN, 4 * usual);
+            case 4:
+                return Set(PARAM_PLAYBACKGAIN_VOLUME, OneIn(3) ? large : 4 * usual);
+            case 5:
+                return Set(PARAM_PLAYBACKGAIN_RATIO, OneIn(3) ? large : 2 * usual);
+            case 6:
+            case 7:
+                return Set(PARAM_EQUALIZER_BANDLEVEL, From(-1, 10), large / 8 - 100);
+            case 8:
+                return Set(PARAM_ENHANCER_PROCESS, OneIn(3) ? large : 3 * usual);
+            case 9:
+                return Set(PARAM_ENHANCER_LOCONTOUR, OneIn(4) ? 0 : usual);
+            case 10:
+                return Set(PARAM_OUTPUT_GAIN, OneIn(3) ? large : 3 * usual);
+            case 11:
+                return Set(PARAM_SET_MODE, From(-1, 2));
+            default:
+                return Switch(OneIn(4) ? 0 : usual);
+        }
+    }
+    // Any 32 bits for one parameter; back to a usual value half of the time.
+    void ChangeToExtreme() {
+        if (OneIn(2)) return ChangeSetting();
+        constexpr int32_t kAny[] = {INT32_MIN, -12801,  -101,      -100,       -99,
+                                    -1,        0,       1,         99,         100,
+                                    101,       12799,   12800,     25600,      1000000,
+                                    6553600,   6553700, 214748364, 2147483520, INT32_MAX};
+        const int32_t value = kAny[Below(sizeof kAny / sizeof *kAny)];
+        constexpr ParameterId kIds[] = {PARAM_PLAYBACKGAIN_RATIO,   PARAM_PLAYBACKGAIN_VOLUME,
+                                        PARAM_PLAYBACKGAIN_MAXGAIN, PARAM_EQUALIZER_BANDLEVEL,
+                                        PARAM_ENHANCER_PROCESS,     PARAM_ENHANCER_LOCONTOUR,
+                                        PARAM_OUTPUT_GAIN,          PARAM_LIMITER_GATE,
+                                        PARAM_OUTPUT_GAIN,          PARAM_LIMITER_GATE};
+        const ParameterId id = kIds[Below(sizeof kIds / sizeof *kIds)];
+        if (id == PARAM_EQUALIZER_BANDLEVEL) return Set(id, From(0, 9), value);
+        Set(id, id == PARAM_ENHANCER_LOCONTOUR && value < 0 ? -9 : value);
+    }
+
+    // What the theme does before the next buffer.
+    void Change() {
+        switch (theme.kind) {
+            case kGates:
+                if (OneIn(3)) SetGate();
+                if (OneIn(40)) ChangeSetting();
+                break;
+            case kQuiet:
+                break;
+            case kContour:
+                if (OneIn(3)) Set(PARAM_ENHANCER_LOCONTOUR, From(0, 150));
+                if (OneIn(4)) Set(PARAM_ENHANCER_PROCESS, From(-50, 300));
+                if (OneIn(20)) ChangeSetting();
+                break;
+            case kSwitches:
+                if (OneIn(4)) Switch(From(0, 1));
+                if (OneIn(12)) Add({HistoryCall::kCommand, EFFECT_CMD_RESET, {}});
+                if (OneIn(12)) Set(PARAM_SET_MODE, From(0, 1));
+                // While it is off, buffers are refused.
+                if (OneIn(16)) Add({HistoryCall::kCommand, EFFECT_CMD_DISABLE, {}});
+                if (OneIn(4)) Add({HistoryCall::kCommand, EFFECT_CMD_ENABLE, {}});
+                break;
+            case kConfigurations:
+                if (OneIn(10)) Configure();
+                if (OneIn(10)) Set(PARAM_SET_MODE, From(0, 1));
+                if (OneIn(4)) ChangeSetting();
+                break;
+            case kExtremes:
+                if (OneIn(2)) ChangeToExtreme();
+                break;
+            default:
+                if (OneIn(3)) ChangeSetting();
+                if (OneIn(smallCalls ? 150 : 40)) Configure();
+        }
+    }
+
+    void PlanBuffer() {
+        queued = taken = 0;
+        Change();
+        uint32_t count = usualFrames;
+        if (smallCalls)
+            count = 1 + Below(90);
+        else if (theme.kind == kSizes ? !OneIn(3) : OneIn(8))
+            count = kSizesTried[Below(theme.kind == kSizes ? kSizesCount : kSizesCount - 6)];
+        if (count > framesLeft) count = framesLeft;
+        framesLeft -= count;
+        Add({HistoryCall::kProcess, static_cast<int32_t>(count), {}});
+    }
+
+    enum Sound { kMusic, kNoise, kTone, kSquare, kClicks, kOnes, kConstant, kLowest, kSilence };
+    enum Sides { kBothSides, kEqual, kLeftOnly, kRightOnly, kOpposite };
+
+    // The theme of quiet passages has three sounds: loud, `quietFrames` of quiet, loud.
+    void ChooseSound() {
+        constexpr Sound kLoud[] = {kMusic, kMusic, kNoise, kTone, kSquare, kClicks, kLowest};
+        constexpr Sound kQuietSounds[] = {kOnes, kSilence, kConstant, kNoise, kMusic};
+        constexpr Sides kSides[] = {kBothSides, kBothSides, kEqual,
+                                    kLeftOnly,  kRightOnly, kOpposite};
+        const bool hush = theme.kind == kQuiet ? sounds == 1 : OneIn(4);
+        sound = hush ? kQuietSounds[Below(5)] : kLoud[Below(7)];
+        sides = kSides[Below(6)];
+        shift = Below(OneIn(2) ? 2 : 6);
+        if (hush) shift = 6 + Below(10);
+        constant = From(-32768, 32767);
+        increments[0] = 1000000 + Below(1U << (20 + Below(10)));
+        increments[1] = increments[0] / 3 + Below(20000000);
+        increments[2] = increments[0] * 5 + 77777;
+        soundLeft = 300 + Below(6000);
+        if (theme.kind == kQuiet) soundLeft = hush ? quietFrames : 4000;
+        ++sounds;
+    }
+
+    // About sin(2 pi phase / 2^32) at full scale: two parabolas.
+    static int32_t Wave(uint32_t phase) {
+        const int32_t x = static_cast<int32_t>(phase) >> 16;
+        const int32_t y = x * (32768 - (x < 0 ? -x : x)) >> 13;
+        return y > 32767 ? 32767 : y;
+    }
+    int32_t Noise() {
+        noise = noise * 1664525U + 1013904223U;
+        return static_cast<int32_t>(noise) >> 16;
+    }
+    int32_t Sample() {
+        const int32_t random = Noise();
+        const uint32_t t = position;
+        switch (sound) {
+            case kMusic: {
+                // Three tones with a beat of 8192 frames that decays, and a little noise.
+                const int32_t decay = 8191 - static_cast<int32_t>(t % 8192);
+                const int32_t tones = (Wave(t * increments[0]) >> 1) +
+                                      (Wave(t * increments[1]) >> 2) +
+                                      (Wave(t * increments[2]) >> 3);
+                return (tones * decay >> 13) + (random >> 6);
+            }
+            case kNoise:
+                return random;
+            case kTone:
+                return Wave(t * increments[0]);
+            case kSquare:
+                return static_cast<int32_t>(t * increments[0]) < 0 ? -32767 : 32767;
+            case kClicks:
+                return random > 32700 ? 32767 : (random < -32700 ? -32768 : 0);
+            case kOnes:
+                return random > 32400 ? 1 : (random < -32400 ? -1 : 0);
+            case kConstant:
+                return constant;
+            case kLowest:
+                return -32768;
+            default:
+                return 0;
+        }
+    }
+    void FillInput(uint32_t count) {
+        int16_t* to = input;
+        for (; count > 0; --count, ++position) {
+            if (soundLeft == 0) ChooseSound();
+            --soundLeft;
+            // Ones stay ones.
+            const uint32_t down = sound == kOnes ? 0 : shift;
+            const int32_t left = Sample() >> down;
+            int32_t right = left;
+            if (channels == 2) {
+                if (sides == kBothSides) right = Sample() >> (down + (down < 15 ? 1 : 0));
+                if (sides == kOpposite) right = left == -32768 ? 32767 : -left;
+                if (sides == kLeftOnly) right = 0;
+            }
+            *to++ = static_cast<int16_t>(sides == kRightOnly && channels == 2 ? 0 : left);
+            if (channels == 2) *to++ = static_cast<int16_t>(right);
+        }
+    }
+
+    static constexpr ParameterId kSwitchIds[] = {PARAM_PLAYBACKGAIN_ENABLE, PARAM_EQUALIZER_ENABLE,
+                                                 PARAM_ENHANCER_ENABLE};
+
+    const ThemeOf& theme;
+    uint64_t state, digest = 14695981039346656037U;
+    uint32_t frames = 0, framesLeft, usualFrames, quietFrames;
+    bool smallCalls;
+    HistoryCall queue[40];
+    uint32_t queued = 0, taken = 0;
+    uint32_t channels = 2;
+    Sound sound = kSilence;
+    Sides sides = kBothSides;
+    uint32_t sounds = 0, soundLeft = 0, shift = 0, increments[3], position = 0, noise = 1;
+    int32_t constant = 0;
+    int16_t input[2 * kMostFrames];
+};
