@@ -50,7 +50,7 @@ void CommonOptions::AddTo(Options& options) {
         .Within(1, 65536)
         .ShowDefault();
     options.AddFlag("-f,--force", &overwrite, "overwrite files that exist");
-    options.AddFlag("-q,--quiet", &quiet, "say nothing but errors");
+    options.AddFlag("-q,--quiet", &quiet, "say only what went wrong or got lost");
     library.AddTo(options);
     AddPresetListTo(options);
 }

@@ -15,6 +15,7 @@
 #include "render/common_options.h"
 #include "render/failure.h"
 #include "render/input.h"
+#include "render/report.h"
 
 namespace {
 
@@ -52,7 +53,8 @@ nlohmann::json ValuesOf(const Settings& settings) {
 }
 
 // The piece as the chain takes it.
-std::string FlacOf(const std::string& input, AudioReader& reader, bool dither) {
+std::string FlacOf(const std::string& input, AudioReader& reader, bool dither,
+                   std::vector<std::string>* damage) {
     const uint64_t mostFrames = uint64_t{kMostMinutes} * 60 * reader.RateHz();
     if (reader.Frames().value_or(0) > mostFrames) RefuseLength(input);
     const uint32_t rateHz = ChainRateHz(reader.RateHz());
@@ -64,6 +66,7 @@ std::string FlacOf(const std::string& input, AudioReader& reader, bool dither) {
         flac.Write(pcm);
     }
     if (source.FramesRead() == 0) throw Failure("{} holds no samples", input);
+    *damage = source.Damage();
     return flac.Finish();
 }
 
@@ -102,7 +105,7 @@ std::string CompareCommand::Page() const {
     return text;
 }
 
-std::string CompareCommand::PieceElement() const {
+std::string CompareCommand::PieceElement(std::vector<std::string>* damage) const {
     AudioReader reader(input);
     CheckChannels(input, reader);
     const uint32_t rateHz = ChainRateHz(reader.RateHz());
@@ -111,7 +114,7 @@ std::string CompareCommand::PieceElement() const {
     const nlohmann::json piece = {{"name", TitleOf(input, reader)},
                                   {"rate", rateHz},
                                   {"settings", ValuesOf(all)},
-                                  {"source", Base64(FlacOf(input, reader, !noDither))}};
+                                  {"source", Base64(FlacOf(input, reader, !noDither, damage))}};
     std::string json = piece.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
     // No title ends the element.
     for (size_t at = 0; (at = json.find('<', at)) != std::string::npos;)
@@ -123,10 +126,13 @@ void CompareCommand::Run() {
     if (input == output || AreOneFile(input, output))
         throw UsageError("IN and OUT are the same file");
     OutputFile::CheckName(output, overwrite);
+    std::vector<std::string> damage;
     std::string text = Page();
-    text.replace(text.find(kPlaceOfPiece), std::strlen(kPlaceOfPiece), PieceElement());
+    text.replace(text.find(kPlaceOfPiece), std::strlen(kPlaceOfPiece), PieceElement(&damage));
     OutputFile html(output, overwrite);
     if (const int error = WriteAll(html.Descriptor(), text.data(), text.size()); error != 0)
         throw Failure("{} cannot be written: {}", output, std::strerror(error));
     html.Commit();
+    if (!damage.empty())
+        throw DamagedSource("{}; the page has what could be read", DamageText(input, damage));
 }

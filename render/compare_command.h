@@ -14,8 +14,8 @@ public:
 private:
     // The page without a piece. Failure if there is none.
     std::string Page() const;
-    // The element that holds the piece.
-    std::string PieceElement() const;
+    // Returns the element that holds the piece. *damage: as PcmSource::Damage says.
+    std::string PieceElement(std::vector<std::string>* damage) const;
 
     SettingsOptions settings;
     std::string input, output, page;

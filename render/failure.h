@@ -16,6 +16,12 @@ public:
         : std::runtime_error(fmt::format(format, std::forward<Values>(values)...)) {}
 };
 
+// The source is damaged, and what could be read of it has been written: exit status 3. It is thrown
+// when everything else is done.
+class DamagedSource : public Failure {
+    using Failure::Failure;
+};
+
 // The command line asks for nonsense: exit status 2.
 class UsageError : public Failure {
     using Failure::Failure;

@@ -21,6 +21,7 @@ namespace {
 
 constexpr int kCannot = 1;
 constexpr int kWrongUsage = 2;
+constexpr int kDamagedSource = 3;
 
 int Run(int argc, char** argv) {
     CommandLine line(
@@ -61,6 +62,9 @@ int main(int argc, char** argv) {
     } catch (const UsageError& error) {
         fmt::print(stderr, "orvane: {} (see orvane --help)\n", error.what());
         return kWrongUsage;
+    } catch (const DamagedSource& damage) {
+        fmt::print(stderr, "orvane: {}\n", damage.what());
+        return kDamagedSource;
     } catch (const std::exception& error) {
         fmt::print(stderr, "orvane: {}\n", error.what());
         return kCannot;

@@ -64,7 +64,9 @@ std::string ManPage(const Options& program) {
     text +=
         ".SH EXIT STATUS\n.TP\n.B 0\nall went well\n.TP\n.B 1\nit cannot be done: one line on "
         "standard error says why, and no output is there that was not there before\n.TP\n.B 2\n"
-        "the command line asks for nonsense\n.SH EXAMPLES\n.nf\n";
+        "the command line asks for nonsense\n.TP\n.B 3\nthe source is damaged: what could be read "
+        "of it "
+        "is written, and one line on standard error says what is wrong\n.SH EXAMPLES\n.nf\n";
     for (const char* const example : kExamples) text += Roff(example) + "\n";
     return text + ".fi\n.SH SEE ALSO\n.BR ffmpeg (1),\n.BR gnuplot (1),\n.BR parallel (1)\n";
 }

@@ -26,4 +26,8 @@ void PictureCommand::Run() {
     const Report report = Render(job, library);
     if (!report.missing.empty()) throw Failure(report.missing);
     common.settings.Save(report.settings, common.overwrite);
+    PrintWarnings(report);
+    if (!report.damage.empty())
+        throw DamagedSource("{}; the picture shows what could be read",
+                            DamageText(job.input, report.damage));
 }

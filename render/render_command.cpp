@@ -136,8 +136,10 @@ public:
     Report Run() {
         Play();
         Note();
+        if (job.onlyWhole && !report.damage.empty())
+            throw Failure("{}; nothing is written", DamageText(job.input, report.damage));
         writer->Commit();
-        NoteTags();
+        if (!job.output.empty()) NoteTags();
         if (png) Draw();
         return report;
     }
@@ -167,12 +169,7 @@ private:
     }
 
     void Note() {
-        if (reader.Frames() && report.frames < *reader.Frames())
-            report.notes.push_back(job.input + " ends early: " + std::to_string(report.frames) +
-                                   " of " + std::to_string(*reader.Frames()) + " frames");
-        else if (const auto data = reader.Data(); data && data->present < data->promised)
-            report.notes.push_back(job.input + " ends early: " + std::to_string(data->present) +
-                                   " of " + std::to_string(data->promised) + " bytes of audio");
+        report.damage = source.Damage();
         report.settlingFrames = chain.SettlingFrames();
         report.dithered = source.Dithers();
         report.before = before.loudness;
@@ -180,10 +177,6 @@ private:
         report.clippedIn = source.Clipped();
         report.clippedOut = sink.Clipped();
         report.notNumbers = source.NotNumbers();
-        if (report.notNumbers > 0)
-            report.notes.push_back(
-                "samples on the way in that are no numbers, taken for silence: " +
-                std::to_string(report.notNumbers));
     }
 
     void NoteTags() {
@@ -191,13 +184,15 @@ private:
         const std::vector<std::string>& unread = reader.Tags().unread;
         lost.insert(lost.end(), unread.begin(), unread.end());
         if (!lost.empty())
-            report.notes.push_back(fmt::format("tags that {} has no place for: {}",
-                                               job.output == "-" ? "standard output" : job.output,
-                                               fmt::join(lost, ", ")));
+            report.warnings.push_back(fmt::format("{} has no place for the tags {}", OutputName(),
+                                                  fmt::join(lost, ", ")));
         if (const auto& gains = reader.Tags().gains; !gains.empty())
-            report.notes.push_back(fmt::format("tags dropped, since the loudness has changed: {}",
-                                               fmt::join(gains, ", ")));
+            report.warnings.push_back(
+                fmt::format("{} goes without {}, because the loudness has changed", OutputName(),
+                            fmt::join(gains, ", ")));
     }
+
+    std::string OutputName() const { return job.output == "-" ? "standard output" : job.output; }
 
     void Draw() {
         try {
@@ -266,6 +261,9 @@ RenderCommand::RenderCommand(Options& program)
     options.AddFlag("--skip-existing", &skipExisting,
                     "do nothing if OUT is there: what is there is whole, so a run that was cut off "
                     "goes on");
+    options.AddFlag("--only-whole", &job.onlyWhole,
+                    "write nothing if the source is damaged: exit status 1; without this, what can "
+                    "be read of it is written, with exit status 3");
     options.AddFlag("--json", &json, "report as JSON on standard output");
     options.AddFlag("--no-dither", &noDither, "round to 16 bits without dither");
     AddColdStartTo(options, &job.coldStart);
@@ -288,6 +286,9 @@ void RenderCommand::Run() {
         if (!common.quiet) fmt::print(stderr, "{} exists already, skipped\n", job.output);
         return;
     }
+    if (job.onlyWhole && job.output == "-")
+        throw UsageError(
+            "--only-whole needs a file as output: what went through a pipe cannot be taken back");
     if (json && job.output == "-")
         throw UsageError("--json and the audio cannot both go to standard output");
     if (job.output == "-" && isatty(STDOUT_FILENO) != 0)
@@ -308,7 +309,15 @@ void RenderCommand::Run() {
         PrintToStandardOutput(JsonOf(report));
     else if (!common.quiet)
         std::fputs(TextOf(report).c_str(), stderr);
-    if (!report.missing.empty()) throw Failure("{}; the audio is complete", report.missing);
+    PrintWarnings(report);
+    if (!report.missing.empty())
+        throw Failure("{}; the audio is {}", report.missing,
+                      report.damage.empty()
+                          ? "complete"
+                          : "as far as it goes: " + DamageText(job.input, report.damage));
+    if (!report.damage.empty())
+        throw DamagedSource("{}; what could be read is written",
+                            DamageText(job.input, report.damage));
 }
 
 Report Render(const RenderJob& job, const EffectLibrary& library) {

@@ -1,6 +1,7 @@
 #include "render/report.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <cmath>
 #include <nlohmann/json.hpp>
@@ -70,6 +71,15 @@ std::string TextOf(const Report& report) {
     return text;
 }
 
+void PrintWarnings(const Report& report) {
+    for (const std::string& warning : report.warnings) fmt::print(stderr, "orvane: {}\n", warning);
+}
+
+std::string DamageText(const std::string& input, const std::vector<std::string>& damage) {
+    return fmt::format("{} is damaged: {}", input == "-" ? "standard input" : input,
+                       fmt::join(damage, "; "));
+}
+
 std::string JsonOf(const Report& report) {
     nlohmann::ordered_json settings;
     for (const Parameter& parameter : kParameters)
@@ -111,6 +121,8 @@ std::string JsonOf(const Report& report) {
           {"after", LevelJson(report.after.truePeakDb)}}},
         {"speed", report.speed},
         {"notes", report.notes},
+        {"warnings", report.warnings},
+        {"damage", report.damage},
     };
     // File names need not be UTF-8.
     return json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";

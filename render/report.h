@@ -28,12 +28,25 @@ struct Report {
     uint64_t clippedOut;  // samples that resampling the result took beyond full scale
     Loudness before, after;
     double speed;  // seconds of audio per second
+    // Further facts of the report. --quiet silences them.
     std::vector<std::string> notes;
+    // Losses of sound or tags beside those of a damaged source. PrintWarnings says them even with
+    // --quiet.
+    std::vector<std::string> warnings;
+    // What is wrong with the source, a phrase for each fault; empty if the source is whole. It is
+    // known before the output gets its name. The command ends with DamagedSource.
+    std::vector<std::string> damage;
     std::string missing;  // what could not be made beside the audio, and why; "" if all was
 };
 
 // Several lines, each with its line end.
 std::string TextOf(const Report& report);
+
+// Prints the warnings to standard error, one line each.
+void PrintWarnings(const Report& report);
+
+// "song.wav is damaged: " and what is wrong with it, in one line.
+std::string DamageText(const std::string& input, const std::vector<std::string>& damage);
 
 // One JSON object. Levels that are minus infinity or were not measured are null.
 std::string JsonOf(const Report& report);

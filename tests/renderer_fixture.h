@@ -68,8 +68,8 @@ inline void ExpectOneLine(const std::string& line) {
 
 // Renders and gives the report.
 inline nlohmann::json Report(const std::string& arguments,
-                             const std::string& preset = "--preset off ") {
-    EXPECT_EQ(Shell("$ORVANE render -f --json " + preset + arguments), 0) << Slurp("err");
+                             const std::string& preset = "--preset off ", int status = 0) {
+    EXPECT_EQ(Shell("$ORVANE render -f --json " + preset + arguments), status) << Slurp("err");
     return nlohmann::json::parse(Slurp("out"));
 }
 

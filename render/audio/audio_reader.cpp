@@ -110,10 +110,23 @@ bool AudioReader::IsSixteenBit() const {
     }
 }
 
-size_t AudioReader::Samples(sf_count_t frames) const {
+std::vector<std::string> AudioReader::Damage() const {
+    std::vector<std::string> damage;
+    if (Frames() && framesRead < *Frames())
+        damage.push_back(
+            fmt::format("it ends early, after {} of {} frames", framesRead, *Frames()));
+    else if (dataSize && dataSize->present < dataSize->promised)
+        damage.push_back(fmt::format("it ends early, after {} of {} bytes of audio",
+                                     dataSize->present, dataSize->promised));
+    return damage;
+}
+
+size_t AudioReader::Samples(sf_count_t frames) {
     if (frames < static_cast<sf_count_t>(kBlockFrames) && sf_error(file.get()) != SF_ERR_NO_ERROR)
         throw Failure("{} cannot be read to its end: {}", name, sf_strerror(file.get()));
-    return static_cast<size_t>(std::max<sf_count_t>(frames, 0)) * Channels();
+    const auto count = static_cast<size_t>(std::max<sf_count_t>(frames, 0));
+    framesRead += count;
+    return count * Channels();
 }
 
 std::span<const float> AudioReader::Read() {

@@ -22,9 +22,6 @@ public:
     uint32_t Channels() const { return static_cast<uint32_t>(info.channels); }
     // As the file says; none if it doesn't know.
     std::optional<uint64_t> Frames() const;
-    // As the header says, where the file's own end could be an earlier one; none if it doesn't
-    // tell.
-    std::optional<DataSize> Data() const { return dataSize; }
     // Every sample is a whole number of 16 bits: nothing is lost in taking it as that.
     bool IsSixteenBit() const;
     // Of a pipe, only those few that libsndfile knows.
@@ -35,13 +32,16 @@ public:
     std::span<const float> Read();
     // The same where IsSixteenBit.
     std::span<const int16_t> ReadSixteenBit();
+    // Call this after the last block. It returns what is wrong with the file, a phrase for each
+    // fault; empty if the file is whole.
+    std::vector<std::string> Damage() const;
     // Samples that were NaN or infinite so far. They stop here, since resampler and meters would
     // spread them over their neighbours.
     uint64_t NotNumbers() const { return notNumbers; }
 
 private:
     // Samples that the library has read when asked for a block.
-    size_t Samples(sf_count_t frames) const;
+    size_t Samples(sf_count_t frames);
 
     SF_INFO info{};
     std::string name;
@@ -51,5 +51,6 @@ private:
     AudioTags tags;
     std::vector<float> block;
     std::vector<int16_t> sixteenBits;
+    uint64_t framesRead = 0;
     uint64_t notNumbers = 0;
 };

@@ -1,5 +1,7 @@
 #include "render/audio/pcm_source.h"
 
+#include <fmt/format.h>
+
 PcmSource::PcmSource(AudioReader& audioReader, uint32_t chainRateHz, bool dither, Metering metering)
     : reader(audioReader),
       resampler(reader.RateHz(), chainRateHz, reader.Channels()),
@@ -23,6 +25,15 @@ bool PcmSource::Read(std::vector<int16_t>* pcm) {
     }
     quantizer.Process(resampled, pcm);
     return true;
+}
+
+std::vector<std::string> PcmSource::Damage() const {
+    std::vector<std::string> damage = reader.Damage();
+    if (NotNumbers() > 0)
+        damage.push_back(
+            fmt::format("{} of its samples {} taken for silence", NotNumbers(),
+                        NotNumbers() == 1 ? "is no number and was" : "are no numbers and were"));
+    return damage;
 }
 
 bool PcmSource::ReadSixteenBit(std::vector<int16_t>* pcm) {

@@ -21,6 +21,8 @@ public:
     uint64_t Clipped() const { return quantizer.Clipped(); }
     // Samples taken for silence: of the file, and those that became none in resampling.
     uint64_t NotNumbers() const { return reader.NotNumbers() + quantizer.NotNumbers(); }
+    // Call this after the last block: what AudioReader says, and samples that are no numbers.
+    std::vector<std::string> Damage() const;
     // After the last.
     Measured FinishMetering() { return meter.Finish(); }
 
