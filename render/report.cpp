@@ -14,6 +14,15 @@ std::string Count(uint64_t count, const char* noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
+// "1:00.632 min" or "1:00:00.000 h".
+std::string Duration(double seconds) {
+    const auto thousandths = static_cast<uint64_t>(std::llround(seconds * 1000));
+    const uint64_t minutes = thousandths / 60000;
+    const double rest = static_cast<double>(thousandths % 60000) / 1000;
+    if (minutes < 60) return fmt::format("{}:{:06.3f} min", minutes, rest);
+    return fmt::format("{}:{:02}:{:06.3f} h", minutes / 60, minutes % 60, rest);
+}
+
 // The unit stands with the first that was measured.
 std::string Levels(double before, double after, const char* unit) {
     const auto text = [](double level, const char* unitOf) {
@@ -36,13 +45,11 @@ nlohmann::ordered_json ToneJson(const std::optional<ToneFit>& tone) {
 }  // namespace
 
 std::string TextOf(const Report& report) {
-    const double seconds = static_cast<double>(report.frames) / report.rateHz;
-    const auto minutes = static_cast<unsigned long>(seconds / 60);
     std::string text = report.input + " -> " + report.output + "\n";
     text += "  " + std::to_string(report.rateHz) + " Hz, " +
-            (report.channels == 1 ? "mono" : "stereo") +
-            fmt::format(", {}:{:06.3f}", minutes, seconds - 60.0 * static_cast<double>(minutes)) +
-            " (" + Count(report.frames, "frame") + "), in buffers of " +
+            (report.channels == 1 ? "mono, " : "stereo, ") +
+            Duration(static_cast<double>(report.frames) / report.rateHz) + " (" +
+            Count(report.frames, "frame") + "), in buffers of " +
             Count(report.bufferFrames, "frame") + "\n";
     text += "  preset " + report.preset + ": " + Describe(report.settings) + "\n";
     if (report.tone) text += "  tone     " + FitText(*report.tone) + "\n";

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "client/tone.h"
+#include "tests/library_under_test.h"
 #include "tests/renderer_fixture.h"
 
 namespace {
@@ -115,6 +116,8 @@ TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
         }
         const bool hasLoudness = !std::isnan(piece.beforeLufs);
         EXPECT_EQ(script.find("center front") == std::string::npos, hasLoudness);
+        EXPECT_EQ(script.find(" none "), std::string::npos);
+        EXPECT_EQ(script.find("silent'") != std::string::npos, piece.name == "silence");
         if (!hasLoudness) continue;
         // The curves end as loud as the piece does; all is softer by the gain.
         const auto loudness = Data(script, "$loudness"), gain = Data(script, "$gain");
@@ -162,6 +165,44 @@ TEST_F(Renderer, MarksWhereTheBandsCancelAndBandsLongPieces) {
         EXPECT_LE(loudness[3][i], loudness[1][i] + 1e-6);
         EXPECT_GE(loudness[4][i], loudness[1][i] - 1e-6);
         EXPECT_NEAR(loudness[4][i], -20, 0.3);
+    }
+}
+
+TEST_F(Renderer, LeavesPausesAndDitherOutOfThePicture) {
+    KeepScripts();
+    const auto lowestOf = [](const std::string& script, const std::string& panel) {
+        const std::regex range("'" + panel + "(.|\\n)*?set yrange \\[(\\S+):");
+        std::smatch found;
+        return std::regex_search(script, found, range) ? std::stod(found[2]) : NAN;
+    };
+    const std::vector<int16_t> noise = NoiseSamples(size_t{12} * 32000, 2);
+    Floats dither(noise.begin(), noise.end()), piece = Calibrated(-20, -20, 32000, 30);
+    for (float& sample : dither) sample /= 2 * 32768.0F;
+    const Floats soft = Calibrated(-40, -40, 32000, 66);
+    piece.insert(piece.end(), dither.begin(), dither.end());  // from 30 s to 36 s
+    piece.insert(piece.end(), soft.begin(), soft.end());
+    for (const int seconds : {60, 102}) {  // momentary and short-term
+        Write("in.wav", Floats(piece.begin(), piece.begin() + 64000 * seconds), 32000, 2);
+        ASSERT_EQ(Shell("PATH=bin:$PATH $ORVANE picture -f --preset night in.wav a.png"), 0);
+        const std::string script = Slurp("script");
+        EXPECT_EQ(lowestOf(script, "Loudness over time"), -40) << seconds;
+        const auto gain = Data(script, "$gain"), spectrum = Data(script, "$spectrum");
+        for (size_t i = 0; i < gain[0].size(); ++i) {
+            const double fromPause = std::max(30 - gain[0][i], gain[0][i] - 36);
+            if (std::abs(fromPause) > 0.15) {
+                EXPECT_EQ(std::isnan(gain[1][i]), fromPause < 0) << gain[0][i];
+            }
+        }
+        EXPECT_FALSE(std::isnan(spectrum[1][spectrum[1].size() / 2])) << seconds;
+    }
+    Write("in.wav", dither, 32000, 2);
+    for (const char* preset : {"bass", "steady"}) {
+        ASSERT_EQ(
+            Shell(std::string("PATH=bin:$PATH $ORVANE picture -f in.wav a.png --preset ") + preset),
+            0);
+        const auto spectrum = Data(Slurp("script"), "$spectrum");
+        for (size_t i = 0; i < spectrum[0].size(); ++i)
+            EXPECT_FALSE(spectrum[2][i] < spectrum[1][i]) << preset << spectrum[0][i];
     }
 }
 

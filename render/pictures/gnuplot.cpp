@@ -203,6 +203,7 @@ std::string GnuplotFrequencyAxis() {
 std::string GnuplotValueAxis(const GnuplotAxis& axis, std::vector<double> values) {
     double low = axis.alwaysLow, high = axis.alwaysHigh, step = axis.step;
     std::erase_if(values, [](double value) { return !std::isfinite(value); });
+    if (values.empty() && low == high) low -= axis.reach;
     if (!values.empty()) {
         std::sort(values.begin(), values.end());
         const auto skip = static_cast<size_t>(axis.outliers * static_cast<double>(values.size()));

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "render/pictures/band_splits.h"
 #include "render/pictures/gnuplot.h"
@@ -13,9 +14,12 @@ namespace {
 // Above this residual a measured response is no more than an estimate.
 constexpr double kRoughDb = -20;
 constexpr double kFloorDb = -120;  // stands for silence
-constexpr const char* kSilent = "silent";
-// Loudness below which music counts as silent: no gain is drawn.
-constexpr double kSilenceLufs = -60;
+const std::string kSilent = "silent";
+constexpr const char* kGap = " \u00b7 ";  // between numbers
+// The source pauses where it is softer than this, or this much softer than the whole piece.
+constexpr double kSilenceLufs = -60, kPauseLu = -40;
+// Levels up to this much above the noise of 16-bit dither count as that noise.
+constexpr double kNoiseMarginDb = 6;
 // The middle of hearing, whose mean gain is the zero line of the gain over frequency.
 constexpr double kMiddleFromHz = 300, kMiddleToHz = 3000;
 
@@ -34,12 +38,13 @@ std::string Tenths(double value) {
     return fmt::format("{:.1f}", std::round(value * 10) / 10 + 0.0);
 }
 
-// "True peak -3.0 → -0.1 dBTP".
+// "True peak -3.0 → -0.1 dBTP · ". Empty if neither level was measured.
 std::string Change(const char* name, double before, double after, const char* unit) {
-    const auto text = [](double value) {
-        return std::isfinite(value) ? Tenths(value) : std::string("none");
-    };
-    return std::string(name) + ' ' + text(before) + " → " + text(after) + ' ' + unit;
+    if (!std::isfinite(before) && !std::isfinite(after)) return "";
+    if (!std::isfinite(after))
+        return fmt::format("{} {} {} → {}{}", name, Tenths(before), unit, kSilent, kGap);
+    const std::string from = std::isfinite(before) ? Tenths(before) : kSilent;
+    return fmt::format("{} {} → {} {}{}", name, from, Tenths(after), unit, kGap);
 }
 
 // Why a piece has no loudness; "" if it has one.
@@ -54,16 +59,13 @@ std::string NoLoudness(const PictureInput& input) {
 
 std::string Numbers(const PictureInput& input) {
     const Loudness &before = input.before.loudness, &after = input.after.loudness;
-    const char* const gap = " \u00b7 ";
     std::string numbers =
-        Change("Loudness", before.integratedLufs, after.integratedLufs, "LUFS") + gap +
-        Change("Loudness range (3 s, every 1 s)", before.rangeLu, after.rangeLu, "LU") + gap +
-        Change("True peak", before.truePeakDb, after.truePeakDb, "dBTP");
-    const std::string none = NoLoudness(input);
-    if (!none.empty())
-        numbers += gap + none;
-    else if (!std::isfinite(before.rangeLu))
-        numbers += std::string(gap) + "shorter than 3 s: no loudness range";
+        Change("Loudness", before.integratedLufs, after.integratedLufs, "LUFS") +
+        Change("Loudness range (3 s, every 1 s)", before.rangeLu, after.rangeLu, "LU") +
+        Change("True peak", before.truePeakDb, after.truePeakDb, "dBTP") + NoLoudness(input);
+    if (numbers.ends_with(kGap)) numbers.resize(numbers.size() - std::strlen(kGap));
+    if (NoLoudness(input).empty() && !std::isfinite(before.rangeLu))
+        numbers += std::string(kGap) + "shorter than 3 s: no loudness range";
     return numbers;
 }
 
@@ -94,28 +96,39 @@ std::string FromZero(const std::string& data, const std::string& more = "") {
            Curve(data, "1:2", "lines", kInk) + ", 0 linecolor rgb '" + kGrey + "' notitle\n";
 }
 
-// Frequencies that both have.
-std::vector<double> SpectrumGrid(const Spectrum& before, const Spectrum& after) {
-    const auto highestHz = [](const Spectrum& spectrum) {
-        return spectrum.stepHz * static_cast<double>(spectrum.power.size() - 1);
-    };
-    return FrequencyGrid(2 * std::min(highestHz(before), highestHz(after)));
+double HighestHz(const Spectrum& spectrum) {
+    return spectrum.stepHz * static_cast<double>(spectrum.power.size() - 1);
+}
+
+// The level of a band where 16-bit dither is hardly to be told from anything else. The dither's
+// power is a quarter of a squared step (client/quantize.h), spread evenly up to half the rate.
+double NoiseDb(const Spectrum& spectrum, double lowHz, double highHz) {
+    constexpr double kSteps = 32768;
+    const double part = (highHz - lowHz) / HighestHz(spectrum);
+    return 10 * std::log10(2 * 0.25 / (kSteps * kSteps) * part) + kNoiseMarginDb;
 }
 
 std::string SpectrumPanel(const PictureInput& input) {
     const Spectrum &before = input.before.spectrum, &after = input.after.spectrum;
-    const std::vector<double> grid = SpectrumGrid(before, after);
+    const std::vector<double> grid =
+        FrequencyGrid(2 * std::min(HighestHz(before), HighestHz(after)));
     std::vector<double> beforeDb, afterDb, all;
     for (const double frequency : grid) {
         const double low = frequency * std::exp2(-1.0 / 12), high = frequency * std::exp2(1.0 / 12);
-        beforeDb.push_back(std::max(BandLevelDb(before, low, high), kFloorDb));
-        afterDb.push_back(std::max(BandLevelDb(after, low, high), kFloorDb));
+        const double noiseBefore = NoiseDb(before, low, high),
+                     noiseAfter = NoiseDb(after, low, high);
+        beforeDb.push_back(std::max(BandLevelDb(before, low, high), noiseBefore));
+        afterDb.push_back(std::max(BandLevelDb(after, low, high), noiseAfter));
+        if (beforeDb.back() == noiseBefore && afterDb.back() == noiseAfter)
+            beforeDb.back() = afterDb.back() = NAN;
         all.insert(all.end(), {beforeDb.back(), afterDb.back()});
     }
+    const bool empty = std::none_of(all.begin(), all.end(), [](double db) { return db == db; });
     const bool silent = NoLoudness(input) == kSilent;
     return GnuplotData("$spectrum", {grid, beforeDb, afterDb}) +
            GnuplotPanel("Spectrum: average level per sixth of an octave", kTopLeft) +
-           (silent ? GnuplotNote(kSilent) : "") + GnuplotFrequencyAxis() +
+           (empty ? GnuplotNote(silent ? kSilent : "nothing above the noise of 16 bits") : "") +
+           GnuplotFrequencyAxis() +
            GnuplotValueAxis({.label = "dB (full-scale sine: 0)",
                              .step = 10,
                              .alwaysLow = -30,
@@ -190,25 +203,42 @@ std::string TimeAxis(double seconds) {
     if (seconds < 20) return axis + "set xlabel 's' offset 0,0.5\n";
     if (seconds < 5400)
         return axis + "set xtics time format '%1tM:%02tS'\nset xlabel 'min:s' offset 0,0.5\n";
-    return axis + "set xtics time format '%1tH:%02tM'\nset xlabel 'h:min' offset 0,0.5\n";
+    return axis +
+           "set xtics time format '%1tHh%02tM'\nset xlabel 'hours and minutes' offset 0,0.5\n";
+}
+
+// Returns which values of a curve of loudness lie in a pause that is at least as long as their
+// window of so many tenths. Windows that reach from the middle of such a pause into the music
+// belong to it: their gain would be that of the last moment of music.
+std::vector<bool> Pauses(const std::vector<double>& lufs, double integratedLufs, size_t window) {
+    const double pauseLufs = std::fmax(kSilenceLufs, integratedLufs + kPauseLu);
+    std::vector<bool> pauses(lufs.size());
+    for (size_t i = 0; i < lufs.size(); ++i) {
+        if (lufs[i] >= pauseLufs) continue;
+        const size_t end = std::min(i + window / 2 + 1, lufs.size());
+        for (size_t k = i - std::min(i, window / 2); k < end; ++k) pauses[k] = true;
+    }
+    return pauses;
 }
 
 std::string LoudnessPanels(const PictureInput& input) {
     const bool isShort = input.seconds <= kShortSeconds;
     const size_t window = isShort ? kMomentaryTenths : kShortTermTenths;
     std::vector<double> before = LoudnessCurve(input.before.tenths, window);
-    std::vector<double> after = LoudnessCurve(input.after.tenths, window), gain;
+    std::vector<double> after = LoudnessCurve(input.after.tenths, window), gain, heard;
     const size_t count = std::max<size_t>(std::min(before.size(), after.size()), 1);
     before.resize(count, NAN);
     after.resize(count, NAN);
     for (size_t i = 0; i < count; ++i) {
         before[i] = std::fmax(before[i], kFloorDb);
         after[i] = std::fmax(after[i], kFloorDb);
-        gain.push_back(before[i] < kSilenceLufs ? NAN : after[i] - before[i]);
+    }
+    const std::vector<bool> pauses = Pauses(before, input.before.loudness.integratedLufs, window);
+    for (size_t i = 0; i < count; ++i) {
+        gain.push_back(pauses[i] ? NAN : after[i] - before[i]);
+        if (!pauses[i]) heard.insert(heard.end(), {before[i], after[i]});
     }
     const TimeCurve beforeCurve(before), afterCurve(after), gainCurve(gain);
-    std::vector<double> all = beforeCurve.mean;
-    all.insert(all.end(), afterCurve.mean.begin(), afterCurve.mean.end());
 
     std::string loudness = BeforeAndAfter("$loudness"), bands;
     std::string line = "Momentary: over 400 ms";
@@ -232,11 +262,12 @@ std::string LoudnessPanels(const PictureInput& input) {
                              .alwaysHigh = -20,
                              .reach = 60,
                              .outliers = 0.01},
-                            all) +
+                            heard) +
            loudness +
            GnuplotData("$gain",
                        {gainCurve.seconds, gainCurve.mean, gainCurve.low, gainCurve.high}) +
-           GnuplotPanel("Gain over time: loudness after minus loudness before", kBottomRight) +
+           GnuplotPanel("Gain over time: loudness after minus loudness before", kBottomRight,
+                        heard.size() < 2 * count ? "Not drawn where the source pauses" : "") +
            note + TimeAxis(input.seconds) +
            GnuplotValueAxis({.label = "dB",
                              .step = 3,
