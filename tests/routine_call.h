@@ -5,6 +5,9 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <vector>
+
+#include "guarded_block.h"
 
 extern "C" uint32_t ChangedRegisters(const void* routine, const uint32_t* arguments,
                                      uint32_t* result);
@@ -17,6 +20,24 @@ uint32_t Word(Argument argument) {
     std::memcpy(&word, &argument, sizeof argument);
     return word;
 }
+
+// Memory for a routine's input that ends at an unreadable page: a read past the input faults.
+class RoutineInput {
+public:
+    // Copies the values there. The result is valid until the next call.
+    template <typename Value>
+    Value* Put(const std::vector<Value>& values) {
+        const size_t bytes = values.size() * sizeof(Value);
+        if (bytes > kCapacity) std::abort();
+        unsigned char* const place = block.Last(bytes);
+        if (bytes != 0) std::memcpy(place, values.data(), bytes);
+        return reinterpret_cast<Value*>(place);
+    }
+
+private:
+    static constexpr size_t kCapacity = size_t{1} << 21U;  // bytes
+    GuardedBlock block{kCapacity};
+};
 
 // Returns the routine's result. The test fails if the routine changed a callee-saved register or
 // the stack pointer.

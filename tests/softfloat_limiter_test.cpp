@@ -128,7 +128,7 @@ TEST(ShortQuotient, IsTheTruncatedOneOf64Bits) {
 
 // Values are compared above.
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-TEST(SoftFloatLoops, LimitersEndWhereTheirTextsDo) {
+TEST(SoftFloatLoops, LimitersEndWhereTheirPortableVersionsDo) {
     std::array<float, 16> gains = {};
     const float settled = 0.998002505F, taken = kLimiterTake;
     for (const float smoothed : {settled, 1.0F, 0.99F, 0.5556F, 0.5F, 0x1p-70F}) {
@@ -146,26 +146,29 @@ TEST(SoftFloatLoops, LimitersEndWhereTheirTextsDo) {
     }
     std::mt19937 random(1);
     const auto below = [&random](uint32_t end) { return static_cast<uint32_t>(random()) % end; };
+    RoutineInput input, falling, factors;
     for (int n = 0; n < 2000; ++n) {
-        std::array<float, 12> x = {}, tails = {};
+        const size_t stride = 1 + below(2), count = 1 + below(6), last = (count - 1) * stride;
+        std::vector<float> x(last + 1), tails(last + 1);
         for (float& each : x) each = static_cast<float>(below(16)) - 6.5F;
         for (float& each : tails) each = 6.5F + static_cast<float>(below(8) == 0) * -1;
         const float peak = n % 2 == 0 ? 5.5F : 6.5F;
-        const size_t stride = 1 + below(2), count = 1 + below(6);
-        const float* const hanging = n % 4 < 2 ? tails.data() : nullptr;
+        const float* const hanging = n % 4 < 2 ? falling.Put(tails) : nullptr;
         float largest = 1, portable = 1;
         const size_t frames =
             SteadyFramesPortable(x.data(), hanging, stride, count, peak, &portable);
-        ASSERT_EQ(Call(SoftSteadyFrames, x.data(), hanging, stride, count, peak, &largest), frames);
+        ASSERT_EQ(Call(SoftSteadyFrames, input.Put(x), hanging, stride, count, peak, &largest),
+                  frames);
         ASSERT_EQ(largest, portable);
     }
     const SampleGain gain(-1.4F);
-    gains = {0.3F, -0.0F, 1.1F, INFINITY};
-    EXPECT_EQ(Call(SoftAmplify, gains.data(), size_t{4}, &gain), 3U);
-    EXPECT_EQ(Call(SoftAmplify, gains.data(), size_t{3}, &gain), 3U);
-    const float x[] = {0.5F, -0.5F, 0, 0.9F}, y[] = {0.3F, 0.3F, 1, 0.9F};
+    const std::vector<float> samples = {0.3F, -0.0F, 1.1F, INFINITY};
+    EXPECT_EQ(Call(SoftAmplify, input.Put(samples), size_t{4}, &gain), 3U);
+    EXPECT_EQ(Call(SoftAmplify, input.Put<float>({0.3F, -0.0F, 1.1F}), size_t{3}, &gain), 3U);
+    const float* const x = input.Put<float>({0.5F, -0.5F, 0, 0.9F});
+    const float* const y = factors.Put<float>({0.3F, 0.3F, 1, 0.9F});
     int16_t out[] = {1, 2, 3, 4, 5};
-    EXPECT_EQ(Call(SoftShortProducts, &x[0], &y[0], &out[0], size_t{4}, 0x640000), 3U);
+    EXPECT_EQ(Call(SoftShortProducts, x, y, &out[0], size_t{4}, 0x640000), 3U);
     EXPECT_EQ(std::to_array(out), (std::array<int16_t, 5>{4915, -4915, 0, 4, 5}));
 }
 #endif

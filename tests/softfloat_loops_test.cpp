@@ -103,6 +103,7 @@ int32_t Centre(Numbers& numbers, int n) {
 
 TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirPortableVersions) {
     Numbers numbers(1);
+    RoutineInput factors;
     int refused = 0;
     for (int n = 0; n < 10000; ++n) {
         const size_t span = n % 5 == 0 ? 1 : 4, groups = 1 + numbers.Bits() % 3;
@@ -131,11 +132,13 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirPortableVersions) {
                 Call(SoftLastStage, &a->re, 4 * span);
                 LastStagePortable(&b->re, 4 * span);
                 break;
-            default:
+            default: {
                 settled = TwiddledGroupsPortable(b, span, w.data(), groups);
-                same = (span == 1 ? Call(SoftTwiddledButterflies, a, w.data(), groups)
-                                  : Call(SoftTwiddledGroups, a, span, w.data(), groups)) == settled;
+                const SoftTwiddles* const given = factors.Put(w);
+                same = (span == 1 ? Call(SoftTwiddledButterflies, a, given, groups)
+                                  : Call(SoftTwiddledGroups, a, span, given, groups)) == settled;
                 break;
+            }
         }
         ASSERT_TRUE(same) << n;
         refused += settled ? 0 : 1;
@@ -147,6 +150,7 @@ TEST(SoftFloatLoops, ButterfliesGiveTheValuesOfTheirPortableVersions) {
 
 TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirPortableVersions) {
     Numbers numbers(2);
+    RoutineInput values, factors, where;
     int refused = 0;
     for (int n = 0; n < 3000; ++n) {
         const size_t half = 8;
@@ -171,13 +175,14 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirPortableVersions) {
         const auto places = placesIn(got), placesPortable = placesIn(expected);
         const bool settled =
             SpectrumProductPortable(spectrum.data(), kernel.data(), placesPortable.data(), half);
-        ASSERT_EQ(Call(SoftSpectrumProduct, spectrum.data(), kernel.data(), places.data(), half),
+        const MirroredPlaces* const given = where.Put(places);
+        ASSERT_EQ(Call(SoftSpectrumProduct, values.Put(spectrum), factors.Put(kernel), given, half),
                   settled)
             << n;
         ASSERT_EQ(settled ? got.Difference(expected) : -1, -1) << n;
         auto real = expected, realPortable = expected;
         const bool realSettled = RealStepPortable(realPortable.begin(), places.data(), half);
-        ASSERT_EQ(Call(SoftRealStep, real.begin(), places.data(), half), realSettled) << n;
+        ASSERT_EQ(Call(SoftRealStep, real.begin(), given, half), realSettled) << n;
         ASSERT_EQ(realSettled ? real.Difference(realPortable) : -1, -1) << n;
         refused += settled && realSettled ? 0 : 1;
     }
@@ -187,6 +192,7 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirPortableVersions) {
 
 TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirPortableVersion) {
     Numbers numbers(3);
+    RoutineInput joining, parting;
     for (int n = 0; n < 6000; ++n) {
         const size_t frames = 1 + numbers.Bits() % 9;
         // Often such that a sum is just below 2^25.
@@ -210,7 +216,7 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirPortableVersion) {
             return AverageRow{nextSum(raised - kRaised), numbers.Next(bits - 30 + raised)};
         });
         auto got = expected;
-        std::vector<int32_t> entering(frames), leaving(frames + 1);
+        std::vector<int32_t> entering(frames), leaving(first ? frames + 1 : frames);
         std::generate(entering.begin(), entering.end(), sample);
         std::generate(leaving.begin(), leaving.end(), sample);
         // Now and then the sum becomes 0.
@@ -222,8 +228,8 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirPortableVersion) {
         (first ? RunAveragePortable<true>
                : RunAveragePortable<false>)(expected.begin(), entering.data(), leaving.data(),
                                             &before, frames);
-        Call(first ? SoftFirstAverage : SoftAverage, got.begin(), entering.data(), leaving.data(),
-             &after, frames);
+        Call(first ? SoftFirstAverage : SoftAverage, got.begin(), joining.Put(entering),
+             parting.Put(leaving), &after, frames);
         ASSERT_EQ(got.Difference(expected), -1) << n;
         ASSERT_TRUE(Same({before.sum.m, before.sum.e}, {after.sum.m, after.sum.e})) << n;
     }
@@ -232,6 +238,7 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirPortableVersion) {
 // Every short, in either channel, and what the bands leave; both beside what must stay.
 TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirPortableVersions) {
     Numbers numbers(6);
+    RoutineInput input, bands;
     for (int n = 0; n < 3000; ++n) {
         const size_t channels = 1 + numbers.Bits() % 2,
                      frames = n == 0 ? 65536 : 1 + numbers.Bits() % 9;
@@ -239,8 +246,9 @@ TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirPortableVersions) {
         for (size_t i = 0; i < frames * channels; ++i)
             shorts.push_back(static_cast<int16_t>(n == 0 ? i / channels : numbers.Bits() % 3));
         std::vector<int32_t> units(frames + 2, 5), unitsPortable = units;
-        const int32_t any = TakeShortsPortable(shorts.data(), &unitsPortable[1], frames, channels);
-        ASSERT_EQ(Call(SoftTakeShorts, shorts.data(), &units[1], frames, channels),
+        const int16_t* const last = input.Put(shorts) + channels - 1;  // the last channel
+        const int32_t any = TakeShortsPortable(last, &unitsPortable[1], frames, channels);
+        ASSERT_EQ(Call(SoftTakeShorts, last, &units[1], frames, channels),
                   static_cast<uint32_t>(any));
         ASSERT_EQ(units, unitsPortable);
 
@@ -251,7 +259,7 @@ TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirPortableVersions) {
         const SoftFactor gain = numbers.Factor();
         std::vector<float> out(frames * channels + 1, 5), portable = out;
         FinishRowsPortable(rows.data(), &gain, portable.data(), frames, channels);
-        Call(SoftFinishRows, rows.data(), &gain, out.data(), frames, channels);
+        Call(SoftFinishRows, bands.Put(rows), &gain, out.data(), frames, channels);
         ASSERT_EQ(out, portable) << n;
     }
 }
@@ -259,6 +267,7 @@ TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirPortableVersions) {
 // Samples as floats, zeros of both signs, one beyond the range now and then.
 TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsPortableVersion) {
     Numbers numbers(4);
+    RoutineInput input;
     size_t refused = 0;
     for (int n = 0; n < 3000; ++n) {
         const size_t channels = 1 + numbers.Bits() % 2, frames = 1 + numbers.Bits() % 9;
@@ -270,10 +279,14 @@ TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsPortableVersion) {
             return softfloat::Pack(next()) | (bits & 0x80000000U);
         };
         std::vector<float> samples;
-        for (size_t i = 0; i < 6 * 8 * channels; ++i)
+        for (size_t i = 0; i < 3 * channels * frames; ++i)
             samples.push_back(std::bit_cast<float>(sample()));
         ContourMix expected = {};
-        for (size_t i = 0; i < 6 * channels; ++i) expected.from[i] = &samples[8 * i];
+        const float* array = input.Put(samples);
+        for (size_t i = 0; i < 6 * channels; ++i) {
+            expected.from[i] = array;
+            array += i < 3 * channels ? frames - frames / 2 : frames / 2;
+        }
         for (SoftFactor& weight : expected.weights) weight = numbers.Factor();
         UnpackedBiquad& f = expected.filter;
         for (SoftFactor* each : {&f.b0, &f.b1, &f.b2, &f.fb1, &f.fb2}) *each = numbers.Factor();
@@ -299,6 +312,7 @@ TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsPortableVersion) {
 // A block's samples, zeros among them, some that can't enter; tails of every kind beside any sum.
 TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirPortableVersions) {
     Numbers numbers(5);
+    RoutineInput reals, imaginaries, where, values, tails;
     int results[3] = {};
     for (int n = 0; n < 3000; ++n) {
         const size_t count = 1 + numbers.Bits() % 9;
@@ -320,13 +334,14 @@ TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirPortableVersions) {
         auto got = expected;
         const LoadedBlock loaded =
             LoadBlockPortable(re.data(), im.data(), places.data(), expected.begin(), count);
-        ASSERT_EQ(Call(SoftLoadBlock, re.data(), im.data(), places.data(), got.begin(), count),
+        ASSERT_EQ(Call(SoftLoadBlock, reals.Put(re), imaginaries.Put(im), where.Put(places),
+                       got.begin(), count),
                   static_cast<uint32_t>(loaded))
             << n;
         ASSERT_EQ(loaded != LoadedBlock::kRefused ? got.Difference(expected) : -1, -1) << n;
         ++results[static_cast<size_t>(loaded)];
 
-        std::vector<SoftFloat> parts(4 * count);
+        std::vector<SoftFloat> parts(4 * count - 1);
         std::generate(parts.begin(), parts.end(), next);
         std::vector<float> tail(count), low(count + 2, 1), high = low, lowPortable = low,
                                                            highPortable = low;
@@ -336,10 +351,10 @@ TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirPortableVersions) {
                      : LastInverseStagePortable<false>)(parts.data(), count, count, &lowPortable[1],
                                                         &highPortable[1], tail.data());
         if (overlapping)
-            Call(SoftLastInverseOverlap, parts.data(), count, count, &low[1], &high[1],
-                 tail.data());
+            Call(SoftLastInverseOverlap, values.Put(parts), count, count, &low[1], &high[1],
+                 tails.Put(tail));
         else
-            Call(SoftLastInverseStage, parts.data(), count, count, &low[1], &high[1]);
+            Call(SoftLastInverseStage, values.Put(parts), count, count, &low[1], &high[1]);
         ASSERT_EQ(BitsOf(low), BitsOf(lowPortable)) << n;
         ASSERT_EQ(BitsOf(high), BitsOf(highPortable)) << n;
     }
