@@ -3,7 +3,6 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <nlohmann/json.hpp>
 
 #include "live/controls.h"
 #include "render/audio/audio_reader.h"
@@ -15,6 +14,7 @@
 #include "render/common_options.h"
 #include "render/failure.h"
 #include "render/input.h"
+#include "render/json.h"
 #include "render/report.h"
 
 namespace {
@@ -39,13 +39,11 @@ std::string Base64(const std::string& bytes) {
     return text;
 }
 
-// {key: value} of what is set, as the page counts: a key for each band.
-nlohmann::json ValuesOf(const Settings& settings) {
-    nlohmann::json values = nlohmann::json::object();
+// Adds key and value of what is set, as the page counts: a key for each band.
+void AddValues(const Settings& settings, JsonObject* values) {
     for (const Control& control : kControls)
         if (settings.IsSet(control.parameter->id))
-            values[KeyOf(control)] = ValueOf(settings, control);
-    return values;
+            values->Add(KeyOf(control), ValueOf(settings, control));
 }
 
 [[noreturn]] void RefuseLength(const std::string& input) {
@@ -111,11 +109,13 @@ std::string CompareCommand::PieceElement(std::vector<std::string>* damage) const
     const uint32_t rateHz = ChainRateHz(reader.RateHz());
     Settings all = settings.Resolve();
     settings.Tone().Grant(rateHz, &all);
-    const nlohmann::json piece = {{"name", TitleOf(input, reader)},
-                                  {"rate", rateHz},
-                                  {"settings", ValuesOf(all)},
-                                  {"source", Base64(FlacOf(input, reader, !noDither, damage))}};
-    std::string json = piece.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
+    JsonObject values, piece;
+    AddValues(all, &values);
+    piece.Add("name", TitleOf(input, reader))
+        .Add("rate", rateHz)
+        .Add("settings", values)
+        .Add("source", Base64(FlacOf(input, reader, !noDither, damage)));
+    std::string json = piece.OneLine();
     // No title ends the element.
     for (size_t at = 0; (at = json.find('<', at)) != std::string::npos;)
         json.replace(at, 1, "\\u003c");

@@ -82,9 +82,9 @@ Option Options::Add(const std::string& names, std::vector<std::string>* values,
     return Added(app->add_option(names, *values, help));
 }
 
-Option Options::Add(const std::string& names, std::function<void(const std::string&)> take,
+Option Options::Add(const std::string& names, const std::function<void(const std::string&)>& take,
                     const std::string& help) {
-    return Added(app->add_option_function<std::string>(names, std::move(take), help));
+    return Added(app->add_option_function<std::string>(names, take, help));
 }
 
 Option Options::AddRepeated(const std::string& names, std::function<void(const std::string&)> take,

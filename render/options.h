@@ -66,7 +66,7 @@ public:
     Option Add(const std::string& names, double* value, const std::string& help);
     Option Add(const std::string& names, std::vector<std::string>* values, const std::string& help);
     // An option whose value `take` is called with.
-    Option Add(const std::string& names, std::function<void(const std::string&)> take,
+    Option Add(const std::string& names, const std::function<void(const std::string&)>& take,
                const std::string& help);
     // Likewise for an option that may be given several times: a call for each.
     Option AddRepeated(const std::string& names, std::function<void(const std::string&)> take,

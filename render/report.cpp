@@ -4,9 +4,9 @@
 #include <fmt/ranges.h>
 
 #include <cmath>
-#include <nlohmann/json.hpp>
 
 #include "client/settings_text.h"
+#include "render/json.h"
 
 namespace {
 
@@ -30,16 +30,6 @@ std::string Levels(double before, double after, const char* unit) {
     };
     return text(before, unit) + " before, " + text(after, std::isnan(before) ? unit : "") +
            " after";
-}
-
-nlohmann::json LevelJson(double level) {
-    if (!std::isfinite(level)) return nullptr;
-    return level;
-}
-
-nlohmann::ordered_json ToneJson(const std::optional<ToneFit>& tone) {
-    if (!tone) return nullptr;
-    return {{"rmsDb", tone->rmsDb}, {"worstDb", tone->worstDb}, {"worstHz", tone->worstHz}};
 }
 
 }  // namespace
@@ -88,49 +78,48 @@ std::string DamageText(const std::string& input, const std::vector<std::string>&
 }
 
 std::string JsonOf(const Report& report) {
-    nlohmann::ordered_json settings;
+    JsonObject settings, tone, loudness, range, peak, json;
     for (const Parameter& parameter : kParameters)
         if (*parameter.key != '\0' && parameter.kind == ParameterKind::kSwitch)
-            settings[parameter.key] = report.settings.IsOn(parameter.id);
+            settings.Add(parameter.key, report.settings.IsOn(parameter.id));
         else if (parameter.id == PARAM_EQUALIZER_BANDLEVEL)
-            settings[parameter.key] = report.settings.BandLevels();
+            settings.Add(parameter.key, report.settings.BandLevels());
         else if (*parameter.key != '\0')
-            settings[parameter.key] = report.settings.Get(parameter.id);
-    const nlohmann::ordered_json json = {
-        {"input", report.input},
-        {"output", report.output},
-        {"preset", report.preset},
-        {"settings", settings},
-        {"tone", ToneJson(report.tone)},
-        {"matchedLufs", report.matchedLufs ? LevelJson(*report.matchedLufs) : nullptr},
-        {"rateHz", report.rateHz},
-        {"channels", report.channels},
-        {"frames", report.frames},
-        {"seconds", static_cast<double>(report.frames) / report.rateHz},
-        {"chainRateHz", report.chainRateHz},
-        {"outputRateHz", report.outputRateHz},
-        {"bufferFrames", report.bufferFrames},
-        {"delayFrames", report.delayFrames},
-        {"delayRemoved", report.delayRemoved},
-        {"settlingFrames", report.settlingFrames},
-        {"dithered", report.dithered},
-        {"clippedIn", report.clippedIn},
-        {"clippedOut", report.clippedOut},
-        {"notNumbers", report.notNumbers},
-        {"loudnessLufs",
-         {{"before", LevelJson(report.before.integratedLufs)},
-          {"after", LevelJson(report.after.integratedLufs)}}},
-        {"loudnessRangeLu",
-         {{"before", LevelJson(report.before.rangeLu)},
-          {"after", LevelJson(report.after.rangeLu)}}},
-        {"truePeakDb",
-         {{"before", LevelJson(report.before.truePeakDb)},
-          {"after", LevelJson(report.after.truePeakDb)}}},
-        {"speed", report.speed},
-        {"notes", report.notes},
-        {"warnings", report.warnings},
-        {"damage", report.damage},
-    };
-    // File names need not be UTF-8.
-    return json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+            settings.Add(parameter.key, report.settings.Get(parameter.id));
+    json.Add("input", report.input)
+        .Add("output", report.output)
+        .Add("preset", report.preset)
+        .Add("settings", settings);
+    if (report.tone)
+        json.Add("tone", tone.Add("rmsDb", report.tone->rmsDb)
+                             .Add("worstDb", report.tone->worstDb)
+                             .Add("worstHz", report.tone->worstHz));
+    else
+        json.AddNull("tone");
+    json.Add("matchedLufs", report.matchedLufs)
+        .Add("rateHz", report.rateHz)
+        .Add("channels", report.channels)
+        .Add("frames", report.frames)
+        .Add("seconds", static_cast<double>(report.frames) / report.rateHz)
+        .Add("chainRateHz", report.chainRateHz)
+        .Add("outputRateHz", report.outputRateHz)
+        .Add("bufferFrames", report.bufferFrames)
+        .Add("delayFrames", report.delayFrames)
+        .Add("delayRemoved", report.delayRemoved)
+        .Add("settlingFrames", report.settlingFrames)
+        .Add("dithered", report.dithered)
+        .Add("clippedIn", report.clippedIn)
+        .Add("clippedOut", report.clippedOut)
+        .Add("notNumbers", report.notNumbers)
+        .Add("loudnessLufs", loudness.Add("before", report.before.integratedLufs)
+                                 .Add("after", report.after.integratedLufs))
+        .Add("loudnessRangeLu",
+             range.Add("before", report.before.rangeLu).Add("after", report.after.rangeLu))
+        .Add("truePeakDb",
+             peak.Add("before", report.before.truePeakDb).Add("after", report.after.truePeakDb))
+        .Add("speed", report.speed)
+        .Add("notes", report.notes)
+        .Add("warnings", report.warnings)
+        .Add("damage", report.damage);
+    return json.Lines();
 }
