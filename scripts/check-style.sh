@@ -1,22 +1,24 @@
 #!/bin/sh
 # Format of every source file, and clang-tidy over those that the build folder compiles: all but
-# the tests, or with `all` these too (some minutes more).
+# the tests, or with `all` these too (some minutes more). What has passed clang-tidy before is
+# checked again only with `fresh`: see tidy.py.
 #
-# usage: check-style.sh BUILD_FOLDER [all]
+# usage: check-style.sh BUILD_FOLDER [all] [fresh]
 set -eu
 cd "$(dirname "$0")/.."
 build=$1
 folders='platform|host|unit|dsp|effects|client|live|lv2|desktop|render|bench|android'
-[ "${2:-}" != all ] || folders="$folders|tests"
+fresh=
+for word in "$@"; do
+  case $word in
+    all) folders="$folders|tests" ;;
+    fresh) fresh=--fresh ;;
+  esac
+done
 sources=$(git ls-files '*.cpp' '*.h')
 # shellcheck disable=SC2086  # one word a file
 clang-format --dry-run -Werror $sources
 echo "check-style: format passed"
-# Without precompiled headers, which are another compiler's.
-mkdir -p "$build/tidy"
-sed 's/-Winvalid-pch -include [^ ]*//' "$build/compile_commands.json" >"$build/tidy/compile_commands.json"
-run-clang-tidy -quiet -p "$build/tidy" "$(pwd)/($folders)/" >"$build/tidy.log" 2>&1 || {
-  grep -E 'error|warning' "$build/tidy.log" >&2
-  exit 1
-}
-echo "check-style: tidy passed, $(grep -c '^clang-tidy' "$build/tidy.log") files"
+# shellcheck disable=SC2086  # no word or one
+scripts/tidy.py $fresh "$build" "^$(pwd)/($folders)/"
+echo "check-style: tidy passed"
