@@ -1,0 +1,5 @@
+# 64-bit ARM, any processor of that kind. Debian's g++-aarch64-linux-gnu.
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(triple aarch64-linux-gnu)
+set(emulator qemu-aarch64)
+include(${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake)
