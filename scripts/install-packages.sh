@@ -3,7 +3,7 @@
 # through sudo.
 #   render  the library, the renderer, a piece of music and pictures
 #   test    that, and what tests and checks need
-#   arm     the cross build and its emulator
+#   arm     the cross builds and their emulator
 #   wasm    the WebAssembly build, what runs it and bundles the page
 #   browser what the page is tested in
 #   npm     where Node.js came without it
@@ -17,7 +17,8 @@ test="binutils libgtest-dev libbenchmark-dev clang clang-format clang-tidy clang
   man-db parallel rsync lintian fretsonfire-songs-muldjord pocketsphinx-testdata alsa-utils
   liblilv-dev lilv-utils sordi ffmpeg jalv jackd1 pipewire-bin libpipewire-0.3-modules wireplumber
   dbus-daemon systemd"
-arm="cmake ninja-build python3 g++-arm-linux-gnueabi qemu-user googletest android-liblog-dev"
+arm="cmake ninja-build python3 g++-arm-linux-gnueabi g++-aarch64-linux-gnu qemu-user googletest
+  android-liblog-dev"
 wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs esbuild dpkg-dev"
 browser="chromium"
 npm="npm"
