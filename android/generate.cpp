@@ -1,4 +1,4 @@
-// Prints what applications must know of the library's numbers, from unit/parameters.h and the
+// Prints what applications must know of the library's numbers, from table/parameters.h and the
 // library's own descriptor: the regions of the C header, the Java class and the documents that
 // scripts/fill_in.py keeps up to date.
 #include <fmt/format.h>
@@ -15,7 +15,7 @@
 #include "client/settings_text.h"
 #include "client/tone.h"
 #include "host/entry_points.h"
-#include "unit/parameters.h"
+#include "table/parameters.h"
 
 namespace {
 

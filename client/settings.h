@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "client/parameter_command.h"
-#include "unit/parameters.h"
+#include "table/parameters.h"
 
 // Commands in the order in which they are to be sent.
 class ParameterCommands {

@@ -34,18 +34,14 @@ if(ORVANE_ASSEMBLY)
     dsp/softfloat/butterfly_groups.S dsp/softfloat/contour_mix.S
     dsp/softfloat/equalizer_ends.S dsp/softfloat/limiter.S
     dsp/softfloat/spectrum_product.S dsp/softfloat/turns.S)
-  # What runs with every sample is in ARM state, whose instructions do more each. Designs, commands
-  # and forms that only step in are small before fast: in Thumb state, but for what dsp/arm_state.h
-  # marks.
+  # What runs with every sample is in ARM state, whose instructions do more each. Everything else
+  # (designs, commands, forms that only step in) is small before fast: in Thumb state, but for what
+  # dsp/arm_state.h marks.
   set_source_files_properties(effects/steady_gains.cpp PROPERTIES COMPILE_OPTIONS -Os)
-  set_source_files_properties(
-    dsp/band_filters.cpp dsp/band_spliter.cpp dsp/biquad.cpp dsp/biquad_fp.cpp dsp/fft_r24.cpp
-    dsp/fir_window.cpp dsp/planar_fft.cpp dsp/softfloat/band_convolver.cpp
-    dsp/softfloat/contour_mix.cpp dsp/wave_buffer.cpp effects/cross_fader.cpp
-    effects/fir_equalizer.cpp effects/limiter.cpp effects/limiter_core.cpp effects/limiter_fp.cpp
-    effects/orvane_sound.cpp effects/orvane_sound_block.cpp host/effect.cpp host/entry_points.cpp
-    host/reply.cpp platform/clock.cpp platform/file.cpp unit/chain.cpp
-    unit/process_unit_orvane.cpp
+  set(small_sources ${ORVANE_SOURCES})
+  list(REMOVE_ITEM small_sources dsp/softfloat/equalizer_core.cpp effects/loudness.cpp
+    effects/playback_gain.cpp effects/steady_gains.cpp)
+  set_source_files_properties(${small_sources} platform/clock.cpp platform/file.cpp
     PROPERTIES COMPILE_OPTIONS "-Os;-mthumb")
   # Calls change the state by themselves; without it, by stubs that ARMv4T needs.
   add_link_options(-Wl,--use-blx)

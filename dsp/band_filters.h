@@ -18,7 +18,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
 
 #include "dsp/fft_r24.h"
 #include "dsp/owned_array.h"
@@ -42,16 +41,6 @@ struct BandTails {
 
     OwnedArray<T> all;
     bool primed = false;  // true once a block was processed: the tails are valid
-};
-
-// The place of SoftBandConvolver in builds whose floats aren't unpacked. Convolve returns false, so
-// that Split uses the ordinary transforms.
-template <typename T>
-struct NoConvolver {
-    static bool Allocate(uint32_t) { return true; }
-    static void SetFactors(const T*, Planar<const T>) {}
-    static void SetKernels(const Planar<const T> (&)[kBands]) {}
-    static bool Convolve(Planar<const T>, size_t, const Planar<T> (&)[kBands], T*) { return false; }
 };
 
 template <typename T>
@@ -97,8 +86,7 @@ private:
     OwnedArray<T> spectrum;     // the block's spectrum, planar
     OwnedArray<T> realFactors;  // factors of the real-spectrum step: N / 4 wkr, then N / 4 wki
     PlanarFft<T> fft;
-    std::conditional_t<kSoftFloat && std::is_same_v<T, float>, SoftBandConvolver, NoConvolver<T>>
-        unpacked;
+    UnpackedConvolver<T> unpacked;
     uint32_t blockLength = 0, transformLength = 0;
 };
 

@@ -11,7 +11,7 @@
 #pragma once
 #include <cstddef>
 
-#include "dsp/inlining.h"
+#include "dsp/softfloat/inlining.h"
 
 template <typename V>
 struct Complex {

@@ -11,6 +11,13 @@ constexpr int kQ24Bits = 24;
 constexpr int32_t kQ24One = 1 << kQ24Bits;
 constexpr int kSampleShift = 9;  // left shift that takes 16-bit samples (full scale 2^15) to Q24
 
+// Whether one instruction multiplies or divides numbers of 64 bits.
+#if defined(__wasm__)
+inline constexpr bool kWideProducts = true;
+#else
+inline constexpr bool kWideProducts = sizeof(void*) == sizeof(int64_t);
+#endif
+
 static_assert((-1 >> 1) == -1, "a right shift keeps the sign");
 
 // Returns a * b; all three are Q24. Rounds toward minus infinity, modulo 2^32.

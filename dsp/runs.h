@@ -9,8 +9,7 @@
 #include <cstddef>
 
 #include "dsp/arm_state.h"
-#include "dsp/inlining.h"
-#include "dsp/softfloat/number.h"
+#include "dsp/softfloat/inlining.h"
 
 template <typename Run>
 ORVANE_ARM_STATE ORVANE_LANE_INLINE void RunAlone(Run& run, size_t count) {
@@ -33,12 +32,6 @@ struct BothRuns {
 template <typename First, typename Second>
 ORVANE_LANE_INLINE void RunTogether(First& first, size_t firstCount, Second& second,
                                     size_t secondCount) {
-    if constexpr (kSoftFloat) {  // in-order processors without a float unit: no waiting time to
-                                 // hide
-        RunAlone(first, firstCount);
-        RunAlone(second, secondCount);
-        return;
-    }
     First localFirst = first;
     Second localSecond = second;
     const size_t both = firstCount < secondCount ? firstCount : secondCount;

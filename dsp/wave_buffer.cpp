@@ -1,47 +1,9 @@
 #include "dsp/wave_buffer.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
-#include <type_traits>
 
-#include "dsp/arm_state.h"
-#include "dsp/fixed_point.h"
-#include "dsp/lanes.h"
-#include "dsp/softfloat/samples.h"
-
-namespace {
-constexpr float kFromInt16 = 0x1.0002p-15F;  // the float nearest to 1/32767
-constexpr float kToInt16 = 32767.0F;
-static_assert(kFromInt16 == static_cast<float>(1.0 / 32767.0));
-
-template <typename Floats, typename Ints>
-[[gnu::always_inline]] inline Floats FromInt16(Ints samples) {
-    if constexpr (kSoftFloat && std::is_same_v<Floats, float>)
-        return SoftFromInt16(static_cast<int16_t>(samples));
-    else
-        return ConvertLanes<Floats>(samples) * kFromInt16;
-}
-
-// Returns sample * 32767, truncated toward zero and saturated to 32 bits; callers keep the low 16.
-inline int32_t ToInt16(float sample) {
-    if constexpr (kSoftFloat) {
-        constexpr uint32_t kBeyond = 128U << 23U;  // 2, and not a number
-        if ((std::bit_cast<uint32_t>(sample) & INT32_MAX) < kBeyond)
-            return SoftTruncated(sample, kToInt16);
-    }
-    return TruncateToInt32(sample * kToInt16);
-}
-// Like ToInt16 above, but only the low 16 bits are right. From 2^31 on all of them are set, and
-// below -2^31 all are clear, as those of the saturated values are.
-template <typename Vector>
-ORVANE_LANE_INLINE IntLanes ToInt16(Vector samples) {
-    const Lanes v = samples * kToInt16;
-    const IntLanes high = v >= 2147483648.0F, fits = Absolute(v) < 2147483648.0F;
-    return ConvertLanes<IntLanes>(std::bit_cast<Lanes>(std::bit_cast<IntLanes>(v) & fits)) | high;
-}
-
-}  // namespace
+#include "dsp/samples.h"
 
 WaveBuffer_R32::WaveBuffer_R32(uint32_t channelCount, uint32_t frames) : channels(channelCount) {
     const uint64_t wanted = static_cast<uint64_t>(channelCount) * frames;
@@ -133,29 +95,12 @@ uint32_t WaveBuffer_R32::GetBufferSize() const {
     return channels != 0 ? capacity / channels : 0;
 }
 
-// Converts from the last sample to the first, so that it may widen in place. From the end it takes
-// two vectors at a time:
-//
-//   0 | 1 | 2 3 4 5  6 7 8 9        with four lanes: 2 to 9, then 1, then 0
-ORVANE_ARM_STATE void WaveBuffer_R32::Short2Float(const int16_t* source, float* destination,
-                                                  uint32_t frames) const {
-    size_t i = static_cast<size_t>(frames) * channels;
-    for (; i >= 2 * kLanes; i -= 2 * kLanes) {
-        IntLanes first, second;
-        LoadShorts(first, second, source + i - 2 * kLanes);
-        Store(destination + i - kLanes, FromInt16<Lanes>(second));
-        Store(destination + i - 2 * kLanes, FromInt16<Lanes>(first));
-    }
-    for (; i > 0; --i) destination[i - 1] = FromInt16<float>(source[i - 1]);
+void WaveBuffer_R32::Short2Float(const int16_t* source, float* destination, uint32_t frames) const {
+    ShortsToFloats(source, destination, static_cast<size_t>(frames) * channels);
 }
 
 void WaveBuffer_R32::Float2Short(const float* source, int16_t* destination, uint32_t frames) const {
-    size_t i = static_cast<size_t>(frames) * channels;
-    for (; i >= 2 * kLanes; i -= 2 * kLanes) {
-        const auto first = ToInt16(Load(source + i - 2 * kLanes));
-        StoreShorts(destination + i - 2 * kLanes, first, ToInt16(Load(source + i - kLanes)));
-    }
-    for (; i > 0; --i) destination[i - 1] = static_cast<int16_t>(ToInt16(source[i - 1]));
+    FloatsToShorts(source, destination, static_cast<size_t>(frames) * channels);
 }
 
 void WaveBuffer_R32::Double2Float(const double* source, float* destination, uint32_t frames) const {

@@ -3,11 +3,9 @@
 #include <array>
 #include <cstddef>
 #include <type_traits>
-#include <utility>
 
-#include "dsp/inlining.h"
 #include "dsp/lanes.h"
-#include "dsp/softfloat/number.h"
+#include "dsp/softfloat/inlining.h"
 #include "dsp/stream.h"
 
 // Of sum k.
@@ -16,15 +14,6 @@ constexpr size_t HalfWidth(size_t k) {
 }
 
 constexpr size_t kSums = 9;
-
-// act(k) for k from 0 to kSums - 1, each a constant.
-template <typename Act>
-[[gnu::always_inline]] inline void ForEachSum(Act act) {
-    [act]<size_t... k>(std::index_sequence<k...>) {
-        (act(std::integral_constant<size_t, k>()), ...);
-    }
-    (std::make_index_sequence<kSums>());
-}
 
 // Frame by frame the sums of as many channels as V has lanes, in registers: each takes in the input
 // D ahead of the centre, is stored, and gives up the one D behind.
@@ -50,16 +39,9 @@ struct SumRun {
     ORVANE_LANE_INLINE void Step(size_t i) {
         const Real* const at = centre + i * kInterleaved;
         Real* const to = rows + i * kInterleaved;
-        if constexpr (kSoftFloat && kPairs == 0) {  // no sum stays in a register
-            for (size_t k = 0; k < kSums; ++k) StepOne(k, at, to);
-            return;
-        }
-        ForEachSum([this, at, to](auto k) {
-            if constexpr (k >= 2 * kPairs)
-                StepOne(k, at, to);
-            else if constexpr (k % 2 == 0)
-                this->template StepTwo<k>(at, to);
-        });
+        ForEachConstant<kPairs>([this, at, to](auto k) { this->template StepTwo<2 * k>(at, to); });
+        ForEachIndex<kSums - 2 * kPairs>(
+            [this, at, to](size_t k) { StepOne(2 * kPairs + k, at, to); });
     }
     ORVANE_LANE_INLINE void StepOne(size_t k, const Real* at, Real* to) {
         const size_t distance = HalfWidth(k) * kInterleaved;

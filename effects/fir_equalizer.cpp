@@ -9,6 +9,8 @@
 
 #include "dsp/lanes.h"
 #include "dsp/runs.h"
+#include "dsp/samples.h"
+#include "dsp/softfloat/inlining.h"
 #include "effects/equalizer_sums.h"
 
 namespace {
@@ -31,10 +33,7 @@ ORVANE_LANE_INLINE V AddBands(const Real* centre, const Real* rows, const V* gai
         y = k == 0 ? band : y + band;
         finer = average;
     };
-    if constexpr (kSoftFloat)  // as fast where operations are calls, and small
-        for (size_t k = 0; k < kSums; ++k) addBand(k);
-    else
-        ForEachSum(addBand);
+    ForEachIndex<kSums>(addBand);
     return gains[kSums] * finer + y;
 }
 
@@ -46,18 +45,25 @@ ORVANE_LANE_INLINE void ToFloats(float* to, V from) {
         Store(to, from);
 }
 
+void Convert(const int16_t* from, float* to, size_t count) {
+    ShortsToFloats(from, to, count);
+}
+template <typename Real>
+void Convert(const float* from, Real* to, size_t count) {
+    for (size_t i = 0; i < count; ++i) to[i] = static_cast<Real>(from[i]);
+}
+
 // Takes in a chunk of at most kChunkFrames frames; returns the first one's centre. State:
 // FIREqualizer's.
-template <typename Real, uint32_t kInterleaved, typename State>
-const Real* TakeIn(State& s, const float* samples, uint32_t frames) {
+template <uint32_t kInterleaved, typename State, typename Sample>
+auto TakeIn(State& s, const Sample* samples, uint32_t frames) {
     if (s.next + frames > State::kReach + State::kMove) {
         std::memmove(s.history, s.history + size_t{s.next - State::kReach} * kInterleaved,
-                     size_t{State::kReach} * kInterleaved * sizeof(Real));
+                     size_t{State::kReach} * kInterleaved * sizeof s.history[0]);
         s.next = State::kReach;
     }
-    Real* const newest = s.history + size_t{s.next} * kInterleaved;
-    for (size_t i = 0; i < size_t{frames} * kInterleaved; ++i)
-        newest[i] = static_cast<Real>(samples[i]);
+    auto* const newest = s.history + size_t{s.next} * kInterleaved;
+    Convert(samples, newest, size_t{frames} * kInterleaved);
     s.next += frames;
     return newest - size_t{State::kDelay} * kInterleaved;
 }
@@ -80,7 +86,7 @@ void AddAllBands(const State& s, const Real* centre, const Real* rows, size_t co
 template <typename Real, uint32_t kInterleaved, typename State>
 void ProcessChunk(State& s, float* samples, uint32_t frames) {
     constexpr size_t kRow = size_t{kChunkFrames} * kInterleaved;
-    const Real* const centre = TakeIn<Real, kInterleaved>(s, samples, frames);
+    const Real* const centre = TakeIn<kInterleaved>(s, samples, frames);
     Real rows[kSums * kRow];
     using Together = typename VectorOf<Real, kLanes == 1 ? 1 : kInterleaved>::Type;
     for (size_t c = 0; c < kInterleaved; c += kWidth<Together, Real>) {
@@ -100,7 +106,7 @@ void LeaveCore(State& s, size_t channels) {
         for (size_t k = 0; k < kSums; ++k) s.runningSums[k][c] = s.core.Sum(c, k);
     }
     s.next = State::kReach;
-    s.usesCore = false;
+    s.core.Leave();
 }
 
 // What the variants differ in.
@@ -150,6 +156,12 @@ void FIREqualizer<Sample, Real>::SetChannels(unsigned int count) {
 }
 
 template <typename Sample, typename Real>
+void FIREqualizer<Sample, Real>::Set(ParameterId id, float value, int band) {
+    if (id == PARAM_EQUALIZER_ENABLE) SetEnable(value != 0);
+    if (id == PARAM_EQUALIZER_BANDLEVEL) SetBandLevel(band, value);
+}
+
+template <typename Sample, typename Real>
 bool FIREqualizer<Sample, Real>::SetEnable(bool enable) {
     if (enable == enabled) return false;
     if (enable && Laws<Real>::kForgetsWhenEnabled) Reset();
@@ -171,8 +183,7 @@ void FIREqualizer<Sample, Real>::Reset() {
     std::fill_n(state->history, State::kReach * kMaxChannels, Real(0));
     std::memset(state->runningSums, 0, sizeof state->runningSums);
     state->next = State::kReach;
-    if constexpr (kHasCore) state->core.Reset();
-    state->usesCore = kHasCore;
+    state->core.Reset();
 }
 
 template <typename Sample, typename Real>
@@ -184,18 +195,25 @@ bool FIREqualizer<Sample, Real>::Processes() const {
 template <typename Sample, typename Real>
 void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
     if (!Processes()) return;
-    if constexpr (kHasCore) {
-        if (state->usesCore) {
-            const size_t done =
-                state->core.Process(nullptr, samples, frames, channels, state->bandGains);
-            if (done == frames) return;
-            LeaveCore(*state, channels);
-            samples += done * channels;
-            frames -= static_cast<unsigned int>(done);
-        }
-    }
+    const size_t done = ProcessUnpacked(nullptr, samples, frames);
+    ProcessFloats(samples + done * channels, frames - done);
+}
+
+// On unpacked numbers, in place or, if there is an `in`, from 16 bits. Returns the frames done
+// before it meets what they can't hold; from then on floats go on.
+template <typename Sample, typename Real>
+size_t FIREqualizer<Sample, Real>::ProcessUnpacked(const int16_t* in, float* samples,
+                                                   size_t frames) {
+    if (!state->core.InUse()) return 0;
+    const size_t done = state->core.Process(in, samples, frames, channels, state->bandGains);
+    if (done < frames) LeaveCore(*state, channels);
+    return done;
+}
+
+template <typename Sample, typename Real>
+void FIREqualizer<Sample, Real>::ProcessFloats(float* samples, size_t frames) {
     while (frames > 0) {
-        const uint32_t count = std::min(frames, kChunkFrames);
+        const auto count = static_cast<uint32_t>(std::min<size_t>(frames, kChunkFrames));
         if (channels == 1)
             ProcessChunk<Real, 1>(*state, samples, count);
         else
@@ -206,28 +224,31 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
 }
 
 template <typename Sample, typename Real>
-bool FIREqualizer<Sample, Real>::ProcessFromShort(const int16_t* in, float* out,
-                                                  unsigned int frames) {
-    if constexpr (kHasCore) {
-        if (Processes() && state->usesCore)
-            return state->core.Process(in, out, frames, channels, state->bandGains) == frames;
+void FIREqualizer<Sample, Real>::Begin(Chunk& chunk, const int16_t* in, float* samples,
+                                       uint32_t count) {
+    chunk.count = 0;
+    const bool processes = Processes();
+    if (processes && ProcessUnpacked(in, samples, count) == count) return;
+    if constexpr (kRunsBeside) {
+        if (processes && channels == 2) {
+            chunk.count = count;
+            const Real* const centre = TakeIn<2>(*state, in, count);
+            chunk.run = {centre, chunk.rows, state->runningSums, 0};
+            return;
+        }
     }
-    return false;
+    ShortsToFloats(in, samples, size_t{count} * channels);
+    if (processes) ProcessFloats(samples, count);
 }
 
 template <typename Sample, typename Real>
-void FIREqualizer<Sample, Real>::Begin(StereoChunk& chunk, const float* samples, uint32_t count) {
-    chunk.count = Processes() ? count : 0;
+void FIREqualizer<Sample, Real>::Finish(const Chunk& chunk, float* samples) {
     if (chunk.count == 0) return;
-    const Real* const centre = TakeIn<Real, 2>(*state, samples, count);
-    chunk.run = {centre, chunk.rows, state->runningSums, 0};
-}
-
-template <typename Sample, typename Real>
-void FIREqualizer<Sample, Real>::Finish(const StereoChunk& chunk, float* samples) {
-    if (chunk.count == 0) return;
-    chunk.run.Keep(state->runningSums, 0);
-    AddAllBands<kStereoRow>(*state, chunk.run.centre, chunk.rows, size_t{chunk.count} * 2, samples);
+    if constexpr (kRunsBeside) {
+        chunk.run.Keep(state->runningSums, 0);
+        AddAllBands<kStereoRow>(*state, chunk.run.centre, chunk.rows, size_t{chunk.count} * 2,
+                                samples);
+    }
 }
 
 template class FIREqualizer<float, float>;

@@ -16,17 +16,19 @@
 #include <memory>
 #include <type_traits>
 
+#include "dsp/runs.h"
 #include "dsp/softfloat/equalizer_core.h"
 #include "dsp/stream.h"
 #include "effects/equalizer_sums.h"
 #include "platform/export.h"
+#include "table/parameters.h"
 
 // Real: type of state, gains and arithmetic. The two differ in two laws: see SetBandLevel and
 // SetEnable.
 template <typename Sample, typename Real>
 class ORVANE_API FIREqualizer {
 public:
-    static constexpr size_t kBands = 10;
+    static constexpr size_t kBands = kBandCount;
 
     // Disabled, 44100 Hz, stereo, every gain 1.
     FIREqualizer();
@@ -35,6 +37,8 @@ public:
     // Whether its memory was granted; without it Process leaves the samples alone.
     bool GetPrepared() const { return state != nullptr; }
 
+    // One parameter of the table, in its units; a switch is off at 0. Others are ignored.
+    ORVANE_LOCAL void Set(ParameterId id, float value, int band);
     // Hz. Only gates the processing, to the rates of dsp/stream.h; the history stays.
     void SetSamplingRate(unsigned int rate);
     // Interleaved channels; 1 and 2 are processed. A new count forgets the history.
@@ -54,32 +58,31 @@ public:
     // above.
     void Process(float* samples, unsigned int frames);
 
-    // Process from 16 bits, as after their conversion to floats in `out`, where floats are
-    // unpacked. False, with nothing done, elsewhere, if Process would leave the samples alone, and
-    // while it runs on floats.
-    ORVANE_LOCAL bool ProcessFromShort(const int16_t* in, float* out, unsigned int frames);
-
-    // Process in steps, for a chain that runs the sums beside another recurrence: up to
-    // kChunkFrames stereo frames are taken in, their sums run (dsp/runs.h), their bands added up.
-    // Left alone, as by Process, nothing is run. Not where floats are unpacked or there are no
-    // vectors.
-    static constexpr bool kRunsBeside = kLanes > 1 && !kSoftFloat && std::is_same_v<Real, float>;
+    // Process from 16 bits in steps, for a chain that runs other recurrences beside the
+    // equalizer's: a chunk of up to kChunkFrames is taken in, its sums run (dsp/runs.h) if any are
+    // left to run, and its bands are added up. `samples` hold the result after Finish. What Process
+    // would leave alone is only converted.
+    static constexpr bool kRunsBeside = kLanes > 1 && std::is_same_v<Real, float>;  // stereo
     static constexpr size_t kStereoRow = size_t{2} * kChunkFrames;
-    struct StereoChunk {
+    struct ORVANE_LOCAL StereoChunk {
+        auto Rest() { return Beside(run, count); }
         uint32_t count = 0;  // frames
         SumRun<Real, typename VectorOf<Real, 2>::Type, 2, kStereoRow> run;
         alignas(Lanes) alignas(Real) Real rows[kSums * kStereoRow];
     };
-    ORVANE_LOCAL void Begin(StereoChunk& chunk, const float* samples, uint32_t count);
-    ORVANE_LOCAL void Finish(const StereoChunk& chunk, float* samples);
+    struct ORVANE_LOCAL FinishedChunk {
+        static Alone Rest() { return {}; }
+        uint32_t count = 0;
+    };
+    using Chunk = std::conditional_t<kRunsBeside, StereoChunk, FinishedChunk>;
+    ORVANE_LOCAL void Begin(Chunk& chunk, const int16_t* in, float* samples, uint32_t count);
+    ORVANE_LOCAL void Finish(const Chunk& chunk, float* samples);
 
 private:
     ORVANE_LOCAL bool Processes() const;
 
-    // Where floats are unpacked: the same arithmetic on such numbers. Nothing elsewhere.
-    struct NoCore {};
-    static constexpr bool kHasCore = kSoftFloat && std::is_same_v<Real, float>;
-    using Core = std::conditional_t<kHasCore, SoftEqualizerCore, NoCore>;
+    ORVANE_LOCAL size_t ProcessUnpacked(const int16_t* in, float* samples, size_t frames);
+    ORVANE_LOCAL void ProcessFloats(float* samples, size_t frames);
 
     struct State {
         static constexpr uint32_t kDelay = 256, kReach = 2 * kDelay;  // frames
@@ -92,9 +95,9 @@ private:
         // [k]: sum of the 2 D - 1 inputs x[n - 256 - D + 1] .. x[n - 256 + D - 1], n the next frame
         Real runningSums[kBands - 1][kMaxChannels];
         uint32_t next;  // frame of the history that comes next
-        // Takes the place of history and sums until it meets what it can't hold.
-        [[no_unique_address]] Core core;
-        bool usesCore;
+        // While it is in use it takes the place of history and sums: until it meets what it can't
+        // hold.
+        [[no_unique_address]] EqualizerCore<Real> core;
     };
 
     std::unique_ptr<State> state;

@@ -1,8 +1,9 @@
 // What the limiters of floats and of Q24 integers differ in: the numbers of one law.
 //
-//   smoothed target[n] = 0.8999 smoothed target[n-1] + 0.0999 target[n]     0.8999 = exp(-1 / 9.48)
-//   recovered gain[n]  = 0.9999 gain[n-1] + 0.0001                          0.9999 = exp(-1 /
-//   10000)
+//   smoothed target[n] = 0.8999 smoothed target[n-1] + 0.0999 target[n]
+//   recovered gain[n]  = 0.9999 gain[n-1] + 0.0001
+//
+// 0.8999 = exp(-1 / 9.48), 0.9999 = exp(-1 / 10000).
 //
 // The first two weights add up to 0.9998: a steady target of 1 becomes 0.0999 / 0.1001 = 0.998.
 // V: a sample's type or, for floats, a vector of them.
@@ -13,6 +14,7 @@
 
 #include "dsp/fixed_point.h"
 #include "dsp/lanes.h"
+#include "dsp/samples.h"
 #include "dsp/softfloat/limiter.h"
 
 // The law's two recurrences for one channel, or for as many as V has lanes.
@@ -31,12 +33,12 @@ struct GainRecurrence {
     V smoothed, gain;
 };
 
-struct FloatLimiting {
+// Floats, each operation an instruction.
+struct PlainLimiting {
     using Sample = float;
     static constexpr float kUnity = 1.0F;
     static constexpr float kInitialGate = 0.9999F;
-    static constexpr bool kTakesVectors = kLanes > 1 && !kSoftFloat;
-    static constexpr bool kInSteadyRuns = kSoftFloat;  // steady_gains.h
+    static constexpr bool kTakesVectors = kLanes > 1;
 
     // What isn't a number or is below 0 gives 0.
     static float Gate(float gate) { return gate > 0 ? gate : 0.0F; }
@@ -44,13 +46,13 @@ struct FloatLimiting {
     [[gnu::always_inline]] static V Magnitude(V x) {
         return Absolute(x);
     }
-    // a > b, lane by lane, of magnitudes; where floats are unpacked by their bits.
+    // a > b, lane by lane, of magnitudes.
     template <typename V>
     [[gnu::always_inline]] static auto Greater(V a, V b) {
-        if constexpr (std::is_same_v<V, float> && kSoftFloat)
-            return std::bit_cast<int32_t>(a) > std::bit_cast<int32_t>(b);
-        else
-            return a > b;
+        return a > b;
+    }
+    [[gnu::always_inline]] static bool Greater(float a, float b) {
+        return IsGreaterMagnitude(a, b);
     }
     // b if a isn't a number.
     template <typename V>
@@ -69,6 +71,9 @@ struct FloatLimiting {
         for (; count - i >= kLanes; i += kLanes) Store(gains + i, Load(x + i) * Load(gains + i));
         for (; i < count; ++i) gains[i] = Apply(x[i], gains[i]);
     }
+    static void Shorten(const float* from, int16_t* to, size_t count) {
+        FloatsToShorts(from, to, count);
+    }
     template <typename V>
     static V Smooth(V smoothed, V target) {
         return smoothed * kLimiterKeep + target * kLimiterTake;
@@ -83,6 +88,10 @@ struct FloatLimiting {
         V operator()(V gate, V peak) { return gate / peak; }
     };
 };
+
+// Unpacked floats: the same law, other runs (limiter_runs.h).
+struct UnpackedLimiting : PlainLimiting {};
+using FloatLimiting = std::conditional_t<kSoftFloat, UnpackedLimiting, PlainLimiting>;
 
 // gate * 2^24 / peak, 0 <= gate < peak, for processors that don't divide 64 bits: by the reciprocal
 // of peak * 2^zeros, from 1/2 to 1, after Newton and Raphson. It begins with 48/17 - 32/17 d, at
@@ -111,7 +120,7 @@ struct Q24Limiting {
     using Sample = int32_t;
     static constexpr int32_t kUnity = kQ24One;
     static constexpr int32_t kInitialGate = kQ24One - 1;
-    static constexpr bool kTakesVectors = false, kInSteadyRuns = false;
+    static constexpr bool kTakesVectors = false;
 
     static int32_t Gate(float gate) { return gate >= 0 ? ToQ24(static_cast<double>(gate)) : 0; }
     [[gnu::always_inline]] static int32_t Magnitude(int32_t x) { return ::Magnitude(x); }
@@ -125,6 +134,14 @@ struct Q24Limiting {
     static int32_t Apply(int32_t x, int32_t gain) { return MulQ24(x, gain); }
     static void ApplyRun(const int32_t* x, int32_t* gains, size_t count) {
         MulQ24Run<0>(gains, x, count);
+    }
+    // The 16 bits that a sample of 2^9 keeps.
+    static void Shorten(const int32_t* from, int16_t* to, size_t count) {
+        size_t i = 0;
+        for (; count - i >= 2 * kLanes; i += 2 * kLanes)
+            StoreShorts(to + i, Load<IntLanes>(from + i) >> kSampleShift,
+                        Load<IntLanes>(from + i + kLanes) >> kSampleShift);
+        for (; i < count; ++i) to[i] = static_cast<int16_t>(from[i] >> kSampleShift);
     }
     static int32_t Smooth(int32_t smoothed, int32_t target) {
         constexpr int32_t kKeep = ToQ24(0.8999), kTake = ToQ24(0.0999);
@@ -141,9 +158,9 @@ struct Q24Limiting {
         int32_t operator()(int32_t gate, int32_t peak) {
             if (peak != lastPeak) {
                 lastPeak = peak;
-                last = kSoftFloat
-                           ? ShortQuotient(gate, peak)
-                           : static_cast<int32_t>((static_cast<int64_t>(gate) << kQ24Bits) / peak);
+                last = kWideProducts
+                           ? static_cast<int32_t>((static_cast<int64_t>(gate) << kQ24Bits) / peak)
+                           : ShortQuotient(gate, peak);
             }
             return last;
         }

@@ -1,4 +1,4 @@
-#include "effects/limiter_runs.h"
+#include "effects/limiter_core.h"
 
 #include <algorithm>
 #include <cstring>
@@ -23,26 +23,9 @@ private:
     uint32_t offset, largest = 0;
 };
 
-// The 16 bits of samples times gains; false if a product exceeds the gate.
-ORVANE_ARM_STATE bool ShortProductsOf(const int32_t* samples, const int32_t* gains, int32_t gate,
-                                      int16_t* out, size_t count) {
-    Exceeding exceeding(gate);
-    for (size_t i = 0; i < count; ++i) {
-        const int32_t output = MulQ24(samples[i], gains[i]);
-        exceeding.Take(output);
-        out[i] = static_cast<int16_t>(output >> kSampleShift);
-    }
-    return !exceeding.Any();
-}
-bool ShortProductsOf(const float* samples, const float* gains, float gate, int16_t* out,
-                     size_t count) {
-    return ShortProducts(gate).MakeRun(samples, gains, out, count) == count;
-}
-
-}  // namespace
-
-template <typename Arithmetic, uint32_t kChannels>
-bool LimiterCore<Arithmetic, kChannels>::AnyAbove(const Sample* samples, size_t count) const {
+// Whether any sample's magnitude exceeds the gate. Lanes: neighbours.
+template <typename Arithmetic, typename Sample>
+ORVANE_ARM_STATE bool AnySampleAbove(const Sample* samples, size_t count, Sample gate) {
     if constexpr (kLanes == 1 && std::is_same_v<Sample, int32_t>) {
         Exceeding exceeding(gate);
         for (size_t i = 0; i < count; ++i) exceeding.Take(samples[i]);
@@ -58,6 +41,40 @@ bool LimiterCore<Arithmetic, kChannels>::AnyAbove(const Sample* samples, size_t 
     for (; i < count; ++i) any = any | Arithmetic::Above(samples[i], gate);
     return any;
 }
+
+// The 16 bits of samples times gains, for which the gains may be overwritten. False if a product
+// exceeds the gate.
+template <typename Arithmetic, typename Sample>
+bool ShortsOf(Arithmetic, const Sample* x, Sample* gains, Sample gate, int16_t* out, size_t count) {
+    Arithmetic::ApplyRun(x, gains, count);
+    if (AnySampleAbove<Arithmetic>(gains, count, gate)) return false;
+    Arithmetic::Shorten(gains, out, count);
+    return true;
+}
+[[maybe_unused]] bool ShortsOf(UnpackedLimiting, const float* x, float* gains, float gate,
+                               int16_t* out, size_t count) {
+    return ShortProducts(gate).MakeRun(x, gains, out, count) == count;
+}
+// In one pass, where no vectors have to be filled.
+[[maybe_unused]] ORVANE_ARM_STATE bool ShortsInOnePass(const int32_t* x, const int32_t* gains,
+                                                       int32_t gate, int16_t* out, size_t count) {
+    Exceeding exceeding(gate);
+    for (size_t i = 0; i < count; ++i) {
+        const int32_t output = MulQ24(x[i], gains[i]);
+        exceeding.Take(output);
+        out[i] = static_cast<int16_t>(output >> kSampleShift);
+    }
+    return !exceeding.Any();
+}
+bool ShortsOf(Q24Limiting, const int32_t* x, int32_t* gains, int32_t gate, int16_t* out,
+              size_t count) {
+    if constexpr (kLanes == 1)
+        return ShortsInOnePass(x, gains, gate, out, count);
+    else
+        return ShortsOf<Q24Limiting>(Q24Limiting(), x, gains, gate, out, count);
+}
+
+}  // namespace
 
 template <typename Arithmetic, uint32_t kChannels>
 LimiterCore<Arithmetic, kChannels>::LimiterCore() {
@@ -80,13 +97,39 @@ void LimiterCore<Arithmetic, kChannels>::Reset() {
 }
 
 template <typename Arithmetic, uint32_t kChannels>
+bool LimiterCore<Arithmetic, kChannels>::AnyAbove(const Sample* samples, size_t count) const {
+    return AnySampleAbove<Arithmetic>(samples, count, gate);
+}
+
+template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::Process(Sample* samples, uint32_t frames) {
     while (frames > 0) {
         const uint32_t count = std::min(frames, Room());
-        ProcessChunk(samples, count, Alone());
+        ProcessChunk(samples, count);
         samples += size_t{count} * kChannels;
         frames -= count;
     }
+}
+
+// As ProcessChunkToShort, in place.
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::ProcessChunk(Sample* samples, uint32_t count) {
+    const size_t size = size_t{count} * kChannels;
+    const State before = state;
+    Sample output[kLap * kChannels];
+    MakeGains(samples, count, output, Alone());
+    Arithmetic::ApplyRun(Delayed(), output, size);
+    if (AnyAbove(output, size)) return ProcessFrames(before, samples, count);
+    Advance(samples, count);
+    std::memcpy(samples, output, size * sizeof(Sample));
+}
+
+// A chunk again, frame by frame, from the state before it.
+template <typename Arithmetic, uint32_t kChannels>
+void LimiterCore<Arithmetic, kChannels>::ProcessFrames(const State& before, Sample* samples,
+                                                       uint32_t count) {
+    state = before;
+    for (size_t i = 0; i < size_t{count} * kChannels; i += kChannels) ProcessFrame(samples + i);
 }
 
 template <typename Arithmetic, uint32_t kChannels>
@@ -103,23 +146,8 @@ void LimiterCore<Arithmetic, kChannels>::ProcessFrame(Sample* frame) {
             output[c] = Arithmetic::Apply(delayed[c], state.gain[c]);
         }
     }
-    Advance(frame, output, 1);
-}
-
-template <typename Arithmetic, uint32_t kChannels>
-bool LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, uint32_t count,
-                                                             int16_t* out) {
-    const size_t size = size_t{count} * kChannels;
-    const State before = state;
-    Sample gains[kLap * kChannels];
-    MakeGains(samples, count, gains, Alone());
-    if (ShortProductsOf(Delayed(), gains, gate, out, size)) {
-        Advance(samples, samples, count);
-        return true;
-    }
-    state = before;
-    for (size_t i = 0; i < size; i += kChannels) ProcessFrame(samples + i);
-    return false;
+    Advance(frame, 1);
+    std::memcpy(frame, output, sizeof output);
 }
 
 template <typename Arithmetic, uint32_t kChannels>
@@ -230,33 +258,17 @@ auto LimiterCore<Arithmetic, kChannels>::Delayed() -> const Sample* {
     return ring + (next + 1) * kChannels;
 }
 
-// The gains become outputs. False if one exceeds the gate.
+// The gains become outputs of 16 bits. False if one exceeds the gate.
 template <typename Arithmetic, uint32_t kChannels>
-bool LimiterCore<Arithmetic, kChannels>::Multiply(uint32_t count, Sample* gains) {
-    const size_t size = size_t{count} * kChannels;
-    Arithmetic::ApplyRun(Delayed(), gains, size);
-    return !AnyAbove(gains, size);
+bool LimiterCore<Arithmetic, kChannels>::MakeShorts(Sample* gains, uint32_t count, int16_t* out) {
+    return ShortsOf(Arithmetic(), Delayed(), gains, gate, out, size_t{count} * kChannels);
 }
 
-// `samples` take their place in the ring, outputs theirs.
+// The samples take their place in the ring.
 template <typename Arithmetic, uint32_t kChannels>
-void LimiterCore<Arithmetic, kChannels>::Advance(Sample* samples, const Sample* output,
-                                                 uint32_t count) {
-    Sample* const newest = ring + size_t{next} * kChannels;
-    const size_t size = size_t{count} * kChannels;
-    if constexpr (kLanes == 1) {
-        std::memcpy(newest, samples, size * sizeof(Sample));
-        if (output != samples) std::memcpy(samples, output, size * sizeof(Sample));
-    } else {
-        const auto exchange = [=]<typename V>(V, size_t i) {
-            Store(newest + i, Load<V>(samples + i));
-            Store(samples + i, Load<V>(output + i));
-        };
-        using V = typename VectorOf<Sample, kLanes>::Type;
-        size_t i = 0;
-        for (; size - i >= kLanes; i += kLanes) exchange(V{}, i);
-        for (; i < size; ++i) exchange(Sample{}, i);
-    }
+void LimiterCore<Arithmetic, kChannels>::Advance(const Sample* samples, uint32_t count) {
+    std::memcpy(ring + size_t{next} * kChannels, samples,
+                size_t{count} * kChannels * sizeof(Sample));
     next = (next + count) % kWindow;
     framesSinceGate = std::min(framesSinceGate + count, kWindow);
     for (int32_t& age : state.age) age = std::min<int32_t>(age, kWindow);
@@ -266,7 +278,7 @@ template class LimiterCore<FloatLimiting, 1>;
 template class LimiterCore<FloatLimiting, 2>;
 template class LimiterCore<Q24Limiting, 1>;
 template class LimiterCore<Q24Limiting, 2>;
-template void LimiterCore<FloatLimiting, 1>::ProcessChunk(float*, uint32_t, Alone);
-template void LimiterCore<FloatLimiting, 2>::ProcessChunk(float*, uint32_t, Alone);
-template void LimiterCore<Q24Limiting, 1>::ProcessChunk(int32_t*, uint32_t, Alone);
-template void LimiterCore<Q24Limiting, 2>::ProcessChunk(int32_t*, uint32_t, Alone);
+template void LimiterCore<FloatLimiting, 1>::ProcessChunkToShort(float*, uint32_t, int16_t*, Alone);
+template void LimiterCore<FloatLimiting, 2>::ProcessChunkToShort(float*, uint32_t, int16_t*, Alone);
+template void LimiterCore<Q24Limiting, 1>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*, Alone);
+template void LimiterCore<Q24Limiting, 2>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*, Alone);

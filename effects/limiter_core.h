@@ -13,14 +13,13 @@
 // those that do count, until every frame of it is younger than the change. A magnitude that isn't a
 // number counts as 0.
 #pragma once
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
+#include <cstring>
 
 #include "dsp/arm_state.h"
 #include "dsp/stream.h"
-#include "effects/limiter_arithmetic.h"
+#include "effects/limiter_runs.h"
 
 template <typename Arithmetic, uint32_t kChannels>
 class LimiterCore {
@@ -35,50 +34,38 @@ public:
     // In place, interleaved.
     void Process(Sample* samples, uint32_t frames);
 
-    // The same bits in chunks that don't leave a lap, which Room frames do not: first the gains
-    // of a chunk, then its products. If one exceeds the gate, which moves the gains, frame by
-    // frame. Runner (runs.h) runs the gains, alone or beside another recurrence.
+    // To 16 bits, and with the same bits as ProcessFrame on each frame. `samples` are overwritten.
+    // `count` is at most Room(). The gains of the whole chunk are made first, then applied. If an
+    // output would exceed the gate, the chunk is processed again frame by frame, because the gate
+    // then moves the gains. Runner (dsp/runs.h) runs the gains, alone or beside another recurrence.
     template <typename Runner>
-    void ProcessChunk(Sample* samples, uint32_t count, Runner runner);
-    // ProcessChunk to 16 bits, of floats as samples.h has them, of integers the upper ones; what is
-    // left in `samples` means nothing. For processors without floats. False if it can't be done so:
-    // `samples` hold the outputs, `out` nothing.
-    bool ProcessChunkToShort(Sample* samples, uint32_t count, int16_t* out);
-    // Frames that stay in a lap, `ahead` frames from now.
+    void ProcessChunkToShort(Sample* samples, uint32_t count, int16_t* out, Runner runner);
+    // Returns how many frames can be processed, beginning `ahead` frames from now, before the lap
+    // ends.
     uint32_t Room(uint32_t ahead = 0) const { return kLap - (next + ahead) % kLap; }
 
 private:
     static constexpr uint32_t kWindow = 256, kLap = 128, kLaps = kWindow / kLap;
     // Callers keep what they do with a lap in arrays of one chunk.
     static_assert(kLap <= kChunkFrames && kWindow % kLap == 0);
-    template <typename V>
-    struct GainRun;
-    template <typename V>
-    struct RestRun;
-
-    struct State {
-        Sample running[kChannels] = {};  // the largest magnitude of this lap
-        Sample smoothed[kChannels];      // smoothed target
-        Sample gain[kChannels];          // applied to the delayed sample
-        int32_t age[kChannels] = {};     // frames since limiting began, to 256; 0: not limiting
-    };
+    using State = LimiterState<Sample, kChannels>;
 
     uint32_t InLap() const { return next % kLap; }
     bool Limiting() const;
     bool AtRest() const;
-    ORVANE_ARM_STATE bool AnyAbove(const Sample* samples, size_t count) const;
+    bool AnyAbove(const Sample* samples, size_t count) const;
     template <typename Runner>
     void MakeGains(const Sample* samples, uint32_t count, Sample* gains, Runner runner);
-    template <template <typename> typename Run, typename Runner>
-    void RunGains(const Sample* samples, uint32_t count, Sample* gains, Runner runner);
     void ForgetWindow();
     ORVANE_ARM_STATE void OpenLap();
     template <typename V>
     void MakeTails(size_t first);
     void MakeWindow();
     const Sample* Delayed();
-    bool Multiply(uint32_t count, Sample* gains);
-    void Advance(Sample* samples, const Sample* output, uint32_t count);
+    void ProcessChunk(Sample* samples, uint32_t count);
+    bool MakeShorts(Sample* gains, uint32_t count, int16_t* out);
+    void ProcessFrames(const State& before, Sample* samples, uint32_t count);
+    void Advance(const Sample* samples, uint32_t count);
 
     Sample gate = Arithmetic::kInitialGate;
     State state;
@@ -90,24 +77,55 @@ private:
     Sample tails[(kLap + 1) * kChannels] = {};
 };
 
+template <typename Arithmetic, uint32_t kChannels>
+template <typename Runner>
+void LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, uint32_t count,
+                                                             int16_t* out, Runner runner) {
+    if (count == 0) return runner();
+    const State before = state;
+    Sample gains[kLap * kChannels];
+    MakeGains(samples, count, gains, runner);
+    if (MakeShorts(gains, count, out)) return Advance(samples, count);
+    ProcessFrames(before, samples, count);
+    Arithmetic::Shorten(samples, out, size_t{count} * kChannels);
+}
+
+// The gains of `count` frames that don't leave the lap; moves the state on.
+template <typename Arithmetic, uint32_t kChannels>
+template <typename Runner>
+void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32_t count,
+                                                   Sample* gains, Runner runner) {
+    const GainFrames<Sample> frames = {samples, tails + (InLap() + 1) * kChannels, gains, gate};
+    const bool limiting = Limiting();
+    if (limiting || AnyAbove(samples, size_t{count} * kChannels)) {
+        if (!limiting)
+            ForgetWindow();
+        else if (InLap() == 0)
+            framesSinceGate < kWindow ? MakeWindow() : OpenLap();
+        RunGains<true>(Arithmetic(), frames, state, count, runner);
+    } else if (AtRest()) {
+        for (uint32_t i = 0; i < count; ++i)
+            std::memcpy(gains + i * kChannels, state.gain, sizeof state.gain);
+        runner();
+    } else {
+        RunGains<false>(Arithmetic(), frames, state, count, runner);
+    }
+}
+
 extern template class LimiterCore<FloatLimiting, 1>;
 extern template class LimiterCore<FloatLimiting, 2>;
 extern template class LimiterCore<Q24Limiting, 1>;
 extern template class LimiterCore<Q24Limiting, 2>;
 
-// One channel whose samples lie `stride` apart, in place, a lap's worth at a time.
-template <typename Arithmetic>
-void ProcessStrided(LimiterCore<Arithmetic, 1>& core, typename Arithmetic::Sample* samples,
-                    uint32_t frames, uint32_t stride) {
-    typename Arithmetic::Sample run[kChunkFrames];
-    for (uint32_t left = frames; left > 0;) {
-        const uint32_t count = std::min<uint32_t>(left, std::size(run));
-        for (size_t i = 0; i < count; ++i) run[i] = samples[i * stride];
-        core.Process(run, count);
-        for (size_t i = 0; i < count; ++i, samples += stride) *samples = run[i];
-        left -= count;
-    }
-}
+// One copy of what runs alone.
+extern template void LimiterCore<FloatLimiting, 1>::ProcessChunkToShort(float*, uint32_t, int16_t*,
+                                                                        Alone);
+extern template void LimiterCore<FloatLimiting, 2>::ProcessChunkToShort(float*, uint32_t, int16_t*,
+                                                                        Alone);
+extern template void LimiterCore<Q24Limiting, 1>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*,
+                                                                      Alone);
+extern template void LimiterCore<Q24Limiting, 2>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*,
+                                                                      Alone);
 
 // A limiter of all channels of interleaved frames, 1 or 2: the samples of a limiter for each.
 template <typename Arithmetic>
@@ -131,13 +149,10 @@ public:
     }
     // As LimiterCore has them.
     template <typename Runner>
-    void ProcessChunk(Sample* samples, uint32_t count, uint32_t channels, Runner runner) {
-        if (channels == 1) mono.ProcessChunk(samples, count, runner);
-        if (channels == 2) stereo.ProcessChunk(samples, count, runner);
-    }
-    bool ProcessChunkToShort(Sample* samples, uint32_t count, uint32_t channels, int16_t* out) {
-        return channels == 1 ? mono.ProcessChunkToShort(samples, count, out)
-                             : stereo.ProcessChunkToShort(samples, count, out);
+    void ProcessChunkToShort(Sample* samples, uint32_t count, uint32_t channels, int16_t* out,
+                             Runner runner) {
+        if (channels == 1) mono.ProcessChunkToShort(samples, count, out, runner);
+        if (channels == 2) stereo.ProcessChunkToShort(samples, count, out, runner);
     }
     uint32_t Room(uint32_t ahead, uint32_t channels) const {
         return channels == 1 ? mono.Room(ahead) : stereo.Room(ahead);

@@ -1,27 +1,48 @@
-// The limiters' recurrences, for processors that run others beside them.
+// The limiters' recurrences over a run of frames: the window's peak, its target, the gain. They run
+// alone or beside another recurrence (dsp/runs.h).
 #pragma once
-#include <cstring>
+#include <cstddef>
+#include <cstdint>
 #include <type_traits>
 
 #include "dsp/runs.h"
-#include "effects/limiter_core.h"
+#include "effects/limiter_arithmetic.h"
 #include "effects/steady_gains.h"
 
-// Frame by frame, for as many channels as V has lanes, from `first` on: the window's peak, its
-// target, the gain.
-template <typename Arithmetic, uint32_t kChannels>
-template <typename V>
-struct LimiterCore<Arithmetic, kChannels>::GainRun {
+// What a limiter keeps from frame to frame, by channel.
+template <typename Sample, uint32_t kChannels>
+struct LimiterState {
+    Sample running[kChannels] = {};  // the largest magnitude of this lap
+    Sample smoothed[kChannels];      // smoothed target
+    Sample gain[kChannels];          // applied to the delayed sample
+    int32_t age[kChannels] = {};     // frames since limiting began, to 256; 0: not limiting
+};
+
+// Frames that don't leave a lap, interleaved: `in` and the tails of the window behind each
+// (limiter_core.h) are read, the gains written.
+template <typename Sample>
+struct GainFrames {
+    const Sample* in;
+    const Sample* tails;
+    Sample* gains;
+    Sample gate;
+};
+
+// Frame by frame, for as many channels as V has lanes, from `first` on.
+template <typename Arithmetic, typename V, uint32_t kChannels>
+struct GainRun {
+    using Sample = typename Arithmetic::Sample;
+    using State = LimiterState<Sample, kChannels>;
     using Ages = typename VectorOf<int32_t, kWidth<V, Sample>>::Type;
 
-    GainRun(const LimiterCore& core, size_t first, const Sample* samples, Sample* gainsOut)
-        : in(samples + first),
-          tails(core.tails + (core.InLap() + 1) * kChannels + first),
-          gains(gainsOut + first),
-          gate(Broadcast<V>(core.gate)),
-          running(Load<V>(core.state.running + first)),
-          recurrence{Load<V>(core.state.smoothed + first), Load<V>(core.state.gain + first)},
-          age(Load<Ages>(core.state.age + first)) {}
+    GainRun(const GainFrames<Sample>& frames, const State& state, size_t first)
+        : in(frames.in + first),
+          tails(frames.tails + first),
+          gains(frames.gains + first),
+          gate(Broadcast<V>(frames.gate)),
+          running(Load<V>(state.running + first)),
+          recurrence{Load<V>(state.smoothed + first), Load<V>(state.gain + first)},
+          age(Load<Ages>(state.age + first)) {}
 
     [[gnu::always_inline]] void Step(size_t i) {
         running = Arithmetic::Larger(Arithmetic::Magnitude(Load<V>(in + i * kChannels)), running);
@@ -55,84 +76,50 @@ struct LimiterCore<Arithmetic, kChannels>::GainRun {
 };
 
 // The same while nothing in the window exceeds the gate.
-template <typename Arithmetic, uint32_t kChannels>
-template <typename V>
-struct LimiterCore<Arithmetic, kChannels>::RestRun : GainRun<V> {
-    using GainRun<V>::GainRun;
+template <typename Arithmetic, typename V, uint32_t kChannels>
+struct RestRun : GainRun<Arithmetic, V, kChannels> {
+    using GainRun<Arithmetic, V, kChannels>::GainRun;
     [[gnu::always_inline]] void Step(size_t i) {
         this->Follow(i, Broadcast<V>(Arithmetic::kUnity));
     }
 };
 
-template <typename Arithmetic, uint32_t kChannels>
-template <typename Runner>
-void LimiterCore<Arithmetic, kChannels>::ProcessChunk(Sample* samples, uint32_t count,
-                                                      Runner runner) {
-    if (count == 0) return runner();
-    const size_t size = size_t{count} * kChannels;
-    const State before = state;
-    Sample output[kLap * kChannels];
-    MakeGains(samples, count, output, runner);
-    if (Multiply(count, output)) {
-        Advance(samples, output, count);
-    } else {
-        state = before;
-        for (size_t i = 0; i < size; i += kChannels) ProcessFrame(samples + i);
-    }
-}
-
-// The gains of `count` frames that don't leave the lap; moves the state on.
-template <typename Arithmetic, uint32_t kChannels>
-template <typename Runner>
-void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32_t count,
-                                                   Sample* gains, Runner runner) {
-    if (Limiting()) {
-        if (InLap() == 0) framesSinceGate < kWindow ? MakeWindow() : OpenLap();
-        RunGains<GainRun>(samples, count, gains, runner);
-    } else if (AnyAbove(samples, size_t{count} * kChannels)) {
-        ForgetWindow();
-        RunGains<GainRun>(samples, count, gains, runner);
-    } else if (!Arithmetic::kInSteadyRuns && AtRest()) {
-        for (uint32_t i = 0; i < count; ++i)
-            std::memcpy(gains + i * kChannels, state.gain, sizeof state.gain);
-        runner();
-    } else {
-        RunGains<RestRun>(samples, count, gains, runner);
-    }
-}
-
-template <typename Arithmetic, uint32_t kChannels>
-template <template <typename> typename Run, typename Runner>
-void LimiterCore<Arithmetic, kChannels>::RunGains(const Sample* samples, uint32_t count,
-                                                  Sample* gains, Runner runner) {
-    if constexpr (Arithmetic::kInSteadyRuns) {
-        for (uint32_t c = 0; c < kChannels; ++c) {
-            SteadyGains run = {samples + c,
-                               tails + (InLap() + 1) * kChannels + c,
-                               gains + c,
-                               kChannels,
-                               gate,
-                               state.running[c],
-                               state.smoothed[c],
-                               state.gain[c],
-                               state.age[c]};
-            std::is_same_v<Run<Sample>, RestRun<Sample>> ? run.Rest(count) : run.Limit(count);
-        }
-        runner();
-    } else if constexpr (kChannels == 1 || Arithmetic::kTakesVectors) {
-        Run<typename VectorOf<Sample, kChannels>::Type> all(*this, 0, samples, gains);
+// The gains of `count` frames; moves the state on. kLimiting: whether the window may exceed the
+// gate. Two channels share a vector, or take each step one after the other.
+template <bool kLimiting, typename Arithmetic, uint32_t kChannels, typename Runner>
+void RunGains(Arithmetic, const GainFrames<typename Arithmetic::Sample>& frames,
+              LimiterState<typename Arithmetic::Sample, kChannels>& state, uint32_t count,
+              Runner runner) {
+    constexpr bool kTogether = kChannels == 1 || Arithmetic::kTakesVectors;
+    using V = typename VectorOf<typename Arithmetic::Sample, kTogether ? kChannels : 1>::Type;
+    using Run = std::conditional_t<kLimiting, GainRun<Arithmetic, V, kChannels>,
+                                   RestRun<Arithmetic, V, kChannels>>;
+    if constexpr (kTogether) {
+        Run all(frames, state, 0);
         runner(all, count);
         all.Keep(state, 0);
     } else {
-        BothRuns<Run<Sample>> both = {{*this, 0, samples, gains}, {*this, 1, samples, gains}};
+        BothRuns<Run> both = {{frames, state, 0}, {frames, state, 1}};
         runner(both, count);
         both.first.Keep(state, 0);
         both.second.Keep(state, 1);
     }
 }
-
-// One copy of what runs alone.
-extern template void LimiterCore<FloatLimiting, 1>::ProcessChunk(float*, uint32_t, Alone);
-extern template void LimiterCore<FloatLimiting, 2>::ProcessChunk(float*, uint32_t, Alone);
-extern template void LimiterCore<Q24Limiting, 1>::ProcessChunk(int32_t*, uint32_t, Alone);
-extern template void LimiterCore<Q24Limiting, 2>::ProcessChunk(int32_t*, uint32_t, Alone);
+// The same peak by peak, one channel after the other.
+template <bool kLimiting, uint32_t kChannels, typename Runner>
+void RunGains(UnpackedLimiting, const GainFrames<float>& frames,
+              LimiterState<float, kChannels>& state, uint32_t count, Runner runner) {
+    for (uint32_t c = 0; c < kChannels; ++c) {
+        SteadyGains run = {.in = frames.in + c,
+                           .tails = frames.tails + c,
+                           .gains = frames.gains + c,
+                           .stride = kChannels,
+                           .gate = frames.gate,
+                           .running = state.running[c],
+                           .smoothed = state.smoothed[c],
+                           .gain = state.gain[c],
+                           .age = state.age[c]};
+        kLimiting ? run.Limit(count) : run.Rest(count);
+    }
+    runner();
+}

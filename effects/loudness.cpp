@@ -4,8 +4,8 @@
 #include <type_traits>
 
 #include "dsp/fixed_point.h"
+#include "dsp/lanes.h"
 #include "dsp/runs.h"
-#include "dsp/softfloat/number.h"
 
 namespace {
 
@@ -25,13 +25,13 @@ struct Halves {
     int16_t high, low;
 };
 
-// The same where no lanes have to be filled.
+// The same in one product, where no vectors have to be filled.
 struct Doubled {
     explicit Doubled(int32_t c) : twice(2 * c) {}
     [[gnu::always_inline]] int32_t Times(int16_t s) const { return MulHigh16(twice, s); }
     int32_t twice;
 };
-using Coefficient = std::conditional_t<kSoftFloat, Doubled, Halves>;
+using Coefficient = std::conditional_t<kLanes == 1, Doubled, Halves>;
 
 // The share of the inputs in the outputs; the frames before lie in front. Lanes: neighbours, made
 // by compilers, since the arrays don't overlap.
@@ -48,11 +48,11 @@ void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* __restrict s
 
 // What outputs of one channel take from earlier ones, and their squares. Products in 64 bits, so
 // that none has to widen its factors; where registers have as many, coefficients stand higher, so
-// that one shift leaves the 32 bits of a sum with their sign. Processors without floats get narrow
-// factors, whose products take one instruction.
+// that one shift leaves the 32 bits of a sum with their sign. Narrow registers get narrow factors,
+// whose products take one instruction.
 struct OutputRun {
-    using Factor = std::conditional_t<kSoftFloat, int32_t, int64_t>;
-    static constexpr int kShift = sizeof(void*) == sizeof(int64_t) && !kSoftFloat ? 32 : kQ24Bits;
+    using Factor = std::conditional_t<kWideProducts, int64_t, int32_t>;
+    static constexpr int kShift = kWideProducts ? 32 : kQ24Bits;
     static constexpr int kUp = kShift - kQ24Bits;
 
     OutputRun(const int32_t* shares, const BiquadCoefficients<int32_t>& c,
@@ -83,6 +83,16 @@ struct OutputRun {
     uint64_t energy;
 };
 
+// Where registers hold one recurrence only, one after the other.
+void RunBoth(OutputRun& left, OutputRun& right, size_t count) {
+    if constexpr (kWideProducts) {
+        RunTogether(left, count, right, count);
+    } else {
+        RunAlone(left, count);
+        RunAlone(right, count);
+    }
+}
+
 }  // namespace
 
 uint64_t AddEnergy(const int16_t* samples, size_t count, ptrdiff_t stride, Biquad_FP& filter) {
@@ -112,7 +122,7 @@ uint64_t LargerEnergy(const int16_t* frames, size_t count, Biquad_FP* filters) {
         for (size_t at = 2 * first; at < 2 * count;) {
             const size_t size = std::min(2 * count - at, kChunk);
             (c.b1 == 0 ? AddInputs<false> : AddInputs<true>)(c, frames + at, size, inputs);
-            RunTogether(l, size / 2, r, size / 2);
+            RunBoth(l, r, size / 2);
             at += size;
         }
         const int16_t* const last = frames + 2 * (count - 1);

@@ -1,8 +1,11 @@
 #include "effects/orvane_sound.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <new>
+
+#include "effects/band_mix.h"
 
 namespace {
 
@@ -19,6 +22,13 @@ constexpr float kSmallestQuality = 1e-5F;
 // Multiplied last: at 35000 Hz, 0.2 ms are 6 frames, not 7.
 size_t DelayFrames(uint32_t rateHz, double ns) {
     return static_cast<size_t>(static_cast<double>(rateHz) / 1000000000.0 * ns);
+}
+
+// The bands of one channel, from some pair of the block on.
+template <typename Real, typename Channel>
+DelayedBands<Real> BandsOf(Channel& channel, size_t at, const BandWeights<Real>& weights) {
+    return {channel.Block() + at, channel.bandDelay.Delayed() + at, channel.lowDelay.Delayed() + at,
+            weights};
 }
 
 std::unique_ptr<WaveBuffer_R32> MakeBuffer(uint32_t channels, uint32_t frames) {
@@ -86,7 +96,7 @@ bool OrvaneSound<Sample, Real>::GetPrepared() const {
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::Reset() {
     loContourFilter.ClearHistory();
-    if constexpr (kContourLast) contoured = 0;
+    contoured = 0;
     if (!GetPrepared()) return;
     for (uint32_t c = 0; c < channels; ++c) {
         state[c].tails.Clear();
@@ -95,6 +105,13 @@ void OrvaneSound<Sample, Real>::Reset() {
     }
     inputBuffer->Reset();
     outputBuffer->Reset();
+}
+
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::Set(ParameterId id, float value, int /*band*/) {
+    if (id == PARAM_ENHANCER_ENABLE) SetEnable(value != 0);
+    if (id == PARAM_ENHANCER_PROCESS) SetProcess(value);
+    if (id == PARAM_ENHANCER_LOCONTOUR) SetLoContour(value);
 }
 
 template <typename Sample, typename Real>
@@ -126,7 +143,7 @@ void OrvaneSound<Sample, Real>::SetChannels(uint32_t count) {
 
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::SetProcess(float amount) {
-    if (std::isfinite(amount)) process = amount;
+    if (std::isfinite(amount)) weights.high = amount;
 }
 
 template <typename Sample, typename Real>
@@ -188,6 +205,113 @@ uint32_t OrvaneSound<Sample, Real>::ProcessBuffer() {
     if (!GetPrepared()) return inputBuffer ? inputBuffer->GetBufferOffset() : 0;
     while (inputBuffer->GetBufferOffset() >= blockSize) RunBlock();
     return inputBuffer->GetBufferOffset();
+}
+
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::RunBlock() {
+    const bool stereo = channels == 2;
+    Channel &left = state[0], &right = state[1];
+    if (stereo)
+        Unweave(inputBuffer->GetCurrentBufferR32Ptr(), kPairs, left.Block(), right.Block());
+    else
+        Unweave(inputBuffer->GetCurrentBufferR32Ptr(), kPairs, left.Block());
+    inputBuffer->DropFrames(kBlock);
+    for (uint32_t c = 0; c < channels; ++c)
+        filters.Split(state[c].tails, state[c].Block(),
+                      {state[c].lowDelay.Next(), state[c].Block(), state[c].bandDelay.Next()});
+    PushBands();
+    for (uint32_t c = 0; c < channels; ++c) {
+        state[c].bandDelay.Advance();
+        state[c].lowDelay.Advance();
+    }
+}
+
+// Where the output goes on, which has room for it and holds a block more from now on.
+template <typename Sample, typename Real>
+float* OrvaneSound<Sample, Real>::AppendBlock() {
+    const uint32_t held = outputBuffer->GetBufferOffset();
+    outputBuffer->SetBufferOffset(held + kBlock);
+    return outputBuffer->GetCurrentBufferR32Ptr() + size_t{held} * channels;
+}
+
+// The sums of a block's bands to the output. Unpacked numbers add the contour at once.
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::PushBands() {
+    if constexpr (kContourLast) {
+        const std::array bands = {BandsOf(state[0], 0, weights),
+                                  BandsOf(state[channels - 1], 0, weights)};
+        if constexpr (kSoftFloat) AddContourToWaiting();
+        float* const frames = AppendBlock();
+        if constexpr (kSoftFloat)
+            if (MixUnpacked(bands, &loContourFilter, kPairs, channels, frames)) {
+                contoured += kBlock;
+                return;
+            }
+        WeaveChannels(bands, channels, kPairs, frames);
+    } else {
+        PushBandsAndContour();
+    }
+}
+
+// The same with the contour, a chunk at a time.
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::PushBandsAndContour() {
+    Real frames[kChunkFrames * kMaxChannels], contour[kChunkFrames];
+    for (size_t at = 0; at < kPairs; at += kChunkFrames / 2) {
+        const size_t pairs = std::min<size_t>(kChunkFrames / 2, kPairs - at), count = 2 * pairs;
+        WeaveChannels(
+            std::array{BandsOf(state[0], at, weights), BandsOf(state[channels - 1], at, weights)},
+            channels, pairs, frames);
+        SumChannels(frames, channels, count, contour);
+        loContourFilter.Process(contour, static_cast<uint32_t>(count));
+        AddToChannels(contour, channels, count, frames);
+        outputBuffer->PushSamples(frames, static_cast<uint32_t>(count));
+    }
+}
+
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::Begin(Chunk& chunk, const float* frames, size_t count) {
+    if constexpr (kContourLast) {
+        chunk.done = count;
+        if (enabled) {
+            chunk.done = std::min<size_t>(count, contoured);
+            contoured -= static_cast<uint32_t>(chunk.done);
+        }
+        chunk.count = count - chunk.done;
+        chunk.run = loContourFilter.Begin(chunk.sums);
+        SumChannels(frames + chunk.done * channels, channels, chunk.count, chunk.sums);
+    }
+}
+
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::Finish(const Chunk& chunk, float* frames) {
+    if constexpr (kContourLast) {
+        loContourFilter.Finish(chunk.run);
+        AddToChannels(chunk.sums, channels, chunk.count, frames + chunk.done * channels);
+    }
+}
+
+// To the first n frames of the output.
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::AddContour(uint32_t n) {
+    float* frames = outputBuffer->GetCurrentBufferR32Ptr();
+    for (uint32_t left = n; left > 0;) {
+        const uint32_t count = std::min<uint32_t>(left, kChunkFrames);
+        Chunk chunk;
+        Begin(chunk, frames, count);
+        RunAlone(chunk.run, chunk.count);
+        Finish(chunk, frames);
+        frames += size_t{count} * channels;
+        left -= count;
+    }
+}
+
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::AddContourToWaiting() {
+    if (!GetPrepared()) return;
+    const uint32_t waiting = outputBuffer->GetBufferOffset();
+    AddContour(waiting);
+    contoured = waiting;
 }
 
 template class OrvaneSound<float, float>;

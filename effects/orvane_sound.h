@@ -23,10 +23,12 @@
 #include "dsp/biquad.h"
 #include "dsp/owned_array.h"
 #include "dsp/planar_delay.h"
-#include "dsp/softfloat/number.h"
+#include "dsp/runs.h"
+#include "dsp/softfloat/contour_mix.h"
 #include "dsp/stream.h"
 #include "dsp/wave_buffer.h"
 #include "platform/export.h"
+#include "table/parameters.h"
 
 // What the variants don't share. The weights of the float variant are tuned: with a process amount
 // of 1 the middle band stands 0.8 dB above the high one and the low band 0.4 dB below it.
@@ -34,12 +36,12 @@ template <typename Real>
 struct OrvaneSoundVariant;
 template <>
 struct OrvaneSoundVariant<float> {
-    static constexpr float kLowWeight = 0.95F, kBandWeight = 1.1F;
+    static constexpr BandWeights<float> kWeights = {.high = 1, .band = 1.1F, .low = 0.95F};
     static constexpr bool kForgetsWhenSwitchedOn = true;
 };
 template <>
 struct OrvaneSoundVariant<double> {
-    static constexpr double kLowWeight = 1, kBandWeight = 1;
+    static constexpr BandWeights<double> kWeights = {.high = 1, .band = 1, .low = 1};
     static constexpr bool kForgetsWhenSwitchedOn = false;
 };
 
@@ -51,6 +53,8 @@ public:
     explicit OrvaneSound(uint32_t capacityFrames);
     ~OrvaneSound();
 
+    // One parameter of the table, in its units; a switch is off at 0. Others are ignored.
+    ORVANE_LOCAL void Set(ParameterId id, float value, int band);
     // Returns whether the setting changed. Switching the float variant on forgets the history; the
     // double variant keeps it.
     bool SetEnable(bool enable);
@@ -84,19 +88,19 @@ public:
     // Processes every whole block that waits in the input buffer; returns the frames left there.
     uint32_t ProcessBuffer();
 
-    // Process in two steps, for a chain that runs the contour beside another recurrence. First all
-    // but the contour; then the contour of the frames that came back, in order, up to kChunkFrames
-    // at a time: begun, run (runs.h), added. Where floats are unpacked there is nothing left to
-    // run.
-    static constexpr bool kContourLast = !kSoftFloat && std::is_same_v<Real, float>;
-    struct ContourChunk {
+    // Process in steps, for a chain that runs other recurrences beside the contour's. First all but
+    // the contour; then the contour of the frames that came back, in order, up to kChunkFrames at a
+    // time: begun, run (dsp/runs.h), added.
+    static constexpr bool kContourLast = std::is_same_v<Real, float>;
+    struct ORVANE_LOCAL Chunk {
+        auto Rest() { return Beside(run, count); }
         BiquadRun<float> run;
         size_t done, count;  // frames at the front that have their contour, and those that want it
         alignas(Lanes) float sums[kChunkFrames];
     };
     ORVANE_LOCAL uint32_t ProcessBands(float* samples, uint32_t n);
-    ORVANE_LOCAL void BeginContour(ContourChunk& chunk, const float* frames, size_t count);
-    ORVANE_LOCAL void FinishContour(const ContourChunk& chunk, float* frames);
+    ORVANE_LOCAL void Begin(Chunk& chunk, const float* frames, size_t count);
+    ORVANE_LOCAL void Finish(const Chunk& chunk, float* frames);
 
 private:
     static constexpr uint32_t kKernelLength = 255, kBlock = 770;  // taps; frames
@@ -122,7 +126,7 @@ private:
     ORVANE_LOCAL void RunBlock();
     ORVANE_LOCAL float* AppendBlock();
     ORVANE_LOCAL void PushBands();
-    ORVANE_LOCAL void PushBandsWithContour();
+    ORVANE_LOCAL void PushBandsAndContour();
     ORVANE_LOCAL void AddContour(uint32_t n);
     ORVANE_LOCAL void AddContourToWaiting();
     template <bool withContour, typename External>
@@ -135,7 +139,7 @@ private:
     Contour loContourFilter;
     uint32_t contoured = 0;  // frames at the front of the output that have their contour
     bool enabled = false;
-    Real process = 1;
+    BandWeights<Real> weights = OrvaneSoundVariant<Real>::kWeights;
     Real loContour = 0;
     uint32_t bufferCapacity;  // frames
     uint32_t channels = 2;

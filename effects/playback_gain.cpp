@@ -32,18 +32,18 @@ void FillLine(int32_t gain, int32_t step, int32_t* gains) {
 }
 
 // Below it the gains of AmplifyAlong must stay.
-constexpr int64_t kLineGainLimit = kSoftFloat ? int64_t{1} << 30 : INT64_MAX;
+constexpr int64_t kLineGainLimit = kLanes == 1 ? int64_t{1} << 30 : INT64_MAX;
 
-// Samples of 2^9 times a gain, at least 0, that moves by a step a frame, for up to `longest`
-// frames. Where floats are unpacked nothing is gained by vectors.
-template <size_t channels, size_t longest>
+// Samples of 2^9 times a gain, at least 0, that moves by a step a frame, for up to kChunkFrames
+// frames. Without vectors one product of 32 by 16 bits does it.
+template <size_t channels>
 void AmplifyAlong(const int16_t* in, size_t frames, int32_t gain, int32_t step, int32_t* chunk) {
-    if constexpr (kSoftFloat) {
+    if constexpr (kLanes == 1) {
         constexpr int kLeft = 16 - (kQ24Bits - kSampleShift);
         for (; frames > 0; --frames, gain += step)
             for (size_t c = 0; c < channels; ++c) *chunk++ = MulHigh16(gain * (1 << kLeft), *in++);
     } else {
-        FillLine<channels, longest>(gain, step, chunk);
+        FillLine<channels, kChunkFrames>(gain, step, chunk);
         MulQ24Run<kSampleShift>(chunk, in, frames * channels);
     }
 }
@@ -69,6 +69,25 @@ void PlaybackGain::SetVolume(float newVolume) {
 }
 void PlaybackGain::SetMaxGainFactor(float factor) {
     maxGain = ToQ24(static_cast<double>(factor));
+}
+
+void PlaybackGain::Set(ParameterId id, float value, int /*band*/) {
+    switch (id) {
+        case PARAM_PLAYBACKGAIN_ENABLE:
+            SetEnable(value != 0);
+            break;
+        case PARAM_PLAYBACKGAIN_RATIO:
+            SetRatio(value);
+            break;
+        case PARAM_PLAYBACKGAIN_VOLUME:
+            SetVolume(value);
+            break;
+        case PARAM_PLAYBACKGAIN_MAXGAIN:
+            SetMaxGainFactor(value);
+            break;
+        default:
+            break;
+    }
 }
 
 int PlaybackGain::SetEnable(bool enable) {
@@ -128,8 +147,7 @@ void PlaybackGain::AmplifyChunk(const int16_t* in, int32_t* chunk, uint32_t fram
     const int64_t end = gain + lineStep * frames;
     const int64_t least = std::min(gain, end), most = std::max(gain, end);
     if (least >= std::max<int64_t>(lowest, 0) && most <= highest && most < kLineGainLimit) {
-        const auto amplify =
-            channels == 1 ? AmplifyAlong<1, kChunkFrames> : AmplifyAlong<2, kChunkFrames>;
+        const auto amplify = channels == 1 ? AmplifyAlong<1> : AmplifyAlong<2>;
         amplify(in, frames, static_cast<int32_t>(gain), static_cast<int32_t>(lineStep), chunk);
         gain = end;
         return;
@@ -145,15 +163,6 @@ void PlaybackGain::AmplifyChunk(const int16_t* in, int32_t* chunk, uint32_t fram
         else if (gain < lowest)
             gain = lowest;
     }
-}
-
-// The 16 bits that a sample of 2^9 keeps.
-void PlaybackGain::Shorten(const int32_t* from, int16_t* to, size_t count) {
-    size_t i = 0;
-    for (; count - i >= 2 * kLanes; i += 2 * kLanes)
-        StoreShorts(to + i, Load<IntLanes>(from + i) >> kSampleShift,
-                    Load<IntLanes>(from + i + kLanes) >> kSampleShift);
-    for (; i < count; ++i) to[i] = static_cast<int16_t>(from[i] >> kSampleShift);
 }
 
 void PlaybackGain::Begin(const int16_t* in, unsigned int frames) {
@@ -181,3 +190,5 @@ void PlaybackGain::Process(const int16_t* in, int16_t* out, unsigned int frames)
         frames -= count;
     }
 }
+
+template void PlaybackGain::ProcessChunk(const int16_t*, int16_t*, uint32_t, Alone);

@@ -17,8 +17,9 @@
 #include "dsp/biquad_fp.h"
 #include "dsp/fixed_point.h"
 #include "dsp/stream.h"
-#include "effects/limiter_runs.h"
+#include "effects/limiter_core.h"
 #include "platform/export.h"
+#include "table/parameters.h"
 
 class ORVANE_API PlaybackGain {
 public:
@@ -32,6 +33,8 @@ public:
     void SetVolume(float newVolume);
     void SetMaxGainFactor(float factor);
 
+    // One parameter of the table, in its units; a switch is off at 0. Others are ignored.
+    ORVANE_LOCAL void Set(ParameterId id, float value, int band);
     // Returns 1 if the setting changed, else 0. Switching on resets.
     int SetEnable(bool enable);
     // Hz. A new rate designs the weighting filter and resets.
@@ -66,7 +69,6 @@ private:
     ORVANE_LOCAL void DesignWeighting();
     ORVANE_LOCAL int64_t MeasureGain(const int16_t* in, unsigned int frames);
     ORVANE_LOCAL void AmplifyChunk(const int16_t* in, int32_t* chunk, uint32_t frames);
-    ORVANE_LOCAL static void Shorten(const int32_t* from, int16_t* to, size_t count);
 
     float invCompressionRatio = 0.5F;
     float activeCompressionRatio = 2.0F;
@@ -87,14 +89,11 @@ private:
 
 template <typename Runner>
 void PlaybackGain::ProcessChunk(const int16_t* in, int16_t* out, uint32_t count, Runner runner) {
-    const size_t size = size_t{count} * channels;
-    if (!enabled) return runner();
+    if (!enabled || channels == 0) return runner();
     int32_t chunk[kChunkFrames * kMaxChannels];
     AmplifyChunk(in, chunk, count);
-    if constexpr (kSoftFloat) {
-        if (!limiter.ProcessChunkToShort(chunk, count, channels, out)) Shorten(chunk, out, size);
-        return runner();
-    }
-    limiter.ProcessChunk(chunk, count, channels, runner);
-    Shorten(chunk, out, size);
+    limiter.ProcessChunkToShort(chunk, count, channels, out, runner);
 }
+
+// One copy of what runs alone.
+extern template void PlaybackGain::ProcessChunk(const int16_t*, int16_t*, uint32_t, Alone);

@@ -32,7 +32,7 @@
 #include "host/entry_points.h"
 #include "platform/file.h"
 #include "platform/log.h"
-#include "unit/parameters.h"
+#include "table/parameters.h"
 
 // The log, silent: lines would take most of the time.
 void LogInfo(const char*, ...) {}

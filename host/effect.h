@@ -39,3 +39,8 @@ protected:
 
     static_assert(sizeof(std::atomic<bool>) == 1 && ATOMIC_BOOL_LOCK_FREE != 0);
 };
+
+// The effect behind every instance; unit/ defines it. Null if memory is refused.
+Effect* MakeEffect();
+// Null does nothing.
+void DestroyEffect(Effect* effect);

@@ -7,11 +7,11 @@
 #include <iterator>
 #include <new>
 
+#include "host/effect.h"
 #include "host/identity.h"
 #include "platform/file.h"
 #include "platform/log.h"
-#include "unit/parameters.h"
-#include "unit/process_unit_orvane.h"
+#include "table/parameters.h"
 
 namespace {
 
@@ -40,7 +40,7 @@ constexpr effect_descriptor_t gDescriptorNormal = Describe(kOrvaneType);
 // What a handle points at. The framework reads the interface table through the first word.
 struct EffectInstance {
     const effect_interface_s* interface;
-    ProcessUnit_Orvane* unit;               // owned
+    Effect* unit;                           // owned
     const effect_descriptor_t* descriptor;  // as of the creation
 };
 
@@ -181,7 +181,7 @@ int32_t EffectCreate(const effect_uuid_s* uuid, int32_t /*sessionId*/, int32_t /
     LogInfo("EffectCreate(), qth orvane effect (%s), Constructing ProcessUnit_Orvane",
             safeMode ? "safemode" : "normal");
     instance->interface = &gEffectInterface;
-    instance->unit = new (std::nothrow) ProcessUnit_Orvane();
+    instance->unit = MakeEffect();
     if (instance->unit == nullptr) {
         LogInfo("EffectCreate(), qth orvane effect, Error [new ProcessUnit_Orvane() return NULL]");
         LogInfo("EffectCreate(), qth orvane effect, Error [ProcessUnit_Orvane construct failed]");
@@ -198,7 +198,7 @@ int32_t EffectRelease(effect_handle_t handle) {
     if (handle == nullptr) return kStatusInvalid;
     LogInfo("EffectRelease(), Deconstructing ProcessUnit");
     EffectInstance* const instance = InstanceOf(handle);
-    delete instance->unit;
+    DestroyEffect(instance->unit);
     std::free(instance);
     return kStatusOk;
 }

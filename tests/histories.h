@@ -15,7 +15,7 @@
 #include <cstdint>
 
 #include "platform/effect_api.h"
-#include "unit/parameters.h"
+#include "table/parameters.h"
 
 // The histories whose digests are recorded are those from 0 on.
 constexpr uint32_t kRecordedHistories = 400;

@@ -10,7 +10,7 @@
 #include "client/instance.h"
 #include "host/identity.h"
 #include "signals.h"
-#include "unit/parameters.h"
+#include "table/parameters.h"
 
 // The shared library under test: the build's, or what ORVANE_LIBRARY names in the environment.
 inline void* LibraryHandle() {

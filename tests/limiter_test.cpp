@@ -4,7 +4,7 @@
 
 #include <deque>
 
-#include "effects/limiter_fp.h"
+#include "effects/limiter.h"
 #include "signals.h"
 
 namespace {

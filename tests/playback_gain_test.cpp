@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "effects/limiter_fp.h"
+#include "effects/limiter.h"
 #include "effects/loudness.h"
 #include "signals.h"
 

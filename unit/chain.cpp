@@ -4,11 +4,6 @@
 #include <cstddef>
 #include <cstring>
 
-#include "dsp/lanes.h"
-#include "dsp/runs.h"
-#include "dsp/softfloat/samples.h"
-#include "effects/limiter_runs.h"
-
 namespace {
 
 constexpr uint32_t kWaveBufferFrames = 2048;
@@ -23,12 +18,6 @@ void ForEachDefault(Apply apply) {
     }
 }
 
-void Amplify(float* samples, size_t count, float gain) {
-    if constexpr (kSoftFloat) return SoftAmplified(samples, count, gain);
-    ForLanes<float>(count,
-                    [=]<typename V>(size_t i) { Store(samples + i, Load<V>(samples + i) * gain); });
-}
-
 }  // namespace
 
 template <typename Visit>
@@ -37,7 +26,7 @@ void Chain::ForEachStage(Visit visit) {
     visit(playbackGain);
     visit(equalizer);
     visit(enhancer);
-    visit(limiter);
+    visit(limiters);
 }
 
 template <typename Action>
@@ -49,9 +38,9 @@ Chain::Chain(uint32_t rateHz, uint32_t channelCount)
     : samplingRate(rateHz), channels(channelCount) {
     waveBuffer.Make(channels, kWaveBufferFrames);
     playbackGain.Make();
-    limiter.Make();
     equalizer.Make();
     enhancer.Make(0U);
+    limiters.Make();
     HandOnSamplingRate();
     HandOnChannels();
     ForEachDefault([this](ParameterId id, float value, int band) { Set(id, value, band); });
@@ -103,44 +92,9 @@ void Chain::Reset() {
 }
 
 void Chain::Set(ParameterId id, float value, int band) {
-    const auto enable = [value](auto& processor) { processor.SetEnable(value != 0); };
-    switch (id) {
-        case PARAM_PLAYBACKGAIN_ENABLE:
-            playbackGain.ForEach(enable);
-            break;
-        case PARAM_PLAYBACKGAIN_RATIO:
-            playbackGain.ForEach([value](auto& gain) { gain.SetRatio(value); });
-            break;
-        case PARAM_PLAYBACKGAIN_VOLUME:
-            playbackGain.ForEach([value](auto& gain) { gain.SetVolume(value); });
-            break;
-        case PARAM_PLAYBACKGAIN_MAXGAIN:
-            playbackGain.ForEach([value](auto& gain) { gain.SetMaxGainFactor(value); });
-            break;
-        case PARAM_EQUALIZER_ENABLE:
-            equalizer.ForEach(enable);
-            break;
-        case PARAM_EQUALIZER_BANDLEVEL:
-            equalizer.ForEach([&](auto& bands) { bands.SetBandLevel(band, value); });
-            break;
-        case PARAM_ENHANCER_ENABLE:
-            enhancer.ForEach(enable);
-            break;
-        case PARAM_ENHANCER_PROCESS:
-            enhancer.ForEach([value](auto& sound) { sound.SetProcess(value); });
-            break;
-        case PARAM_ENHANCER_LOCONTOUR:
-            enhancer.ForEach([value](auto& sound) { sound.SetLoContour(value); });
-            break;
-        case PARAM_OUTPUT_GAIN:
-            outputGain = value;
-            break;
-        case PARAM_LIMITER_GATE:
-            limiter.ForEach([value](auto& frames) { frames.SetGate(value); });
-            break;
-        default:
-            break;
-    }
+    ForEach([=](auto& processor) {
+        if constexpr (requires { processor.Set(id, value, band); }) processor.Set(id, value, band);
+    });
 }
 
 bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
@@ -165,61 +119,38 @@ bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
     return true;
 }
 
-// Playback gain, float, equalizer: from `in` to `samples`. The gain's limiter of a chunk runs
-// beside the equalizer's sums of the chunk before. `out` is only passed through.
+// Playback gain and equalizer: from `in` to `samples`, by way of `out`. The limiting of a chunk of
+// the gain runs beside the equalizer's sums of the chunk before.
 void Chain::Begin(const int16_t* in, int16_t* out, float* samples, uint32_t frames) {
-    if (!Equalizer::kRunsBeside || channels != 2) {
-        playbackGain->Process(in, out, frames);
-        if (equalizer->ProcessFromShort(out, samples, frames)) return;
-        waveBuffer->Short2Float(out, samples, frames);
-        equalizer->Process(samples, frames);
-        return;
-    }
     playbackGain->Begin(in, frames);
-    Equalizer::StereoChunk sums;
+    Equalizer::Chunk sums;
     for (uint32_t left = frames, count = 0, before = 0; left + before > 0; before = count) {
-        float* const next = samples + size_t{before} * 2;
+        const size_t taken = size_t{before} * channels;
         count = std::min(left, playbackGain->Room());
-        equalizer->Begin(sums, samples, before);
-        playbackGain->ProcessChunk(in, out, count, Beside{sums.run, sums.count});
+        equalizer->Begin(sums, out, samples, before);
+        playbackGain->ProcessChunk(in, out + taken, count, sums.Rest());
         equalizer->Finish(sums, samples);
-        waveBuffer->Short2Float(out, next, count);
-        in += size_t{count} * 2;
-        out += size_t{count} * 2;
-        samples = next;
+        in += size_t{count} * channels;
+        out += taken;
+        samples += taken;
         left -= count;
     }
 }
 
-// Enhancer, output gain, limiter and 16 bits; returns the frames that came out. The contour of a
-// chunk runs beside the limiter's gains of the chunk before, or, where floats are unpacked, the
-// limiter makes the 16 bits.
+// Enhancer and output limiters: from `samples` to `out`; returns the frames that came out. The
+// contour of a chunk runs beside the limiters' gains of the chunk before.
 uint32_t Chain::Finish(float* samples, int16_t* out, uint32_t frames) {
-    if constexpr (!Enhancer::kContourLast) {
-        const uint32_t produced = enhancer->Process(samples, frames);
-        Amplify(samples, static_cast<size_t>(produced) * channels, outputGain);
-        for (uint32_t left = produced, count = 0; left > 0; left -= count) {
-            count = std::min(left, limiter->Room(0, channels));
-            if (!limiter->ProcessChunkToShort(samples, count, channels, out))
-                waveBuffer->Float2Short(samples, out, count);
-            samples += size_t{count} * channels;
-            out += size_t{count} * channels;
-        }
-        return produced;
-    }
     const uint32_t produced = enhancer->ProcessBands(samples, frames);
-    Enhancer::ContourChunk contour;
-    float* chunk = samples;
+    Enhancer::Chunk contour;
     for (uint32_t left = produced, count = 0, before = 0; left + before > 0; before = count) {
-        float* const next = chunk + size_t{before} * channels;
-        count = std::min(left, limiter->Room(before, channels));
-        enhancer->BeginContour(contour, next, count);
-        limiter->ProcessChunk(chunk, before, channels, Beside{contour.run, contour.count});
-        enhancer->FinishContour(contour, next);
-        Amplify(next, size_t{count} * channels, outputGain);
-        chunk = next;
+        const size_t taken = size_t{before} * channels;
+        count = std::min(left, limiters->Room(before));
+        enhancer->Begin(contour, samples + taken, count);
+        limiters->ProcessChunk(samples, before, out, contour.Rest());
+        enhancer->Finish(contour, samples + taken);
+        out += taken;
+        samples += taken;
         left -= count;
     }
-    waveBuffer->Float2Short(samples, out, produced);
     return produced;
 }

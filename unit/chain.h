@@ -1,6 +1,6 @@
 // The processors of one effect instance, their order, and the path of a buffer through them:
 //
-//   playback gain -> float -> equalizer -> enhancer -> output gain -> limiter -> 16 bit
+//   playback gain -> float -> equalizer -> enhancer -> output gain -> limiters -> 16 bit
 //
 // Delay: 255 frames of the output limiters, plus what the enabled processors state. Allocates:
 // construction, SetSamplingRate, SetChannels, and Process beyond 2048 frames. Thread: no lock of
@@ -8,13 +8,12 @@
 #pragma once
 #include <cstdint>
 
-#include "dsp/stream.h"
 #include "dsp/wave_buffer.h"
 #include "effects/fir_equalizer.h"
-#include "effects/limiter_core.h"
 #include "effects/orvane_sound.h"
+#include "effects/output_limiters.h"
 #include "effects/playback_gain.h"
-#include "unit/parameters.h"
+#include "table/parameters.h"
 #include "unit/stage.h"
 
 class Chain {
@@ -67,12 +66,11 @@ private:
     using Enhancer = OrvaneSound_R32R32;
     uint32_t samplingRate;  // Hz
     uint32_t channels;
-    float outputGain = 1.0F;  // linear
     bool ready = false;
     Stage<WaveBuffer_R32> waveBuffer;
     Stage<PlaybackGain> playbackGain;
-    Stage<FrameLimiter<FloatLimiting>> limiter;
     // The variants with double arithmetic are never made here.
     Stage<Equalizer, FIREqualizer_R32R64> equalizer;
     Stage<Enhancer, OrvaneSound_R32R64> enhancer;
+    Stage<OutputLimiters> limiters;
 };

@@ -2,11 +2,12 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "host/reply.h"
 #include "platform/clock.h"
 #include "platform/log.h"
-#include "unit/parameters.h"
+#include "table/parameters.h"
 
 namespace {
 
@@ -55,6 +56,13 @@ void LogParameter(int identifier, int L, int H, int E, int R) {
 }
 
 }  // namespace
+
+Effect* MakeEffect() {
+    return new (std::nothrow) ProcessUnit_Orvane();
+}
+void DestroyEffect(Effect* effect) {
+    delete static_cast<ProcessUnit_Orvane*>(effect);
+}
 
 ProcessUnit_Orvane::ProcessUnit_Orvane() : mutex(), chain(samplingRate, channels) {
     pthread_mutex_init(&mutex, nullptr);

@@ -27,7 +27,7 @@ public:
     int32_t process(audio_buffer_s* in, audio_buffer_s* out) override;
 
     // Commands of the framework, see Effect::command; configure, reset, enable and the parameters
-    // (unit/parameters.h) act here. Always returns 0; the outcome is in the reply. Blocks are
+    // (table/parameters.h) act here. Always returns 0; the outcome is in the reply. Blocks are
     // pCmdData of cmdSize bytes and pReplyData of *replySize bytes, any of them short or null.
     int32_t command(uint32_t cmdCode, uint32_t cmdSize, void* pCmdData, uint32_t* replySize,
                     void* pReplyData) override;

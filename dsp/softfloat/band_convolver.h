@@ -6,6 +6,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "dsp/butterfly.h"
 #include "dsp/owned_array.h"
@@ -58,3 +59,19 @@ private:
     OwnedArray<TransformPlace> reversed;  // [k]: the place with k's bits reversed
     OwnedArray<Number> spectrum, work;
 };
+
+// The place of SoftBandConvolver in builds whose floats aren't unpacked. Convolve returns false, so
+// that BandFilters uses the ordinary transforms.
+template <typename T>
+struct NoConvolver {
+    static bool Allocate(uint32_t) { return true; }
+    static void SetFactors(const T*, Planar<const T>) {}
+    static void SetKernels(const Planar<const T> (&)[SoftBandConvolver::kBands]) {}
+    static bool Convolve(Planar<const T>, size_t, const Planar<T> (&)[SoftBandConvolver::kBands],
+                         T*) {
+        return false;
+    }
+};
+template <typename T>
+using UnpackedConvolver =
+    std::conditional_t<kSoftFloat && std::is_same_v<T, float>, SoftBandConvolver, NoConvolver<T>>;

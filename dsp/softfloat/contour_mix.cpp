@@ -38,7 +38,7 @@ void UnpackedBiquad::Keep(Biquad<float, float>* filter) const {
                        PackedRaised(y1, kOutputLowered), PackedRaised(y2, kOutputLowered)};
 }
 
-bool MixWithContour(const BandSamples* bands, const BandWeights& weights,
+bool MixWithContour(const BandSamples* bands, const BandWeights<float>& weights,
                     Biquad<float, float>* filter, float* out, size_t frames, size_t channels) {
     ContourMix mix;
     constexpr int32_t kStep = softfloat::kAligned;

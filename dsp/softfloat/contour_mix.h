@@ -40,8 +40,10 @@ public:
     SoftFloat x1, x2, y1, y2;
 };
 
+// The gains with which a frame's bands are added.
+template <typename Real>
 struct BandWeights {
-    float high, band, low;
+    Real high, band, low;
 };
 // The bands of one channel, planar: [0] has samples 2q, [1] has samples 2q + 1.
 struct BandSamples {
@@ -52,7 +54,7 @@ struct BandSamples {
 // at frame n, plus the filter's output for the frame's sum over its 1 or 2 channels. Returns false,
 // with the filter unchanged, if unpacked floats can't hold a sample or a weight. A filter that they
 // can't hold runs on floats.
-bool MixWithContour(const BandSamples* bands, const BandWeights& weights,
+bool MixWithContour(const BandSamples* bands, const BandWeights<float>& weights,
                     Biquad<float, float>* filter, float* out, size_t frames, size_t channels);
 
 // The state of the loop. Assembly reads it: see offsets.h.

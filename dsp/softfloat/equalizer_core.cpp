@@ -29,6 +29,7 @@ void SoftEqualizerCore::Reset() {
         std::fill_n(history[c], kHistory, 0);
     }
     end = silent = kHistory;
+    inUse = true;
 }
 
 float SoftEqualizerCore::Past(size_t channel, size_t ago) const {

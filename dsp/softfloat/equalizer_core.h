@@ -9,6 +9,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "dsp/softfloat/average.h"
 #include "dsp/softfloat/number.h"
@@ -21,8 +22,12 @@ public:
     static constexpr size_t kReach = 256;  // half-width of the widest average
 
     SoftEqualizerCore() { Reset(); }
-    // Sets the history and the sums to silence.
+    // Sets the history and the sums to silence. The core is in use from then on.
     void Reset();
+
+    // Returns whether the history and the sums are kept here. After Leave the plain form has them.
+    bool InUse() const { return inUse; }
+    void Leave() { inUse = false; }
 
     // Equalizes `frames` frames of `channels` interleaved samples. Reads `shorts`, or `samples` if
     // `shorts` is null, and writes `samples`. `gains` has kBands gains, the highest band first.
@@ -51,4 +56,21 @@ private:
                    [kHistory + kRoom];  // in units of 2^-30; the newest samples lie before `end`
     size_t end;
     size_t silent;  // frames of silence before `end`, counted up to kHistory + kChunk
+    bool inUse;
 };
+
+// Stands in for the core where floats aren't unpacked: never in use, and empty.
+struct NoEqualizerCore {
+    static void Reset() {}
+    static bool InUse() { return false; }
+    static void Leave() {}
+    template <typename Real>
+    static size_t Process(const int16_t*, float*, size_t, size_t, const Real*) {
+        return 0;
+    }
+    static float Past(size_t, size_t) { return 0; }
+    static float Sum(size_t, size_t) { return 0; }
+};
+template <typename Real>
+using EqualizerCore = std::conditional_t<kSoftFloat && std::is_same_v<Real, float>,
+                                         SoftEqualizerCore, NoEqualizerCore>;

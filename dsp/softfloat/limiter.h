@@ -8,9 +8,17 @@
 
 #include "dsp/softfloat/number.h"
 
-// Of a law that effects/limiter_arithmetic.h explains.
+// The weights of the law that effects/limiter_arithmetic.h explains, in every build.
 inline constexpr float kLimiterKeep = 0.8999F, kLimiterTake = 0.0999F;
 inline constexpr float kLimiterRecoverKeep = 0.9999F, kLimiterRecoverStep = 0.0001F;
+
+// a > b, of magnitudes; where floats are unpacked by their bits.
+[[gnu::always_inline]] inline bool IsGreaterMagnitude(float a, float b) {
+    if constexpr (kSoftFloat)
+        return std::bit_cast<int32_t>(a) > std::bit_cast<int32_t>(b);
+    else
+        return a > b;
+}
 
 namespace softfloat {
 

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "dsp/fixed_point.h"
 #include "dsp/softfloat/number.h"
 
 // Returns sample * (2^-15 + 2^-30), rounded to float. The constant is the float nearest to 1 /
@@ -98,6 +99,20 @@ inline void SoftAmplified(float* samples, size_t count, float gain) {
         if (n < count) samples[n++] *= gain;
     }
 }
+
+// What dsp/samples.h does, where floats are unpacked.
+struct UnpackedSamples {
+    static float FromInt16(int16_t sample) { return SoftFromInt16(sample); }
+    static int32_t ToInt16(float sample) {
+        constexpr uint32_t kBeyond = 128U << 23U;  // 2 and more, and not a number
+        if ((std::bit_cast<uint32_t>(sample) & INT32_MAX) < kBeyond)
+            return SoftTruncated(sample, 32767);
+        return TruncateToInt32(sample * 32767.0F);
+    }
+    static void Amplify(float* samples, size_t count, float gain) {
+        SoftAmplified(samples, count, gain);
+    }
+};
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
 extern "C" size_t SoftShortProducts(const float* x, const float* gains, int16_t* out, size_t count,
