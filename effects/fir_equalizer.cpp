@@ -45,7 +45,7 @@ ORVANE_LANE_INLINE void ToFloats(float* to, V from) {
         Store(to, from);
 }
 
-void Convert(const int16_t* from, float* to, size_t count) {
+[[maybe_unused]] void Convert(const int16_t* from, float* to, size_t count) {
     ShortsToFloats(from, to, count);
 }
 template <typename Real>

@@ -65,7 +65,7 @@ public:
     static constexpr bool kRunsBeside = kLanes > 1 && std::is_same_v<Real, float>;  // stereo
     static constexpr size_t kStereoRow = size_t{2} * kChunkFrames;
     struct ORVANE_LOCAL StereoChunk {
-        auto Rest() { return Beside(run, count); }
+        auto Rest() { return Beside{run, count}; }
         uint32_t count = 0;  // frames
         SumRun<Real, typename VectorOf<Real, 2>::Type, 2, kStereoRow> run;
         alignas(Lanes) alignas(Real) Real rows[kSums * kStereoRow];

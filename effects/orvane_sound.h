@@ -93,7 +93,7 @@ public:
     // time: begun, run (dsp/runs.h), added.
     static constexpr bool kContourLast = std::is_same_v<Real, float>;
     struct ORVANE_LOCAL Chunk {
-        auto Rest() { return Beside(run, count); }
+        auto Rest() { return Beside{run, count}; }
         BiquadRun<float> run;
         size_t done, count;  // frames at the front that have their contour, and those that want it
         alignas(Lanes) float sums[kChunkFrames];
