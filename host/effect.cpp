@@ -8,7 +8,7 @@
 
 namespace {
 
-// 0: not supported.
+// Returns the number of channels, or 0 if the mask isn't supported.
 uint32_t ChannelCount(uint32_t mask) {
     switch (mask) {
         case AUDIO_CHANNEL_OUT_MONO:

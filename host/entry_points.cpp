@@ -15,7 +15,7 @@
 
 namespace {
 
-// While this file exists the effect presents itself under the platform's bass-boost type.
+// While this file exists, the effect reports the platform's bass-boost type as its own.
 constexpr char kSafeModeMarker[] = "qth_ov_safemode.sig";
 
 constexpr uint16_t kCpuLoad = 10;      // 0.1 MIPS
@@ -37,11 +37,12 @@ constexpr effect_descriptor_t Describe(const effect_uuid_s& type) {
 constexpr effect_descriptor_t gDescriptorSafeMode = Describe(kBassBoostType);
 constexpr effect_descriptor_t gDescriptorNormal = Describe(kOrvaneType);
 
-// What a handle points at. The framework reads the interface table through the first word.
+// The record that a handle points to. The framework reads the interface table through its first
+// word.
 struct EffectInstance {
     const effect_interface_s* interface;
     Effect* unit;                           // owned
-    const effect_descriptor_t* descriptor;  // as of the creation
+    const effect_descriptor_t* descriptor;  // the one in force at creation
 };
 
 EffectInstance* InstanceOf(effect_handle_t handle) {
@@ -60,8 +61,8 @@ bool SameUuid(const effect_uuid_s& a, const effect_uuid_s& b) {
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-// The caller's records may lie at any address; as bytes, for clang takes a memcpy's typed pointer
-// for an aligned one.
+// Reads a record from any address. The copy goes through bytes, because clang assumes that a typed
+// pointer given to memcpy is aligned.
 effect_uuid_s ReadUuid(const effect_uuid_s* uuid) {
     effect_uuid_s copy;
     std::memcpy(&copy, reinterpret_cast<const char*>(uuid), sizeof copy);
@@ -203,8 +204,8 @@ int32_t EffectRelease(effect_handle_t handle) {
     return kStatusOk;
 }
 
-// The record holds hidden second names of the entry points: the platform's loader exports functions
-// with their first ones, and a name that can be looked up would lead there.
+// The record holds hidden second names of the entry points. The platform's loader exports functions
+// with the first names, so a name that is looked up would lead to the loader.
 #define OWN_FUNCTION(name) \
     __attribute__((alias("Effect" #name), visibility("hidden"))) decltype(Effect##name) Own##name
 OWN_FUNCTION(QueryNumberEffects);

@@ -1,5 +1,5 @@
 // The library's boundary: the exported record AELI with its five entry points, the version getters,
-// and two helpers of theirs that the tests look at.
+// and two helpers that tests use.
 #pragma once
 #include <cstddef>
 
@@ -9,8 +9,8 @@
 extern "C" {
 ORVANE_API extern const audio_effect_library_t AELI;
 
-// Statuses: 0, -22 invalid argument, -2 not found. Failed calls leave the caller's memory alone.
-// Any thread.
+// They return 0, -22 (invalid argument) or -2 (not found). A failed call leaves the caller's memory
+// unchanged. Any thread.
 ORVANE_API int32_t EffectQueryNumberEffects(uint32_t* pNumEffects);
 ORVANE_API int32_t EffectQueryEffect(uint32_t index, effect_descriptor_t* pDescriptor);
 ORVANE_API int32_t EffectCreate(const effect_uuid_s* uuid, int32_t sessionId, int32_t ioId,
@@ -30,5 +30,5 @@ constexpr size_t kUuidTextSize = 37;  // 36 characters and a NUL
 // Writes kUuidTextSize characters, lower-case hexadecimal. Returns 0.
 int32_t uuidToString(const effect_uuid_s* uuid, char* out);
 
-// 1 if the file `name` exists in the data directory, else 0.
+// Returns 1 if the file `name` exists in the data directory, otherwise 0.
 int32_t checkSignal(const char* name);

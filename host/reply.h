@@ -1,32 +1,33 @@
-// The reply block of a command: memory that the caller offers, of a size that only he knows.
+// The reply block of a command. The caller offers the memory and says how large it is.
 //
-// Nothing is written beyond what is offered; a reply that doesn't fit is left out, and the reply
-// size, if the caller gave one, becomes 0. The blocks may lie at any address.
+// Nothing is written beyond the offered memory. If a reply doesn't fit, no byte of it is written,
+// and the reply size becomes 0 if the caller gave one. The blocks may be at any address.
 //
-// Where more is offered than a reply takes, the reply size becomes the reply's: the platform's
-// server sends that many bytes of its block back to the application, and never cleared the block.
+// If more memory is offered than the reply needs, the reply size becomes the reply's own size. The
+// platform's server sends that many bytes back to the application, from a block that it never
+// cleared.
 #pragma once
 #include <cstdint>
 
 class Reply {
 public:
-    // Either pointer may be null. Without a size, `data` offers the 4 bytes of a status.
+    // Either pointer may be null. If replySize is null, `replyData` offers the 4 bytes of a status.
     Reply(uint32_t* replySize, void* replyData);
 
-    // Whether WriteParameter, which doesn't ask, may be called.
+    // Returns true if a parameter reply fits. WriteParameter doesn't check that itself.
     bool FitsParameter() const;
 
     void WriteStatus(int32_t status);
-    // Parameter reply of 20 bytes: status 0, value size 4, the value.
+    // Writes a parameter reply of 20 bytes: status 0, value size 4, the value.
     void WriteParameter(int32_t value);
-    // Parameter reply of 12 bytes: status -22, value size 0.
+    // Writes a parameter reply of 12 bytes: status -22, value size 0.
     void WriteNoParameter();
 
 private:
     void StoreSize(uint32_t bytes);
     void StoreWord(uint32_t offset, int32_t value);
 
-    // As bytes: a compiler may take a typed pointer for an aligned one.
+    // Pointers to bytes, because a compiler may assume that a typed pointer is aligned.
     unsigned char* size;
     unsigned char* data;
     uint32_t offered;  // bytes

@@ -1,6 +1,6 @@
-// The records and codes of the Android audio effect framework, effect interface 2.0: what the
-// framework and the library hand each other. Names and field order are the framework's; the layout
-// is the compiler's natural one, which the assertions below pin for 32-bit targets.
+// The records and codes of the Android audio effect framework, effect interface 2.0, through which
+// the framework and the library communicate. Names and field order are the framework's. The layout
+// is the compiler's natural one; the assertions below check it for 32-bit targets.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -68,7 +68,7 @@ struct effect_interface_s {
     int32_t (*command)(effect_handle_t self, uint32_t cmdCode, uint32_t cmdSize, void* pCmdData,
                        uint32_t* replySize, void* pReplyData);
     int32_t (*get_descriptor)(effect_handle_t self, effect_descriptor_t* pDescriptor);
-    // Reverse stream; the loader reads this word, null for an effect without one.
+    // For a reverse stream; null if the effect has none. The loader reads this word.
     int32_t (*process_reverse)(effect_handle_t self, audio_buffer_s* in, audio_buffer_s* out);
 };
 

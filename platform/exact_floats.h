@@ -1,7 +1,7 @@
-// Refuses a build whose floating-point arithmetic would not be the one that every result here is
-// defined by: each product and each sum rounded by itself to its own type, in the order written.
-// (No macro tells of fused products and sums: build with -ffp-contract=off, and have
-// scripts/check-library.sh look at the result.)
+// Refuses a build with floating-point arithmetic that would change results. Each product and each
+// sum must be rounded by itself to its own type, in the order written. No macro says whether the
+// compiler fuses products and sums. So build with -ffp-contract=off; scripts/check-library.sh
+// checks the result.
 #pragma once
 #include <cfloat>
 

@@ -1,10 +1,9 @@
-// What a build of the library must know of every class: which symbols a user of the shared library
-// can find. All others are hidden, by -fvisibility=hidden. cmake/exported_names.txt lists what
-// comes out, and scripts/check-library.sh compares.
+// Marks the symbols that the shared library exports. All others are hidden by -fvisibility=hidden.
+// scripts/check-library.sh compares the exported names with the list in cmake/exported_names.txt.
 #pragma once
 #include "platform/exact_floats.h"  // the classes that are exported are those that compute
 
-// On a class: its operations. On a function or an object: that one.
+// Exports a class with its operations, a function or an object.
 #define ORVANE_API __attribute__((visibility("default")))
-// On a private helper of such a class: not this one.
+// Hides a private helper of an exported class.
 #define ORVANE_LOCAL __attribute__((visibility("hidden")))

@@ -1,5 +1,5 @@
 // Files of the device's data directory.
 #pragma once
 
-// Whether "/data/<name>" exists, whatever its contents. A path beyond 511 characters is cut.
+// Returns true if the file "/data/<name>" exists. A path longer than 511 characters is cut.
 bool DataFileExists(const char* name);

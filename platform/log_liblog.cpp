@@ -1,4 +1,4 @@
-// The log of a device: the platform's.
+// The log on a device: the platform's own.
 #include <android/log.h>
 
 #include <cstdarg>

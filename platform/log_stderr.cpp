@@ -1,4 +1,4 @@
-// The log of a host without the platform's: standard error.
+// The log on a host without the platform's log: standard error.
 #include <unistd.h>
 
 #include <cstdarg>
@@ -14,7 +14,8 @@ void LogInfo(const char* format, ...) {
     va_end(arguments);
     char line[kMaxLogLine + 32];
     const int length = std::snprintf(line, sizeof line, "I/%s: %s\n", kLogTag, text);
-    // One write, so that lines of several threads don't mix; a full or closed sink loses the line.
+    // A single write, so that lines of several threads don't mix. If standard error is full or
+    // closed, the line is lost.
     const ssize_t written = write(STDERR_FILENO, line, static_cast<size_t>(length));
     static_cast<void>(written);
 }

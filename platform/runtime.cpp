@@ -1,6 +1,7 @@
-// What the language's run-time library would bring into the shared library, without its exception
-// machinery, which comes with writable data and start-up code: the allocation operators, straight
-// on malloc, their tag, and the end of an impossible call.
+// Replaces the few parts of the C++ run-time library that the shared library needs: the allocation
+// operators, which call malloc, their tag std::nothrow, and the handler of pure virtual calls. The
+// run-time library's own versions would bring exception handling, with writable data and start-up
+// code.
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -32,7 +33,7 @@ void operator delete[](void* memory, const std::nothrow_t&) noexcept {
     std::free(memory);
 }
 
-// The name is the C++ ABI's.
+// The C++ ABI prescribes the name.
 extern "C" void __cxa_pure_virtual()  // NOLINT(bugprone-reserved-identifier)
 {
     std::abort();
