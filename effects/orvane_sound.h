@@ -95,7 +95,8 @@ public:
     struct ORVANE_LOCAL Chunk {
         auto Rest() { return Beside{run, count}; }
         BiquadRun<float> run;
-        size_t done, count;  // frames at the front that have their contour, and those that want it
+        // Frames at the front that have their contour, and those that want it.
+        size_t done = 0, count = 0;
         alignas(Lanes) float sums[kChunkFrames];
     };
     ORVANE_LOCAL uint32_t ProcessBands(float* samples, uint32_t n);
