@@ -1,7 +1,11 @@
 #include "render/common_options.h"
 
-#include <vector>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cstdio>
+
+#include "render/audio/whole_write.h"
 #include "render/failure.h"
 
 namespace {
@@ -12,6 +16,16 @@ std::vector<std::string> BuildsForThisProcessor() {
     if (__builtin_cpu_supports("avx2")) return {"avx2", ""};
 #endif
     return {""};
+}
+
+// The value of --match: a number, "true" for none, "" if it wasn't given.
+std::optional<MatchWish> ReadMatch(const std::string& text) {
+    if (text.empty()) return std::nullopt;
+    if (text == "true") return MatchWish{};
+    double lufs = 0;
+    if (!ReadNumber(text, &lufs) || !(lufs >= -60 && lufs <= 0))
+        throw UsageError("--match={} is not a loudness from -60 to 0 LUFS", text);
+    return MatchWish{lufs};
 }
 
 }  // namespace
@@ -53,6 +67,63 @@ void CommonOptions::AddTo(Options& options) {
     options.AddFlag("-q,--quiet", &quiet, "say only what went wrong or got lost");
     library.AddTo(options);
     AddPresetListTo(options);
+}
+
+void CommonOptions::Fill(RenderJob* job) const {
+    job->settings = settings.Resolve();
+    job->preset = settings.PresetName();
+    job->tone = settings.Tone();
+    job->bufferFrames = bufferFrames;
+    job->overwrite = overwrite;
+    job->showProgress = !quiet && isatty(STDERR_FILENO) != 0;
+}
+
+void RenderOptions::AddTo(Options& options, RenderJob* job) {
+    options.AddFlag("--strict-rate", &job->strictRate, "refuse to resample");
+    options.AddFlag("--skip-existing", &skipExisting,
+                    "do nothing if the output is there: what is there is whole, so a run that was "
+                    "cut off goes on");
+    options.AddFlag("--json", &json, "report as JSON on standard output");
+    options.AddFlag("--no-dither", &noDither, "round to 16 bits without dither");
+    AddColdStartTo(options, &job->coldStart);
+    options.AddFlag("--match", &match,
+                    "solve for the output gain that makes the result as loud as the source, or "
+                    "--match=-16 as loud as that in LUFS; plays the input several times");
+    common.AddTo(options);
+}
+
+void RenderOptions::Fill(RenderJob* job) const {
+    common.Fill(job);
+    job->dither = !noDither;
+    if (skipExisting && common.overwrite)
+        throw UsageError("--skip-existing and --force cannot both be meant");
+    job->match = ReadMatch(match);
+    if (job->match && common.settings.Gives(PARAM_OUTPUT_GAIN))
+        throw UsageError("--match and --output-gain set the same gain");
+    if (job->match) job->tone.headroom = false;
+    job->metering = json || !common.quiet ? Metering::kEverything : Metering::kNothing;
+}
+
+bool RenderOptions::Skips(const std::vector<std::string>& outputs) const {
+    const auto exists = [](const std::string& output) {
+        std::error_code ignored;
+        return std::filesystem::is_regular_file(output, ignored);
+    };
+    if (!skipExisting || !std::all_of(outputs.begin(), outputs.end(), exists)) return false;
+    if (!common.quiet)
+        for (const std::string& output : outputs)
+            fmt::print(stderr, "{} exists already, skipped\n", output);
+    return true;
+}
+
+void RenderOptions::Finish(Report* report) const {
+    common.settings.Save(report->settings, common.overwrite);
+    for (const std::string& line : common.settings.Idle()) report->notes.push_back(line);
+    if (json)
+        PrintToStandardOutput(JsonOf(*report));
+    else if (!common.quiet)
+        std::fputs(TextOf(*report).c_str(), stderr);
+    PrintWarnings(*report);
 }
 
 void AddPresetListTo(Options& options) {

@@ -56,7 +56,8 @@ std::string FlacOf(const std::string& input, AudioReader& reader, bool dither,
     const uint64_t mostFrames = uint64_t{kMostMinutes} * 60 * reader.RateHz();
     if (reader.Frames().value_or(0) > mostFrames) RefuseLength(input);
     const uint32_t rateHz = ChainRateHz(reader.RateHz());
-    PcmSource source(reader, rateHz, dither, Metering::kNothing);
+    StreamMeter noMeter(Metering::kNothing);
+    PcmSource source(reader, rateHz, dither, noMeter);
     FlacBytes flac(rateHz, reader.Channels());
     std::vector<int16_t> pcm;
     while (source.Read(&pcm)) {

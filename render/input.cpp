@@ -4,7 +4,7 @@
 
 #include "render/failure.h"
 
-void CheckChannels(const std::string& input, const AudioReader& reader) {
+void CheckChannels(const std::string& input, const SampleReader& reader) {
     if (reader.Channels() > 2)
         throw Failure(
             "{0} has {1} channels and the effect takes one or two; downmix first, for example with"

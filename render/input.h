@@ -5,7 +5,7 @@
 #include "render/audio/audio_reader.h"
 
 // Failure if the effect can't take as many channels.
-void CheckChannels(const std::string& input, const AudioReader& reader);
+void CheckChannels(const std::string& input, const SampleReader& reader);
 
 // The title that the file carries, else its name.
 std::string TitleOf(const std::string& input, const AudioReader& reader);

@@ -5,13 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "render/aligned_stream.h"
-#include "render/audio/audio_reader.h"
-#include "render/audio/pcm_source.h"
 #include "render/audio/resampler.h"
 #include "render/audio/stream_meter.h"
-#include "render/input.h"
-#include "render/progress.h"
 
 namespace {
 
@@ -25,31 +20,30 @@ double Decibels(double gain) {
     return 20 * std::log10(gain);
 }
 
-double SourceLufs(AudioReader& reader) {
-    StreamMeter meter(reader.Channels(), reader.RateHz(), Metering::kLoudness);
-    for (auto samples = reader.Read(); !samples.empty(); samples = reader.Read())
-        meter.Add(samples);
+double SourceLufs(const Runs& runs) {
+    StreamMeter meter(Metering::kLoudness);
+    for (const auto& open : runs) {
+        const std::unique_ptr<SampleReader> reader = open();
+        meter.StartRun(reader->Channels(), reader->RateHz());
+        for (auto samples = reader->Read(); !samples.empty(); samples = reader->Read())
+            meter.Add(samples);
+    }
     return meter.Finish().loudness.integratedLufs;
 }
 
 // Of what the chain gives, before it is resampled for the output.
-double ResultLufs(const RenderJob& job, AudioReader& reader, const Settings& settings,
+double ResultLufs(const RenderJob& job, const Runs& runs, double gain,
                   const EffectLibrary& library) {
-    const StreamFormat format{ChainRateHz(reader.RateHz()), reader.Channels(), job.bufferFrames};
-    PcmSource source(reader, format.rateHz, job.dither, Metering::kNothing);
-    AlignedStream chain(library, settings, format, {.startsCold = job.coldStart});
-    StreamMeter meter(format.channels, format.rateHz, Metering::kLoudness);
-    Progress progress(job.showProgress, reader.RateHz(), reader.Frames());
-    std::vector<int16_t> pcm, processed;
-    while (source.Read(&pcm)) {
-        processed.clear();
-        chain.Process(pcm, &processed);
-        meter.Add(processed);
-        progress.Update(source.FramesRead());
+    StreamMeter noMeter(Metering::kNothing), meter(Metering::kLoudness);
+    NoWriter noWriter;
+    for (const auto& open : runs) {
+        const std::unique_ptr<SampleReader> reader = open();
+        Settings settings = job.settings;
+        job.tone.Grant(ChainRateHz(reader->RateHz()), &settings);
+        settings.Set(PARAM_OUTPUT_GAIN, gain);
+        ChainRun run(job, library, settings, *reader, noMeter);
+        run.Play(noWriter, run.Format().rateHz, meter);
     }
-    processed.clear();
-    chain.Finish(&processed);
-    meter.Add(processed);
     return meter.Finish().loudness.integratedLufs;
 }
 
@@ -81,20 +75,13 @@ MatchedGain MatchGain(double startGain, double wantedLufs,
     return best;
 }
 
-std::optional<Match> MatchPiece(const RenderJob& job, const std::string& copyOfPipe,
+std::optional<Match> MatchPiece(const RenderJob& job, const Runs& runs,
                                 const EffectLibrary& library) {
-    AudioReader whole(job.input, copyOfPipe);
-    CheckChannels(job.input, whole);
-    const double sourceLufs = SourceLufs(whole);
+    const double sourceLufs = SourceLufs(runs);
     if (!std::isfinite(sourceLufs)) return std::nullopt;
     const double wantedLufs = job.match->lufs.value_or(sourceLufs);
-    Settings settings = job.settings;
-    job.tone.Grant(ChainRateHz(whole.RateHz()), &settings);
     const MatchedGain found =
-        MatchGain(settings.Get(PARAM_OUTPUT_GAIN), wantedLufs, [&](double gain) {
-            AudioReader reader(job.input, copyOfPipe);
-            settings.Set(PARAM_OUTPUT_GAIN, gain);
-            return ResultLufs(job, reader, settings, library);
-        });
+        MatchGain(job.settings.Get(PARAM_OUTPUT_GAIN), wantedLufs,
+                  [&](double gain) { return ResultLufs(job, runs, gain, library); });
     return Match{wantedLufs, found.gain};
 }

@@ -2,17 +2,13 @@
 #pragma once
 #include <functional>
 #include <optional>
-#include <string>
 
-#include "render/render_command.h"
+#include "render/chain_run.h"
 
 struct MatchedGain {
     double gain;         // what can be sent, within the table's range
     double reachedLufs;  // with it
 };
-
-// How near the result has to come.
-constexpr double kMatchToleranceLu = 0.3;
 
 // loudnessOf: the result's integrated loudness with an output gain, which must not fall as the gain
 // rises; finite. It is asked up to twelve times. The limiters bend it: it rises by less than the
@@ -20,12 +16,7 @@ constexpr double kMatchToleranceLu = 0.3;
 MatchedGain MatchGain(double startGain, double wantedLufs,
                       const std::function<double(double gain)>& loudnessOf);
 
-struct Match {
-    double wantedLufs;
-    double gain;
-};
-
-// Plays job.input as often as it takes to find the gain for job.match. copyOfPipe: as AudioReader
-// has it. Nothing where no loudness can be measured.
-std::optional<Match> MatchPiece(const RenderJob& job, const std::string& copyOfPipe,
+// Plays the runs as often as it takes to find the gain for job.match, with which all of them
+// together are as loud as is wanted. Nothing where no loudness can be measured.
+std::optional<Match> MatchPiece(const RenderJob& job, const Runs& runs,
                                 const EffectLibrary& library);

@@ -1,7 +1,5 @@
 #include "render/picture_command.h"
 
-#include <unistd.h>
-
 #include "render/failure.h"
 
 PictureCommand::PictureCommand(Options& program)
@@ -14,13 +12,8 @@ PictureCommand::PictureCommand(Options& program)
 }
 
 void PictureCommand::Run() {
-    job.settings = common.settings.Resolve();
-    job.tone = common.settings.Tone();
-    job.preset = common.settings.PresetName();
-    job.bufferFrames = common.bufferFrames;
-    job.overwrite = common.overwrite;
+    common.Fill(&job);
     job.dither = !noDither;
-    job.showProgress = !common.quiet && isatty(STDERR_FILENO) != 0;
     common.settings.CheckSave({job.input, job.picture}, common.overwrite);
     const EffectLibrary library = common.library.Open();
     const Report report = Render(job, library);

@@ -10,9 +10,13 @@ Progress::~Progress() {
     if (visible) std::fputs("\r\033[K", stderr);
 }
 
-double Progress::Speed(uint64_t frames) const {
+double Progress::ElapsedSeconds() const {
     const std::chrono::duration<double> elapsed = Clock::now() - start;
-    return static_cast<double>(frames) / rateHz / std::max(elapsed.count(), 1e-6);
+    return std::max(elapsed.count(), 1e-6);
+}
+
+double Progress::Speed(uint64_t frames) const {
+    return static_cast<double>(frames) / rateHz / ElapsedSeconds();
 }
 
 void Progress::Update(uint64_t frames) {

@@ -15,10 +15,13 @@ public:
 
     void Update(uint64_t frames);
 
+    // Since it was made; more than 0.
+    double ElapsedSeconds() const;
+
+private:
     // Seconds of audio per second of time.
     double Speed(uint64_t frames) const;
 
-private:
     using Clock = std::chrono::steady_clock;
     bool visible;
     uint32_t rateHz;

@@ -38,7 +38,7 @@ std::string TextOf(const Report& report) {
     std::string text = report.input + " -> " + report.output + "\n";
     text += "  " + std::to_string(report.rateHz) + " Hz, " +
             (report.channels == 1 ? "mono, " : "stereo, ") +
-            Duration(static_cast<double>(report.frames) / report.rateHz) + " (" +
+            Duration(report.seconds) + " (" +
             Count(report.frames, "frame") + "), in buffers of " +
             Count(report.bufferFrames, "frame") + "\n";
     text += "  preset " + report.preset + ": " + Describe(report.settings) + "\n";
@@ -64,7 +64,7 @@ std::string TextOf(const Report& report) {
     if (report.clippedOut > 0) text += ", " + std::to_string(report.clippedOut) + " on the way out";
     text += report.dithered ? "; dithered to 16 bits\n" : "\n";
     for (const std::string& note : report.notes) text += "  note: " + note + "\n";
-    text += fmt::format("  {:.0f} times real time\n", report.speed);
+    text += fmt::format("  {:.0f} times real time\n", report.seconds / report.elapsedSeconds);
     return text;
 }
 
@@ -100,7 +100,7 @@ std::string JsonOf(const Report& report) {
         .Add("rateHz", report.rateHz)
         .Add("channels", report.channels)
         .Add("frames", report.frames)
-        .Add("seconds", static_cast<double>(report.frames) / report.rateHz)
+        .Add("seconds", report.seconds)
         .Add("chainRateHz", report.chainRateHz)
         .Add("outputRateHz", report.outputRateHz)
         .Add("bufferFrames", report.bufferFrames)
@@ -117,7 +117,7 @@ std::string JsonOf(const Report& report) {
              range.Add("before", report.before.rangeLu).Add("after", report.after.rangeLu))
         .Add("truePeakDb",
              peak.Add("before", report.before.truePeakDb).Add("after", report.after.truePeakDb))
-        .Add("speed", report.speed)
+        .Add("speed", report.seconds / report.elapsedSeconds)
         .Add("notes", report.notes)
         .Add("warnings", report.warnings)
         .Add("damage", report.damage);

@@ -17,7 +17,9 @@ struct Report {
     std::optional<double> matchedLufs;  // what the output gain was solved for
     uint32_t rateHz, channels;
     uint32_t chainRateHz, outputRateHz;
-    uint64_t frames;  // of the input
+    uint64_t frames;        // of the input
+    double seconds;         // likewise
+    double elapsedSeconds;  // that it took to play them
     uint32_t bufferFrames;
     uint32_t delayFrames;  // of the chain, at its rate
     bool delayRemoved;
@@ -27,7 +29,6 @@ struct Report {
     uint64_t notNumbers;  // samples on the way in that were NaN or infinite, taken for silence
     uint64_t clippedOut;  // samples that resampling the result took beyond full scale
     Loudness before, after;
-    double speed;  // seconds of audio per second
     // Further facts of the report. --quiet silences them.
     std::vector<std::string> notes;
     // Losses of sound or tags beside those of a damaged source. PrintWarnings says them even with

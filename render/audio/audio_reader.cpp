@@ -17,8 +17,6 @@
 
 namespace {
 
-constexpr size_t kBlockFrames = 4096;
-
 // The containers that libsndfile reads without going back. Of the others it refuses some and reads
 // nothing from the rest without a word.
 bool ReadableFromPipe(int format) {
@@ -122,7 +120,7 @@ std::vector<std::string> AudioReader::Damage() const {
 }
 
 size_t AudioReader::Samples(sf_count_t frames) {
-    if (frames < static_cast<sf_count_t>(kBlockFrames) && sf_error(file.get()) != SF_ERR_NO_ERROR)
+    if (frames < static_cast<sf_count_t>(kReadFrames) && sf_error(file.get()) != SF_ERR_NO_ERROR)
         throw Failure("{} cannot be read to its end: {}", name, sf_strerror(file.get()));
     const auto count = static_cast<size_t>(std::max<sf_count_t>(frames, 0));
     framesRead += count;
@@ -130,9 +128,9 @@ size_t AudioReader::Samples(sf_count_t frames) {
 }
 
 std::span<const float> AudioReader::Read() {
-    block.resize(kBlockFrames * Channels());
+    block.resize(kReadFrames * Channels());
     const std::span<float> samples(block.data(),
-                                   Samples(sf_readf_float(file.get(), block.data(), kBlockFrames)));
+                                   Samples(sf_readf_float(file.get(), block.data(), kReadFrames)));
     for (float& sample : samples)
         if (!std::isfinite(sample)) {
             sample = 0;
@@ -142,7 +140,7 @@ std::span<const float> AudioReader::Read() {
 }
 
 std::span<const int16_t> AudioReader::ReadSixteenBit() {
-    sixteenBits.resize(kBlockFrames * Channels());
+    sixteenBits.resize(kReadFrames * Channels());
     return {sixteenBits.data(),
-            Samples(sf_readf_short(file.get(), sixteenBits.data(), kBlockFrames))};
+            Samples(sf_readf_short(file.get(), sixteenBits.data(), kReadFrames))};
 }

@@ -12,32 +12,51 @@
 #include "render/audio/sndfile_handle.h"
 #include "render/audio/tags.h"
 
-class AudioReader {
+// Samples as they come: of a file, or of several one after another.
+class SampleReader {
+public:
+    virtual ~SampleReader() = default;
+    virtual uint32_t RateHz() const = 0;
+    virtual uint32_t Channels() const = 0;
+    // As the files say; none if they don't know.
+    virtual std::optional<uint64_t> Frames() const = 0;
+    // Every sample is a whole number of 16 bits: nothing is lost in taking it as that.
+    virtual bool IsSixteenBit() const = 0;
+    // Next interleaved samples, full scale 1.0, whole frames; empty at the end. NaN and infinity
+    // read as 0.
+    virtual std::span<const float> Read() = 0;
+    // The same where IsSixteenBit.
+    virtual std::span<const int16_t> ReadSixteenBit() = 0;
+    // Samples that were NaN or infinite so far. They stop here, since resampler and meters would
+    // spread them over their neighbours.
+    virtual uint64_t NotNumbers() const = 0;
+    // Call this after the last block. It returns what is wrong with the file, a phrase for each
+    // fault; empty if the file is whole.
+    virtual std::vector<std::string> Damage() const = 0;
+};
+
+// Frames of a block of a reader, but for the last.
+constexpr size_t kReadFrames = 4096;
+
+// Always reads floats: decoders of lossy formats wrap what goes over full scale when asked for 16
+// bits.
+class AudioReader final : public SampleReader {
 public:
     // path: "-" is standard input, from which some formats cannot be read. copyOfPipe: a file with
     // all that has come through it, "" for none; it is read instead.
     explicit AudioReader(const std::string& path, const std::string& copyOfPipe = "");
 
-    uint32_t RateHz() const { return static_cast<uint32_t>(info.samplerate); }
-    uint32_t Channels() const { return static_cast<uint32_t>(info.channels); }
-    // As the file says; none if it doesn't know.
-    std::optional<uint64_t> Frames() const;
-    // Every sample is a whole number of 16 bits: nothing is lost in taking it as that.
-    bool IsSixteenBit() const;
+    uint32_t RateHz() const override { return static_cast<uint32_t>(info.samplerate); }
+    uint32_t Channels() const override { return static_cast<uint32_t>(info.channels); }
+    std::optional<uint64_t> Frames() const override;
+    bool IsSixteenBit() const override;
     // Of a pipe, only those few that libsndfile knows.
     const AudioTags& Tags() const { return tags; }
 
-    // Next interleaved samples, full scale 1.0; empty at the end. Always floats: decoders of lossy
-    // formats wrap what goes over full scale when asked for 16 bits. NaN and infinity read as 0.
-    std::span<const float> Read();
-    // The same where IsSixteenBit.
-    std::span<const int16_t> ReadSixteenBit();
-    // Call this after the last block. It returns what is wrong with the file, a phrase for each
-    // fault; empty if the file is whole.
-    std::vector<std::string> Damage() const;
-    // Samples that were NaN or infinite so far. They stop here, since resampler and meters would
-    // spread them over their neighbours.
-    uint64_t NotNumbers() const { return notNumbers; }
+    std::span<const float> Read() override;
+    std::span<const int16_t> ReadSixteenBit() override;
+    std::vector<std::string> Damage() const override;
+    uint64_t NotNumbers() const override { return notNumbers; }
 
 private:
     // Samples that the library has read when asked for a block.

@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <string_view>
 
-#include "render/audio/output_file.h"
 #include "render/audio/sndfile_handle.h"
 #include "render/audio/whole_write.h"
 #include "render/failure.h"
@@ -36,6 +35,16 @@ constexpr Ending kEndings[] = {
     {".w64", SF_FORMAT_W64 | SF_FORMAT_PCM_16},
     {".rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
 };
+
+// The row of a file's name; null if it has no ending that is known.
+const Ending* FindEnding(const std::string& path) {
+    std::string ending = std::filesystem::path(path).extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    for (const Ending& entry : kEndings)
+        if (ending == entry.ending) return &entry;
+    return nullptr;
+}
 
 // What libsndfile writes through. It returns success from some formats although a write failed, so
 // the first error is kept here; after it nothing more is written.
@@ -69,9 +78,9 @@ private:
 class FileWriter : public AudioWriter {
 public:
     FileWriter(const std::string& path, bool overwrite, const AudioFormat& format,
-               const AudioTags& audioTags)
+               const AudioTags& audioTags, OutputSet* together)
         : name(path),
-          output(path, overwrite),
+          output(path, overwrite, together),
           target{output.Descriptor()},
           tags(audioTags),
           mostWavBytes(format.mostWavBytes) {
@@ -184,17 +193,17 @@ private:
 
 }  // namespace
 
+bool OutputFormat::IsKnown(const std::string& path) {
+    return path == "-" || FindEnding(path) != nullptr;
+}
+
 OutputFormat::OutputFormat(const std::string& path) {
     if (path == "-") return;
-    std::string ending = std::filesystem::path(path).extension().string();
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     std::string known;
-    for (const Ending& entry : kEndings) {
-        if (ending == entry.ending) sndfileFormat = entry.sndfileFormat;
-        known += std::string(" ") + entry.ending;
-    }
-    if (sndfileFormat == 0)
+    for (const Ending& entry : kEndings) known += std::string(" ") + entry.ending;
+    if (const Ending* const entry = FindEnding(path))
+        sndfileFormat = entry->sndfileFormat;
+    else
         throw UsageError("{}: the ending names no format; known are{}", path, known);
     if ((sndfileFormat & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS)
         rates = {8000, 12000, 16000, 24000, 48000};
@@ -207,7 +216,8 @@ bool OutputFormat::TakesRate(uint32_t rateHz) const {
 }
 
 std::unique_ptr<AudioWriter> OpenAudioWriter(const std::string& path, bool overwrite,
-                                             const AudioFormat& format, const AudioTags& tags) {
+                                             const AudioFormat& format, const AudioTags& tags,
+                                             OutputSet* together) {
     if (path == "-") return std::make_unique<StreamWriter>(format, tags);
-    return std::make_unique<FileWriter>(path, overwrite, format, tags);
+    return std::make_unique<FileWriter>(path, overwrite, format, tags, together);
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "render/audio/output_file.h"
 #include "render/audio/tags.h"
 
 // The format that a file name's ending asks for.
@@ -16,6 +17,8 @@ class OutputFormat {
 public:
     // "-" is a WAV stream. UsageError for an ending that nothing is known of.
     explicit OutputFormat(const std::string& path);
+    // Returns whether the constructor takes it.
+    static bool IsKnown(const std::string& path);
     bool TakesRate(uint32_t rateHz) const;
     int SndfileFormat() const { return sndfileFormat; }
 
@@ -45,6 +48,8 @@ struct AudioFormat {
     uint64_t mostWavBytes = kMostWavBytes;  // more of them become RF64
 };
 
-// path: "-" is standard output, a WAV stream whose header leaves the length open.
+// path: "-" is standard output, a WAV stream whose header leaves the length open. together: as
+// OutputFile has it.
 std::unique_ptr<AudioWriter> OpenAudioWriter(const std::string& path, bool overwrite,
-                                             const AudioFormat& format, const AudioTags& tags);
+                                             const AudioFormat& format, const AudioTags& tags,
+                                             OutputSet* together = nullptr);

@@ -23,6 +23,19 @@ LoudnessMeter::LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering me
     if (metering != Metering::kLoudness) truePeak.emplace(channelCount, rateHz);
 }
 
+void LoudnessMeter::Continue(uint32_t channelCount, uint32_t rateHz) {
+    if (state == nullptr) return;
+    if (truePeak) {
+        earlierPeak = std::max(earlierPeak, truePeak->Peak());
+        truePeak.emplace(channelCount, rateHz);
+    }
+    channels = channelCount;
+    rate = rateHz;
+    if (rateHz < kLowestRateHz ||
+        ebur128_change_parameters(state.get(), channels, rate) == EBUR128_ERROR_NOMEM)
+        state.reset();
+}
+
 // Frames until the tenth that is being heard is whole.
 uint64_t LoudnessMeter::TenthEnds() const {
     return first + ((tenths.size() + 1) * rate + 5) / 10;
@@ -50,6 +63,6 @@ Loudness LoudnessMeter::Result() const {
     ebur128_loudness_global(state.get(), &result.integratedLufs);
     if (frames >= uint64_t{kRangeSeconds} * rate && std::isfinite(result.integratedLufs))
         ebur128_loudness_range(state.get(), &result.rangeLu);
-    if (truePeak) result.truePeakDb = 20 * std::log10(truePeak->Peak());
+    if (truePeak) result.truePeakDb = 20 * std::log10(std::max(earlierPeak, truePeak->Peak()));
     return result;
 }

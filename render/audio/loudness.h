@@ -29,6 +29,10 @@ public:
     LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering,
                   uint64_t firstFrame = 0);
 
+    // Goes on with a stream of another kind. What was measured so far counts on; of a block of
+    // 0.4 s that has begun, nothing does. Not for metering over time.
+    void Continue(uint32_t channelCount, uint32_t rateHz);
+
     // Interleaved samples, whole frames.
     void Add(std::span<const float> samples);
     // NaN where nothing was measured.
@@ -45,6 +49,7 @@ private:
     bool overTime;
     uint64_t first;
     std::optional<TruePeakMeter> truePeak;
+    double earlierPeak = 0;  // of the streams before this one
     std::vector<float> tenths;
     uint64_t frames = 0;
 };

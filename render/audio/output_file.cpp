@@ -4,12 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <utility>
@@ -18,18 +15,21 @@
 
 namespace fs = std::filesystem;
 
+struct RemovedName::Entry {
+    std::string path;
+    Entry* next;
+    std::atomic<bool> used{true};
+};
+
 namespace {
 
-// Names that a signal handler may read: written in full before `used` is set.
-struct TemporaryName {
-    std::atomic<bool> used{false};
-    std::array<char, PATH_MAX> path{};
-};
-std::array<TemporaryName, 4> temporaryNames;
+// A list that a signal handler may walk: an entry is whole before `newest` leads to it, and is
+// never deleted.
+std::atomic<RemovedName::Entry*> newest{nullptr};
 
 void RemoveAndEnd(int signalNumber) {
-    for (const TemporaryName& name : temporaryNames)
-        if (name.used.load()) unlink(name.path.data());
+    for (const RemovedName::Entry* entry = newest.load(); entry != nullptr; entry = entry->next)
+        if (entry->used.load() && unlink(entry->path.c_str()) != 0) rmdir(entry->path.c_str());
     std::signal(signalNumber, SIG_DFL);
     std::raise(signalNumber);
 }
@@ -74,6 +74,26 @@ mode_t ModeFor(const std::string& path) {
     return 0666 & ~mask;
 }
 
+int Rename(const std::string& from, const std::string& to, unsigned flags) {
+    return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags);
+}
+
+// No signal reaches this thread while it lives.
+class SignalsHeld {
+public:
+    SignalsHeld() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
+    }
+    ~SignalsHeld() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+private:
+    sigset_t before;
+};
+
 }  // namespace
 
 bool AreOneFile(const std::string& a, const std::string& b) {
@@ -107,49 +127,109 @@ void OutputFile::CheckName(const std::string& path, bool overwrite) {
     if (!overwrite) throw Failure("{} exists already (-f overwrites it)", path);
 }
 
-OutputFile::OutputFile(const std::string& path, bool overwrites)
-    : finalPath(Resolved(path)), overwrite(overwrites) {
+RemovedName::RemovedName(const std::string& path) : entry(new Entry{path, newest.load()}) {
+    while (!newest.compare_exchange_weak(entry->next, entry)) {
+    }
+}
+
+RemovedName::RemovedName(RemovedName&& other) noexcept
+    : entry(std::exchange(other.entry, nullptr)) {}
+
+RemovedName& RemovedName::operator=(RemovedName&& other) noexcept {
+    std::swap(entry, other.entry);
+    return *this;
+}
+
+RemovedName::~RemovedName() {
+    if (entry == nullptr) return;
+    if (unlink(Path()) != 0) rmdir(Path());
+    Keep();
+}
+
+const char* RemovedName::Path() const {
+    return entry == nullptr ? "" : entry->path.c_str();
+}
+
+void RemovedName::Keep() {
+    if (entry != nullptr) entry->used.store(false);
+    entry = nullptr;
+}
+
+OutputFile::OutputFile(const std::string& path, bool overwrites, OutputSet* together)
+    : finalPath(Resolved(path)), overwrite(overwrites), set(together) {
     CheckName(path, overwrite);
     // The ending stays: some writers look at it.
     const fs::path name(finalPath);
     const std::string ending = name.extension().string();
     std::string pattern =
         (name.parent_path() / ("." + name.stem().string() + "-XXXXXX" + ending)).string();
-    if (pattern.size() >= PATH_MAX) throw Failure("{}: the name is too long", path);
     fd = mkostemps(pattern.data(), static_cast<int>(ending.size()), O_CLOEXEC);
     if (fd < 0) throw Failure("{} cannot be written: {}", path, Reason());
+    temporary = RemovedName(pattern);
     fchmod(fd, ModeFor(finalPath));
-    temporaryPath = pattern;
-    for (size_t i = 0; i < temporaryNames.size() && slot < 0; ++i) {
-        TemporaryName& candidate = temporaryNames.at(i);
-        if (candidate.used.load()) continue;
-        std::memcpy(candidate.path.data(), temporaryPath.c_str(), temporaryPath.size() + 1);
-        candidate.used.store(true);
-        slot = static_cast<int>(i);
-    }
 }
 
 OutputFile::~OutputFile() {
     if (fd >= 0) close(fd);
-    if (temporaryPath.empty()) return;
-    unlink(temporaryPath.c_str());
-    if (slot >= 0) temporaryNames.at(static_cast<size_t>(slot)).used.store(false);
 }
 
 void OutputFile::Commit() {
     const bool stored = fsync(fd) == 0;
     if (!stored || close(std::exchange(fd, -1)) != 0)
         throw Failure("{} cannot be written: {}", finalPath, Reason());
+    OutputSet alone;
+    OutputSet& target = set != nullptr ? *set : alone;
+    target.files.push_back({std::move(temporary), finalPath, overwrite});
+    alone.Commit();
+}
+
+void OutputSet::MakeFolder(const std::string& path) {
+    const fs::path above = fs::path(path).parent_path();
+    std::error_code error;
+    if (fs::is_directory(path, error)) return;
+    if (!above.empty() && above != path) MakeFolder(above.string());
+    if (mkdir(path.c_str(), 0777) == 0)
+        folders.emplace_back(path);
+    else if (errno != EEXIST || !fs::is_directory(path, error))
+        throw Failure("{} cannot be made: {}", path, Reason());
+}
+
+OutputSet::~OutputSet() {
+    files.clear();
+    while (!folders.empty()) folders.pop_back();  // the deepest first
+}
+
+void OutputSet::File::Name(bool isLast) {
     // Without leave to overwrite, a file that came meanwhile is not touched; file systems that
-    // cannot promise that rename plainly.
-    int result = -1;
+    // cannot promise that rename plainly, as they do where they cannot exchange.
     if (!overwrite) {
-        result = renameat2(AT_FDCWD, temporaryPath.c_str(), AT_FDCWD, finalPath.c_str(),
-                           RENAME_NOREPLACE);
-        if (result != 0 && errno == EEXIST) throw Failure("{} exists already", finalPath);
+        if (Rename(temporary.Path(), path, RENAME_NOREPLACE) == 0) return;
+        if (errno == EEXIST) throw Failure("{} exists already", path);
+    } else if (!isLast) {
+        exchanged = Rename(temporary.Path(), path, RENAME_EXCHANGE) == 0;
+        if (exchanged) return;
     }
-    if (result != 0) result = std::rename(temporaryPath.c_str(), finalPath.c_str());
-    if (result != 0) throw Failure("{} cannot be written: {}", finalPath, Reason());
-    if (slot >= 0) temporaryNames.at(static_cast<size_t>(slot)).used.store(false);
-    temporaryPath.clear();
+    if (Rename(temporary.Path(), path, 0) != 0)
+        throw Failure("{} cannot be written: {}", path, Reason());
+}
+
+void OutputSet::File::TakeBack() const {
+    Rename(path, temporary.Path(), exchanged ? RENAME_EXCHANGE : 0);
+}
+
+void OutputSet::Commit() {
+    const SignalsHeld held;
+    size_t named = 0;
+    try {
+        for (; named < files.size(); ++named) files[named].Name(named + 1 == files.size());
+    } catch (const Failure&) {
+        while (named > 0) files[--named].TakeBack();
+        files.clear();
+        throw;
+    }
+    for (File& file : files)
+        if (!file.exchanged) file.temporary.Keep();
+    files.clear();
+    for (RemovedName& folder : folders) folder.Keep();
+    folders.clear();
 }

@@ -1,6 +1,58 @@
 // A file that appears under its name only when it is complete.
 #pragma once
 #include <string>
+#include <vector>
+
+// A path that is removed when the object dies, or when the program is interrupted or told to end:
+// a file, or a folder if it is empty. A signal removes the newest first.
+class RemovedName {
+public:
+    RemovedName() = default;  // none
+    explicit RemovedName(const std::string& path);
+    ~RemovedName();
+    RemovedName(RemovedName&& other) noexcept;
+    RemovedName& operator=(RemovedName&& other) noexcept;
+
+    const char* Path() const;  // "" for none
+    // The path stays.
+    void Keep();
+
+    struct Entry;
+
+private:
+    Entry* entry = nullptr;
+};
+
+// Files that get their names together: all of them or none.
+class OutputSet {
+public:
+    OutputSet() = default;
+    ~OutputSet();
+    OutputSet(const OutputSet&) = delete;
+    OutputSet& operator=(const OutputSet&) = delete;
+
+    // Makes the folder, and those above it, where they don't exist. Failure if it cannot. Without
+    // Commit those that were made are removed again.
+    void MakeFolder(const std::string& path);
+    // Gives every file its name. If one cannot get it, the others lose theirs again, old files get
+    // back what they held, and Failure is thrown. No signal comes between.
+    void Commit();
+
+private:
+    friend class OutputFile;
+    struct File {
+        RemovedName temporary;  // holds the old file where the two were exchanged
+        std::string path;
+        bool overwrite;
+        bool exchanged = false;
+
+        // Throws Failure. isLast: nothing has to be taken back afterwards.
+        void Name(bool isLast);
+        void TakeBack() const;
+    };
+    std::vector<RemovedName> folders;
+    std::vector<File> files;
+};
 
 // Writes go to a temporary file beside the final one. It is removed when the object dies, or when
 // the program is interrupted or told to end, unless Commit came first.
@@ -9,12 +61,13 @@ public:
     // Failure if the name is taken and overwrite is off, if something other than a file has it, or
     // if the folder cannot be written to. A symbolic link is followed, also to what doesn't exist
     // yet. An old file's mode is kept; a hard link keeps the old content under its other names.
-    OutputFile(const std::string& path, bool overwrite);
+    // together: what Commit hands the whole file over to, instead of naming it; null for none.
+    OutputFile(const std::string& path, bool overwrite, OutputSet* together = nullptr);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    const std::string& TemporaryPath() const { return temporaryPath; }
+    const char* TemporaryPath() const { return temporary.Path(); }
     // Of the temporary file, open for writing.
     int Descriptor() const { return fd; }
     // Gives the temporary file its name, once all of it is on the disk: a name given before could
@@ -25,10 +78,11 @@ public:
     static void CheckName(const std::string& path, bool overwrite);
 
 private:
-    std::string finalPath, temporaryPath;
+    std::string finalPath;
     bool overwrite;
+    OutputSet* set;
     int fd = -1;
-    int slot = -1;  // of the names that a signal removes
+    RemovedName temporary;
 };
 
 // Whether two names stand for one file, which need not exist yet: by another spelling, through

@@ -3,12 +3,14 @@
 #include <algorithm>
 
 PcmSink::PcmSink(AudioWriter& audioWriter, const Rates& rates, uint32_t channelCount, bool dither,
-                 Metering metering, uint64_t firstFrame)
+                 StreamMeter& streamMeter, uint64_t firstFrame)
     : writer(audioWriter),
       channels(channelCount),
       resampler(rates.chainHz, rates.outputHz, channelCount),
       quantizer(dither),
-      meter(channelCount, rates.outputHz, metering, firstFrame) {}
+      meter(streamMeter) {
+    meter.StartRun(channelCount, rates.outputHz, firstFrame);
+}
 
 void PcmSink::Put(std::span<const int16_t> samples) {
     writer.Write(samples);

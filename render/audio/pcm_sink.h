@@ -14,9 +14,10 @@ public:
     struct Rates {
         uint32_t chainHz, outputHz;
     };
-    // dither: if it has to resample. firstFrame: StreamMeter's. The writer must outlive the sink.
+    // dither: if it has to resample. meter: measures what is written, as a run that begins at
+    // firstFrame. Writer and meter must outlive the sink.
     PcmSink(AudioWriter& audioWriter, const Rates& rates, uint32_t channelCount, bool dither,
-            Metering metering, uint64_t firstFrame = 0);
+            StreamMeter& streamMeter, uint64_t firstFrame = 0);
 
     // Interleaved samples, whole frames.
     void Write(std::span<const int16_t> samples);
@@ -24,8 +25,6 @@ public:
     void Finish(uint64_t frames);
 
     uint64_t Clipped() const { return quantizer.Clipped(); }
-    // After Finish.
-    Measured FinishMetering() { return meter.Finish(); }
 
 private:
     void Put(std::span<const int16_t> samples);
@@ -34,7 +33,7 @@ private:
     size_t channels;
     Resampler resampler;
     Quantizer quantizer;
-    StreamMeter meter;
+    StreamMeter& meter;
     std::vector<float> floats, resampled;
     std::vector<int16_t> quantized;
     uint64_t samplesWritten = 0;

@@ -2,12 +2,15 @@
 
 #include <fmt/format.h>
 
-PcmSource::PcmSource(AudioReader& audioReader, uint32_t chainRateHz, bool dither, Metering metering)
-    : reader(audioReader),
+PcmSource::PcmSource(SampleReader& sampleReader, uint32_t chainRateHz, bool dither,
+                     StreamMeter& streamMeter)
+    : reader(sampleReader),
       resampler(reader.RateHz(), chainRateHz, reader.Channels()),
       dithers(dither && !(reader.IsSixteenBit() && resampler.IsIdle())),
       quantizer(dithers),
-      meter(reader.Channels(), reader.RateHz(), metering) {}
+      meter(streamMeter) {
+    meter.StartRun(reader.Channels(), reader.RateHz());
+}
 
 bool PcmSource::Read(std::vector<int16_t>* pcm) {
     pcm->clear();

@@ -10,8 +10,10 @@
 
 class PcmSource {
 public:
-    // dither: for what doesn't fit 16 bits as it is. The reader must outlive the source.
-    PcmSource(AudioReader& audioReader, uint32_t chainRateHz, bool dither, Metering metering);
+    // dither: for what doesn't fit 16 bits as it is. streamMeter: measures the input, as a run.
+    // Reader and meter must outlive the source.
+    PcmSource(SampleReader& sampleReader, uint32_t chainRateHz, bool dither,
+              StreamMeter& streamMeter);
 
     // Replaces *pcm by the next interleaved samples, now and then none; false after the last.
     bool Read(std::vector<int16_t>* pcm);
@@ -21,19 +23,17 @@ public:
     uint64_t Clipped() const { return quantizer.Clipped(); }
     // Samples taken for silence: of the file, and those that became none in resampling.
     uint64_t NotNumbers() const { return reader.NotNumbers() + quantizer.NotNumbers(); }
-    // Call this after the last block: what AudioReader says, and samples that are no numbers.
+    // Call this after the last block: what the reader says, and samples that are no numbers.
     std::vector<std::string> Damage() const;
-    // After the last.
-    Measured FinishMetering() { return meter.Finish(); }
 
 private:
     bool ReadSixteenBit(std::vector<int16_t>* pcm);
 
-    AudioReader& reader;
+    SampleReader& reader;
     Resampler resampler;
     bool dithers;
     Quantizer quantizer;
-    StreamMeter meter;
+    StreamMeter& meter;
     std::vector<float> resampled;
     uint64_t framesRead = 0;
     bool ended = false;

@@ -11,12 +11,8 @@ constexpr size_t kMostBlocks = 8;
 
 }  // namespace
 
-StreamMeter::StreamMeter(uint32_t channelCount, uint32_t rateHz, Metering metering,
-                         uint64_t firstFrame)
-    : samplesToSkip(firstFrame * channelCount),
-      loudness(channelCount, rateHz, metering, firstFrame) {
+StreamMeter::StreamMeter(Metering whatToMeter) : metering(whatToMeter) {
     if (metering == Metering::kNothing) return;
-    if (metering == Metering::kOverTime) spectrum.emplace(channelCount, rateHz);
     background.emplace(kMostBlocks, [this](const Block& block) {
         try {
             if (!failed) MeterBlock(block);
@@ -24,6 +20,18 @@ StreamMeter::StreamMeter(uint32_t channelCount, uint32_t rateHz, Metering meteri
             failed = true;  // the audio needs no meters
         }
     });
+}
+
+void StreamMeter::StartRun(uint32_t channelCount, uint32_t rateHz, uint64_t firstFrame) {
+    if (!background) return;
+    if (!loudness) {  // on this thread: transforms must not be planned on two at once
+        samplesToSkip = firstFrame * channelCount;
+        loudness.emplace(channelCount, rateHz, metering, firstFrame);
+        if (metering == Metering::kOverTime) spectrum.emplace(channelCount, rateHz);
+        return;
+    }
+    if (!gathered.floats.empty() || !gathered.sixteenBits.empty()) HandOver();
+    gathered.run = {channelCount, rateHz};
 }
 
 void StreamMeter::Add(std::span<const float> samples) {
@@ -48,16 +56,18 @@ Measured StreamMeter::Finish() {
         HandOver();
         background->Finish();
     }
-    if (failed) return {.loudness = {NAN, NAN, NAN}, .tenths = {}, .spectrum = {}};
-    return {loudness.Result(), loudness.Tenths(), spectrum ? spectrum->Finish() : Spectrum{}};
+    if (failed || !loudness) return {.loudness = {NAN, NAN, NAN}, .tenths = {}, .spectrum = {}};
+    return {loudness->Result(), loudness->Tenths(), spectrum ? spectrum->Finish() : Spectrum{}};
 }
 
 void StreamMeter::MeterBlock(const Block& block) {
+    if (block.run) loudness->Continue(block.run->channels, block.run->rateHz);
+    if (!loudness) return;
     std::vector<float> samples(block.sixteenBits.size());
     std::transform(block.sixteenBits.begin(), block.sixteenBits.end(), samples.begin(),
                    [](int16_t sample) { return static_cast<float>(sample) / 32768.0F; });
     samples.insert(samples.end(), block.floats.begin(), block.floats.end());
-    loudness.Add(samples);
+    loudness->Add(samples);
     if (!spectrum) return;
     const size_t skipped = std::min<uint64_t>(samplesToSkip, samples.size());
     samplesToSkip -= skipped;

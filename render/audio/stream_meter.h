@@ -19,8 +19,12 @@ struct Measured {
 // Make, feed and finish it on one thread.
 class StreamMeter {
 public:
-    // firstFrame: where time and spectrum begin.
-    StreamMeter(uint32_t channelCount, uint32_t rateHz, Metering metering, uint64_t firstFrame = 0);
+    explicit StreamMeter(Metering whatToMeter);
+
+    // The stream begins, or goes on at another rate or with other channels; all of it is measured
+    // as one. Metering over time takes only one such run. firstFrame: where time and spectrum
+    // begin.
+    void StartRun(uint32_t channelCount, uint32_t rateHz, uint64_t firstFrame = 0);
 
     // Interleaved samples, whole frames; copied. Waits where the meters are far behind. A stream
     // has one kind.
@@ -33,15 +37,20 @@ public:
 
 private:
     // Large enough that handing it over costs nothing.
+    struct Run {
+        uint32_t channels, rateHz;
+    };
     struct Block {
+        std::optional<Run> run;  // that begins with this block, not the first
         std::vector<float> floats;
         std::vector<int16_t> sixteenBits;
     };
     void HandOver();
     void MeterBlock(const Block& block);
 
-    uint64_t samplesToSkip;  // before the spectrum begins
-    LoudnessMeter loudness;
+    Metering metering;
+    uint64_t samplesToSkip = 0;  // before the spectrum begins
+    std::optional<LoudnessMeter> loudness;
     std::optional<SpectrumMeter> spectrum;
 
     bool failed = false;                          // the meters ran out of memory

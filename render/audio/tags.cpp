@@ -180,8 +180,8 @@ void ReadPictures(const TagFile& from, AudioTags* tags) {
 
 }  // namespace
 
-std::string AudioTags::Title() const {
-    return fields.contains("TITLE") ? Utf8(fields["TITLE"].front()) : "";
+std::string AudioTags::First(const char* field) const {
+    return fields.contains(field) && !fields[field].isEmpty() ? Utf8(fields[field].front()) : "";
 }
 
 uint64_t AudioTags::MostBytes() const {

@@ -18,7 +18,9 @@ struct AudioTags {
                                       // for the loudness changes
     std::vector<std::string> unread;  // what only the file's own format has a place for
 
-    std::string Title() const;  // "" for none
+    // The first value of a field, "" for none.
+    std::string First(const char* field) const;
+    std::string Title() const { return First("TITLE"); }
     // More than any format needs for them.
     uint64_t MostBytes() const;
     // A name for each: fields, pictures.

@@ -1,0 +1,144 @@
+#include "render/chain_run.h"
+
+#include <fmt/ranges.h>
+
+#include <cmath>
+
+#include "client/delay.h"
+#include "client/settings_text.h"
+#include "render/audio/pcm_sink.h"
+#include "render/audio/resampler.h"
+#include "render/failure.h"
+#include "render/input.h"
+
+namespace {
+
+std::string HertzText(uint32_t rateHz) {
+    return std::to_string(rateHz) + " Hz";
+}
+
+// Says which rates differ; with strictRate refuses.
+void CheckRates(const RenderJob& job, Report* report) {
+    std::string text;
+    if (report->chainRateHz != report->rateHz)
+        text = HertzText(report->rateHz) + " is outside 32000 to 48000 Hz; the chain runs at " +
+               HertzText(report->chainRateHz);
+    if (report->outputRateHz != report->rateHz)
+        text += std::string(text.empty() ? "" : "; ") + "the format of " + job.output +
+                " doesn't take " + HertzText(report->rateHz) + ", it gets " +
+                HertzText(report->outputRateHz);
+    else if (!text.empty())
+        text += ", resampled there and back";
+    if (text.empty()) return;
+    if (job.strictRate) throw Failure("{}: {}", job.input, text);
+    report->notes.push_back(text);
+}
+
+}  // namespace
+
+uint64_t AtRate(uint64_t frames, uint32_t rateHz, uint32_t otherRateHz) {
+    return (frames * otherRateHz + rateHz / 2) / rateHz;
+}
+
+uint32_t OutputRateHz(const std::string& output, uint32_t fileRateHz) {
+    if (output.empty()) return fileRateHz;
+    const OutputFormat format(output);
+    for (const uint32_t rateHz : {fileRateHz, ChainRateHz(fileRateHz)})
+        if (format.TakesRate(rateHz)) return rateHz;
+    return 48000;
+}
+
+ChainRun::ChainRun(const RenderJob& renderJob, const EffectLibrary& library,
+                   const Settings& settings, SampleReader& sampleReader, StreamMeter& before)
+    : job(renderJob),
+      reader(sampleReader),
+      format{ChainRateHz(reader.RateHz()), reader.Channels(), job.bufferFrames},
+      delayFrames(DelayFrames(settings, job.bufferFrames)),
+      chain(library, settings, format, {job.keepDelay, job.coldStart}),
+      source(reader, format.rateHz, job.dither, before) {}
+
+void ChainRun::Play(AudioWriter& writer, uint32_t outputRateHz, StreamMeter& after) {
+    Progress progress(job.showProgress, reader.RateHz(), reader.Frames());
+    // The piece begins behind a delay that is kept.
+    PcmSink sink(writer, {format.rateHz, outputRateHz}, format.channels, job.dither, after,
+                 job.keepDelay ? AtRate(delayFrames, format.rateHz, outputRateHz) : 0);
+    std::vector<int16_t> pcm, processed;
+    while (source.Read(&pcm)) {
+        processed.clear();
+        chain.Process(pcm, &processed);
+        sink.Write(processed);
+        progress.Update(source.FramesRead());
+    }
+    processed.clear();
+    chain.Finish(&processed);
+    sink.Write(processed);
+    sink.Finish(job.keepDelay ? AtRate(chain.FramesOut(), format.rateHz, outputRateHz)
+                              : AtRate(source.FramesRead(), reader.RateHz(), outputRateHz));
+    clippedOut = sink.Clipped();
+    elapsedSeconds = progress.ElapsedSeconds();
+}
+
+void ChainRun::AddTo(Report* report) const {
+    report->frames += source.FramesRead();
+    report->seconds += static_cast<double>(source.FramesRead()) / reader.RateHz();
+    report->elapsedSeconds += elapsedSeconds;
+    report->settlingFrames = chain.SettlingFrames();
+    report->dithered = report->dithered || source.Dithers();
+    report->clippedIn += source.Clipped();
+    report->clippedOut += clippedOut;
+    report->notNumbers += source.NotNumbers();
+    for (std::string& fault : source.Damage()) report->damage.push_back(std::move(fault));
+}
+
+Report StartReport(const RenderJob& job, const std::optional<Match>& match,
+                   const SampleReader& reader) {
+    CheckChannels(job.input, reader);
+    Report report{};
+    report.input = job.input;
+    report.output = job.output;
+    report.preset = job.preset;
+    report.settings = job.settings;
+    report.bufferFrames = job.bufferFrames;
+    report.rateHz = reader.RateHz();
+    report.channels = reader.Channels();
+    report.chainRateHz = ChainRateHz(report.rateHz);
+    report.outputRateHz = OutputRateHz(job.output, report.rateHz);
+    report.tone = job.tone.Grant(report.chainRateHz, &report.settings);
+    if (match) {
+        report.settings.Set(PARAM_OUTPUT_GAIN, match->gain);
+        report.matchedLufs = match->wantedLufs;
+    }
+    report.delayFrames = DelayFrames(report.settings, job.bufferFrames);
+    report.delayRemoved = !job.keepDelay;
+    CheckRates(job, &report);
+    return report;
+}
+
+void NoteMatch(const std::optional<Match>& match, Report* report) {
+    if (!match) {
+        report->notes.push_back("nothing was matched: " + report->input +
+                                " is silent or too short to have a loudness");
+        return;
+    }
+    const double offLu = report->after.integratedLufs - match->wantedLufs;
+    if (!(std::abs(offLu) > kMatchToleranceLu)) return;
+    const Parameter& gain = ParameterOf(PARAM_OUTPUT_GAIN);
+    const bool highest = match->gain == gain.maximum;
+    report->notes.push_back(
+        "the loudness is " + DecibelText(offLu) + " LU off: the output gain " +
+        (highest ? "ends at " + ValueText(gain, gain.maximum) + ", and the limiters hold the rest"
+                 : "has no step that comes nearer"));
+}
+
+void NoteTags(const std::string& output, const AudioWriter& writer, const AudioTags& tags,
+              Report* report) {
+    std::vector<std::string> lost = writer.NotKept();
+    lost.insert(lost.end(), tags.unread.begin(), tags.unread.end());
+    if (!lost.empty())
+        report->warnings.push_back(
+            fmt::format("{} has no place for the tags {}", output, fmt::join(lost, ", ")));
+    if (!tags.gains.empty())
+        report->warnings.push_back(
+            fmt::format("{} goes without {}, because the loudness has changed", output,
+                        fmt::join(tags.gains, ", ")));
+}
