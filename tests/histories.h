@@ -45,6 +45,11 @@ public:
         const uint32_t settings = Below(24);
         for (uint32_t i = 0; i < settings; ++i) ChangeSetting();
         if (theme.kind == kGates) SetGate();
+        if (theme.kind == kExtremes && OneIn(3)) {
+            // Outputs beyond 32 bits.
+            Set(PARAM_LIMITER_GATE, INT32_MAX);
+            Set(PARAM_OUTPUT_GAIN, From(100000000, INT32_MAX));
+        }
     }
 
     const char* Theme() const { return theme.name; }
@@ -172,7 +177,8 @@ private:
             case 9:
                 return Set(PARAM_ENHANCER_LOCONTOUR, OneIn(4) ? 0 : usual);
             case 10:
-                return Set(PARAM_OUTPUT_GAIN, OneIn(3) ? large : 3 * usual);
+                // Quarters make products that lie halfway between two floats.
+                return Set(PARAM_OUTPUT_GAIN, OneIn(3) ? large : usual / 5 * 25);
             case 11:
                 return Set(PARAM_SET_MODE, From(-1, 2));
             default:
@@ -201,7 +207,7 @@ private:
     void Change() {
         switch (theme.kind) {
             case kGates:
-                if (OneIn(3)) SetGate();
+                if (OneIn(2)) SetGate();
                 if (OneIn(40)) ChangeSetting();
                 break;
             case kQuiet:
@@ -257,10 +263,13 @@ private:
                                     kLeftOnly,  kRightOnly, kOpposite};
         const bool hush = theme.kind == kQuiet ? sounds == 1 : OneIn(4);
         sound = hush ? kQuietSounds[Below(5)] : kLoud[Below(7)];
-        sides = kSides[Below(6)];
+        // Where gates change, what one channel does often leaves the other one alone.
+        sides = theme.kind == kGates && OneIn(2) ? kBothSides : kSides[Below(6)];
         shift = Below(OneIn(2) ? 2 : 6);
         if (hush) shift = 6 + Below(10);
+        softer = Below(3);
         constant = From(-32768, 32767);
+        rarity = From(1, OneIn(2) ? 20 : 500);
         increments[0] = 1000000 + Below(1U << (20 + Below(10)));
         increments[1] = increments[0] / 3 + Below(20000000);
         increments[2] = increments[0] * 5 + 77777;
@@ -300,7 +309,7 @@ private:
             case kClicks:
                 return random > 32700 ? 32767 : (random < -32700 ? -32768 : 0);
             case kOnes:
-                return random > 32400 ? 1 : (random < -32400 ? -1 : 0);
+                return random > 32767 - rarity ? 1 : (random < rarity - 32768 ? -1 : 0);
             case kConstant:
                 return constant;
             case kLowest:
@@ -319,7 +328,7 @@ private:
             const int32_t left = Sample() >> down;
             int32_t right = left;
             if (channels == 2) {
-                if (sides == kBothSides) right = Sample() >> (down + (down < 15 ? 1 : 0));
+                if (sides == kBothSides) right = Sample() >> (down + softer);
                 if (sides == kOpposite) right = left == -32768 ? 32767 : -left;
                 if (sides == kLeftOnly) right = 0;
             }
@@ -340,7 +349,8 @@ private:
     uint32_t channels = 2;
     Sound sound = kSilence;
     Sides sides = kBothSides;
-    uint32_t sounds = 0, soundLeft = 0, shift = 0, increments[3], position = 0, noise = 1;
-    int32_t constant = 0;
+    uint32_t sounds = 0, soundLeft = 0, shift = 0, softer = 0, increments[3], position = 0,
+             noise = 1;
+    int32_t constant = 0, rarity = 0;
     int16_t input[2 * kMostFrames];
 };
