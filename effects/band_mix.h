@@ -1,5 +1,5 @@
-// What the enhancer does to a block of samples around its filters: from interleaved frames to
-// planar pairs, from the three bands to their weighted sum, and the contour's way in and out.
+// The enhancer's steps around its filters: from interleaved frames to planar pairs, from the three
+// bands to their weighted sum, and from that sum to the contour's filter and back.
 #pragma once
 #include <array>
 #include <cstddef>
@@ -10,7 +10,7 @@
 #include "dsp/softfloat/contour_mix.h"
 #include "dsp/softfloat/inlining.h"
 
-// A value as the buffers between the steps hold it: rounded to float.
+// Returns a value as the buffers between the steps hold it: rounded to float.
 template <typename V>
 [[gnu::always_inline]] inline V Held(V v) {
     return v;
@@ -20,9 +20,10 @@ template <typename V>
     return held;
 }
 
-// The bands of one channel from some pair of its block on, and their weighted sum.
+// The bands of one channel, each delayed by its own amount, and their weights.
 template <typename Real>
 struct DelayedBands {
+    // Returns the weighted sum at pair q and the following ones, one in each lane.
     template <typename V>
     ORVANE_LANE_INLINE Complex<V> Mix(size_t q) const {
         const Complex<V> h = LoadAt<V>(high, q), b = LoadAt<V>(band, q), l = LoadAt<V>(low, q);
@@ -36,7 +37,8 @@ struct DelayedBands {
     BandWeights<Real> weights;
 };
 
-// A block of interleaved frames into the channels' planar ones. Lanes: neighbouring pairs.
+// Split a block of interleaved frames into planar pairs for each channel. `pairs` counts pairs of
+// frames. A lane is a pair.
 //   L0 R0 L1 R1 | L2 R2 L3 R3 | ..      L0 L2 ..   L1 L3 ..   R0 R2 ..   R1 R3 ..
 template <typename Real>
 void Unweave(const float* frames, size_t pairs, Planar<Real> only) {
@@ -57,7 +59,7 @@ ORVANE_ARM_STATE void Unweave(const float* frames, size_t pairs, Planar<Real> le
     });
 }
 
-// Interleaves the weighted sums of the bands; `pairs` counts pairs of frames.
+// Interleave the weighted sums of the bands. `pairs` counts pairs of frames.
 template <typename Real>
 void Weave(const DelayedBands<Real>& only, size_t pairs, Real* frames) {
     ForLanes<Real>(pairs, [=]<typename V>(size_t q) {
@@ -74,7 +76,7 @@ void Weave(const DelayedBands<Real>& left, const DelayedBands<Real>& right, size
     });
 }
 
-// One channel, or two.
+// Calls Weave for one or two channels.
 template <typename Real>
 void WeaveChannels(const std::array<DelayedBands<Real>, 2>& bands, size_t channels, size_t pairs,
                    Real* frames) {
@@ -84,8 +86,8 @@ void WeaveChannels(const std::array<DelayedBands<Real>, 2>& bands, size_t channe
         Weave(bands[0], pairs, frames);
 }
 
-// What goes into the contour's filter, and what comes out added to each channel; both rounded as
-// the buffers hold it.
+// SumChannels makes the input of the contour's filter, and AddToChannels adds its output to each
+// channel. Both round to float as the buffers do.
 template <typename Real>
 void SumChannels(const Real* frames, size_t channels, size_t count, Real* sums) {
     ForLanes<Real>(count, [=]<typename V>(size_t i) {
@@ -112,8 +114,8 @@ void AddToChannels(const Real* contour, size_t channels, size_t count, Real* fra
     });
 }
 
-// The sums of the bands with the contour added, on unpacked numbers; false, with the filter as it
-// was, where they can't be.
+// Computes the weighted sums with the contour added, in unpacked floats. Returns false, with the
+// filter unchanged, if these can't hold a value.
 inline bool MixUnpacked(const std::array<DelayedBands<float>, 2>& bands,
                         Biquad<float, float>* filter, size_t pairs, size_t channels,
                         float* frames) {

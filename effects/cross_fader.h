@@ -1,4 +1,4 @@
-// Cross-fades two streams of interleaved 16-bit samples: a linear fade, in place, that may span
+// Cross-fades two streams of interleaved 16-bit samples in place. The fade is linear and may span
 // any number of calls.
 //
 // Delay: none. Allocates: never. Thread: no lock of its own; the owner serialises all calls.
@@ -9,16 +9,16 @@
 
 class ORVANE_API CrossFader {
 public:
-    // No fade running.
+    // In a new object no fade is running.
     CrossFader();
 
-    // Starts a fade of `frames` frames. 0: the next frame is the old stream's, then the new one's.
-    // A negative length never ends; don't.
+    // Starts a fade of `frames` frames. With 0, the next frame is still the old stream's and the
+    // following ones are the new stream's. The length must not be negative: such a fade never ends.
     void BeginFader(int frames);
 
-    // target: the stream fading in, receives the mix. source: the stream fading out. Both hold
-    // `frames` frames of `channels` samples. Nothing happens when no fade is running, when the two
-    // are the same memory, or without samples; what lies behind the end of a fade stays.
+    // Mixes `source`, which fades out, into `target`, which fades in. Both have `frames` frames of
+    // `channels` samples. Does nothing if no fade is running, if both are the same memory, or if
+    // there are no samples. Frames after the end of the fade stay unchanged.
     void FadeStream(int16_t* target, const int16_t* source, int frames, int channels);
 
 private:

@@ -8,22 +8,24 @@
 #include "dsp/softfloat/inlining.h"
 #include "dsp/stream.h"
 
-// Of sum k.
+// Returns the half-width D of average k.
 constexpr size_t HalfWidth(size_t k) {
     return size_t{1} << k;
 }
 
 constexpr size_t kSums = 9;
 
-// Frame by frame the sums of as many channels as V has lanes, in registers: each takes in the input
-// D ahead of the centre, is stored, and gives up the one D behind.
+// The run holds the sums of as many channels as V has lanes, in registers. For each frame, a sum
+// adds the input D frames ahead of the centre, is stored, and subtracts the input D frames behind
+// it.
 template <typename Real, typename V, size_t kInterleaved, size_t kRow>
 struct SumRun {
-    // Two sums of two channels share a vector, so that all stay in registers.
+    // The number of vectors that hold two sums of two channels each, so that all fit into
+    // registers.
     static constexpr size_t kPairs = kWidth<V, Real> == 2 && std::is_same_v<Real, float> ? 4 : 0;
 
     SumRun() = default;
-    // From and to the sums of channel `first` on.
+    // Loads the sums of the channels from `first` on from `kept`; Keep stores them there.
     SumRun(const Real* centres, Real* rowsOut, const Real (&kept)[kSums][kMaxChannels],
            size_t first)
         : centre(centres + first), rows(rowsOut + first) {

@@ -15,7 +15,7 @@
 
 namespace {
 
-// Of sum k. Not 1 / (2 half-width + 1), although that many samples are summed.
+// Returns the weight of sum k: 1 / (2 D), not one divided by the number of samples.
 template <typename Real>
 constexpr auto kWeights = [] {
     std::array<Real, kSums> weights{};
@@ -23,7 +23,7 @@ constexpr auto kWeights = [] {
     return weights;
 }();
 
-// Outputs for as many neighbouring centres as V has lanes, from the rows of sums.
+// Computes the outputs for as many neighbouring centres as V has lanes, from the rows of sums.
 template <typename V, size_t kRow, typename Real>
 ORVANE_LANE_INLINE V AddBands(const Real* centre, const Real* rows, const V* gains) {
     V finer = Load<V>(centre), y = V{};
@@ -53,8 +53,8 @@ void Convert(const float* from, Real* to, size_t count) {
     for (size_t i = 0; i < count; ++i) to[i] = static_cast<Real>(from[i]);
 }
 
-// Takes in a chunk of at most kChunkFrames frames; returns the first one's centre. State:
-// FIREqualizer's.
+// Appends a chunk of at most kChunkFrames frames to the history and returns the centre of the first
+// one. `State` is FIREqualizer::State.
 template <uint32_t kInterleaved, typename State, typename Sample>
 auto TakeIn(State& s, const Sample* samples, uint32_t frames) {
     if (s.next + frames > State::kReach + State::kMove) {
@@ -68,7 +68,7 @@ auto TakeIn(State& s, const Sample* samples, uint32_t frames) {
     return newest - size_t{State::kDelay} * kInterleaved;
 }
 
-// A chunk's outputs from its sums.
+// Computes a chunk's outputs from its sums.
 template <size_t kRow, typename Real, typename State>
 void AddAllBands(const State& s, const Real* centre, const Real* rows, size_t count,
                  float* samples) {
@@ -97,7 +97,7 @@ void ProcessChunk(State& s, float* samples, uint32_t frames) {
     AddAllBands<kRow>(s, centre, rows, size_t{frames} * kInterleaved, samples);
 }
 
-// Hands the core's history over, as if it had not been in use.
+// Copies history and sums from the core, as if it had never been in use.
 template <typename State>
 void LeaveCore(State& s, size_t channels) {
     for (size_t c = 0; c < channels; ++c) {
@@ -109,7 +109,7 @@ void LeaveCore(State& s, size_t channels) {
     s.core.Leave();
 }
 
-// What the variants differ in.
+// The differences between the variants.
 template <typename Real>
 struct Laws;
 template <>
@@ -199,8 +199,8 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
     ProcessFloats(samples + done * channels, frames - done);
 }
 
-// On unpacked numbers, in place or, if there is an `in`, from 16 bits. Returns the frames done
-// before it meets what they can't hold; from then on floats go on.
+// Processes in unpacked floats: reads `in`, or `samples` if `in` is null. Returns the number of
+// frames before the first chunk that these can't hold; from there on the equalizer uses floats.
 template <typename Sample, typename Real>
 size_t FIREqualizer<Sample, Real>::ProcessUnpacked(const int16_t* in, float* samples,
                                                    size_t frames) {

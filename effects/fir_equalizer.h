@@ -1,12 +1,15 @@
 // Ten-band linear-phase equalizer on interleaved floats, mono or stereo, in place.
 //
-// Nine moving averages, centred on the sample of 256 frames ago, with half-widths D of 1, 2, 4 ...
-// 256 and weight 1 / (2 D), kept as running sums. A band is the difference of two neighbouring
-// averages (the top band the centre sample less the narrowest average, the bottom band the widest
-// average itself); the output is the sum of the bands times their gains. It is a symmetric FIR
-// filter of 513 taps whose band edges move with the sampling rate: at 44100 Hz bands 1 to 8 are
-// strongest at 99, 197, 391, 773, 1510, 2892, 5333 and 9252 Hz, band 9 at half the rate, and band 0
-// holds what lies below some 86 Hz. With every gain 1 the terms telescope to the input, delayed.
+// Nine moving averages are centred on the sample of 256 frames ago. They have half-widths D of 1,
+// 2, 4
+// ... 256 and weight 1 / (2 D), and are kept as running sums. A band is the difference of two
+// neighbouring averages. The highest band is the centre sample minus the narrowest average; the
+// lowest band is the widest average itself. The output is the sum of the bands times their gains.
+//
+// So the equalizer is a symmetric FIR filter of 513 taps. Its band edges move with the sampling
+// rate: at 44100 Hz bands 1 to 8 are strongest at 99, 197, 391, 773, 1510, 2892, 5333 and 9252 Hz,
+// band 9 at half the rate, and band 0 holds what is below about 86 Hz. With every gain 1 the sum is
+// the delayed input.
 //
 // Delay: 256 frames while enabled, none otherwise. Allocates: the constructor only. Thread: no lock
 // of its own; the owner serialises all calls.
@@ -23,45 +26,49 @@
 #include "platform/export.h"
 #include "table/parameters.h"
 
-// Real: type of state, gains and arithmetic. The two differ in two laws: see SetBandLevel and
-// SetEnable.
+// `Real` is the type of state, gains and arithmetic. The float and the double variant differ in
+// SetBandLevel and SetEnable.
 template <typename Sample, typename Real>
 class ORVANE_API FIREqualizer {
 public:
     static constexpr size_t kBands = kBandCount;
 
-    // Disabled, 44100 Hz, stereo, every gain 1.
+    // A new equalizer is disabled, at 44100 Hz stereo, with every gain 1.
     FIREqualizer();
     ~FIREqualizer();
 
-    // Whether its memory was granted; without it Process leaves the samples alone.
+    // Returns false if memory was refused. Process then leaves the samples unchanged.
     bool GetPrepared() const { return state != nullptr; }
 
-    // One parameter of the table, in its units; a switch is off at 0. Others are ignored.
+    // Sets one parameter of the table in the table's units; a switch is off at 0. Ignores
+    // parameters that aren't the equalizer's.
     ORVANE_LOCAL void Set(ParameterId id, float value, int band);
-    // Hz. Only gates the processing, to the rates of dsp/stream.h; the history stays.
+    // Sets the rate in Hz. It only decides whether Process works (the rates of dsp/stream.h). The
+    // history stays.
     void SetSamplingRate(unsigned int rate);
-    // Interleaved channels; 1 and 2 are processed. A new count forgets the history.
+    // Sets the number of interleaved channels; 1 and 2 are processed. A new number clears the
+    // history.
     void SetChannels(unsigned int count);
-    // Returns whether the setting changed. Switching the float variant on forgets the history; the
+    // Returns true if the setting changed. Switching the float variant on clears the history; the
     // double variant keeps it.
     bool SetEnable(bool enable);
-    // band 0 (lowest) to 9; others are ignored, and so is a level whose gain isn't finite. The
-    // level is a linear offset from unity. Float variant: gain 1 + level from -1 to 0, 1 + 2 level
-    // above, without bound. Double variant: 1 + level, at most 2. Below -1 the gain is 0.
+    // Sets the level of a band, 0 (lowest) to 9. Ignores other bands, and levels whose gain isn't
+    // finite. In the float variant the gain is 1 + level for levels from -1 to 0 and 1 + 2 level
+    // above, without bound. In the double variant it is 1 + level, at most 2. Levels below -1 give
+    // a gain of 0.
     void SetBandLevel(int band, float level);
 
-    // Forgets the history, as newly made; keeps gains and settings.
+    // Clears the history, as in a new object; keeps gains and settings.
     void Reset();
 
-    // `samples`: interleaved, `frames` frames. Left alone when disabled or outside the ranges
-    // above.
+    // Processes `frames` interleaved frames in place. Leaves them unchanged if disabled, or if rate
+    // or channel count is outside the ranges above.
     void Process(float* samples, unsigned int frames);
 
-    // Process from 16 bits in steps, for a chain that runs other recurrences beside the
-    // equalizer's: a chunk of up to kChunkFrames is taken in, its sums run (dsp/runs.h) if any are
-    // left to run, and its bands are added up. `samples` hold the result after Finish. What Process
-    // would leave alone is only converted.
+    // The steps of Process from 16 bits, for a chain that interleaves the equalizer's sums with
+    // other recurrences. Begin takes in a chunk of at most kChunkFrames frames. Chunk::Rest() is
+    // the run that is left, if any (dsp/runs.h). Finish adds up the bands; `samples` then hold the
+    // result. Samples that Process would leave unchanged are only converted.
     static constexpr bool kRunsBeside = kLanes > 1 && std::is_same_v<Real, float>;  // stereo
     static constexpr size_t kStereoRow = size_t{2} * kChunkFrames;
     struct ORVANE_LOCAL StereoChunk {
@@ -86,17 +93,18 @@ private:
 
     struct State {
         static constexpr uint32_t kDelay = 256, kReach = 2 * kDelay;  // frames
-        static constexpr uint32_t kMove = 512;  // frames from one move of the history to the next
+        static constexpr uint32_t kMove = 512;  // frames between two moves of the history
         static_assert(kChunkFrames <= kMove);
 
         Real bandGains[kBands];  // element j: gain of band 9 - j
-        // Interleaved. The newest frames, kReach of them before the next.
+        // Interleaved frames. The newest kReach of them lie before `next`.
         Real history[(kReach + kMove) * kMaxChannels];
-        // [k]: sum of the 2 D - 1 inputs x[n - 256 - D + 1] .. x[n - 256 + D - 1], n the next frame
+        // [k]: the sum of the 2 D - 1 inputs x[n - 256 - D + 1] .. x[n - 256 + D - 1], where n is
+        // the next frame.
         Real runningSums[kBands - 1][kMaxChannels];
-        uint32_t next;  // frame of the history that comes next
-        // While it is in use it takes the place of history and sums: until it meets what it can't
-        // hold.
+        uint32_t next;  // index in the history of the next frame
+        // While the core is in use, it holds history and sums instead. It is in use until it meets
+        // a sample that it can't hold.
         [[no_unique_address]] EqualizerCore<Real> core;
     };
 

@@ -5,7 +5,7 @@
 
 namespace {
 
-// One channel whose samples lie `stride` apart, in place, a chunk at a time.
+// Processes one channel in place, chunk by chunk. Its samples are `stride` apart.
 template <typename Arithmetic>
 void ProcessStrided(LimiterCore<Arithmetic, 1>& core, typename Arithmetic::Sample* samples,
                     uint32_t frames, uint32_t stride) {

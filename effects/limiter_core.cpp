@@ -9,21 +9,22 @@
 
 namespace {
 
-// Whether any sample's magnitude exceeds a gate of 0 and more, as Q24Limiting::Above has it.
+// Finds out whether any sample exceeds a gate that isn't negative, in the sense of
+// Q24Limiting::Above.
 class Exceeding {
 public:
     explicit Exceeding(int32_t gate) : offset(static_cast<uint32_t>(gate)) {}
     [[gnu::always_inline]] void Take(int32_t sample) {
         largest = std::max(largest, static_cast<uint32_t>(sample) + offset);
     }
-    // From -gate to gate it is 0 to 2 gate.
+    // Shifted by `offset`, samples from -gate to gate are 0 to 2 gate.
     bool Any() const { return largest > 2 * offset; }
 
 private:
     uint32_t offset, largest = 0;
 };
 
-// Whether any sample's magnitude exceeds the gate. Lanes: neighbours.
+// Returns true if any sample's magnitude exceeds the gate. A lane is a sample.
 template <typename Arithmetic, typename Sample>
 ORVANE_ARM_STATE bool AnySampleAbove(const Sample* samples, size_t count, Sample gate) {
     if constexpr (kLanes == 1 && std::is_same_v<Sample, int32_t>) {
@@ -42,8 +43,8 @@ ORVANE_ARM_STATE bool AnySampleAbove(const Sample* samples, size_t count, Sample
     return any;
 }
 
-// The 16 bits of samples times gains, for which the gains may be overwritten. False if a product
-// exceeds the gate.
+// Writes samples times gains as 16 bits; overwrites the gains. Returns false if a product exceeds
+// the gate.
 template <typename Arithmetic, typename Sample>
 bool ShortsOf(Arithmetic, const Sample* x, Sample* gains, Sample gate, int16_t* out, size_t count) {
     Arithmetic::ApplyRun(x, gains, count);
@@ -55,7 +56,7 @@ bool ShortsOf(Arithmetic, const Sample* x, Sample* gains, Sample gate, int16_t* 
                                int16_t* out, size_t count) {
     return ShortProducts(gate).MakeRun(x, gains, out, count) == count;
 }
-// In one pass, where no vectors have to be filled.
+// The same in one pass, for processors without vectors.
 [[maybe_unused]] ORVANE_ARM_STATE bool ShortsInOnePass(const int32_t* x, const int32_t* gains,
                                                        int32_t gate, int16_t* out, size_t count) {
     Exceeding exceeding(gate);
@@ -111,7 +112,7 @@ void LimiterCore<Arithmetic, kChannels>::Process(Sample* samples, uint32_t frame
     }
 }
 
-// As ProcessChunkToShort, in place.
+// Like ProcessChunkToShort, but in place.
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::ProcessChunk(Sample* samples, uint32_t count) {
     const size_t size = size_t{count} * kChannels;
@@ -124,7 +125,7 @@ void LimiterCore<Arithmetic, kChannels>::ProcessChunk(Sample* samples, uint32_t 
     std::memcpy(samples, output, size * sizeof(Sample));
 }
 
-// A chunk again, frame by frame, from the state before it.
+// Processes a chunk again, frame by frame, starting from the state before it.
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::ProcessFrames(const State& before, Sample* samples,
                                                        uint32_t count) {
@@ -157,7 +158,7 @@ bool LimiterCore<Arithmetic, kChannels>::Limiting() const {
     return any != 0;
 }
 
-// Whether a step toward unity returns the state that it got.
+// Returns true if a step toward a target of 1 doesn't change the state.
 template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::AtRest() const {
     for (uint32_t c = 0; c < kChannels; ++c) {
@@ -175,7 +176,7 @@ void LimiterCore<Arithmetic, kChannels>::ForgetWindow() {
     std::fill(std::begin(tails), std::end(tails), Sample(0));
 }
 
-// MakeWindow at the beginning of a lap, where every frame counts.
+// Does what MakeWindow does, for the beginning of a lap when every frame counts.
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::OpenLap() {
     const uint32_t present = next / kLap;
@@ -197,8 +198,9 @@ void LimiterCore<Arithmetic, kChannels>::OpenLap() {
     }
 }
 
-// For as many channels as V has lanes, from `first` on. Four frames at a time, first
-// among themselves, so that one step of four waits for what lies behind.
+// Makes the tails of as many channels as V has lanes, from `first` on. Takes four frames at a time
+// and compares them among themselves first, so that only one step of four waits for the previous
+// result.
 template <typename Arithmetic, uint32_t kChannels>
 template <typename V>
 void LimiterCore<Arithmetic, kChannels>::MakeTails(size_t first) {
@@ -221,7 +223,7 @@ void LimiterCore<Arithmetic, kChannels>::MakeTails(size_t first) {
     }
 }
 
-// From the frames that count.
+// Computes the window's largest magnitudes from the frames that count.
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::MakeWindow() {
     const uint32_t present = next / kLap;
@@ -251,20 +253,20 @@ void LimiterCore<Arithmetic, kChannels>::MakeWindow() {
     }
 }
 
-// The frames of 255 before those that come next, up to the end of the lap.
+// Returns the frames delayed by 255, for the next frames up to the end of the lap.
 template <typename Arithmetic, uint32_t kChannels>
 auto LimiterCore<Arithmetic, kChannels>::Delayed() -> const Sample* {
     std::copy_n(ring, kChannels, ring + kWindow * kChannels);
     return ring + (next + 1) * kChannels;
 }
 
-// The gains become outputs of 16 bits. False if one exceeds the gate.
+// Applies the gains and writes 16 bits. Returns false if an output exceeds the gate.
 template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::MakeShorts(Sample* gains, uint32_t count, int16_t* out) {
     return ShortsOf(Arithmetic(), Delayed(), gains, gate, out, size_t{count} * kChannels);
 }
 
-// The samples take their place in the ring.
+// Stores the samples in the ring.
 template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::Advance(const Sample* samples, uint32_t count) {
     std::memcpy(ring + size_t{next} * kChannels, samples,

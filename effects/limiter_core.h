@@ -1,17 +1,18 @@
-// The one text of all limiters, for a channel or for interleaved frames of two; limiter.h says what
+// The code of all limiters, for one channel or for two interleaved channels. limiter.h says what
 // they do.
 //
-// The newest 256 frames lie in a ring of two laps of 128. The largest magnitude of the 256 that end
-// with frame p of a lap is the larger of two: of what the lap holds up to p, kept as it grows, and
-// of the rest, made when the lap begins:
+// The window of the newest 256 frames is a ring of two laps of 128 frames. The largest magnitude in
+// the window that ends with frame p of a lap is the larger of two values. `running` is the largest
+// of the lap's frames up to p; it is updated with every frame. tails[p + 1] is the largest of all
+// others; the tails are computed when the lap begins:
 //
-//   frames   0 .. p     p + 1 .. 127 of the last turn, and the other lap
+//   frames   0 .. p     p + 1 .. 127 of the previous turn, and the other lap
 //            running    tails[p + 1]
 //
-// Only frames since limiting began count. Earlier ones did not exceed the gate, so as long as the
-// gate stays they change no target and may count too. After a change the window is made anew from
-// those that do count, until every frame of it is younger than the change. A magnitude that isn't a
-// number counts as 0.
+// Only frames since limiting began count. Earlier frames did not exceed the gate. As long as the
+// gate stays the same, including them changes no target. After a change of the gate, the window is
+// computed from the frames that count, until all of its frames are newer than the change. A NaN
+// magnitude counts as 0.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -29,15 +30,17 @@ public:
     LimiterCore();
     void SetGate(float newGate);
     void Reset();
-    // One frame in place: the definition.
+    // Processes one frame in place. This is the definition of the other forms.
     void ProcessFrame(Sample* frame);
-    // In place, interleaved.
+    // Processes interleaved frames in place.
     void Process(Sample* samples, uint32_t frames);
 
-    // To 16 bits, and with the same bits as ProcessFrame on each frame. `samples` are overwritten.
-    // `count` is at most Room(). The gains of the whole chunk are made first, then applied. If an
+    // Processes one chunk of `count` frames to 16 bits, with the bits that ProcessFrame gives on
+    // each frame. `count` is at most Room(), because a chunk must not cross the end of a lap.
+    // Overwrites `samples`. The gains of the whole chunk are computed first, then applied. If an
     // output would exceed the gate, the chunk is processed again frame by frame, because the gate
-    // then moves the gains. Runner (dsp/runs.h) runs the gains, alone or beside another recurrence.
+    // then changes the gains. `runner` runs the gains, alone or interleaved with another recurrence
+    // (dsp/runs.h).
     template <typename Runner>
     void ProcessChunkToShort(Sample* samples, uint32_t count, int16_t* out, Runner runner);
     // Returns how many frames can be processed, beginning `ahead` frames from now, before the lap
@@ -46,7 +49,7 @@ public:
 
 private:
     static constexpr uint32_t kWindow = 256, kLap = 128, kLaps = kWindow / kLap;
-    // Callers keep what they do with a lap in arrays of one chunk.
+    // Callers use arrays of one chunk for the frames of a lap.
     static_assert(kLap <= kChunkFrames && kWindow % kLap == 0);
     using State = LimiterState<Sample, kChannels>;
 
@@ -69,11 +72,12 @@ private:
 
     Sample gate = Arithmetic::kInitialGate;
     State state;
-    uint32_t next = 0;                   // frame of the ring that comes next
-    uint32_t framesSinceGate = kWindow;  // to 256
-    // The ring; behind it frame 0 again, so that the frames behind those of a chunk lie together.
+    uint32_t next = 0;                   // index in the ring of the next frame
+    uint32_t framesSinceGate = kWindow;  // since the gate changed; stops at 256
+    // The ring, followed by a copy of frame 0, so that the delayed frames of a chunk are
+    // contiguous.
     Sample ring[(kWindow + 1) * kChannels] = {};
-    Sample laps[kLaps][kChannels] = {};  // the largest magnitude of each but the present one
+    Sample laps[kLaps][kChannels] = {};  // the largest magnitude of each lap but the present one
     Sample tails[(kLap + 1) * kChannels] = {};
 };
 
@@ -90,7 +94,7 @@ void LimiterCore<Arithmetic, kChannels>::ProcessChunkToShort(Sample* samples, ui
     Arithmetic::Shorten(samples, out, size_t{count} * kChannels);
 }
 
-// The gains of `count` frames that don't leave the lap; moves the state on.
+// Computes the gains of `count` frames of one lap and moves the state on.
 template <typename Arithmetic, uint32_t kChannels>
 template <typename Runner>
 void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32_t count,
@@ -117,7 +121,7 @@ extern template class LimiterCore<FloatLimiting, 2>;
 extern template class LimiterCore<Q24Limiting, 1>;
 extern template class LimiterCore<Q24Limiting, 2>;
 
-// One copy of what runs alone.
+// The version with the runner Alone is compiled once.
 extern template void LimiterCore<FloatLimiting, 1>::ProcessChunkToShort(float*, uint32_t, int16_t*,
                                                                         Alone);
 extern template void LimiterCore<FloatLimiting, 2>::ProcessChunkToShort(float*, uint32_t, int16_t*,
@@ -127,7 +131,8 @@ extern template void LimiterCore<Q24Limiting, 1>::ProcessChunkToShort(int32_t*, 
 extern template void LimiterCore<Q24Limiting, 2>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*,
                                                                       Alone);
 
-// A limiter of all channels of interleaved frames, 1 or 2: the samples of a limiter for each.
+// A limiter for interleaved frames of 1 or 2 channels. It gives the samples of one limiter per
+// channel.
 template <typename Arithmetic>
 class FrameLimiter {
 public:
@@ -137,17 +142,17 @@ public:
         mono.SetGate(gate);
         stereo.SetGate(gate);
     }
-    // Forgets the history, as newly made; keeps the gate.
+    // Clears the history, as in a new object; keeps the gate.
     void Reset() {
         mono.Reset();
         stereo.Reset();
     }
-    // In place. A number of channels is kept to from one reset to the next.
+    // Processes frames in place. The number of channels must stay the same between two resets.
     void Process(Sample* samples, uint32_t frames, uint32_t channels) {
         if (channels == 1) mono.Process(samples, frames);
         if (channels == 2) stereo.Process(samples, frames);
     }
-    // As LimiterCore has them.
+    // These do what LimiterCore's functions do.
     template <typename Runner>
     void ProcessChunkToShort(Sample* samples, uint32_t count, uint32_t channels, int16_t* out,
                              Runner runner) {

@@ -1,5 +1,5 @@
-// The limiters' recurrences over a run of frames: the window's peak, its target, the gain. They run
-// alone or beside another recurrence (dsp/runs.h).
+// The limiters' recurrences over many frames: the window's peak, the target, the gain. They run
+// alone or interleaved with another recurrence (dsp/runs.h).
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -9,17 +9,17 @@
 #include "effects/limiter_arithmetic.h"
 #include "effects/steady_gains.h"
 
-// What a limiter keeps from frame to frame, by channel.
+// The state of a limiter between frames, for each channel.
 template <typename Sample, uint32_t kChannels>
 struct LimiterState {
     Sample running[kChannels] = {};  // the largest magnitude of this lap
     Sample smoothed[kChannels];      // smoothed target
     Sample gain[kChannels];          // applied to the delayed sample
-    int32_t age[kChannels] = {};     // frames since limiting began, to 256; 0: not limiting
+    int32_t age[kChannels] = {};     // frames since limiting began, at most 256; 0: not limiting
 };
 
-// Frames that don't leave a lap, interleaved: `in` and the tails of the window behind each
-// (limiter_core.h) are read, the gains written.
+// The arrays of interleaved frames of one lap. `in` and the tails (limiter_core.h) are read; the
+// gains are written.
 template <typename Sample>
 struct GainFrames {
     const Sample* in;
@@ -28,7 +28,8 @@ struct GainFrames {
     Sample gate;
 };
 
-// Frame by frame, for as many channels as V has lanes, from `first` on.
+// The run while the window may exceed the gate, for as many channels as V has lanes, from `first`
+// on.
 template <typename Arithmetic, typename V, uint32_t kChannels>
 struct GainRun {
     using Sample = typename Arithmetic::Sample;
@@ -50,7 +51,8 @@ struct GainRun {
         const auto limiting = Arithmetic::Greater(peak, gate);
         age = limiting ? age + 1 : Ages{};
         const V unity = Broadcast<V>(Arithmetic::kUnity);
-        // A vector divides in every lane: where nothing exceeds the gate not by what may be 0.
+        // A vector divides in every lane. A lane that isn't limiting divides by 1, because its peak
+        // may be 0.
         if constexpr (!std::is_same_v<V, Sample>)
             Follow(i, limiting ? quotient(gate, limiting ? peak : unity) : unity);
         else
@@ -75,7 +77,7 @@ struct GainRun {
     typename Arithmetic::template Quotient<V> quotient;
 };
 
-// The same while nothing in the window exceeds the gate.
+// The run while nothing in the window exceeds the gate.
 template <typename Arithmetic, typename V, uint32_t kChannels>
 struct RestRun : GainRun<Arithmetic, V, kChannels> {
     using GainRun<Arithmetic, V, kChannels>::GainRun;
@@ -84,8 +86,8 @@ struct RestRun : GainRun<Arithmetic, V, kChannels> {
     }
 };
 
-// The gains of `count` frames; moves the state on. kLimiting: whether the window may exceed the
-// gate. Two channels share a vector, or take each step one after the other.
+// Computes the gains of `count` frames and moves the state on. kLimiting is true if the window may
+// exceed the gate. Two channels share a vector, or are interleaved.
 template <bool kLimiting, typename Arithmetic, uint32_t kChannels, typename Runner>
 void RunGains(Arithmetic, const GainFrames<typename Arithmetic::Sample>& frames,
               LimiterState<typename Arithmetic::Sample, kChannels>& state, uint32_t count,
@@ -105,7 +107,7 @@ void RunGains(Arithmetic, const GainFrames<typename Arithmetic::Sample>& frames,
         both.second.Keep(state, 1);
     }
 }
-// The same peak by peak, one channel after the other.
+// The same for unpacked floats: one channel after the other, and within it peak by peak.
 template <bool kLimiting, uint32_t kChannels, typename Runner>
 void RunGains(UnpackedLimiting, const GainFrames<float>& frames,
               LimiterState<float, kChannels>& state, uint32_t count, Runner runner) {

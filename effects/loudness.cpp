@@ -15,8 +15,8 @@ int32_t Enlarged(int16_t sample) {
     return sample * (1 << kSampleShift);
 }
 
-// A coefficient c = high 2^15 + low, for products with 16-bit samples in 32 bits: in Q24 c times a
-// sample s of 2^9 is floor(c s / 2^15) = high s + floor(low s / 2^15).
+// A coefficient c = high 2^15 + low, for products with 16-bit samples in 32 bits. The Q24 product
+// of c and s * 2^9 is floor(c s / 2^15) = high s + floor(low s / 2^15).
 struct Halves {
     explicit Halves(int32_t c)
         : high(static_cast<int16_t>(c >> 15)), low(static_cast<int16_t>(c & 0x7FFF)) {}
@@ -25,7 +25,7 @@ struct Halves {
     int16_t high, low;
 };
 
-// The same in one product, where no vectors have to be filled.
+// The same in one product, for processors without vectors.
 struct Doubled {
     explicit Doubled(int32_t c) : twice(2 * c) {}
     [[gnu::always_inline]] int32_t Times(int16_t s) const { return MulHigh16(twice, s); }
@@ -33,8 +33,8 @@ struct Doubled {
 };
 using Coefficient = std::conditional_t<kLanes == 1, Doubled, Halves>;
 
-// The share of the inputs in the outputs; the frames before lie in front. Lanes: neighbours, made
-// by compilers, since the arrays don't overlap.
+// Computes the inputs' part of the outputs. The two previous frames are in front of `in`. Compilers
+// make vectors of neighbours, because the arrays don't overlap.
 template <bool kHasB1>
 void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* __restrict samples,
                size_t count, int32_t* __restrict sums) {
@@ -46,10 +46,10 @@ void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* __restrict s
     }
 }
 
-// What outputs of one channel take from earlier ones, and their squares. Products in 64 bits, so
-// that none has to widen its factors; where registers have as many, coefficients stand higher, so
-// that one shift leaves the 32 bits of a sum with their sign. Narrow registers get narrow factors,
-// whose products take one instruction.
+// The run that adds the part of earlier outputs to one channel's outputs and sums the squares. With
+// 64-bit registers the factors are 64 bits wide and shifted up, so that one shift extracts the 32
+// bits of a sum with their sign. With 32-bit registers the factors have 32 bits, because one
+// instruction multiplies these to 64 bits.
 struct OutputRun {
     using Factor = std::conditional_t<kWideProducts, int64_t, int32_t>;
     static constexpr int kShift = kWideProducts ? 32 : kQ24Bits;
@@ -83,7 +83,7 @@ struct OutputRun {
     uint64_t energy;
 };
 
-// Where registers hold one recurrence only, one after the other.
+// Runs both channels, interleaved if there are enough registers, otherwise one after the other.
 void RunBoth(OutputRun& left, OutputRun& right, size_t count) {
     if constexpr (kWideProducts) {
         RunTogether(left, count, right, count);
@@ -106,7 +106,7 @@ uint64_t AddEnergy(const int16_t* samples, size_t count, ptrdiff_t stride, Biqua
 }
 
 uint64_t LargerEnergy(const int16_t* frames, size_t count, Biquad_FP* filters) {
-    // The first two frames make every input before the others a sample of this buffer.
+    // After the first two frames, every earlier input that is needed lies in this buffer.
     const BiquadCoefficients<int32_t> c = filters[0].Coefficients();
     const bool fit = !filters[0].IsRamping() && !filters[1].IsRamping() &&
                      c == filters[1].Coefficients() && Halves::Fit(c.b0) && Halves::Fit(c.b1) &&

@@ -14,17 +14,18 @@ constexpr double kBandDelayNs = 200000.0;
 constexpr double kLowDelayNs = 2850000.0;
 constexpr float kContourHz = 55.0F;
 constexpr float kContourOffset = 0.1F;
-// In single precision the contour's coefficients lie inside the stability triangle from a quality
-// of 2.07e-6 on at every rate from 32000 to 48000 Hz; at this one, rounding moves the gain at 0 Hz
-// by no more than 27 %, so it is also no louder than asked for.
+// In single precision, the contour's coefficients are inside the stability triangle from a quality
+// of 2.07e-6 on, at every rate from 32000 to 48000 Hz. At the quality chosen here, rounding changes
+// the gain at 0 Hz by at most 27 %, so the contour is not louder than asked for.
 constexpr float kSmallestQuality = 1e-5F;
 
-// Multiplied last: at 35000 Hz, 0.2 ms are 6 frames, not 7.
+// Returns a delay in frames. The multiplication comes last: at 35000 Hz, 0.2 ms are 6 frames,
+// not 7.
 size_t DelayFrames(uint32_t rateHz, double ns) {
     return static_cast<size_t>(static_cast<double>(rateHz) / 1000000000.0 * ns);
 }
 
-// The bands of one channel, from some pair of the block on.
+// Returns the bands of one channel from pair `at` of the block on.
 template <typename Real, typename Channel>
 DelayedBands<Real> BandsOf(Channel& channel, size_t at, const BandWeights<Real>& weights) {
     return {channel.Block() + at, channel.bandDelay.Delayed() + at, channel.lowDelay.Delayed() + at,
@@ -54,11 +55,11 @@ OrvaneSound<Sample, Real>::~OrvaneSound() = default;
 
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::SetUpBuffers() {
-    // Less than a block waits for processing when a call brings its frames.
+    // Less than a block is waiting when a call brings its frames.
     constexpr uint32_t kInputCapacity = (kBlock - 1) + kMaxCall;
-    // Every frame that waits and those of the call may be processed at once. A call that gets
-    // frames back leaves as many waiting as before; one that gets none leaves fewer processed than
-    // it asked for, and less than a block unprocessed.
+    // All waiting frames and those of the call may be processed at once. A call that gets frames
+    // back leaves as many waiting as before. A call that gets none back leaves fewer processed
+    // frames than it asked for, and less than a block unprocessed.
     constexpr uint32_t kMostWaiting = (kMaxCall - 1) + (kBlock - 1);
     constexpr uint32_t kOutputCapacity = kMostWaiting + kMaxCall;
     inputBuffer = MakeBuffer(channels, std::max(bufferCapacity, kInputCapacity));
@@ -149,7 +150,7 @@ void OrvaneSound<Sample, Real>::SetProcess(float amount) {
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::SetLoContour(float level) {
     if (!std::isfinite(level)) return;
-    // What waits was processed with the present one.
+    // The waiting frames were processed with the present filter, so they get its contour first.
     if constexpr (kContourLast) AddContourToWaiting();
     loContour = level;
     DesignContour();
@@ -226,7 +227,7 @@ void OrvaneSound<Sample, Real>::RunBlock() {
     }
 }
 
-// Where the output goes on, which has room for it and holds a block more from now on.
+// Appends a block to the output buffer, which has room for it, and returns where it begins.
 template <typename Sample, typename Real>
 float* OrvaneSound<Sample, Real>::AppendBlock() {
     const uint32_t held = outputBuffer->GetBufferOffset();
@@ -234,7 +235,8 @@ float* OrvaneSound<Sample, Real>::AppendBlock() {
     return outputBuffer->GetCurrentBufferR32Ptr() + size_t{held} * channels;
 }
 
-// The sums of a block's bands to the output. Unpacked numbers add the contour at once.
+// Writes the weighted sums of a block's bands to the output. With unpacked floats, adds the contour
+// at once.
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::PushBands() {
     if constexpr (kContourLast) {
@@ -253,7 +255,7 @@ void OrvaneSound<Sample, Real>::PushBands() {
     }
 }
 
-// The same with the contour, a chunk at a time.
+// Like PushBands, but adds the contour too, chunk by chunk.
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::PushBandsAndContour() {
     Real frames[kChunkFrames * kMaxChannels], contour[kChunkFrames];
@@ -291,7 +293,7 @@ void OrvaneSound<Sample, Real>::Finish(const Chunk& chunk, float* frames) {
     }
 }
 
-// To the first n frames of the output.
+// Adds the contour to the first n frames of the output.
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::AddContour(uint32_t n) {
     float* frames = outputBuffer->GetCurrentBufferR32Ptr();

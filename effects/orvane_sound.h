@@ -1,13 +1,14 @@
 // The sound enhancer on interleaved audio, mono or stereo, in place.
 //
-//   bands    low < 150 Hz < band < 1800 Hz < high: 255-tap linear-phase FIR filters, rectangular
-//            window, that add up to a delay of 127 frames
-//   offsets  band 0.2 ms and low 2.85 ms behind high (8 and 125 frames at 44100 Hz)
+//   bands    low < 150 Hz < band < 1800 Hz < high: 255-tap linear-phase FIR filters with a
+//   rectangular
+//            window, which add up to a delay of 127 frames
+//   offsets  band is delayed by another 0.2 ms and low by 2.85 ms (8 and 125 frames at 44100 Hz)
 //   sum      high * process + band * 1.1 + low * 0.95 (double variant: band and low * 1)
 //   contour  a resonant 55 Hz low-pass of the sum of the channels is added to every channel
 //
-// Works on blocks of 770 frames, buffering input and output, so that a call may bring any number of
-// frames: it gets as many processed ones back, or none while too few are ready.
+// The enhancer works on blocks of 770 frames and buffers input and output. A call may bring any
+// number of frames. It gets the same number of processed frames back, or none if too few are ready.
 //
 // Delay while enabled: 127 frames, plus a whole number of calls' frames that depends on the call
 // size (256: 768 frames, 1024: 1024, 770: none). Allocates: construction, SetSamplingRate,
@@ -30,8 +31,8 @@
 #include "platform/export.h"
 #include "table/parameters.h"
 
-// What the variants don't share. The weights of the float variant are tuned: with a process amount
-// of 1 the middle band stands 0.8 dB above the high one and the low band 0.4 dB below it.
+// The differences between the variants. The weights of the float variant are tuned: with a process
+// amount of 1, the middle band is 0.8 dB above the high band and the low band 0.4 dB below it.
 template <typename Real>
 struct OrvaneSoundVariant;
 template <>
@@ -45,57 +46,63 @@ struct OrvaneSoundVariant<double> {
     static constexpr bool kForgetsWhenSwitchedOn = false;
 };
 
-// Sample: what the buffers hold between the steps. Real: type of block arithmetic.
+// `Sample` is the type in the buffers between the steps; `Real` is the type of block arithmetic.
 template <typename Sample, typename Real>
 class ORVANE_API OrvaneSound {
 public:
-    // capacityFrames: least room of the input and output buffers.
+    // Input and output buffers get room for at least `capacityFrames` frames.
     explicit OrvaneSound(uint32_t capacityFrames);
     ~OrvaneSound();
 
-    // One parameter of the table, in its units; a switch is off at 0. Others are ignored.
+    // Sets one parameter of the table in the table's units; a switch is off at 0. Ignores
+    // parameters that aren't the enhancer's.
     ORVANE_LOCAL void Set(ParameterId id, float value, int band);
-    // Returns whether the setting changed. Switching the float variant on forgets the history; the
+    // Returns true if the setting changed. Switching the float variant on clears the history; the
     // double variant keeps it.
     bool SetEnable(bool enable);
-    // Hz. A new rate designs the bands and forgets the history.
+    // Sets the rate in Hz. A new rate designs the filters and clears the history.
     void SetSamplingRate(uint32_t rateHz);
-    // 1 or 2, others are ignored. A new count replaces the buffers and forgets the history.
+    // Sets the number of channels, 1 or 2; ignores others. A new number replaces the buffers and
+    // clears the history.
     void SetChannels(uint32_t count);
-    // Gain of the high band, linear, from the next block on. Ignored unless finite.
+    // Sets the linear gain of the high band, from the next block on. Ignores values that aren't
+    // finite.
     void SetProcess(float amount);
-    // The contour's quality factor is level + 0.1. A factor that is not positive becomes the
-    // smallest that gives a stable filter. Ignored unless finite. Restarts the contour's history.
+    // Sets the contour's quality factor to level + 0.1. A factor that isn't positive becomes the
+    // smallest one that gives a stable filter. Ignores values that aren't finite. Clears the
+    // contour's history.
     void SetLoContour(float level);
 
-    // Forgets the history, as newly made with the same settings. Neither allocates nor designs:
-    // everything it needs was made when rate and channels were set.
+    // Clears the history, as in a new object with the same settings. Neither allocates nor designs
+    // filters: everything it needs was made when rate and channels were set.
     void Reset();
 
-    // Whether everything was granted and set up, so that Process works.
+    // Returns true if all memory was granted and everything is set up, so that Process works.
     bool GetPrepared() const;
 
-    // Makes room so that Process(.., frames) allocates nothing. False if memory is refused; nothing
-    // is lost then, and Process must not be called with that many.
+    // Makes room so that Process with `frames` frames allocates nothing. Returns false if memory is
+    // refused. Nothing is lost then, but Process must not be called with that many frames.
     bool Reserve(uint32_t frames);
 
-    // `samples`: interleaved, n frames, replaced by n processed frames: returns n; or left alone
-    // while fewer are ready: returns 0. Disabled: leaves them alone and returns n.
+    // Replaces n interleaved frames by n processed frames and returns n. If fewer are ready, leaves
+    // `samples` unchanged and returns 0. If disabled, leaves `samples` unchanged and returns n.
     uint32_t Process(int16_t* samples, uint32_t n);
     uint32_t Process(float* samples, uint32_t n);
     uint32_t Process(double* samples, uint32_t n);
 
-    // Processes every whole block that waits in the input buffer; returns the frames left there.
+    // Processes every whole block in the input buffer. Returns the number of frames left there.
     uint32_t ProcessBuffer();
 
-    // Process in steps, for a chain that runs other recurrences beside the contour's. First all but
-    // the contour; then the contour of the frames that came back, in order, up to kChunkFrames at a
-    // time: begun, run (dsp/runs.h), added.
+    // The steps of Process, for a chain that interleaves the contour's recurrence with others.
+    // ProcessBands does everything but the contour. Then Begin takes chunks of at most kChunkFrames
+    // of the returned frames, in order. Chunk::Rest() is the run that is left (dsp/runs.h), and
+    // Finish adds the contour.
     static constexpr bool kContourLast = std::is_same_v<Real, float>;
     struct ORVANE_LOCAL Chunk {
         auto Rest() { return Beside{run, count}; }
         BiquadRun<float> run;
-        // Frames at the front that have their contour, and those that want it.
+        // The number of frames at the front that already have their contour, and of those that need
+        // it.
         size_t done = 0, count = 0;
         alignas(Lanes) float sums[kChunkFrames];
     };
@@ -111,11 +118,11 @@ private:
     static_assert(kBlock == BandFilters<Real>::BlockLengthFor(kKernelLength) && kBlock % 2 == 0);
     using Contour = Biquad<Real, Real>;
 
-    // What belongs to one channel.
+    // The state of one channel.
     struct ORVANE_LOCAL Channel {
         Planar<Real> Block() { return {block.data(), block.data() + block.size() / 2}; }
 
-        OwnedArray<Real> block;  // planar: a block's samples, later its high band
+        OwnedArray<Real> block;  // planar: first the block's samples, then its high band
         PlanarDelay<Real> bandDelay, lowDelay;
         BandTails<Real> tails;
     };
@@ -138,7 +145,7 @@ private:
     Channel state[kMaxChannels];
     bool channelsSetUp = false;
     Contour loContourFilter;
-    uint32_t contoured = 0;  // frames at the front of the output that have their contour
+    uint32_t contoured = 0;  // frames at the front of the output buffer that have their contour
     bool enabled = false;
     BandWeights<Real> weights = OrvaneSoundVariant<Real>::kWeights;
     Real loContour = 0;

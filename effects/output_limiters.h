@@ -12,20 +12,20 @@
 
 class OutputLimiters {
 public:
-    // Interleaved channels, 1 or 2, kept to from one reset to the next.
+    // Sets the number of interleaved channels, 1 or 2. It must stay the same between two resets.
     void SetChannels(uint32_t count) { channels = count; }
-    // One parameter of the table, in its units. Others are ignored.
+    // Sets one parameter of the table in the table's units. Ignores parameters of other processors.
     void Set(ParameterId id, float value, int /*band*/) {
         if (id == PARAM_OUTPUT_GAIN) gain = value;
         if (id == PARAM_LIMITER_GATE) limiter.SetGate(value);
     }
-    // Forgets the history, as newly made; keeps the settings.
+    // Clears the history, as in a new object; keeps the settings.
     void Reset() { limiter.Reset(); }
 
-    // How many frames fit into a chunk that begins `ahead` frames from now.
+    // Returns how many frames fit into a chunk that begins `ahead` frames from now.
     uint32_t Room(uint32_t ahead) const { return limiter.Room(ahead, channels); }
-    // From `samples`, which are overwritten, to `out`: `count` interleaved frames, at most Room(0).
-    // Runner: dsp/runs.h.
+    // Processes `count` interleaved frames, at most Room(0), from `samples` to `out`. Overwrites
+    // `samples`. `runner` is explained in dsp/runs.h.
     template <typename Runner>
     void ProcessChunk(float* samples, uint32_t count, int16_t* out, Runner runner) {
         Amplify(samples, size_t{count} * channels, gain);

@@ -15,13 +15,13 @@ constexpr double kPowerScale = 0x1p-48;  // full scale squared is 1
 constexpr float kLog10E = 0.43429446F;   // one unit below the float nearest to log10(e)
 constexpr float kPowerFloor = 1e-10F;    // silence counts as this: 77 dB below the reference
 constexpr int32_t kWarmupCalls = 100;
-// A gain g dB becomes g - g^2 / 200: half of it is left of 100 dB, 7.2 dB of 7.5.
+// A gain of g dB becomes g - g^2 / 200: 100 dB become 50 dB, and 7.5 dB become 7.2 dB.
 constexpr float kHalvedDb = 100.0F;
 constexpr uint32_t kRampsPerSecond = 40;  // a ramp takes 25 ms
 constexpr int kRiseShift = 4;             // a gain rises 16 times slower than it falls
 
-// gain, gain + step ... for a chunk of frames, the same for each channel. More than are asked for:
-// a loop of fixed length becomes vectors.
+// Writes gain, gain + step, ... for the frames of a chunk, the same value for each channel. It
+// always fills the whole array, because compilers turn a loop of fixed length into vectors.
 template <size_t channels, size_t frames>
 void FillLine(int32_t gain, int32_t step, int32_t* gains) {
     uint32_t g = static_cast<uint32_t>(gain);
@@ -31,11 +31,12 @@ void FillLine(int32_t gain, int32_t step, int32_t* gains) {
     }
 }
 
-// Below it the gains of AmplifyAlong must stay.
+// The gains of AmplifyAlong must stay below this limit.
 constexpr int64_t kLineGainLimit = kLanes == 1 ? int64_t{1} << 30 : INT64_MAX;
 
-// Samples of 2^9 times a gain, at least 0, that moves by a step a frame, for up to kChunkFrames
-// frames. Without vectors one product of 32 by 16 bits does it.
+// Amplifies at most kChunkFrames frames of 16-bit samples (as s * 2^9) by a gain that isn't
+// negative and that changes by `step` each frame. Without vectors, one product of 32 by 16 bits is
+// enough.
 template <size_t channels>
 void AmplifyAlong(const int16_t* in, size_t frames, int32_t gain, int32_t step, int32_t* chunk) {
     if constexpr (kLanes == 1) {
@@ -123,8 +124,8 @@ uint64_t PlaybackGain::AnalyseWave(const int16_t* samples, unsigned int frames, 
     return AddEnergy(samples + offset, frames, stride, filter) / frames;
 }
 
-// Moves the weighting filters over the buffer and the warm-up by a call; returns the automatic
-// gain, Q24.
+// Runs the weighting filters over the buffer, counts the call for the fade-in, and returns the
+// automatic gain in Q24.
 int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
     uint64_t loudest = 0;
     if (channels == 1) loudest = AddEnergy(in, frames, 1, weighting[0]) / frames;
@@ -139,10 +140,11 @@ int64_t PlaybackGain::MeasureGain(const int16_t* in, unsigned int frames) {
     return TruncateToInt64(static_cast<double>(linear) * kQ24One);
 }
 
-// Products with a gain that moves by a step a frame and is kept within the maximum; modulo 2^32.
+// Multiplies by a gain that changes by `step` each frame and stays within the maximum; modulo 2^32.
 void PlaybackGain::AmplifyChunk(const int16_t* in, int32_t* chunk, uint32_t frames) {
     const int64_t highest = activeMaxGain, lowest = -highest;
-    // Parked at the maximum; not at a negative one, which lies below the lowest.
+    // A gain that has reached the maximum stays there. A negative maximum is below the lowest gain,
+    // so it doesn't hold the gain.
     const int64_t lineStep = gain == highest && step > 0 ? 0 : step;
     const int64_t end = gain + lineStep * frames;
     const int64_t least = std::min(gain, end), most = std::max(gain, end);

@@ -1,12 +1,13 @@
 // Automatic gain control for music on interleaved 16-bit samples, mono or stereo.
 //
-// Once per call it measures the loudness of the input (mean square of a copy weighted by a 2200 Hz
-// band-pass, the loudest channel counts) as L dB above a reference of 23 dB below full scale, and
-// sets the gain that makes L / (ratio + 1) of it, softened for large boosts and faded in over the
-// first hundred calls. Per sample and channel the applied gain moves in a straight line toward
-// gain * volume (a sixteenth as fast upward), stays within the maximum gain, and the amplified
-// sample passes a limiter. The sample path is integer: gains and samples are Q24, a 16-bit sample s
-// enters as s * 512.
+// Once per call it measures the loudness of the input: the mean square of a copy that is weighted
+// by a 2200 Hz band-pass. The loudest channel counts. The loudness is L dB above a reference of 23
+// dB below full scale. The AGC sets the gain that turns L into L / (ratio + 1). Large boosts are
+// reduced, and the gain fades in over the first hundred calls.
+//
+// The applied gain moves in a straight line toward gain * volume, upward a sixteenth as fast as
+// downward, and stays within the maximum gain. The amplified sample passes a limiter. All of this
+// is integer arithmetic: gains and samples are Q24, and a 16-bit sample s enters as s * 512.
 //
 // Delay: 255 frames while enabled, none otherwise. Allocates: never. Thread: no lock of its own;
 // the owner serialises all calls.
@@ -23,42 +24,45 @@
 
 class ORVANE_API PlaybackGain {
 public:
-    // Disabled, 44100 Hz, stereo, ratio 1, volume 1, maximum gain factor 1.
+    // A new object is disabled, at 44100 Hz stereo, with ratio 1, volume 1 and maximum gain 1.
     PlaybackGain();
 
-    // Setters of levels take effect with the next Process call.
-    // ratio: 0 leaves levels alone, larger pulls harder; below 0 or not a number counts as 0.
+    // These three take effect with the next Process call.
+    // A ratio of 0 leaves levels unchanged; a larger one brings them closer to the reference.
+    // Negative values and NaN count as 0.
     void SetRatio(float ratio);
-    // Linear factors, 1.0 is unity, below 128 (above saturates); not a number counts as 0.
+    // Linear factors below 128; larger ones saturate. NaN counts as 0.
     void SetVolume(float newVolume);
     void SetMaxGainFactor(float factor);
 
-    // One parameter of the table, in its units; a switch is off at 0. Others are ignored.
+    // Sets one parameter of the table in the table's units; a switch is off at 0. Ignores
+    // parameters of other processors.
     ORVANE_LOCAL void Set(ParameterId id, float value, int band);
-    // Returns 1 if the setting changed, else 0. Switching on resets.
+    // Returns 1 if the setting changed, otherwise 0. Switching on resets.
     int SetEnable(bool enable);
-    // Hz. A new rate designs the weighting filter and resets.
+    // Sets the rate in Hz. A new rate designs the weighting filter and resets.
     void SetSamplingRate(unsigned int rate);
-    // Interleaved channels, 1 or 2; more are ignored. A new count resets.
+    // Sets the number of interleaved channels, 1 or 2; ignores more. A new number resets.
     void SetChannels(unsigned int count);
 
-    // Forgets the history: the gain starts at 0 and fades in again. Keeps all settings.
+    // Clears the history: the gain starts at 0 and fades in again. Keeps all settings.
     void Reset();
 
-    // Mean square of one channel of `frames` frames of interleaved `samples` (sample i lies at
-    // offset + i * stride) behind `filter`, whose history goes on; full scale squared is 2^48. 0
-    // for no frames.
+    // Returns the mean square of one channel after `filter`, where full scale squared is 2^48.
+    // Sample i of the `frames` samples is at index offset + i * stride. The filter keeps its
+    // history from call to call. Returns 0 for 0 frames.
     static uint64_t AnalyseWave(const int16_t* samples, unsigned int frames, int stride, int offset,
                                 Biquad_FP& filter);
 
-    // `in`, `out`: interleaved, `frames` frames; may be the same memory. Disabled, `out` is left
-    // alone.
+    // Processes `frames` interleaved frames from `in` to `out`, which may be the same memory. If
+    // disabled, leaves `out` unchanged.
     void Process(const int16_t* in, int16_t* out, unsigned int frames);
 
-    // Process in steps, for a chain that runs another recurrence beside the limiter's: once the
-    // loudness of a call's `frames`, then all of them in chunks of up to Room. Runner: dsp/runs.h.
+    // The steps of Process, for a chain that interleaves the limiter with another recurrence. Begin
+    // measures the loudness of all frames of the call. ProcessChunk then takes them in chunks of at
+    // most Room() frames. `runner` is explained in dsp/runs.h.
     ORVANE_LOCAL void Begin(const int16_t* in, unsigned int frames);
-    // While disabled nothing ends at a lap.
+    // While disabled, a chunk may cross the end of the limiter's lap.
     ORVANE_LOCAL uint32_t Room() const {
         return enabled ? limiter.Room(0, channels) : kChunkFrames;
     }
@@ -78,8 +82,8 @@ private:
     int32_t warmupCount = 0;        // calls since the last Reset, up to 100
     int32_t volume = kQ24One;
     int32_t maxGain = kQ24One;
-    int64_t gain = 0;  // of all channels, at the present frame, Q24
-    int64_t step = 0;  // what it moves by in this call, a frame
+    int64_t gain = 0;  // for all channels at the present frame, Q24
+    int64_t step = 0;  // change of the gain per frame in this call
     Biquad_FP weighting[kMaxChannels];
     FrameLimiter<Q24Limiting> limiter;
     uint32_t samplingRate = 44100;  // Hz
@@ -95,5 +99,5 @@ void PlaybackGain::ProcessChunk(const int16_t* in, int16_t* out, uint32_t count,
     limiter.ProcessChunkToShort(chunk, count, channels, out, runner);
 }
 
-// One copy of what runs alone.
+// The version with the runner Alone is compiled once.
 extern template void PlaybackGain::ProcessChunk(const int16_t*, int16_t*, uint32_t, Alone);

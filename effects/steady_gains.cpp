@@ -28,7 +28,7 @@ void SteadyGains::Rest(size_t count) {
     Recover(count);
 }
 
-// The smoothed targets.
+// Writes the smoothed targets of frames `first` to `end` - 1 as gains.
 void SteadyGains::Follow(size_t first, size_t end, float target) {
     const float taken = target * kLimiterTake;
     while (first < end) {
@@ -42,7 +42,7 @@ void SteadyGains::Follow(size_t first, size_t end, float target) {
     }
 }
 
-// Of the smoothed targets the gains.
+// Turns the smoothed targets into gains.
 void SteadyGains::Recover(size_t count) {
     for (size_t first = 0; first < count;) {
         const size_t done = RunRecovery(gains + first * stride, stride, count - first, gain);

@@ -1,15 +1,16 @@
-// A limiter's gains of floats for one channel over a run of frames, where every operation of floats
-// is dear: a peak stays for many frames, so the target is divided for once and followed in one run,
-// and then the gain recovers in another.
+// The gains of a float limiter for one channel over many frames, for processors on which operations
+// on floats are expensive. A peak stays for many frames. So the target is computed once per peak.
+// One run smooths it over these frames, and another lets the gain recover.
 #pragma once
 #include <cstddef>
 #include <cstdint>
 
-// Samples, tails and gains lie `stride` apart; the state is the limiter's (limiter_core.h).
+// Samples, tails and gains are `stride` apart. The state is the limiter's (limiter_runs.h).
 // Allocates: never. Thread: no state of its own.
 struct SteadyGains {
+    // Computes `count` gains while the window may exceed the gate.
     void Limit(size_t count);
-    // While nothing in the window exceeds the gate.
+    // Computes `count` gains while nothing in the window exceeds the gate.
     void Rest(size_t count);
 
     const float* in;

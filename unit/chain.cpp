@@ -8,7 +8,7 @@ namespace {
 
 constexpr uint32_t kWaveBufferFrames = 2048;
 
-// What every setting of the chain is on a new instance.
+// Calls `apply` with the default of every setting of the chain.
 template <typename Apply>
 void ForEachDefault(Apply apply) {
     for (const ParameterRule& rule : kParameterRules) {
@@ -99,8 +99,8 @@ void Chain::Set(ParameterId id, float value, int band) {
 
 bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
     const size_t total = static_cast<size_t>(frames) * channels;
-    // Room is asked for before anything is pushed, so that a refusal loses nothing in the middle of
-    // the chain.
+    // Make room before anything is pushed, so that a refusal loses nothing in the middle of the
+    // chain.
     if (in != out) std::memmove(out, in, total * sizeof(int16_t));
     waveBuffer->Reset();
     if (!enhancer->Reserve(frames) || waveBuffer->Reserve(frames) == 0) {
@@ -119,8 +119,8 @@ bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
     return true;
 }
 
-// Playback gain and equalizer: from `in` to `samples`, by way of `out`. The limiting of a chunk of
-// the gain runs beside the equalizer's sums of the chunk before.
+// Runs playback gain and equalizer, from `in` through `out` to `samples`. The playback gain's
+// limiter is interleaved with the equalizer's sums of the previous chunk.
 void Chain::Begin(const int16_t* in, int16_t* out, float* samples, uint32_t frames) {
     playbackGain->Begin(in, frames);
     Equalizer::Chunk sums;
@@ -137,8 +137,8 @@ void Chain::Begin(const int16_t* in, int16_t* out, float* samples, uint32_t fram
     }
 }
 
-// Enhancer and output limiters: from `samples` to `out`; returns the frames that came out. The
-// contour of a chunk runs beside the limiters' gains of the chunk before.
+// Runs enhancer and output limiters, from `samples` to `out`. Returns the number of frames that
+// came out. The contour of a chunk is interleaved with the limiters' gains of the previous chunk.
 uint32_t Chain::Finish(float* samples, int16_t* out, uint32_t frames) {
     const uint32_t produced = enhancer->ProcessBands(samples, frames);
     Enhancer::Chunk contour;

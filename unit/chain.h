@@ -1,4 +1,4 @@
-// The processors of one effect instance, their order, and the path of a buffer through them:
+// The processors of one effect instance. A buffer passes them in this order:
 //
 //   playback gain -> float -> equalizer -> enhancer -> output gain -> limiters -> 16 bit
 //
@@ -18,41 +18,41 @@
 
 class Chain {
 public:
-    // Every processor, with the defaults of the parameter table. One whose memory is refused leaves
-    // the chain not ready for good.
+    // Makes every processor with the defaults of the parameter table. If memory is refused, the
+    // chain is never ready.
     Chain(uint32_t rateHz, uint32_t channelCount);
 
-    // Whether Process may be called: every processor is there, and none lost its memory to a change
-    // of rate or channels since.
+    // Returns true if Process may be called: every processor exists, and none has lost its memory
+    // in a change of rate or channels.
     bool Ready() const { return ready; }
 
-    // What the processors were last given.
+    // The rate and the channel count that the processors were last given.
     uint32_t SamplingRate() const { return samplingRate; }
     uint32_t Channels() const { return channels; }
 
-    // Hz. Hands the rate on to every processor and resets all.
+    // Sets the rate in Hz in every processor and resets all of them.
     void SetSamplingRate(uint32_t rateHz);
-    // 1 or 2. Hands the count on to every processor, replaces the wave buffer, and resets all.
+    // Sets 1 or 2 channels in every processor, replaces the wave buffer and resets all processors.
     void SetChannels(uint32_t count);
 
-    // One parameter of the chain, in the table's units; a switch is off at 0. `band` counts for a
-    // parameter of bands only. Other parameters are ignored; limits are the processors'.
+    // Sets one parameter of the chain in the table's units; a switch is off at 0. Only band
+    // parameters use `band`. Ignores other parameters. The processors limit the value.
     void Set(ParameterId id, float value, int band = 0);
 
-    // Forgets the history of every processor, keeps all settings.
+    // Clears the history of every processor; keeps all settings.
     void Reset();
 
-    // in, out: `frames` frames (not 0) of interleaved 16-bit samples; the same memory is fine.
-    // `out` is overwritten with as many frames, silence in front while the enhancer gathers its
-    // first block. False if memory for a buffer of more than 2048 frames is refused: `out` then
-    // holds the playback gain's result only.
+    // Processes `frames` interleaved 16-bit frames (at least one) from `in` to `out`, which may be
+    // the same memory. Overwrites `out` with the same number of frames; they begin with silence
+    // while the enhancer collects its first block. Returns false if memory for a buffer of more
+    // than 2048 frames is refused. `out` then holds only the playback gain's result.
     bool Process(const int16_t* in, int16_t* out, uint32_t frames);
 
 private:
     // Calls visit(stage) in the order of resets.
     template <typename Visit>
     void ForEachStage(Visit visit);
-    // Calls act(processor) for all there are, in that order.
+    // Calls act(processor) for all processors, in that order.
     template <typename Action>
     void ForEach(Action act);
 
@@ -69,7 +69,7 @@ private:
     bool ready = false;
     Stage<WaveBuffer_R32> waveBuffer;
     Stage<PlaybackGain> playbackGain;
-    // The variants with double arithmetic are never made here.
+    // The slots for double arithmetic always stay empty.
     Stage<Equalizer, FIREqualizer_R32R64> equalizer;
     Stage<Enhancer, OrvaneSound_R32R64> enhancer;
     Stage<OutputLimiters> limiters;

@@ -26,7 +26,7 @@ private:
     pthread_mutex_t& mutex;
 };
 
-// A parameter record: the header, the identifier, up to four values.
+// A parameter record: the header, the identifier and up to four values.
 struct ParameterRecord {
     effect_param_t header;
     int32_t identifier;
@@ -34,8 +34,8 @@ struct ParameterRecord {
 };
 constexpr uint32_t kRecordBytes = offsetof(ParameterRecord, values);  // without values
 
-// Copies what the caller's block holds of a record, once: the caller may share the memory with
-// another process. False if it is too short to be one.
+// Copies the record from the caller's block once, because another process may share and change that
+// memory. Returns false if the block is too short for a record.
 bool ReadRecord(const void* data, uint32_t size, ParameterRecord* record) {
     *record = {};
     if (data == nullptr || size < kRecordBytes) return false;
@@ -43,7 +43,7 @@ bool ReadRecord(const void* data, uint32_t size, ParameterRecord* record) {
     return record->header.psize == sizeof record->identifier;
 }
 
-// Null: no parameter has it.
+// Returns null if no parameter has the identifier.
 const ParameterRule* FindRule(int32_t identifier) {
     for (const ParameterRule& rule : kParameterRules)
         if (rule.id == identifier) return &rule;
@@ -147,7 +147,7 @@ int32_t ProcessUnit_Orvane::SetParameter(uint32_t cmdSize, const void* pCmdData)
         return kStatusInvalid;
     int32_t values[4] = {};
     std::memcpy(values, record.values, valueBytes);
-    // Before the lock: `process` must not wait for whoever reads the log.
+    // Log before taking the lock: `process` must not wait for the log's reader.
     LogParameter(record.identifier, values[0], values[1], values[2], values[3]);
     const LockGuard lock(mutex);
     ApplyParameter(record.identifier, values[0], values[1]);

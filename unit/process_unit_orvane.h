@@ -1,8 +1,8 @@
-// One effect instance for the framework: its lock, its commands and its log on top of the chain of
+// One effect instance for the framework. It adds the lock, the commands and the log to the chain of
 // processors (unit/chain.h).
 //
 // Allocates: construction, a configuration that changes rate or channels, and process beyond 2048
-// frames. Threads: any, one mutex serialises commands against processing; release only when no call
+// frames. Thread: any; one mutex serialises commands and processing. Destroy it only when no call
 // is running.
 #pragma once
 #include <pthread.h>
@@ -14,21 +14,23 @@
 
 class ProcessUnit_Orvane final : public Effect {
 public:
-    // A chain whose memory is refused leaves the unit not ready for good: every process call then
-    // answers -61.
+    // If the chain's memory is refused, the unit is never ready: every process call then returns
+    // -61.
     ProcessUnit_Orvane();
     ~ProcessUnit_Orvane();
 
-    // in, out: the same number of frames of interleaved 16-bit samples; the same memory is fine.
-    // 0: `out` holds as many frames, silence while the chain fills. -22: a null pointer or
-    // different frame counts. -61, and `out` is untouched: disabled, not configured, not ready, or
-    // no frames. If memory for a buffer of more than 2048 frames is refused, that is logged and
-    // `out` holds the playback gain's result only.
+    // Processes interleaved 16-bit frames from `in` to `out`, which have the same frame count and
+    // may be the same memory. Returns 0 if `out` holds the result (silence while the chain fills).
+    // Returns -22 for a null pointer or different frame counts. Returns -61, with `out` unchanged,
+    // if the unit is disabled, not configured or not ready, or if there are no frames. If memory
+    // for a buffer of more than 2048 frames is refused, it logs that, and `out` holds only the
+    // playback gain's result.
     int32_t process(audio_buffer_s* in, audio_buffer_s* out) override;
 
-    // Commands of the framework, see Effect::command; configure, reset, enable and the parameters
-    // (table/parameters.h) act here. Always returns 0; the outcome is in the reply. Blocks are
-    // pCmdData of cmdSize bytes and pReplyData of *replySize bytes, any of them short or null.
+    // Handles the framework's commands, see Effect::command. Configure, reset, enable and the
+    // parameters (table/parameters.h) are handled here. Always returns 0; the outcome is in the
+    // reply. pCmdData has cmdSize bytes and pReplyData *replySize bytes; any block may be too short
+    // or null.
     int32_t command(uint32_t cmdCode, uint32_t cmdSize, void* pCmdData, uint32_t* replySize,
                     void* pReplyData) override;
 
@@ -39,7 +41,7 @@ public:
     void ResetAllEffects();
 
 private:
-    // Takes the lock itself, behind the log line.
+    // Takes the lock itself, after the log line.
     int32_t SetParameter(uint32_t cmdSize, const void* pCmdData);
     // The caller holds the lock.
     int32_t TakeConfiguration(uint32_t cmdSize, const void* pCmdData);

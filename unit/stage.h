@@ -1,6 +1,6 @@
-// One place in the chain, with a slot for each arithmetic that may stand there. The chain's path
-// runs through the first slot; the others only receive settings, resets and questions, for a path
-// of their own. A slot is empty where nothing was made or its memory was refused.
+// One place in the chain, with a slot for each arithmetic variant of its processor. The chain
+// processes with the first slot. The others only receive settings and resets. A slot is empty if
+// nothing was made for it or its memory was refused.
 #pragma once
 #include <memory>
 #include <new>
@@ -10,25 +10,25 @@
 template <typename Main, typename... Others>
 class Stage {
 public:
-    // Fills the first slot anew, after what it held is gone.
+    // Destroys the processor of the first slot, then makes a new one there.
     template <typename... Arguments>
     void Make(Arguments&&... arguments) {
         First().reset();
         First().reset(new (std::nothrow) Main(std::forward<Arguments>(arguments)...));
     }
 
-    // Calls act(processor) for every filled slot, the first one first.
+    // Calls act(processor) for every filled slot, beginning with the first.
     template <typename Action>
     void ForEach(Action act) {
         std::apply([&act](auto&... slot) { ((slot ? act(*slot) : void()), ...); }, slots);
     }
 
-    // Whether any slot is.
+    // Returns true if any slot is filled.
     bool Filled() const {
         return std::apply([](const auto&... slot) { return (... || (slot != nullptr)); }, slots);
     }
 
-    // The processor of the first slot, which must be filled.
+    // Returns the processor of the first slot, which must be filled.
     Main* operator->() { return First().get(); }
 
 private:
