@@ -6,13 +6,13 @@
 
 class LibraryFile {
 public:
-    // path: without a slash, a file of the present folder.
+    // Loads the library. A path without a slash names a file in the current folder.
     explicit LibraryFile(const std::string& path);
     ~LibraryFile();
     LibraryFile(const LibraryFile&) = delete;
     LibraryFile& operator=(const LibraryFile&) = delete;
 
-    // Null if the file can't be used; Fault() then says why, in one line.
+    // Returns null if the file can't be used; Fault() then says why in one line.
     const audio_effect_library_t* Record() const { return record; }
     const std::string& Fault() const { return fault; }
 

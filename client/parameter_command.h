@@ -1,4 +1,4 @@
-// The data of a set-parameter or get-parameter command, as an application packs it.
+// The data of a set-parameter or get-parameter command in the form that an application sends.
 #pragma once
 #include <algorithm>
 #include <cstddef>
@@ -13,10 +13,10 @@ struct ParameterCommand {
     effect_param_t header{0, sizeof(int32_t), 0};
     int32_t id = 0;
     int32_t values[kMaxValues] = {};
-    uint32_t bytes = 0;  // to send, from `header` on
+    uint32_t bytes = 0;  // number of bytes to send, from `header` on
 };
 
-// count: 1 to 4 values; further ones are left out.
+// Makes a set-parameter command with `count` values, 1 to 4. Leaves out further values.
 inline ParameterCommand PackSet(int32_t id, const int32_t* values, size_t count) {
     count = std::min(count, ParameterCommand::kMaxValues);
     ParameterCommand command;

@@ -1,8 +1,8 @@
-// A piece through one fresh instance, settled beforehand, with the chain's delay taken out.
+// Plays a piece through one new instance and removes the chain's delay.
 //
-// The playback gain of a fresh instance rises from 0 for a hundred buffers and more, which would
-// swallow the beginning of a piece. So the instance first hears silence, and what that gives is
-// dropped: the piece then begins as it would after a pause in a running player.
+// The playback gain of a new instance rises from 0 over at least a hundred buffers, which would
+// swallow the beginning of a piece. So the instance first processes silence, and that output is
+// dropped. The piece then begins as it would after a pause in a running player.
 //
 // Samples are interleaved, 16 bits. One thread.
 #pragma once
@@ -15,42 +15,43 @@
 #include "client/stream.h"
 
 struct Alignment {
-    bool keepsDelay = false;  // gives the stream as it leaves the instance
-    bool startsCold = false;  // doesn't settle: gives the framework's start
+    bool keepsDelay = false;  // keeps the chain's delay in the output
+    bool startsCold = false;  // skips the silence before: starts as the framework does
 };
 
 class PieceStream {
 public:
-    // The record must outlive the stream.
+    // Creates and settles the instance. The record must outlive the stream.
     PieceStream(const audio_effect_library_t& library, const Settings& settings,
                 const StreamFormat& streamFormat, const Alignment& alignment);
 
-    // BlockStream's. What a stream that was refused gives is silence.
+    // Like BlockStream's. A stream that was refused gives silence.
     const char* Refused() const { return stream.Refused(); }
     int32_t Status() const { return stream.Status(); }
 
-    // Takes whole frames; appends to `out` what has come through.
+    // Processes whole frames and appends the frames that have come through to `out`.
     void Process(std::span<const int16_t> in, std::vector<int16_t>* out);
 
-    // The end of the piece: feeds silence until everything is out. All that was appended is then as
-    // long as all that was taken, with the delay kept longer by the delay.
+    // Ends the piece: processes silence until everything is out. In total, as many frames were then
+    // appended as were taken; if the delay is kept, the delay's frames come on top.
     void Finish(std::vector<int16_t>* out);
 
     uint64_t FramesOut() const { return samplesOut / format.channels; }
-    // Of the silence that was heard and dropped before the first frame, 0 after a cold start.
+    // Returns the frames of silence that were processed and dropped before the first frame; 0 after
+    // a cold start.
     uint64_t SettlingFrames() const { return settlingFrames; }
 
 private:
     void Settle(uint32_t silentFrames);
-    // Feeds `in` and appends what comes out, `mostSamples` of a buffer at most.
+    // Processes `in` and appends the output, at most `mostSamples` samples of each buffer.
     void Feed(std::span<const int16_t> in, uint64_t mostSamples, std::vector<int16_t>* out);
     void Append(uint64_t mostSamples, std::vector<int16_t>* out);
 
     StreamFormat format;
     bool keepDelay;
-    uint64_t delaySamples;  // in all
-    uint64_t skipSamples;   // still to be dropped from the front
-    bool buffered;          // the enhancer returns some buffers silent
+    uint64_t delaySamples;  // the whole delay
+    uint64_t skipSamples;   // samples that must still be dropped from the front
+    bool buffered;          // true if the enhancer returns some buffers silent
     BlockBuffering buffering;
     BlockStream stream;
     uint64_t settlingFrames = 0;

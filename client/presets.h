@@ -17,10 +17,10 @@ struct Preset {
     Settings::Levels levels{};  // of the equalizer, which is on if one isn't 0
 };
 
-// The first is what a listener gets who asks for nothing.
+// Returns all presets. The first one is the default.
 std::span<const Preset> Presets();
 
-// Null for a name that isn't there.
+// Returns null if no preset has the name.
 const Preset* FindPreset(std::string_view name);
 
 Settings SettingsOf(const Preset& preset);
