@@ -1,7 +1,8 @@
 // Libraries that talk to standard error are kept out of the user's sight while they are called.
 #pragma once
 
-// While an object lives, what anybody writes to file descriptor 2 goes nowhere. One at a time.
+// While an object lives, what anybody writes to file descriptor 2 goes nowhere. One at a time. A
+// sanitizer's report still gets to where standard error was.
 class StderrSilencer {
 public:
     explicit StderrSilencer(bool silence = true);

@@ -54,7 +54,11 @@ TEST_F(Renderer, GivesTheBitsOfTheLibraryHoweverTheInputArrives) {
           "(head -c 5001 in.wav; sleep 0.1; tail -c +5002 in.wav) | $ORVANE render - - >out.wav"}) {
         line.insert(line.find("render") + 6, options);
         EXPECT_EQ(Shell(line), 0);
-        EXPECT_EQ(Slurp("err"), "") << line;
+        EXPECT_EQ(Slurp("err"), line.find("- -") == std::string::npos
+                                    ? ""
+                                    : "orvane: standard output has no place for the tags COMMENT, "
+                                      "TITLE\n")
+            << line;
         const auto result = Read<int16_t>("out.wav");
         ASSERT_EQ(result.size(), size_t{30} * 2 * 777 + size_t{2} * (893 + 777)) << line;
         EXPECT_TRUE(std::equal(result.begin(), result.end(), expected.begin())) << line;
@@ -172,7 +176,7 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
         "2 in.wav new.wav --save ./new.wav; 2 in.wav new.wav -f --save sub/in; "
         "1 in.wav new.wav --save old.wav");
     for (std::string line; std::getline(lines >> std::ws, line, ';');) {
-        EXPECT_EQ(Shell("cat in.flac | PATH=/ $ORVANE render " + line.substr(1)), line[0] - '0')
+        EXPECT_EQ(Shell("cat old.wav | PATH=/ $ORVANE render " + line.substr(1)), line[0] - '0')
             << line;
         ExpectOneLine(line);
         EXPECT_EQ(Slurp("old.wav"), "old") << line;
@@ -257,7 +261,8 @@ TEST_F(Renderer, NotesWhatIsWrongWithTheInput) {
 
 TEST_F(Renderer, LeavesNothingBehindWhenInterrupted) {
     Write("in.wav", Sine(0.5, 1000, 44100, 2, 1), 44100, 2);
-    EXPECT_EQ(Shell("mkfifo pipe"), 0);
+    // A header that leaves the length open, so that it is played as it comes.
+    EXPECT_EQ(Shell("$ORVANE render -q in.wav - >open.wav; mv open.wav in.wav; mkfifo pipe"), 0);
     // Ended once it has made a temporary file and no other of a pipe that stays open.
     for (const int number : {SIGINT, SIGTERM, SIGPIPE, SIGQUIT, SIGXCPU, SIGXFSZ}) {
         const std::string end = "kill -" + std::to_string(number) + " $!";

@@ -1,96 +1,168 @@
 #include "render/audio/audio_reader.h"
 
 #include <fcntl.h>
-#include <unistd.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <string_view>
+#include <utility>
 
 #include "render/failure.h"
 #include "render/stderr_silencer.h"
 
 namespace {
 
-// The containers that libsndfile reads without going back. Of the others it refuses some and reads
-// nothing from the rest without a word.
-bool ReadableFromPipe(int format) {
-    switch (format & SF_FORMAT_TYPEMASK) {
-        case SF_FORMAT_WAV:
-        case SF_FORMAT_WAVEX:
-        case SF_FORMAT_AIFF:
-        case SF_FORMAT_AU:
-        case SF_FORMAT_OGG:
-        case SF_FORMAT_MPEG:
-            return true;
-        default:
-            return false;
-    }
+// libsndfile's last message, without its full stop.
+std::string Reason(SNDFILE* file) {
+    const std::string reason = sf_strerror(file);
+    return reason.substr(0, reason.find_last_not_of(".\n") + 1);
 }
 
-bool IsMpeg4(const std::string& path) {
-    std::array<char, 8> head{};
-    std::ifstream(path, std::ios::binary).read(head.data(), head.size());
-    return std::string_view(head.data(), head.size()).substr(4) == "ftyp";
+bool IsMpeg(int format) {
+    return (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
 }
 
-constexpr const char* kPipeAdvice =
-    "WAV, AIFF, AU, Ogg and MP3 can be read from a pipe, FLAC and others only as a named file";
+uint64_t SizeOf(int fd) {
+    struct stat status {};
+    return fstat(fd, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+}
 
 }  // namespace
 
 AudioReader::AudioReader(const std::string& path, const std::string& copyOfPipe)
     : name(path == "-" ? "standard input" : path) {
+    OpenInput(path, copyOfPipe);
+    if (!piped) scan = ScanSource(input.fd, start);
+    OpenFile(copy ? copy->Path() : copyOfPipe.empty() ? path : copyOfPipe);
+    const std::string reason = file == nullptr ? Reason(nullptr) : "";
+    tags = ReadTags(file.get(), piped || start != 0 ? -1 : input.fd, info.format);
+    const bool isLonger = scan.uncountedFrames && file != nullptr && info.frames >= 0 &&
+                          static_cast<uint64_t>(info.frames) < *scan.uncountedFrames;
+    if (!scan.parts.empty())
+        parts = scan.parts;
+    else if (file == nullptr || isLonger)
+        parts = {{0, SizeOf(input.fd) - start}};
+    if (!piped && !parts.empty()) OpenDecoder(reason);
+    if (file == nullptr && decoder == nullptr) throw Failure("{} cannot be read: {}", name, reason);
+}
+
+void AudioReader::OpenInput(const std::string& path, const std::string& copyOfPipe) {
     std::error_code ignored;
     if (std::filesystem::is_directory(path, ignored)) throw Failure("{} is a folder", name);
-    if (path != "-" && access(path.c_str(), R_OK) != 0)
-        throw Failure("{} cannot be read: {}", name, std::strerror(errno));
-    off_t start = 0;
-    {
-        // The MP3 decoder says on standard error what it thinks of a file.
-        const StderrSilencer silencer;
-        if (!copyOfPipe.empty()) {
-            piped = true;
-            file.reset(sf_open(copyOfPipe.c_str(), SFM_READ, &info));
-        } else if (path == "-") {
-            start = lseek(STDIN_FILENO, 0, SEEK_CUR);
-            piped = start < 0;
-            file.reset(sf_open_fd(STDIN_FILENO, SFM_READ, &info, SF_FALSE));
-        } else {
-            piped = std::filesystem::is_fifo(path, ignored);
-            file.reset(sf_open(path.c_str(), SFM_READ, &info));
-        }
+    const std::string& source = copyOfPipe.empty() ? path : copyOfPipe;
+    input.fd = source == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                             : open(source.c_str(), O_RDONLY | O_CLOEXEC);
+    if (input.fd < 0) throw Failure("{} cannot be read: {}", name, std::strerror(errno));
+    off_t place = lseek(input.fd, 0, SEEK_CUR);
+    if (place < 0 && PipeCopy::IsEndless(input.fd)) {
+        piped = true;
+        return;
     }
-    if (file == nullptr) {
-        std::string reason = sf_strerror(nullptr);
-        while (!reason.empty() && (reason.back() == '.' || reason.back() == '\n'))
-            reason.pop_back();
-        if (IsMpeg4(path))
+    if (place < 0) {
+        copy.emplace(input.fd, name);
+        close(input.fd);
+        input.fd = open(copy->Path().c_str(), O_RDONLY | O_CLOEXEC);
+        place = 0;
+    }
+    start = static_cast<uint64_t>(place);
+}
+
+void AudioReader::OpenFile(const std::string& path) {
+    // The MP3 decoder says on standard error what it thinks of a file.
+    const StderrSilencer silencer;
+    if (piped)  // libsndfile closes a descriptor that it can't read, whatever it is told
+        file.reset(sf_open_fd(fcntl(input.fd, F_DUPFD_CLOEXEC, 0), SFM_READ, &info, SF_TRUE));
+    else if (scan.patch || scan.end || path == "-")
+        OpenView();
+    else
+        file.reset(sf_open(path.c_str(), SFM_READ, &info));
+    if (file == nullptr) info = {};
+}
+
+sf_count_t AudioReader::ReadView(void* bytes, sf_count_t count, void* self) {
+    View& view = *static_cast<View*>(self);
+    const uint64_t left = view.size - std::min(view.at, view.size);
+    const ssize_t got = pread(view.fd, bytes, std::min(static_cast<uint64_t>(count), left),
+                              static_cast<off_t>(view.start + view.at));
+    if (got <= 0) return 0;
+    if (view.patch)
+        for (size_t i = 0; i < view.patch->bytes.size(); ++i)
+            if (const uint64_t place = view.patch->at + i;
+                place >= view.at && place < view.at + static_cast<uint64_t>(got))
+                static_cast<char*>(bytes)[place - view.at] = view.patch->bytes[i];
+    view.at += static_cast<uint64_t>(got);
+    return got;
+}
+
+void AudioReader::OpenView() {
+    view = {input.fd, start, scan.end.value_or(SizeOf(input.fd) - start), 0, scan.patch};
+    const auto length = [](void* self) {
+        return static_cast<sf_count_t>(static_cast<View*>(self)->size);
+    };
+    const auto seek = [](sf_count_t offset, int whence, void* self) {
+        View& of = *static_cast<View*>(self);
+        const uint64_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? of.at : of.size;
+        of.at = from + static_cast<uint64_t>(offset);
+        return static_cast<sf_count_t>(of.at);
+    };
+    const auto tell = [](void* self) {
+        return static_cast<sf_count_t>(static_cast<View*>(self)->at);
+    };
+    SF_VIRTUAL_IO through{length, seek, ReadView, nullptr, tell};
+    file.reset(sf_open_virtual(&through, SFM_READ, &info, &view));
+}
+
+void AudioReader::OpenDecoder(const std::string& reason) {
+    if (!FfmpegDecoder::IsInstalled()) {
+        if (file == nullptr)
             throw Failure(
-                "{0} cannot be read: MPEG-4 audio is not known here; ffmpeg makes a file that is, "
-                "tags and all: ffmpeg -i '{0}' '{1}'",
-                path, std::filesystem::path(path).replace_extension(".flac").string());
-        throw Failure("{} cannot be read: {}{}", name, reason,
-                      piped && copyOfPipe.empty() ? fmt::format(" ({})", kPipeAdvice) : "");
+                "{} cannot be read: {}; the program ffmpeg, which reads more formats, is "
+                "not installed",
+                name, reason);
+        faults.push_back(
+            parts.size() > 1
+                ? fmt::format("it is {} files joined into one, of which only the first is read "
+                              "without the program ffmpeg",
+                              parts.size())
+                : "it holds more than its header tells, which only the program ffmpeg reads");
+        return;
     }
-    if (piped && copyOfPipe.empty() && !ReadableFromPipe(info.format))
-        throw Failure("{} cannot be read: {}", name, kPipeAdvice);
-    const int fd = piped         ? -1
-                   : path == "-" ? STDIN_FILENO
-                                 : open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (!piped) dataSize = ReadDataSize(fd, start);
-    tags = ReadTags(file.get(), start == 0 ? fd : -1, info.format);
-    if (path != "-" && fd >= 0) close(fd);
+    if (StartPart()) {
+        file.reset();
+        info = {};
+        info.samplerate = static_cast<int>(decoder->RateHz());
+        info.channels = static_cast<int>(decoder->Channels());
+        info.format = SF_FORMAT_AU | SF_FORMAT_FLOAT;
+    } else {
+        decoder.reset();
+        if (file == nullptr)
+            throw Failure("{} cannot be read: {}; {}", name, reason, faults.front());
+    }
+}
+
+// Starts the decoder for the next part that it can read, and notes what it says of the others.
+bool AudioReader::StartPart() {
+    while (nextPart < parts.size()) {
+        BytePart part = parts[nextPart++];
+        part.from += start;
+        part.to += start;
+        decoder = std::make_unique<FfmpegDecoder>(input.fd, part, RateHz(), Channels());
+        if (decoder->Channels() != 0) return true;
+        faults.push_back("ffmpeg says: " + decoder->Finish());
+    }
+    return false;
 }
 
 std::optional<uint64_t> AudioReader::Frames() const {
-    // A pipe's header promises what its writer hoped for; an Ogg file cut off knows nothing.
-    if (piped || info.frames == SF_COUNT_MAX) return std::nullopt;
+    // A pipe's header promises what its writer hoped for; an Ogg file cut off knows nothing; of an
+    // MP3 file without a count it is an estimate.
+    if (piped || decoder != nullptr || scan.uncountedFrames || info.frames == SF_COUNT_MAX)
+        return std::nullopt;
     return static_cast<uint64_t>(info.frames);
 }
 
@@ -109,28 +181,46 @@ bool AudioReader::IsSixteenBit() const {
 }
 
 std::vector<std::string> AudioReader::Damage() const {
-    std::vector<std::string> damage;
-    if (Frames() && framesRead < *Frames())
+    std::vector<std::string> damage = scan.damage;
+    damage.insert(damage.end(), faults.begin(), faults.end());
+    if (damage.empty() && Frames() && framesRead < *Frames())
         damage.push_back(
             fmt::format("it ends early, after {} of {} frames", framesRead, *Frames()));
-    else if (dataSize && dataSize->present < dataSize->promised)
-        damage.push_back(fmt::format("it ends early, after {} of {} bytes of audio",
-                                     dataSize->present, dataSize->promised));
     return damage;
 }
 
 size_t AudioReader::Samples(sf_count_t frames) {
-    if (frames < static_cast<sf_count_t>(kReadFrames) && sf_error(file.get()) != SF_ERR_NO_ERROR)
-        throw Failure("{} cannot be read to its end: {}", name, sf_strerror(file.get()));
+    if (frames < static_cast<sf_count_t>(kReadFrames) && faults.empty() &&
+        sf_error(file.get()) != SF_ERR_NO_ERROR) {
+        faults.push_back("it cannot be read to its end: " + Reason(file.get()));
+    }
     const auto count = static_cast<size_t>(std::max<sf_count_t>(frames, 0));
     framesRead += count;
     return count * Channels();
 }
 
+size_t AudioReader::DecodedSamples() {
+    size_t done = 0;
+    while (true) {
+        const size_t count = decoder->Read(std::span(block).subspan(done));
+        done += count - count % Channels();
+        if (done == block.size()) return done;
+        if (const std::string message = decoder->Finish(); !message.empty() && faults.empty())
+            faults.push_back("ffmpeg says: " + message);
+        if (!StartPart()) return done;
+    }
+}
+
 std::span<const float> AudioReader::Read() {
     block.resize(kReadFrames * Channels());
-    const std::span<float> samples(block.data(),
-                                   Samples(sf_readf_float(file.get(), block.data(), kReadFrames)));
+    size_t count = 0;
+    if (decoder != nullptr) {
+        count = DecodedSamples();
+    } else {
+        const StderrSilencer silencer(IsMpeg(info.format));
+        count = Samples(sf_readf_float(file.get(), block.data(), kReadFrames));
+    }
+    const std::span<float> samples(block.data(), count);
     for (float& sample : samples)
         if (!std::isfinite(sample)) {
             sample = 0;

@@ -1,16 +1,21 @@
 #include "render/audio/tags.h"
 
 #include <taglib/aifffile.h>
+#include <taglib/apefile.h>
 #include <taglib/apetag.h>
+#include <taglib/asffile.h>
+#include <taglib/asftag.h>
 #include <taglib/attachedpictureframe.h>
 #include <taglib/flacfile.h>
 #include <taglib/id3v1tag.h>
 #include <taglib/id3v2tag.h>
 #include <taglib/infotag.h>
+#include <taglib/mp4file.h>
 #include <taglib/mpegfile.h>
 #include <taglib/opusfile.h>
 #include <taglib/vorbisfile.h>
 #include <taglib/wavfile.h>
+#include <taglib/wavpackfile.h>
 #include <taglib/xiphcomment.h>
 
 #include <algorithm>
@@ -27,6 +32,9 @@ namespace {
 using TagLib::ByteVector;
 using TagLib::FLAC::Picture;
 using TagLib::ID3v2::AttachedPictureFrame;
+
+// Names of iTunes' own fields in MPEG-4 files.
+const std::string kITunes = "----:com.apple.iTunes:";
 
 constexpr struct {
     int sndfileField;
@@ -54,6 +62,8 @@ struct TagFile {
     TagLib::FLAC::File* flac = nullptr;
     std::vector<TagLib::Tag*> others;  // of the same file; what stands in several counts in one
     TagLib::RIFF::Info::Tag* info = nullptr;
+    TagLib::MP4::Tag* mp4 = nullptr;
+    TagLib::ASF::Tag* asf = nullptr;
     std::function<bool()> save;
 };
 
@@ -64,6 +74,23 @@ File* Open(TagFile* tags, Arguments... arguments) {
     tags->save = [opened] { return opened->save(); };
     tags->file = std::move(file);
     return opened;
+}
+
+// Of a file that libsndfile doesn't know.
+void OpenForeignTags(TagStream* stream, TagFile* tags) {
+    if (TagLib::MP4::File::isSupported(stream)) {
+        if (auto* const file = Open<TagLib::MP4::File>(tags, stream, false))
+            tags->others = {tags->mp4 = file->tag()};
+    } else if (TagLib::ASF::File::isSupported(stream)) {
+        if (auto* const file = Open<TagLib::ASF::File>(tags, stream, false))
+            tags->others = {tags->asf = file->tag()};
+    } else if (TagLib::APE::File::isSupported(stream)) {
+        if (auto* const file = Open<TagLib::APE::File>(tags, stream, false))
+            tags->others = {file->tag()};
+    } else if (TagLib::WavPack::File::isSupported(stream)) {
+        if (auto* const file = Open<TagLib::WavPack::File>(tags, stream, false))
+            tags->others = {file->tag()};
+    }
 }
 
 // The audio's properties are not asked for, which would take reading much of the file.
@@ -106,6 +133,7 @@ void OpenTags(TagStream* stream, int format, bool create, TagFile* tags) {
             }
             break;
         default:
+            if (format == 0) OpenForeignTags(stream, tags);
             break;
     }
 }
@@ -114,17 +142,25 @@ std::string Utf8(const TagLib::String& text) {
     return text.to8Bit(true);
 }
 
-bool StartsWithOneOf(const std::string& name, std::initializer_list<const char*> starts) {
+bool StartsWithOneOf(const std::string& name, std::initializer_list<std::string> starts) {
     return std::any_of(starts.begin(), starts.end(),
-                       [&name](const char* start) { return name.starts_with(start); });
+                       [&name](const std::string& start) { return name.starts_with(start); });
 }
 
 bool IsGain(const std::string& name) {
-    return StartsWithOneOf(name, {"REPLAYGAIN_", "R128_", "RVA2", "RVAD", "COMMENT:ITUNNORM"});
+    return StartsWithOneOf(
+        name, {"REPLAYGAIN_", "R128_", "RVA2", "RVAD", "COMMENT:ITUNNORM", kITunes + "iTunNORM"});
 }
 
+bool IsPicture(const std::string& name) {
+    return name == "APIC" || name == "covr" || name == "WM/Picture";
+}
+
+// What the encoder has cut off and how it was set holds for the other file alone.
 bool TellsTheEncoder(const std::string& name) {
-    return StartsWithOneOf(name, {"ENCODER", "ENCODING", "ENCODERSETTINGS"});
+    return StartsWithOneOf(
+        name, {"ENCODER", "ENCODING", "ENCODERSETTINGS", "COMMENT:ITUNSMPB", kITunes + "iTunSMPB",
+               "WM/EncodingSettings", "WM/EncodingTime", "WMFSDK"});
 }
 
 void Add(const TagLib::PropertyMap& found, AudioTags* tags) {
@@ -139,7 +175,7 @@ void Add(const TagLib::PropertyMap& found, AudioTags* tags) {
         const std::string name = Utf8(key);
         if (IsGain(name))
             tags->gains.push_back(name);
-        else if (name != "APIC")
+        else if (!TellsTheEncoder(name) && !IsPicture(name))
             tags->unread.push_back(name);
     }
 }
@@ -165,7 +201,34 @@ AttachedPictureFrame* AsFrame(const ByteVector& flacPicture) {
     return frame;
 }
 
+ByteVector AsFlacPicture(const TagLib::MP4::CoverArt& cover) {
+    Picture picture;
+    picture.setType(Picture::FrontCover);
+    picture.setMimeType(cover.format() == TagLib::MP4::CoverArt::PNG ? "image/png" : "image/jpeg");
+    picture.setData(cover.data());
+    return picture.render();
+}
+
+ByteVector AsFlacPicture(const TagLib::ASF::Picture& from) {
+    Picture picture;
+    picture.setType(static_cast<Picture::Type>(from.type()));  // the same numbers
+    picture.setMimeType(from.mimeType());
+    picture.setDescription(from.description());
+    picture.setData(from.picture());
+    return picture.render();
+}
+
+void ReadForeignPictures(const TagFile& from, AudioTags* tags) {
+    if (from.mp4 != nullptr)
+        for (const TagLib::MP4::CoverArt& cover : from.mp4->item("covr").toCoverArtList())
+            tags->pictures.push_back(AsFlacPicture(cover));
+    if (from.asf != nullptr)
+        for (const TagLib::ASF::Attribute& attribute : from.asf->attribute("WM/Picture"))
+            tags->pictures.push_back(AsFlacPicture(attribute.toPicture()));
+}
+
 void ReadPictures(const TagFile& from, AudioTags* tags) {
+    ReadForeignPictures(from, tags);
     if (from.flac != nullptr)
         for (const Picture* picture : from.flac->pictureList())
             tags->pictures.push_back(picture->render());
