@@ -53,6 +53,11 @@ JsonObject& JsonObject::Add(const std::string& key, const JsonObject& object) {
     return *this;
 }
 
+JsonObject& JsonObject::Append(const std::string& key, const JsonObject& object) {
+    (*members)[key].push_back(*object.members);
+    return *this;
+}
+
 JsonObject& JsonObject::AddNull(const std::string& key) {
     (*members)[key] = nullptr;
     return *this;

@@ -25,6 +25,8 @@ public:
     JsonObject& Add(const std::string& key, std::span<const double> array);
     JsonObject& Add(const std::string& key, std::span<const std::string> array);
     JsonObject& Add(const std::string& key, const JsonObject& object);
+    // Adds the object to the array that the member is, or begins with it.
+    JsonObject& Append(const std::string& key, const JsonObject& object);
     JsonObject& AddNull(const std::string& key);
     template <typename Value>
     JsonObject& Add(const std::string& key, const std::optional<Value>& value) {

@@ -6,6 +6,7 @@
 #include <exception>
 #include <initializer_list>
 
+#include "render/album_command.h"
 #include "render/audio/output_file.h"
 #include "render/common_options.h"
 #include "render/compare_command.h"
@@ -33,14 +34,15 @@ int Run(int argc, char** argv) {
     line.AddVersion("orvane " + LibraryVersionText());
 
     RenderCommand render(line);
+    AlbumCommand album(line);
     PictureCommand picture(line);
     CompareCommand compare(line);
     ResponseCommand response(line);
     ToneCommand tone(line);
     InfoCommand info(line);
     if (!line.Parse(argc, argv)) return 0;
-    for (Command* const command :
-         std::initializer_list<Command*>{&render, &picture, &compare, &response, &tone, &info})
+    for (Command* const command : std::initializer_list<Command*>{
+             &render, &album, &picture, &compare, &response, &tone, &info})
         if (command->IsAsked()) command->Run();
     return 0;
 }

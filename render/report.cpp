@@ -35,10 +35,14 @@ std::string Levels(double before, double after, const char* unit) {
 }  // namespace
 
 std::string TextOf(const Report& report) {
-    std::string text = report.input + " -> " + report.output + "\n";
+    std::string text = report.input + (report.album.empty() ? "" : " (" + report.album + ")") +
+                       " -> " + report.output + "\n";
+    for (const TrackReport& track : report.tracks)
+        text += fmt::format("  {:>13}  {} -> {}\n",
+                            Duration(static_cast<double>(track.frames) / track.rateHz), track.input,
+                            track.output);
     text += "  " + std::to_string(report.rateHz) + " Hz, " +
-            (report.channels == 1 ? "mono, " : "stereo, ") +
-            Duration(report.seconds) + " (" +
+            (report.channels == 1 ? "mono, " : "stereo, ") + Duration(report.seconds) + " (" +
             Count(report.frames, "frame") + "), in buffers of " +
             Count(report.bufferFrames, "frame") + "\n";
     text += "  preset " + report.preset + ": " + Describe(report.settings) + "\n";
@@ -86,10 +90,16 @@ std::string JsonOf(const Report& report) {
             settings.Add(parameter.key, report.settings.BandLevels());
         else if (*parameter.key != '\0')
             settings.Add(parameter.key, report.settings.Get(parameter.id));
-    json.Add("input", report.input)
-        .Add("output", report.output)
-        .Add("preset", report.preset)
-        .Add("settings", settings);
+    json.Add("input", report.input).Add("output", report.output);
+    if (!report.tracks.empty()) json.Add("album", report.album);
+    for (const TrackReport& track : report.tracks)
+        json.Append("tracks", JsonObject()
+                                  .Add("input", track.input)
+                                  .Add("output", track.output)
+                                  .Add("rateHz", track.rateHz)
+                                  .Add("channels", track.channels)
+                                  .Add("frames", track.frames));
+    json.Add("preset", report.preset).Add("settings", settings);
     if (report.tone)
         json.Add("tone", tone.Add("rmsDb", report.tone->rmsDb)
                              .Add("worstDb", report.tone->worstDb)

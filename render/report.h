@@ -9,8 +9,19 @@
 #include "client/tone.h"
 #include "render/audio/loudness.h"
 
+// A track of an album.
+struct TrackReport {
+    std::string input;   // below the album's folder
+    std::string output;  // path
+    uint32_t rateHz, channels;
+    uint64_t frames;  // of the input
+};
+
 struct Report {
     std::string input, output;
+    std::string album;  // title from the tags, "" for none
+    std::vector<TrackReport>
+        tracks;  // none for a single file; else all else is said of them as one
     std::string preset;
     Settings settings;                  // as they were played
     std::optional<ToneFit> tone;        // if one was asked for

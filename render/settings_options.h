@@ -30,6 +30,8 @@ public:
     // range.
     Settings Resolve() const;
     bool Gives(ParameterId id) const;
+    // Returns whether --save was given.
+    bool Saves() const { return !saveTo.empty(); }
     // UsageError for one that can't be read.
     ToneWish Tone() const;
     // A line for each option given that does nothing.

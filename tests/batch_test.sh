@@ -20,7 +20,7 @@ cd "$here/music"
 perl -e 'print pack("A4VA4A4VvvVVvvA4V", "RIFF", 30036, "WAVE", "fmt ", 16, 1, 1, 48000, 96000, 2, 16,
   "data", 30000), map { pack "s<", rand 9999 } 1 .. 15000' | orvane render -q - source.flac
 for n in {1..100}; do cp source.flac "it's a/$n.flac"; cp source.flac "b/$n.flac"; done
-rm source.flac
+mv source.flac ..
 mv b/7.flac b/spare
 echo broken >b/7.flac
 found() { find ../out -name "$1" 2>/dev/null | wc -l; }
@@ -60,3 +60,17 @@ block 3 | sed 's/,: / /' | bash
 [ "$(find . -name '*-night.opus' | wc -l)" = 10 ] || fail "the machines gave $(find . -name '*.opus' | wc -l)"
 [ "$(cut -f 2 ../jobs | sort -u | grep -c 'alpha\|beta')" = 2 ] || fail "not all machines worked"
 [ -z "$(find ../alpha ../beta -type f)" ] || fail "the machines keep files"
+
+# Albums: one in two folders of discs, one of a name that a shell would take apart.
+rm -r -- ./* ../out
+mkdir -p "it's one/CD1" "it's one/CD 2" "ä & b"
+for folder in "it's one/CD1" "it's one/CD 2" "ä & b"; do cp ../source.flac "$folder/1.FLAC"; done
+echo broken >"ä & b/2.flac"
+album() { sed -n '/^## Albums/,$p' "$page" | awk '/^```sh/ {on = 1; next} /^```/ {exit} on' | sed '/^cd/d' | bash; }
+album 2>err && fail "a broken track went unnoticed"
+grep -q "ä & b/2.flac" err || fail "the broken track is not named: $(cat err)"
+[ "$(cd ../out && find . -type f | sort | tr '\n' ' ')" = "./it's one/CD 2/1.opus ./it's one/CD1/1.opus " ] ||
+  fail "albums gave $(find ../out)"
+rm "ä & b/2.flac"
+album 2>err || fail "albums failed: $(cat err)"
+[ "$(find ../out -name '*.opus' | wc -l)" = 3 ] || fail "albums gave $(find ../out)"

@@ -66,7 +66,10 @@ bool TagStream::readOnly() const {
 }
 
 void TagStream::seek(long offset, Position from) {
-    at = offset + (from == Current ? at : from == End ? length() : 0);
+    // As with fseek, a place before the start changes nothing: TagLib looks for what stands in the
+    // last 128 bytes of shorter files, too.
+    const long place = offset + (from == Current ? at : from == End ? length() : 0);
+    if (place >= 0) at = place;
 }
 
 long TagStream::length() {

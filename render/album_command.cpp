@@ -1,0 +1,297 @@
+#include "render/album_command.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <span>
+#include <tuple>
+#include <utility>
+
+#include "render/audio/background_writer.h"
+#include "render/audio/joined_reader.h"
+#include "render/audio/output_file.h"
+#include "render/audio/whole_write.h"
+#include "render/failure.h"
+#include "render/match.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Tracks = std::span<const AlbumTrack>;
+
+// What is said of the tags of several tracks, in one line for those of whom the same is said.
+class TagWarnings {
+public:
+    void Add(const std::string& output, const AudioWriter& writer, const AudioTags& tags) {
+        Report report{};
+        NoteTags("", writer, tags, &report);
+        for (const std::string& text : report.warnings) {
+            auto& [first, count] = said[text];
+            if (count++ == 0) first = output;
+        }
+    }
+    void AddTo(Report* report) const {
+        for (const auto& [text, tracks] : said)
+            report->warnings.push_back(
+                tracks.first + text +
+                (tracks.second > 1 ? fmt::format("; the same goes for {} more", tracks.second - 1)
+                                   : ""));
+    }
+
+private:
+    std::map<std::string, std::pair<std::string, size_t>> said;  // first output, count
+};
+
+// Cuts the result of a run where its tracks end, and writes each part to its own file.
+class TrackCutter final : public AudioWriter {
+public:
+    // Everything must outlive the cutter.
+    TrackCutter(const RenderJob& renderJob, Tracks runTracks, uint32_t rateHz, OutputSet* outputSet,
+                TagWarnings* tagWarnings, Report* albumReport)
+        : job(renderJob),
+          tracks(runTracks),
+          outputRateHz(rateHz),
+          set(outputSet),
+          warnings(tagWarnings),
+          report(albumReport) {}
+
+    // The source of the next track is opened. Its samples come later: the chain delays them.
+    void Begin(const AudioReader& file) {
+        waiting.push_back({tracks[begun++], file.Tags(), std::nullopt});
+    }
+    // That source has been read to its end. `frames` are those of the run so far, at its rate.
+    void End(uint64_t frames) {
+        const AlbumTrack& track = waiting.back().track;
+        report->tracks.push_back(
+            {track.name, track.output, track.rateHz, track.channels, frames - framesEnded});
+        framesEnded = frames;
+        waiting.back().end = AtRate(frames, track.rateHz, outputRateHz) * track.channels;
+    }
+
+    void Write(std::span<const int16_t> samples) override {
+        while (!samples.empty() && !waiting.empty()) {
+            size_t count = samples.size();
+            if (const auto end = waiting.front().end)
+                count = static_cast<size_t>(std::min<uint64_t>(count, *end - written));
+            if (count > 0) Writer().Write(samples.first(count));
+            written += count;
+            samples = samples.subspan(count);
+            if (!samples.empty()) Close();
+        }
+    }
+
+    void Commit() override {
+        while (!waiting.empty()) Close();
+    }
+    std::vector<std::string> NotKept() const override { return {}; }
+
+private:
+    struct Waiting {
+        const AlbumTrack& track;
+        AudioTags tags;
+        std::optional<uint64_t> end;  // samples of the run's result before the next track
+    };
+
+    AudioWriter& Writer() {
+        const Waiting& next = waiting.front();
+        if (writer == nullptr)
+            writer = std::make_unique<BackgroundWriter>(OpenAudioWriter(
+                next.track.output, job.overwrite,
+                {outputRateHz, next.track.channels, next.track.frames}, next.tags, set));
+        return *writer;
+    }
+
+    void Close() {
+        Writer().Commit();
+        warnings->Add(waiting.front().track.output, *writer, waiting.front().tags);
+        writer.reset();
+        waiting.pop_front();
+    }
+
+    const RenderJob& job;
+    Tracks tracks;
+    uint32_t outputRateHz;
+    OutputSet* set;
+    TagWarnings* warnings;
+    Report* report;
+    size_t begun = 0;
+    uint64_t framesEnded = 0, written = 0;  // written: samples
+    std::deque<Waiting> waiting;            // the first is being written
+    std::unique_ptr<AudioWriter> writer;
+};
+
+std::unique_ptr<JoinedReader> Join(Tracks tracks, JoinedReader::Begins begins = nullptr,
+                                   JoinedReader::Ends ends = nullptr) {
+    JoinedFormat format{tracks.front().rateHz, tracks.front().channels, true, 0};
+    std::vector<std::string> paths;
+    for (const AlbumTrack& track : tracks) {
+        paths.push_back(track.input);
+        format.sixteenBit = format.sixteenBit && track.sixteenBit;
+        if (!track.frames) format.frames.reset();
+        if (format.frames) *format.frames += *track.frames;
+    }
+    return std::make_unique<JoinedReader>(std::move(paths), format, std::move(begins),
+                                          std::move(ends));
+}
+
+// Neighbouring tracks of one rate and channel count, whose outputs have one rate, too.
+std::vector<Tracks> RunsOf(const Album& album) {
+    std::vector<Tracks> runs;
+    const auto kind = [](const AlbumTrack& track) {
+        return std::tuple(track.rateHz, track.channels, OutputRateHz(track.output, track.rateHz));
+    };
+    for (auto first = album.tracks.begin(), end = first; first != album.tracks.end(); first = end) {
+        end = std::find_if(first, album.tracks.end(),
+                           [&](const AlbumTrack& track) { return kind(track) != kind(*first); });
+        runs.emplace_back(first, end);
+    }
+    return runs;
+}
+
+class AlbumRendering {
+public:
+    AlbumRendering(const RenderJob& renderJob, const Album& wantedAlbum,
+                   const EffectLibrary& effectLibrary)
+        : job(renderJob), album(wantedAlbum), library(effectLibrary), runs(RunsOf(album)) {
+        for (const AlbumTrack& track : album.tracks)
+            OutputFile::CheckName(track.output, job.overwrite);
+        for (const CueSheet& sheet : album.sheets)
+            OutputFile::CheckName(sheet.output, job.overwrite);
+    }
+
+    Report Run() {
+        std::optional<Match> match;
+        if (job.match) {
+            Runs openers;
+            for (const Tracks& tracks : runs)
+                openers.emplace_back([tracks] { return Join(tracks); });
+            match = MatchPiece(job, openers, library);
+        }
+        Start(match);
+        for (const AlbumTrack& track : album.tracks) MakeFolderOf(track.output);
+        StreamMeter before(job.metering), after(job.metering);
+        for (size_t i = 0; i < runs.size(); ++i) Play(runs[i], starts[i], &before, &after);
+        report.before = before.Finish().loudness;
+        report.after = after.Finish().loudness;
+        for (const CueSheet& sheet : album.sheets) WriteSheet(sheet);
+        set.Commit();
+        warnings.AddTo(&report);
+        if (job.match) NoteMatch(match, &report);
+        return report;
+    }
+
+private:
+    // Finds what each run is played with. The output gain is that of the run that needs the lowest.
+    void Start(const std::optional<Match>& match) {
+        for (const Tracks& tracks : runs) {
+            RenderJob jobOfRun = job;
+            jobOfRun.input = tracks.front().input;
+            jobOfRun.output = tracks.front().output;
+            starts.push_back(StartReport(jobOfRun, match, *Join(tracks)));
+        }
+        double gain = starts.front().settings.Get(PARAM_OUTPUT_GAIN);
+        for (const Report& start : starts)
+            gain = std::min(gain, start.settings.Get(PARAM_OUTPUT_GAIN));
+        for (Report& start : starts) start.settings.Set(PARAM_OUTPUT_GAIN, gain);
+        report = starts.front();
+        report.input = job.input;
+        report.output = job.output;
+        report.album = album.title;
+        for (size_t i = 1; i < runs.size(); ++i) {
+            report.notes.push_back(fmt::format("another stream begins with {}: {} Hz, {}",
+                                               runs[i].front().name, starts[i].rateHz,
+                                               starts[i].channels == 1 ? "mono" : "stereo"));
+            report.notes.insert(report.notes.end(), starts[i].notes.begin(), starts[i].notes.end());
+        }
+        report.notes.insert(report.notes.end(), album.notes.begin(), album.notes.end());
+    }
+
+    void Play(Tracks tracks, const Report& start, StreamMeter* before, StreamMeter* after) {
+        TrackCutter cutter(job, tracks, start.outputRateHz, &set, &warnings, &report);
+        const auto reader = Join(
+            tracks, [&cutter](const AudioReader& file) { cutter.Begin(file); },
+            [&cutter](uint64_t frames) { cutter.End(frames); });
+        ChainRun run(job, library, start.settings, *reader, *before);
+        run.Play(cutter, start.outputRateHz, *after);
+        run.AddTo(&report);
+        if (!report.damage.empty())
+            throw Failure("{}; nothing of the album is written",
+                          DamageText(job.input, report.damage));
+        cutter.Commit();
+    }
+
+    void MakeFolderOf(const std::string& path) {
+        if (const fs::path parent = fs::path(path).parent_path(); !parent.empty())
+            set.MakeFolder(parent.string());
+    }
+
+    void WriteSheet(const CueSheet& sheet) {
+        MakeFolderOf(sheet.output);
+        OutputFile file(sheet.output, job.overwrite, &set);
+        if (const int error = WriteAll(file.Descriptor(), sheet.text.data(), sheet.text.size()))
+            throw Failure("{} cannot be written: {}", sheet.output, std::strerror(error));
+        file.Commit();
+    }
+
+    const RenderJob& job;
+    const Album& album;
+    const EffectLibrary& library;
+    std::vector<Tracks> runs;
+    std::vector<Report> starts;  // of each run
+    Report report{};
+    TagWarnings warnings;
+    OutputSet set;
+};
+
+}  // namespace
+
+AlbumCommand::AlbumCommand(Options& program)
+    : Command(program, "album", "process the tracks of a folder as one piece, without joints") {
+    options
+        .Add("DIR", &job.input,
+             "folder of the tracks; CD1, CD2 ... in it belong to the album. Their order is that of "
+             "the tags, else of the names; different album tags are different albums")
+        .Required();
+    options
+        .Add("OUTDIR", &job.output,
+             "folder for the results, which get their names together once all are complete")
+        .Required();
+    options
+        .Add("--format", &format,
+             "ending of all results, such as flac; without it, each track keeps its own, or "
+             "becomes .flac where that can't be written")
+        .Type("ENDING");
+    render.AddTo(options, &job);
+}
+
+void AlbumCommand::Run() {
+    render.Fill(&job);
+    if (!format.empty() && format.front() != '.') format.insert(0, ".");
+    if (!format.empty()) const OutputFormat known("track" + format);
+    std::error_code ignored;
+    if (!job.overwrite && fs::equivalent(job.input, job.output, ignored))
+        throw UsageError("DIR and OUTDIR are the same folder (-f renders in place)");
+    if (fs::exists(job.output, ignored) && !fs::is_directory(job.output, ignored))
+        throw Failure("{} is not a folder", job.output);
+    render.common.settings.CheckSave({job.input, job.output}, job.overwrite);
+    const std::vector<Album> albums = FindAlbums(job.input, job.output, format);
+    if (albums.size() > 1 && render.common.settings.Saves())
+        throw UsageError("--save takes the settings of one album, and {} holds {}", job.input,
+                         albums.size());
+    const EffectLibrary library = render.common.library.Open();
+    for (const Album& album : albums) RunAlbum(album, library);
+}
+
+void AlbumCommand::RunAlbum(const Album& album, const EffectLibrary& library) {
+    std::vector<std::string> outputs;
+    for (const AlbumTrack& track : album.tracks) outputs.push_back(track.output);
+    if (render.Skips(outputs)) return;
+    Report report = AlbumRendering(job, album, library).Run();
+    render.Finish(&report);
+}
