@@ -23,8 +23,8 @@
 
 namespace {
 
-// One call on an instance. A buffer's output stands in `out`; every second one is processed in
-// place.
+// Makes calls on one instance. The output of a buffer is in `out`. Every second buffer is processed
+// in place.
 class Player {
 public:
     explicit Player(const audio_effect_library_t& library) : instance(library) {
@@ -61,7 +61,7 @@ void PrintCall(const HistoryCall& call) {
                 call.values[0], call.values[1]);
 }
 
-// Plays one history; with `print`, a line for each call.
+// Plays one history and returns its digest. With `print`, prints a line for each call.
 uint64_t Play(const audio_effect_library_t& library, uint32_t number, bool print) {
     const auto history = std::make_unique<History>(number);
     const auto player = std::make_unique<Player>(library);
@@ -74,7 +74,8 @@ uint64_t Play(const audio_effect_library_t& library, uint32_t number, bool print
     return history->Digest();
 }
 
-// Plays one history on two libraries; says which call and which sample differ first.
+// Plays one history on two libraries. Returns false at the first difference, and prints its call
+// and sample.
 bool Agree(const audio_effect_library_t& library, const audio_effect_library_t& other,
            uint32_t number, uint64_t* frames) {
     const auto history = std::make_unique<History>(number);

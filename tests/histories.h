@@ -1,13 +1,14 @@
-// Random lives of one instance: calls, settings and samples that reach every path of the library.
+// Makes random histories of one instance: calls, settings and samples that reach every path.
 //
-// A history is made from its number alone, by integers, so it is the same on every machine. The
-// themes aim at what decides between two forms of the same arithmetic: changes of the gate within
-// the limiter's window, long quiet passages, buffers that fill no vector or no block, settings
-// changed while frames wait, resets and new configurations, and values far out of range.
+// A history depends on its number alone and is computed with integers, so it is the same on every
+// machine. The themes aim at what selects a path: changes of the gate within the limiter's window,
+// long quiet passages, buffers that fill no vector or no block, settings changed while frames wait,
+// resets, new configurations, and values far out of range.
 //
-// Only calls with a stated result are made, so that any implementation can be replayed: no contour
-// at or below -0.1, and no configuration that is refused. The rates are those at which the sines of
-// all run-time libraries here give the same coefficients.
+// Histories contain only calls whose result is defined, so that any implementation can be replayed.
+// They set no contour at or below -0.1 and no configuration that is refused. At all their rates the
+// sines of the weighting filter are rounded correctly by glibc and musl. At some other rates these
+// libraries give different coefficients.
 //
 // Allocates: never. Thread: no state but its own.
 #pragma once
@@ -17,7 +18,7 @@
 #include "platform/effect_api.h"
 #include "table/parameters.h"
 
-// The histories whose digests are recorded are those from 0 on.
+// Digests are recorded for the histories from 0 to one less than this.
 constexpr uint32_t kRecordedHistories = 400;
 
 struct HistoryCall {
@@ -53,9 +54,10 @@ public:
     }
 
     const char* Theme() const { return theme.name; }
-    // Of the samples, from the latest configuration on.
+    // Returns the number of interleaved channels, 1 or 2, since the latest configuration.
     uint32_t Channels() const { return channels; }
-    // The next call, or null at the end. Each call's answer goes to Answer before the next one.
+    // Returns the next call, or null at the end. Before the call after it, the caller passes the
+    // result to Answer.
     const HistoryCall* Next() {
         if (taken == queued) {
             if (framesLeft == 0) return nullptr;
@@ -66,7 +68,7 @@ public:
         if (call.kind == HistoryCall::kProcess) FillInput(static_cast<uint32_t>(call.first));
         return &call;
     }
-    // Interleaved input of a call of kProcess.
+    // The interleaved input of the latest call of kProcess.
     const int16_t* Input() const { return input; }
     // Takes the status of the latest call and, where a call of kProcess answered 0, its output. The
     // status of a command doesn't count: a reset has none.
@@ -78,8 +80,9 @@ public:
         for (size_t i = 0; i < count; ++i) Mix(static_cast<uint16_t>(output[i]));
         frames += static_cast<uint32_t>(call.first);
     }
-    // Of all answers so far: FNV-1a, a number at a time.
+    // The digest of all answers so far: FNV-1a over whole numbers instead of bytes.
     uint64_t Digest() const { return digest; }
+    // The frames of all buffers that were not refused.
     uint32_t Frames() const { return frames; }
 
 private:
@@ -113,8 +116,8 @@ private:
         kGatesTheme, kAllTheme,   kContourTheme,  kExtremesTheme, kAllTheme};
     static constexpr int32_t kRates[] = {44100, 44100, 48000, 32000, 35000,
                                          37123, 37800, 40000, 47952};
-    // Around a vector, a lap of the limiter, a block of the enhancer and two, and the room that is
-    // there from the beginning.
+    // Sizes around a vector, a lap of the limiter, one and two blocks of the enhancer, and the
+    // largest buffer that needs no allocation. The theme of sizes alone uses the last six.
     static constexpr uint32_t kSizesTried[] = {
         1,    2,    3,    4,    63,   64,   65,   127,  128,  129,  769,   770,  771,
         1539, 1540, 1541, 2047, 2048, 2049, 4096, 8191, 8192, 8193, 12345, 16385};
@@ -122,7 +125,8 @@ private:
     static constexpr uint32_t kUsualSizes[] = {128, 240, 256, 441, 480, 512, 770, 1024};
     static constexpr uint32_t kUsualSizeCount = sizeof kUsualSizes / sizeof *kUsualSizes;
 
-    // Uniform from 0 to n - 1. Never two in one expression, whose order is the compiler's.
+    // Returns a random number from 0 to n - 1. An expression must not draw two numbers, because
+    // the compiler chooses their order.
     uint32_t Below(uint32_t n) {
         state = state * 6364136223846793005U + 1442695040888963407U;
         return static_cast<uint32_t>((state >> 32U) * n >> 32U);
@@ -142,7 +146,7 @@ private:
         const int32_t rate = kRates[Below(sizeof kRates / sizeof *kRates)];
         Add({HistoryCall::kConfigure, rate, {OneIn(3) ? 1 : 2, 0}});
     }
-    // Each processor on or off; a theme's own is on.
+    // Switches each processor on or off. The theme of the contour needs the enhancer.
     void SwitchAll() {
         const bool everything = OneIn(2);
         for (const ParameterId id : kSwitchIds) {
@@ -153,7 +157,8 @@ private:
     void Switch(int32_t value) { Set(kSwitchIds[Below(3)], value); }
     void SetGate() { Set(PARAM_LIMITER_GATE, From(1, OneIn(3) ? 30 : 99)); }
 
-    // One parameter, in hundredths; what is lowered while samples wait comes most often.
+    // Changes one parameter. Values are hundredths. Gates and maximum gains come most often,
+    // because lowering them affects the samples that wait.
     void ChangeSetting() {
         const int32_t usual = From(1, 100), large = From(-200, 2800);
         switch (Below(13)) {
@@ -185,7 +190,7 @@ private:
                 return Switch(OneIn(4) ? 0 : usual);
         }
     }
-    // Any 32 bits for one parameter; back to a usual value half of the time.
+    // Sets one parameter to an extreme value, or, half of the time, to a usual one.
     void ChangeToExtreme() {
         if (OneIn(2)) return ChangeSetting();
         constexpr int32_t kAny[] = {INT32_MIN, -12801,  -101,      -100,       -99,
@@ -203,7 +208,7 @@ private:
         Set(id, id == PARAM_ENHANCER_LOCONTOUR && value < 0 ? -9 : value);
     }
 
-    // What the theme does before the next buffer.
+    // Adds the theme's changes before the next buffer.
     void Change() {
         switch (theme.kind) {
             case kGates:
@@ -221,7 +226,7 @@ private:
                 if (OneIn(4)) Switch(From(0, 1));
                 if (OneIn(12)) Add({HistoryCall::kCommand, EFFECT_CMD_RESET, {}});
                 if (OneIn(12)) Set(PARAM_SET_MODE, From(0, 1));
-                // While it is off, buffers are refused.
+                // A disabled effect refuses buffers.
                 if (OneIn(16)) Add({HistoryCall::kCommand, EFFECT_CMD_DISABLE, {}});
                 if (OneIn(4)) Add({HistoryCall::kCommand, EFFECT_CMD_ENABLE, {}});
                 break;
@@ -263,7 +268,7 @@ private:
                                     kLeftOnly,  kRightOnly, kOpposite};
         const bool hush = theme.kind == kQuiet ? sounds == 1 : OneIn(4);
         sound = hush ? kQuietSounds[Below(5)] : kLoud[Below(7)];
-        // Where gates change, what one channel does often leaves the other one alone.
+        // The channels often differ where gates change, because each has its own window.
         sides = theme.kind == kGates && OneIn(2) ? kBothSides : kSides[Below(6)];
         shift = Below(OneIn(2) ? 2 : 6);
         if (hush) shift = 6 + Below(10);
@@ -278,7 +283,7 @@ private:
         ++sounds;
     }
 
-    // About sin(2 pi phase / 2^32) at full scale: two parabolas.
+    // Returns about sin(2 pi phase / 2^32) at full scale, made of two parabolas.
     static int32_t Wave(uint32_t phase) {
         const int32_t x = static_cast<int32_t>(phase) >> 16;
         const int32_t y = x * (32768 - (x < 0 ? -x : x)) >> 13;
@@ -323,7 +328,7 @@ private:
         for (; count > 0; --count, ++position) {
             if (soundLeft == 0) ChooseSound();
             --soundLeft;
-            // Ones stay ones.
+            // Single samples of 1 keep their level.
             const uint32_t down = sound == kOnes ? 0 : shift;
             const int32_t left = Sample() >> down;
             int32_t right = left;

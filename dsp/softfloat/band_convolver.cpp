@@ -160,6 +160,8 @@ bool SoftBandConvolver::ProductToWork(const SoftTurn* kernel) {
     Number* const out = work.data();
     const SoftFloat sum = kernel[0].re * a[0].re;
     SoftFloat difference = sum - kernel[0].im * a[0].im;
+    // Halving rounds only a float that is subnormal. Like the checks before products, this one
+    // refuses every number below 2^-80, which is more than it must: such numbers are rare.
     if (difference.m != 0 && difference.e < 0) return false;
     --difference.e;  // halved
     out[0] = {difference, sum - difference};
