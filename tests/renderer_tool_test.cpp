@@ -1,8 +1,11 @@
 // The renderer as a tool: what it keeps of a file beside the sound, what it says, how it shares a
 // folder with others.
 #include <gtest/gtest.h>
+#include <taglib/attachedpictureframe.h>
 #include <taglib/fileref.h>
 #include <taglib/flacfile.h>
+#include <taglib/id3v2tag.h>
+#include <taglib/mpegfile.h>
 #include <taglib/tpropertymap.h>
 
 #include "render/audio/audio_writer.h"
@@ -164,9 +167,39 @@ TEST_F(Renderer, SharesAFolder) {
         EXPECT_EQ(Shell(line), 0) << line << '\n' << Slurp("err");
 }
 
+TEST_F(Renderer, LeavesOutPicturesThatTheFormatCannotHold) {
+    Write("in.mp3", NoiseSamples(20000, 3000), 44100, 2, SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III);
+    {
+        TagLib::MPEG::File file("in.mp3");
+        for (const unsigned size : {1U << 24, 1000U}) {
+            auto* const picture = new TagLib::ID3v2::AttachedPictureFrame;
+            picture->setMimeType("image/png");
+            picture->setPicture(TagLib::ByteVector(size, 'c'));
+            file.ID3v2Tag(true)->addFrame(picture);
+        }
+        file.save();
+    }
+    EXPECT_EQ(Shell("$ORVANE render -q in.mp3 out.flac"), 0);
+    EXPECT_NE(Slurp("err").find("no place for the tags picture of 16777"), std::string::npos)
+        << Slurp("err");
+    EXPECT_EQ(Read("out.flac").size(), 20000);
+    EXPECT_EQ(TagLib::FLAC::File("out.flac").pictureList().size(), 1);
+    for (const std::string output : {"out.mp3", "out.opus", "out.wav"}) {
+        EXPECT_EQ(Shell("$ORVANE render -q in.mp3 " + output), 0);
+        EXPECT_EQ(Slurp("err"), "") << output;
+    }
+}
+
 // As beyond 4 GiB, with the limit lowered.
 TEST_F(Renderer, WhatAWavHeaderCannotCountBecomesRf64) {
     const std::vector<int16_t> samples = NoiseSamples(5000, 3000);
+    // AIFF has no such way out: it is refused at once, or when a length that wasn't known is
+    // reached.
+    for (const std::optional<uint64_t> frames : {std::optional<uint64_t>(2500), {}})
+        EXPECT_THROW(
+            OpenAudioWriter("out.aiff", true, {44100, 2, frames, 9999}, {})->Write(samples),
+            std::exception);
+    EXPECT_NO_THROW(OpenAudioWriter("out.aiff", true, {44100, 2, 2500, 10004}, {})->Write(samples));
     for (const uint64_t most : {9999U, 11000U}) {
         auto writer = OpenAudioWriter("out.wav", true, {44100, 2, 2500, most}, {});
         writer->Write(samples);

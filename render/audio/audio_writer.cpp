@@ -13,6 +13,7 @@
 #include "render/audio/sndfile_handle.h"
 #include "render/audio/whole_write.h"
 #include "render/failure.h"
+#include "render/stderr_silencer.h"
 
 namespace {
 
@@ -83,7 +84,8 @@ public:
           output(path, overwrite, together),
           target{output.Descriptor()},
           tags(audioTags),
-          mostWavBytes(format.mostWavBytes) {
+          mostWavBytes(format.mostWavBytes),
+          rateHz(format.rateHz) {
         info.samplerate = static_cast<int>(format.rateHz);
         info.channels = static_cast<int>(format.channels);
         info.format = OutputFormat(path).SndfileFormat();
@@ -91,6 +93,7 @@ public:
         const bool fits =
             format.frames && *format.frames < mostWavBytes / (2 * uint64_t{format.channels});
         if (isWav && !fits) info.format = SF_FORMAT_RF64 | SF_FORMAT_PCM_16;
+        if (format.frames) CheckRoom(*format.frames);
         SF_VIRTUAL_IO through{NotedFile::Length, NotedFile::Seek, nullptr, NotedFile::Write,
                               NotedFile::Tell};
         file.reset(sf_open_virtual(&through, SFM_WRITE, &info, &target));
@@ -102,6 +105,8 @@ public:
 
     void Write(std::span<const int16_t> samples) override {
         const auto count = static_cast<sf_count_t>(samples.size());
+        framesWritten += samples.size() / static_cast<size_t>(info.channels);
+        CheckRoom(framesWritten);
         if (sf_write_short(file.get(), samples.data(), count) != count || target.error != 0)
             Refuse(sf_error(file.get()));
     }
@@ -110,12 +115,46 @@ public:
         const int result = sf_close(file.release());
         if (result != 0 || target.error != 0) Refuse(result);
         if (TagsFit()) notKept = WriteTags(target.fd, info.format, tags, name);
+        ReadBack();
         output.Commit();
     }
 
     std::vector<std::string> NotKept() const override { return notKept; }
 
 private:
+    // The sizes in an AIFF header have 32 bits, and libsndfile writes what is left of larger ones.
+    void CheckRoom(uint64_t frames) const {
+        if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_AIFF &&
+            frames >= mostWavBytes / (2 * static_cast<uint64_t>(info.channels)))
+            throw Failure(
+                "{} would be larger than the 4 GiB that an AIFF file can hold; .wav, .flac, "
+                ".caf and .w64 can hold more",
+                name);
+    }
+
+    // Nobody should find out later that the result can't be opened. Its header tells how long it
+    // is.
+    void ReadBack() const {
+        if (framesWritten == 0) return;
+        const bool isOpus = (info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS;
+        const uint64_t resultHz = isOpus ? 48000 : rateHz;
+        const StderrSilencer silencer;
+        SF_INFO result{};
+        const std::string path = "/proc/self/fd/" + std::to_string(target.fd);
+        const SndfileHandle back(sf_open(path.c_str(), SFM_READ, &result));
+        if (back == nullptr)
+            throw Failure("{} is not written: it cannot be read back: {}", name,
+                          sf_strerror(nullptr));
+        const uint64_t frames = framesWritten * resultHz / rateHz;
+        if (static_cast<uint64_t>(result.frames) != frames || result.channels != info.channels ||
+            static_cast<uint64_t>(result.samplerate) != resultHz)
+            throw Failure(
+                "{} is not written: read back it has {} frames at {} Hz, {} channels "
+                "instead of {} at {} Hz, {} channels",
+                name, result.frames, result.samplerate, result.channels, frames, resultHz,
+                info.channels);
+    }
+
     // Chunks for players that look for no other tags. Elsewhere libsndfile's would stand in the way
     // of TagLib's.
     bool KeepsStrings() const {
@@ -149,6 +188,8 @@ private:
     AudioTags tags;
     std::vector<std::string> notKept;
     uint64_t mostWavBytes;
+    uint64_t rateHz;
+    uint64_t framesWritten = 0;
     SF_INFO info{};
     SndfileHandle file;
 };

@@ -33,19 +33,20 @@ public:
     virtual ~AudioWriter() = default;
     // Interleaved samples, whole frames.
     virtual void Write(std::span<const int16_t> samples) = 0;
+    // Opens the file to see that it holds what was written, and gives it its name.
     virtual void Commit() = 0;
     // The tags that there is no place for; known after Commit.
     virtual std::vector<std::string> NotKept() const = 0;
 };
 
-// A WAV header holds its length in 32 bits; this leaves room for the other chunks.
+// The headers of WAV and AIFF hold their lengths in 32 bits; this leaves room for the other chunks.
 constexpr uint64_t kMostWavBytes = 0xFFF00000;
 
 struct AudioFormat {
     uint32_t rateHz;
     uint32_t channels;
     std::optional<uint64_t> frames;         // if known
-    uint64_t mostWavBytes = kMostWavBytes;  // more of them become RF64
+    uint64_t mostWavBytes = kMostWavBytes;  // of samples: more become RF64; AIFF refuses them
 };
 
 // path: "-" is standard output, a WAV stream whose header leaves the length open. together: as

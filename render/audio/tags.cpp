@@ -33,6 +33,9 @@ using TagLib::ByteVector;
 using TagLib::FLAC::Picture;
 using TagLib::ID3v2::AttachedPictureFrame;
 
+// A metadata block of FLAC counts its bytes in 24 bits.
+constexpr unsigned kMostFlacBlock = 0xFFFFFF;
+
 // Names of iTunes' own fields in MPEG-4 files.
 const std::string kITunes = "----:com.apple.iTunes:";
 
@@ -314,19 +317,29 @@ std::vector<std::string> WriteTags(int fd, int format, const AudioTags& tags,
     TagFile to;
     OpenTags(&stream, format, true, &to);
     if (to.xiph == nullptr && to.id3 == nullptr) return tags.Names();
+    std::vector<std::string> tooLarge;
     AudioTags refused;
     refused.fields = to.xiph != nullptr ? to.xiph->setProperties(tags.fields)
                                         : to.id3->setProperties(tags.fields);
     for (const ByteVector& picture : tags.pictures) {
-        if (to.flac != nullptr)
+        if (to.flac != nullptr && picture.size() > kMostFlacBlock)
+            tooLarge.push_back(fmt::format("picture of {} bytes", picture.size()));
+        else if (to.flac != nullptr)
             to.flac->addPicture(new Picture(picture));
         else if (to.xiph != nullptr)
             to.xiph->addPicture(new Picture(picture));
         else
             to.id3->addFrame(AsFrame(picture));
     }
+    if (to.flac != nullptr && to.xiph->render(false).size() > kMostFlacBlock) {
+        to.xiph->setProperties({});
+        refused.fields = tags.fields;
+    }
     const bool saved = to.save();
     if (stream.Error() != 0)
         throw Failure("{} cannot be written: {}", name, std::strerror(stream.Error()));
-    return saved ? refused.Names() : tags.Names();
+    if (!saved) return tags.Names();
+    const std::vector<std::string> names = refused.Names();
+    tooLarge.insert(tooLarge.begin(), names.begin(), names.end());
+    return tooLarge;
 }
