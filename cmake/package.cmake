@@ -57,6 +57,6 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "gnuplot-nox | gnuplot, fonts-dejavu-core")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "ffmpeg, parallel, wireplumber, libpipewire-0.3-modules")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ffmpeg, gnuplot-nox | gnuplot, fonts-dejavu-core")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "parallel, wireplumber, libpipewire-0.3-modules")
 include(CPack)
