@@ -15,6 +15,7 @@
 #include "client/settings_text.h"
 #include "client/tone.h"
 #include "host/entry_points.h"
+#include "lv2/ports.h"
 #include "table/parameters.h"
 
 namespace {
@@ -36,13 +37,13 @@ bool IsQuery(const Parameter& parameter) {
 // What one identifier's values are, in a few words.
 std::string Values(const Parameter& parameter) {
     if (parameter.kind == ParameterKind::kSwitch) return "0 off, 1 on";
-    if (IsQuery(parameter)) return std::string("answers ") + parameter.unit;
+    if (IsQuery(parameter)) return std::string("answers ") + UnitText(parameter.unit);
     std::string text;
     if (parameter.kind == ParameterKind::kBandValue)
         text = fmt::format("band 0 to {}, then ", kBandCount - 1);
     text += fmt::format("{:g} to {:g}", parameter.minimum, parameter.maximum);
     if (parameter.wireScale == 1) return text;
-    if (std::string(parameter.unit) != "1") text += fmt::format(" ({})", parameter.unit);
+    if (parameter.unit != Unit::kNumber) text += fmt::format(" ({})", UnitText(parameter.unit));
     text += fmt::format(" times {}", parameter.wireScale);
     if (!parameter.CanSendDefault())
         text += fmt::format("; at first {:g}, which can't be sent: {} is the nearest",
@@ -113,13 +114,37 @@ std::string LevelNumbers() {
 
 std::string SetTable() {
     std::string text =
-        "| identifier | name | values to send | at first | what it does |\n"
-        "|---|---|---|---|---|\n";
+        "| identifier | name | in words | values to send | at first | what it does |\n"
+        "|---|---|---|---|---|---|\n";
     for (const Parameter& parameter : kParameters)
         if (!IsQuery(parameter))
-            text += fmt::format("| 0x{:X} | `{}` | {} | {:g} | {} |\n",
-                                static_cast<unsigned>(parameter.id), parameter.name,
-                                Values(parameter), parameter.defaultValue, parameter.law);
+            text +=
+                fmt::format("| 0x{:X} | `{}` | {} | {} | {:g} | {} |\n",
+                            static_cast<unsigned>(parameter.id), parameter.name, parameter.label,
+                            Values(parameter), parameter.defaultValue, parameter.law);
+    return text;
+}
+
+// One row for each control of the plug-in, one for all bands.
+std::string PortTable() {
+    std::string text = "| port | name | values | what it does |\n|---|---|---|---|\n";
+    for (const Control& control : kControls) {
+        const Parameter& parameter = *control.parameter;
+        if (control.band != 0) continue;
+        const std::string symbol = SymbolOf(control);
+        const char* const unit = control.IsDecibels() ? " dB" : control.IsBand() ? " per cent" : "";
+        text += fmt::format(
+            "| {} | {} | {} | {} |\n",
+            control.IsBand()
+                ? fmt::format("`{}` to `{}_{}`", symbol, Symbol(parameter.key), kBandCount - 1)
+                : fmt::format("`{}`", symbol),
+            control.IsBand() ? fmt::format("{} and so on", NameOf(control)) : NameOf(control),
+            control.IsSwitch()
+                ? "0 off, 1 on"
+                : fmt::format("{:.3g} to {:.3g}{}", control.ToPort(parameter.minimum),
+                              control.ToPort(parameter.maximum), unit),
+            parameter.law);
+    }
     return text;
 }
 
@@ -129,7 +154,7 @@ std::string GetTable() {
         if (IsQuery(parameter))
             text +=
                 fmt::format("| 0x{:X} | `{}` | {} | {} |\n", static_cast<unsigned>(parameter.id),
-                            parameter.name, parameter.unit, parameter.law);
+                            parameter.name, UnitText(parameter.unit), parameter.law);
     return text;
 }
 
@@ -240,7 +265,8 @@ int main() {
           std::pair("set-table", SetTable()), std::pair("get-table", GetTable()),
           std::pair("level-table", LevelTable()), std::pair("terms", TermNumbers()),
           std::pair("band-table", BandTable()), std::pair("term-table", TermTable()),
-          std::pair("preset-table", PresetTable()), std::pair("buffering", BufferingTable())})
+          std::pair("preset-table", PresetTable()), std::pair("buffering", BufferingTable()),
+          std::pair("plugin-ports", PortTable())})
         text += std::string("generated: ") + name + '\n' + section + "end generated\n";
     std::cout << text;
     return std::cout.flush() ? EXIT_SUCCESS : EXIT_FAILURE;

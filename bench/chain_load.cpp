@@ -5,25 +5,58 @@
 // The second argument: music; noise of full scale; silence; decay, one buffer of noise and then
 // silence; least or largest, noise with every value set to that int32; commands, noise with a
 // reset, a disable, an enable and a change of mode before each buffer. The third, if there is one:
-// what stays on beside the output limiters, the sum of 1 playback gain, 2 equalizer, 4 enhancer.
+// what stays on beside the stages that always are: a sum of 1 for the first switch of the table of
+// stages, 2 for the second and so on.
+//
+// With the one argument `stages` it prints the sums that are worth counting, each with the names of
+// its stages: "3:playback gain, equalizer".
 #include <algorithm>
 #include <cstdio>
 #include <string>
 
 #include "bench/music.h"
 #include "host/entry_points.h"
+#include "table/stages.h"
 #include "tests/library_under_test.h"
 
+namespace {
+
+constexpr long kAllStages = (1L << kSwitchCount) - 1;
+// More combinations than these nobody reads: then each stage alone, and all.
+constexpr size_t kMostCombined = 3;
+
+void PrintStages() {
+    for (long sum = 0; sum <= kAllStages; ++sum) {
+        if (kSwitchCount > kMostCombined && sum != kAllStages && (sum & (sum - 1)) != 0) continue;
+        std::string names;
+        long bit = 1;
+        for (const StageRow& stage : kStages) {
+            if (stage.enable == kNoSwitch) continue;
+            if ((sum & bit) != 0) names += (names.empty() ? "" : ", ") + std::string(stage.name);
+            bit *= 2;
+        }
+        if (sum == 0) names = "output limiters alone";
+        if (sum == kAllStages) names = "everything";
+        std::printf("%ld:%s\n", sum, names.c_str());
+    }
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+    if (argc == 2 && argv[1] == std::string("stages")) {
+        PrintStages();
+        return 0;
+    }
     const long frames = argc >= 3 ? std::strtol(argv[1], nullptr, 10) : 0;
     const std::string load = argc >= 3 ? argv[2] : "";
-    const long stages = argc == 4 ? std::strtol(argv[3], nullptr, 10) : 7;
+    const long stages = argc == 4 ? std::strtol(argv[3], nullptr, 10) : kAllStages;
     const std::string loads[] = {"music", "noise",   "silence", "decay",
                                  "least", "largest", "commands"};
     if (frames < 1 || frames > 65536 || std::count(std::begin(loads), std::end(loads), load) == 0 ||
-        stages < 0 || stages > 7) {
+        stages < 0 || stages > kAllStages) {
         std::fputs(
-            "usage: chain_load FRAMES music|noise|silence|decay|least|largest|commands [0 to 7]\n",
+            "usage: chain_load FRAMES music|noise|silence|decay|least|largest|commands [STAGES]\n",
             stderr);
         return 2;
     }
@@ -34,10 +67,8 @@ int main(int argc, char** argv) {
     if (load == "decay") std::fill(input.begin() + 2 * frames, input.end(), int16_t{0});
     Instance instance(AELI);
     instance.Start(44100, 2);
-    constexpr int32_t kSwitches[] = {PARAM_PLAYBACKGAIN_ENABLE, PARAM_EQUALIZER_ENABLE,
-                                     PARAM_ENHANCER_ENABLE};
-    for (unsigned bit = 0; bit < std::size(kSwitches); ++bit)
-        if ((stages >> bit & 1) == 0) instance.Set(kSwitches[bit], {0});
+    for (size_t bit = 0; bit < kSwitchCount; ++bit)
+        if ((stages >> bit & 1) == 0) instance.Set(kStageSwitches[bit], {0});
     if (load == "least") instance.SetEveryValue(INT32_MIN);
     if (load == "largest") instance.SetEveryValue(INT32_MAX);
     for (size_t at = 0; at + step <= input.size(); at += step) {

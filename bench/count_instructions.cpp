@@ -27,6 +27,8 @@
 #include <sstream>
 #include <string>
 
+#include "table/stages.h"
+
 // The part of QEMU's plug-in interface, version 1, that is used here.
 extern "C" {
 using qemu_plugin_id_t = uint64_t;
@@ -57,22 +59,18 @@ __attribute__((visibility("default"))) int qemu_plugin_install(qemu_plugin_id_t 
 
 namespace {
 
-enum Part { kCaller, kUnit, kPlaybackGain, kBuffer, kEqualizer, kEnhancer, kLimiters, kStages };
-constexpr const char* kStageNames[kStages] = {"caller",    "unit",     "playback gain", "buffer",
-                                              "equalizer", "enhancer", "limiters"};
-// Parts of names; the first that fits counts.
-constexpr struct {
-    const char* part;
-    Part stage;
-} kOwners[] = {
-    {"Instance::", kCaller},      {"ProcessUnit_Orvane", kUnit},   {"Chain::", kUnit},
-    {"InterfaceProcess", kUnit},  {"PlaybackGain", kPlaybackGain}, {"WaveBuffer", kBuffer},
-    {"FIREqualizer", kEqualizer}, {"OrvaneSound", kEnhancer},      {"Limiter", kLimiters}};
+// Whose instructions are counted: the caller's and the unit's by number, then the stages of the
+// table. kNobody: of whoever calls.
+using Part = size_t;
+constexpr Part kCaller = 0, kUnit = 1, kFirstStage = 2, kNobody = kFirstStage + std::size(kStages);
+std::string NameOf(Part part) {
+    return part == kUnit ? "unit" : kStages[part - kFirstStage].name;
+}
 
 struct Function {
     std::string name;
-    Part owner = kStages;  // kStages: belongs to whoever calls it
-    uint64_t counts[kStages] = {};
+    Part owner = kNobody;
+    uint64_t counts[kNobody] = {};
     bool misaligned = false;
 };
 struct Block {
@@ -92,11 +90,14 @@ std::deque<TwoWords> twoWords;           // as these
 Part stage = kCaller;
 uint64_t calls = 0, inThisCall = 0, worst = 0;
 
+// By parts of names; the first that fits counts.
 Part OwnerOf(const std::string& name) {
-    if (name == "main") return kCaller;
-    for (const auto& [part, owner] : kOwners)
-        if (name.find(part) != std::string::npos) return owner;
-    return kStages;
+    const auto has = [&name](const char* part) { return name.find(part) != std::string::npos; };
+    if (name == "main" || has("Instance::")) return kCaller;
+    if (has("ProcessUnit_Orvane") || has("Chain::") || has("InterfaceProcess")) return kUnit;
+    for (size_t n = 0; n < std::size(kStages); ++n)
+        if (has(kStages[n].className)) return kFirstStage + n;
+    return kNobody;
 }
 
 void FinishCall() {
@@ -117,7 +118,7 @@ void Executed(unsigned, void* data) {
         return;
     } else if (function.owner == kUnit) {
         stage = kUnit;
-    } else if (stage == kUnit && function.owner != kStages) {
+    } else if (stage == kUnit && function.owner != kNobody) {
         stage = function.owner;
     }
     function.counts[stage] += block.instructions;
@@ -158,10 +159,10 @@ void Report(qemu_plugin_id_t, void*) {
         "calls\t" + std::to_string(calls) + "\nworst\t" + std::to_string(worst) + "\n";
     for (const auto& [address, function] : functions) {
         if (function.misaligned) text += "misaligned\t" + function.name + "\n";
-        for (int s = kUnit; s < kStages; ++s)
-            if (function.counts[s] != 0)
-                text += std::string("count\t") + kStageNames[s] + "\t" +
-                        std::to_string(function.counts[s]) + "\t" + function.name + "\n";
+        for (Part part = kUnit; part < kNobody; ++part)
+            if (function.counts[part] != 0)
+                text += "count\t" + NameOf(part) + "\t" + std::to_string(function.counts[part]) +
+                        "\t" + function.name + "\n";
     }
     qemu_plugin_outs(text.c_str());
 }

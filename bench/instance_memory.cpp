@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "bench/music.h"
+#include "table/stages.h"
 #include "tests/library_under_test.h"
 
 namespace {
@@ -21,8 +22,7 @@ int main() {
     const size_t before = HeapInUse();
     Instance instance;
     instance.Configure(44100, 2);
-    for (int32_t id : {PARAM_PLAYBACKGAIN_ENABLE, PARAM_EQUALIZER_ENABLE, PARAM_ENHANCER_ENABLE})
-        instance.Set(id, {1});
+    for (const ParameterId id : kStageSwitches) instance.Set(id, {1});
     instance.Enable();
     for (const uint32_t frames : {256U, 1024U, 2048U})
         if (instance.Process(music.data(), out.data(), frames) != 0) return 1;

@@ -1,37 +1,44 @@
 #include "client/delay.h"
 
+#include <algorithm>
+#include <iterator>
 #include <numeric>
+
+#include "table/stages.h"
 
 namespace {
 
-constexpr uint32_t kLimiterFrames = 255;
-constexpr uint32_t kEqualizerFrames = 256;
-constexpr uint32_t kEnhancerKernelFrames = 127;
-constexpr uint32_t kEnhancerBlockFrames = 770;
+bool IsOn(const StageRow& stage, const Settings& settings) {
+    return stage.enable == kNoSwitch || settings.IsOn(stage.enable);
+}
+
+// The one stage that collects blocks.
+constexpr const StageRow& kCollector =
+    *std::find_if(std::begin(kStages), std::end(kStages),
+                  [](const StageRow& stage) { return stage.blockFrames != 0; });
+constexpr uint32_t kBlockFrames = kCollector.blockFrames;
 
 }  // namespace
 
 bool BlockBuffering::Deliver() {
     waiting += bufferFrames;
-    finished += waiting / kEnhancerBlockFrames * kEnhancerBlockFrames;
-    waiting %= kEnhancerBlockFrames;
+    finished += waiting / kBlockFrames * kBlockFrames;
+    waiting %= kBlockFrames;
     if (finished < bufferFrames) return false;
     finished -= bufferFrames;
     return true;
 }
 
 uint32_t StreamDelayFrames(const Settings& settings) {
-    uint32_t frames = kLimiterFrames;
-    if (settings.IsOn(PARAM_PLAYBACKGAIN_ENABLE)) frames += kLimiterFrames;
-    if (settings.IsOn(PARAM_EQUALIZER_ENABLE)) frames += kEqualizerFrames;
-    if (settings.IsOn(PARAM_ENHANCER_ENABLE)) frames += kEnhancerKernelFrames;
+    uint32_t frames = 0;
+    for (const StageRow& stage : kStages)
+        if (IsOn(stage, settings)) frames += stage.delayFrames;
     return frames;
 }
 
 uint32_t BufferingFrames(const Settings& settings, uint32_t bufferFrames) {
-    if (!settings.IsOn(PARAM_ENHANCER_ENABLE)) return 0;
-    const uint32_t mostWaiting =
-        kEnhancerBlockFrames - std::gcd(kEnhancerBlockFrames, bufferFrames);
+    if (!IsOn(kCollector, settings)) return 0;
+    const uint32_t mostWaiting = kBlockFrames - std::gcd(kBlockFrames, bufferFrames);
     return (mostWaiting + bufferFrames - 1) / bufferFrames * bufferFrames;
 }
 

@@ -1,11 +1,5 @@
 // How far the chain's output lies behind its input, from the settings and the host's buffer size.
-//
-//   output limiters      255 frames of look-ahead, always
-//   playback gain        255 frames: limiters of its own
-//   equalizer            256 frames: half its symmetric filter
-//   enhancer             127 frames: half its kernels, as its band above 1800 Hz is heard; the
-//                        lower bands come 0.2 and 2.85 ms later, which is the sound of it
-//   enhancer's blocks    a whole number of host buffers, see BlockBuffering
+// table/stages.h has each stage's part.
 #pragma once
 #include <cstdint>
 

@@ -18,7 +18,7 @@ PieceStream::PieceStream(const audio_effect_library_t& library, const Settings& 
       keepDelay(alignment.keepsDelay),
       delaySamples(uint64_t{DelayFrames(settings, format.bufferFrames)} * format.channels),
       skipSamples(keepDelay ? 0 : uint64_t{StreamDelayFrames(settings)} * format.channels),
-      buffered(settings.IsOn(PARAM_ENHANCER_ENABLE)),
+      buffered(BufferingFrames(settings, format.bufferFrames) > 0),
       buffering(format.bufferFrames),
       stream(library, format, settings) {
     if (!alignment.startsCold && Refused() == nullptr)

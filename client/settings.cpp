@@ -4,6 +4,9 @@
 
 namespace {
 
+// The row of bands.
+constexpr const Parameter& kBandRow = ParameterOf(PARAM_EQUALIZER_BANDLEVEL);
+
 bool InRange(const Parameter& parameter, double value) {
     return value >= parameter.minimum && value <= parameter.maximum;
 }
@@ -18,16 +21,15 @@ bool Settings::Set(ParameterId id, double value) {
 }
 
 bool Settings::SetBand(size_t band, double level) {
-    const Parameter& parameter = ParameterOf(PARAM_EQUALIZER_BANDLEVEL);
-    if (band >= levels.size() || !InRange(parameter, level)) return false;
-    levels[band] = parameter.Sendable(level);
-    rows[RowOf(parameter.id)].isSet = true;
+    if (band >= levels.size() || !InRange(kBandRow, level)) return false;
+    levels[band] = kBandRow.Sendable(level);
+    rows[RowOf(kBandRow.id)].isSet = true;
     return true;
 }
 
 void Settings::Unset(ParameterId id) {
     rows[RowOf(id)] = {};
-    if (id == PARAM_EQUALIZER_BANDLEVEL) levels.fill(0);
+    if (id == kBandRow.id) levels.fill(kBandRow.defaultValue);
 }
 
 double Settings::Get(ParameterId id) const {
@@ -36,14 +38,26 @@ double Settings::Get(ParameterId id) const {
 }
 
 bool Settings::IsOn(ParameterId id) const {
-    if (id == PARAM_EQUALIZER_ENABLE && !IsSet(id))
-        return std::any_of(levels.begin(), levels.end(), [](double level) { return level != 0; });
-    return Get(id) != 0;
+    if (!FollowsNow(id)) return Get(id) != 0;
+    return std::any_of(
+        std::begin(kParameters), std::end(kParameters),
+        [this, id](const Parameter& row) { return row.needs == id && !IsDefault(row); });
+}
+
+// Of a switch: whether its values decide.
+bool Settings::FollowsNow(ParameterId id) const {
+    return ParameterOf(id).followsItsValues && !IsSet(id);
+}
+
+bool Settings::IsDefault(const Parameter& parameter) const {
+    const auto isDefault = [&parameter](double value) { return value == parameter.defaultValue; };
+    if (parameter.kind == ParameterKind::kBandValue)
+        return std::all_of(levels.begin(), levels.end(), isDefault);
+    return isDefault(Get(parameter.id));
 }
 
 bool Settings::Acts(const Parameter& parameter) const {
-    if (parameter.id == PARAM_EQUALIZER_BANDLEVEL && !IsSet(parameter.needs)) return true;
-    return parameter.needs == kNoSwitch || IsOn(parameter.needs);
+    return parameter.needs == kNoSwitch || FollowsNow(parameter.needs) || IsOn(parameter.needs);
 }
 
 ParameterCommands Settings::Commands() const {

@@ -38,11 +38,11 @@ public:
     bool IsSet(ParameterId id) const { return rows[RowOf(id)].isSet; }
     double Get(ParameterId id) const;
     const Levels& BandLevels() const { return levels; }
-    // Of a row that is a switch. The equalizer, if its switch isn't set, is on when a band isn't
-    // flat.
+    // Of a row that is a switch. One that follows its values (the equalizer's), as long as it isn't
+    // set, is on when one of them isn't the default.
     bool IsOn(ParameterId id) const;
-    // False for a row that does nothing because the switch that it needs is off. Band levels turn
-    // theirs on or off as long as it isn't set.
+    // False for a row that does nothing because the switch that it needs is off. Values turn a
+    // switch that follows them on or off as long as it isn't set.
     bool Acts(const Parameter& parameter) const;
 
     // What brings a new instance to these settings: what was set, switches last.
@@ -60,6 +60,9 @@ private:
         double value = 0;
         bool operator==(const Row&) const = default;
     };
+    bool FollowsNow(ParameterId id) const;
+    bool IsDefault(const Parameter& parameter) const;
+
     std::array<Row, std::size(kParameters)> rows;
     Levels levels{};
 };

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 namespace {
@@ -34,10 +35,22 @@ bool Parse(std::string_view text, Number* value) {
     const auto [stop, error] = std::from_chars(text.data(), end, *value);
     return error == std::errc() && stop == end;
 }
+#if !defined(__cpp_lib_to_chars)  // a library that reads whole numbers only
+bool Parse(std::string_view text, double* value) {
+    if (text.starts_with('+')) text.remove_prefix(1);
+    const std::string number(text);
+    if (number.empty() || number.find_first_not_of("0123456789.eE+-") != std::string::npos ||
+        number[0] == '+')
+        return false;
+    char* end = nullptr;
+    *value = std::strtod(number.c_str(), &end);
+    return end == number.c_str() + number.size();
+}
+#endif
 
 // A number, or of a gain decibels.
 bool ParseValue(const Parameter& parameter, std::string_view text, double* value) {
-    const bool decibels = IsGain(parameter) && text.ends_with("dB");
+    const bool decibels = parameter.IsGain() && text.ends_with("dB");
     if (decibels) text = Trimmed(text.substr(0, text.size() - 2));
     if (!Parse(text, value)) return false;
     if (decibels) *value = std::pow(10, *value / 20);
@@ -93,11 +106,6 @@ std::string NumberText(double value) {
     return text.data();
 }
 
-bool IsGain(const Parameter& parameter) {
-    const std::string_view unit = parameter.unit;
-    return unit == "factor" || unit == "full scale";
-}
-
 std::string DecibelText(double decibels) {
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "%+.1f", std::round(decibels * 10) / 10 + 0.0);
@@ -106,7 +114,7 @@ std::string DecibelText(double decibels) {
 
 std::string ValueText(const Parameter& parameter, double value) {
     std::string text = NumberText(value);
-    if (IsGain(parameter) && value > 0 && value != 1)
+    if (parameter.IsGain() && value > 0 && value != 1)
         text += " (" + DecibelText(20 * std::log10(value)) + " dB)";
     return text;
 }
@@ -120,6 +128,14 @@ std::string DefaultText(const Parameter& parameter) {
     if (!parameter.CanSendDefault())
         text += ", sent as " + NumberText(parameter.Sendable(parameter.defaultValue));
     return text;
+}
+
+std::string HelpText(const Parameter& parameter) {
+    std::string text = std::string(parameter.label) + ": " + parameter.law;
+    if (parameter.kind == ParameterKind::kSwitch) return text;
+    const bool hasUnit = parameter.unit != Unit::kNumber;
+    return text + " (" + RangeText(parameter) + (hasUnit ? ", " : "") +
+           (hasUnit ? UnitText(parameter.unit) : "") + "; " + DefaultText(parameter) + ")";
 }
 
 const Parameter* FindByKey(std::string_view key) {

@@ -18,9 +18,6 @@
 // Shortest text of a value, at most six significant digits.
 std::string NumberText(double value);
 
-// Whether the row's values are linear gains, which decibels can stand for.
-bool IsGain(const Parameter& parameter);
-
 // "0.5 (-6.0 dB)" for a row that is a gain, else the number.
 std::string ValueText(const Parameter& parameter, double value);
 
@@ -33,6 +30,10 @@ std::string RangeText(const Parameter& parameter);
 // What a new instance has, with the value that comes nearest if it can't be sent: "0.9999, sent as
 // 1".
 std::string DefaultText(const Parameter& parameter);
+
+// What a listener sets with it, behind the listener's words for it; of a value also its range, its
+// unit and what a new instance has: "Treble: gain of ... (0 to 4, factor; 1)".
+std::string HelpText(const Parameter& parameter);
 
 // Null for what isn't a key of the table.
 const Parameter* FindByKey(std::string_view key);

@@ -12,4 +12,5 @@ set(ORVANE_OPTIONS
   -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf)
 
 # Of client/, what runs the library without a file system.
-set(ORVANE_CLIENT_SOURCES delay.cpp instance.cpp piece_stream.cpp settings.cpp stream.cpp tone.cpp)
+set(ORVANE_CLIENT_SOURCES delay.cpp instance.cpp piece_stream.cpp settings.cpp
+  settings_text.cpp stream.cpp tone.cpp)

@@ -10,12 +10,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 
 #include "client/delay.h"
 #include "client/presets.h"
+#include "client/settings_file.h"
 #include "client/settings_text.h"
 #include "desktop/filter_chain.h"
 #include "live/live_stream.h"
@@ -56,18 +56,16 @@ void Write(const std::filesystem::path& path, const std::string& text) {
     if (!file) Fail("cannot write " + path.string());
 }
 
-Settings ReadFile(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!file) Fail("no preset and no settings file: " + path.string());
+// Sets what `fault` doesn't complain of, or ends the program.
+Settings Read(std::string (*read)(const std::string&, Settings*), const std::string& name) {
     Settings settings;
-    const std::string wrong = ReadSettings(text, &settings);
-    if (!wrong.empty()) Fail(path.string() + ':' + wrong);
+    const std::string fault = read(name, &settings);
+    if (!fault.empty()) Fail(fault);
     return settings;
 }
 // What was heard last, else the first preset.
 Settings Present() {
-    return std::filesystem::exists(SettingsPath()) ? ReadFile(SettingsPath())
+    return std::filesystem::exists(SettingsPath()) ? Read(ReadSettingsFile, SettingsPath())
                                                    : SettingsOf(Presets().front());
 }
 
@@ -128,11 +126,7 @@ void Start() {
 }
 
 int TurnOn(const char* what) {
-    Settings settings = Present();
-    if (what != nullptr) {
-        const Preset* const preset = FindPreset(what);
-        settings = preset != nullptr ? SettingsOf(*preset) : ReadFile(what);
-    }
+    const Settings settings = what != nullptr ? Read(SettingsNamed, what) : Present();
     Write(SettingsPath(), SettingsText(settings));
     if (!Does("pw-cli info 0")) Fail("no PipeWire is running");
     if (NodeNumber().empty()) {

@@ -21,9 +21,8 @@ float FadePart(size_t of, size_t whole) {
 
 // The next value on the wire, a step away that isn't heard as one.
 int32_t Toward(int32_t wanted, int32_t sent, const Control& control) {
-    // The playback gain ramps by itself.
-    if (control.parameter->needs == PARAM_PLAYBACKGAIN_ENABLE) return wanted;
-    const bool isFactor = control.IsDecibels() && control.parameter->id != PARAM_LIMITER_GATE;
+    if (control.parameter->isRamped) return wanted;
+    const bool isFactor = control.parameter->unit == Unit::kFactor;
     const int32_t step = isFactor ? std::max(2, std::abs(sent) / 50) : 1;
     return sent + std::clamp(wanted - sent, -step, step);
 }
@@ -217,9 +216,11 @@ void LiveStream::EndBlock() {
     resultMean += (resultSquares / samples - resultMean) * follow;
     sourceSquares = resultSquares = 0;
 
-    const auto isGate = [](const Control& c) { return c.parameter->id == PARAM_LIMITER_GATE; };
-    const Control* const gate = std::find_if(kControls.begin(), kControls.end(), isGate);
-    const double ceiling = wishes[static_cast<size_t>(gate - kControls.begin())].sent / 100.0;
+    constexpr auto kGate = std::find_if(kControls.begin(), kControls.end(), [](const Control& c) {
+        return c.parameter->unit == Unit::kFullScale;
+    });
+    const double ceiling = wishes[static_cast<size_t>(kGate - kControls.begin())].sent /
+                           static_cast<double>(kGate->parameter->wireScale);
     limitingFor -= std::min(limitingFor, blockFrames);
     if (peak >= kNearGate * 32768 * ceiling)
         limitingFor = static_cast<uint32_t>(kMeterSeconds * rate);

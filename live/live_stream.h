@@ -4,9 +4,9 @@
 // Inside it plays blocks of one size, whatever a host hands out. As long as no switch moves, the
 // result holds the samples that the library gives for the same 16 bits: no dither, full scale 1.0.
 //
-//   values     go to the library at a block's beginning, in steps of a hundredth; factors of two,
-//   or 2 % switches   would click: the result fades out, the switch moves unheard, the chain fills,
-//   the
+//   values     go to the library at a block's beginning, in steps of a hundredth; factors in steps
+//              of two hundredths, or of 2 %
+//   switches   would click: the result fades out, the switch moves unheard, the chain fills, the
 //              result fades in; then the latency is the new one
 //   bypass     fades to the source, delayed by the same latency
 //
@@ -17,10 +17,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "client/controls.h"
 #include "client/delay.h"
 #include "client/settings.h"
 #include "client/stream.h"
-#include "live/controls.h"
 
 class LiveStream {
 public:

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "live/controls.h"
+#include "client/controls.h"
 
 constexpr char kPluginUri[] = "urn:quenthra:orvane";
 
@@ -23,6 +23,10 @@ enum Port : uint32_t {
     kLimiting,
     kPortCount
 };
+
+// Grows by 2 with every control that is added, as hosts expect of a release with more ports.
+constexpr size_t kControlsOfVersion2 = 20;
+constexpr size_t kMinorVersion = 2 + 2 * (kControls.size() - kControlsOfVersion2);
 
 // Letters, digits and underscores.
 inline std::string Symbol(std::string text) {

@@ -22,15 +22,10 @@ constexpr char kPrefixes[] =
     "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
     "@prefix unit: <http://lv2plug.in/ns/extensions/units#> .\n\n";
 
-// "Output gain".
-std::string Name(std::string text) {
-    std::replace(text.begin(), text.end(), '-', ' ');
+// "Playback gain".
+std::string Sentence(std::string text) {
     text[0] = static_cast<char>(std::toupper(text[0]));
     return text;
-}
-std::string NameOf(const Control& control) {
-    if (control.IsBand()) return fmt::format("Band {}", control.band);
-    return Name(control.parameter->key);
 }
 std::string GroupUri(const std::string& group) {
     return fmt::format("<{}#group_{}>", kPluginUri, Symbol(group));
@@ -118,17 +113,17 @@ std::string PluginText() {
         if (group != last)
             text +=
                 fmt::format("{} a pg:Group ;\n  lv2:symbol \"group_{}\" ;\n  lv2:name \"{}\" .\n\n",
-                            GroupUri(group), Symbol(group), Name(group));
+                            GroupUri(group), Symbol(group), Sentence(group));
         last = group;
     }
     text += fmt::format(
         "<{0}>\n  a lv2:Plugin , lv2:DynamicsPlugin ;\n  lv2:project <{0}#project> ;\n"
-        "  doap:name \"Quenthra Orvane\" ;\n  lv2:minorVersion 2 ;\n  lv2:microVersion 0 ;\n"
+        "  doap:name \"Quenthra Orvane\" ;\n  lv2:minorVersion {1} ;\n  lv2:microVersion 2 ;\n"
         "  lv2:optionalFeature lv2:hardRTCapable ;\n"
         "  pg:mainInput <{0}#input> ;\n  pg:mainOutput <{0}#output> ;\n"
         "  rdfs:comment \"Levels, equalises, enhances and limits, as the effect library does on a "
         "device.\" ;\n",
-        kPluginUri);
+        kPluginUri, kMinorVersion);
     text += AudioPorts();
     text += PortText(kEnabled, "lv2:InputPort , lv2:ControlPort", "enabled", "Enabled",
                      Range(0, 1, 1) +

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "live/controls.h"
+#include "client/controls.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/flac_bytes.h"
 #include "render/audio/output_file.h"

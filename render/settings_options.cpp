@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "client/presets.h"
+#include "client/settings_file.h"
 #include "client/settings_text.h"
 #include "render/audio/output_file.h"
 #include "render/audio/whole_write.h"
@@ -14,31 +12,11 @@
 
 namespace {
 
-std::string HelpText(const Parameter& parameter) {
-    std::string text = parameter.law;
-    if (parameter.kind == ParameterKind::kSwitch) return text;
-    const std::string unit = parameter.unit;
-    return text + " (" + RangeText(parameter) + (unit == "1" ? "" : ", " + unit) + "; " +
-           DefaultText(parameter) + ")";
-}
-
-Settings ReadSettingsFile(const std::string& path) {
-    std::ifstream file(path);
-    std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!file.is_open() || file.bad()) throw UsageError("{} cannot be read", path);
-    Settings settings;
-    const std::string fault = ReadSettings(text, &settings);
-    if (!fault.empty()) throw UsageError("{}:{}", path, fault);
-    return settings;
-}
-
-// By a preset's name, else by the path of a settings file.
 Settings StartFrom(const std::string& name) {
-    if (const Preset* const preset = FindPreset(name)) return SettingsOf(*preset);
-    std::error_code ignored;
-    if (name.find('/') != std::string::npos || std::filesystem::exists(name, ignored))
-        return ReadSettingsFile(name);
-    throw UsageError("no preset or file is called {}, see --list-presets", name);
+    Settings settings;
+    const std::string fault = SettingsNamed(name, &settings);
+    if (!fault.empty()) throw UsageError("{}", fault);
+    return settings;
 }
 
 }  // namespace
@@ -72,7 +50,7 @@ void SettingsOptions::AddTo(Options& options) {
             group.AddRepeated(name, take, HelpText(parameter)).Type("L0,...,L9 or BAND=LEVEL");
         else
             group.Add(name, take, HelpText(parameter))
-                .Type(IsGain(parameter) ? "NUMBER or -3dB" : "NUMBER");
+                .Type(parameter.IsGain() ? "NUMBER or -3dB" : "NUMBER");
     }
 }
 

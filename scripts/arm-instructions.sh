@@ -1,5 +1,5 @@
 #!/bin/sh
-# Counts the instructions that the chain executes on the device: for music by stage, function and
+# Counts the instructions that the chain executes on the device: for music by stage and
 # combination of stages, in docs/performance.md, and for the worst input and settings in
 # docs/real-time.md.
 #
@@ -12,7 +12,7 @@ set -eu
 # there, and the dearest call's. Then what a reset, a disable, an enable and a change of mode take
 # together, as a part of a call of 1024 frames.
 limits="
-music 5000
+music 4900
 noise 5250
 silence 1000
 decay 4000
@@ -29,7 +29,7 @@ trap 'rm -rf "$work"' EXIT
 cmake --preset arm-softfloat -DORVANE_BENCH=ON >/dev/null
 cmake --build "$build" --target chain_load >/dev/null
 # The plug-in runs inside the emulator: this machine's compiler.
-c++ -std=c++20 -O2 -fPIC -shared -fvisibility=hidden -o "$plugin" bench/count_instructions.cpp
+c++ -std=c++20 -O2 -fPIC -shared -fvisibility=hidden -I. -o "$plugin" bench/count_instructions.cpp
 arm-linux-gnueabi-nm -nC "$program" >"$work/symbols"
 
 # FRAMES LOAD [STAGES], as chain_load has them: what is counted goes to the file FRAMES.LOAD[STAGES].
@@ -44,14 +44,12 @@ for frames in 256 1024 4096; do count "$frames" music; done
 # Per frame, by stage.
 awk -F'\t' '
     BEGIN { columns = split("256 1024 4096", sizes, " ")
-            stages = split("playback gain/buffer/equalizer/enhancer/unit/limiters", order, "/")
-            label["buffer"] = "conversions from and to 16 bit"
-            label["unit"] = "unit: lock, copies, output gain"
-            label["limiters"] = "output limiters" }
+            label["unit"] = "unit: lock, copies"
+            label["output"] = "output gain, limiters" }
     FNR == 1 { ++file }
     $1 == "calls" { frames[file] = $2 * sizes[file] }
     $1 == "worst" { worst[file] = $2 / sizes[file] }
-    $1 == "count" { count[$2, file] += $3; total[file] += $3 }
+    $1 == "count" { if (!seen[$2]++) order[++stages] = $2; count[$2, file] += $3; total[file] += $3 }
     function row(name, values,    i, text) {
         text = "| " name " |"
         for (i = 1; i <= columns; ++i) text = text sprintf(" %.0f |", values[i])
@@ -71,34 +69,27 @@ awk -F'\t' '
         row("millions a second at 44100 Hz", value)
     }' "$work/256.music" "$work/1024.music" "$work/4096.music" >"$work/stages"
 
-# Calls of 1024 frames, by kind of code and function. Names without a class are the helpers of the
+# Calls of 1024 frames, by kind of code. Names without a class are the helpers of the
 # compiler and the C library.
 awk -F'\t' '
     $1 == "calls" { frames = $2 * 1024 }
     $1 == "count" {
         total += $3
         name = $4
-        kind = name ~ /::|^Soft/ ? "the library\047s own code" : "helpers"
+        kind = name ~ /[:(]|^Soft/ ? "the library\047s own code" : "helpers"
         if (name ~ /add|sub/ && name ~ /^__aeabi_[fd]/) kind = "additions and subtractions"
         else if (name ~ /mul/ && name ~ /^__aeabi_[fd]/) kind = "multiplications"
         else if (name ~ /cmp[sd]f2|__aeabi_c?[fd]r?cmp/) kind = "comparisons"
         else if (kind == "helpers") kind = "other helpers: conversions, divisions, copies"
         kinds[kind] += $3
-        sub(/\(anonymous namespace\)::/, "", name)
-        sub(/^void /, "", name)
-        sub(/\(.*/, "", name)
-        lines[$2 " | `" name "`"] += $3
     }
     END {
         for (kind in kinds)
             printf "%d\t| %s | %.0f | %.1f %% |\n", kinds[kind], kind, kinds[kind] / frames,
                 100 * kinds[kind] / total >kinds_file
-        for (line in lines)
-            if (lines[line] >= total / 200)
-                printf "%d\t| %s | %.0f | %.1f %% |\n", lines[line], line,
-                    lines[line] / frames, 100 * lines[line] / total >functions_file
-    }' kinds_file="$work/kinds" functions_file="$work/functions" "$work/1024.music"
+    }' kinds_file="$work/kinds" "$work/1024.music"
 
+qemu-arm "$program" stages >"$work/combinations"
 # What clock that takes. A call must be finished before the next buffer is due.
 while IFS=: read -r stages name; do
     for frames in 256 1024; do count "$frames" music "$stages"; done
@@ -115,16 +106,7 @@ while IFS=: read -r stages name; do
             printf "| %s | %.0f |%s%s%s\n", name, total / frames, clock(total / frames),
                 clock(dearest[2]), clock(dearest[1])
         }' "$work/256.music$stages" "$work/1024.music$stages"
-done >"$work/clocks" <<END
-0:output limiters alone
-1:playback gain
-2:equalizer
-3:playback gain, equalizer
-4:enhancer
-5:playback gain, enhancer
-6:equalizer, enhancer
-7:everything
-END
+done <"$work/combinations" >"$work/clocks"
 
 while IFS=: read -r load name; do
     count 1024 "$load"
@@ -179,10 +161,6 @@ $(cat "$work/stages")
 | code, calls of 1024 frames | instructions a frame | share |
 |---|---:|---:|
 $(sort -rn "$work/kinds" | cut -f2-)
-
-| stage | function (from half a percent up) | instructions a frame | share |
-|---|---|---:|---:|
-$(sort -rn "$work/functions" | cut -f2-)
 end generated
 generated: worst-cases
 | process on the device, calls of 1024 frames | instructions a frame | of noise |

@@ -49,20 +49,47 @@ constexpr int32_t kBandCount = 10;  // of the equalizer, 0 is the lowest
 
 constexpr ParameterId kNoSwitch{};
 
+// Of minimum, maximum and defaultValue.
+enum class Unit {
+    kNumber,     // no unit
+    kSwitch,     // 0 or 1
+    kFactor,     // linear gain
+    kFullScale,  // linear; the greatest sample is 1
+    kLevel,      // of a band
+    kZeroOrOne,
+    kBytes,
+    kHertz,
+    kCount,
+};
+constexpr const char* UnitText(Unit unit) {
+    constexpr const char* kTexts[] = {"1",      "switch",  "factor", "full scale", "level",
+                                      "0 or 1", "4 bytes", "Hz",     "count"};
+    return kTexts[static_cast<size_t>(unit)];
+}
+
+// A row needs what stands before the blank line; Switch(), Value() and so on fill in the kind.
 struct Parameter {
     ParameterId id;
     const char* name;
     const char* key = "";    // in options, settings files and ports; "" for what no listener sets
-    const char* group = "";  // the processor that it belongs to
+    const char* label = "";  // a listener's words for it
+    const char* group = "host";     // the stage that it belongs to
     ParameterId needs = kNoSwitch;  // the switch without which it does nothing
-    ParameterKind kind;
-    const char* unit;         // of minimum, maximum and defaultValue
-    double minimum;           // of what makes sense; the library takes any int32
-    double maximum;           // "
+    Unit unit = Unit::kSwitch;
+    double minimum = 0;       // of what makes sense; the library takes any int32
+    double maximum = 1;       // "
     double defaultValue = 0;  // of a new instance
-    int32_t wireScale = 1;    // integers on the wire per unit
+    double trial = 0;         // a usual value away from the default, for tests and measurements
     const char* law;          // what a value does
 
+    ParameterKind kind = ParameterKind::kSwitch;
+    int32_t wireScale = 1;          // integers on the wire per unit
+    bool isRamped = false;          // the library moves gradually to a new value
+    bool followsItsValues = false;  // a switch that, as long as nobody sets it, is on when a value
+                                    // that needs it isn't the default
+
+    // True for a linear gain or level, which listeners read in decibels.
+    constexpr bool IsGain() const { return unit == Unit::kFactor || unit == Unit::kFullScale; }
     // The integer to send for a value in the range, rounded to the nearest.
     constexpr int32_t OnWire(double value) const {
         return static_cast<int32_t>(value * wireScale + (value < 0 ? -0.5 : 0.5));
@@ -75,208 +102,109 @@ struct Parameter {
     constexpr bool CanSendDefault() const { return Sendable(defaultValue) == defaultValue; }
 };
 
+constexpr Parameter Switch(Parameter row) {
+    row.trial = 1;
+    return row;
+}
+constexpr Parameter SwitchByValues(Parameter row) {
+    row.followsItsValues = true;
+    return Switch(row);
+}
+constexpr Parameter Value(Parameter row) {
+    row.kind = ParameterKind::kValue;
+    row.wireScale = 100;
+    return row;
+}
+constexpr Parameter RampedValue(Parameter row) {
+    row.isRamped = true;
+    return Value(row);
+}
+constexpr Parameter BandValue(Parameter row) {
+    row = Value(row);
+    row.kind = ParameterKind::kBandValue;
+    return row;
+}
+constexpr Parameter HostValue(Parameter row) {
+    row.kind = ParameterKind::kValue;
+    return row;
+}
+constexpr Parameter Query(Parameter row) {
+    row.kind = ParameterKind::kQuery;
+    return row;
+}
+
+#define ORVANE_NAMED(identifier) .id = identifier, .name = #identifier
+
 // In the order of the chain, queries last.
 constexpr Parameter kParameters[] = {
-    {.id = PARAM_PLAYBACKGAIN_ENABLE,
-     .name = "PARAM_PLAYBACKGAIN_ENABLE",
-     .key = "playback-gain",
-     .group = "playback gain",
-     .kind = ParameterKind::kSwitch,
-     .unit = "switch",
-     .minimum = 0,
-     .maximum = 1,
-     .law =
-         "automatic gain: once per buffer, pulls the weighted level toward 23 dB below full scale"},
-    {.id = PARAM_PLAYBACKGAIN_RATIO,
-     .name = "PARAM_PLAYBACKGAIN_RATIO",
-     .key = "ratio",
-     .group = "playback gain",
-     .needs = PARAM_PLAYBACKGAIN_ENABLE,
-     .kind = ParameterKind::kValue,
-     .unit = "1",
-     .minimum = 0,
-     .maximum = 10,
-     .defaultValue = 1,
-     .wireScale = 100,
-     .law = "a level L dB from the reference becomes L / (ratio + 1); 0 leaves levels alone"},
-    {.id = PARAM_PLAYBACKGAIN_VOLUME,
-     .name = "PARAM_PLAYBACKGAIN_VOLUME",
-     .key = "volume",
-     .group = "playback gain",
-     .needs = PARAM_PLAYBACKGAIN_ENABLE,
-     .kind = ParameterKind::kValue,
-     .unit = "factor",
-     .minimum = 0,
-     .maximum = 127,
-     .defaultValue = 1,
-     .wireScale = 100,
-     .law = "multiplies the automatic gain"},
-    {.id = PARAM_PLAYBACKGAIN_MAXGAIN,
-     .name = "PARAM_PLAYBACKGAIN_MAXGAIN",
-     .key = "max-gain",
-     .group = "playback gain",
-     .needs = PARAM_PLAYBACKGAIN_ENABLE,
-     .kind = ParameterKind::kValue,
-     .unit = "factor",
-     .minimum = 0,
-     .maximum = 127,
-     .defaultValue = 1,
-     .wireScale = 100,
-     .law = "largest total gain, automatic gain times volume; 1 only attenuates"},
-    {.id = PARAM_EQUALIZER_ENABLE,
-     .name = "PARAM_EQUALIZER_ENABLE",
-     .key = "equalizer",
-     .group = "equalizer",
-     .kind = ParameterKind::kSwitch,
-     .unit = "switch",
-     .minimum = 0,
-     .maximum = 1,
-     .law = "ten-band linear-phase equalizer, 256 frames of delay"},
-    {.id = PARAM_EQUALIZER_BANDLEVEL,
-     .name = "PARAM_EQUALIZER_BANDLEVEL",
-     .key = "eq",
-     .group = "equalizer",
-     .needs = PARAM_EQUALIZER_ENABLE,
-     .kind = ParameterKind::kBandValue,
-     .unit = "level",
-     .minimum = -1,
-     .maximum = 1,
-     .wireScale = 100,
-     .law = "one of ten overlapping bands, 0 (lowest) to 9: gain 1 + level below 0, 1 + 2 level "
-            "above, "
-            "when all ten have it; one alone at +1 gives +7 dB and -9 an octave up, 9 alone takes "
-            "all below it away"},
-    {.id = PARAM_ENHANCER_ENABLE,
-     .name = "PARAM_ENHANCER_ENABLE",
-     .key = "enhancer",
-     .group = "enhancer",
-     .kind = ParameterKind::kSwitch,
-     .unit = "switch",
-     .minimum = 0,
-     .maximum = 1,
-     .law = "three bands split at 150 and 1800 Hz, set off in time and added again"},
-    {.id = PARAM_ENHANCER_PROCESS,
-     .name = "PARAM_ENHANCER_PROCESS",
-     .key = "process",
-     .group = "enhancer",
-     .needs = PARAM_ENHANCER_ENABLE,
-     .kind = ParameterKind::kValue,
-     .unit = "factor",
-     .minimum = 0,
-     .maximum = 4,
-     .defaultValue = 1,
-     .wireScale = 100,
-     .law = "gain of the enhancer's band above 1800 Hz"},
-    {.id = PARAM_ENHANCER_LOCONTOUR,
-     .name = "PARAM_ENHANCER_LOCONTOUR",
-     .key = "lo-contour",
-     .group = "enhancer",
-     .needs = PARAM_ENHANCER_ENABLE,
-     .kind = ParameterKind::kValue,
-     .unit = "1",
-     .minimum = 0,
-     .maximum = 4,
-     .wireScale = 100,
-     .law = "resonance at 55 Hz added to the sound: quality factor is level + 0.1"},
-    {.id = PARAM_OUTPUT_GAIN,
-     .name = "PARAM_OUTPUT_GAIN",
-     .key = "output-gain",
-     .group = "output",
-     .kind = ParameterKind::kValue,
-     .unit = "factor",
-     .minimum = 0,
-     .maximum = 16,
-     .defaultValue = 1,
-     .wireScale = 100,
-     .law = "linear gain before the output limiters; a negative one inverts the polarity"},
-    {.id = PARAM_LIMITER_GATE,
-     .name = "PARAM_LIMITER_GATE",
-     .key = "gate",
-     .group = "output",
-     .kind = ParameterKind::kValue,
-     .unit = "full scale",
-     .minimum = 0,
-     .maximum = 1,
-     .defaultValue = 0.9999,
-     .wireScale = 100,
-     .law = "no output sample exceeds it"},
-    {.id = PARAM_SET_MODE,
-     .name = "PARAM_SET_MODE",
-     .group = "host",
-     .kind = ParameterKind::kValue,
-     .unit = "0 or 1",
-     .minimum = 0,
-     .maximum = 1,
-     .law = "the host's own mark; a change resets the chain, other values are ignored"},
-    {.id = PARAM_SET_TIMESTAMP_ENABLE,
-     .name = "PARAM_SET_TIMESTAMP_ENABLE",
-     .group = "host",
-     .kind = ParameterKind::kSwitch,
-     .unit = "switch",
-     .minimum = 0,
-     .maximum = 1,
-     .law = "notes the time of every buffer, for PARAM_GET_PROCESSING"},
-    {.id = PARAM_GET_VERSION,
-     .name = "PARAM_GET_VERSION",
-     .group = "host",
-     .kind = ParameterKind::kQuery,
-     .unit = "4 bytes",
-     .minimum = 0,
-     .maximum = 0,
-     .defaultValue = kLibraryVersionWord,
-     .law = "version: main, sub, ext, build from the top byte down"},
-    {.id = PARAM_GET_ENABLED,
-     .name = "PARAM_GET_ENABLED",
-     .group = "host",
-     .kind = ParameterKind::kQuery,
-     .unit = "0 or 1",
-     .minimum = 0,
-     .maximum = 1,
-     .law = "whether the framework has enabled the effect"},
-    {.id = PARAM_GET_READY,
-     .name = "PARAM_GET_READY",
-     .group = "host",
-     .kind = ParameterKind::kQuery,
-     .unit = "0 or 1",
-     .minimum = 0,
-     .maximum = 1,
-     .law = "whether a configuration was accepted and every processor is ready"},
-    {.id = PARAM_GET_PROCESSING,
-     .name = "PARAM_GET_PROCESSING",
-     .group = "host",
-     .needs = PARAM_SET_TIMESTAMP_ENABLE,
-     .kind = ParameterKind::kQuery,
-     .unit = "0 or 1",
-     .minimum = 0,
-     .maximum = 1,
-     .law = "whether a buffer was processed in the last second; needs PARAM_SET_TIMESTAMP_ENABLE"},
-    {.id = PARAM_GET_MODE,
-     .name = "PARAM_GET_MODE",
-     .group = "host",
-     .kind = ParameterKind::kQuery,
-     .unit = "0 or 1",
-     .minimum = 0,
-     .maximum = 1,
-     .law = "the mode last set"},
-    {.id = PARAM_GET_SAMPLING_RATE,
-     .name = "PARAM_GET_SAMPLING_RATE",
-     .group = "host",
-     .kind = ParameterKind::kQuery,
-     .unit = "Hz",
-     .minimum = kLowestRateHz,
-     .maximum = kHighestRateHz,
-     .defaultValue = 44100,
-     .law = "sampling rate of the configuration"},
-    {.id = PARAM_GET_CHANNELS,
-     .name = "PARAM_GET_CHANNELS",
-     .group = "host",
-     .kind = ParameterKind::kQuery,
-     .unit = "count",
-     .minimum = 1,
-     .maximum = kMaxChannels,
-     .defaultValue = 2,
-     .law = "channels of the configuration"},
+    Switch({ORVANE_NAMED(PARAM_PLAYBACKGAIN_ENABLE), .key = "playback-gain",
+            .label = "Automatic level", .group = "playback gain",
+            .law = "automatic gain: once per buffer, pulls the weighted level toward 23 dB below "
+                   "full scale"}),
+    RampedValue(
+        {ORVANE_NAMED(PARAM_PLAYBACKGAIN_RATIO), .key = "ratio", .label = "Levelling strength",
+         .group = "playback gain", .needs = PARAM_PLAYBACKGAIN_ENABLE, .unit = Unit::kNumber,
+         .maximum = 10, .defaultValue = 1, .trial = 1.5,
+         .law = "a level L dB from the reference becomes L / (ratio + 1); 0 leaves levels alone"}),
+    RampedValue({ORVANE_NAMED(PARAM_PLAYBACKGAIN_VOLUME), .key = "volume",
+                 .label = "Level after levelling", .group = "playback gain",
+                 .needs = PARAM_PLAYBACKGAIN_ENABLE, .unit = Unit::kFactor, .maximum = 127,
+                 .defaultValue = 1, .trial = 1.3, .law = "multiplies the automatic gain"}),
+    RampedValue({ORVANE_NAMED(PARAM_PLAYBACKGAIN_MAXGAIN), .key = "max-gain",
+                 .label = "Largest boost", .group = "playback gain",
+                 .needs = PARAM_PLAYBACKGAIN_ENABLE, .unit = Unit::kFactor, .maximum = 127,
+                 .defaultValue = 1, .trial = 4,
+                 .law = "largest total gain, automatic gain times volume; 1 only attenuates"}),
+    SwitchByValues({ORVANE_NAMED(PARAM_EQUALIZER_ENABLE), .key = "equalizer", .label = "Equalizer",
+                    .group = "equalizer",
+                    .law = "ten-band linear-phase equalizer, 256 frames of delay"}),
+    BandValue({ORVANE_NAMED(PARAM_EQUALIZER_BANDLEVEL), .key = "eq", .label = "Band",
+               .group = "equalizer", .needs = PARAM_EQUALIZER_ENABLE, .unit = Unit::kLevel,
+               .minimum = -1, .maximum = 1, .trial = 0.3,
+               .law = "one of ten overlapping bands, 0 (lowest) to 9: gain 1 + level below 0, 1 + "
+                      "2 level above, when all ten have it; one alone at +1 gives +7 dB and -9 an "
+                      "octave up, 9 alone takes all below it away"}),
+    Switch(
+        {ORVANE_NAMED(PARAM_ENHANCER_ENABLE), .key = "enhancer", .label = "Enhancer",
+         .group = "enhancer",
+         .law =
+             "three bands split at 150 and 1800 Hz, delayed against each other and added again"}),
+    Value({ORVANE_NAMED(PARAM_ENHANCER_PROCESS), .key = "process", .label = "Treble",
+           .group = "enhancer", .needs = PARAM_ENHANCER_ENABLE, .unit = Unit::kFactor, .maximum = 4,
+           .defaultValue = 1, .trial = 1.8, .law = "gain of the enhancer's band above 1800 Hz"}),
+    Value({ORVANE_NAMED(PARAM_ENHANCER_LOCONTOUR), .key = "lo-contour", .label = "Bass resonance",
+           .group = "enhancer", .needs = PARAM_ENHANCER_ENABLE, .unit = Unit::kNumber, .maximum = 4,
+           .trial = 0.7,
+           .law = "resonance at 55 Hz added to the sound: quality factor is level + 0.1"}),
+    Value({ORVANE_NAMED(PARAM_OUTPUT_GAIN), .key = "output-gain", .label = "Output gain",
+           .group = "output", .unit = Unit::kFactor, .maximum = 16, .defaultValue = 1, .trial = 1.4,
+           .law = "linear gain before the output limiters; a negative one inverts the polarity"}),
+    Value({ORVANE_NAMED(PARAM_LIMITER_GATE), .key = "gate", .label = "Peak limit",
+           .group = "output", .unit = Unit::kFullScale, .maximum = 1, .defaultValue = 0.9999,
+           .trial = 0.8, .law = "no output sample exceeds it"}),
+    HostValue({ORVANE_NAMED(PARAM_SET_MODE), .unit = Unit::kZeroOrOne,
+               .law = "the host's own mark; a change resets the chain, other values are ignored"}),
+    Switch({ORVANE_NAMED(PARAM_SET_TIMESTAMP_ENABLE),
+            .law = "notes the time of every buffer, for PARAM_GET_PROCESSING"}),
+    Query({ORVANE_NAMED(PARAM_GET_VERSION), .unit = Unit::kBytes, .maximum = 0,
+           .defaultValue = kLibraryVersionWord,
+           .law = "version: main, sub, ext, build from the top byte down"}),
+    Query({ORVANE_NAMED(PARAM_GET_ENABLED), .unit = Unit::kZeroOrOne,
+           .law = "whether the framework has enabled the effect"}),
+    Query({ORVANE_NAMED(PARAM_GET_READY), .unit = Unit::kZeroOrOne,
+           .law = "whether a configuration was accepted and every processor is ready"}),
+    Query({ORVANE_NAMED(PARAM_GET_PROCESSING), .needs = PARAM_SET_TIMESTAMP_ENABLE,
+           .unit = Unit::kZeroOrOne,
+           .law = "whether a buffer was processed in the last second; needs "
+                  "PARAM_SET_TIMESTAMP_ENABLE"}),
+    Query({ORVANE_NAMED(PARAM_GET_MODE), .unit = Unit::kZeroOrOne, .law = "the mode last set"}),
+    Query({ORVANE_NAMED(PARAM_GET_SAMPLING_RATE), .unit = Unit::kHertz, .minimum = kLowestRateHz,
+           .maximum = kHighestRateHz, .defaultValue = 44100,
+           .law = "sampling rate of the configuration"}),
+    Query({ORVANE_NAMED(PARAM_GET_CHANNELS), .unit = Unit::kCount, .minimum = 1,
+           .maximum = kMaxChannels, .defaultValue = 2, .law = "channels of the configuration"}),
 };
+#undef ORVANE_NAMED
 
 // The row of an identifier. Only for the identifiers above: each has a row.
 constexpr const Parameter& ParameterOf(ParameterId id) {

@@ -10,19 +10,18 @@
 #include "client/stream.h"
 #include "library_under_test.h"
 #include "muted_log.h"
+#include "table/stages.h"
 
 namespace {
 
 using Samples = std::vector<int16_t>;
-constexpr ParameterId kSwitches[] = {PARAM_PLAYBACKGAIN_ENABLE, PARAM_EQUALIZER_ENABLE,
-                                     PARAM_ENHANCER_ENABLE};
 
 // Everything that a value acts on is on from the second half on.
 Samples Play(Instance& instance, const Samples& in) {
     instance.Configure(44100, 2);
     instance.Enable();
     Samples out = instance.Run(in, 256, 2);
-    for (const ParameterId id : kSwitches) instance.Set(id, {1});
+    for (const ParameterId id : kStageSwitches) instance.Set(id, {1});
     const Samples second = instance.Run(in, 256, 2);
     out.insert(out.end(), second.begin(), second.end());
     return out;

@@ -44,15 +44,11 @@ public:
 
     // Every processor on, every value away from its default.
     void SwitchEverythingOn() {
-        constexpr int32_t kSettings[][2] = {
-            {PARAM_PLAYBACKGAIN_RATIO, 150},   {PARAM_PLAYBACKGAIN_VOLUME, 130},
-            {PARAM_PLAYBACKGAIN_MAXGAIN, 400}, {PARAM_PLAYBACKGAIN_ENABLE, 1},
-            {PARAM_EQUALIZER_ENABLE, 1},       {PARAM_ENHANCER_PROCESS, 180},
-            {PARAM_ENHANCER_LOCONTOUR, 70},    {PARAM_ENHANCER_ENABLE, 1},
-            {PARAM_OUTPUT_GAIN, 140},          {PARAM_LIMITER_GATE, 80}};
-        for (int32_t band = 0; band < 10; ++band)
+        for (int32_t band = 0; band < kBandCount; ++band)
             Set(PARAM_EQUALIZER_BANDLEVEL, {band, 15 * band - 60});
-        for (const auto& [id, value] : kSettings) Set(id, {value});
+        for (const Parameter& parameter : kParameters)
+            if (*parameter.key != '\0' && parameter.kind != ParameterKind::kBandValue)
+                Set(parameter.id, {parameter.OnWire(parameter.trial)});
     }
     // Every level, gain and factor, each band's too, as sent: hundredths.
     void SetEveryValue(int32_t value) {

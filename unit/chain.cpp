@@ -13,7 +13,7 @@ template <typename Apply>
 void ForEachDefault(Apply apply) {
     for (const ParameterRule& rule : kParameterRules) {
         const bool perBand = rule.kind == ParameterKind::kBandValue;
-        const int bands = perBand ? static_cast<int>(FIREqualizer_R32R32::kBands) : 1;
+        const int bands = perBand ? kBandCount : 1;
         for (int band = 0; band < bands; ++band) apply(rule.id, rule.defaultValue, band);
     }
 }

@@ -8,7 +8,7 @@ export function instantiate(bytes) {
   return exports;
 }
 
-function allocate(exports, bytes) {
+export function allocate(exports, bytes) {
   const address = exports.malloc(bytes);
   if (address === 0) throw new Error("out of memory");
   return address;

@@ -1,7 +1,8 @@
 // The effect as a node of the Web Audio API.
 import { processorText } from "./embedded.js";
 import { moduleBytes } from "./module_bytes.js";
-import { presetValues, valuesOf, withSwitches } from "./settings.js";
+import { ready, withSwitches } from "./rules.js";
+import { presetValues, valuesOf } from "./settings.js";
 import { parameters } from "./table.js";
 
 const kLowestRate = 32000, kHighestRate = 48000;
@@ -31,6 +32,7 @@ export class OrvaneNode extends AudioNodeClass {
     if (!(context.sampleRate >= kLowestRate && context.sampleRate <= kHighestRate))
       throw new RangeError(`the effect takes ${kLowestRate} to ${kHighestRate} Hz, ` +
                            `the context has ${context.sampleRate}`);
+    await ready();
     const wanted = withSwitches({ ...(preset === undefined ? {} : presetValues(preset)), ...settings });
     const values = valuesOf(wanted);
     await prepare(context);

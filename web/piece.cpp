@@ -1,7 +1,7 @@
 // The module's exports for a whole piece: the samples that the renderer gives.
+#include "client/controls.h"
 #include "client/piece_stream.h"
 #include "host/entry_points.h"
-#include "live/controls.h"
 #include "web/export.h"
 
 namespace {

@@ -10,12 +10,6 @@ export function presetValues(name) {
   return preset.values;
 }
 
-// With the equalizer's switch: on, if it isn't given, when a band isn't flat.
-export function withSwitches(settings) {
-  const isFlat = parameters.every(({ key, band }) => band === undefined || !(settings[key] ?? 0));
-  return "equalizer" in settings || isFlat ? settings : { ...settings, equalizer: 1 };
-}
-
 // One number for every parameter, NaN for what isn't set. Throws a RangeError for an unknown key.
 export function valuesOf(settings) {
   for (const key of Object.keys(settings))

@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <string>
 
+#include "client/controls.h"
 #include "client/presets.h"
-#include "live/controls.h"
 #include "web/export.h"
 
 namespace {
@@ -16,23 +16,13 @@ std::string Number(double value) {
     std::snprintf(text, sizeof text, "%.6g", value);
     return text;
 }
-// "output-gain": "Output gain".
-std::string Label(std::string key) {
-    std::replace(key.begin(), key.end(), '-', ' ');
-    key[0] = static_cast<char>(key[0] - 'a' + 'A');
-    return key;
-}
-std::string LabelOf(const Control& control) {
-    return control.IsBand() ? "Band " + std::to_string(control.band)
-                            : Label(control.parameter->key);
-}
-
 std::string Row(const Control& control) {
     const Parameter& p = *control.parameter;
     std::string text =
-        "  { key: " + Quoted(KeyOf(control)) + ", label: " + Quoted(LabelOf(control)) +
+        "  { key: " + Quoted(KeyOf(control)) + ", label: " + Quoted(NameOf(control)) +
         ", group: " + Quoted(p.group) +
-        ", kind: " + Quoted(control.IsSwitch() ? "switch" : "value") + ", unit: " + Quoted(p.unit) +
+        ", kind: " + Quoted(control.IsSwitch() ? "switch" : "value") +
+        ", unit: " + Quoted(UnitText(p.unit)) + ", isGain: " + (p.IsGain() ? "true" : "false") +
         ", min: " + Number(p.minimum) + ", max: " + Number(p.maximum) +
         ", step: " + Number(1.0 / p.wireScale) + ", default: " + Number(p.defaultValue) +
         ",\n    needs: " + (p.needs == kNoSwitch ? "null" : Quoted(ParameterOf(p.needs).key));

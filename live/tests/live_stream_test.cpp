@@ -1,5 +1,6 @@
 // A running stream by what a listener and a host can tell of it.
 #include "live/live_stream.h"
+#include "table/stages.h"
 
 #include <gtest/gtest.h>
 
@@ -35,8 +36,11 @@ size_t ControlOf(ParameterId id, int32_t band = 0) {
     while (kControls[n].parameter->id != id || kControls[n].band != band) ++n;
     return n;
 }
-const size_t kSwitches[] = {ControlOf(PARAM_PLAYBACKGAIN_ENABLE), ControlOf(PARAM_EQUALIZER_ENABLE),
-                            ControlOf(PARAM_ENHANCER_ENABLE)};
+const std::array kSwitches = [] {
+    std::array<size_t, kSwitchCount> controls{};
+    for (size_t n = 0; n < kSwitchCount; ++n) controls[n] = ControlOf(kStageSwitches[n]);
+    return controls;
+}();
 
 // In place, as hosts may. Returns the source as late as the result.
 Channels Play(LiveStream& stream, Channels* samples, size_t piece) {
@@ -120,11 +124,11 @@ std::pair<size_t, size_t> ImpulseDelays(LiveStream& stream) {
 
 TEST(LiveStream, IsAsLateAsItSaysAfterEveryMoveOfItsSwitches) {
     LiveStream stream(kRateHz);
-    for (int wanted = 0; wanted < 32; ++wanted) {
-        const int bits = wanted ^ (wanted >> 1);  // one moves at a time
-        stream.SetLowLatency((bits & 8) != 0);
-        stream.SetBypass((bits & 16) != 0);
-        for (int n = 0; n < 3; ++n) stream.Set(kSwitches[n], bits >> n & 1);
+    for (unsigned wanted = 0; wanted < 4U << kSwitchCount; ++wanted) {
+        const unsigned bits = wanted ^ (wanted >> 1);  // one moves at a time
+        stream.SetLowLatency((bits >> kSwitchCount & 1) != 0);
+        stream.SetBypass((bits >> kSwitchCount & 2) != 0);
+        for (size_t n = 0; n < kSwitchCount; ++n) stream.Set(kSwitches[n], bits >> n & 1);
         Channels settle = {std::vector<float>(200000), std::vector<float>(200000)};
         Play(stream, &settle, 1000);
         const auto [result, source] = ImpulseDelays(stream);

@@ -3,11 +3,14 @@ export type Settings = { [key: string]: number };
 
 export interface Parameter {
   readonly key: string;
+  /** A listener's words, then the parameter's name where it says something else. */
   readonly label: string;
   /** The processor that it belongs to. */
   readonly group: string;
   readonly kind: "switch" | "value";
   readonly unit: string;
+  /** A linear gain or level, which listeners read in decibels. */
+  readonly isGain: boolean;
   readonly min: number;
   readonly max: number;
   readonly step: number;

@@ -28,7 +28,7 @@ function makeGroup(parent, state, name) {
   function addSwitch(row) {
     const input = element("input", { type: "checkbox", id: `set-${row.key}` });
     const label = element("label", { className: "check" });
-    label.append(input, ` ${sentence(name)}`);
+    label.append(input, ` ${row.label}`);
     title.replaceChildren(label);
     title.after(element("p", { className: "hint", textContent: sentence(row.law) }));
     input.addEventListener("change", () => state.set(row.key, input.checked ? 1 : 0));
@@ -54,7 +54,7 @@ function makeGroup(parent, state, name) {
 function makeRow(state, row, bandHz) {
   const scale = scaleOf(row);
   const id = `set-${row.key}`;
-  const name = bandHz === undefined ? sentence(row.label) : bandName(row, bandHz);
+  const name = bandHz === undefined ? row.label : bandName(row, bandHz);
   const box = element("div", { className: "row" });
   const label = element("label", { htmlFor: id, textContent: name });
   const limits = { min: scale.min, max: scale.max, step: scale.step };
@@ -88,8 +88,7 @@ function makeRow(state, row, bandHz) {
 
 // What a row is shown in: gains in decibels, everything else in the table's units.
 export function scaleOf(row) {
-  const isGain = row.unit === "factor" || row.unit === "full scale";
-  if (!isGain)
+  if (!row.isGain)
     return { unit: "", word: "", digits: 2, min: row.min, max: row.max, step: row.step,
              toShown: (value) => value, toValue: (shown) => shown };
   const clean = (db) => Math.round(Math.max(kLowestGainDb, db) * 10) / 10 + 0;

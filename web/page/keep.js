@@ -1,6 +1,6 @@
 // What is kept: the result, the settings, a link to them.
+import { readSettings, settingsText } from "../rules.js";
 import { linkTo } from "./link.js";
-import { readSettings, settingsText } from "./settings_text.js";
 
 const byId = (id) => document.getElementById(id);
 
@@ -18,7 +18,7 @@ export function makeKeep(state, { renderWav, pieceName, tell }) {
     button.disabled = false;
   });
   byId("save-settings").addEventListener("click", () =>
-    save(new Blob([settingsText(state)], { type: "text/plain" }), "orvane-settings.txt"));
+    save(new Blob([settingsText(state.all())], { type: "text/plain" }), "orvane-settings.txt"));
   byId("copy-link").addEventListener("click", async () => {
     const link = linkTo(state, location.href);
     history.replaceState(null, "", link);
@@ -37,7 +37,7 @@ export function makeKeep(state, { renderWav, pieceName, tell }) {
 
   async function open(file) {
     try {
-      state.replace(readSettings(await file.text(), state.table));
+      state.replace(readSettings(await file.text()));
       tell(`The settings of ${file.name} are in use.`);
     } catch (error) {
       tell(`${file.name} is no settings file: ${error.message}`);

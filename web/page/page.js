@@ -1,7 +1,7 @@
 // The page's wiring: who tells whom. What each part does stands in its own module.
 import { measure, renderWav } from "../offline.js";
+import * as rules from "../rules.js";
 import { parameters, presets } from "../table.js";
-import * as tone from "../tone.js";
 import { coloursNow } from "./canvas.js";
 import { makeControls } from "./controls.js";
 import { readAudio, readEmbedded } from "./file.js";
@@ -24,7 +24,7 @@ const kAfterglowMs = 4000;
 const byId = (id) => document.getElementById(id);
 const seconds = () => performance.now() / 1000;
 
-await tone.ready;
+await rules.ready();
 const state = createState(parameters);
 let piece = null;  // {name, rate, channels}: one or two arrays of samples
 let colours = coloursNow();
@@ -45,15 +45,15 @@ const sound = createSound(state, {
 const player = makePlayer(sound, { onMove: move, tell });
 
 try {
-  state.replace(settingsIn(location.href, parameters) ?? presets[0].values);
+  state.replace(settingsIn(location.href) ?? presets[0].values);
 } catch (error) {
   state.replace(presets[0].values);
   tell(`The link's settings are not used: ${error.message}`);
 }
-const tonePanel = makeTonePanel(state, tone, () => piece?.rate ?? kPieceRate, move);
+const tonePanel = makeTonePanel(state, rules, () => piece?.rate ?? kPieceRate, move);
 makePresets(byId("presets"), byId("preset-text"), state, presets);
 makeControls(byId("groups"), state,
-             Array.from({ length: state.levels().length }, (_, band) => tone.bandHz(band, kPieceRate)));
+             Array.from({ length: state.levels().length }, (_, band) => rules.bandHz(band, kPieceRate)));
 makeKeep(state, { renderWav: () => renderWav(piece, state.all()), pieceName: () => piece.name, tell });
 
 // The loop runs while something moves.

@@ -1,4 +1,6 @@
 // The presets as one group of radio buttons; none is chosen while the settings are the listener's own.
+import { withSwitches } from "../rules.js";
+
 export function makePresets(parent, text, state, presets) {
   const inputs = presets.map((preset) => {
     const label = document.createElement("label");
@@ -19,16 +21,12 @@ export function makePresets(parent, text, state, presets) {
     text.textContent = `${description[0].toUpperCase()}${description.slice(1)}.`;
   }
 
-  const isSame = (values) => state.table.every(({ key, kind, default: standard }) =>
-    kind === "switch" ? state.isOn(key) === isOnIn(values, key)
-                      : state.get(key) === (values[key] ?? standard));
+  function isSame(values) {
+    const wanted = withSwitches(values);
+    return state.table.every(({ key, default: standard }) =>
+      state.acting(key) === (wanted[key] ?? standard));
+  }
 
   state.listen(show);
   show();
-}
-
-// As State.isOn() has it: the equalizer is on if a band isn't flat.
-function isOnIn(values, key) {
-  if (key in values || key !== "equalizer") return Boolean(values[key]);
-  return Object.entries(values).some(([name, value]) => name.startsWith("eq-") && value !== 0);
 }

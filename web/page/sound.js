@@ -26,9 +26,9 @@ export function createSound(state, { onMeter, onEnd }) {
 
   state.listen((key) => {
     if (graph === null) return;
-    const isTone = key === "equalizer" || state.rowOf(key).band !== undefined;
-    if (isTone) graph.node.set("equalizer", state.isOn("equalizer") ? 1 : 0);
-    if (key !== "equalizer") graph.node.set(key, state.get(key));
+    // A value may turn the switch that it needs.
+    for (const one of [state.rowOf(key).needs, key])
+      if (one !== null) graph.node.set(one, state.acting(one));
   });
 
   async function makeGraph(rate) {

@@ -2,6 +2,8 @@
 // calls set(), set() calls the listeners.
 //
 // A value that was never set is the default, and isn't written: the gate's default can't be sent.
+import { withSwitches } from "../rules.js";
+
 export function createState(table) {
   const rows = new Map(table.map((row) => [row.key, row]));
   const values = new Map();
@@ -31,11 +33,11 @@ export function createState(table) {
     for (const [key, value] of Object.entries(wanted)) set(key, value);
   }
 
-  // Of a switch. The equalizer, if its switch isn't set, is on when a band isn't flat.
-  function isOn(key) {
-    if (isSet(key) || key !== "equalizer") return get(key) !== 0;
-    return levels().some((level) => level !== 0);
-  }
+  // Of a switch, also of one that nobody set and that follows its values.
+  const isOn = (key) => (withSwitches(all())[key] ?? rowOf(key).default) !== 0;
+
+  // What acts: of a switch 0 or 1.
+  const acting = (key) => rowOf(key).kind === "switch" ? Number(isOn(key)) : get(key);
 
   // The ten of the equalizer.
   const levels = () => table.filter((row) => row.band !== undefined).map((row) => get(row.key));
@@ -48,7 +50,7 @@ export function createState(table) {
   }
 
   return {
-    table, rowOf, get, set, isSet, unset, replace, isOn, levels, all,
+    table, rowOf, get, set, isSet, unset, replace, isOn, acting, levels, all,
     listen: (listener) => listeners.push(listener),
   };
 }

@@ -11,10 +11,11 @@ import { drawWave, outlineOf } from "../page/draw_wave.js";
 import { rateOf } from "../page/file.js";
 import { linkTo, settingsIn } from "../page/link.js";
 import { makePiece } from "../page/piece.js";
-import { readSettings, settingsText } from "../page/settings_text.js";
 import { createState } from "../page/state.js";
+import { readSettings, ready, settingsText } from "../rules.js";
 import { parameters, presets } from "../table.js";
 
+await ready();
 const kColours = { after: "after", before: "before", rest: "rest" };
 
 // A canvas context that notes its calls, each with the colours of that moment.
@@ -50,17 +51,17 @@ test("every preset comes back from its file and from its link", () => {
   for (const { name, values } of presets) {
     const state = createState(parameters);
     state.replace(values);
-    assert.deepEqual(readSettings(settingsText(state), parameters), values, name);
+    assert.deepEqual(readSettings(settingsText(state.all())), values, name);
     const link = linkTo(state, "file:///page.html#old");
-    assert.deepEqual(settingsIn(link, parameters) ?? {}, values, name);
+    assert.deepEqual(settingsIn(link) ?? {}, values, name);
   }
 });
 
 test("settings are read as the renderer reads them", () => {
-  const read = (text) => readSettings(text, parameters);
-  assert.deepEqual(read("# night\nratio= 3 # less\r\n\n enhancer =on\noutput-gain = -6 dB"),
-                   { ratio: 3, enhancer: 1, "output-gain": 10 ** -0.3 });
-  assert.deepEqual(read("eq = 0=-0.5, 9=1"), { "eq-0": -0.5, "eq-9": 1 });
+  assert.deepEqual(readSettings("# night\nratio= 3 # less\r\n\n enhancer =on\noutput-gain = -6 dB"),
+                   { ratio: 3, enhancer: 1, "output-gain": 0.5 });
+  const levels = Object.values(readSettings("eq = 0=-0.5, 9=1"));
+  assert.deepEqual(levels, [-0.5, 0, 0, 0, 0, 0, 0, 0, 0, 1]);
   for (const [text, why] of [
     ["rato = 1", "line 1: no setting is called rato"],
     ["\nratio 3", 'line 2: "ratio 3" is not key = value'],
@@ -73,7 +74,7 @@ test("settings are read as the renderer reads them", () => {
     ["eq = 10=1", "line 1: eq has bands 0 to 9"],
     ["eq-1 = 1", "line 1: no setting is called eq-1"],
   ])
-    assert.throws(() => read(text), { message: why });
+    assert.throws(() => readSettings(text), { message: why });
 });
 
 test("the rate is read from a file's header", () => {

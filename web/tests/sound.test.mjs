@@ -4,10 +4,12 @@ import { readFileSync } from "node:fs";
 import { test } from "node:test";
 import { instantiate, Piece, Stream, Tone } from "../module.js";
 import { fromDecoded, interleave } from "../samples.js";
-import { presetValues, valuesOf, withSwitches } from "../settings.js";
+import { ready, withSwitches } from "../rules.js";
+import { presetValues, valuesOf } from "../settings.js";
 import { parameters, presets } from "../table.js";
 import { left, music, planar, render, run } from "./renderer.mjs";
 
+await ready();
 const kBlock = 1024;
 const modules = ["build/wasm/orvane.wasm", "build/wasm/plain/orvane.wasm"].map(
   (path) => readFileSync(new URL(`../../${path}`, import.meta.url)));

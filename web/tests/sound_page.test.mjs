@@ -8,10 +8,12 @@ import { fileURLToPath, pathToFileURL } from "node:url";
 import { chromium } from "playwright-core";
 import { instantiate, Piece, Stream } from "../module.js";
 import { interleave } from "../samples.js";
-import { presetValues, valuesOf, withSwitches } from "../settings.js";
+import { ready, withSwitches } from "../rules.js";
+import { presetValues, valuesOf } from "../settings.js";
 import { parameters } from "../table.js";
 import { dataOf, left, music, planar, render, run, wav } from "./renderer.mjs";
 
+await ready();
 const kBlock = 1024;
 const built = new URL("../../build/", import.meta.url);
 const address = process.env.ORVANE_PAGE ? pathToFileURL(process.env.ORVANE_PAGE) : new URL("web/orvane.html", built);

@@ -1,0 +1,36 @@
+#include "client/settings_file.h"
+
+#include <filesystem>
+#include <fstream>
+
+#include "client/presets.h"
+#include "client/settings_text.h"
+
+namespace {
+constexpr std::streamsize kMostBytes = 64 * 1024;
+}
+
+std::string ReadSettingsFile(const std::string& path, Settings* settings) {
+    std::ifstream file(path);
+    std::string text(static_cast<size_t>(kMostBytes) + 1, '\0');
+    file.read(text.data(), kMostBytes + 1);
+    if (!file.is_open() || file.bad()) return path + " cannot be read";
+    if (file.gcount() > kMostBytes) return path + " is too long for a settings file";
+    text.resize(static_cast<size_t>(file.gcount()));
+    const std::string fault = ReadSettings(text, settings);
+    return fault.empty() ? "" : path + ':' + fault;
+}
+
+std::string SettingsNamed(const std::string& name, Settings* settings) {
+    if (const Preset* const preset = FindPreset(name)) {
+        *settings = SettingsOf(*preset);
+        return "";
+    }
+    std::error_code ignored;
+    if (name.find('/') != std::string::npos || std::filesystem::exists(name, ignored))
+        return ReadSettingsFile(name, settings);
+    std::string names;
+    for (const Preset& preset : Presets())
+        names += (names.empty() ? "" : ", ") + std::string(preset.name);
+    return "no preset or file is called " + name + "; the presets are " + names;
+}
