@@ -4,7 +4,12 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${triple}-gcc)
 set(CMAKE_CXX_COMPILER ${triple}-g++)
 
-set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} -L /usr/${triple})
+# Libraries beyond the C and C++ ones lie in CMAKE_SYSROOT, if that is set.
+if(CMAKE_SYSROOT)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} -L ${CMAKE_SYSROOT})
+else()
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} -L /usr/${triple})
+endif()
 set(CMAKE_FIND_ROOT_PATH /usr/${triple})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
