@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 # Instructions a stereo frame at most, for music in calls of 1024 frames.
 limits="
 aarch64 420
-armv7 1330"
+armv7 1230"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 # The plug-in runs inside the emulator: this machine's compiler.
