@@ -168,6 +168,7 @@ std::string SetFromText(std::string_view key, std::string_view value, Settings* 
 }
 
 std::string ReadSettings(std::string_view text, Settings* settings) {
+    if (text.size() > kMostSettingsBytes) return "1: longer than a settings file can be";
     std::vector<std::string_view> keys;
     size_t number = 0;
     for (const std::string_view line : Split(text, '\n')) {

@@ -43,8 +43,10 @@ const Parameter* FindByKey(std::string_view key);
 std::string SetFromText(std::string_view key, std::string_view value, Settings* settings);
 
 // Sets what the lines of a settings file say, each key at most once. Returns what is wrong with the
-// first wrong line, behind its number ("3: no setting is called rato"), or "".
+// first wrong line, behind its number ("3: no setting is called rato"), or "". A text that is
+// longer than kMostSettingsBytes is refused.
 std::string ReadSettings(std::string_view text, Settings* settings);
+constexpr size_t kMostSettingsBytes = 1000000;
 
 // What was set, as the lines of a settings file, which read back give the same settings.
 std::string SettingsText(const Settings& settings);

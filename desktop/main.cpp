@@ -17,6 +17,7 @@
 #include "client/presets.h"
 #include "client/settings_file.h"
 #include "client/settings_text.h"
+#include "client/terminal_text.h"
 #include "desktop/filter_chain.h"
 #include "live/live_stream.h"
 
@@ -30,7 +31,7 @@ constexpr char kUsage[] =
     "       orvane-desktop run                            the client itself, in the foreground\n";
 
 [[noreturn]] void Fail(const std::string& why) {
-    fmt::print(stderr, "orvane-desktop: {}\n", why);
+    fmt::print(stderr, "orvane-desktop: {}\n", TerminalText(why));
     std::exit(1);
 }
 

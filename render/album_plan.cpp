@@ -184,7 +184,7 @@ private:
             output.replace_extension(ending.empty() ? ".flac" : ending);
         track.track.output = output.string();
         const AudioReader reader(track.track.input);
-        CheckChannels(track.track.input, reader);
+        CheckFormat(track.track.input, reader);
         track.track.rateHz = reader.RateHz();
         track.track.channels = reader.Channels();
         track.track.sixteenBit = reader.IsSixteenBit();

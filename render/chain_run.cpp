@@ -92,7 +92,7 @@ void ChainRun::AddTo(Report* report) const {
 
 Report StartReport(const RenderJob& job, const std::optional<Match>& match,
                    const SampleReader& reader) {
-    CheckChannels(job.input, reader);
+    CheckFormat(job.input, reader);
     Report report{};
     report.input = job.input;
     report.output = job.output;
@@ -133,10 +133,10 @@ void NoteMatch(const std::optional<Match>& match, Report* report) {
 void NoteTags(const std::string& output, const AudioWriter& writer, const AudioTags& tags,
               Report* report) {
     std::vector<std::string> lost = writer.NotKept();
-    lost.insert(lost.end(), tags.unread.begin(), tags.unread.end());
+    for (const auto& unread : {tags.unread, tags.marks.unread})
+        lost.insert(lost.end(), unread.begin(), unread.end());
     if (!lost.empty())
-        report->warnings.push_back(
-            fmt::format("{} has no place for the tags {}", output, fmt::join(lost, ", ")));
+        report->warnings.push_back(fmt::format("{} cannot keep {}", output, fmt::join(lost, ", ")));
     if (!tags.gains.empty())
         report->warnings.push_back(
             fmt::format("{} goes without {}, because the loudness has changed", output,

@@ -44,7 +44,8 @@ struct RenderJob {
     bool coldStart = false;  // as the framework starts, its fade-in included
     bool dither = true;
     bool strictRate = false;
-    bool onlyWhole = false;  // write nothing if the source is damaged
+    bool onlyWhole = false;          // write nothing if the source is damaged
+    std::optional<FileTimes> times;  // that the output gets; none: the present
     bool showProgress = false;
     // For the report; a picture needs everything.
     Metering metering = Metering::kEverything;

@@ -111,8 +111,7 @@ bool RenderOptions::Skips(const std::vector<std::string>& outputs) const {
     };
     if (!skipExisting || !std::all_of(outputs.begin(), outputs.end(), exists)) return false;
     if (!common.quiet)
-        for (const std::string& output : outputs)
-            fmt::print(stderr, "{} exists already, skipped\n", output);
+        for (const std::string& output : outputs) PrintMessage(output + " exists already, skipped");
     return true;
 }
 
@@ -122,7 +121,7 @@ void RenderOptions::Finish(Report* report) const {
     if (json)
         PrintToStandardOutput(JsonOf(*report));
     else if (!common.quiet)
-        std::fputs(TextOf(*report).c_str(), stderr);
+        PrintToStandardError(TextOf(*report));
     PrintWarnings(*report);
 }
 

@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <fstream>
-#include <iterator>
 
 #include "client/controls.h"
 #include "render/audio/audio_reader.h"
@@ -22,6 +21,7 @@ namespace {
 constexpr const char* kPageName = "orvane.html";
 constexpr const char* kPlaceOfPiece = "<!-- piece -->";
 constexpr uint32_t kMostMinutes = 10;
+constexpr size_t kMostPageBytes = 1 << 24;  // read of the file that --page names
 
 std::string Base64(const std::string& bytes) {
     constexpr const char* kDigits =
@@ -98,20 +98,22 @@ std::string CompareCommand::Page() const {
             throw Failure("{} is not in {} (--page names another place)", kPageName, own.string());
     }
     std::ifstream file(path, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(file), {}};
+    std::string text(kMostPageBytes, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<size_t>(file.gcount()));
     if (text.find(kPlaceOfPiece) == std::string::npos)
         throw Failure("{} is not the page that takes a piece", path.string());
     return text;
 }
 
-std::string CompareCommand::PieceElement(std::vector<std::string>* damage) const {
+std::string CompareCommand::PieceElement(Settings* played, std::vector<std::string>* damage) const {
     AudioReader reader(input);
-    CheckChannels(input, reader);
+    CheckFormat(input, reader);
     const uint32_t rateHz = ChainRateHz(reader.RateHz());
-    Settings all = settings.Resolve();
-    settings.Tone().Grant(rateHz, &all);
+    *played = settings.Resolve();
+    settings.Tone().Grant(rateHz, played);
     JsonObject values, piece;
-    AddValues(all, &values);
+    AddValues(*played, &values);
     piece.Add("name", TitleOf(input, reader))
         .Add("rate", rateHz)
         .Add("settings", values)
@@ -127,13 +129,17 @@ void CompareCommand::Run() {
     if (input == output || AreOneFile(input, output))
         throw UsageError("IN and OUT are the same file");
     OutputFile::CheckName(output, overwrite);
+    settings.CheckSave({input, output}, overwrite);
+    Settings played;
     std::vector<std::string> damage;
     std::string text = Page();
-    text.replace(text.find(kPlaceOfPiece), std::strlen(kPlaceOfPiece), PieceElement(&damage));
+    text.replace(text.find(kPlaceOfPiece), std::strlen(kPlaceOfPiece),
+                 PieceElement(&played, &damage));
     OutputFile html(output, overwrite);
     if (const int error = WriteAll(html.Descriptor(), text.data(), text.size()); error != 0)
         throw Failure("{} cannot be written: {}", output, std::strerror(error));
     html.Commit();
+    settings.Save(played, overwrite);
     if (!damage.empty())
         throw DamagedSource("{}; the page has what could be read", DamageText(input, damage));
 }

@@ -15,7 +15,7 @@ private:
     // The page without a piece. Failure if there is none.
     std::string Page() const;
     // Returns the element that holds the piece. *damage: as PcmSource::Damage says.
-    std::string PieceElement(std::vector<std::string>* damage) const;
+    std::string PieceElement(Settings* played, std::vector<std::string>* damage) const;
 
     SettingsOptions settings;
     std::string input, output, page;

@@ -2,14 +2,19 @@
 
 #include <filesystem>
 
+#include "client/terminal_text.h"
 #include "render/failure.h"
 
-void CheckChannels(const std::string& input, const SampleReader& reader) {
+void CheckFormat(const std::string& input, const SampleReader& reader) {
+    constexpr uint32_t kLowestHz = 1000, kHighestHz = 768000;
+    if (reader.RateHz() < kLowestHz || reader.RateHz() > kHighestHz)
+        throw Failure("{} has a sampling rate of {} Hz, outside {} to {} Hz", input,
+                      reader.RateHz(), kLowestHz, kHighestHz);
     if (reader.Channels() > 2)
         throw Failure(
-            "{0} has {1} channels and the effect takes one or two; downmix first, for example with"
-            " sox {0} -c 2 stereo.wav",
-            input, reader.Channels());
+            "{} has {} channels and the effect takes one or two; downmix first, for example with"
+            " sox {} -c 2 stereo.wav",
+            input, reader.Channels(), input == "-" ? input : ShellQuoted(input));
 }
 
 std::string TitleOf(const std::string& input, const AudioReader& reader) {

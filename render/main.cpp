@@ -8,6 +8,7 @@
 
 #include "render/album_command.h"
 #include "render/audio/output_file.h"
+#include "render/audio/whole_write.h"
 #include "render/common_options.h"
 #include "render/compare_command.h"
 #include "render/failure.h"
@@ -62,13 +63,13 @@ int main(int argc, char** argv) {
     try {
         return Run(argc, argv);
     } catch (const UsageError& error) {
-        fmt::print(stderr, "orvane: {} (see orvane --help)\n", error.what());
+        PrintMessage(std::string(error.what()) + " (see orvane --help)");
         return kWrongUsage;
     } catch (const DamagedSource& damage) {
-        fmt::print(stderr, "orvane: {}\n", damage.what());
+        PrintMessage(damage.what());
         return kDamagedSource;
     } catch (const std::exception& error) {
-        fmt::print(stderr, "orvane: {}\n", error.what());
+        PrintMessage(error.what());
         return kCannot;
     }
 }

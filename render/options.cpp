@@ -1,6 +1,7 @@
 #include "render/options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -27,6 +28,34 @@ public:
         return Wrapped(option->get_description(), kHelpColumns - kHelpNameColumns, "\n");
     }
 };
+
+// A misspelt command would else be named among all that was not expected without one.
+void CheckCommand(const CLI::App& program, const std::vector<std::string>& arguments) {
+    const auto name = std::find_if(arguments.begin(), arguments.end(),
+                                   [](const auto& one) { return !one.starts_with('-'); });
+    std::string known;
+    for (const CLI::App* const command : program.get_subcommands({})) {
+        if (name == arguments.end() || command->get_name() == *name) return;
+        known += " " + command->get_name();
+    }
+    throw UsageError("no command is called \"{}\"; there are{}", *name, known);
+}
+
+// No file, number or curve has an empty name: what was to fill it was not set.
+void RefuseEmptyValues(const std::vector<std::string>& arguments) {
+    // The parser takes "--match=" as "--match".
+    for (const std::string& argument : arguments) {
+        if (argument == "--") return;
+        if (argument.starts_with("--") && argument.find('=') == argument.size() - 1)
+            throw UsageError("{} is empty", argument.substr(0, argument.size() - 1));
+    }
+}
+void RefuseEmpty(const CLI::App& program) {
+    for (const CLI::App* const command : program.get_subcommands())
+        for (const CLI::Option* const option : command->get_options())
+            for (const std::string& value : option->results())
+                if (value.empty()) throw UsageError("{} is empty", option->get_name());
+}
 
 }  // namespace
 
@@ -188,8 +217,12 @@ void CommandLine::AddVersion(const std::string& text) {
 }
 
 bool CommandLine::Parse(int argc, char** argv) {
+    const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
     try {
+        CheckCommand(*app, arguments);
+        RefuseEmptyValues(arguments);
         app->parse(argc, argv);
+        RefuseEmpty(*app);
         return true;
     } catch (const CLI::Success& success) {
         std::ostringstream text;

@@ -32,9 +32,15 @@ void CheckNames(const RenderJob& job) {
 std::unique_ptr<AudioWriter> OpenOutput(const RenderJob& job, const Report& report,
                                         const AudioReader& reader) {
     if (job.output.empty()) return std::make_unique<NoWriter>();
-    return std::make_unique<BackgroundWriter>(
-        OpenAudioWriter(job.output, job.overwrite,
-                        {report.outputRateHz, report.channels, reader.Frames()}, reader.Tags()));
+    const uint64_t delay =
+        job.keepDelay ? AtRate(report.delayFrames, report.chainRateHz, report.outputRateHz) : 0;
+    return std::make_unique<BackgroundWriter>(OpenAudioWriter(job.output, job.overwrite,
+                                                              {.rateHz = report.outputRateHz,
+                                                               .channels = report.channels,
+                                                               .frames = reader.Frames(),
+                                                               .delayFrames = delay,
+                                                               .times = job.times},
+                                                              reader.Tags()));
 }
 
 // One file. The members stand in the order in which they are opened.
@@ -110,6 +116,8 @@ RenderCommand::RenderCommand(Options& program)
     options.AddFlag("--only-whole", &job.onlyWhole,
                     "write nothing if the source is damaged: exit status 1; without this, what can "
                     "be read of it is written, with exit status 3");
+    options.AddFlag("--keep-times", &keepTimes,
+                    "give OUT the times of IN: last read, last written");
     render.AddTo(options, &job);
 }
 
@@ -119,6 +127,8 @@ void RenderCommand::Run() {
     if (job.onlyWhole && job.output == "-")
         throw UsageError(
             "--only-whole needs a file as output: what went through a pipe cannot be taken back");
+    if (keepTimes && job.output == "-") throw UsageError("standard output has no times to keep");
+    if (keepTimes) job.times = TimesOf(job.input);
     if (render.json && job.output == "-")
         throw UsageError("--json and the audio cannot both go to standard output");
     if (job.output == "-" && isatty(STDOUT_FILENO) != 0)
@@ -145,7 +155,7 @@ Report Render(const RenderJob& job, const EffectLibrary& library) {
     const std::string copyOfPipe = pipe ? pipe->Path() : "";
     const auto open = [&] {
         auto reader = std::make_unique<AudioReader>(job.input, copyOfPipe);
-        CheckChannels(job.input, *reader);
+        CheckFormat(job.input, *reader);
         return reader;
     };
     const std::optional<Match> match = MatchPiece(job, {open}, library);

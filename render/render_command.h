@@ -20,4 +20,5 @@ public:
 private:
     RenderOptions render;
     RenderJob job;
+    bool keepTimes = false;
 };

@@ -6,6 +6,8 @@
 #include <cmath>
 
 #include "client/settings_text.h"
+#include "client/terminal_text.h"
+#include "render/audio/whole_write.h"
 #include "render/json.h"
 
 namespace {
@@ -35,17 +37,17 @@ std::string Levels(double before, double after, const char* unit) {
 }  // namespace
 
 std::string TextOf(const Report& report) {
-    std::string text = report.input + (report.album.empty() ? "" : " (" + report.album + ")") +
-                       " -> " + report.output + "\n";
+    const std::string album = report.album.empty() ? "" : " (" + report.album + ")";
+    std::string text = TerminalText(report.input + album + " -> " + report.output) + "\n";
     for (const TrackReport& track : report.tracks)
         text += fmt::format("  {:>13}  {} -> {}\n",
-                            Duration(static_cast<double>(track.frames) / track.rateHz), track.input,
-                            track.output);
+                            Duration(static_cast<double>(track.frames) / track.rateHz),
+                            TerminalText(track.input), TerminalText(track.output));
     text += "  " + std::to_string(report.rateHz) + " Hz, " +
             (report.channels == 1 ? "mono, " : "stereo, ") + Duration(report.seconds) + " (" +
             Count(report.frames, "frame") + "), in buffers of " +
             Count(report.bufferFrames, "frame") + "\n";
-    text += "  preset " + report.preset + ": " + Describe(report.settings) + "\n";
+    text += "  preset " + TerminalText(report.preset) + ": " + Describe(report.settings) + "\n";
     if (report.tone) text += "  tone     " + FitText(*report.tone) + "\n";
     if (report.matchedLufs)
         text += fmt::format("  match    {:.1f} LUFS by output-gain ", *report.matchedLufs) +
@@ -67,13 +69,13 @@ std::string TextOf(const Report& report) {
     text += "  clipped  " + Count(report.clippedIn, "sample") + " on the way in";
     if (report.clippedOut > 0) text += ", " + std::to_string(report.clippedOut) + " on the way out";
     text += report.dithered ? "; dithered to 16 bits\n" : "\n";
-    for (const std::string& note : report.notes) text += "  note: " + note + "\n";
+    for (const std::string& note : report.notes) text += "  note: " + TerminalText(note) + "\n";
     text += fmt::format("  {:.0f} times real time\n", report.seconds / report.elapsedSeconds);
     return text;
 }
 
 void PrintWarnings(const Report& report) {
-    for (const std::string& warning : report.warnings) fmt::print(stderr, "orvane: {}\n", warning);
+    for (const std::string& warning : report.warnings) PrintMessage(warning);
 }
 
 std::string DamageText(const std::string& input, const std::vector<std::string>& damage) {

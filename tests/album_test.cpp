@@ -127,9 +127,8 @@ TEST_F(Album, LossyTracksHaveTheirFramesAfterDecoding) {
         }
     }
     EXPECT_EQ(Shell("$ORVANE album -q in out.d --format au"), 0);
-    EXPECT_EQ(
-        Slurp("err"),
-        "orvane: out.d/0.au has no place for the tags COMMENT, TITLE; the same goes for 3 more\n");
+    EXPECT_EQ(Slurp("err"),
+              "orvane: out.d/0.au cannot keep COMMENT, TITLE; the same goes for 3 more\n");
 }
 
 TEST_F(Album, OrdersByTagsElseByNames) {

@@ -49,8 +49,7 @@ TEST_F(Renderer, KeepsTagsAndTheCoverOrSaysWhatIsLost) {
         std::string said =
             "orvane: " + output +
             " goes without REPLAYGAIN_TRACK_GAIN, because the loudness has changed\n";
-        if (!lost.empty())
-            said = "orvane: " + output + " has no place for the tags " + lost + "\n" + said;
+        if (!lost.empty()) said = "orvane: " + output + " cannot keep " + lost + "\n" + said;
         EXPECT_EQ(Shell("$ORVANE render -fq --preset off in.flac " + output), 0);
         EXPECT_EQ(Slurp("err"), said);
         // Where the tags went in, the sound is as without.
@@ -126,6 +125,14 @@ TEST_F(Renderer, SaysItInTheseWords) {
         {"compare - out.html --page page <long.flac", "- is longer than 10 minutes"},
         {"compare in.wav out.html --page in.wav", "in.wav is not the page that takes a piece"},
         {"compare in.wav in.wav -f --page page", "IN and OUT are the same file"},
+        {"compare in.wav out.html --page /dev/zero", "/dev/zero is not the page that takes"},
+        {"compare in.wav ''", "OUT is empty"},
+        {"compare in.wav out.html --page=", "--page is empty"},
+        {"picture in.wav ''", "OUT is empty"},
+        {"tone ''", "POINTS is empty"},
+        {"response a.png --rate ''", "--rate"},
+        {"info ''", "LIBRARY is empty"},
+        {"rendr in.wav out.wav", "orvane: no command is called \"rendr\"; there are render "},
     };
     Write("long.flac", std::vector<int16_t>(size_t{601} * 8000), 8000, 1, kFlac16);
     std::ofstream("page") << "<!-- piece -->";
@@ -145,6 +152,10 @@ TEST_F(Renderer, SaysItInTheseWords) {
           "};"
           "  try rend; try render --skip; try render --preset ni' >tried &&"
           "  printf 'render\\n--skip-existing\\nnight\\n' | cmp - tried",
+          "echo '<!-- piece -->' >bare && $ORVANE compare in.wav a.html --page bare --tone 60:6 "
+          "--save saved &&"
+          "  $ORVANE render in.wav tone.wav --tone 60:6 --save wanted && cmp saved wanted &&"
+          "  ! $ORVANE compare in.wav b.html --page bare --save saved && test ! -e b.html",
           "$ORVANE render --skip-existing in.wav out.wav &&"
           "  ! $ORVANE render --skip-existing -f in.wav out.wav"})
         EXPECT_EQ(Shell(line), 0) << line << '\n' << Slurp("out") << Slurp("err");

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "render/audio/sndfile_handle.h"
+#include "render/audio/tag_stream.h"
 #include "render/audio/whole_write.h"
 #include "render/failure.h"
 #include "render/stderr_silencer.h"
@@ -86,6 +87,8 @@ public:
           tags(audioTags),
           mostWavBytes(format.mostWavBytes),
           rateHz(format.rateHz) {
+        if (format.times) output.SetTimes(*format.times);
+        tags.marks.Move(format.rateHz, format.delayFrames);
         info.samplerate = static_cast<int>(format.rateHz);
         info.channels = static_cast<int>(format.channels);
         info.format = OutputFormat(path).SndfileFormat();
@@ -114,7 +117,14 @@ public:
     void Commit() override {
         const int result = sf_close(file.release());
         if (result != 0 || target.error != 0) Refuse(result);
-        if (TagsFit()) notKept = WriteTags(target.fd, info.format, tags, name);
+        std::vector<std::string> marks = tags.marks.Names();
+        if (BytesFit()) {
+            marks = PutMarks();
+            if (TakesTags(info.format) && !tags.Names().empty())
+                notKept = WriteTags(target.fd, info.format, tags, name);
+        }
+        for (const auto& lost : {marks, output.NotKept()})
+            notKept.insert(notKept.end(), lost.begin(), lost.end());
         ReadBack();
         output.Commit();
     }
@@ -162,16 +172,24 @@ private:
         return type != SF_FORMAT_FLAC && type != SF_FORMAT_OGG && type != SF_FORMAT_MPEG;
     }
 
-    // RF64 takes none. One whose length wasn't known may have become WAV, up to its last byte.
-    bool TagsFit() {
-        if (tags.Names().empty()) return false;
+    // RF64 whose length wasn't known may have become WAV, up to its last byte.
+    bool BytesFit() {
         std::array<char, 4> magic{};
         const bool isWav = pread(target.fd, magic.data(), magic.size(), 0) == 4 &&
                            std::string_view(magic.data(), magic.size()) == "RIFF";
         if (isWav) info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-        return TakesTags(info.format) &&
-               (!isWav ||
-                static_cast<uint64_t>(NotedFile::Length(&target)) + tags.MostBytes() < UINT32_MAX);
+        return !isWav ||
+               static_cast<uint64_t>(NotedFile::Length(&target)) + tags.MostBytes() < UINT32_MAX;
+    }
+
+    // Before the tags, which get what the format has as chapters.
+    std::vector<std::string> PutMarks() {
+        TagStream stream(target.fd);
+        std::vector<std::string> lost = WriteMarks(
+            &stream, info.format, {static_cast<uint32_t>(info.samplerate), framesWritten}, &tags);
+        target.error = stream.Error();
+        if (target.error != 0) Refuse(0);
+        return lost;
     }
 
     // libsndfile is asked only where the disk has nothing to say: after a failed write its codes
@@ -199,6 +217,7 @@ private:
 class StreamWriter : public AudioWriter {
 public:
     StreamWriter(const AudioFormat& format, const AudioTags& tags) : notKept(tags.Names()) {
+        for (const std::string& mark : tags.marks.Names()) notKept.push_back(mark);
         const auto channels = static_cast<uint16_t>(format.channels);
         const auto frameBytes = static_cast<uint16_t>(2 * channels);
         std::string header;

@@ -35,7 +35,7 @@ public:
     virtual void Write(std::span<const int16_t> samples) = 0;
     // Opens the file to see that it holds what was written, and gives it its name.
     virtual void Commit() = 0;
-    // The tags that there is no place for; known after Commit.
+    // The tags that there is no place for, and what OutputFile couldn't keep; known after Commit.
     virtual std::vector<std::string> NotKept() const = 0;
 };
 
@@ -47,6 +47,8 @@ struct AudioFormat {
     uint32_t channels;
     std::optional<uint64_t> frames;         // if known
     uint64_t mostWavBytes = kMostWavBytes;  // of samples: more become RF64; AIFF refuses them
+    uint64_t delayFrames = 0;               // of silence before the sound begins
+    std::optional<FileTimes> times{};       // of the file; none: the present
 };
 
 // path: "-" is standard output, a WAV stream whose header leaves the length open. together: as

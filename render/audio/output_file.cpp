@@ -2,13 +2,16 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <string_view>
 #include <utility>
 
 #include "render/failure.h"
@@ -65,13 +68,66 @@ bool ExistAsOne(const std::string& a, const std::string& b) {
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-// What a new file gets; an old one keeps its own.
-mode_t ModeFor(const std::string& path) {
+// Returns a pattern for mkostemps: a hidden name beside `path` that the folder has room for.
+// `ending` is what follows the pattern's X.
+std::string TemporaryPattern(const fs::path& path, std::string* ending) {
+    constexpr std::string_view kDot = ".", kRandom = "-XXXXXX";
+    constexpr size_t kLongestEnding = 16;
+    const fs::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    const long most = pathconf(folder.c_str(), _PC_NAME_MAX);
+    // The ending stays, because some writers look at it.
+    *ending = path.extension().string();
+    if (ending->size() > kLongestEnding) ending->clear();
+    std::string stem = path.stem().string();
+    const size_t others = kDot.size() + kRandom.size() + ending->size();
+    if (most > 0 && stem.size() + others > static_cast<size_t>(most)) {
+        size_t size = static_cast<size_t>(most) - others;
+        while (size > 0 && (stem[size] & 0xC0) == 0x80) --size;  // within a letter of UTF-8
+        stem.resize(size);
+    }
+    return path.parent_path() / std::string(kDot).append(stem).append(kRandom).append(*ending);
+}
+
+// The names of a file's extended attributes.
+std::vector<std::string> AttributesOf(const char* path) {
+    std::string names(static_cast<size_t>(std::max<ssize_t>(listxattr(path, nullptr, 0), 0)), '\0');
+    names.resize(
+        static_cast<size_t>(std::max<ssize_t>(listxattr(path, names.data(), names.size()), 0)));
+    std::vector<std::string> list;
+    for (size_t at = 0; at < names.size(); at += list.back().size() + 1)
+        list.emplace_back(names.c_str() + at);
+    return list;
+}
+
+bool CopyAttribute(const char* path, int fd, const char* name) {
+    std::string value(static_cast<size_t>(std::max<ssize_t>(getxattr(path, name, nullptr, 0), 0)),
+                      '\0');
+    const ssize_t size = getxattr(path, name, value.data(), value.size());
+    return size >= 0 && fsetxattr(fd, name, value.data(), static_cast<size_t>(size), 0) == 0;
+}
+
+// Gives a new file what the old file of its name has: owner, group, extended attributes (access
+// lists are such) and mode. Returns the names of what it can't give.
+std::vector<std::string> TakeOver(const std::string& path, int fd) {
     struct stat old {};
-    if (stat(path.c_str(), &old) == 0) return old.st_mode & 07777;
-    const mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
+    std::vector<std::string> lost;
+    if (stat(path.c_str(), &old) != 0) {
+        const mode_t mask = umask(0);
+        umask(mask);
+        old.st_mode = 0666 & ~mask;
+    } else {
+        if (fchown(fd, old.st_uid, old.st_gid) != 0) {
+            if (fchown(fd, static_cast<uid_t>(-1), old.st_gid) != 0)
+                lost.emplace_back("the old file's group");
+            lost.emplace_back("the old file's owner");
+        }
+        for (const std::string& name : AttributesOf(path.c_str()))
+            // The system's own may refuse: it gives each file what is due.
+            if (!CopyAttribute(path.c_str(), fd, name.c_str()) && name.starts_with("user."))
+                lost.push_back("the old file's attribute " + name);
+    }
+    fchmod(fd, old.st_mode & 07777);  // last, since a new owner clears part of it
+    return lost;
 }
 
 int Rename(const std::string& from, const std::string& to, unsigned flags) {
@@ -112,6 +168,14 @@ void RemoveTemporariesOnSignals() {
         action.sa_handler = RemoveAndEnd;
         sigaction(signalNumber, &action, nullptr);
     }
+}
+
+FileTimes TimesOf(const std::string& path) {
+    struct stat status {};
+    const int result = path == "-" ? fstat(STDIN_FILENO, &status) : stat(path.c_str(), &status);
+    if (result != 0) throw Failure("{} cannot be read: {}", path, Reason());
+    if (!S_ISREG(status.st_mode)) throw UsageError("{} is no file with times to keep", path);
+    return {status.st_atim, status.st_mtim};
 }
 
 void OutputFile::CheckName(const std::string& path, bool overwrite) {
@@ -158,15 +222,12 @@ void RemovedName::Keep() {
 OutputFile::OutputFile(const std::string& path, bool overwrites, OutputSet* together)
     : finalPath(Resolved(path)), overwrite(overwrites), set(together) {
     CheckName(path, overwrite);
-    // The ending stays: some writers look at it.
-    const fs::path name(finalPath);
-    const std::string ending = name.extension().string();
-    std::string pattern =
-        (name.parent_path() / ("." + name.stem().string() + "-XXXXXX" + ending)).string();
+    std::string ending;
+    std::string pattern = TemporaryPattern(finalPath, &ending);
     fd = mkostemps(pattern.data(), static_cast<int>(ending.size()), O_CLOEXEC);
     if (fd < 0) throw Failure("{} cannot be written: {}", path, Reason());
     temporary = RemovedName(pattern);
-    fchmod(fd, ModeFor(finalPath));
+    notKept = TakeOver(finalPath, fd);
 }
 
 OutputFile::~OutputFile() {
@@ -174,6 +235,8 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::Commit() {
+    if (times && futimens(fd, times->data()) != 0)
+        throw Failure("{} cannot get its times: {}", finalPath, Reason());
     const bool stored = fsync(fd) == 0;
     if (!stored || close(std::exchange(fd, -1)) != 0)
         throw Failure("{} cannot be written: {}", finalPath, Reason());

@@ -1,5 +1,8 @@
 // A file that appears under its name only when it is complete.
 #pragma once
+#include <array>
+#include <ctime>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,13 +57,20 @@ private:
     std::vector<File> files;
 };
 
+// When a file was last read and last written.
+using FileTimes = std::array<timespec, 2>;
+
+// path: "-" is standard input. Throws Failure, or UsageError if it isn't a file.
+FileTimes TimesOf(const std::string& path);
+
 // Writes go to a temporary file beside the final one. It is removed when the object dies, or when
 // the program is interrupted or told to end, unless Commit came first.
 class OutputFile {
 public:
     // Failure if the name is taken and overwrite is off, if something other than a file has it, or
     // if the folder cannot be written to. A symbolic link is followed, also to what doesn't exist
-    // yet. An old file's mode is kept; a hard link keeps the old content under its other names.
+    // yet. An old file's mode, owner, group and extended attributes are kept; a hard link keeps the
+    // old content under its other names.
     // together: what Commit hands the whole file over to, instead of naming it; null for none.
     OutputFile(const std::string& path, bool overwrite, OutputSet* together = nullptr);
     ~OutputFile();
@@ -70,6 +80,10 @@ public:
     const char* TemporaryPath() const { return temporary.Path(); }
     // Of the temporary file, open for writing.
     int Descriptor() const { return fd; }
+    // What the old file had and the new one can't be given: "the old file's owner".
+    const std::vector<std::string>& NotKept() const { return notKept; }
+    // Commit then gives the file these times, as the last that is written.
+    void SetTimes(const FileTimes& fileTimes) { times = fileTimes; }
     // Gives the temporary file its name, once all of it is on the disk: a name given before could
     // stand for an empty file after a power cut. Failure if it cannot; then the old file stays.
     void Commit();
@@ -81,6 +95,8 @@ private:
     std::string finalPath;
     bool overwrite;
     OutputSet* set;
+    std::vector<std::string> notKept;
+    std::optional<FileTimes> times;
     int fd = -1;
     RemovedName temporary;
 };

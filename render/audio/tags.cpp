@@ -6,6 +6,7 @@
 #include <taglib/asffile.h>
 #include <taglib/asftag.h>
 #include <taglib/attachedpictureframe.h>
+#include <taglib/chapterframe.h>
 #include <taglib/flacfile.h>
 #include <taglib/id3v1tag.h>
 #include <taglib/id3v2tag.h>
@@ -183,6 +184,41 @@ void Add(const TagLib::PropertyMap& found, AudioTags* tags) {
     }
 }
 
+// Frames that point at bytes of the old file, or ask for another loudness.
+constexpr const char* kOfTheOldFile[] = {"ASPI", "MLLT", "RBUF", "SEEK", "EQU2", "EQUA"};
+
+// Returns a frame from the bytes that it rendered, or null.
+TagLib::ID3v2::Frame* FrameOf(const ByteVector& bytes) {
+    const TagLib::ID3v2::Header version4;
+    return TagLib::ID3v2::FrameFactory::instance()->createFrame(bytes, &version4);
+}
+
+// Takes the frames that have no name as a field.
+void ReadFrames(const TagLib::ID3v2::Tag& from, AudioTags* tags) {
+    for (TagLib::ID3v2::Frame* frame : from.frameList()) {
+        const ByteVector id = frame->frameID();
+        const std::string name(id.data(), id.size());
+        if (name == "APIC") continue;
+        if (auto* const chapter = dynamic_cast<TagLib::ID3v2::ChapterFrame*>(frame)) {
+            constexpr unsigned kNone = 0xFFFFFFFF;
+            chapter->setStartOffset(kNone);
+            chapter->setEndOffset(kNone);
+        }
+        const ByteVector bytes = frame->render();
+        TagLib::ID3v2::Tag alone;
+        auto* const copy = FrameOf(bytes);
+        if (copy != nullptr) alone.addFrame(copy);
+        if (copy != nullptr && alone.properties().unsupportedData().isEmpty()) continue;
+        if (IsGain(name))
+            tags->gains.push_back(name);
+        else if (copy == nullptr || std::find(std::begin(kOfTheOldFile), std::end(kOfTheOldFile),
+                                              name) != std::end(kOfTheOldFile))
+            tags->unread.push_back(name);
+        else
+            tags->frames.push_back({name, bytes});
+    }
+}
+
 ByteVector AsFlacPicture(const AttachedPictureFrame& frame) {
     Picture picture;
     picture.setType(static_cast<Picture::Type>(frame.type()));  // the same numbers
@@ -255,13 +291,15 @@ uint64_t AudioTags::MostBytes() const {
     for (const ByteVector& picture : pictures) bytes += 2 * uint64_t{picture.size()};
     for (const auto& [key, values] : fields)
         bytes += 64 + 4 * uint64_t{key.size()} + 4 * uint64_t{values.toString().size()};
-    return bytes;
+    for (const Id3Frame& frame : frames) bytes += frame.bytes.size();
+    return bytes + marks.Bytes();
 }
 
 std::vector<std::string> AudioTags::Names() const {
     std::vector<std::string> names;
     for (const auto& [key, values] : fields) names.push_back(Utf8(key));
     names.insert(names.end(), pictures.size(), "picture");
+    for (const Id3Frame& frame : frames) names.push_back(frame.name);
     return names;
 }
 
@@ -272,10 +310,19 @@ AudioTags ReadTags(SNDFILE* file, int fd, int format) {
         TagFile from;
         OpenTags(&stream, format, false, &from);
         if (from.xiph != nullptr) Add(from.xiph->properties(), &tags);
-        if (from.id3 != nullptr) Add(from.id3->properties(), &tags);
+        if (from.id3 != nullptr) {
+            TagLib::PropertyMap fields = from.id3->properties();
+            fields.unsupportedData().clear();
+            Add(fields, &tags);
+            ReadFrames(*from.id3, &tags);
+        }
         for (const TagLib::Tag* other : from.others)
             if (other != nullptr) Add(other->properties(), &tags);
         ReadPictures(from, &tags);
+        tags.marks = ReadMarks(fd);
+        SF_INFO info{};
+        if (file != nullptr) sf_command(file, SFC_GET_CURRENT_SF_INFO, &info, sizeof info);
+        tags.marks.rateHz = static_cast<uint32_t>(info.samplerate);
         if (from.info != nullptr)
             for (const auto& [key, value] : from.info->fieldListMap())
                 if (std::find(std::begin(kInfoFields), std::end(kInfoFields),
@@ -335,6 +382,11 @@ std::vector<std::string> WriteTags(int fd, int format, const AudioTags& tags,
         to.xiph->setProperties({});
         refused.fields = tags.fields;
     }
+    for (const Id3Frame& frame : tags.frames)
+        if (to.id3 != nullptr)
+            to.id3->addFrame(FrameOf(frame.bytes));
+        else
+            refused.frames.push_back(frame);
     const bool saved = to.save();
     if (stream.Error() != 0)
         throw Failure("{} cannot be written: {}", name, std::strerror(stream.Error()));

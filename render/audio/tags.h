@@ -1,5 +1,6 @@
 // What a file says of its music, kept from file to file through TagLib: every field that it names,
-// and pictures. Formats that TagLib doesn't know keep the few fields that libsndfile carries.
+// pictures, and frames of ID3 that have no name there. Formats that TagLib doesn't know keep the
+// few fields that libsndfile carries.
 //
 // One thread. Throws Failure where a file can't be written.
 #pragma once
@@ -11,19 +12,29 @@
 #include <string>
 #include <vector>
 
+#include "render/audio/marks.h"
+
+// A frame of ID3 that is no field and no picture, in the form of version 2.4.
+struct Id3Frame {
+    std::string name;  // four letters
+    TagLib::ByteVector bytes;
+};
+
 struct AudioTags {
     TagLib::PropertyMap fields;
     std::vector<TagLib::ByteVector> pictures;  // each as FLAC holds it
+    std::vector<Id3Frame> frames;
     std::vector<std::string> gains;   // fields that ask players to play louder or softer: left out,
                                       // for the loudness changes
     std::vector<std::string> unread;  // what only the file's own format has a place for
+    Marks marks;
 
     // The first value of a field, "" for none.
     std::string First(const char* field) const;
     std::string Title() const { return First("TITLE"); }
     // More than any format needs for them.
     uint64_t MostBytes() const;
-    // A name for each: fields, pictures.
+    // A name for each field, picture and frame. The marks have names of their own.
     std::vector<std::string> Names() const;
 };
 

@@ -6,7 +6,14 @@
 #include <cerrno>
 #include <cstring>
 
+#include "client/terminal_text.h"
 #include "render/failure.h"
+
+namespace {
+
+constexpr const char* kKept = "\n\t";
+
+}  // namespace
 
 int WriteAll(int fd, const void* bytes, size_t size) {
     const char* next = static_cast<const char*>(bytes);
@@ -31,5 +38,15 @@ void WriteToStandardOutput(const void* bytes, size_t size) {
 }
 
 void PrintToStandardOutput(const std::string& text) {
-    WriteToStandardOutput(text.data(), text.size());
+    const std::string safe = TerminalText(text, kKept);
+    WriteToStandardOutput(safe.data(), safe.size());
+}
+
+void PrintToStandardError(const std::string& text) {
+    const std::string safe = TerminalText(text, kKept);
+    WriteAll(STDERR_FILENO, safe.data(), safe.size());
+}
+
+void PrintMessage(const std::string& message) {
+    PrintToStandardError("orvane: " + TerminalText(message) + "\n");
 }

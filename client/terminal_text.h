@@ -1,0 +1,80 @@
+// Text from names, tags and settings files, made safe for a terminal and for a shell.
+//
+// A file's name or a tag may hold control characters, with which a terminal sets its title, moves
+// the cursor or turns the order of letters round. Everything that is printed goes through
+// TerminalText.
+#pragma once
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+// Returns true for code points that act on a terminal: control characters, and those that separate
+// lines or override the direction of writing.
+constexpr bool ActsOnTerminal(uint32_t code) {
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0x2028 && code <= 0x202E) ||
+           (code >= 0x2066 && code <= 0x2069);
+}
+
+// Returns the length in bytes, 1 to 4, of the character of UTF-8 that `text` begins with, and sets
+// *code; 0 if the bytes are not UTF-8. text: not empty.
+inline size_t ReadUtf8(std::string_view text, uint32_t* code) {
+    constexpr std::array<uint32_t, 5> kLeast = {0, 0, 0x80, 0x800, 0x10000};
+    const auto first = static_cast<unsigned char>(text[0]);
+    const size_t length = first < 0x80                    ? 1
+                          : first >= 0xC0 && first < 0xE0 ? 2
+                          : first >= 0xE0 && first < 0xF0 ? 3
+                          : first >= 0xF0 && first < 0xF8 ? 4
+                                                          : 0;
+    if (length == 0 || length > text.size()) return 0;
+    *code = length == 1 ? first : first & (0x7FU >> length);
+    for (const char c : text.substr(1, length - 1)) {
+        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) return 0;
+        *code = *code << 6 | (static_cast<unsigned char>(c) & 0x3FU);
+    }
+    return *code >= kLeast.at(length) ? length : 0;
+}
+
+// Returns `text` with "\u001b" for each character that acts on a terminal. The characters of `kept`
+// (of ASCII) stay, and so does all other UTF-8. Of bytes that are not UTF-8, those that 8-bit
+// terminals act on become "\x9b". Text of JSON keeps its meaning if `kept` holds its line ends.
+inline std::string TerminalText(std::string_view text, std::string_view kept = "") {
+    std::string safe;
+    while (!text.empty()) {
+        uint32_t code = static_cast<unsigned char>(text[0]);
+        const size_t length = ReadUtf8(text, &code);
+        const std::string_view letter = text.substr(0, length == 0 ? 1 : length);
+        text.remove_prefix(letter.size());
+        if (length == 0) code = static_cast<unsigned char>(letter[0]);
+        if (ActsOnTerminal(code) && kept.find(letter) == std::string_view::npos) {
+            std::array<char, 8> escape{};
+            std::snprintf(escape.data(), escape.size(), length == 0 ? "\\x%02x" : "\\u%04x", code);
+            safe += escape.data();
+        } else {
+            safe += letter;
+        }
+    }
+    return safe;
+}
+
+// Returns `name` as one word of a command line for bash, which is no option and holds nothing that
+// acts on a terminal.
+inline std::string ShellQuoted(std::string_view name) {
+    std::string word(name.starts_with('-') ? "./" : "");
+    word += name;
+    const bool isPlain = TerminalText(word) == word;
+    std::string quoted(isPlain ? "'" : "$'");
+    for (const char c : word) {
+        std::array<char, 5> escape{};
+        std::snprintf(escape.data(), escape.size(), "\\x%02x",
+                      static_cast<unsigned>(static_cast<unsigned char>(c)));
+        const bool isSpecial = c < ' ' || c > '~' || c == '\'' || c == '\\';
+        if (isPlain)
+            quoted += c == '\'' ? "'\\''" : std::string(1, c);
+        else
+            quoted += isSpecial ? escape.data() : std::string(1, c);
+    }
+    return quoted + "'";
+}

@@ -1,0 +1,231 @@
+#include "render/audio/marks.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+#include "render/audio/byte_numbers.h"
+
+namespace {
+
+// Where a frame of the source is in the output.
+struct FrameMove {
+    uint32_t fromHz, toHz;
+    uint64_t delayFrames;  // at toHz
+
+    // The number of frames that `frames` of the source become.
+    uint64_t Length(uint64_t frames) const {
+        return frames / fromHz * toHz + (frames % fromHz * toHz + fromHz / 2) / fromHz;
+    }
+    uint64_t Place(uint64_t frame) const { return Length(frame) + delayFrames; }
+    bool MovesNothing() const { return fromHz == toHz && delayFrames == 0; }
+};
+
+// Calls change(at) for `count` records of `size` bytes, of which the first is at `at`.
+template <typename Change>
+void ForRecords(const std::string& bytes, size_t at, size_t size, uint32_t count, Change change) {
+    for (uint32_t i = 0; i < count && at + size <= bytes.size(); ++i, at += size) change(at);
+}
+
+// Calls forPart(name, at, size) for each part of a list of labels: where its content is.
+template <typename ForPart>
+void ForLabels(const std::string& list, ForPart forPart) {
+    for (size_t at = 0; at + kChunkHeader <= list.size();) {
+        const size_t size = Get<uint32_t>(list, at + 4), from = at + kChunkHeader;
+        if (size > list.size() - from) return;
+        forPart(list.substr(at, 4), from, size);
+        at = from + size + size % 2;
+    }
+}
+
+// A cue point of 24 bytes: identifier, place, "data", two places in bytes, place.
+template <typename ForCue>
+void ForCues(const std::string& bytes, ForCue forCue) {
+    ForRecords(bytes, 4, 24, Get<uint32_t>(bytes, 0), forCue);
+}
+
+// FLAC's cue sheet: 396 bytes, then tracks of 36 bytes, each followed by its indices of 12. A track
+// begins with its place, an index with its distance from that; then each has its number.
+constexpr Order kSheetOrder = Order::kHighFirst;
+constexpr size_t kLeadInAt = 128, kFlagsAt = 136, kSheetHeader = 396, kTrack = 36, kIndex = 12;
+constexpr size_t kNumberAt = 8, kCodeAt = 9;
+constexpr uint8_t kLeadOut = 255, kLeadOutOfDisc = 170;
+
+// Calls forTrack(at) for each track, and forIndex(at, track) for each of its indices.
+template <typename ForTrack, typename ForIndex>
+void ForTracks(const std::string& sheet, ForTrack forTrack, ForIndex forIndex) {
+    for (size_t at = kSheetHeader; at + kTrack <= sheet.size();) {
+        const auto frame = Get<uint64_t>(sheet, at, kSheetOrder);
+        const size_t indices = Get<uint8_t>(sheet, at + kTrack - 1);
+        forTrack(at);
+        at += kTrack;
+        for (size_t i = 0; i < indices; ++i, at += kIndex) forIndex(at, frame);
+    }
+}
+
+void MoveSheet(const FrameMove& move, std::string* sheet) {
+    if (sheet->size() < kSheetHeader || move.MovesNothing()) return;
+    // Sheets of a disc count in sectors of the disc, which no longer fit.
+    Put<uint64_t>(sheet, kLeadInAt, 0);
+    Put<uint8_t>(sheet, kFlagsAt, 0);
+    ForTracks(
+        *sheet,
+        [&](size_t at) {
+            Put<uint64_t>(sheet, at, move.Place(Get<uint64_t>(*sheet, at, kSheetOrder)),
+                          kSheetOrder);
+            if (Get<uint8_t>(*sheet, at + kNumberAt) == kLeadOutOfDisc)
+                Put<uint8_t>(sheet, at + kNumberAt, kLeadOut);
+        },
+        [&](size_t at, uint64_t track) {
+            const uint64_t frame = track + Get<uint64_t>(*sheet, at, kSheetOrder);
+            Put<uint64_t>(sheet, at, move.Length(frame) - move.Length(track), kSheetOrder);
+        });
+}
+
+void MovePlace(const FrameMove& move, std::string* bytes, size_t at) {
+    Put<uint32_t>(bytes, at, move.Place(Get<uint32_t>(*bytes, at)));
+}
+void MoveLength(const FrameMove& move, std::string* bytes, size_t at) {
+    Put<uint32_t>(bytes, at, move.Length(Get<uint32_t>(*bytes, at)));
+}
+
+void MoveLoops(const FrameMove& move, std::string* bytes) {
+    const bool otherRate = move.fromHz != move.toHz;
+    constexpr uint32_t kSecondNs = 1000000000;
+    if (otherRate) Put<uint32_t>(bytes, 8, (kSecondNs + move.toHz / 2) / move.toHz);
+    ForRecords(*bytes, 36, 24, Get<uint32_t>(*bytes, 28), [&](size_t at) {
+        MovePlace(move, bytes, at + 8);
+        // The last frame belongs to the loop, so the one behind it moves.
+        const uint64_t behind = uint64_t{Get<uint32_t>(*bytes, at + 12)} + 1;
+        Put<uint32_t>(bytes, at + 12, move.Place(behind) - 1);
+        if (otherRate) Put<uint32_t>(bytes, at + 16, 0);  // the part of a frame
+    });
+}
+
+// The broadcast extension: where the recording begins, and from version 2 on how loud it is.
+void MoveBroadcast(const FrameMove& move, std::string* bytes) {
+    constexpr size_t kTimeAt = 338, kVersionAt = 346, kLoudnessAt = 412, kLoudnessValues = 5;
+    constexpr uint16_t kNotKnown = 0x7FFF;
+    const uint64_t time = move.Length(Get<uint64_t>(*bytes, kTimeAt));
+    Put<uint64_t>(bytes, kTimeAt, time - std::min(time, move.delayFrames));
+    if (Get<uint16_t>(*bytes, kVersionAt) < 2) return;
+    for (size_t i = 0; i < kLoudnessValues; ++i)
+        Put<uint16_t>(bytes, kLoudnessAt + 2 * i, kNotKnown);
+}
+
+void MoveChunk(const FrameMove& move, Marks::Chunk* chunk) {
+    std::string& bytes = chunk->bytes;
+    if (chunk->name == "cue ")
+        ForCues(bytes, [&](size_t at) {
+            MovePlace(move, &bytes, at + 4);
+            MovePlace(move, &bytes, at + 20);
+            // Where compressed samples begin, in bytes. The output's samples are not compressed.
+            if (bytes.compare(at + 8, 4, "data") == 0) Put<uint64_t>(&bytes, at + 12, 0);
+        });
+    else if (chunk->name == "plst")
+        ForRecords(bytes, 4, 12, Get<uint32_t>(bytes, 0),
+                   [&](size_t at) { MoveLength(move, &bytes, at + 4); });
+    else if (chunk->name == "adtl")
+        ForLabels(bytes, [&](const std::string& name, size_t at, size_t size) {
+            if (name == "ltxt" && size >= 8) MoveLength(move, &bytes, at + 4);
+        });
+    else if (chunk->name == "smpl")
+        MoveLoops(move, &bytes);
+    else if (chunk->name == "bext")
+        MoveBroadcast(move, &bytes);
+}
+
+}  // namespace
+
+void Marks::Move(uint32_t toHz, uint64_t delayFrames) {
+    if (rateHz == 0) return;
+    const FrameMove move{rateHz, toHz, delayFrames};
+    rateHz = toHz;
+    for (Chunk& chunk : chunks) MoveChunk(move, &chunk);
+    MoveSheet(move, &cueSheet);
+}
+
+std::vector<Mark> Marks::Points() const {
+    std::map<uint32_t, std::string> labels;
+    for (const Chunk& chunk : chunks)
+        if (chunk.name == "adtl")
+            ForLabels(chunk.bytes, [&](const std::string& name, size_t at, size_t size) {
+                if (name == "labl" && size > 4)
+                    labels[Get<uint32_t>(chunk.bytes, at)] =
+                        chunk.bytes.substr(at + 4, size - 4).c_str();  // up to the zero
+            });
+    std::vector<Mark> points;
+    for (const Chunk& chunk : chunks)
+        if (chunk.name == "cue ")
+            ForCues(chunk.bytes, [&](size_t at) {
+                points.push_back(
+                    {Get<uint32_t>(chunk.bytes, at + 20), labels[Get<uint32_t>(chunk.bytes, at)]});
+            });
+    if (points.empty())
+        ForTracks(
+            cueSheet,
+            [&](size_t at) {
+                const auto number = Get<uint8_t>(cueSheet, at + kNumberAt);
+                if (number != kLeadOut && number != kLeadOutOfDisc)
+                    points.push_back({Get<uint64_t>(cueSheet, at, kSheetOrder),
+                                      fmt::format("Track {}", number)});
+            },
+            [&](size_t at, uint64_t track) {  // index 1 is where the track is heard
+                if (Get<uint8_t>(cueSheet, at + kNumberAt) == 1 && !points.empty())
+                    points.back().frame = track + Get<uint64_t>(cueSheet, at, kSheetOrder);
+            });
+    std::stable_sort(points.begin(), points.end(),
+                     [](const Mark& a, const Mark& b) { return a.frame < b.frame; });
+    return points;
+}
+
+std::vector<std::string> Marks::BesidePoints() const {
+    std::vector<std::string> names;
+    for (const Chunk& chunk : chunks) {
+        bool isTold = chunk.name == "cue " || chunk.name == "adtl";
+        if (chunk.name == "adtl")
+            ForLabels(chunk.bytes, [&](const std::string& name, size_t /*at*/, size_t /*size*/) {
+                isTold = isTold && name == "labl";
+            });
+        if (!isTold) names.push_back(chunk.name + " chunk");
+    }
+    bool hasCodes = Get<uint8_t>(cueSheet, 0) != 0;
+    ForTracks(
+        cueSheet,
+        [&](size_t at) { hasCodes = hasCodes || Get<uint8_t>(cueSheet, at + kCodeAt) != 0; },
+        [](size_t /*at*/, uint64_t /*track*/) {});
+    if (hasCodes) names.emplace_back("catalogue numbers of the cue sheet");
+    return names;
+}
+
+std::vector<std::string> Marks::Names() const {
+    std::vector<std::string> names;
+    for (const Chunk& chunk : chunks)
+        names.push_back(chunk.name.substr(0, chunk.name.find(' ')) + " chunk");
+    if (!cueSheet.empty()) names.emplace_back("cue sheet");
+    return names;
+}
+
+uint64_t Marks::Bytes() const {
+    uint64_t bytes = cueSheet.size();
+    for (const Chunk& chunk : chunks) bytes += 2 * kChunkHeader + chunk.bytes.size();
+    return bytes;
+}
+
+std::vector<Marks::Chunk> ChunksOf(const std::vector<Mark>& points) {
+    Marks::Chunk cue{"cue ", std::string(4, '\0')}, labels{"adtl", ""};
+    Put<uint32_t>(&cue.bytes, 0, points.size());
+    for (const Mark& point : points) {
+        const size_t at = cue.bytes.size(), number = at / 24 + 1;
+        cue.bytes.append(24, '\0').replace(at + 8, 4, "data");
+        Put<uint32_t>(&cue.bytes, at, number);
+        Put<uint32_t>(&cue.bytes, at + 4, point.frame);
+        Put<uint32_t>(&cue.bytes, at + 20, point.frame);
+        std::string label = std::string("labl").append(8, '\0') + point.name + '\0';
+        Put<uint32_t>(&label, 4, label.size() - kChunkHeader);
+        Put<uint32_t>(&label, kChunkHeader, number);
+        labels.bytes += label.append(label.size() % 2, '\0');
+    }
+    return {cue, labels};
+}
