@@ -14,8 +14,8 @@
 // addresses). The emulator's own look-up confuses functions that overlap. entry=NAME: calls of this
 // function of the interface, InterfaceCommand, instead of InterfaceProcess.
 //
-// Prints lines of words parted by tabs: "calls" N, "worst" instructions of one call, for each stage
-// and function "count" STAGE instructions NAME, and "misaligned" NAME for each function that
+// Prints lines of words parted by tabs: "calls" N, "worst" instructions of one call, "stage" STAGE in
+// the chain's order, for each stage and function "count" STAGE instructions NAME, and "misaligned" NAME for each function that
 // accessed two words elsewhere.
 #include <cstddef>
 #include <cstdint>
@@ -157,6 +157,7 @@ void Translated(qemu_plugin_id_t, qemu_plugin_tb* tb) {
 void Report(qemu_plugin_id_t, void*) {
     std::string text =
         "calls\t" + std::to_string(calls) + "\nworst\t" + std::to_string(worst) + "\n";
+    for (Part part = kUnit; part < kNobody; ++part) text += "stage\t" + NameOf(part) + "\n";
     for (const auto& [address, function] : functions) {
         if (function.misaligned) text += "misaligned\t" + function.name + "\n";
         for (Part part = kUnit; part < kNobody; ++part)

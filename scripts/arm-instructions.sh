@@ -49,7 +49,8 @@ awk -F'\t' '
     FNR == 1 { ++file }
     $1 == "calls" { frames[file] = $2 * sizes[file] }
     $1 == "worst" { worst[file] = $2 / sizes[file] }
-    $1 == "count" { if (!seen[$2]++) order[++stages] = $2; count[$2, file] += $3; total[file] += $3 }
+    $1 == "stage" && file == 1 { order[++stages] = $2 }
+    $1 == "count" { count[$2, file] += $3; total[file] += $3 }
     function row(name, values,    i, text) {
         text = "| " name " |"
         for (i = 1; i <= columns; ++i) text = text sprintf(" %.0f |", values[i])

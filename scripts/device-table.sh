@@ -52,9 +52,11 @@ stages=$(awk '
     inside && /^ / && NF >= 3 && $NF ~ /\.(o|a\(.*\)|o\))$/ && $(NF - 1) ~ /^0x/ &&
         ($1 ~ /^\.(text|rodata)/ || NF == 3) { bytes[owner($NF)] += decimal($(NF - 1)) }
     END {
+        for (name in bytes) rest -= bytes[name]
+        bytes["names and relocations for the loader"] = rest
         for (name in bytes)
             printf "%d\t| &nbsp;&nbsp;of that %s | %d bytes |\n", bytes[name], name, bytes[name]
-    }' "$build/android/device/device.map" | sort -rn | cut -f2-)
+    }' rest="$(size_of 1)" "$build/android/device/device.map" | sort -rn | cut -f2-)
 
 scripts/fill_in.py "$@" docs/device.md <<TABLE
 generated: device-table
