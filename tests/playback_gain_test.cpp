@@ -105,6 +105,12 @@ TEST(PlaybackGain, TakesNoHostileControls) {
     }
     EXPECT_EQ(OutputOf(1, kNan, 1, input, 1024), Samples(input.size()));
     EXPECT_EQ(OutputOf(1, 1, kNan, input, 1024), Samples(input.size()));
+    PlaybackGain silent;
+    silent.SetChannels(0);
+    silent.SetEnable(true);
+    Samples untouched(256, 7);
+    silent.Process(input.data(), untouched.data(), 64);
+    EXPECT_EQ(untouched, Samples(256, 7));
 }
 
 // Coefficients of all signs, small and large, steady and moving; cuts anywhere, the history going

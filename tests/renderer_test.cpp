@@ -176,6 +176,7 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
         "2 in.wav new.wav --output-gain -90dB; 2 in.wav new.wav --ratio 3dB; "
         "2 in.wav new.wav --preset none; 2 in.wav new.wav --buffer 0; "
         "2 in.wav new.wav --preset sub/none; 2 in.wav new.wav --preset old.wav; "
+        "2 in.wav new.wav --preset /dev/zero; "
         "2 in.wav new.wav --save ./new.wav; 2 in.wav new.wav -f --save sub/in; "
         "1 in.wav new.wav --save old.wav; 2 in.wav ''; 2 '' new.wav; 2 in.wav new.wav --save ''; "
         "2 in.wav new.wav --picture ''; 2 in.wav new.wav --tone ''; 2 in.wav new.wav --match=; "
