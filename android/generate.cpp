@@ -1,7 +1,7 @@
 // Prints what applications must know of the library's numbers, from table/parameters.h and the
 // library's own descriptor: the regions of the C header, the Java class and the documents that
 // scripts/fill_in.py keeps up to date.
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cmath>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #include "desktop/filter_chain.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include "lv2/ports.h"
 

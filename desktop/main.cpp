@@ -2,8 +2,7 @@
 //
 // What a listener has set stands in a settings file, which `on` and `set` write and the client of
 // the sound server reads when it starts.
-#include <fmt/format.h>
-#include <fmt/ostream.h>
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include <chrono>

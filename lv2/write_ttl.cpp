@@ -1,6 +1,6 @@
 // Writes what hosts read before they load the plug-in: write_ttl FOLDER makes manifest.ttl,
 // orvane.ttl and presets.ttl there, all from the parameter table and the presets.
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cstdio>

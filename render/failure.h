@@ -1,6 +1,6 @@
 // What ends a run early: thrown anywhere, said in one line by main.
 #pragma once
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <stdexcept>
 #include <utility>

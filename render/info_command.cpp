@@ -1,9 +1,8 @@
 #include "render/info_command.h"
 
-#include <fmt/ranges.h>
+#include <fmt/core.h>
 
 #include <cstring>
-#include <iterator>
 #include <string_view>
 
 #include "client/instance.h"
@@ -22,8 +21,10 @@ std::string_view FieldText(const char (&field)[kSize]) {
 }
 
 std::string UuidText(const effect_uuid_s& uuid) {
-    return fmt::format("{:08x}-{:04x}-{:04x}-{:04x}-{:02x}", uuid.timeLow, uuid.timeMid,
-                       uuid.timeHiAndVersion, uuid.clockSeq, fmt::join(uuid.node, ""));
+    std::string text = fmt::format("{:08x}-{:04x}-{:04x}-{:04x}-", uuid.timeLow, uuid.timeMid,
+                                   uuid.timeHiAndVersion, uuid.clockSeq);
+    for (const uint8_t byte : uuid.node) text += fmt::format("{:02x}", byte);
+    return text;
 }
 
 bool Same(const effect_uuid_s& a, const effect_uuid_s& b) {
@@ -51,7 +52,7 @@ std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
     std::string text = path + "\n";
     const auto add = [&text]<typename... Values>(fmt::format_string<Values...> format,
                                                  Values&&... values) {
-        fmt::format_to(std::back_inserter(text), format, std::forward<Values>(values)...);
+        text += fmt::format(format, std::forward<Values>(values)...);
     };
     add("  record       tag 0x{:08X}, interface {}.{}, {} effect(s)\n", record.tag,
         record.version >> 16, record.version & 0xFFFF, library.EffectCount());

@@ -1,5 +1,6 @@
 // orvane: runs audio files through the effect library as the framework would.
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include <cstdio>

@@ -1,5 +1,6 @@
 #include "render/render_command.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <exception>

@@ -1,7 +1,6 @@
 #include "render/report.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <cmath>
 

@@ -1,6 +1,6 @@
 #include "render/audio/pcm_source.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 PcmSource::PcmSource(SampleReader& sampleReader, uint32_t chainRateHz, bool dither,
                      StreamMeter& streamMeter)

@@ -1,6 +1,6 @@
 #include "render/pictures/picture.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cmath>
