@@ -1,9 +1,10 @@
 #!/bin/sh
 # Installs what was built, into a prefix and as a Debian package into a root of its own, uses it
 # there and removes it.
-#   package_test.sh BUILD_FOLDER
+#   package_test.sh BUILD_FOLDER [page]    page: scripts/web.sh has made the page, so it must be inside
 set -eu
-build=$1
+umask 022
+build=$1 page=${2:-}
 here=$(mktemp -d)
 trap 'rm -rf "$here"' EXIT
 command -v lintian >/dev/null || { echo "skipped: no lintian"; exit 0; }
@@ -14,13 +15,24 @@ use() {
   "$1/bin/orvane" info | head -n 1 | grep "^$1/lib/orvane/soundfx/"
   LV2_PATH=$1/lib/lv2 lv2ls | grep -qx urn:quenthra:orvane
   man -l "$1/share/man/man1/orvane.1.gz" | grep -q skip-existing
+  for program in bin/orvane bin/orvane-desktop lib/lv2/orvane.lv2/orvane.so; do
+    readelf -d "$1/$program" | grep -q BIND_NOW
+    [ "${program#bin}" = "$program" ] || readelf --dyn-syms -W "$1/$program" | grep -q _chk@
+  done
+  [ -z "$page" ] || "$1/bin/orvane" compare "$here/a.wav" "$here/a.html" -f
   bash -c ". '$1/share/bash-completion/completions/orvane' && complete -p orvane"
 }
+head -c 44100 /dev/zero | ffmpeg -v error -f s16le -ar 44100 -ac 1 -i - "$here/a.wav"
 cmake --install "$build" --prefix "$here/prefix" >/dev/null
 use "$here/prefix"
 
 (cd "$build" && cpack -G DEB -B "$here/package" >/dev/null)
 package=$(ls "$here"/package/*.deb)
+# The same again, although files are newer.
+touch "$build/orvane" "$build/orvane.1.gz" "$build"/orvane.lv2/*.ttl
+(cd "$build" && TZ=Asia/Tokyo cpack -G DEB -B "$here/again" >/dev/null)
+cmp "$package" "$here"/again/*.deb
+(cd "$build" && umask 077 && ! cpack -G DEB -B "$here/closed" >/dev/null 2>&1)
 # Each override is needed, nothing else is found.
 lintian --allow-root "$package" | (! grep .)
 lintian --allow-root --no-override "$package" | cut -d ' ' -f 2- | sort >"$here/found"
