@@ -6,8 +6,10 @@
 
 #include "client/delay.h"
 #include "client/settings_text.h"
+#include "render/audio/audio_reader.h"
 #include "render/audio/pcm_sink.h"
 #include "render/audio/resampler.h"
+#include "render/audio/true_peak.h"
 #include "render/failure.h"
 #include "render/input.h"
 
@@ -57,10 +59,10 @@ ChainRun::ChainRun(const RenderJob& renderJob, const EffectLibrary& library,
       chain(library, settings, format, {job.keepDelay, job.coldStart}),
       source(reader, format.rateHz, job.dither, before) {}
 
-void ChainRun::Play(AudioWriter& writer, uint32_t outputRateHz, StreamMeter& after) {
+void ChainRun::Play(AudioWriter& writer, uint32_t outputRateHz, StreamMeter& after, double gain) {
     Progress progress(job.showProgress, reader.RateHz(), reader.Frames());
     // The piece begins behind a delay that is kept.
-    PcmSink sink(writer, {format.rateHz, outputRateHz}, format.channels, job.dither, after,
+    PcmSink sink(writer, {format.rateHz, outputRateHz}, format.channels, job.dither, gain, after,
                  job.keepDelay ? AtRate(delayFrames, format.rateHz, outputRateHz) : 0);
     std::vector<int16_t> pcm, processed;
     while (source.Read(&pcm)) {
@@ -114,6 +116,15 @@ Report StartReport(const RenderJob& job, const std::optional<Match>& match,
     return report;
 }
 
+double DecodedPeakDb(const std::string& path) {
+    AudioReader reader(path);
+    if (reader.RateHz() < kLowestMeteredRateHz) return NAN;
+    TruePeakMeter meter(reader.Channels(), reader.RateHz());
+    for (auto samples = reader.Read(); !samples.empty(); samples = reader.Read())
+        meter.Add(samples);
+    return 20 * std::log10(meter.Peak());
+}
+
 void NoteMatch(const std::optional<Match>& match, Report* report) {
     if (!match) {
         report->notes.push_back("nothing was matched: " + report->input +
@@ -121,6 +132,11 @@ void NoteMatch(const std::optional<Match>& match, Report* report) {
         return;
     }
     const double offLu = report->after.integratedLufs - match->wantedLufs;
+    if (report->ceiling && report->ceiling->gainDb < 0) {
+        report->notes.push_back(fmt::format(
+            "the loudness is {} LU off: the ceiling comes before the match", DecibelText(offLu)));
+        return;
+    }
     if (!(std::abs(offLu) > kMatchToleranceLu)) return;
     const Parameter& gain = ParameterOf(PARAM_OUTPUT_GAIN);
     const bool highest = match->gain == gain.maximum;

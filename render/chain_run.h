@@ -38,6 +38,7 @@ struct RenderJob {
     Settings settings;
     ToneWish tone;
     std::optional<MatchWish> match;
+    std::optional<double> ceilingDb;  // true peak that the output has to stay below, in dBTP
     uint32_t bufferFrames = 1024;
     bool overwrite = false;
     bool keepDelay = false;
@@ -59,6 +60,8 @@ using Runs = std::vector<std::function<std::unique_ptr<SampleReader>()>>;
 class NoWriter final : public AudioWriter {
 public:
     void Write(std::span<const int16_t> /*samples*/) override {}
+    void Close() override {}
+    std::string ClosedPath() const override { return ""; }
     void Commit() override {}
     std::vector<std::string> NotKept() const override { return {}; }
 };
@@ -70,8 +73,9 @@ public:
     ChainRun(const RenderJob& renderJob, const EffectLibrary& library, const Settings& settings,
              SampleReader& sampleReader, StreamMeter& before);
 
-    // Plays all that the reader has. Call it once. after: measures what is written.
-    void Play(AudioWriter& writer, uint32_t outputRateHz, StreamMeter& after);
+    // Plays all that the reader has. Call it once. after: measures what is written. gain: as
+    // PcmSink has it.
+    void Play(AudioWriter& writer, uint32_t outputRateHz, StreamMeter& after, double gain = 1);
 
     // Of the chain.
     const StreamFormat& Format() const { return format; }
@@ -99,6 +103,10 @@ uint32_t OutputRateHz(const std::string& output, uint32_t fileRateHz);
 // Failure for too many channels, and if the job forbids to resample and it would have to.
 Report StartReport(const RenderJob& job, const std::optional<Match>& match,
                    const SampleReader& reader);
+
+// The true peak in dB over full scale that an audio file has once decoded; NaN at a rate at which
+// it can't be measured.
+double DecodedPeakDb(const std::string& path);
 
 // Says how near the loudness has come, if it isn't near. match: what MatchPiece gave.
 void NoteMatch(const std::optional<Match>& match, Report* report);

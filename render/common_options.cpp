@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 #include "render/audio/whole_write.h"
 #include "render/failure.h"
@@ -26,6 +27,18 @@ std::optional<MatchWish> ReadMatch(const std::string& text) {
     if (!ReadNumber(text, &lufs) || !(lufs >= -60 && lufs <= 0))
         throw UsageError("--match={} is not a loudness from -60 to 0 LUFS", text);
     return MatchWish{lufs};
+}
+
+// Reads "-1", "-1dB" or "-1dBTP".
+double ReadCeiling(const std::string& text) {
+    constexpr double kLowestDb = -60;
+    std::string number = text;
+    for (const char* const unit : {"dBTP", "dB"})
+        if (number.ends_with(unit)) number.resize(number.size() - std::strlen(unit));
+    double db = 0;
+    if (!ReadNumber(number, &db) || !(db >= kLowestDb && db <= 0))
+        throw UsageError("--ceiling={} is not a true peak from -60dB to 0dB", text);
+    return db;
 }
 
 }  // namespace
@@ -89,6 +102,12 @@ void RenderOptions::AddTo(Options& options, RenderJob* job) {
     options.AddFlag("--match", &match,
                     "solve for the output gain that makes the result as loud as the source, or "
                     "--match=-16 as loud as that in LUFS; plays the input several times");
+    options
+        .Add(
+            "--ceiling", [this](const std::string& text) { ceiling = text; },
+            "lower the whole output until its true peak stays below; in a lossy format, until that "
+            "of what is decoded does; makes the output as often as it takes, at most eight times")
+        .Type("-1dB");
     common.AddTo(options);
 }
 
@@ -101,7 +120,8 @@ void RenderOptions::Fill(RenderJob* job) const {
     if (job->match && common.settings.Gives(PARAM_OUTPUT_GAIN))
         throw UsageError("--match and --output-gain set the same gain");
     if (job->match) job->tone.headroom = false;
-    job->metering = json || !common.quiet ? Metering::kEverything : Metering::kNothing;
+    if (ceiling) job->ceilingDb = ReadCeiling(*ceiling);
+    job->metering = json || !common.quiet || ceiling ? Metering::kEverything : Metering::kNothing;
 }
 
 bool RenderOptions::Skips(const std::vector<std::string>& outputs) const {

@@ -40,6 +40,7 @@ struct RenderOptions {
     CommonOptions common;
     bool noDither = false, json = false, skipExisting = false;
     std::string match;  // a number, or "true" for the source's
+    std::optional<std::string> ceiling;
 
     // What needs no more than a flag goes straight into the job, which must outlive the options.
     void AddTo(Options& options, RenderJob* job);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "render/audio/background_writer.h"
 #include "render/audio/output_file.h"
 #include "render/audio/pipe_copy.h"
+#include "render/ceiling.h"
 #include "render/failure.h"
 #include "render/input.h"
 #include "render/match.h"
@@ -44,13 +46,15 @@ std::unique_ptr<AudioWriter> OpenOutput(const RenderJob& job, const Report& repo
                                                               reader.Tags()));
 }
 
-// One file. The members stand in the order in which they are opened.
+// One file, made once. The members stand in the order in which they are opened.
 class Rendering {
 public:
+    // gain: PcmSink's.
     Rendering(const RenderJob& renderJob, const std::optional<Match>& match,
-              const std::string& copyOfPipe, const EffectLibrary& effectLibrary)
+              const std::string& copyOfPipe, const EffectLibrary& effectLibrary, double outputGain)
         : job(renderJob),
           library(effectLibrary),
+          gain(outputGain),
           reader(job.input, copyOfPipe),
           report(StartReport(job, match, reader)),
           before(job.picture.empty() ? job.metering : Metering::kOverTime),
@@ -60,8 +64,10 @@ public:
                                   : std::make_unique<OutputFile>(job.picture, job.overwrite)),
           writer(OpenOutput(job, report, reader)) {}
 
-    Report Run() {
-        run.Play(*writer, report.outputRateHz, after);
+    // Makes the file without giving it its name. Returns its true peak in dB, of a lossy output
+    // decoded; NaN if it isn't measured.
+    double Make() {
+        run.Play(*writer, report.outputRateHz, after, gain);
         run.AddTo(&report);
         if (report.frames == 0 && reader.Frames() != 0)
             throw Failure("{} holds no samples that can be read", job.input);
@@ -71,6 +77,23 @@ public:
         report.after = measuredAfter.loudness;
         if (job.onlyWhole && !report.damage.empty())
             throw Failure("{}; nothing is written", DamageText(job.input, report.damage));
+        if (job.metering == Metering::kNothing || job.output.empty() || job.output == "-")
+            return NAN;
+        if (!OutputFormat(job.output).IsLossy()) return report.after.truePeakDb;
+        writer->Close();
+        if (report.frames == 0) return -INFINITY;
+        const double peakDb = DecodedPeakDb(writer->ClosedPath());
+        report.decodedPeakDb = peakDb;
+        if (peakDb > 0 && !job.ceilingDb)
+            report.notes.push_back(fmt::format(
+                "decoded, {} goes {:.1f} dB over full scale, where players may clip it; --ceiling "
+                "lowers it",
+                job.output, peakDb));
+        return peakDb;
+    }
+
+    // After Make, once.
+    Report Finish() {
         writer->Commit();
         if (!job.output.empty())
             NoteTags(job.output == "-" ? "standard output" : job.output, *writer, reader.Tags(),
@@ -96,6 +119,7 @@ private:
 
     const RenderJob& job;
     const EffectLibrary& library;
+    double gain;
     AudioReader reader;
     Report report;
     StreamMeter before, after;
@@ -130,6 +154,9 @@ void RenderCommand::Run() {
             "--only-whole needs a file as output: what went through a pipe cannot be taken back");
     if (keepTimes && job.output == "-") throw UsageError("standard output has no times to keep");
     if (keepTimes) job.times = TimesOf(job.input);
+    if (job.ceilingDb && job.output == "-")
+        throw UsageError(
+            "--ceiling needs a file as output: what went through a pipe cannot be lowered");
     if (render.json && job.output == "-")
         throw UsageError("--json and the audio cannot both go to standard output");
     if (job.output == "-" && isatty(STDOUT_FILENO) != 0)
@@ -150,17 +177,23 @@ void RenderCommand::Run() {
 
 Report Render(const RenderJob& job, const EffectLibrary& library) {
     CheckNames(job);
-    if (!job.match) return Rendering(job, std::nullopt, "", library).Run();
     std::optional<PipeCopy> pipe;
-    if (PipeCopy::IsNeeded(job.input)) pipe.emplace(job.input);
+    if ((job.match || job.ceilingDb) && PipeCopy::IsNeeded(job.input)) pipe.emplace(job.input);
     const std::string copyOfPipe = pipe ? pipe->Path() : "";
     const auto open = [&] {
         auto reader = std::make_unique<AudioReader>(job.input, copyOfPipe);
         CheckFormat(job.input, *reader);
         return reader;
     };
-    const std::optional<Match> match = MatchPiece(job, {open}, library);
-    Report report = Rendering(job, match, copyOfPipe, library).Run();
-    NoteMatch(match, &report);
-    return report;
+    std::optional<Match> match;
+    if (job.match) match = MatchPiece(job, {open}, library);
+    Ceiling ceiling(job.ceilingDb);
+    while (true) {
+        Rendering rendering(job, match, copyOfPipe, library, ceiling.Gain());
+        if (ceiling.NeedsAnother(rendering.Make())) continue;
+        Report report = rendering.Finish();
+        ceiling.AddTo(&report);
+        if (job.match) NoteMatch(match, &report);
+        return report;
+    }
 }

@@ -59,9 +59,17 @@ std::string TextOf(const Report& report) {
                 ? std::string("  start    cold, as the framework's\n")
                 : fmt::format("  start    after {:.1f} s of silence, dropped again\n",
                               static_cast<double>(report.settlingFrames) / report.chainRateHz);
-    text +=
-        "  loudness " + Levels(report.before.integratedLufs, report.after.integratedLufs, " LUFS") +
-        "; true peak " + Levels(report.before.truePeakDb, report.after.truePeakDb, " dB") + "\n";
+    text += "  loudness " +
+            Levels(report.before.integratedLufs, report.after.integratedLufs, " LUFS") +
+            "; true peak " + Levels(report.before.truePeakDb, report.after.truePeakDb, " dB");
+    if (report.decodedPeakDb && !std::isnan(*report.decodedPeakDb))
+        text += fmt::format(", {:.1f} in the output decoded", *report.decodedPeakDb);
+    text += "\n";
+    if (const auto& ceiling = report.ceiling)
+        text += fmt::format(
+            "  ceiling  {:.1f} dBTP: all lowered by {:.2f} dB, peak {:.2f} dB; made {}\n",
+            ceiling->wantedDb, 0 - ceiling->gainDb, ceiling->reachedDb,
+            ceiling->outputs == 1 ? "once" : fmt::format("{} times", ceiling->outputs));
     if (!std::isnan(report.before.rangeLu) || !std::isnan(report.after.rangeLu))
         text += "  range    " + Levels(report.before.rangeLu, report.after.rangeLu, " LU") +
                 " (over 3 s, every 1 s)\n";
@@ -83,7 +91,7 @@ std::string DamageText(const std::string& input, const std::vector<std::string>&
 }
 
 std::string JsonOf(const Report& report) {
-    JsonObject settings, tone, loudness, range, peak, json;
+    JsonObject settings, tone, loudness, range, peak, ceiling, json;
     for (const Parameter& parameter : kParameters)
         if (*parameter.key != '\0' && parameter.kind == ParameterKind::kSwitch)
             settings.Add(parameter.key, report.settings.IsOn(parameter.id));
@@ -126,9 +134,17 @@ std::string JsonOf(const Report& report) {
                                  .Add("after", report.after.integratedLufs))
         .Add("loudnessRangeLu",
              range.Add("before", report.before.rangeLu).Add("after", report.after.rangeLu))
-        .Add("truePeakDb",
-             peak.Add("before", report.before.truePeakDb).Add("after", report.after.truePeakDb))
-        .Add("speed", report.seconds / report.elapsedSeconds)
+        .Add("truePeakDb", peak.Add("before", report.before.truePeakDb)
+                               .Add("after", report.after.truePeakDb)
+                               .Add("decoded", report.decodedPeakDb));
+    if (report.ceiling)
+        json.Add("ceiling", ceiling.Add("wantedDb", report.ceiling->wantedDb)
+                                .Add("gainDb", report.ceiling->gainDb)
+                                .Add("reachedDb", report.ceiling->reachedDb)
+                                .Add("outputs", report.ceiling->outputs));
+    else
+        json.AddNull("ceiling");
+    json.Add("speed", report.seconds / report.elapsedSeconds)
         .Add("notes", report.notes)
         .Add("warnings", report.warnings)
         .Add("damage", report.damage);

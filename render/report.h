@@ -17,6 +17,14 @@ struct TrackReport {
     uint64_t frames;  // of the input
 };
 
+// How an output came to stay below a ceiling.
+struct CeilingResult {
+    double wantedDb;   // in dBTP
+    double gainDb;     // of the whole output, at most 0
+    double reachedDb;  // the true peak, of a lossy output decoded
+    uint32_t outputs;  // that were made until the peak was below
+};
+
 struct Report {
     std::string input, output;
     std::string album;  // title from the tags, "" for none
@@ -40,6 +48,8 @@ struct Report {
     uint64_t notNumbers;  // samples on the way in that were NaN or infinite, taken for silence
     uint64_t clippedOut;  // samples that resampling the result took beyond full scale
     Loudness before, after;
+    std::optional<double> decodedPeakDb;   // of a lossy output, what its file decodes to
+    std::optional<CeilingResult> ceiling;  // if one was asked for
     // Further facts of the report. --quiet silences them.
     std::vector<std::string> notes;
     // Losses of sound or tags beside those of a damaged source. PrintWarnings says them even with

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numbers>
 #include <random>
 #include <span>
@@ -12,6 +13,8 @@
 #include "render/audio/loudness.h"
 #include "render/audio/spectrum.h"
 #include "render/audio/true_peak.h"
+#include "render/ceiling.h"
+#include "render/failure.h"
 #include "render/pictures/gnuplot.h"
 
 namespace {
@@ -157,4 +160,36 @@ TEST(Analysis, TheResponseComesOutUnlessEveryLevelClips) {
 TEST(Gnuplot, TextMeansNothing) {
     EXPECT_EQ(GnuplotText("it's `a`\n\"b\" \xFF\xC3\xA9 \xE2\x82"),
               "'it''s `a` \"b\" ?\xC3\xA9 ?\?'");
+}
+
+TEST(Ceiling, IsReachedInFewTriesOrSaidToBeMissed) {
+    const auto reach = [](std::optional<double> wantedDb,
+                          const std::function<double(double)>& peakDb) {
+        Ceiling ceiling(wantedDb);
+        while (ceiling.NeedsAnother(peakDb(20 * std::log10(ceiling.Gain())))) {
+        }
+        Report report{};
+        ceiling.AddTo(&report);
+        return report;
+    };
+    // An encoder's peaks: up to 0.3 dB more or less at another gain.
+    for (int seed = 0; seed < 200; ++seed) {
+        std::mt19937 random(static_cast<unsigned>(seed));
+        const Report report = reach(-1, [&](double gainDb) {
+            return 1.2 + gainDb + std::uniform_real_distribution(-0.3, 0.3)(random);
+        });
+        EXPECT_LE(report.ceiling->reachedDb, -1);
+        EXPECT_GT(report.ceiling->reachedDb, -2.5);
+        EXPECT_LE(report.ceiling->outputs, 6);
+        EXPECT_TRUE(report.warnings.empty());
+    }
+    const Report low = reach(-1, [](double gainDb) { return gainDb - 1; });
+    EXPECT_EQ(low.ceiling->gainDb, 0);
+    EXPECT_EQ(low.ceiling->outputs, 1);
+    EXPECT_EQ(reach(-1, [](double gainDb) { return gainDb - 0.5; }).ceiling->outputs, 2);
+    const Report missed = reach(-1, [](double) { return -0.5; });
+    EXPECT_EQ(missed.ceiling->outputs, 8);
+    EXPECT_EQ(missed.warnings.size(), 1);
+    EXPECT_FALSE(reach(std::nullopt, [](double) { return NAN; }).ceiling);
+    EXPECT_THROW(reach(-1, [](double) { return NAN; }), Failure);
 }

@@ -224,6 +224,75 @@ TEST_F(Renderer, DrawsWhatEveryBandDoesAlone) {
     }
 }
 
+TEST_F(Renderer, LossyFilesDecodeToWhatWasEncoded) {
+    for (const size_t channels : {1U, 2U}) {
+        Floats piece = Sine(0.2, 440, 48000, channels, 3);
+        for (size_t n = 1; n < piece.size(); n += 2) piece[n] *= channels == 2 ? 0.5F : 1;
+        Write("in.wav", piece, 48000, static_cast<int>(channels));
+        for (const std::string name : {"out.opus", "out.ogg", "out.mp3"}) {
+            ASSERT_EQ(Shell("$ORVANE render -f -q --preset off in.wav " + name), 0);
+            const Floats decoded = Read(name);
+            double error = 0, power = 0;
+            for (size_t n = 20000; n < 120000; ++n) {
+                error += std::pow(decoded[n] - piece[n], 2);
+                power += std::pow(piece[n], 2);
+            }
+            EXPECT_LT(10 * std::log10(error / power), -20) << name << channels;
+        }
+    }
+}
+
+TEST_F(Renderer, HoldsTheWholeOutputBelowACeiling) {
+    // All samples of this sine lie 3.0 dB below its peak.
+    Floats sine = Sine(1.39, 11025, 44100, 2, 2);
+    for (size_t n = 0; n < sine.size(); ++n) sine[n] = n / 2 % 4 < 2 ? 0.98F : -0.98F;
+    Write("in.wav", sine, 44100, 2);
+    EXPECT_NEAR(Report("in.wav whole.wav")["truePeakDb"]["after"], 2.9, 0.1);
+    const auto whole = Read<int16_t>("whole.wav");
+    for (const char* ceiling : {"-1", "-1dB", "-1dBTP --no-dither"}) {
+        const nlohmann::json report =
+            Report(std::string("- out.wav <in.wav --ceiling ") + ceiling)["ceiling"];
+        EXPECT_LE(report["reachedDb"], -1) << ceiling;
+        EXPECT_GT(report["reachedDb"], -1.1) << ceiling;
+        EXPECT_EQ(report["outputs"], 2) << ceiling;
+        const double gain = std::pow(10, report["gainDb"].get<double>() / 20);
+        const auto lowered = Read<int16_t>("out.wav");
+        ASSERT_EQ(lowered.size(), whole.size());
+        for (size_t n = 0; n < whole.size(); ++n)
+            ASSERT_NEAR(lowered[n], gain * whole[n], 1.6) << ceiling << n;
+    }
+    EXPECT_TRUE(Report("in.wav out.wav")["ceiling"].is_null());
+    EXPECT_EQ(Shell("$ORVANE render in.wav a.wav -q && $ORVANE render in.wav b.wav --output-gain "
+                    "0.1 -q && $ORVANE render in.wav c.wav --output-gain 0.1 --ceiling=0dB -q && "
+                    "cmp b.wav c.wav && ! cmp a.wav b.wav"),
+              0);
+    // Noise at full scale, whose peaks an encoder raises.
+    Floats loud;
+    for (const int16_t sample : NoiseSamples(size_t{4} * 44100, 32767))
+        loud.push_back(sample > 0 ? 0.99F : -0.99F);
+    Write("in.wav", loud, 44100, 2);
+    for (const std::string name : {"out.opus", "out.ogg", "out.mp3"}) {
+        const nlohmann::json before = Report("in.wav " + name);
+        const double decoded = before["truePeakDb"]["decoded"];
+        double most = 0;
+        for (const float x : Read(name)) most = std::max<double>(most, std::abs(x));
+        EXPECT_GE(decoded, 20 * std::log10(most) - 1e-4) << name;
+        EXPECT_GT(most, 1) << name;
+        EXPECT_NE(before["notes"].dump().find("over full scale"), std::string::npos) << name;
+        const nlohmann::json report = Report("in.wav --ceiling=-1dB --match=0 " + name);
+        EXPECT_EQ(report["ceiling"]["reachedDb"], report["truePeakDb"]["decoded"]) << name;
+        EXPECT_LE(report["ceiling"]["reachedDb"], -1) << name;
+        EXPECT_GT(report["ceiling"]["reachedDb"], -2) << name;
+        for (const float x : Read(name)) ASSERT_LE(std::abs(x), 0.892) << name;
+        EXPECT_NE(report["notes"].dump().find("the ceiling comes before"), std::string::npos);
+        EXPECT_EQ(Shell("$ORVANE render -f in.wav --ceiling=-1dB " + name +
+                        " 2>&1 | grep 'ceiling  -1.0 dBTP: all lowered by'"),
+                  0)
+            << name;
+    }
+    EXPECT_EQ(FilesHere(), 11);  // nothing of the tries is left
+}
+
 TEST_F(Renderer, ReadsAndWritesToTheEndOrSaysThatItCannot) {
     Write("in.flac", Sine(0.1, 440, 44100, 2, 1), 44100, 2, kFlac16);
     std::string bytes = Slurp("in.flac");

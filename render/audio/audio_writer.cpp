@@ -110,11 +110,19 @@ public:
         const auto count = static_cast<sf_count_t>(samples.size());
         framesWritten += samples.size() / static_cast<size_t>(info.channels);
         CheckRoom(framesWritten);
-        if (sf_write_short(file.get(), samples.data(), count) != count || target.error != 0)
-            Refuse(sf_error(file.get()));
+        sf_count_t written = 0;
+        if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
+            // libsndfile 1.2.0 encodes noise at full scale when it is given 16-bit stereo.
+            floats.assign(samples.begin(), samples.end());
+            for (float& sample : floats) sample /= 32768;
+            written = sf_write_float(file.get(), floats.data(), count);
+        } else {
+            written = sf_write_short(file.get(), samples.data(), count);
+        }
+        if (written != count || target.error != 0) Refuse(sf_error(file.get()));
     }
 
-    void Commit() override {
+    void Close() override {
         const int result = sf_close(file.release());
         if (result != 0 || target.error != 0) Refuse(result);
         std::vector<std::string> marks = tags.marks.Names();
@@ -126,6 +134,12 @@ public:
         for (const auto& lost : {marks, output.NotKept()})
             notKept.insert(notKept.end(), lost.begin(), lost.end());
         ReadBack();
+    }
+
+    std::string ClosedPath() const override { return output.TemporaryPath(); }
+
+    void Commit() override {
+        if (file != nullptr) Close();
         output.Commit();
     }
 
@@ -210,6 +224,7 @@ private:
     uint64_t framesWritten = 0;
     SF_INFO info{};
     SndfileHandle file;
+    std::vector<float> floats;
 };
 
 // libsndfile cannot write WAV without going back to the header, so this writes one that needn't be
@@ -244,6 +259,8 @@ public:
         WriteToStandardOutput(samples.data(), samples.size_bytes());
     }
 
+    void Close() override {}
+    std::string ClosedPath() const override { return ""; }
     void Commit() override {}
     std::vector<std::string> NotKept() const override { return notKept; }
 
@@ -269,6 +286,12 @@ OutputFormat::OutputFormat(const std::string& path) {
         rates = {8000, 12000, 16000, 24000, 48000};
     if ((sndfileFormat & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG)
         rates = {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
+}
+
+bool OutputFormat::IsLossy() const {
+    const int coding = sndfileFormat & SF_FORMAT_SUBMASK;
+    return coding == SF_FORMAT_VORBIS || coding == SF_FORMAT_OPUS ||
+           coding == SF_FORMAT_MPEG_LAYER_III;
 }
 
 bool OutputFormat::TakesRate(uint32_t rateHz) const {

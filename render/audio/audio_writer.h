@@ -20,6 +20,8 @@ public:
     // Returns whether the constructor takes it.
     static bool IsKnown(const std::string& path);
     bool TakesRate(uint32_t rateHz) const;
+    // The decoder gives other samples than the encoder was given.
+    bool IsLossy() const;
     int SndfileFormat() const { return sndfileFormat; }
 
 private:
@@ -33,9 +35,15 @@ public:
     virtual ~AudioWriter() = default;
     // Interleaved samples, whole frames.
     virtual void Write(std::span<const int16_t> samples) = 0;
-    // Opens the file to see that it holds what was written, and gives it its name.
+    // Completes the file, which has no name yet, and opens it to see that it holds what was
+    // written. No samples may follow.
+    virtual void Close() = 0;
+    // After Close: the path of the file without its name, for reading; "" if there is no file.
+    virtual std::string ClosedPath() const = 0;
+    // Gives the file its name, after Close if that wasn't called.
     virtual void Commit() = 0;
-    // The tags that there is no place for, and what OutputFile couldn't keep; known after Commit.
+    // The tags that there is no place for, known after Close, and what OutputFile couldn't keep, known
+    // after Commit.
     virtual std::vector<std::string> NotKept() const = 0;
 };
 

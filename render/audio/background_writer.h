@@ -16,10 +16,15 @@ public:
         : writer(std::move(audioWriter)),
           background(kMostBlocks, [this](const auto& samples) { writer->Write(samples); }) {}
 
-    // What went wrong with earlier samples is thrown here or in Commit.
+    // What went wrong with earlier samples is thrown here, in Close or in Commit.
     void Write(std::span<const int16_t> samples) override {
         background.Put({samples.begin(), samples.end()});
     }
+    void Close() override {
+        background.Finish();
+        writer->Close();
+    }
+    std::string ClosedPath() const override { return writer->ClosedPath(); }
     void Commit() override {
         background.Finish();
         writer->Commit();

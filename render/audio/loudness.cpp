@@ -5,9 +5,6 @@
 
 namespace {
 
-// The weighting's shelf, at 1682 Hz, has to lie below half the rate. libebur128 takes rates from
-// 16 Hz on and at the lowest writes beyond its memory.
-constexpr uint32_t kLowestRateHz = 2 * 1682;
 constexpr uint32_t kRangeSeconds = 3;  // below, there is nothing that could vary
 
 }  // namespace
@@ -18,7 +15,7 @@ LoudnessMeter::LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering me
       rate(rateHz),
       overTime(metering == Metering::kOverTime),
       first(firstFrame) {
-    if (metering == Metering::kNothing || rateHz < kLowestRateHz) return;
+    if (metering == Metering::kNothing || rateHz < kLowestMeteredRateHz) return;
     state.reset(ebur128_init(channelCount, rateHz, EBUR128_MODE_I | EBUR128_MODE_LRA));
     if (metering != Metering::kLoudness) truePeak.emplace(channelCount, rateHz);
 }
@@ -31,7 +28,7 @@ void LoudnessMeter::Continue(uint32_t channelCount, uint32_t rateHz) {
     }
     channels = channelCount;
     rate = rateHz;
-    if (rateHz < kLowestRateHz ||
+    if (rateHz < kLowestMeteredRateHz ||
         ebur128_change_parameters(state.get(), channels, rate) == EBUR128_ERROR_NOMEM)
         state.reset();
 }

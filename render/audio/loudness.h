@@ -16,6 +16,10 @@ struct Loudness {           // NaN: not measured
     double truePeakDb;  // dB over full scale, of the louder channel; -infinity if silent
 };
 
+// The weighting's shelf, at 1682 Hz, has to lie below half the rate. libebur128 takes rates from
+// 16 Hz on and at the lowest writes beyond its memory.
+constexpr uint32_t kLowestMeteredRateHz = 2 * 1682;
+
 enum class Metering {
     kNothing,
     kLoudness,    // and range

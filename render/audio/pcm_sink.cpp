@@ -3,9 +3,11 @@
 #include <algorithm>
 
 PcmSink::PcmSink(AudioWriter& audioWriter, const Rates& rates, uint32_t channelCount, bool dither,
-                 StreamMeter& streamMeter, uint64_t firstFrame)
+                 double gain, StreamMeter& streamMeter, uint64_t firstFrame)
     : writer(audioWriter),
       channels(channelCount),
+      isExact(rates.chainHz == rates.outputHz && gain == 1),
+      toFloat(static_cast<float>(gain / 32768)),
       resampler(rates.chainHz, rates.outputHz, channelCount),
       quantizer(dither),
       meter(streamMeter) {
@@ -19,12 +21,12 @@ void PcmSink::Put(std::span<const int16_t> samples) {
 }
 
 void PcmSink::Write(std::span<const int16_t> samples) {
-    if (resampler.IsIdle()) {
+    if (isExact) {
         Put(samples);
         return;
     }
     floats.assign(samples.begin(), samples.end());
-    for (float& sample : floats) sample /= 32768.0f;
+    for (float& sample : floats) sample *= toFloat;
     resampled.clear();
     resampler.Process(floats, &resampled);
     quantized.clear();

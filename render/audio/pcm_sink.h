@@ -14,10 +14,12 @@ public:
     struct Rates {
         uint32_t chainHz, outputHz;
     };
-    // dither: if it has to resample. meter: measures what is written, as a run that begins at
+    // dither: if it has to resample or to change the level. gain: linear, of everything that is
+    // written; applied before the samples are rounded to 16 bits. With 1 nothing is changed.
+    // meter: measures what is written, as a run that begins at
     // firstFrame. Writer and meter must outlive the sink.
     PcmSink(AudioWriter& audioWriter, const Rates& rates, uint32_t channelCount, bool dither,
-            StreamMeter& streamMeter, uint64_t firstFrame = 0);
+            double gain, StreamMeter& streamMeter, uint64_t firstFrame = 0);
 
     // Interleaved samples, whole frames.
     void Write(std::span<const int16_t> samples);
@@ -31,6 +33,8 @@ private:
 
     AudioWriter& writer;
     size_t channels;
+    bool isExact;   // samples are written as they come
+    float toFloat;  // from a 16-bit sample
     Resampler resampler;
     Quantizer quantizer;
     StreamMeter& meter;
