@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <deque>
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include "render/audio/joined_reader.h"
 #include "render/audio/output_file.h"
 #include "render/audio/whole_write.h"
+#include "render/ceiling.h"
 #include "render/failure.h"
 #include "render/match.h"
 
@@ -82,13 +84,15 @@ public:
             if (count > 0) Writer().Write(samples.first(count));
             written += count;
             samples = samples.subspan(count);
-            if (!samples.empty()) Close();
+            if (!samples.empty()) CloseTrack();
         }
     }
 
-    void Commit() override {
-        while (!waiting.empty()) Close();
+    void Close() override {
+        while (!waiting.empty()) CloseTrack();
     }
+    std::string ClosedPath() const override { return ""; }
+    void Commit() override { Close(); }
     std::vector<std::string> NotKept() const override { return {}; }
 
 private:
@@ -107,8 +111,14 @@ private:
         return *writer;
     }
 
-    void Close() {
-        Writer().Commit();
+    void CloseTrack() {
+        Writer().Close();
+        const AlbumTrack& track = waiting.front().track;
+        if (job.metering != Metering::kNothing && OutputFormat(track.output).IsLossy() &&
+            waiting.front().end != lastEnd)
+            AddDecodedPeak(writer->ClosedPath(), report);
+        lastEnd = waiting.front().end.value_or(0);
+        writer->Commit();
         warnings->Add(waiting.front().track.output, *writer, waiting.front().tags);
         writer.reset();
         waiting.pop_front();
@@ -122,6 +132,7 @@ private:
     Report* report;
     size_t begun = 0;
     uint64_t framesEnded = 0, written = 0;  // written: samples
+    uint64_t lastEnd = 0;                   // of the track that was closed last
     std::deque<Waiting> waiting;            // the first is being written
     std::unique_ptr<AudioWriter> writer;
 };
@@ -173,14 +184,14 @@ public:
                 openers.emplace_back([tracks] { return Join(tracks); });
             match = MatchPiece(job, openers, library);
         }
-        Start(match);
-        for (const AlbumTrack& track : album.tracks) MakeFolderOf(track.output);
-        StreamMeter before(job.metering), after(job.metering);
-        for (size_t i = 0; i < runs.size(); ++i) Play(runs[i], starts[i], &before, &after);
-        report.before = before.Finish().loudness;
-        report.after = after.Finish().loudness;
-        for (const CueSheet& sheet : album.sheets) WriteSheet(sheet);
-        set.Commit();
+        const Report started = Start(match);
+        Ceiling ceiling(job.ceilingDb);
+        do {
+            report = started;
+            Make(ceiling.Gain());
+        } while (ceiling.NeedsAnother(PeakDb()));
+        set->Commit();
+        ceiling.AddTo(&report);
         warnings.AddTo(&report);
         if (job.match) NoteMatch(match, &report);
         return report;
@@ -188,7 +199,7 @@ public:
 
 private:
     // Finds what each run is played with. The output gain is that of the run that needs the lowest.
-    void Start(const std::optional<Match>& match) {
+    Report Start(const std::optional<Match>& match) {
         for (const Tracks& tracks : runs) {
             RenderJob jobOfRun = job;
             jobOfRun.input = tracks.front().input;
@@ -199,26 +210,50 @@ private:
         for (const Report& start : starts)
             gain = std::min(gain, start.settings.Get(PARAM_OUTPUT_GAIN));
         for (Report& start : starts) start.settings.Set(PARAM_OUTPUT_GAIN, gain);
-        report = starts.front();
-        report.input = job.input;
-        report.output = job.output;
-        report.album = album.title;
+        Report started = starts.front();
+        started.input = job.input;
+        started.output = job.output;
+        started.album = album.title;
         for (size_t i = 1; i < runs.size(); ++i) {
-            report.notes.push_back(fmt::format("another stream begins with {}: {} Hz, {}",
-                                               runs[i].front().name, starts[i].rateHz,
-                                               starts[i].channels == 1 ? "mono" : "stereo"));
-            report.notes.insert(report.notes.end(), starts[i].notes.begin(), starts[i].notes.end());
+            started.notes.push_back(fmt::format("another stream begins with {}: {} Hz, {}",
+                                                runs[i].front().name, starts[i].rateHz,
+                                                starts[i].channels == 1 ? "mono" : "stereo"));
+            started.notes.insert(started.notes.end(), starts[i].notes.begin(),
+                                 starts[i].notes.end());
         }
-        report.notes.insert(report.notes.end(), album.notes.begin(), album.notes.end());
+        started.notes.insert(started.notes.end(), album.notes.begin(), album.notes.end());
+        return started;
     }
 
-    void Play(Tracks tracks, const Report& start, StreamMeter* before, StreamMeter* after) {
-        TrackCutter cutter(job, tracks, start.outputRateHz, &set, &warnings, &report);
+    // Makes all files without giving them their names. gain: PcmSink's.
+    void Make(double gain) {
+        set.emplace();
+        warnings = {};
+        for (const AlbumTrack& track : album.tracks) MakeFolderOf(track.output);
+        StreamMeter before(job.metering), after(job.metering);
+        for (size_t i = 0; i < runs.size(); ++i) Play(runs[i], starts[i], gain, &before, &after);
+        report.before = before.Finish().loudness;
+        report.after = after.Finish().loudness;
+        for (const CueSheet& sheet : album.sheets) WriteSheet(sheet);
+    }
+
+    // The largest of all tracks. If one is in a lossless format, that of all samples counts, too.
+    double PeakDb() const {
+        const bool lossy = std::all_of(
+            album.tracks.begin(), album.tracks.end(),
+            [](const AlbumTrack& track) { return OutputFormat(track.output).IsLossy(); });
+        const double decodedDb = report.decodedPeakDb.value_or(-INFINITY);
+        return lossy || decodedDb > report.after.truePeakDb ? decodedDb : report.after.truePeakDb;
+    }
+
+    void Play(Tracks tracks, const Report& start, double gain, StreamMeter* before,
+              StreamMeter* after) {
+        TrackCutter cutter(job, tracks, start.outputRateHz, &*set, &warnings, &report);
         const auto reader = Join(
             tracks, [&cutter](const AudioReader& file) { cutter.Begin(file); },
             [&cutter](uint64_t frames) { cutter.End(frames); });
         ChainRun run(job, library, start.settings, *reader, *before);
-        run.Play(cutter, start.outputRateHz, *after);
+        run.Play(cutter, start.outputRateHz, *after, gain);
         run.AddTo(&report);
         if (!report.damage.empty())
             throw Failure("{}; nothing of the album is written",
@@ -228,12 +263,12 @@ private:
 
     void MakeFolderOf(const std::string& path) {
         if (const fs::path parent = fs::path(path).parent_path(); !parent.empty())
-            set.MakeFolder(parent.string());
+            set->MakeFolder(parent.string());
     }
 
     void WriteSheet(const CueSheet& sheet) {
         MakeFolderOf(sheet.output);
-        OutputFile file(sheet.output, job.overwrite, &set);
+        OutputFile file(sheet.output, job.overwrite, &*set);
         if (const int error = WriteAll(file.Descriptor(), sheet.text.data(), sheet.text.size()))
             throw Failure("{} cannot be written: {}", sheet.output, std::strerror(error));
         file.Commit();
@@ -246,7 +281,7 @@ private:
     std::vector<Report> starts;  // of each run
     Report report{};
     TagWarnings warnings;
-    OutputSet set;
+    std::optional<OutputSet> set;
 };
 
 }  // namespace

@@ -30,7 +30,14 @@ bool Ceiling::NeedsAnother(double peakDb) {
 }
 
 void Ceiling::AddTo(Report* report) const {
-    if (!wantedDb) return;
+    if (!wantedDb) {
+        if (report->decodedPeakDb.value_or(0) > 0)
+            report->notes.push_back(
+                fmt::format("decoded, the output goes {:.1f} dB over full scale, where players may "
+                            "clip it; --ceiling lowers it",
+                            *report->decodedPeakDb));
+        return;
+    }
     report->ceiling = {*wantedDb, gainDb, reachedDb, outputs};
     if (reachedDb > *wantedDb)
         report->warnings.push_back(fmt::format(

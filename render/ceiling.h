@@ -30,6 +30,7 @@ public:
     bool NeedsAnother(double peakDb);
 
     // Tells the ceiling, the gain and the outputs it took, and warns if the last one was too loud.
+    // Without a ceiling, notes that the decoded output exceeds full scale, if it does.
     void AddTo(Report* report) const;
 
 private:

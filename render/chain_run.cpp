@@ -36,6 +36,15 @@ void CheckRates(const RenderJob& job, Report* report) {
     report->notes.push_back(text);
 }
 
+double DecodedPeakDb(const std::string& path) {
+    AudioReader reader(path);
+    if (reader.RateHz() < kLowestMeteredRateHz) return NAN;
+    TruePeakMeter meter(reader.Channels(), reader.RateHz());
+    for (auto samples = reader.Read(); !samples.empty(); samples = reader.Read())
+        meter.Add(samples);
+    return 20 * std::log10(meter.Peak());
+}
+
 }  // namespace
 
 uint64_t AtRate(uint64_t frames, uint32_t rateHz, uint32_t otherRateHz) {
@@ -116,13 +125,9 @@ Report StartReport(const RenderJob& job, const std::optional<Match>& match,
     return report;
 }
 
-double DecodedPeakDb(const std::string& path) {
-    AudioReader reader(path);
-    if (reader.RateHz() < kLowestMeteredRateHz) return NAN;
-    TruePeakMeter meter(reader.Channels(), reader.RateHz());
-    for (auto samples = reader.Read(); !samples.empty(); samples = reader.Read())
-        meter.Add(samples);
-    return 20 * std::log10(meter.Peak());
+void AddDecodedPeak(const std::string& path, Report* report) {
+    const double peakDb = DecodedPeakDb(path), before = report->decodedPeakDb.value_or(-INFINITY);
+    report->decodedPeakDb = before > peakDb ? before : peakDb;
 }
 
 void NoteMatch(const std::optional<Match>& match, Report* report) {

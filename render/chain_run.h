@@ -104,9 +104,9 @@ uint32_t OutputRateHz(const std::string& output, uint32_t fileRateHz);
 Report StartReport(const RenderJob& job, const std::optional<Match>& match,
                    const SampleReader& reader);
 
-// The true peak in dB over full scale that an audio file has once decoded; NaN at a rate at which
-// it can't be measured.
-double DecodedPeakDb(const std::string& path);
+// Decodes a lossy output that has no name yet, and adds its true peak to the report of one or
+// several files. The peak is NaN at a rate at which it can't be measured.
+void AddDecodedPeak(const std::string& path, Report* report);
 
 // Says how near the loudness has come, if it isn't near. match: what MatchPiece gave.
 void NoteMatch(const std::optional<Match>& match, Report* report);

@@ -82,14 +82,8 @@ public:
         if (!OutputFormat(job.output).IsLossy()) return report.after.truePeakDb;
         writer->Close();
         if (report.frames == 0) return -INFINITY;
-        const double peakDb = DecodedPeakDb(writer->ClosedPath());
-        report.decodedPeakDb = peakDb;
-        if (peakDb > 0 && !job.ceilingDb)
-            report.notes.push_back(fmt::format(
-                "decoded, {} goes {:.1f} dB over full scale, where players may clip it; --ceiling "
-                "lowers it",
-                job.output, peakDb));
-        return peakDb;
+        AddDecodedPeak(writer->ClosedPath(), &report);
+        return *report.decodedPeakDb;
     }
 
     // After Make, once.

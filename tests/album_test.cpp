@@ -304,4 +304,27 @@ TEST_F(Album, ACueSheetGoesWithItsFile) {
     EXPECT_EQ(std::distance(fs::directory_iterator("out.d"), fs::directory_iterator()), 2);
 }
 
+TEST_F(Album, OneCeilingHoldsForAllTracks) {
+    Floats loud;
+    for (const float sample : Noise<float>(2 * 44100, 1))
+        loud.push_back(sample > 0 ? 0.99F : -0.99F);
+    Write("in/1.wav", loud, 44100, 2);
+    WriteTrack("2.wav");
+    for (const std::string ending : {"flac", "opus"}) {
+        const nlohmann::json report =
+            Reports("in out-" + ending + " --preset off --ceiling=-3dB --format " + ending).front();
+        EXPECT_LE(report["ceiling"]["reachedDb"], -3) << ending;
+        EXPECT_GT(report["ceiling"]["reachedDb"], -5) << ending;
+        for (const float x : Read("out-" + ending + "/1." + ending))
+            ASSERT_LE(std::abs(x), 0.708) << ending;
+        // The soft track is lowered as the loud one is.
+        const Floats soft = Read("out-" + ending + "/2." + ending);
+        EXPECT_NEAR(*std::max_element(soft.begin() + 20000, soft.end() - 20000),
+                    0.2 * std::pow(10, report["ceiling"]["gainDb"].get<double>() / 20), 0.01)
+            << ending;
+        EXPECT_EQ(std::distance(fs::directory_iterator("out-" + ending), {}), 2) << ending;
+    }
+    EXPECT_FALSE(Reports("in loud --preset off --format opus")[0]["notes"].empty());
+}
+
 }  // namespace
