@@ -13,7 +13,7 @@ armv7 1230"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 # The plug-in runs inside the emulator: this machine's compiler.
-c++ -std=c++20 -O2 -fPIC -shared -fvisibility=hidden -o "$work/plugin.so" bench/count_instructions.cpp
+c++ -std=c++20 -O2 -fPIC -shared -fvisibility=hidden -I. -o "$work/plugin.so" bench/count_instructions.cpp
 
 # PRESET TARGET...
 build() {
