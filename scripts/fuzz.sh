@@ -60,7 +60,8 @@ cd ../..
 [ "${2:-}" = coverage ] || exit 0
 
 cmake --preset fuzz -B build/fuzz-coverage -DORVANE_SANITIZE=fuzzer-no-link \
-    -DCMAKE_CXX_FLAGS="-fprofile-instr-generate -fcoverage-mapping" > /dev/null
+    -DCMAKE_CXX_FLAGS="-ffp-exception-behavior=strict -fprofile-instr-generate -fcoverage-mapping" \
+    > /dev/null
 cmake --build build/fuzz-coverage --target fuzz_host fuzz_classes
 cd build/fuzz-coverage
 for target in fuzz_host fuzz_classes; do
