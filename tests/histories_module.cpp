@@ -11,6 +11,12 @@ alignas(History) unsigned char room[sizeof(History)];
 History* history = nullptr;
 }  // namespace
 
+HISTORY_EXPORT(recorded) uint32_t Recorded() {
+    return kRecordedHistories;
+}
+HISTORY_EXPORT(most_frames) uint32_t MostFrames() {
+    return History::kMostFrames;
+}
 HISTORY_EXPORT(begin) void Begin(uint32_t number) {
     history = new (room) History(number);
 }
