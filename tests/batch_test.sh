@@ -15,14 +15,16 @@ done
 block() { awk -v n="$1" '/^```sh/ {i++; on = 1; next} /^```/ {on = 0} on && i == n' "$page"; }
 fail() { echo "batch_test: $*"; exit 1; }
 
-mkdir -p "$here/music/it's a" "$here/music/b"
+evil="it's \"ü\""  # in names of folders and files
+mkdir -p "$here/music/$evil" "$here/music/b"
 cd "$here/music"
 perl -e 'print pack("A4VA4A4VvvVVvvA4V", "RIFF", 30036, "WAVE", "fmt ", 16, 1, 1, 48000, 96000, 2, 16,
   "data", 30000), map { pack "s<", rand 9999 } 1 .. 15000' | orvane render -q - source.flac
-for n in {1..100}; do cp source.flac "it's a/$n.flac"; cp source.flac "b/$n.flac"; done
+for n in {1..100}; do cp source.flac "$evil/$n.flac"; cp source.flac "b/$n $evil.flac"; done
 mv source.flac ..
-mv b/7.flac b/spare
-echo broken >b/7.flac
+mv "b/100 $evil.flac" "b/1 $evil.FLAC"
+mv "b/7 $evil.flac" b/spare
+echo broken >"b/7 $evil.flac"
 found() { find ../out -name "$1" 2>/dev/null | wc -l; }
 
 set -m
@@ -40,7 +42,7 @@ block 1 | sed '/^cd/d' | bash 2>err || status=$?
 [ $status = 1 ] || fail "$status files failed, for one that is broken"
 grep -c '^orvane: ' err | grep -qx 1
 [ "$(found '[!.]*.opus')" = 199 ] || fail "$(found '[!.]*.opus') files after resuming"
-mv b/spare b/7.flac
+mv b/spare "b/7 $evil.flac"
 block 2 | bash
 [ "$(found '[!.]*.opus')" = 200 ] || fail "$(found '[!.]*.opus') files after the broken one was mended"
 [ "$(find ../out -name '[!.]*.opus' -printf '%s\n' | sort -u | wc -l)" = 1 ] || fail "some are not whole"
@@ -55,8 +57,10 @@ SHELL=/bin/bash exec bash -c "$*"
 SSH
 chmod +x "$here/ssh"
 export PARALLEL_SSH=$here/ssh
-rm -r "it's a" b/[1-9]?.flac ../jobs
+rm -r "$evil" b/[1-9][0-9]*.flac ../jobs
+[ "$(block 4 | bash | wc -l)" = 10 ] || fail "some results are there before they are made"
 block 3 | sed 's/,: / /' | bash
+[ -z "$(block 4 | bash)" ] || fail "the machines left out $(block 4 | bash | wc -l)"
 [ "$(find . -name '*-night.opus' | wc -l)" = 10 ] || fail "the machines gave $(find . -name '*.opus' | wc -l)"
 [ "$(cut -f 2 ../jobs | sort -u | grep -c 'alpha\|beta')" = 2 ] || fail "not all machines worked"
 [ -z "$(find ../alpha ../beta -type f)" ] || fail "the machines keep files"
