@@ -1,13 +1,13 @@
-#!/bin/sh
+#!/bin/bash
 # Installs the Debian packages that the named jobs need, if they aren't there yet: as root, or
-# through sudo.
+# through sudo. Says beforehand how much it downloads, and how far it is about every ten seconds.
 #   render  the library, the renderer, a piece of music and pictures
 #   test    that, and what tests and checks need
 #   arm     the cross builds and their emulator
 #   wasm    the WebAssembly build, what runs it and bundles the page
 #   browser what the page is tested in
 #   npm     where Node.js came without it
-set -eu
+set -euo pipefail
 
 render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-dev libcli11-dev
   nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev gnuplot-nox fonts-dejavu-core
@@ -42,9 +42,34 @@ for package in $wanted; do
     missing="$missing $package"
 done
 [ -z "$missing" ] && exit 0
-echo "Installing:$missing"
 root=
 [ "$(id -u)" = 0 ] || root=sudo
+
+# apt-get's status lines become a line at each twentieth of the way, and every ten seconds between.
+show_progress() {
+  local kind percent text step told='' next=0
+  while IFS=: read -r kind _ percent text; do
+    case $kind in
+      dlstatus) kind=downloading ;;
+      pmstatus) kind=installing ;;
+      *) continue ;;
+    esac
+    percent=${percent%.*}
+    step="$kind $((percent / 5))"
+    [ "$step" != "$told" ] || [ "$SECONDS" -ge "$next" ] || continue
+    echo "  $kind, $percent %: $text"
+    told=$step
+    next=$((SECONDS + 10))
+  done
+}
+
+echo "Packages that are missing:$missing"
+echo "Reading Debian's lists of packages ..."
 $root apt-get update -qq
-# shellcheck disable=SC2086  # one word a package
-$root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $missing >/dev/null
+# shellcheck disable=SC2206  # one word a package
+install=(apt-get install --no-install-recommends $missing)
+echo "With what they depend on:"
+$root env LC_ALL=C "${install[@]}" --assume-no 2>&1 |
+  grep -E ' newly installed, |^Need to get |^After this operation' | sed 's/^/  /' || true
+$root env LC_ALL=C DEBIAN_FRONTEND=noninteractive "${install[@]}" -y -qq -o APT::Status-Fd=1 |
+  show_progress
