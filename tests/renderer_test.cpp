@@ -56,7 +56,7 @@ TEST_F(Renderer, GivesTheBitsOfTheLibraryHoweverTheInputArrives) {
         EXPECT_EQ(Shell(line), 0);
         EXPECT_EQ(Slurp("err"), line.find("- -") == std::string::npos
                                     ? ""
-                                    : "orvane: standard output has no place for the tags COMMENT, "
+                                    : "orvane: standard output cannot keep COMMENT, "
                                       "TITLE\n")
             << line;
         const auto result = Read<int16_t>("out.wav");

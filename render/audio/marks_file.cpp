@@ -55,7 +55,8 @@ void ReadChunks(int fd, Order order, Marks* marks) {
         const std::string header = ReadAt(fd, at, kChunkHeader + 4);
         std::string name = header.substr(0, 4);
         uint64_t size = Get<uint32_t>(header, 4, order), from = at + kChunkHeader;
-        if (!IsName(name)) return;
+        // A second file that was joined to the first has no more marks of the first.
+        if (!IsName(name) || IsOneOf(name, "RIFF,RF64,FORM")) return;
         if (name == "ds64") longSize = Get<uint64_t>(ReadAt(fd, from + 8, 8), 0);
         if (name == "data" && size == UINT32_MAX) size = longSize;
         if (name == "data" && size == 0) return;  // its end isn't known
