@@ -7,7 +7,7 @@
 #include "client/settings_text.h"
 
 namespace {
-constexpr std::streamsize kMostBytes = 64 * 1024;
+constexpr std::streamsize kMostBytes = 65536;
 }
 
 std::string ReadSettingsFile(const std::string& path, Settings* settings) {

@@ -14,8 +14,7 @@ constexpr const char* kExamples[] = {
     "orvane render song.flac louder.flac --preset loud --picture louder.png",
     "orvane render song.mp3 - --tone 60:6,200:0,8000:3 | aplay",
     "orvane album 'The Album' out --format opus --match",
-    "parallel orvane render -q --only-whole --skip-existing {} {.}-night.flac --preset night ::: "
-    "*.wav"};
+    "parallel orvane render -q --only-whole {} {.}-night.flac --preset night ::: *.wav"};
 
 // Text as roff takes it: a hyphen would become a typographer's, a control character at the start of
 // a line a request.

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <exception>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <new>
 
@@ -78,10 +79,10 @@ public:
         if (job.onlyWhole && !report.damage.empty())
             throw Failure("{}; nothing is written", DamageText(job.input, report.damage));
         if (job.metering == Metering::kNothing || job.output.empty() || job.output == "-")
-            return NAN;
+            return std::numeric_limits<double>::quiet_NaN();
         if (!OutputFormat(job.output).IsLossy()) return report.after.truePeakDb;
         writer->Close();
-        if (report.frames == 0) return -INFINITY;
+        if (report.frames == 0) return -std::numeric_limits<double>::infinity();
         AddDecodedPeak(writer->ClosedPath(), &report);
         return *report.decodedPeakDb;
     }

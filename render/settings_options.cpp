@@ -44,7 +44,7 @@ void SettingsOptions::AddTo(Options& options) {
         };
         if (parameter.kind == ParameterKind::kSwitch)
             group.AddSwitch(
-                name + ",!--no-" + key, [take](bool on) { take(on ? "on" : "off"); },
+                fmt::format("--{0},!--no-{0}", key), [take](bool on) { take(on ? "on" : "off"); },
                 HelpText(parameter));
         else if (parameter.kind == ParameterKind::kBandValue)
             group.AddRepeated(name, take, HelpText(parameter)).Type("L0,...,L9 or BAND=LEVEL");

@@ -101,6 +101,7 @@ FfmpegDecoder::FfmpegDecoder(int fd, const BytePart& part, uint32_t rateHz, uint
     if (channels != 0) arguments.insert(arguments.end(), {"-ac", std::to_string(channels)});
     arguments.insert(arguments.end(), {"-f", "au", "-"});
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
 
