@@ -14,9 +14,9 @@
 // addresses). The emulator's own look-up confuses functions that overlap. entry=NAME: calls of this
 // function of the interface, InterfaceCommand, instead of InterfaceProcess.
 //
-// Prints lines of words parted by tabs: "calls" N, "worst" instructions of one call, "stage" STAGE in
-// the chain's order, for each stage and function "count" STAGE instructions NAME, and "misaligned" NAME for each function that
-// accessed two words elsewhere.
+// Prints lines of words parted by tabs: "calls" N, "worst" instructions of one call, "stage" STAGE
+// in the chain's order, for each stage and function "count" STAGE instructions NAME, and
+// "misaligned" NAME for each function that accessed two words elsewhere.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -42,8 +42,8 @@ public:
     virtual std::string ClosedPath() const = 0;
     // Gives the file its name, after Close if that wasn't called.
     virtual void Commit() = 0;
-    // The tags that there is no place for, known after Close, and what OutputFile couldn't keep, known
-    // after Commit.
+    // The tags that there is no place for, known after Close, and what OutputFile couldn't keep,
+    // known after Commit.
     virtual std::vector<std::string> NotKept() const = 0;
 };
 
