@@ -312,7 +312,7 @@ TEST_F(Album, OneCeilingHoldsForAllTracks) {
     WriteTrack("2.wav");
     for (const std::string ending : {"flac", "opus"}) {
         const nlohmann::json report =
-            Reports("in out-" + ending + " --preset off --ceiling=-3dB --format " + ending).front();
+            Reports("in out-" + ending + " --preset off --ceiling=-3dB --format " + ending).at(0);
         EXPECT_LE(report["ceiling"]["reachedDb"], -3) << ending;
         EXPECT_GT(report["ceiling"]["reachedDb"], -5) << ending;
         for (const float x : Read("out-" + ending + "/1." + ending))
@@ -324,7 +324,7 @@ TEST_F(Album, OneCeilingHoldsForAllTracks) {
             << ending;
         EXPECT_EQ(std::distance(fs::directory_iterator("out-" + ending), {}), 2) << ending;
     }
-    EXPECT_FALSE(Reports("in loud --preset off --format opus")[0]["notes"].empty());
+    EXPECT_FALSE(Reports("in loud --preset off --format opus").at(0)["notes"].empty());
 }
 
 }  // namespace
