@@ -151,9 +151,9 @@ std::vector<Mark> Marks::Points() const {
     for (const Chunk& chunk : chunks)
         if (chunk.name == "adtl")
             ForLabels(chunk.bytes, [&](const std::string& name, size_t at, size_t size) {
-                if (name == "labl" && size > 4)
-                    labels[Get<uint32_t>(chunk.bytes, at)] =
-                        chunk.bytes.substr(at + 4, size - 4).c_str();  // up to the zero
+                if (name != "labl" || size <= 4) return;
+                const std::string text = chunk.bytes.substr(at + 4, size - 4);
+                labels[Get<uint32_t>(chunk.bytes, at)] = text.substr(0, text.find('\0'));
             });
     std::vector<Mark> points;
     for (const Chunk& chunk : chunks)

@@ -79,7 +79,8 @@ std::optional<Mp3Frame> FrameAt(ByteWindow& file, uint64_t at) {
     const std::string_view head = file.At(at, 4);
     if (head.size() < 4) return std::nullopt;
     const uint64_t bits = BigEndian(head);
-    const int version = bits >> 19 & 3, layer = 4 - static_cast<int>(bits >> 17 & 3);
+    const int version = static_cast<int>(bits >> 19 & 3),
+              layer = 4 - static_cast<int>(bits >> 17 & 3);
     const size_t bitRate = bits >> 12 & 15, rate = bits >> 10 & 3;
     // A free bit rate (0) doesn't tell how long the frame is.
     if (bits >> 21 != 0x7FF || version == 1 || layer == 4 || bitRate == 0 || bitRate == 15 ||
