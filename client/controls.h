@@ -81,8 +81,8 @@ inline std::string KeyOf(const Control& control) {
     return control.IsBand() ? key + '-' + std::to_string(control.band) : key;
 }
 
-// What a listener reads: the table's words, then the parameter's name where it says something else.
-// "Treble (process)", "Output gain", "Band 3 (eq 3)".
+// Returns the name that a listener reads: the table's words, then the parameter's name if it
+// differs. "Treble (process)", "Output gain", "Band 3 (eq 3)".
 inline std::string NameOf(const Control& control) {
     std::string label = control.parameter->label, key = KeyOf(control);
     if (control.IsBand()) label += ' ' + std::to_string(control.band);

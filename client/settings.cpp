@@ -44,7 +44,7 @@ bool Settings::IsOn(ParameterId id) const {
         [this, id](const Parameter& row) { return row.needs == id && !IsDefault(row); });
 }
 
-// Of a switch: whether its values decide.
+// Returns true for a switch that isn't set and is on or off by the values that it switches.
 bool Settings::FollowsNow(ParameterId id) const {
     return ParameterOf(id).followsItsValues && !IsSet(id);
 }

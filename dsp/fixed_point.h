@@ -11,7 +11,7 @@ constexpr int kQ24Bits = 24;
 constexpr int32_t kQ24One = 1 << kQ24Bits;
 constexpr int kSampleShift = 9;  // left shift that takes 16-bit samples (full scale 2^15) to Q24
 
-// Whether one instruction multiplies or divides numbers of 64 bits.
+// True if one instruction multiplies or divides 64-bit integers.
 #if defined(__wasm__)
 inline constexpr bool kWideProducts = true;
 #else

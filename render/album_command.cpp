@@ -27,7 +27,7 @@ namespace {
 
 using Tracks = std::span<const AlbumTrack>;
 
-// What is said of the tags of several tracks, in one line for those of whom the same is said.
+// Collects the tag warnings of an album's tracks. Tracks with the same warning share one line.
 class TagWarnings {
 public:
     void Add(const std::string& output, const AudioWriter& writer, const AudioTags& tags) {
@@ -67,7 +67,8 @@ public:
     void Begin(const AudioReader& file) {
         waiting.push_back({tracks[begun++], file.Tags(), std::nullopt});
     }
-    // That source has been read to its end. `frames` are those of the run so far, at its rate.
+    // Ends a track: its source has been read to its end. `frames` counts the run so far, at its
+    // rate.
     void End(uint64_t frames) {
         const AlbumTrack& track = waiting.back().track;
         report->tracks.push_back(

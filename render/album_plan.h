@@ -1,4 +1,4 @@
-// What of a folder is an album: its tracks in their order, and where each of them goes.
+// Finds the albums of a folder: the tracks of each in their order, and the output of each track.
 //
 // Throws Failure, which names the file.
 #pragma once

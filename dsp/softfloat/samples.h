@@ -100,7 +100,7 @@ inline void SoftAmplified(float* samples, size_t count, float gain) {
     }
 }
 
-// What dsp/samples.h does, where floats are unpacked.
+// The conversions that dsp/samples.h uses in builds with unpacked floats.
 struct UnpackedSamples {
     static float FromInt16(int16_t sample) { return SoftFromInt16(sample); }
     static int32_t ToInt16(float sample) {
