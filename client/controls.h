@@ -1,8 +1,12 @@
-// What a listener turns while sound runs: every row of the parameter table that has a key, in the
-// table's order, the equalizer's ten bands one by one. Constant.
+// The controls that a listener moves while sound runs. Each row of the parameter table that has a
+// key is one control, in the table's order; each of the equalizer's ten bands is one of its own.
 //
-// Values are the table's. A port of a host is in a listener's units: gains in decibels from -20 dB
-// (0.1; below, hundredths are too far apart), band levels in per cent, everything else as it is.
+// Functions without "port" in their names take and give values in the table's units. A port of a
+// host has a listener's units instead: gains are in dB, band levels in per cent. Switches are 0 or
+// 1, and all other values are those of the table. The lowest gain that a port tells is -20 dB
+// (0.1). Below it, a hundredth, which is the step on the wire, is too large a step in dB.
+//
+// Thread: any. The table is constant. Only KeyOf and NameOf allocate.
 #pragma once
 #include <algorithm>
 #include <array>
@@ -22,29 +26,31 @@ struct Control {
     bool IsBand() const { return parameter->kind == ParameterKind::kBandValue; }
     bool IsDecibels() const { return parameter->IsGain(); }
 
-    // The command that sets it. wire: an integer as the library takes it.
+    // Returns the command that sets the control. `wire` is the integer to send (Parameter::OnWire).
     ParameterCommand CommandOf(int32_t wire) const {
         return IsBand() ? PackSet(parameter->id, {band, wire}) : PackSet(parameter->id, {wire});
     }
-    // Into the table's range; not a number is the default.
+    // Clamps `value` to the table's range. Returns the default for NaN.
     double Held(double value) const {
         if (value != value) return parameter->defaultValue;
         return std::clamp(value, parameter->minimum, parameter->maximum);
     }
-    // Whether `value`, as a host's floats hold it, is what a new instance has and no command
-    // restores.
+    // Returns true if `value`, rounded to float as hosts hold it, is a default that no command can
+    // restore. Only the gate's default, 0.9999, is such a value.
     bool IsUnsendable(double value) const {
         return !parameter->CanSendDefault() &&
                static_cast<float>(value) == static_cast<float>(parameter->defaultValue);
     }
 
+    // Converts from the table's units to the port's.
     float ToPort(double value) const {
         if (IsSwitch()) return value != 0 ? 1 : 0;
         if (IsBand()) return static_cast<float>(100 * value);
         if (IsDecibels()) return static_cast<float>(20 * std::log10(std::max(value, kLeastGain)));
         return static_cast<float>(value);
     }
-    // Any float; the default comes back as it is.
+    // Converts from the port's units to the table's and clamps to the table's range. Takes any
+    // float. The port's default gives exactly the table's default.
     double FromPort(float port) const {
         if (port == ToPort(parameter->defaultValue)) return parameter->defaultValue;
         if (IsSwitch()) return port > 0 ? 1 : 0;
@@ -53,9 +59,10 @@ struct Control {
         return Held(port);
     }
 
-    static constexpr double kLeastGain = 0.1;
+    static constexpr double kLeastGain = 0.1;  // -20 dB
 };
 
+// Returns how many controls a row has: 0 without a key, 10 for the row of bands, else 1.
 constexpr size_t ControlsOf(const Parameter& parameter) {
     if (parameter.key[0] == '\0') return 0;
     return parameter.kind == ParameterKind::kBandValue ? kBandCount : 1;
@@ -75,7 +82,7 @@ constexpr auto kControls = [] {
     return controls;
 }();
 
-// As a settings file has it, the bands one by one: "output-gain", "eq-3".
+// Returns the table's key, with the band's number if the control is a band: "output-gain", "eq-3".
 inline std::string KeyOf(const Control& control) {
     const std::string key = control.parameter->key;
     return control.IsBand() ? key + '-' + std::to_string(control.band) : key;
@@ -93,13 +100,14 @@ inline std::string NameOf(const Control& control) {
     return isSame ? label : label + " (" + key + ')';
 }
 
-// What `settings` has for a control, in the table's units.
+// Returns the value that `settings` holds for a control, in the table's units.
 inline double ValueOf(const Settings& settings, const Control& control) {
     if (control.IsSwitch()) return settings.IsOn(control.parameter->id) ? 1 : 0;
     if (control.IsBand()) return settings.BandLevels()[static_cast<size_t>(control.band)];
     return settings.Get(control.parameter->id);
 }
-// Held; what no command restores is unset.
+// Clamps `value` to the control's range and stores it. A value that no command can restore (the
+// gate's default) is unset instead, so that nothing is sent for it.
 inline void SetValue(Settings* settings, const Control& control, double value) {
     if (control.IsUnsendable(value))
         settings->Unset(control.parameter->id);

@@ -12,7 +12,7 @@ bool IsOn(const StageRow& stage, const Settings& settings) {
     return stage.enable == kNoSwitch || settings.IsOn(stage.enable);
 }
 
-// The one stage that collects blocks.
+// The only stage that collects blocks (the enhancer).
 constexpr const StageRow& kCollector =
     *std::find_if(std::begin(kStages), std::end(kStages),
                   [](const StageRow& stage) { return stage.blockFrames != 0; });

@@ -50,7 +50,6 @@ int32_t ClientInstance::Set(ParameterCommand command) {
 
 int32_t ClientInstance::Get(int32_t id) {
     if (handle == nullptr) return kStatusInvalid;
-    // Header, identifier, value.
     struct Answer {
         effect_param_t header;
         int32_t id, value;

@@ -48,14 +48,15 @@ public:
     int32_t Set(int32_t id, std::initializer_list<int32_t> values) {
         return Set(PackSet(id, values));
     }
-    // Returns the answer, or the status of a refusal. No answer of this library is negative.
+    // Returns the value that the library answered, or the negative status of a refusal. The two
+    // can't be confused, because no value of this library is negative.
     int32_t Get(int32_t id);
 
-    // Processes one buffer of `frames` interleaved frames. `in` is only read; `out` may be the same
-    // memory.
+    // Processes one buffer of `frames` interleaved frames with the configured number of channels.
+    // `in` is only read; `out` may be the same memory.
     int32_t Process(const int16_t* in, int16_t* out, uint32_t frames);
 
-    effect_handle_t handle = nullptr;  // for other calls; null if there is no instance
+    effect_handle_t handle = nullptr;  // for calls that are not above; null if there is no instance
 
 private:
     const audio_effect_library_t* record;

@@ -3,7 +3,7 @@
 #include <dlfcn.h>
 
 LibraryFile::LibraryFile(const std::string& path)
-    // dlopen takes a name without a slash for one of the system's libraries.
+    // dlopen searches the system's folders for a name without a slash.
     : handle(dlopen((path.find('/') == std::string::npos ? "./" + path : path).c_str(),
                     RTLD_NOW | RTLD_LOCAL)) {
     if (handle == nullptr) {

@@ -1,4 +1,7 @@
-// An effect library loaded from a file, and its record.
+// Loads an effect library from a file and finds its record.
+//
+// Allocates. Thread: any that is not the audio thread. The library is unloaded on destruction, so
+// the object must outlive every instance made from the record.
 #pragma once
 #include <string>
 

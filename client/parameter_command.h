@@ -1,4 +1,5 @@
 // The data of a set-parameter or get-parameter command in the form that an application sends.
+// Values are integers as on the wire (table/parameters.h). Thread: any; nothing allocates.
 #pragma once
 #include <algorithm>
 #include <cstddef>
@@ -16,7 +17,7 @@ struct ParameterCommand {
     uint32_t bytes = 0;  // number of bytes to send, from `header` on
 };
 
-// Makes a set-parameter command with `count` values, 1 to 4. Leaves out further values.
+// Makes a set-parameter command with `count` values, 1 to 4. Values after the fourth are left out.
 inline ParameterCommand PackSet(int32_t id, const int32_t* values, size_t count) {
     count = std::min(count, ParameterCommand::kMaxValues);
     ParameterCommand command;
@@ -31,6 +32,7 @@ inline ParameterCommand PackSet(int32_t id, std::initializer_list<int32_t> value
     return PackSet(id, values.begin(), values.size());
 }
 
+// Makes a get-parameter command.
 inline ParameterCommand PackGet(int32_t id) {
     ParameterCommand command;
     command.id = id;

@@ -5,8 +5,8 @@
 
 namespace {
 
-// The gain is all there after a hundred calls, and in three seconds where buffers are short: it
-// rises with a time constant of 0.4 s.
+// The playback gain fades in over a hundred calls. With short buffers these end before the gain has
+// settled. It rises with a time constant of 0.4 s, so three seconds are enough.
 constexpr uint32_t kSettlingBuffers = 100;
 constexpr uint32_t kSettlingSeconds = 3;
 
@@ -25,7 +25,8 @@ PieceStream::PieceStream(const audio_effect_library_t& library, const Settings& 
         Settle(BufferingFrames(settings, format.bufferFrames));
 }
 
-// Until the enhancer, too, has returned all its silent buffers: the delay is the same from then on.
+// Processes silence until the playback gain has settled and the enhancer has returned all its
+// silent buffers, `silentFrames` frames. From then on the delay stays the same.
 void PieceStream::Settle(uint32_t silentFrames) {
     const std::vector<int16_t> silence(size_t{format.bufferFrames} * format.channels);
     uint32_t buffers = 0, silent = 0;

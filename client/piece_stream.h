@@ -4,7 +4,8 @@
 // swallow the beginning of a piece. So the instance first processes silence, and that output is
 // dropped. The piece then begins as it would after a pause in a running player.
 //
-// Samples are interleaved, 16 bits. One thread.
+// Samples are interleaved, 16 bits. Spans and vectors count samples, and `frames` counts frames of
+// one sample per channel. Allocates. Thread: one at a time, not the audio thread.
 #pragma once
 #include <cstdint>
 #include <span>
@@ -16,26 +17,30 @@
 
 struct Alignment {
     bool keepsDelay = false;  // keeps the chain's delay in the output
-    bool startsCold = false;  // skips the silence before: starts as the framework does
+    bool startsCold = false;  // processes no silence before the piece, as the framework does
 };
 
 class PieceStream {
 public:
-    // Creates and settles the instance. The record must outlive the stream.
+    // Creates the instance and, unless it starts cold, settles it. The record must outlive the
+    // stream. If the library refuses, Refused() says what.
     PieceStream(const audio_effect_library_t& library, const Settings& settings,
                 const StreamFormat& streamFormat, const Alignment& alignment);
 
-    // Like BlockStream's. A stream that was refused gives silence.
+    // The same as BlockStream's. A stream that was refused gives silence.
     const char* Refused() const { return stream.Refused(); }
     int32_t Status() const { return stream.Status(); }
 
-    // Processes whole frames and appends the frames that have come through to `out`.
+    // Processes `in`, which must hold whole frames. Appends to `out` the frames that have passed
+    // through the chain so far.
     void Process(std::span<const int16_t> in, std::vector<int16_t>* out);
 
-    // Ends the piece: processes silence until everything is out. In total, as many frames were then
-    // appended as were taken; if the delay is kept, the delay's frames come on top.
+    // Ends the piece: processes silence until the last frame has passed through, and appends the
+    // rest to `out`. In total, as many frames have then been appended as were taken. If the delay
+    // is kept, its frames come on top.
     void Finish(std::vector<int16_t>* out);
 
+    // Returns the frames appended so far.
     uint64_t FramesOut() const { return samplesOut / format.channels; }
     // Returns the frames of silence that were processed and dropped before the first frame; 0 after
     // a cold start.
@@ -49,7 +54,7 @@ private:
 
     StreamFormat format;
     bool keepDelay;
-    uint64_t delaySamples;  // the whole delay
+    uint64_t delaySamples;  // the whole delay, DelayFrames
     uint64_t skipSamples;   // samples that must still be dropped from the front
     bool buffered;          // true if the enhancer returns some buffers silent
     BlockBuffering buffering;

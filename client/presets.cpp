@@ -4,8 +4,8 @@
 
 namespace {
 
-// Levels fitted to the aim on a third-octave scale; output gains and gates set for what the
-// descriptions promise, which docs/presets.md measures.
+// The band levels are fitted to each preset's aim on a third-octave scale. Output gains and gates
+// are set so that the descriptions hold; docs/presets.md has the measurements.
 constexpr Preset kPresets[] = {
     {.name = "music",
      .description =
@@ -64,7 +64,7 @@ constexpr Preset kPresets[] = {
     {.name = "off", .description = "every processor off; the output limiters remain"},
 };
 
-// Whether every value is in its row's range and is what the wire carries.
+// Returns true if every value is in its row's range and survives the rounding to the wire.
 constexpr bool AreSendable(const Preset& preset) {
     const auto isSendable = [](const Parameter& parameter, double value) {
         return value >= parameter.minimum && value <= parameter.maximum &&

@@ -4,7 +4,6 @@
 
 namespace {
 
-// The row of bands.
 constexpr const Parameter& kBandRow = ParameterOf(PARAM_EQUALIZER_BANDLEVEL);
 
 bool InRange(const Parameter& parameter, double value) {
@@ -44,7 +43,7 @@ bool Settings::IsOn(ParameterId id) const {
         [this, id](const Parameter& row) { return row.needs == id && !IsDefault(row); });
 }
 
-// Returns true for a switch that isn't set and is on or off by the values that it switches.
+// Returns true for a switch that nobody has set and that therefore follows its values.
 bool Settings::FollowsNow(ParameterId id) const {
     return ParameterOf(id).followsItsValues && !IsSet(id);
 }

@@ -1,6 +1,6 @@
-// What a listener can set, in the units of the parameter table.
+// What a listener can set, in the units of the parameter table (table/parameters.h).
 //
-// Of a fixed size: copying, setting and asking allocate nothing. Thread: any; one at a time.
+// Sizes are fixed: copying, setting and asking allocate nothing. Thread: any, one at a time.
 #pragma once
 #include <array>
 #include <cstddef>
@@ -10,7 +10,7 @@
 #include "client/parameter_command.h"
 #include "table/parameters.h"
 
-// Commands in the order in which they are to be sent.
+// A list of commands in the order in which they must be sent.
 class ParameterCommands {
 public:
     void Add(const ParameterCommand& command) { commands.at(count++) = command; }
@@ -22,30 +22,37 @@ private:
     size_t count = 0;
 };
 
-// New ones are those of a new instance: every processor off.
+// New settings are those of a new instance: every processor is off and nothing is set.
 class Settings {
 public:
     using Levels = std::array<double, kBandCount>;
 
-    // Rounds to what the wire carries (hundredths, mostly). False, and nothing changes: `value` is
-    // outside the table's range or not a number. id: a switch or a value.
+    // Sets a switch (0 or 1) or a value. The value is rounded to the nearest that the wire can
+    // carry, which for most rows is a hundredth. Returns false, and changes nothing, if `value` is
+    // outside the table's range or NaN.
     bool Set(ParameterId id, double value);
-    // One band of the equalizer. False, also: no such band.
+    // Sets the level, -1 to 1, of one band of the equalizer, 0 (lowest) to 9. Rounds as Set does.
+    // Returns false, and changes nothing, if level or band is outside its range or the level is
+    // NaN.
     bool SetBand(size_t band, double level);
-    // Back to what a new instance has.
+    // Returns a parameter to what a new instance has; for the row of bands, all ten levels. No
+    // command is then sent for it.
     void Unset(ParameterId id);
 
     bool IsSet(ParameterId id) const { return rows[RowOf(id)].isSet; }
+    // Returns the value that was set, or the default. For band levels use BandLevels().
     double Get(ParameterId id) const;
     const Levels& BandLevels() const { return levels; }
-    // Of a row that is a switch. One that follows its values (the equalizer's), as long as it isn't
-    // set, is on when one of them isn't the default.
+    // Returns whether a switch is on; `id` must be a switch. The equalizer's switch follows its
+    // values: as long as nobody sets the switch, it is on when a band's level isn't the default.
     bool IsOn(ParameterId id) const;
-    // False for a row that does nothing because the switch that it needs is off. Values turn a
-    // switch that follows them on or off as long as it isn't set.
+    // Returns false if the row has no effect because the switch that it needs is off. A row whose
+    // switch follows its values always acts as long as nobody sets the switch.
     bool Acts(const Parameter& parameter) const;
 
-    // What brings a new instance to these settings: what was set, switches last.
+    // Returns the commands that bring a new instance to these settings: everything that was set,
+    // values first and switches last. A switch that is on because it follows its values is
+    // included.
     ParameterCommands Commands() const;
 
     bool operator==(const Settings&) const = default;

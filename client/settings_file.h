@@ -1,14 +1,18 @@
-// Settings by the name of a preset or from a settings file. Not on an audio thread: they read files
-// and allocate.
+// Reads settings from a settings file or by the name of a preset.
+//
+// Both functions read files and allocate. Thread: any but the audio thread.
 #pragma once
 #include <string>
 
 #include "client/settings.h"
 
-// Sets what the file says. Returns what is wrong, "orvane.txt:3: no setting is called rato" or that
-// it can't be read or has more than 64 KiB; or "".
+// Reads the settings file at `path` into `settings` (client/settings_text.h has the format).
+// Returns
+// "" if the whole file was read. Otherwise returns one line that says what is wrong, such as
+// "orvane.txt:3: no setting is called rato". A file that can't be read or has more than 64 KiB is
+// refused. Settings of the lines before a wrong line stay set.
 std::string ReadSettingsFile(const std::string& path, Settings* settings);
 
-// The settings that `name` stands for: a preset's, else those of the file of that path. Returns
-// what is wrong, or "".
+// Sets `settings` to the preset called `name`. If no preset has that name, reads the settings file
+// at the path `name`. Returns "", or one line that says what is wrong.
 std::string SettingsNamed(const std::string& name, Settings* settings);

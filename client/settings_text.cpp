@@ -17,7 +17,8 @@ std::string_view Trimmed(std::string_view text) {
     return text.substr(begin, text.find_last_not_of(kBlank) + 1 - begin);
 }
 
-// The parts of a text between separators, each without the blanks around it.
+// Returns the parts between separators, each without the blanks around it. There is always at least
+// one part.
 std::vector<std::string_view> Split(std::string_view text, char separator) {
     std::vector<std::string_view> parts;
     for (;;) {
@@ -35,7 +36,7 @@ bool Parse(std::string_view text, Number* value) {
     const auto [stop, error] = std::from_chars(text.data(), end, *value);
     return error == std::errc() && stop == end;
 }
-#if !defined(__cpp_lib_to_chars)  // a library that reads whole numbers only
+#if !defined(__cpp_lib_to_chars)  // std::from_chars reads only integers here
 bool Parse(std::string_view text, double* value) {
     if (text.starts_with('+')) text.remove_prefix(1);
     const std::string number(text);
@@ -48,7 +49,7 @@ bool Parse(std::string_view text, double* value) {
 }
 #endif
 
-// A number, or of a gain decibels.
+// Reads a number. For a gain, also reads decibels ("-3dB") and converts them to a linear gain.
 bool ParseValue(const Parameter& parameter, std::string_view text, double* value) {
     const bool decibels = parameter.IsGain() && text.ends_with("dB");
     if (decibels) text = Trimmed(text.substr(0, text.size() - 2));

@@ -1,12 +1,15 @@
-// Settings as people write and read them, by the keys of the parameter table.
+// Settings as text that people write and read. Each setting has its key of the parameter table.
 //
 //   # a comment
 //   enhancer = on
 //   process = 1.2
 //   eq = -0.1,0.5,0.5,0,0,-0.05,-0.15,0,0.05,0.05
 //
-// Values are in the table's units, switches on or off (or 1, 0), band levels ten numbers or
-// BAND=LEVEL, parted by commas. A gain can also be given in decibels: -3dB.
+// Values are in the table's units. A switch is "on" or "off" (or 1 or 0). Band levels are either
+// ten numbers or any number of BAND=LEVEL, separated by commas. A linear gain can also be given in
+// decibels: "-3dB".
+//
+// Every function allocates. Thread: any but the audio thread.
 #pragma once
 #include <string>
 #include <string_view>
@@ -15,49 +18,54 @@
 #include "client/settings.h"
 #include "client/tone.h"
 
-// Shortest text of a value, at most six significant digits.
+// Returns the shortest text of a value, with at most six significant digits (printf's %g).
 std::string NumberText(double value);
 
-// "0.5 (-6.0 dB)" for a row that is a gain, else the number.
+// Returns "0.5 (-6.0 dB)" for a row that is a linear gain. Returns the number alone for other rows,
+// and for gains of 1 and of 0 or less.
 std::string ValueText(const Parameter& parameter, double value);
 
-// "+6.0", and never "-0.0".
+// Returns a sign and one decimal place: "+6.0". Values that round to 0 give "+0.0", never "-0.0".
 std::string DecibelText(double decibels);
 
-// "0 to 127".
+// Returns the row's range: "0 to 127".
 std::string RangeText(const Parameter& parameter);
 
-// What a new instance has, with the value that comes nearest if it can't be sent: "0.9999, sent as
-// 1".
+// Returns the value that a new instance has. If it can't be sent, the nearest value that can is
+// added: "0.9999, sent as 1".
 std::string DefaultText(const Parameter& parameter);
 
-// What a listener sets with it, behind the listener's words for it; of a value also its range, its
-// unit and what a new instance has: "Treble: gain of ... (0 to 4, factor; 1)".
+// Returns a line of help: the listener's words for the parameter, then what it does. For a value,
+// range, unit and default follow: "Treble: gain of ... (0 to 4, factor; 1)".
 std::string HelpText(const Parameter& parameter);
 
-// Null for what isn't a key of the table.
+// Returns null if the table has no such key.
 const Parameter* FindByKey(std::string_view key);
 
-// Sets one value. Returns what is wrong with it, without a line end ("ratio 11 is outside 0 to
-// 10"), and "" if nothing is; then only `settings` has changed.
+// Sets one value from its text. Returns "" if that worked. Otherwise leaves `settings` unchanged
+// and returns what is wrong, without a line end: "ratio 11 is outside 0 to 10".
 std::string SetFromText(std::string_view key, std::string_view value, Settings* settings);
 
-// Sets what the lines of a settings file say, each key at most once. Returns what is wrong with the
-// first wrong line, behind its number ("3: no setting is called rato"), or "". A text that is
-// longer than kMostSettingsBytes is refused.
+// Sets what the lines of a settings file say. Each key may appear once. Returns "" if all lines
+// were read. Otherwise stops at the first wrong line and returns its number and what is wrong with
+// it: "3: no setting is called rato". Settings of the lines before it stay set. A text of more than
+// kMostSettingsBytes bytes is refused.
 std::string ReadSettings(std::string_view text, Settings* settings);
 constexpr size_t kMostSettingsBytes = 1000000;
 
-// What was set, as the lines of a settings file, which read back give the same settings.
+// Returns everything that was set, as the lines of a settings file. Reading them gives the same
+// settings again.
 std::string SettingsText(const Settings& settings);
 
-// What acts, in one line for reports and pictures.
+// Returns one line for reports and pictures that names what is on, with its values.
 std::string Describe(const Settings& settings);
 
-// A curve as people write it: "60:6,200:0,8000:3", hertz and decibels. Returns what is wrong with
-// it, or ""; then *points holds it in ascending order. Frequencies 10 to 24000, -60 to 20 dB.
+// Reads a curve of points HZ:DB, separated by commas: "60:6,200:0,8000:3". Frequencies are 10 to
+// 24000 Hz, each at most once, and gains are -60 to 20 dB. Returns "" and stores the points in
+// ascending order of frequency. Otherwise returns what is wrong; *points then holds no usable
+// curve.
 std::string ReadTone(std::string_view text, std::vector<TonePoint>* points);
 
-// How near a fit comes: "within 0.3 dB (rms), furthest off at 60 Hz: -0.8 dB", and whether ten
-// bands can give such a curve at all.
+// Returns how near a fit comes to its curve: "within 0.3 dB (rms), furthest off at 60 Hz: -0.8 dB".
+// If the fit is not near (ToneFit::IsNear), the text says that ten bands can't give such a curve.
 std::string FitText(const ToneFit& fit);

@@ -60,7 +60,8 @@ size_t BlockStream::Put(const int16_t* in, size_t frames) {
 
 void BlockStream::Process(const int16_t* in, int16_t* out, size_t frames) {
     while (frames > 0) {
-        // The frames of the last buffer whose place these take.
+        // The new frames go where these frames of the last output came from, so the delay is one
+        // buffer.
         const auto last = output.begin() + static_cast<ptrdiff_t>(filled * format.channels);
         const size_t taken = Fill(in, frames);
         const size_t samples = taken * format.channels;

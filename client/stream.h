@@ -1,7 +1,8 @@
-// A stream through one instance. It may arrive in pieces of any length; the instance gets buffers
-// of one size.
+// Plays a stream through one instance. The stream may arrive in pieces of any length; the instance
+// gets buffers of one size.
 //
-// Processing allocates nothing and throws nothing. Samples are interleaved, 16 bits. One thread.
+// Samples are interleaved, 16 bits; all counts are in frames. Processing allocates nothing and
+// throws nothing. Thread: one at a time.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -13,14 +14,14 @@
 struct StreamFormat {
     uint32_t rateHz;    // 32000 to 48000
     uint32_t channels;  // 1 or 2
-    uint32_t
-        bufferFrames;  // frames per call, at least 1; the playback gain measures once per buffer
+    // Frames per call, at least 1. The playback gain measures the level once per buffer.
+    uint32_t bufferFrames;
 };
 
 class BlockStream {
 public:
-    // Creates an instance, configures it, sends the settings and enables it. The record must
-    // outlive the stream. Allocates.
+    // Creates an instance, configures it, sends the settings and enables it. Allocates the instance
+    // and both buffers. The record must outlive the stream.
     BlockStream(const audio_effect_library_t& library, const StreamFormat& streamFormat,
                 const Settings& settings);
 
@@ -34,14 +35,16 @@ public:
     size_t Put(const int16_t* in, size_t frames);
     // Returns true if the last Put() processed a buffer.
     bool HasRun() const { return filled == 0; }
+    // Returns the last output, format.bufferFrames frames; silence before the first buffer.
     const std::vector<int16_t>& Buffer() const { return output; }
 
     // Processes a running stream: takes any number of frames and writes the same number, delayed by
     // format.bufferFrames plus the chain's delay. `out` may be `in`.
     void Process(const int16_t* in, int16_t* out, size_t frames);
 
-    // Changes the buffer size, to at most the first one's. Call it only where a buffer begins. The
-    // instance starts anew with its settings. Allocates nothing.
+    // Changes the buffer size to `bufferFrames`, at most the size given at construction. Call it
+    // only where a buffer begins (HasRun() is true). The instance is reset and keeps its settings.
+    // Allocates nothing.
     void Restart(uint32_t bufferFrames);
 
     ClientInstance instance;  // for commands while the stream runs

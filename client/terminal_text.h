@@ -1,8 +1,8 @@
 // Text from names, tags and settings files, made safe for a terminal and for a shell.
 //
-// A file's name or a tag may hold control characters, with which a terminal sets its title, moves
-// the cursor or turns the order of letters round. Everything that is printed goes through
-// TerminalText.
+// A file's name or a tag may hold control characters. With them a terminal sets its title, moves
+// the cursor or reverses the order of letters. So everything that is printed goes through
+// TerminalText. Thread: any; allocates.
 #pragma once
 #include <array>
 #include <cstddef>
@@ -11,15 +11,16 @@
 #include <string>
 #include <string_view>
 
-// Returns true for code points that act on a terminal: control characters, and those that separate
-// lines or override the direction of writing.
+// Returns true for code points that act on a terminal. These are control characters, line and
+// paragraph separators, and characters that override the direction of writing.
 constexpr bool ActsOnTerminal(uint32_t code) {
     return code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0x2028 && code <= 0x202E) ||
            (code >= 0x2066 && code <= 0x2069);
 }
 
-// Returns the length in bytes, 1 to 4, of the character of UTF-8 that `text` begins with, and sets
-// *code; 0 if the bytes are not UTF-8. text: not empty.
+// Reads the UTF-8 character at the beginning of `text`, which must not be empty. Returns its length
+// in bytes, 1 to 4, and stores its code point in *code. Returns 0 if the bytes are not UTF-8; *code
+// is then undefined.
 inline size_t ReadUtf8(std::string_view text, uint32_t* code) {
     constexpr std::array<uint32_t, 5> kLeast = {0, 0, 0x80, 0x800, 0x10000};
     const auto first = static_cast<unsigned char>(text[0]);
@@ -37,9 +38,10 @@ inline size_t ReadUtf8(std::string_view text, uint32_t* code) {
     return *code >= kLeast.at(length) ? length : 0;
 }
 
-// Returns `text` with "\u001b" for each character that acts on a terminal. The characters of `kept`
-// (of ASCII) stay, and so does all other UTF-8. Of bytes that are not UTF-8, those that 8-bit
-// terminals act on become "\x9b". Text of JSON keeps its meaning if `kept` holds its line ends.
+// Returns `text` with each character that acts on a terminal replaced by an escape such as
+// "\u001b". Characters in `kept` (ASCII) stay, and so does all other UTF-8. Bytes that are not
+// UTF-8 stay too, unless 8-bit terminals act on them: those become "\x9b" and the like. JSON keeps
+// its meaning if `kept` holds its line ends.
 inline std::string TerminalText(std::string_view text, std::string_view kept = "") {
     std::string safe;
     while (!text.empty()) {
@@ -59,8 +61,8 @@ inline std::string TerminalText(std::string_view text, std::string_view kept = "
     return safe;
 }
 
-// Returns `name` as one word of a command line for bash, which is no option and holds nothing that
-// acts on a terminal.
+// Returns `name` quoted as one word of a command line for bash. The word can't be taken for an
+// option and holds nothing that acts on a terminal.
 inline std::string ShellQuoted(std::string_view name) {
     std::string word(name.starts_with('-') ? "./" : "");
     word += name;

@@ -8,10 +8,12 @@ namespace {
 
 constexpr double kFloorDb = -120;
 constexpr double kLowestHz = 20, kHighestHz = 20000;
-constexpr double kHighestOfRate = 0.45;  // the resamplers and converters around us end there
-constexpr double kPerOctave = 24;
-constexpr double kMostGain = 3;
-constexpr int kRounds = 8;  // of reweighting; what ten bands can give takes two
+// The highest frequency of a fit, as a part of the rate. Resamplers and converters attenuate what
+// is above it.
+constexpr double kHighestOfRate = 0.45;
+constexpr double kPerOctave = 24;  // frequencies at which a fit looks
+constexpr double kMostGain = 3;    // linear, of level 1
+constexpr int kRounds = 8;         // of reweighting; two suffice for curves that ten bands can give
 
 constexpr size_t kBands = kBandCount;
 using Terms = std::array<double, kBands>;
@@ -30,7 +32,7 @@ double Decibels(double gain) {
     return std::max(20 * std::log10(std::abs(gain)), kFloorDb);
 }
 
-// A(k, f).
+// Returns A(k, f) of tone.h.
 double Average(size_t k, double hz, double rateHz) {
     const double halfWidth = std::exp2(static_cast<double>(k));
     const double halfAngle = std::numbers::pi * hz / rateHz;
@@ -49,8 +51,9 @@ double Dot(const Terms& a, const Terms& b) {
     return sum;
 }
 
-// The gains within 0 and kMostGain with the least sum over f of weight (gains . terms - 1)^2, by
-// coordinate descent: bounds don't disturb it, and a sum of squares has no other minimum.
+// Finds the gains within 0 and kMostGain that minimise the sum over f of
+// weight * (dot(gains, terms) - 1)^2, by coordinate descent. A sum of squares has no other local
+// minimum, and bounds on single gains do not disturb the descent.
 class LeastSquares {
 public:
     void Add(const Terms& terms, double weight) {
@@ -63,7 +66,7 @@ public:
     void Descend(Terms* gains) const {
         DescendBy([](double gain) { return gain; }, gains);
     }
-    // Over what can be sent, starting beside `gains`.
+    // Descends over the gains that can be sent, starting from those nearest to `gains`.
     void DescendInSteps(Terms* gains) const {
         std::transform(gains->begin(), gains->end(), gains->begin(), Sendable);
         DescendBy(Sendable, gains);
@@ -92,8 +95,9 @@ private:
     Terms targets{};
 };
 
-// Makes squares of ratio - 1 those of the logarithm: where weight (ratio - 1)^2 has its minimum, so
-// has log(ratio)^2. Ratios beyond 20 dB count as that; they are as wrong as can be.
+// Returns the weight w for which w * (ratio - 1)^2 has the slope of log(ratio)^2, with w held
+// fixed. So least squares of ratios minimise the deviation in dB. Ratios more than 20 dB off count
+// as 20 dB off.
 double DecibelWeight(double ratio) {
     const double r = std::clamp(std::abs(ratio), 0.1, 10.0);
     return std::abs(r - 1) < 1e-3 ? 1 : std::log(r) / (r * (r - 1));
@@ -116,7 +120,7 @@ void ForEachHz(double rateHz, Visit visit) {
 }  // namespace
 
 double BandTerm(size_t band, double hz, double rateHz) {
-    const size_t k = kBands - 1 - band;  // of the wider of its two averages
+    const size_t k = kBands - 1 - band;  // index of the wider of the band's two averages
     const double narrower = k == 0 ? 1 : Average(k - 1, hz, rateHz);
     return band == 0 ? narrower : narrower - Average(k, hz, rateHz);
 }
