@@ -17,7 +17,7 @@
 
 namespace {
 
-// libsndfile's last message, without its full stop.
+// Returns libsndfile's last message without its full stop.
 std::string Reason(SNDFILE* file) {
     const std::string reason = sf_strerror(file);
     return reason.substr(0, reason.find_last_not_of(".\n") + 1);
@@ -73,9 +73,11 @@ void AudioReader::OpenInput(const std::string& path, const std::string& copyOfPi
 }
 
 void AudioReader::OpenFile(const std::string& path) {
-    // The MP3 decoder says on standard error what it thinks of a file.
+    // libsndfile's MP3 decoder prints warnings to standard error.
     const StderrSilencer silencer;
-    if (piped)  // libsndfile closes a descriptor that it can't read, whatever it is told
+    // If libsndfile cannot read a descriptor, it closes it even when told not to. So it gets a
+    // duplicate.
+    if (piped)
         file.reset(sf_open_fd(fcntl(input.fd, F_DUPFD_CLOEXEC, 0), SFM_READ, &info, SF_TRUE));
     else if (scan.patch || scan.end || path == "-")
         OpenView();
@@ -145,7 +147,8 @@ void AudioReader::OpenDecoder(const std::string& reason) {
     }
 }
 
-// Starts the decoder for the next part that it can read, and notes what it says of the others.
+// Starts the decoder on the next part that ffmpeg can read. Notes ffmpeg's message for each part
+// that it cannot read. Returns false if no part is left.
 bool AudioReader::StartPart() {
     while (nextPart < parts.size()) {
         BytePart part = parts[nextPart++];
@@ -159,8 +162,8 @@ bool AudioReader::StartPart() {
 }
 
 std::optional<uint64_t> AudioReader::Frames() const {
-    // A pipe's header promises what its writer hoped for; an Ogg file cut off knows nothing; of an
-    // MP3 file without a count it is an estimate.
+    // A pipe's header holds a guess of its writer. An Ogg file that was cut off has no length. The
+    // length of an MP3 file without a frame count is an estimate.
     if (piped || decoder != nullptr || scan.uncountedFrames || info.frames == SF_COUNT_MAX)
         return std::nullopt;
     return static_cast<uint64_t>(info.frames);

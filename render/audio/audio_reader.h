@@ -1,7 +1,8 @@
-// Audio files and streams in, as floats: through libsndfile, and through the ffmpeg program what
-// libsndfile can't read or not whole.
+// Reads audio files and streams through libsndfile. What libsndfile cannot read, or not completely,
+// is read through the ffmpeg program.
 //
-// Everything throws Failure with one line for the user.
+// Use an object on one thread. Constructors and reading functions throw Failure, whose message is
+// one line for the user.
 #pragma once
 #include <unistd.h>
 
@@ -18,53 +19,56 @@
 #include "render/audio/source_scan.h"
 #include "render/audio/tags.h"
 
-// Samples as they come: of a file, or of several one after another.
+// A source of samples: one file, or several one after another.
 class SampleReader {
 public:
     virtual ~SampleReader() = default;
     virtual uint32_t RateHz() const = 0;
     virtual uint32_t Channels() const = 0;
-    // As the files say; none if they don't know.
+    // Returns the number of frames according to the file headers. Unset if a header does not tell
+    // it.
     virtual std::optional<uint64_t> Frames() const = 0;
-    // Every sample is a whole number of 16 bits: nothing is lost in taking it as that.
+    // Returns whether every sample fits in 16 bits, so that ReadSixteenBit loses nothing.
     virtual bool IsSixteenBit() const = 0;
-    // Next interleaved samples, full scale 1.0, whole frames; empty at the end. NaN and infinity
-    // read as 0.
+    // Returns the next interleaved samples: whole frames, full scale 1.0. They are valid until the
+    // next call. Returns an empty span at the end. NaN and infinity read as 0.
     virtual std::span<const float> Read() = 0;
-    // The same where IsSixteenBit.
+    // Returns the next samples as 16-bit integers. Allowed only if IsSixteenBit().
     virtual std::span<const int16_t> ReadSixteenBit() = 0;
-    // Samples that were NaN or infinite so far. They stop here, since resampler and meters would
-    // spread them over their neighbours.
+    // Returns how many samples were NaN or infinite so far. They are replaced here, because the
+    // resampler and the meters would spread them to neighbouring samples.
     virtual uint64_t NotNumbers() const = 0;
-    // Call this after the last block. It returns what is wrong with the file, a phrase for each
-    // fault; empty if the file is whole.
+    // Returns what is wrong with the file, one phrase for each fault. Empty if the file is whole.
+    // Call it after the last block.
     virtual std::vector<std::string> Damage() const = 0;
 };
 
-// Frames of a block of a reader, but for the last.
+// Number of frames in each block of a reader, except the last.
 constexpr size_t kReadFrames = 4096;
 
-// Always reads floats: decoders of lossy formats wrap what goes over full scale when asked for 16
-// bits.
+// Reads one file or pipe. Samples of lossy formats are always read as floats, because their
+// decoders wrap samples beyond full scale when asked for 16 bits.
 class AudioReader final : public SampleReader {
 public:
-    // path: "-" is standard input. What comes through a pipe is read to its end first, except WAV,
-    // AIFF and AU whose headers leave the length open. copyOfPipe: a file with all that has come
-    // through it, "" for none; it is read instead.
+    // `path`: "-" is standard input. A pipe is copied to a temporary file first. The exceptions are
+    // WAV, AIFF and AU whose headers leave the length open; they are read as they arrive.
+    // `copyOfPipe`: the path of a file with the whole content of the pipe, which is read instead;
+    // "" for none.
     explicit AudioReader(const std::string& path, const std::string& copyOfPipe = "");
 
     uint32_t RateHz() const override { return static_cast<uint32_t>(info.samplerate); }
     uint32_t Channels() const override { return static_cast<uint32_t>(info.channels); }
-    // As the file promises; none if it doesn't know.
+    // Unset if the header does not tell the length, or if it may be wrong.
     std::optional<uint64_t> Frames() const override;
     bool IsSixteenBit() const override;
-    // A pipe whose length is open has only those few that libsndfile knows.
+    // Returns the tags. A pipe that is read as it arrives has only the few fields that libsndfile
+    // reads.
     const AudioTags& Tags() const { return tags; }
 
     std::span<const float> Read() override;
     std::span<const int16_t> ReadSixteenBit() override;
-    // What a file can't tell isn't found: an MP3 file without a count of its frames may have been
-    // cut between two of them.
+    // Damage that leaves no trace in the file is not found. For example, an MP3 file without a
+    // frame count may have been cut between two frames.
     std::vector<std::string> Damage() const override;
     uint64_t NotNumbers() const override { return notNumbers; }
 
@@ -78,7 +82,7 @@ private:
         Descriptor(const Descriptor&) = delete;
         Descriptor& operator=(const Descriptor&) = delete;
     };
-    // The source with the scan's patch and end, as libsndfile reads it.
+    // What libsndfile reads: the source with the header patch and the end that the scan found.
     struct View {
         int fd;
         uint64_t start, size, at;
@@ -89,29 +93,31 @@ private:
     void OpenInput(const std::string& path, const std::string& copyOfPipe);
     void OpenFile(const std::string& path);
     void OpenView();
-    // Where libsndfile doesn't read it, or not whole.
+    // Called if libsndfile cannot read the file, or not completely. `reason` is libsndfile's
+    // message.
     void OpenDecoder(const std::string& reason);
     bool StartPart();
-    // Samples that the library has read when asked for a block.
+    // Takes the number of frames that libsndfile returned for one block. Notes a fault if it
+    // stopped early because of an error. Returns the number of samples.
     size_t Samples(sf_count_t frames);
     size_t DecodedSamples();
 
     SF_INFO info{};
     std::string name;
-    bool piped = false;  // and read as it comes
+    bool piped = false;  // the input is a pipe that is read as it arrives
     std::optional<PipeCopy> copy;
     Descriptor input;
-    uint64_t start = 0;  // of the file, from that of the descriptor's
+    uint64_t start = 0;  // where the audio file begins within the descriptor's file
     SourceScan scan;
     View view{};
-    SndfileHandle file;  // closed before what it reads through
+    SndfileHandle file;  // declared after `view` and `input`, so that it is closed before them
     std::unique_ptr<FfmpegDecoder> decoder;
-    std::vector<BytePart> parts;  // for the decoder
+    std::vector<BytePart> parts;  // what the decoder reads, one part after another
     size_t nextPart = 0;
     AudioTags tags;
     std::vector<float> block;
     std::vector<int16_t> sixteenBits;
-    std::vector<std::string> faults;  // found while reading
+    std::vector<std::string> faults;  // faults found while reading
     uint64_t framesRead = 0;
     uint64_t notNumbers = 0;
 };

@@ -38,7 +38,7 @@ constexpr Ending kEndings[] = {
     {".rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
 };
 
-// The row of a file's name; null if it has no ending that is known.
+// Returns the row for a file name, or null if the name has no known ending.
 const Ending* FindEnding(const std::string& path) {
     std::string ending = std::filesystem::path(path).extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(),
@@ -48,8 +48,8 @@ const Ending* FindEnding(const std::string& path) {
     return nullptr;
 }
 
-// What libsndfile writes through. It returns success from some formats although a write failed, so
-// the first error is kept here; after it nothing more is written.
+// The file functions that libsndfile writes through. Some of its formats report success although a
+// write failed. So the first error is kept here, and nothing more is written after it.
 struct NotedFile {
     int fd;
     int error = 0;  // errno
@@ -112,7 +112,8 @@ public:
         CheckRoom(framesWritten);
         sf_count_t written = 0;
         if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
-            // libsndfile 1.2.0 encodes noise at full scale when it is given 16-bit stereo.
+            // Given 16-bit stereo, libsndfile 1.2.0 encodes noise at full scale. Floats are encoded
+            // correctly.
             floats.assign(samples.begin(), samples.end());
             for (float& sample : floats) sample /= 32768;
             written = sf_write_float(file.get(), floats.data(), count);
@@ -146,7 +147,8 @@ public:
     std::vector<std::string> NotKept() const override { return notKept; }
 
 private:
-    // The sizes in an AIFF header have 32 bits, and libsndfile writes what is left of larger ones.
+    // Throws Failure if an AIFF file would get too long. Its header has sizes of 32 bits, and
+    // libsndfile writes only the low 32 bits of larger sizes.
     void CheckRoom(uint64_t frames) const {
         if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_AIFF &&
             frames >= mostWavBytes / (2 * static_cast<uint64_t>(info.channels)))
@@ -156,8 +158,8 @@ private:
                 name);
     }
 
-    // Nobody should find out later that the result can't be opened. Its header tells how long it
-    // is.
+    // Opens the file again and throws Failure if the length, rate or channels in its header are
+    // wrong. An empty file is not checked.
     void ReadBack() const {
         if (framesWritten == 0) return;
         const bool isOpus = (info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS;
@@ -179,14 +181,15 @@ private:
                 info.channels);
     }
 
-    // Chunks for players that look for no other tags. Elsewhere libsndfile's would stand in the way
-    // of TagLib's.
+    // Returns whether libsndfile writes its text chunks, for players that read no other tags. In
+    // formats whose tags TagLib writes, libsndfile's would be in TagLib's way.
     bool KeepsStrings() const {
         const int type = info.format & SF_FORMAT_TYPEMASK;
         return type != SF_FORMAT_FLAC && type != SF_FORMAT_OGG && type != SF_FORMAT_MPEG;
     }
 
-    // RF64 whose length wasn't known may have become WAV, up to its last byte.
+    // Returns whether the marks and tags fit in the file. An RF64 file whose length was not known
+    // may have become a WAV file that is almost full.
     bool BytesFit() {
         std::array<char, 4> magic{};
         const bool isWav = pread(target.fd, magic.data(), magic.size(), 0) == 4 &&
@@ -196,7 +199,7 @@ private:
                static_cast<uint64_t>(NotedFile::Length(&target)) + tags.MostBytes() < UINT32_MAX;
     }
 
-    // Before the tags, which get what the format has as chapters.
+    // Call this before WriteTags, because marks that become chapters are added to `tags`.
     std::vector<std::string> PutMarks() {
         TagStream stream(target.fd);
         std::vector<std::string> lost = WriteMarks(
@@ -206,8 +209,8 @@ private:
         return lost;
     }
 
-    // libsndfile is asked only where the disk has nothing to say: after a failed write its codes
-    // may mean nothing, and then it prints that.
+    // Throws Failure. libsndfile's code is used only if no write failed. After a failed write the
+    // code may be meaningless, and libsndfile would print that.
     [[noreturn]] void Refuse(int sndfileError) const {
         throw Failure(
             "{} cannot be written: {}", name,
@@ -215,8 +218,8 @@ private:
     }
 
     std::string name;
-    OutputFile output;  // outlives the handle on it
-    NotedFile target;   // likewise
+    OutputFile output;  // declared before `file`, which writes to it
+    NotedFile target;   // declared before `file`, which writes through it
     AudioTags tags;
     std::vector<std::string> notKept;
     uint64_t mostWavBytes;
@@ -227,8 +230,8 @@ private:
     std::vector<float> floats;
 };
 
-// libsndfile cannot write WAV without going back to the header, so this writes one that needn't be
-// gone back to. Little-endian hosts only, as is the effect interface.
+// Writes WAV to standard output. libsndfile needs to seek back to the header, so this class writes
+// a header with an open length. Only for little-endian hosts, like the effect interface.
 class StreamWriter : public AudioWriter {
 public:
     StreamWriter(const AudioFormat& format, const AudioTags& tags) : notKept(tags.Names()) {

@@ -1,6 +1,7 @@
-// 16-bit samples out, to a file whose ending names the format or to standard output.
+// Writes 16-bit samples to a file, whose ending names the format, or to standard output.
 //
-// Everything throws Failure with one line for the user.
+// Use an object on one thread. Everything that writes throws Failure, whose message is one line for
+// the user.
 #pragma once
 #include <cstdint>
 #include <memory>
@@ -12,55 +13,59 @@
 #include "render/audio/output_file.h"
 #include "render/audio/tags.h"
 
-// The format that a file name's ending asks for.
+// The output format that the ending of a file name selects.
 class OutputFormat {
 public:
-    // "-" is a WAV stream. UsageError for an ending that nothing is known of.
+    // `path`: "-" stands for a WAV stream. Throws UsageError if the ending is not known.
     explicit OutputFormat(const std::string& path);
-    // Returns whether the constructor takes it.
+    // Returns whether the constructor accepts `path`.
     static bool IsKnown(const std::string& path);
     bool TakesRate(uint32_t rateHz) const;
-    // The decoder gives other samples than the encoder was given.
+    // Returns true if decoding does not give back the samples that were encoded.
     bool IsLossy() const;
     int SndfileFormat() const { return sndfileFormat; }
 
 private:
     int sndfileFormat = 0;
-    std::vector<uint32_t> rates;  // empty: all
+    std::vector<uint32_t> rates;  // the rates that the format allows; empty if it allows all
 };
 
-// Where the samples go. Nothing exists under the final name until Commit.
+// Receives the output. No file exists under the final name until Commit.
 class AudioWriter {
 public:
     virtual ~AudioWriter() = default;
-    // Interleaved samples, whole frames.
+    // Appends whole interleaved frames.
     virtual void Write(std::span<const int16_t> samples) = 0;
-    // Completes the file, which has no name yet, and opens it to see that it holds what was
-    // written. No samples may follow.
+    // Completes the file, which has no name yet. Opens it again and throws Failure if it does not
+    // hold the frames that were written. Write must not be called afterwards.
     virtual void Close() = 0;
-    // After Close: the path of the file without its name, for reading; "" if there is no file.
+    // Returns a path under which the file can be read between Close and Commit; "" if there is no
+    // file.
     virtual std::string ClosedPath() const = 0;
-    // Gives the file its name, after Close if that wasn't called.
+    // Gives the file its name. Calls Close first if nobody did.
     virtual void Commit() = 0;
-    // The tags that there is no place for, known after Close, and what OutputFile couldn't keep,
-    // known after Commit.
+    // Returns the names of what was lost, complete after Close. It lists the tags that the format
+    // has no place for. It also lists properties of an old file of the same name that OutputFile
+    // could not keep.
     virtual std::vector<std::string> NotKept() const = 0;
 };
 
-// The headers of WAV and AIFF hold their lengths in 32 bits; this leaves room for the other chunks.
+// The most bytes of samples in a WAV or AIFF file. The headers have lengths of 32 bits; this value
+// leaves room for the other chunks.
 constexpr uint64_t kMostWavBytes = 0xFFF00000;
 
 struct AudioFormat {
     uint32_t rateHz;
     uint32_t channels;
-    std::optional<uint64_t> frames;         // if known
-    uint64_t mostWavBytes = kMostWavBytes;  // of samples: more become RF64; AIFF refuses them
-    uint64_t delayFrames = 0;               // of silence before the sound begins
-    std::optional<FileTimes> times{};       // of the file; none: the present
+    std::optional<uint64_t> frames;  // unset if not known
+    // bytes of samples; a longer WAV file becomes RF64, a longer AIFF file is refused
+    uint64_t mostWavBytes = kMostWavBytes;
+    uint64_t delayFrames = 0;          // frames of silence before the sound begins
+    std::optional<FileTimes> times{};  // the file's times; unset for the present
 };
 
-// path: "-" is standard output, a WAV stream whose header leaves the length open. together: as
-// OutputFile has it.
+// `path`: "-" is standard output, as a WAV stream whose header leaves the length open. `together`:
+// as for OutputFile. Throws UsageError or Failure.
 std::unique_ptr<AudioWriter> OpenAudioWriter(const std::string& path, bool overwrite,
                                              const AudioFormat& format, const AudioTags& tags,
                                              OutputSet* together = nullptr);

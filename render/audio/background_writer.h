@@ -1,4 +1,5 @@
-// Encodes and writes on a thread beside the one that plays.
+// An AudioWriter that encodes and writes on a separate thread. All its functions are called from
+// one thread, the one that produces the samples.
 #pragma once
 #include <cstdint>
 #include <memory>
@@ -16,7 +17,8 @@ public:
         : writer(std::move(audioWriter)),
           background(kMostBlocks, [this](const auto& samples) { writer->Write(samples); }) {}
 
-    // What went wrong with earlier samples is thrown here, in Close or in Commit.
+    // Copies the samples and waits if 64 blocks are pending. A failure of an earlier Write is
+    // thrown by the next Write, Close or Commit.
     void Write(std::span<const int16_t> samples) override {
         background.Put({samples.begin(), samples.end()});
     }

@@ -1,4 +1,4 @@
-// Numbers within the bytes of a file.
+// Reads and writes integers within the bytes of a file.
 #pragma once
 #include <algorithm>
 #include <cstddef>
@@ -6,13 +6,13 @@
 #include <string>
 #include <string_view>
 
-// A chunk of RIFF and its like begins with its name and its size.
+// A chunk of a RIFF or AIFF file begins with its name and its size, 4 bytes each.
 constexpr size_t kChunkHeader = 8;
 
-// Which byte of a number comes first.
+// The byte order of a number: its least or most significant byte first.
 enum class Order : uint8_t { kLowFirst, kHighFirst };
 
-// Returns the number that begins at byte `at`, or 0 if the bytes end within it.
+// Returns the number at byte `at`, or 0 if the bytes end before the number does.
 template <typename Number>
 Number Get(std::string_view bytes, size_t at, Order order = Order::kLowFirst) {
     uint64_t number = 0;
@@ -24,7 +24,8 @@ Number Get(std::string_view bytes, size_t at, Order order = Order::kLowFirst) {
     return static_cast<Number>(number);
 }
 
-// Writes `value`, or the highest Number if that is less. Does nothing if the bytes end within it.
+// Writes `value` at byte `at`. A value too large for Number becomes the largest Number. Does
+// nothing if the bytes end before the number does.
 template <typename Number>
 void Put(std::string* bytes, size_t at, uint64_t value, Order order = Order::kLowFirst) {
     if (at + sizeof(Number) > bytes->size()) return;

@@ -1,4 +1,5 @@
-// A file's bytes, a part at a time, for those who look at its structure.
+// Gives access to the bytes of a file, a part at a time, to inspect its structure. Use an object on
+// one thread.
 #pragma once
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,8 +14,8 @@ class ByteWindow {
 public:
     static constexpr size_t kMostBytes = 1 << 16;
 
-    // Places are counted from `startsAt` of the file. The descriptor stays open, and its own place
-    // isn't moved.
+    // Places are counted in bytes from `startsAt` of the file. The descriptor must stay open; its
+    // file position does not change.
     ByteWindow(int descriptor, uint64_t startsAt) : fd(descriptor), start(startsAt) {
         struct stat status {};
         if (fstat(fd, &status) == 0 && static_cast<uint64_t>(status.st_size) > start)
@@ -23,8 +24,8 @@ public:
 
     uint64_t Size() const { return size; }
 
-    // Returns the `count` bytes at `place`, fewer where the file ends. At most kMostBytes. They are
-    // valid until the next call.
+    // Returns `count` bytes at `place`, fewer if the file ends or cannot be read. `count` is at
+    // most kMostBytes. The bytes are valid until the next call.
     std::string_view At(uint64_t place, size_t count) {
         if (place < bufferPlace || place + count > bufferPlace + buffer.size()) Fill(place);
         const size_t from =
@@ -53,7 +54,7 @@ private:
     uint64_t bufferPlace = 0;
 };
 
-// Returns `bytes` as a number whose first byte is the lowest.
+// Returns `bytes` as a number whose first byte is the least significant.
 inline uint64_t LittleEndian(std::string_view bytes) {
     uint64_t number = 0;
     for (size_t i = bytes.size(); i-- > 0;)
@@ -61,7 +62,7 @@ inline uint64_t LittleEndian(std::string_view bytes) {
     return number;
 }
 
-// Returns `bytes` as a number whose first byte is the highest.
+// Returns `bytes` as a number whose first byte is the most significant.
 inline uint64_t BigEndian(std::string_view bytes) {
     uint64_t number = 0;
     for (const char byte : bytes) number = number << 8 | static_cast<unsigned char>(byte);

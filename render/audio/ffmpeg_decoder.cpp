@@ -23,12 +23,12 @@ namespace {
 constexpr const char* kProgram = "ffmpeg";
 constexpr int kInputOfProcess = 3;
 constexpr const char* kInputName = "/proc/self/fd/3";
-// Containers of audio. The others are left out, play lists above all.
+// Audio containers that ffmpeg may open. Other formats are excluded, above all playlists.
 constexpr const char* kDemuxers =
     "aac,ac3,aiff,amr,ape,asf,au,caf,dsf,dts,eac3,flac,iff,matroska,webm,mov,mp4,m4a,mp3,mpc,mpc8,"
     "ogg,oma,rm,shn,tak,truehd,tta,voc,w64,wav,wv";
 
-// The actions of a spawned process on its descriptors.
+// What a spawned process does with its file descriptors before it starts.
 class SpawnActions {
 public:
     SpawnActions() { posix_spawn_file_actions_init(&actions); }
@@ -43,7 +43,8 @@ private:
     posix_spawn_file_actions_t actions{};
 };
 
-// Signals that this program handles or blocks are the process's own.
+// A spawned process begins with no blocked signals and with the default action of SIGPIPE, whatever
+// this program has set.
 class SpawnAttributes {
 public:
     SpawnAttributes() {
@@ -145,7 +146,8 @@ size_t FfmpegDecoder::ReadBytes(void* bytes, size_t size) {
 
 void FfmpegDecoder::ReadHeader() {
     std::array<uint32_t, 6>
-        header{};  // magic, where the samples begin, size, coding, rate, channels
+        // The header of an AU stream: magic, offset of the samples, size, encoding, rate, channels.
+        header{};
     if (ReadBytes(header.data(), sizeof(header)) != sizeof(header)) return;
     for (uint32_t& word : header) word = __builtin_bswap32(word);
     std::vector<char> note(header[1] - std::min<uint32_t>(header[1], sizeof(header)));
@@ -166,9 +168,9 @@ std::string FfmpegDecoder::FirstMessage() const {
     text.resize(
         static_cast<size_t>(std::max<ssize_t>(pread(messages, text.data(), text.size(), 0), 0)));
     text.resize(std::min(text.find('\n'), text.size()));
-    // "[aac @ 0x55d8]" names a part of ffmpeg and its address.
+    // Removes a prefix such as "[aac @ 0x55d8]", which names a part of ffmpeg and an address.
     if (text.starts_with('[')) text.erase(0, text.find("] ") + 2);
-    // The file's own name says nothing here.
+    // Removes the file's name, which is only a descriptor's number here.
     if (const size_t at = text.find(kInputName); at != std::string::npos)
         text.erase(0, at + std::strlen(kInputName) + 2);
     return text;

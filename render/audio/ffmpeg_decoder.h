@@ -1,8 +1,8 @@
-// Audio that libsndfile can't read, or not whole, decoded by the ffmpeg program in a process of its
-// own: what goes wrong there ends that process and not this one.
+// Decodes audio that libsndfile cannot read, or not completely. It runs the ffmpeg program in its
+// own process, so a crash of the decoder does not end this program.
 //
-// One thread. Nothing is passed through a shell, and ffmpeg gets the open file instead of its name.
-// It may read nothing else: play lists that name other files or hosts are refused.
+// Use an object on one thread. No shell is involved. ffmpeg gets the open file instead of its name
+// and may read nothing else. Playlists that name other files or hosts are refused.
 #pragma once
 #include <sys/types.h>
 
@@ -14,26 +14,27 @@
 
 class FfmpegDecoder {
 public:
-    // Returns false if no program of that name is in the PATH.
+    // Returns whether a program named ffmpeg is in the PATH.
     static bool IsInstalled();
 
-    // Decodes the first audio stream of these bytes of `fd`, which can be read at any place. A rate
-    // or channels of 0 are the stream's own. Throws Failure if no process can be made.
+    // Decodes the first audio stream of the bytes `part` of `fd`. The descriptor must be seekable.
+    // A `rateHz` or `channels` of 0 keeps the stream's own; other values convert. Throws Failure if
+    // the process cannot be started.
     FfmpegDecoder(int fd, const BytePart& part, uint32_t rateHz = 0, uint32_t channels = 0);
     ~FfmpegDecoder();
     FfmpegDecoder(const FfmpegDecoder&) = delete;
     FfmpegDecoder& operator=(const FfmpegDecoder&) = delete;
 
-    // 0 if there is no audio that ffmpeg can read.
+    // Both return 0 if there is no audio that ffmpeg can read.
     uint32_t RateHz() const { return rate; }
     uint32_t Channels() const { return channelCount; }
 
-    // Reads interleaved samples, full scale 1.0, until `samples` is full or the stream ends.
-    // Returns how many samples there are.
+    // Fills `samples` with interleaved samples, full scale 1.0, until it is full or the stream
+    // ends. Returns the number of samples, which may end within a frame. Waits for ffmpeg.
     size_t Read(std::span<float> samples);
 
-    // Call this when Read has come to the end. Returns what went wrong, in one line: ffmpeg's own
-    // first message, or how the process ended. "" if all went well.
+    // Ends the process; call this when Read has reached the end. Returns what went wrong in one
+    // line: ffmpeg's first message, or how the process ended. Returns "" if all went well.
     std::string Finish();
 
 private:
@@ -42,8 +43,8 @@ private:
     std::string FirstMessage() const;
 
     pid_t process = -1;
-    int output = -1;     // the process writes there
-    int messages = -1;   // a file in memory
-    bool ended = false;  // the output
+    int output = -1;     // the pipe that the process writes to
+    int messages = -1;   // a file in memory with ffmpeg's messages
+    bool ended = false;  // the pipe has ended
     uint32_t rate = 0, channelCount = 0;
 };

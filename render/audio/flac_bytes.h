@@ -1,4 +1,4 @@
-// A FLAC file in memory.
+// Encodes 16-bit samples as a FLAC file in memory.
 #pragma once
 #include <sndfile.h>
 
@@ -8,20 +8,21 @@
 
 #include "render/audio/sndfile_handle.h"
 
-// Throws Failure.
+// Use an object on one thread. The constructor and Write throw Failure.
 class FlacBytes {
 public:
     FlacBytes(uint32_t rateHz, uint32_t channels);
     FlacBytes(const FlacBytes&) = delete;
     FlacBytes& operator=(const FlacBytes&) = delete;
 
-    // Interleaved samples, whole frames.
+    // Appends whole interleaved frames.
     void Write(std::span<const int16_t> samples);
-    // The whole file; nothing can be written any more.
+    // Completes the file and returns its bytes. They stay valid as long as the object. Write must
+    // not be called afterwards.
     const std::string& Finish();
 
 private:
-    // What libsndfile writes through; it goes back to the header at the end.
+    // The file in memory. libsndfile seeks back to its header at the end.
     struct Memory {
         std::string bytes;
         size_t at = 0;
@@ -31,6 +32,6 @@ private:
     static sf_count_t WriteBytes(const void* from, sf_count_t size, void* memory);
     static sf_count_t Tell(void* memory);
 
-    Memory target;  // outlives the handle on it
+    Memory target;  // declared before `file`, which writes to it
     SndfileHandle file;
 };

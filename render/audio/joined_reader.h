@@ -1,6 +1,8 @@
-// Several files as one stream: the samples, block for block, that one file with all of them gives.
+// Reads several files as one stream. The samples and blocks are those that one file with the
+// content of all of them would give.
 //
-// A file that is damaged throws Failure, which names it. One thread.
+// Use an object on one thread. If a file is damaged, reading it throws Failure with the file's
+// name.
 #pragma once
 #include <algorithm>
 #include <cstdint>
@@ -16,16 +18,17 @@
 #include "render/report.h"
 
 struct JoinedFormat {
-    uint32_t rateHz, channels;       // of all files
-    bool sixteenBit;                 // all files are
-    std::optional<uint64_t> frames;  // of all together, if known
+    uint32_t rateHz, channels;       // the same in all files
+    bool sixteenBit;                 // whether all files are
+    std::optional<uint64_t> frames;  // the sum over all files; unset if not known
 };
 
 class JoinedReader final : public SampleReader {
 public:
-    // A file has been opened.
+    // Called when a file has been opened.
     using Begins = std::function<void(const AudioReader& file)>;
-    // A file has been read to its end. `frames` counts from the beginning of the first file.
+    // Called when a file has been read to its end. `frames` counts from the beginning of the first
+    // file.
     using Ends = std::function<void(uint64_t frames)>;
 
     JoinedReader(std::vector<std::string> files, const JoinedFormat& joinedFormat,
@@ -39,7 +42,7 @@ public:
     uint32_t Channels() const override { return format.channels; }
     std::optional<uint64_t> Frames() const override { return format.frames; }
     bool IsSixteenBit() const override { return format.sixteenBit; }
-    // Nothing to say: a file with a fault throws.
+    // These return nothing, because a file with a fault throws Failure.
     uint64_t NotNumbers() const override { return 0; }
     std::vector<std::string> Damage() const override { return {}; }
 
@@ -102,6 +105,7 @@ private:
     uint64_t framesRead = 0, framesBefore = 0;
     std::vector<float> floats;
     std::vector<int16_t> shorts;
-    std::span<const float> restOfFloats;  // of the file's own block
+    // the part of the file's last block that was not returned yet
+    std::span<const float> restOfFloats;
     std::span<const int16_t> restOfShorts;
 };

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr uint32_t kRangeSeconds = 3;  // below, there is nothing that could vary
+constexpr uint32_t kRangeSeconds = 3;  // a shorter stream has at most one window
 
 }  // namespace
 
@@ -33,7 +33,7 @@ void LoudnessMeter::Continue(uint32_t channelCount, uint32_t rateHz) {
         state.reset();
 }
 
-// Frames until the tenth that is being heard is whole.
+// Returns the number of frames from the start of the stream to the end of the current tenth.
 uint64_t LoudnessMeter::TenthEnds() const {
     return first + ((tenths.size() + 1) * rate + 5) / 10;
 }

@@ -9,12 +9,12 @@
 
 namespace {
 
-// Where a frame of the source is in the output.
+// Converts frame numbers of the source to frame numbers of the output.
 struct FrameMove {
     uint32_t fromHz, toHz;
-    uint64_t delayFrames;  // at toHz
+    uint64_t delayFrames;  // counted at toHz
 
-    // The number of frames that `frames` of the source become.
+    // Returns how many output frames `frames` source frames become, rounded to the nearest.
     uint64_t Length(uint64_t frames) const {
         return frames / fromHz * toHz + (frames % fromHz * toHz + fromHz / 2) / fromHz;
     }
@@ -22,13 +22,15 @@ struct FrameMove {
     bool MovesNothing() const { return fromHz == toHz && delayFrames == 0; }
 };
 
-// Calls change(at) for `count` records of `size` bytes, of which the first is at `at`.
+// Calls change(at) for each of `count` records of `size` bytes that lie in a row from `at` on.
+// Stops where the bytes end.
 template <typename Change>
 void ForRecords(const std::string& bytes, size_t at, size_t size, uint32_t count, Change change) {
     for (uint32_t i = 0; i < count && at + size <= bytes.size(); ++i, at += size) change(at);
 }
 
-// Calls forPart(name, at, size) for each part of a list of labels: where its content is.
+// Calls forPart(name, at, size) for each part of a list of labels. `at` and `size` describe its
+// content.
 template <typename ForPart>
 void ForLabels(const std::string& list, ForPart forPart) {
     for (size_t at = 0; at + kChunkHeader <= list.size();) {
@@ -39,20 +41,23 @@ void ForLabels(const std::string& list, ForPart forPart) {
     }
 }
 
-// A cue point of 24 bytes: identifier, place, "data", two places in bytes, place.
+// Calls forCue(at) for each cue point. A cue point has 24 bytes: identifier, frame, "data", two
+// byte offsets, frame.
 template <typename ForCue>
 void ForCues(const std::string& bytes, ForCue forCue) {
     ForRecords(bytes, 4, 24, Get<uint32_t>(bytes, 0), forCue);
 }
 
-// FLAC's cue sheet: 396 bytes, then tracks of 36 bytes, each followed by its indices of 12. A track
-// begins with its place, an index with its distance from that; then each has its number.
+// A FLAC cue sheet is a header of 396 bytes and then tracks of 36 bytes, each followed by index
+// points of 12 bytes. A track begins with its frame number, an index point with its distance from
+// that frame. The track's or index point's own number follows.
 constexpr Order kSheetOrder = Order::kHighFirst;
 constexpr size_t kLeadInAt = 128, kFlagsAt = 136, kSheetHeader = 396, kTrack = 36, kIndex = 12;
 constexpr size_t kNumberAt = 8, kCodeAt = 9;
 constexpr uint8_t kLeadOut = 255, kLeadOutOfDisc = 170;
 
-// Calls forTrack(at) for each track, and forIndex(at, track) for each of its indices.
+// Calls forTrack(at) for each track and forIndex(at, track) for each of its index points. `track`
+// is the track's frame number.
 template <typename ForTrack, typename ForIndex>
 void ForTracks(const std::string& sheet, ForTrack forTrack, ForIndex forIndex) {
     for (size_t at = kSheetHeader; at + kTrack <= sheet.size();) {
@@ -66,7 +71,7 @@ void ForTracks(const std::string& sheet, ForTrack forTrack, ForIndex forIndex) {
 
 void MoveSheet(const FrameMove& move, std::string* sheet) {
     if (sheet->size() < kSheetHeader || move.MovesNothing()) return;
-    // Sheets of a disc count in sectors of the disc, which no longer fit.
+    // The cue sheet no longer describes a CD, whose frame numbers are multiples of a sector.
     Put<uint64_t>(sheet, kLeadInAt, 0);
     Put<uint8_t>(sheet, kFlagsAt, 0);
     ForTracks(
@@ -96,14 +101,15 @@ void MoveLoops(const FrameMove& move, std::string* bytes) {
     if (otherRate) Put<uint32_t>(bytes, 8, (kSecondNs + move.toHz / 2) / move.toHz);
     ForRecords(*bytes, 36, 24, Get<uint32_t>(*bytes, 28), [&](size_t at) {
         MovePlace(move, bytes, at + 8);
-        // The last frame belongs to the loop, so the one behind it moves.
+        // The end frame belongs to the loop. So the frame after it is moved, and 1 is subtracted.
         const uint64_t behind = uint64_t{Get<uint32_t>(*bytes, at + 12)} + 1;
         Put<uint32_t>(bytes, at + 12, move.Place(behind) - 1);
-        if (otherRate) Put<uint32_t>(bytes, at + 16, 0);  // the part of a frame
+        if (otherRate) Put<uint32_t>(bytes, at + 16, 0);  // the fraction of a frame
     });
 }
 
-// The broadcast extension: where the recording begins, and from version 2 on how loud it is.
+// Changes the broadcast extension: the time at which the recording begins, and from version 2 on
+// its loudness values.
 void MoveBroadcast(const FrameMove& move, std::string* bytes) {
     constexpr size_t kTimeAt = 338, kVersionAt = 346, kLoudnessAt = 412, kLoudnessValues = 5;
     constexpr uint16_t kNotKnown = 0x7FFF;
@@ -120,7 +126,8 @@ void MoveChunk(const FrameMove& move, Marks::Chunk* chunk) {
         ForCues(bytes, [&](size_t at) {
             MovePlace(move, &bytes, at + 4);
             MovePlace(move, &bytes, at + 20);
-            // Where compressed samples begin, in bytes. The output's samples are not compressed.
+            // This is a byte offset into compressed samples. The output's samples are not
+            // compressed.
             if (bytes.compare(at + 8, 4, "data") == 0) Put<uint64_t>(&bytes, at + 12, 0);
         });
     else if (chunk->name == "plst")
@@ -171,7 +178,7 @@ std::vector<Mark> Marks::Points() const {
                     points.push_back({Get<uint64_t>(cueSheet, at, kSheetOrder),
                                       fmt::format("Track {}", number)});
             },
-            [&](size_t at, uint64_t track) {  // index 1 is where the track is heard
+            [&](size_t at, uint64_t track) {  // index point 1 is where the track's sound begins
                 if (Get<uint8_t>(cueSheet, at + kNumberAt) == 1 && !points.empty())
                     points.back().frame = track + Get<uint64_t>(cueSheet, at, kSheetOrder);
             });

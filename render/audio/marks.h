@@ -1,9 +1,10 @@
-// What a file says about places in its sound: the cue points, labels and loops of a WAV file, and
-// the cue sheet of a FLAC file.
+// The marks of an audio file: cue points, labels and loops of a WAV file, and the cue sheet of a
+// FLAC file.
 //
-// Files hold places in frames. They move if the sampling rate changes or if the chain's delay stays
-// in the output. WAV and FLAC files get what a file of their kind had. Other formats get cue points
-// and the tracks of a cue sheet as chapters, which are tags. One thread.
+// Files store marks as frame numbers. The numbers change if the sampling rate changes, or if the
+// delay of the chain stays in the output. Marks of WAV files are kept in WAV files, and cue sheets
+// of FLAC files in FLAC files. Other formats get cue points and the tracks of a cue sheet as
+// chapters, which are tags. Use an object on one thread.
 #pragma once
 #include <cstdint>
 #include <string>
@@ -14,39 +15,41 @@ struct AudioTags;
 
 struct Mark {
     uint64_t frame;
-    std::string name;  // "" for none
+    std::string name;  // "" if it has no name
 };
 
 struct Marks {
     struct Chunk {
-        std::string name;   // four letters; "adtl" is the list of labels
-        std::string bytes;  // without header and padding
+        std::string name;   // four characters; "adtl" is the list of labels
+        std::string bytes;  // the content without header and padding
     };
-    std::vector<Chunk> chunks;        // cue, adtl, smpl, plst, bext and inst of a WAV file
-    std::string cueSheet;             // the content of FLAC's CUESHEET block, "" if there is none
-    std::vector<std::string> unread;  // names of chunks and blocks that are not known here
-    uint32_t rateHz = 0;              // of the file; 0 for none
+    std::vector<Chunk> chunks;  // the chunks cue, adtl, smpl, plst, bext and inst of a WAV file
+    std::string cueSheet;       // the content of FLAC's CUESHEET block; "" if there is none
+    std::vector<std::string> unread;  // names of chunks and blocks that are not kept
+    uint32_t rateHz = 0;              // of the frame numbers; 0 if not known
 
-    // Moves all places to where the sound is in an output: its rate, and the frames of silence
-    // before the sound begins. Loudness values in bext become "not known", because the loudness
-    // changes.
+    // Converts all frame numbers from rateHz to `toHz` and adds `delayFrames`, the frames of
+    // silence before the sound in the output. Sets the loudness values in bext to "not known",
+    // because the loudness changes. Does nothing if rateHz is 0.
     void Move(uint32_t toHz, uint64_t delayFrames);
 
-    // Cue points with their labels, or else the tracks of the cue sheet, in ascending order.
+    // Returns the cue points with their labels, in ascending order. If there are none, it returns
+    // the tracks of the cue sheet.
     std::vector<Mark> Points() const;
-    // Names of what Points() leaves out.
+    // Returns the names of chunks and other content that Points() leaves out.
     std::vector<std::string> BesidePoints() const;
 
-    // A name for each chunk, and one for the cue sheet.
+    // Returns a name for each chunk, and "cue sheet" if there is one.
     std::vector<std::string> Names() const;
     uint64_t Bytes() const;
 };
 
-// Points as the chunks of a WAV file: "cue " and "adtl".
+// Returns the points as the chunks "cue " and "adtl" of a WAV file.
 std::vector<Marks::Chunk> ChunksOf(const std::vector<Mark>& points);
 
-// fd: a file that can be read at any place; it isn't moved. Searches up to a chunk or block that
-// the file is too short for.
+// Reads the marks of a WAV, RF64, AIFF or FLAC file. `fd` must be seekable; its file position does
+// not change. Stops at a chunk or block that reaches beyond the end of the file. rateHz of the
+// result is 0.
 Marks ReadMarks(int fd);
 
 struct Sound {
@@ -54,8 +57,9 @@ struct Sound {
     uint64_t frames;
 };
 
-// Puts tags->marks into a whole file that is open for reading and writing, or adds them as chapters
-// to the tags that are to be written next. format: as libsndfile names it. Returns the names of
-// what the format has no place for. stream->Error() tells whether the file was written.
+// Writes tags->marks to a complete file that is open for reading and writing. If the format only
+// has chapters, it adds them to *tags, which must be written afterwards. `format`: as in
+// libsndfile's SF_INFO. Returns the names of what the format has no place for. stream->Error()
+// tells whether writing failed.
 std::vector<std::string> WriteMarks(TagStream* stream, int format, const Sound& sound,
                                     AudioTags* tags);

@@ -1,4 +1,4 @@
-// Marks from files and into them.
+// Reads marks from files and writes them to files.
 #include <fmt/format.h>
 #include <sndfile.h>
 #include <taglib/chapterframe.h>
@@ -20,11 +20,11 @@ namespace {
 using TagLib::ByteVector;
 using TagLib::IOStream;
 
-constexpr uint64_t kMostBytes = 1 << 26;  // kept of one file
-constexpr size_t kFlacInfoEnd = 42;       // where blocks may follow the first
+constexpr uint64_t kMostBytes = 1 << 26;  // the most bytes of marks that are kept of one file
+constexpr size_t kFlacInfoEnd = 42;       // where the second metadata block begins
 
-// Names of four letters, parted by commas: what describes the old samples or is read elsewhere, and
-// what is kept.
+// Lists of four-character names, separated by commas. The first list has chunks that describe the
+// old samples or are read elsewhere, the second has those that are kept.
 constexpr std::string_view kPassedOver =
     "fmt ,data,fact,ds64,JUNK,junk,PAD ,FLLR,filr,PEAK,levl,id3 ,ID3 ,"
     "COMM,SSND,FVER,NAME,AUTH,(c) ,ANNO,CHAN";
@@ -34,13 +34,14 @@ bool IsOneOf(std::string_view name, std::string_view names) {
     return names.find(name) != std::string_view::npos;
 }
 
-// Sound that a wrong size exposes as a chunk has no such name.
+// Returns whether `name` is a possible chunk name: four printable ASCII characters. Samples that a
+// wrong size makes look like a chunk rarely pass.
 bool IsName(std::string_view name) {
     return name.size() == 4 &&
            std::all_of(name.begin(), name.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
-// At most `count` bytes of the file from `at` on.
+// Returns `count` bytes of the file from byte `at` on, fewer if the file ends.
 std::string ReadAt(int fd, uint64_t at, uint64_t count) {
     std::string bytes(count, '\0');
     const ssize_t got = pread(fd, bytes.data(), count, static_cast<off_t>(at));
@@ -48,18 +49,19 @@ std::string ReadAt(int fd, uint64_t at, uint64_t count) {
     return bytes;
 }
 
-// Of WAV, RF64 and AIFF files; those of AIFF, which has high bytes first, are only named.
+// Reads the chunks of WAV, RF64 and AIFF files. AIFF files, which are big-endian, only have their
+// chunks' names added to `unread`.
 void ReadChunks(int fd, Order order, Marks* marks) {
-    uint64_t longSize = 0;  // of the samples in RF64, where 32 bits don't hold it
+    uint64_t longSize = 0;  // size of the data chunk of an RF64 file, where 32 bits are too few
     for (uint64_t at = 12;;) {
         const std::string header = ReadAt(fd, at, kChunkHeader + 4);
         std::string name = header.substr(0, 4);
         uint64_t size = Get<uint32_t>(header, 4, order), from = at + kChunkHeader;
-        // A second file that was joined to the first has no more marks of the first.
+        // A second file was joined to the first. No more marks of the first follow.
         if (!IsName(name) || IsOneOf(name, "RIFF,RF64,FORM")) return;
         if (name == "ds64") longSize = Get<uint64_t>(ReadAt(fd, from + 8, 8), 0);
         if (name == "data" && size == UINT32_MAX) size = longSize;
-        if (name == "data" && size == 0) return;  // its end isn't known
+        if (name == "data" && size == 0) return;  // the end of the samples is not known
         at = from + size + size % 2;
         if (name == "LIST" && size >= 4) {
             name = header.substr(kChunkHeader);
@@ -77,7 +79,7 @@ void ReadChunks(int fd, Order order, Marks* marks) {
     }
 }
 
-// Of a FLAC file, which may begin with an ID3 tag.
+// Reads the metadata blocks of a FLAC file, which may begin with an ID3 tag.
 void ReadBlocks(int fd, Marks* marks) {
     constexpr int kLast = 0x80, kApplication = 2, kCueSheet = 5;
     uint64_t at = 0;
@@ -104,7 +106,7 @@ void Write(TagStream* stream, const std::string& bytes) {
     stream->writeBlock({bytes.data(), static_cast<unsigned>(bytes.size())});
 }
 
-// At the end of a WAV or RF64 file.
+// Appends chunks to a WAV or RF64 file and corrects the size in its header.
 void AppendChunks(TagStream* stream, const std::vector<Marks::Chunk>& chunks) {
     stream->seek(0, IOStream::End);
     for (const Marks::Chunk& chunk : chunks) {
@@ -130,7 +132,8 @@ void InsertCueSheet(TagStream* stream, const std::string& sheet) {
     stream->insert({block.data(), static_cast<unsigned>(block.size())}, kFlacInfoEnd, 0);
 }
 
-// Labels of WAV files tell no encoding.
+// Converts a mark's name. Labels of WAV files have no declared encoding: names that are not UTF-8
+// are taken as Latin-1.
 TagLib::String TextOf(const std::string& name) {
     const TagLib::String text(name, TagLib::String::UTF8);
     return text.isEmpty() ? TagLib::String(name) : text;
@@ -140,8 +143,8 @@ unsigned Milliseconds(uint64_t frame, uint32_t rateHz) {
     return static_cast<unsigned>((frame * 1000 + rateHz / 2) / rateHz);
 }
 
-// Chapters as Ogg and FLAC files have them: CHAPTER001=00:01:02.500 and CHAPTER001NAME. Returns
-// false if there are more than three digits count, or if the tags have chapters already.
+// Adds chapters as Ogg and FLAC files have them: CHAPTER001=00:01:02.500 and CHAPTER001NAME.
+// Returns false if there are more than 999 points, or if the tags already have chapters.
 bool AddChapterFields(const std::vector<Mark>& points, const Sound& sound, AudioTags* tags) {
     if (points.size() > 999 || tags->fields.contains("CHAPTER001")) return false;
     for (size_t i = 0; i < points.size(); ++i) {
@@ -154,10 +157,10 @@ bool AddChapterFields(const std::vector<Mark>& points, const Sound& sound, Audio
     return true;
 }
 
-// Chapters as ID3 has them: a frame for each, and one that lists them. Returns false if the tags
-// have chapters already.
+// Adds chapters as ID3 has them: one frame for each, and one frame that lists them. Returns false
+// if the tags already have chapters.
 bool AddChapterFrames(const std::vector<Mark>& points, const Sound& sound, AudioTags* tags) {
-    constexpr unsigned kNoOffset = 0xFFFFFFFF;  // in bytes
+    constexpr unsigned kNoOffset = 0xFFFFFFFF;  // for byte offsets: the times count
     constexpr size_t kMostListed = 255;
     if (std::any_of(tags->frames.begin(), tags->frames.end(),
                     [](const Id3Frame& frame) { return frame.name == "CHAP"; }))
@@ -174,7 +177,7 @@ bool AddChapterFrames(const std::vector<Mark>& points, const Sound& sound, Audio
         TagLib::ID3v2::ChapterFrame chapter(
             id, Milliseconds(points[i].frame, sound.rateHz),
             Milliseconds(std::max(end, points[i].frame), sound.rateHz), kNoOffset, kNoOffset);
-        chapter.addEmbeddedFrame(title.release());  // owned by the chapter
+        chapter.addEmbeddedFrame(title.release());  // the chapter takes ownership
         list.addChildElement(id);
         tags->frames.push_back({"CHAP", chapter.render()});
     }

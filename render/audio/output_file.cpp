@@ -26,8 +26,8 @@ struct RemovedName::Entry {
 
 namespace {
 
-// A list that a signal handler may walk: an entry is whole before `newest` leads to it, and is
-// never deleted.
+// The head of a list that the signal handler walks. An entry is complete before `newest` points to
+// it, and entries are never deleted.
 std::atomic<RemovedName::Entry*> newest{nullptr};
 
 void RemoveAndEnd(int signalNumber) {
@@ -41,7 +41,8 @@ std::string Reason() {
     return std::strerror(errno);
 }
 
-// The file that a name stands for, through symbolic links; the last may lead to nothing.
+// Returns the path after following symbolic links. The last link may point to a file that does not
+// exist. Throws Failure after 40 links.
 std::string Resolved(const std::string& path) {
     constexpr int kMostLinks = 40;
     fs::path place = path;
@@ -54,7 +55,7 @@ std::string Resolved(const std::string& path) {
     return place.string();
 }
 
-// Folder of a name and, in `name`, what it is called there.
+// Returns the folder of a path with links followed, and sets *name to the file's name in it.
 std::string FolderOf(const std::string& path, std::string* name) {
     const fs::path resolved = Resolved(path);
     *name = resolved.filename().string();
@@ -68,27 +69,27 @@ bool ExistAsOne(const std::string& a, const std::string& b) {
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-// Returns a pattern for mkostemps: a hidden name beside `path` that the folder has room for.
-// `ending` is what follows the pattern's X.
+// Returns a pattern for mkostemps: a hidden name in the folder of `path`, not longer than the
+// folder allows. Sets *ending to what follows the pattern's X characters.
 std::string TemporaryPattern(const fs::path& path, std::string* ending) {
     constexpr std::string_view kDot = ".", kRandom = "-XXXXXX";
     constexpr size_t kLongestEnding = 16;
     const fs::path folder = path.has_parent_path() ? path.parent_path() : ".";
     const long most = pathconf(folder.c_str(), _PC_NAME_MAX);
-    // The ending stays, because some writers look at it.
+    // The ending is kept, because some writers look at it.
     *ending = path.extension().string();
     if (ending->size() > kLongestEnding) ending->clear();
     std::string stem = path.stem().string();
     const size_t others = kDot.size() + kRandom.size() + ending->size();
     if (most > 0 && stem.size() + others > static_cast<size_t>(most)) {
         size_t size = static_cast<size_t>(most) - others;
-        while (size > 0 && (stem[size] & 0xC0) == 0x80) --size;  // within a letter of UTF-8
+        while (size > 0 && (stem[size] & 0xC0) == 0x80) --size;  // not within a UTF-8 character
         stem.resize(size);
     }
     return path.parent_path() / std::string(kDot).append(stem).append(kRandom).append(*ending);
 }
 
-// The names of a file's extended attributes.
+// Returns the names of a file's extended attributes.
 std::vector<std::string> AttributesOf(const char* path) {
     std::string names(static_cast<size_t>(std::max<ssize_t>(listxattr(path, nullptr, 0), 0)), '\0');
     names.resize(
@@ -106,8 +107,9 @@ bool CopyAttribute(const char* path, int fd, const char* name) {
     return size >= 0 && fsetxattr(fd, name, value.data(), static_cast<size_t>(size), 0) == 0;
 }
 
-// Gives a new file what the old file of its name has: owner, group, extended attributes (access
-// lists are such) and mode. Returns the names of what it can't give.
+// Gives a new file the owner, group, extended attributes (these include access control lists) and
+// mode of the file at `path`. If there is none, it sets the default mode. Returns the names of what
+// could not be set.
 std::vector<std::string> TakeOver(const std::string& path, int fd) {
     struct stat old {};
     std::vector<std::string> lost;
@@ -122,11 +124,12 @@ std::vector<std::string> TakeOver(const std::string& path, int fd) {
             lost.emplace_back("the old file's owner");
         }
         for (const std::string& name : AttributesOf(path.c_str()))
-            // The system's own may refuse: it gives each file what is due.
+            // The system may refuse attributes outside "user."; it gives each file the right ones
+            // itself.
             if (!CopyAttribute(path.c_str(), fd, name.c_str()) && name.starts_with("user."))
                 lost.push_back("the old file's attribute " + name);
     }
-    fchmod(fd, old.st_mode & 07777);  // last, since a new owner clears part of it
+    fchmod(fd, old.st_mode & 07777);  // last, because changing the owner clears part of the mode
     return lost;
 }
 
@@ -134,7 +137,7 @@ int Rename(const std::string& from, const std::string& to, unsigned flags) {
     return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags);
 }
 
-// No signal reaches this thread while it lives.
+// Blocks all signals to this thread for the lifetime of the object.
 class SignalsHeld {
 public:
     SignalsHeld() {
@@ -162,7 +165,7 @@ bool AreOneFile(const std::string& a, const std::string& b) {
 void RemoveTemporariesOnSignals() {
     for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXFSZ, SIGXCPU}) {
         struct sigaction action {};
-        // What the caller ignores (nohup) stays ignored.
+        // Signals that the caller ignores (nohup) stay ignored.
         if (sigaction(signalNumber, nullptr, &action) != 0 || action.sa_handler == SIG_IGN)
             continue;
         action.sa_handler = RemoveAndEnd;
@@ -259,12 +262,12 @@ void OutputSet::MakeFolder(const std::string& path) {
 
 OutputSet::~OutputSet() {
     files.clear();
-    while (!folders.empty()) folders.pop_back();  // the deepest first
+    while (!folders.empty()) folders.pop_back();  // deepest folder first
 }
 
 void OutputSet::File::Name(bool isLast) {
-    // Without leave to overwrite, a file that came meanwhile is not touched; file systems that
-    // cannot promise that rename plainly, as they do where they cannot exchange.
+    // If overwriting is not allowed, a file that appeared meanwhile is not touched. File systems
+    // that do not support this flag, or the exchange, get a plain rename.
     if (!overwrite) {
         if (Rename(temporary.Path(), path, RENAME_NOREPLACE) == 0) return;
         if (errno == EEXIST) throw Failure("{} exists already", path);

@@ -1,4 +1,6 @@
-// A file that appears under its name only when it is complete.
+// Output files that appear under their names only when they are complete.
+//
+// Use the objects on one thread.
 #pragma once
 #include <array>
 #include <ctime>
@@ -6,18 +8,19 @@
 #include <string>
 #include <vector>
 
-// A path that is removed when the object dies, or when the program is interrupted or told to end:
-// a file, or a folder if it is empty. A signal removes the newest first.
+// A path of a file, or of an empty folder, that is removed when the object is destroyed. It is also
+// removed when a signal ends the program (see RemoveTemporariesOnSignals). A signal removes the
+// newest path first.
 class RemovedName {
 public:
-    RemovedName() = default;  // none
+    RemovedName() = default;  // no path
     explicit RemovedName(const std::string& path);
     ~RemovedName();
     RemovedName(RemovedName&& other) noexcept;
     RemovedName& operator=(RemovedName&& other) noexcept;
 
-    const char* Path() const;  // "" for none
-    // The path stays.
+    const char* Path() const;  // Returns "" if there is no path.
+    // Gives the path up, so that it stays.
     void Keep();
 
     struct Entry;
@@ -26,7 +29,7 @@ private:
     Entry* entry = nullptr;
 };
 
-// Files that get their names together: all of them or none.
+// A group of files that get their final names together: all of them or none.
 class OutputSet {
 public:
     OutputSet() = default;
@@ -34,22 +37,23 @@ public:
     OutputSet(const OutputSet&) = delete;
     OutputSet& operator=(const OutputSet&) = delete;
 
-    // Makes the folder, and those above it, where they don't exist. Failure if it cannot. Without
-    // Commit those that were made are removed again.
+    // Creates the folder and its parents if they do not exist. Throws Failure if it cannot. Without
+    // Commit, the folders that were created are removed again.
     void MakeFolder(const std::string& path);
-    // Gives every file its name. If one cannot get it, the others lose theirs again, old files get
-    // back what they held, and Failure is thrown. No signal comes between.
+    // Gives every file its name. If one cannot get it, the others lose theirs again, replaced files
+    // get their content back, and Failure is thrown. Signals to this thread are blocked meanwhile.
     void Commit();
 
 private:
     friend class OutputFile;
     struct File {
-        RemovedName temporary;  // holds the old file where the two were exchanged
+        RemovedName temporary;  // the new file; after an exchange, the old file
         std::string path;
         bool overwrite;
         bool exchanged = false;
 
-        // Throws Failure. isLast: nothing has to be taken back afterwards.
+        // Renames the file. Throws Failure. `isLast`: no later file can fail, so the old file need
+        // not be kept.
         void Name(bool isLast);
         void TakeBack() const;
     };
@@ -57,38 +61,41 @@ private:
     std::vector<File> files;
 };
 
-// When a file was last read and last written.
+// The times at which a file was last read and last written.
 using FileTimes = std::array<timespec, 2>;
 
-// path: "-" is standard input. Throws Failure, or UsageError if it isn't a file.
+// `path`: "-" is standard input. Throws Failure if the file cannot be accessed, or UsageError if it
+// is not a regular file.
 FileTimes TimesOf(const std::string& path);
 
-// Writes go to a temporary file beside the final one. It is removed when the object dies, or when
-// the program is interrupted or told to end, unless Commit came first.
+// Writes to a temporary file in the folder of the final one. The temporary file is removed when the
+// object is destroyed or a signal ends the program, unless Commit came first.
 class OutputFile {
 public:
-    // Failure if the name is taken and overwrite is off, if something other than a file has it, or
-    // if the folder cannot be written to. A symbolic link is followed, also to what doesn't exist
-    // yet. An old file's mode, owner, group and extended attributes are kept; a hard link keeps the
-    // old content under its other names.
-    // together: what Commit hands the whole file over to, instead of naming it; null for none.
+    // Throws Failure if the file exists and `overwrite` is false, if the path is not a regular
+    // file, or if the folder is not writable. A symbolic link is followed, also to a file that does
+    // not exist yet. The mode, owner, group and extended attributes of an old file are kept. Its
+    // other hard links keep the old content. `together`: if not null, Commit hands the file to this
+    // set instead of naming it.
     OutputFile(const std::string& path, bool overwrite, OutputSet* together = nullptr);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
     const char* TemporaryPath() const { return temporary.Path(); }
-    // Of the temporary file, open for writing.
+    // Returns the descriptor of the temporary file, open for reading and writing.
     int Descriptor() const { return fd; }
-    // What the old file had and the new one can't be given: "the old file's owner".
+    // Returns what the new file could not take over from the old one, such as "the old file's
+    // owner".
     const std::vector<std::string>& NotKept() const { return notKept; }
-    // Commit then gives the file these times, as the last that is written.
+    // Makes Commit set these times after the last write.
     void SetTimes(const FileTimes& fileTimes) { times = fileTimes; }
-    // Gives the temporary file its name, once all of it is on the disk: a name given before could
-    // stand for an empty file after a power cut. Failure if it cannot; then the old file stays.
+    // Flushes the temporary file to the disk and then gives it its final name. In the other order,
+    // a power cut could leave an empty file under that name. Throws Failure if it cannot; then an
+    // old file stays as it was.
     void Commit();
 
-    // What the constructor would refuse, without touching anything.
+    // Throws Failure like the constructor, but creates nothing. It does not check the folder.
     static void CheckName(const std::string& path, bool overwrite);
 
 private:
@@ -101,10 +108,11 @@ private:
     RemovedName temporary;
 };
 
-// Whether two names stand for one file, which need not exist yet: by another spelling, through
-// links, or as hard links.
+// Returns whether two paths name the same file: in another spelling, through links, or as hard
+// links. The file need not exist yet.
 bool AreOneFile(const std::string& a, const std::string& b);
 
-// From now on the signals that end a program from outside, and those of a reader that has gone and
-// of limits reached, remove temporary files before they end it.
+// Installs handlers that remove temporary files before a signal ends the program. They handle
+// SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE (the reader has gone), SIGXFSZ and SIGXCPU (a limit is
+// reached).
 void RemoveTemporariesOnSignals();

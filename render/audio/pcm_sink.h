@@ -1,4 +1,5 @@
-// What the chain gives, back at the rate that the output has, measured on the way.
+// Writes the chain's output: resampled to the output's rate, scaled and measured. Use an object on
+// one thread.
 #pragma once
 #include <cstdint>
 #include <span>
@@ -14,16 +15,17 @@ public:
     struct Rates {
         uint32_t chainHz, outputHz;
     };
-    // dither: if it has to resample or to change the level. gain: linear, of everything that is
-    // written; applied before the samples are rounded to 16 bits. With 1 nothing is changed.
-    // meter: measures what is written, as a run that begins at
-    // firstFrame. Writer and meter must outlive the sink.
+    // `dither`: adds dither if the samples are resampled or scaled. `gain`: linear; applied before
+    // the samples are rounded to 16 bits. With equal rates and gain 1, samples are written
+    // unchanged. `streamMeter` measures what is written, from frame `firstFrame` on over time.
+    // Writer and meter must outlive the sink.
     PcmSink(AudioWriter& audioWriter, const Rates& rates, uint32_t channelCount, bool dither,
             double gain, StreamMeter& streamMeter, uint64_t firstFrame = 0);
 
-    // Interleaved samples, whole frames.
+    // Takes whole interleaved frames at rates.chainHz. Throws Failure if the writer does.
     void Write(std::span<const int16_t> samples);
-    // The end of the stream: makes the output `frames` long, where resampling misses that by one.
+    // Ends the stream. Makes the output `frames` long (at rates.outputHz), because resampling may
+    // give one frame more or less.
     void Finish(uint64_t frames);
 
     uint64_t Clipped() const { return quantizer.Clipped(); }
@@ -33,8 +35,8 @@ private:
 
     AudioWriter& writer;
     size_t channels;
-    bool isExact;   // samples are written as they come
-    float toFloat;  // from a 16-bit sample
+    bool isExact;   // samples are written unchanged
+    float toFloat;  // converts a 16-bit sample to a float and applies the gain
     Resampler resampler;
     Quantizer quantizer;
     StreamMeter& meter;

@@ -1,4 +1,5 @@
-// The input as the chain takes it: resampled if need be, in 16 bits, measured on the way.
+// Reads the input for the chain: resampled to the chain's rate, in 16 bits, and measured at the
+// input's rate. Use an object on one thread.
 #pragma once
 #include <cstdint>
 #include <vector>
@@ -10,20 +11,23 @@
 
 class PcmSource {
 public:
-    // dither: for what doesn't fit 16 bits as it is. streamMeter: measures the input, as a run.
-    // Reader and meter must outlive the source.
+    // `dither`: adds dither unless the input is 16-bit and not resampled. `streamMeter` measures
+    // the input. Reader and meter must outlive the source.
     PcmSource(SampleReader& sampleReader, uint32_t chainRateHz, bool dither,
               StreamMeter& streamMeter);
 
-    // Replaces *pcm by the next interleaved samples, now and then none; false after the last.
+    // Replaces the content of *pcm with the next interleaved samples, whole frames. Some calls give
+    // none. Returns false after the last samples. Throws Failure if the reader does.
     bool Read(std::vector<int16_t>* pcm);
 
     bool Dithers() const { return dithers; }
-    uint64_t FramesRead() const { return framesRead; }  // at the file's rate
+    uint64_t FramesRead() const { return framesRead; }  // in frames of the input
     uint64_t Clipped() const { return quantizer.Clipped(); }
-    // Samples taken for silence: of the file, and those that became none in resampling.
+    // Returns how many samples were replaced by 0: NaN or infinite in the file, or after
+    // resampling.
     uint64_t NotNumbers() const { return reader.NotNumbers() + quantizer.NotNumbers(); }
-    // Call this after the last block: what the reader says, and samples that are no numbers.
+    // Returns the damage that the reader found, and a phrase that counts samples that are not
+    // numbers. Call it after the last block.
     std::vector<std::string> Damage() const;
 
 private:

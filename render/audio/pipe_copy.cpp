@@ -22,7 +22,7 @@ namespace {
 
 constexpr size_t kHeaderBytes = 12;
 
-// Returns the pipe's next bytes, fewer than asked for if it ends before; none of what isn't a pipe.
+// Returns the pipe's next 12 bytes, fewer if it ends before them. Returns "" if `fd` is not a pipe.
 std::string Peek(int fd) {
     std::string head;
     std::array<int, 2> pipe{};
@@ -35,7 +35,8 @@ std::string Peek(int fd) {
         head.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
         if (count > 0 && read(pipe[0], head.data(), head.size()) != count) head.clear();
         if (head.empty() || head.size() == kHeaderBytes || (readable.revents & POLLHUP) != 0) break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));  // the rest is on its way
+        // the writer has not sent the rest yet
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     close(pipe[0]);
     close(pipe[1]);
@@ -58,7 +59,7 @@ bool PipeCopy::IsEndless(int fd) {
     return magic == ".snd" && IsOpenLength(BigEndian(std::string_view(head).substr(8)));
 }
 
-// The object stands already, so that its file is closed whatever is thrown.
+// The delegated constructor completes the object, so the destructor closes the file if Copy throws.
 PipeCopy::PipeCopy(const std::string& path) : PipeCopy() {
     const int from = path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                                  : open(path.c_str(), O_RDONLY | O_CLOEXEC);

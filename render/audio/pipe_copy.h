@@ -1,28 +1,29 @@
-// All that comes through a pipe, in a temporary file without a name. Decoders of compressed formats
-// need to go back in a file, and some of them go astray in a pipe.
+// Copies the content of a pipe to an unnamed temporary file. Decoders of compressed formats need to
+// seek, and some of them fail on a pipe.
 //
-// Throws Failure.
+// Use an object on one thread. The constructors throw Failure.
 #pragma once
 #include <string>
 
 class PipeCopy {
 public:
-    // Whether `path` can be read only once: "-", standard input, or a pipe with a name.
+    // Returns whether `path` can be read only once: "-" (standard input) or a named pipe.
     static bool IsNeeded(const std::string& path);
 
-    // Returns whether what comes next through the pipe `fd` is WAV, AIFF or AU whose header leaves
-    // the length open: it may go on for hours. Takes nothing out of the pipe.
+    // Returns whether the pipe `fd` begins with a WAV, AIFF or AU header that leaves the length
+    // open. Such a stream may run for hours. Takes nothing out of the pipe, but waits for its first
+    // 12 bytes.
     static bool IsEndless(int fd);
 
-    // Reads it to its end, into the folder for temporary files.
+    // Copies `path` to its end, into the folder for temporary files. "-" is standard input.
     explicit PipeCopy(const std::string& path);
-    // The same from an open descriptor, which stays open. `name` is for messages.
+    // Copies from an open descriptor, which stays open. `name` is used in messages.
     PipeCopy(int from, const std::string& name);
     ~PipeCopy();
     PipeCopy(const PipeCopy&) = delete;
     PipeCopy& operator=(const PipeCopy&) = delete;
 
-    // To open it by, any number of times, while this lives.
+    // Returns a path of the copy. It can be opened any number of times while this object exists.
     std::string Path() const { return "/proc/self/fd/" + std::to_string(fd); }
 
 private:

@@ -1,25 +1,29 @@
-// Floats to the 16 bits that the chain takes.
+// Converts floats to the 16-bit samples that the chain takes. Use an object on one thread.
 #pragma once
 #include <cstdint>
 #include <random>
 #include <span>
 #include <vector>
 
-// y = round(32768 x + d), held within 16 bits; full scale of x is 1.0. With dither, d is triangular
-// over +-1 (the difference of two uniform numbers), which leaves of the rounding an even noise
-// instead of distortion: S. P. Lipshitz, R. A. Wannamaker and J. Vanderkooy, "Quantization and
-// Dither: A Theoretical Survey", JAES 40 (1992). The same noise in every run. Without dither, what
-// was 16 bits comes back to the bit. An x that is no number, or infinite, is taken for silence.
+// y = round(32768 x + d), clamped to 16 bits. Full scale of x is 1.0.
+//
+// With dither, d is the difference of two uniform random numbers, triangular over -1 to 1. It turns
+// the distortion of rounding into even noise: S. P. Lipshitz, R. A. Wannamaker and J. Vanderkooy,
+// "Quantization and Dither: A Theoretical Survey", JAES 40 (1992). The noise is the same in every
+// run.
+//
+// Without dither d is 0, and samples that came from 16 bits are returned exactly. If x is NaN or
+// infinite, y is that of x = 0.
 class Quantizer {
 public:
     explicit Quantizer(bool dithered) : dither(dithered) {}
 
-    // Appends to `out`.
+    // Appends one sample to *out for each sample of `in`.
     void Process(std::span<const float> in, std::vector<int16_t>* out);
 
-    // Samples beyond full scale so far.
+    // Returns how many samples were beyond full scale so far.
     uint64_t Clipped() const { return clipped; }
-    // Samples taken for silence so far.
+    // Returns how many samples were NaN or infinite so far.
     uint64_t NotNumbers() const { return notNumbers; }
 
 private:

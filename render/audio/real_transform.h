@@ -1,5 +1,6 @@
-// A real transform of a fixed length, through FFTW, both ways and unscaled: a round trip multiplies
-// by `length`. FFTW plans on one thread at a time: make and destroy on one.
+// A real FFT of fixed length, with FFTW. Both directions are unscaled, so a round trip multiplies
+// by `length`. FFTW's planner is not thread-safe, so construct and destroy all objects on one
+// thread.
 #pragma once
 #include <fftw3.h>
 
@@ -18,7 +19,7 @@ public:
               fftw_plan_dft_c2r_1d(static_cast<int>(length), Bins(), time.data(), FFTW_ESTIMATE)) {}
 
     void Forward() { fftw_execute(forward.get()); }
-    void Inverse() { fftw_execute(inverse.get()); }  // overwrites `spectrum`
+    void Inverse() { fftw_execute(inverse.get()); }  // also overwrites `spectrum`
 
     std::vector<double> time;
     std::vector<std::complex<double>> spectrum;

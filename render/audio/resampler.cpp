@@ -28,7 +28,7 @@ Resampler::Resampler(uint32_t inRateHz, uint32_t outRateHz, uint32_t channelCoun
 }
 
 void Resampler::Run(const float* in, size_t frames, std::vector<float>* out) {
-    // A null input says that no more will come; then soxr hands out the rest.
+    // A null input tells soxr that the stream has ended. It then returns the remaining frames.
     size_t taken = 0, made = 0;
     do {
         size_t takenNow = 0;

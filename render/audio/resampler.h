@@ -1,4 +1,5 @@
-// A stream from one sampling rate to another, through soxr. Aligned: what it delays it also drops.
+// Converts a stream from one sampling rate to another, with soxr's high quality (SOXR_HQ). The
+// output is aligned with the input: the converter's delay is removed. Use an object on one thread.
 #pragma once
 #include <soxr.h>
 
@@ -7,19 +8,21 @@
 #include <span>
 #include <vector>
 
-// The rate at which the chain runs for a file of fileRateHz: the same from 32000 to 48000 Hz, else
-// 44100 or 48000, whose family the file's rate belongs to (48000 for one that belongs to neither).
+// Returns the rate at which the chain processes a file of `fileRateHz`. From 32000 to 48000 Hz, it
+// is the file's own rate. Otherwise it is 44100 Hz for multiples of 11025 Hz and 48000 Hz for all
+// others.
 uint32_t ChainRateHz(uint32_t fileRateHz);
 
 class Resampler {
 public:
-    // Equal rates: samples pass unchanged. Throws Failure.
+    // If the rates are equal, samples pass unchanged. The constructor, Process and Finish throw
+    // Failure.
     Resampler(uint32_t inRateHz, uint32_t outRateHz, uint32_t channelCount);
 
     bool IsIdle() const { return handle == nullptr; }
-    // Interleaved samples, whole frames; appends to `out`.
+    // Takes whole interleaved frames and appends the resampled frames that are ready to *out.
     void Process(std::span<const float> in, std::vector<float>* out);
-    // The end of the stream: appends the rest.
+    // Ends the stream and appends its last frames to *out.
     void Finish(std::vector<float>* out);
 
 private:

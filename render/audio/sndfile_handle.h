@@ -1,4 +1,4 @@
-// A libsndfile handle that closes itself.
+// A handle of libsndfile that closes the file when it is destroyed.
 #pragma once
 #include <sndfile.h>
 

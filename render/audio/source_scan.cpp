@@ -7,19 +7,19 @@
 
 namespace {
 
-constexpr int kMostChunks = 1000;  // of a hostile file
+constexpr int kMostChunks = 1000;  // limits the time that a hostile file takes
 constexpr uint64_t kAllOnes32 = 0xFFFFFFFF;
 
-// How a family of formats writes its chunks: a name, a size, and so many bytes.
+// How a family of formats lays out its chunks: a name, a size, and the content.
 struct ChunkKind {
     const char* dataName;
-    uint64_t firstChunk;  // where the first chunk stands
-    size_t nameBytes;     // of which the first four are compared
+    uint64_t firstChunk;  // byte offset of the first chunk
+    size_t nameBytes;     // length of the name; only its first four bytes are compared
     size_t sizeBytes;
     bool bigEndian;
-    uint64_t sizeCountsFrom;  // bytes before the chunk's content that its size counts, too
+    uint64_t sizeCountsFrom;  // header bytes that the size includes
     uint64_t alignment;
-    uint64_t ahead;  // bytes of the data chunk before its samples
+    uint64_t ahead;  // bytes in the data chunk before its samples
 };
 constexpr ChunkKind kRiff{"data", 12, 4, 4, false, 0, 2, 0};
 constexpr ChunkKind kRifx{"data", 12, 4, 4, true, 0, 2, 0};
@@ -40,7 +40,7 @@ std::optional<Chunk> ChunkAt(ByteWindow& file, const ChunkKind& kind, uint64_t a
     Chunk chunk{std::string(head.substr(0, 4)), at + kind.nameBytes, at + head.size(),
                 told - std::min(told, kind.sizeCountsFrom), 0};
     const uint64_t padding = (kind.alignment - chunk.size % kind.alignment) % kind.alignment;
-    // A size beyond every file, or a negative one, leads behind the end.
+    // A size of 2^63 or more, which may be a negative number, points beyond the end of the file.
     chunk.next = chunk.size > INT64_MAX ? UINT64_MAX / 2 : chunk.content + chunk.size + padding;
     return chunk;
 }
@@ -73,7 +73,8 @@ bool IsTag(std::string_view bytes, uint64_t left) {
            bytes.starts_with("ID3");
 }
 
-// Looks at what follows the samples of a WAV file: more chunks, padding, or what its header forgot.
+// Inspects what follows the samples of a WAV file: more chunks, padding, another file, or samples
+// that its header does not count.
 class WavTail {
 public:
     WavTail(ByteWindow& wav, const ChunkKind& chunkKind, const Chunk& dataChunk)
@@ -85,7 +86,7 @@ public:
             const uint64_t left = file.Size() - at;
             const std::string head(file.At(at, 8));
             if (IsTag(head, left)) return;
-            // Some writers leave out the padding.
+            // Some writers omit the padding byte after an odd size.
             if (StartsFile(at) || StartsFile(at - data.size % 2)) {
                 scan->damage.emplace_back("another WAV file follows in it, which is not read");
                 scan->end = StartsFile(at) ? at : at - data.size % 2;
@@ -136,7 +137,7 @@ private:
 SourceScan ScanChunks(ByteWindow& file, const ChunkKind& kind) {
     SourceScan scan;
     const bool isWav = &kind == &kRiff || &kind == &kRifx;
-    uint64_t longSize = 0;  // of RF64: stands ahead, for one that doesn't fit
+    uint64_t longSize = 0;  // size of the samples of an RF64 file, from its ds64 chunk
     uint64_t at = kind.firstChunk;
     for (int i = 0; i < kMostChunks; ++i) {
         std::optional<Chunk> chunk = ChunkAt(file, kind, at);
@@ -151,14 +152,14 @@ SourceScan ScanChunks(ByteWindow& file, const ChunkKind& kind) {
         const uint64_t promised = chunk->size - std::min(kind.ahead, chunk->size);
         WavTail tail(file, kind, *chunk);
         if (isWav && promised == 0 && present > 0) {
-            // A file without audio may go on with other chunks.
+            // The data chunk may really be empty, followed by other chunks.
             SourceScan rest;
             tail.Scan(&rest);
             if (rest.damage.empty() && !AreZero(file, samples)) return scan;
             tail.ReadToTheEnd(&scan);
         } else if (promised != 0 && !IsOpenLength(promised) && present < promised) {
             scan.damage.push_back(EndsEarly(present, promised));
-            // libsndfile takes no CAF file whose size is wrong.
+            // libsndfile refuses a CAF file whose size is wrong.
             if (&kind == &kCaf)
                 scan.patch = {chunk->sizeAt, SizeAsBytes(kind, present + kind.ahead)};
         } else if (isWav && promised != 0 && !isLong && !IsOpenLength(promised)) {

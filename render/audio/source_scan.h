@@ -1,5 +1,6 @@
-// What the structure of an audio file says of it before anything is decoded: whether it is whole,
-// and whether several files were joined into it. Decoders pass over both without a word.
+// Inspects the structure of an audio file before it is decoded. Finds out whether the file is
+// whole, and whether several files were joined into it. Decoders ignore both without a message. Use
+// on one thread.
 #pragma once
 #include <cstdint>
 #include <optional>
@@ -8,41 +9,44 @@
 
 #include "render/audio/byte_window.h"
 
-// Bytes of a file, from its start.
+// The bytes `from` (included) to `to` (excluded) of a file, counted from the start of its audio
+// header.
 struct BytePart {
     uint64_t from, to;
 };
 
-// Bytes of a header that hide the audio from a decoder, and what has to stand there instead.
+// A place in a header whose value keeps decoders from reading all of the audio, and the bytes to
+// read there instead.
 struct HeaderPatch {
     uint64_t at;
     std::string bytes;
 };
 
 struct SourceScan {
-    std::vector<std::string> damage;  // a phrase for each fault; empty if none was found
-    // Two or more compressed files that were joined into one. Each can be decoded by itself, and a
-    // decoder for one file stops after the first.
+    std::vector<std::string> damage;  // one phrase for each fault; empty if none was found
+    // Set if the file is two or more compressed files that were joined. Each part can be decoded by
+    // itself. A decoder for one file would stop after the first.
     std::vector<BytePart> parts;
-    // Frames (samples per channel) of an MP3 file whose header promises none, as they were counted.
-    // Decoders estimate them from the first frame's bit rate.
+    // The number of frames (samples per channel) of an MP3 file without a frame count, found by
+    // counting. Decoders estimate it from the bit rate of the first frame.
     std::optional<uint64_t> uncountedFrames;
     std::optional<HeaderPatch> patch;
-    std::optional<uint64_t> end;  // where a second file begins that has to be hidden
+    std::optional<uint64_t> end;  // where a second file begins that must be hidden from the decoder
 };
 
-// fd: a file that can be read at any place; it isn't moved. The header stands at `start`.
-// Says nothing of formats that it doesn't know, and of lengths that the header leaves open.
+// Scans the file that begins at byte `start`. `fd` must be seekable; its file position does not
+// change. The result is empty for unknown formats, and says nothing about lengths that the header
+// leaves open.
 SourceScan ScanSource(int fd, uint64_t start);
 
-// Returns whether a header's length was written by someone who didn't know it. Writers to a pipe
-// put all ones or a size near 2^31 or 2^32 there.
+// Returns whether a length in a header is a placeholder of a writer that did not know it. Writers
+// to a pipe use all ones, or a size near 2^31 or 2^32.
 bool IsOpenLength(uint64_t length);
 
-// Of the formats that are streams of pages or frames.
+// Scan formats that are streams of pages or frames. `from` is where "fLaC" stands.
 SourceScan ScanOgg(ByteWindow& file);
 SourceScan ScanFlac(ByteWindow& file, uint64_t from);
 SourceScan ScanMp3(ByteWindow& file);
 
-// Returns where the audio begins after ID3v2 tags at `from`.
+// Returns where the audio begins after any ID3v2 tags at `from`.
 uint64_t SkipId3(ByteWindow& file, uint64_t from);

@@ -8,9 +8,9 @@
 namespace {
 
 constexpr double kLeastSeconds = 1.2;
-// Bounds the memory for rates that no music has.
+// Limits the memory at rates far above those of music.
 constexpr size_t kMostFrames = size_t{1} << 18;
-// Squared Hann windows a quarter apart add up to a constant.
+// The sum of squared Hann windows that are a quarter of their length apart is constant.
 constexpr size_t kHops = 4;
 
 size_t WindowFrames(double rateHz) {
@@ -18,8 +18,8 @@ size_t WindowFrames(double rateHz) {
     return std::bit_ceil(static_cast<size_t>(least));
 }
 
-// Sum of the elements between two frequencies; those at the ends count with the part that lies
-// inside. Element k covers half a step to either side of k * stepHz.
+// Returns the sum of the elements between two frequencies. Element k covers half a step to either
+// side of k * stepHz. An element at either end counts with the part that lies inside.
 double SumBetween(const std::vector<double>& values, double stepHz, double lowHz, double highHz) {
     const double low = std::max(lowHz / stepHz + 0.5, 0.0);
     const double high = std::min(highHz / stepHz + 0.5, static_cast<double>(values.size()));
@@ -56,7 +56,7 @@ void SpectrumMeter::Add(std::span<const float> samples) {
 
 void SpectrumMeter::Push(const float* frame) {
     std::copy_n(frame, channels, &ring[next * channels]);
-    next = (next + 1) & (window.size() - 1);  // a power of two
+    next = (next + 1) & (window.size() - 1);  // the size is a power of two
     if ((next & (window.size() / kHops - 1)) == 0) AddWindow();
 }
 
@@ -72,20 +72,22 @@ void SpectrumMeter::AddWindow() {
     }
 }
 
-// Windows reach beyond both ends, so that every sample counts the same.
+// Adds silence until the last window has left the stream. Every sample is then in the same number
+// of windows, so all count the same.
 Spectrum SpectrumMeter::Finish() {
     const std::vector<float> silence(channels);
     for (size_t n = 1; n < window.size(); ++n) Push(silence.data());
     double windowPower = 0;
     for (const double weight : window) windowPower += weight * weight;
     const auto length = static_cast<double>(window.size());
-    // One-sided, and a sine has mean square 1/2.
+    // One factor of 2 adds the negative frequencies. The other scales the mean square of a sine,
+    // 1/2, to 1.
     const double scale =
         4 * (length / kHops) /
         (windowPower * length * static_cast<double>(std::max<uint64_t>(frames, 1)) *
          static_cast<double>(channels));
     for (double& power : spectrum.power) power *= scale;
-    // These two have no mirror image.
+    // 0 Hz and half the rate have no negative frequency to add.
     spectrum.power.front() /= 2;
     spectrum.power.back() /= 2;
     return std::move(spectrum);

@@ -1,4 +1,4 @@
-// The long-term average spectrum of a stream.
+// Measures the long-term average power spectrum of a stream. Use an object on one thread.
 #pragma once
 #include <cstdint>
 #include <span>
@@ -6,25 +6,29 @@
 
 #include "render/audio/real_transform.h"
 
-// Power over frequency: element k belongs to k * stepHz.
+// A power spectrum. Element k is the power at k * stepHz.
 struct Spectrum {
     double stepHz = 0;
-    std::vector<double> power;  // 1.0: a full-scale sine on every channel; empty: not measured
+    // Elements that add up to 1.0 are the power of a full-scale sine on every channel. Empty if
+    // nothing was measured.
+    std::vector<double> power;
 };
 
-// Power between two frequencies in dB; 0 dB is a full-scale sine. Minus infinity where none is.
+// Returns the power between two frequencies in dB. 0 dB is a full-scale sine on every channel.
+// Returns -infinity if there is no power between them.
 double BandLevelDb(const Spectrum& spectrum, double lowHz, double highHz);
 
-// Averages over all samples, each of the same weight, and over the channels: the elements add up to
-// twice the mean square. Hann windows of a good second (P. D. Welch, IEEE Trans. Audio
-// Electroacoust. 15, 1967): a sine spreads over 4 elements.
+// Averages the power over all channels and over all samples with equal weight. The elements of the
+// result add up to twice the mean square. Windows: Hann, 1.2 to 2.4 s long (at most 262,144
+// frames), a quarter of their length apart (P. D. Welch, IEEE Trans. Audio Electroacoust. 15,
+// 1967). The power of a sine spreads over 4 elements.
 class SpectrumMeter {
 public:
     SpectrumMeter(uint32_t channelCount, double rateHz);
 
-    // Interleaved samples, whole frames, full scale 1.0.
+    // `samples`: whole interleaved frames; full scale is 1.0.
     void Add(std::span<const float> samples);
-    // The end of the stream; nothing may be added any more.
+    // Ends the measurement and returns the spectrum. Add must not be called afterwards.
     Spectrum Finish();
 
 private:
@@ -34,8 +38,8 @@ private:
     size_t channels;
     RealTransform transform;
     std::vector<double> window;
-    std::vector<float> ring;  // the last frames, as many as a window has, interleaved
-    size_t next = 0;          // frame of the ring that is overwritten next
+    std::vector<float> ring;  // the last frames, interleaved, as many as the window is long
+    size_t next = 0;          // index of the frame in `ring` that Push overwrites next
     uint64_t frames = 0;
     Spectrum spectrum;
 };

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr size_t kBlockSamples = 65536;
+constexpr size_t kBlockSamples = 65536;  // large enough that handing a block over costs little
 constexpr size_t kMostBlocks = 8;
 
 }  // namespace
@@ -17,14 +17,14 @@ StreamMeter::StreamMeter(Metering whatToMeter) : metering(whatToMeter) {
         try {
             if (!failed) MeterBlock(block);
         } catch (const std::bad_alloc&) {
-            failed = true;  // the audio needs no meters
+            failed = true;  // the output is complete without measurements
         }
     });
 }
 
 void StreamMeter::StartRun(uint32_t channelCount, uint32_t rateHz, uint64_t firstFrame) {
     if (!background) return;
-    if (!loudness) {  // on this thread: transforms must not be planned on two at once
+    if (!loudness) {  // Made on this thread, because FFTW must not plan on two threads at once.
         samplesToSkip = firstFrame * channelCount;
         loudness.emplace(channelCount, rateHz, metering, firstFrame);
         if (metering == Metering::kOverTime) spectrum.emplace(channelCount, rateHz);

@@ -1,4 +1,4 @@
-// Meters one stream on a thread of its own, beside the one that plays it.
+// Measures one stream on a separate thread while the calling thread processes it.
 #pragma once
 #include <cstdint>
 #include <optional>
@@ -9,39 +9,38 @@
 #include "render/audio/spectrum.h"
 #include "render/background.h"
 
-// What isn't metered is NaN or empty.
+// The results. What was not measured is NaN or empty.
 struct Measured {
     Loudness loudness;
-    std::vector<float> tenths;  // LoudnessMeter::Tenths
+    std::vector<float> tenths;  // as LoudnessMeter::Tenths returns them
     Spectrum spectrum;
 };
 
-// Make, feed and finish it on one thread.
+// All calls must come from one thread.
 class StreamMeter {
 public:
     explicit StreamMeter(Metering whatToMeter);
 
-    // The stream begins, or goes on at another rate or with other channels; all of it is measured
-    // as one. Metering over time takes only one such run. firstFrame: where time and spectrum
-    // begin.
+    // Begins the stream, or continues it at another rate or with other channels. All runs together
+    // are measured as one stream. Metering::kOverTime allows only one run. Loudness over time and
+    // the spectrum begin at frame `firstFrame` of the first run.
     void StartRun(uint32_t channelCount, uint32_t rateHz, uint64_t firstFrame = 0);
 
-    // Interleaved samples, whole frames; copied. Waits where the meters are far behind. A stream
-    // has one kind.
+    // Copies whole interleaved frames; full scale is 1.0 for floats and 32768 for 16 bits. Waits if
+    // the meters are more than 8 blocks behind. One stream uses only one of the two types.
     void Add(std::span<const float> samples);
     void Add(std::span<const int16_t> samples);
 
-    // The end of the stream: waits for the meters. Meters that ran out of memory have measured
-    // nothing.
+    // Ends the stream, waits for the meters and returns their results. If memory ran out on the
+    // way, nothing was measured.
     Measured Finish();
 
 private:
-    // Large enough that handing it over costs nothing.
     struct Run {
         uint32_t channels, rateHz;
     };
     struct Block {
-        std::optional<Run> run;  // that begins with this block, not the first
+        std::optional<Run> run;  // set if a run other than the first begins with this block
         std::vector<float> floats;
         std::vector<int16_t> sixteenBits;
     };
@@ -49,11 +48,11 @@ private:
     void MeterBlock(const Block& block);
 
     Metering metering;
-    uint64_t samplesToSkip = 0;  // before the spectrum begins
+    uint64_t samplesToSkip = 0;  // samples before the frame at which the spectrum begins
     std::optional<LoudnessMeter> loudness;
     std::optional<SpectrumMeter> spectrum;
 
-    bool failed = false;                          // the meters ran out of memory
-    Block gathered;                               // to be handed over
-    std::optional<Background<Block>> background;  // none where nothing is metered
+    bool failed = false;                          // memory for the meters ran out
+    Block gathered;                               // samples that the thread has not received yet
+    std::optional<Background<Block>> background;  // unset if nothing is measured
 };

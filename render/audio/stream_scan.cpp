@@ -1,4 +1,5 @@
-// Ogg, FLAC and MP3: streams of pages or frames, which can be joined with cat.
+// Scans Ogg, FLAC and MP3 files. They are streams of pages or frames, so files can be joined with
+// `cat`.
 #include <fmt/format.h>
 
 #include <array>
@@ -13,7 +14,7 @@ namespace {
 constexpr size_t kPageHeader = 27;
 
 struct Page {
-    bool starts, ends;  // its logical stream
+    bool starts, ends;  // whether the page is the first or last of its logical stream
     uint64_t serial, number, bytes;
 };
 
@@ -28,7 +29,7 @@ std::optional<Page> PageAt(ByteWindow& file, uint64_t at) {
     return page;
 }
 
-// Returns where `magic` stands next, the file's size if nowhere.
+// Returns where `magic` stands next at or after `at`, or the file's size if nowhere.
 uint64_t Find(ByteWindow& file, std::string_view magic, uint64_t at) {
     while (true) {
         const std::string_view bytes = file.At(at, ByteWindow::kMostBytes);
@@ -39,13 +40,13 @@ uint64_t Find(ByteWindow& file, std::string_view magic, uint64_t at) {
     }
 }
 
-// The pages of one file, which may have been joined with others.
+// The pages of one file, which may be joined with others.
 struct Link {
     uint64_t from = 0;
-    bool hasAudio = false;  // pages after those that start a stream
-    bool isOpen = true;     // no page has ended a stream
+    bool hasAudio = false;  // pages other than those that start a stream were seen
+    bool isOpen = true;     // no page that ends a stream was seen
     uint64_t missing = 0;
-    std::map<uint64_t, uint64_t> nextNumber;  // by serial
+    std::map<uint64_t, uint64_t> nextNumber;  // the expected page number of each serial
 
     void Take(const Page& page) {
         const auto expected = nextNumber.find(page.serial);
@@ -65,8 +66,9 @@ struct Link {
 
 struct Mp3Frame {
     uint64_t bytes, samples;
-    uint64_t tagAt;  // of a frame that holds a count instead of sound, where its name stands
-    int version;     // 0: MPEG 2.5, 2: MPEG 2, 3: MPEG 1
+    // where the name of a count stands, if the frame holds a frame count instead of sound
+    uint64_t tagAt;
+    int version;  // 0 is MPEG 2.5, 2 is MPEG 2, 3 is MPEG 1
     int layer;
     uint64_t rateHz;
 
@@ -82,7 +84,7 @@ std::optional<Mp3Frame> FrameAt(ByteWindow& file, uint64_t at) {
     const int version = static_cast<int>(bits >> 19 & 3),
               layer = 4 - static_cast<int>(bits >> 17 & 3);
     const size_t bitRate = bits >> 12 & 15, rate = bits >> 10 & 3;
-    // A free bit rate (0) doesn't tell how long the frame is.
+    // A free bit rate (0) does not tell how long the frame is.
     if (bits >> 21 != 0x7FF || version == 1 || layer == 4 || bitRate == 0 || bitRate == 15 ||
         rate == 3)
         return std::nullopt;
@@ -110,8 +112,8 @@ std::optional<Mp3Frame> FrameAt(ByteWindow& file, uint64_t at) {
     return frame;
 }
 
-// Returns the frames that a header frame promises, 0 if it is one without a count; nothing if it is
-// a frame of sound.
+// Returns the number of frames that a header frame promises, or 0 for a header frame without a
+// count. Returns nothing for a frame of sound.
 std::optional<uint64_t> PromisedFrames(ByteWindow& file, uint64_t at, const Mp3Frame& frame) {
     if (frame.layer != 3) return std::nullopt;
     const std::string_view bytes = file.At(at, 64);
@@ -123,7 +125,7 @@ std::optional<uint64_t> PromisedFrames(ByteWindow& file, uint64_t at, const Mp3F
     return std::nullopt;
 }
 
-// Returns the bytes of a tag at `at`, 0 if there is none.
+// Returns the size of the ID3v2, ID3v1 or APE tag at `at` in bytes, or 0 if there is none.
 uint64_t TagBytes(ByteWindow& file, uint64_t at) {
     const std::string_view bytes = file.At(at, 32);
     if (bytes.starts_with("ID3") && bytes.size() >= 10) {
@@ -133,14 +135,14 @@ uint64_t TagBytes(ByteWindow& file, uint64_t at) {
         return size + ((bytes[5] & 16) != 0 ? 10 : 0);
     }
     if (bytes.starts_with("TAG")) return 128;
-    // With its header, or found at its footer.
+    // An APE tag begins with a header, or with its footer if it has no header.
     if (bytes.starts_with("APETAGEX") && bytes.size() == 32)
         return (bytes[23] & 32) != 0 ? 32 + LittleEndian(bytes.substr(12, 4)) : 32;
     return 0;
 }
 
-// Returns where the next frame stands that another one follows, nothing if there is none before
-// `to`.
+// Returns the place of the next frame that is directly followed by another one. Returns nothing if
+// there is none before `to`.
 std::optional<uint64_t> NextFrame(ByteWindow& file, uint64_t at, uint64_t to) {
     for (; at + 4 <= std::min(to, file.Size()); ++at) {
         const std::optional<Mp3Frame> frame = FrameAt(file, at);
@@ -170,10 +172,10 @@ public:
     }
 
 private:
-    // Takes what stands at `at` and returns where to go on.
+    // Processes the tag or frame at `at` and returns where to continue. Returns nothing at the end.
     std::optional<uint64_t> Step(uint64_t at) {
         if (const uint64_t tag = TagBytes(file, at)) {
-            // A tag that stands ahead of sound begins another file.
+            // An ID3v2 tag after frames of sound begins another file.
             if (file.At(at, 3) == "ID3" && frames > 0) EndPart(at);
             return at + tag;
         }
@@ -204,7 +206,7 @@ private:
     }
 
     void EndPart(uint64_t to) {
-        // Some encoders count the frame with the count, too.
+        // Some encoders include the frame with the count in the count.
         if (promised && frames + 1 < *promised && scan.damage.empty())
             scan.damage.push_back(
                 fmt::format("it ends early, after {} of {} MP3 frames", frames, *promised));
@@ -218,11 +220,11 @@ private:
     ByteWindow& file;
     SourceScan scan;
     uint64_t partFrom = 0;
-    uint64_t frames = 0;               // of sound, in this part
-    std::optional<uint64_t> promised;  // by this part's header
-    uint64_t samples = 0;              // of all parts, per channel
+    uint64_t frames = 0;               // frames of sound in this part
+    std::optional<uint64_t> promised;  // the number of frames that this part's header promises
+    uint64_t samples = 0;              // samples per channel in all parts
     bool firstHasCount = false;
-    // Frames follow after those that a header has counted: part of another file, without a header.
+    // More frames follow than a header promises. They belong to another file without a header.
     bool promiseExceeded = false;
 };
 
@@ -243,7 +245,8 @@ SourceScan ScanOgg(ByteWindow& file) {
     uint64_t at = 0;
     while (at < file.Size()) {
         const std::optional<Page> page = PageAt(file, at);
-        if (!page) {  // bytes that belong to no page; the pages' numbers tell what is missing
+        // These bytes belong to no page. The page numbers tell whether pages are missing.
+        if (!page) {
             at = Find(file, "OggS", at + 1);
             continue;
         }
@@ -270,7 +273,7 @@ SourceScan ScanFlac(ByteWindow& file, uint64_t from) {
     constexpr std::string_view kStart("fLaC\0\0\0\x22", 8);
     SourceScan scan;
     uint64_t part = 0;
-    // Pictures are passed over.
+    // Skips the metadata blocks, because pictures may contain the bytes of kStart.
     uint64_t at = from + 4;
     for (bool last = false; !last && at + 4 <= file.Size();) {
         const std::string_view head = file.At(at, 4);

@@ -41,7 +41,7 @@ void TagStream::writeBlock(const TagLib::ByteVector& data) {
 void TagStream::Move(long from, long to, long size) {
     for (long done = 0; done < size && error == 0;) {
         const long count = std::min(kBlockBytes, size - done);
-        // From the end that isn't overwritten before it is read.
+        // Begins at the end whose bytes are not overwritten before they are read.
         const long offset = to > from ? size - done - count : done;
         seek(from + offset, Beginning);
         const TagLib::ByteVector block = readBlock(static_cast<unsigned long>(count));
@@ -66,8 +66,8 @@ bool TagStream::readOnly() const {
 }
 
 void TagStream::seek(long offset, Position from) {
-    // As with fseek, a place before the start changes nothing: TagLib looks for what stands in the
-    // last 128 bytes of shorter files, too.
+    // As with fseek, seeking to before the start changes nothing. TagLib does this when it searches
+    // the last 128 bytes of a shorter file.
     const long place = offset + (from == Current ? at : from == End ? length() : 0);
     if (place >= 0) at = place;
 }

@@ -1,14 +1,16 @@
-// A file as TagLib reads and writes it, by its descriptor; of which TagLib's own stream forgets
-// that a write failed.
+// The stream through which TagLib reads and writes a file, given by its descriptor. TagLib's own
+// stream ignores failed writes; this one remembers the first error. Use an object on one thread.
 #pragma once
 #include <taglib/tiostream.h>
 
 class TagStream final : public TagLib::IOStream {
 public:
-    // fd: stays open, and where it is. Not from the file's start: -1.
+    // `descriptor` stays open, and its file position does not change. -1 stands for a file that
+    // cannot be read from its start.
     explicit TagStream(int descriptor) : fd(descriptor) {}
 
-    // errno of the first read or write that failed, after which none is tried; 0 if all went well.
+    // Returns the errno of a read or write that failed, 0 if there was none. After an error nothing
+    // more is written.
     int Error() const { return error; }
 
     TagLib::FileName name() const override { return ""; }
@@ -26,7 +28,7 @@ public:
 
 private:
     void WriteAt(long place, const TagLib::ByteVector& data);
-    // Of a part of the file that may overlap where it goes.
+    // Moves `size` bytes of the file. The source and destination may overlap.
     void Move(long from, long to, long size);
 
     int fd;

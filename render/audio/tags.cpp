@@ -34,10 +34,10 @@ using TagLib::ByteVector;
 using TagLib::FLAC::Picture;
 using TagLib::ID3v2::AttachedPictureFrame;
 
-// A metadata block of FLAC counts its bytes in 24 bits.
+// The largest FLAC metadata block: its size has 24 bits.
 constexpr unsigned kMostFlacBlock = 0xFFFFFF;
 
-// Names of iTunes' own fields in MPEG-4 files.
+// The beginning of the names of iTunes' own fields in MPEG-4 files.
 const std::string kITunes = "----:com.apple.iTunes:";
 
 constexpr struct {
@@ -53,18 +53,19 @@ constexpr struct {
                 {SF_STR_COPYRIGHT, "COPYRIGHT"},
                 {SF_STR_LICENSE, "LICENSE"}};
 
-// The fields of a WAV file's LIST chunk that libsndfile reads, and that of the program.
+// The fields of a WAV file's LIST chunk that libsndfile reads, and ISFT, which names the program.
 constexpr const char* kInfoFields[] = {"INAM", "IART", "IPRD", "ICMT", "ICRD",
                                        "IGNR", "ITRK", "IPRT", "ICOP", "ISFT"};
 
-// A file open for its tags. Each of the two kinds of tag, if the format has it: with `create`,
-// also if this file hasn't.
+// A file that is open for its tags. xiph and id3 are null if the format has no such tag. If the
+// format has one but the file does not, they are null unless `create` was set.
 struct TagFile {
     std::unique_ptr<TagLib::File> file;
     TagLib::Ogg::XiphComment* xiph = nullptr;
     TagLib::ID3v2::Tag* id3 = nullptr;
     TagLib::FLAC::File* flac = nullptr;
-    std::vector<TagLib::Tag*> others;  // of the same file; what stands in several counts in one
+    // the file's other tags; a field in several of them counts once
+    std::vector<TagLib::Tag*> others;
     TagLib::RIFF::Info::Tag* info = nullptr;
     TagLib::MP4::Tag* mp4 = nullptr;
     TagLib::ASF::Tag* asf = nullptr;
@@ -80,7 +81,7 @@ File* Open(TagFile* tags, Arguments... arguments) {
     return opened;
 }
 
-// Of a file that libsndfile doesn't know.
+// Opens the tags of a file that libsndfile does not know.
 void OpenForeignTags(TagStream* stream, TagFile* tags) {
     if (TagLib::MP4::File::isSupported(stream)) {
         if (auto* const file = Open<TagLib::MP4::File>(tags, stream, false))
@@ -97,7 +98,8 @@ void OpenForeignTags(TagStream* stream, TagFile* tags) {
     }
 }
 
-// The audio's properties are not asked for, which would take reading much of the file.
+// Opens the tags of a file. Does not ask TagLib for audio properties, which would read much of the
+// file.
 void OpenTags(TagStream* stream, int format, bool create, TagFile* tags) {
     auto* const frames = TagLib::ID3v2::FrameFactory::instance();
     switch (format & SF_FORMAT_TYPEMASK) {
@@ -160,7 +162,8 @@ bool IsPicture(const std::string& name) {
     return name == "APIC" || name == "covr" || name == "WM/Picture";
 }
 
-// What the encoder has cut off and how it was set holds for the other file alone.
+// Returns whether a field describes the encoder, its settings or its padding. Such a field is true
+// only for the old file.
 bool TellsTheEncoder(const std::string& name) {
     return StartsWithOneOf(
         name, {"ENCODER", "ENCODING", "ENCODERSETTINGS", "COMMENT:ITUNSMPB", kITunes + "iTunSMPB",
@@ -184,16 +187,16 @@ void Add(const TagLib::PropertyMap& found, AudioTags* tags) {
     }
 }
 
-// Frames that point at bytes of the old file, or ask for another loudness.
+// Names of frames that point at bytes of the old file, or change the loudness.
 constexpr const char* kOfTheOldFile[] = {"ASPI", "MLLT", "RBUF", "SEEK", "EQU2", "EQUA"};
 
-// Returns a frame from the bytes that it rendered, or null.
+// Creates a frame from its rendered bytes. Returns null if the bytes are not a valid frame.
 TagLib::ID3v2::Frame* FrameOf(const ByteVector& bytes) {
     const TagLib::ID3v2::Header version4;
     return TagLib::ID3v2::FrameFactory::instance()->createFrame(bytes, &version4);
 }
 
-// Takes the frames that have no name as a field.
+// Keeps the frames that have no field name.
 void ReadFrames(const TagLib::ID3v2::Tag& from, AudioTags* tags) {
     for (TagLib::ID3v2::Frame* frame : from.frameList()) {
         const ByteVector id = frame->frameID();
@@ -219,16 +222,18 @@ void ReadFrames(const TagLib::ID3v2::Tag& from, AudioTags* tags) {
     }
 }
 
-ByteVector AsFlacPicture(const AttachedPictureFrame& frame) {
+// Converts the picture of an ID3 frame or an ASF file. Both number picture types as FLAC does.
+template <typename From>
+ByteVector AsFlacPicture(const From& from) {
     Picture picture;
-    picture.setType(static_cast<Picture::Type>(frame.type()));  // the same numbers
-    picture.setMimeType(frame.mimeType());
-    picture.setDescription(frame.description());
-    picture.setData(frame.picture());
+    picture.setType(static_cast<Picture::Type>(from.type()));
+    picture.setMimeType(from.mimeType());
+    picture.setDescription(from.description());
+    picture.setData(from.picture());
     return picture.render();
 }
 
-// The tag owns it.
+// Returns a new frame, which the tag that it is added to owns.
 AttachedPictureFrame* AsFrame(const ByteVector& flacPicture) {
     const Picture picture(flacPicture);
     auto* const frame = new AttachedPictureFrame;
@@ -245,15 +250,6 @@ ByteVector AsFlacPicture(const TagLib::MP4::CoverArt& cover) {
     picture.setType(Picture::FrontCover);
     picture.setMimeType(cover.format() == TagLib::MP4::CoverArt::PNG ? "image/png" : "image/jpeg");
     picture.setData(cover.data());
-    return picture.render();
-}
-
-ByteVector AsFlacPicture(const TagLib::ASF::Picture& from) {
-    Picture picture;
-    picture.setType(static_cast<Picture::Type>(from.type()));  // the same numbers
-    picture.setMimeType(from.mimeType());
-    picture.setDescription(from.description());
-    picture.setData(from.picture());
     return picture.render();
 }
 
@@ -287,7 +283,7 @@ std::string AudioTags::First(const char* field) const {
 }
 
 uint64_t AudioTags::MostBytes() const {
-    uint64_t bytes = 1 << 16;  // headers and padding
+    uint64_t bytes = 1 << 16;  // for headers and padding
     for (const ByteVector& picture : pictures) bytes += 2 * uint64_t{picture.size()};
     for (const auto& [key, values] : fields)
         bytes += 64 + 4 * uint64_t{key.size()} + 4 * uint64_t{values.toString().size()};

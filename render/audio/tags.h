@@ -1,8 +1,8 @@
-// What a file says of its music, kept from file to file through TagLib: every field that it names,
-// pictures, and frames of ID3 that have no name there. Formats that TagLib doesn't know keep the
-// few fields that libsndfile carries.
+// Reads the tags of audio files and writes them to other files, with TagLib. All named fields,
+// pictures and ID3 frames without a field name are kept. For formats that TagLib does not know,
+// libsndfile transfers a few fields.
 //
-// One thread. Throws Failure where a file can't be written.
+// Use an object on one thread. Only WriteTags throws Failure.
 #pragma once
 #include <sndfile.h>
 #include <taglib/tbytevector.h>
@@ -14,43 +14,45 @@
 
 #include "render/audio/marks.h"
 
-// A frame of ID3 that is no field and no picture, in the form of version 2.4.
+// An ID3 frame that is neither a field nor a picture, in the form of ID3v2.4.
 struct Id3Frame {
-    std::string name;  // four letters
+    std::string name;  // four characters
     TagLib::ByteVector bytes;
 };
 
 struct AudioTags {
     TagLib::PropertyMap fields;
-    std::vector<TagLib::ByteVector> pictures;  // each as FLAC holds it
+    std::vector<TagLib::ByteVector> pictures;  // each as the content of a FLAC picture block
     std::vector<Id3Frame> frames;
-    std::vector<std::string> gains;   // fields that ask players to play louder or softer: left out,
-                                      // for the loudness changes
-    std::vector<std::string> unread;  // what only the file's own format has a place for
+    // Names of fields that make players play louder or softer. They are dropped, because the
+    // loudness changes.
+    std::vector<std::string> gains;
+    std::vector<std::string> unread;  // names of what only the file's own format can hold
     Marks marks;
 
-    // The first value of a field, "" for none.
+    // Returns the first value of a field, or "" if there is none.
     std::string First(const char* field) const;
     std::string Title() const { return First("TITLE"); }
-    // More than any format needs for them.
+    // Returns an upper bound of the bytes that the tags and marks need in any format.
     uint64_t MostBytes() const;
-    // A name for each field, picture and frame. The marks have names of their own.
+    // Returns a name for each field, picture and frame. Marks::Names() returns those of the marks.
     std::vector<std::string> Names() const;
 };
 
-// fd: the same file as a descriptor that can be read at any place, or -1; it isn't moved.
-// format: as libsndfile names it. The program that made the other file is left out: it did not make
-// this one.
+// Reads all tags and marks of a file. `file` may be null. `fd`: a seekable descriptor of the same
+// file, whose position does not change, or -1 for none. `format`: as in libsndfile's SF_INFO, or 0.
+// Fields about the program that made the file are dropped, because it did not make the new one.
 AudioTags ReadTags(SNDFILE* file, int fd, int format);
 
-// Before the first sample, where the format has fields that libsndfile writes. Returns the names of
-// what it has no place for.
+// Writes the fields that libsndfile can write. Call it before the first sample. Returns the names
+// of the tags that were not written.
 std::vector<std::string> WriteStrings(SNDFILE* file, const AudioTags& tags);
 
-// Whether TagLib writes to such a file.
+// Returns whether WriteTags can write to files of this format.
 bool TakesTags(int format);
 
-// Into a whole file that is open for reading and writing. Returns the names of what it has no place
-// for. On a full disk the file is no longer whole: throws Failure, with `name`.
+// Writes tags to a complete file that is open for reading and writing. Returns the names of the
+// tags that the format has no place for. If the disk is full, the file is damaged: throws Failure
+// with `name`, the name to show.
 std::vector<std::string> WriteTags(int fd, int format, const AudioTags& tags,
                                    const std::string& name);
