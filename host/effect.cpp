@@ -26,61 +26,61 @@ bool Names(const buffer_config_t& side, uint16_t field) {
 
 }  // namespace
 
-int32_t Effect::configure(const void* pConfig) {
+int32_t Effect::configure(const void* pConfig, DeferredLog* log) {
     effect_config_t config;
     std::memcpy(&config, pConfig, sizeof config);
     const buffer_config_t& in = config.inputCfg;
     const buffer_config_t& out = config.outputCfg;
 
     configured = false;
-    LogInfo("Quenthra enter configure");
+    log->LogInfo("Quenthra enter configure");
     if (Names(in, EFFECT_CONFIG_SMP_RATE) && Names(out, EFFECT_CONFIG_SMP_RATE)) {
-        LogInfo("Configuring samplerate, in = %d, out = %d", static_cast<int>(in.samplingRate),
-                static_cast<int>(out.samplingRate));
+        log->LogInfo("Configuring samplerate, in = %d, out = %d", static_cast<int>(in.samplingRate),
+                     static_cast<int>(out.samplingRate));
         if (in.samplingRate != out.samplingRate) {
-            LogInfo("Quenthra disabled, reason [in.samplingRate = %d, out.samplingRate = %d]",
-                    static_cast<int>(in.samplingRate), static_cast<int>(out.samplingRate));
+            log->LogInfo("Quenthra disabled, reason [in.samplingRate = %d, out.samplingRate = %d]",
+                         static_cast<int>(in.samplingRate), static_cast<int>(out.samplingRate));
             return kStatusInvalid;
         }
         if (in.samplingRate < kLowestRateHz || in.samplingRate > kHighestRateHz) {
-            LogInfo("Quenthra disabled, reason [in.samplingRate != [32000, 44100, 48000]");
+            log->LogInfo("Quenthra disabled, reason [in.samplingRate != [32000, 44100, 48000]");
             return kStatusInvalid;
         }
         samplingRate = in.samplingRate;
     }
     if (Names(in, EFFECT_CONFIG_CHANNELS) && Names(out, EFFECT_CONFIG_CHANNELS)) {
-        LogInfo("Configuring channels, in = %d, out = %d", static_cast<int>(in.channels),
-                static_cast<int>(out.channels));
+        log->LogInfo("Configuring channels, in = %d, out = %d", static_cast<int>(in.channels),
+                     static_cast<int>(out.channels));
         const uint32_t ins = ChannelCount(in.channels);
         const uint32_t outs = ChannelCount(out.channels);
-        LogInfo("Configuring channels, in = %d, out = %d", static_cast<int>(ins),
-                static_cast<int>(outs));
+        log->LogInfo("Configuring channels, in = %d, out = %d", static_cast<int>(ins),
+                     static_cast<int>(outs));
         if (ins == 0 || outs == 0 || ins != outs) {
-            LogInfo("Quenthra disabled, reason [nIns = %d, nOuts = %d]", static_cast<int>(ins),
-                    static_cast<int>(outs));
+            log->LogInfo("Quenthra disabled, reason [nIns = %d, nOuts = %d]", static_cast<int>(ins),
+                         static_cast<int>(outs));
             return kStatusInvalid;
         }
         channels = ins;
     }
     if (Names(in, EFFECT_CONFIG_FORMAT)) {
-        LogInfo("Configuring input sample format, in = %d", in.format);
+        log->LogInfo("Configuring input sample format, in = %d", in.format);
         if (in.format != AUDIO_FORMAT_PCM_16_BIT) {
-            LogInfo("Quenthra disabled, reason [in.format = %d]", in.format);
+            log->LogInfo("Quenthra disabled, reason [in.format = %d]", in.format);
             return kStatusInvalid;
         }
     }
     if (Names(out, EFFECT_CONFIG_FORMAT)) {
-        LogInfo("Configuring output sample format, out = %d", out.format);
+        log->LogInfo("Configuring output sample format, out = %d", out.format);
         if (out.format != AUDIO_FORMAT_PCM_16_BIT) {
-            LogInfo("Quenthra disabled, reason [out.format = %d]", out.format);
+            log->LogInfo("Quenthra disabled, reason [out.format = %d]", out.format);
             return kStatusInvalid;
         }
     }
     if (Names(in, EFFECT_CONFIG_ACC_MODE))
-        LogInfo("Configuring input buffer access mode, in = %d", in.accessMode);
+        log->LogInfo("Configuring input buffer access mode, in = %d", in.accessMode);
     if (Names(out, EFFECT_CONFIG_ACC_MODE))
-        LogInfo("Configuring output buffer access mode, out = %d", out.accessMode);
-    LogInfo("Quenthra configuring successful");
+        log->LogInfo("Configuring output buffer access mode, out = %d", out.accessMode);
+    log->LogInfo("Quenthra configuring successful");
     configured = true;
     return kStatusOk;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/effect_api.h"
+#include "platform/log.h"
 
 class Effect {
 public:
@@ -26,10 +27,10 @@ protected:
     Effect& operator=(const Effect&) = delete;
 
     // Checks and stores a configuration. pConfig points to a whole effect_config_t at any address.
-    // Takes over the fields that both validity masks name, and logs each step. Returns 0 and sets
-    // `configured`, or returns -22 and clears it. If a field is refused, the fields stored before
-    // it stay.
-    int32_t configure(const void* pConfig);
+    // Takes over the fields that both validity masks name, and adds a line for each step to `log`.
+    // Returns 0 and sets `configured`, or returns -22 and clears it. If a field is refused, the
+    // fields stored before it stay.
+    int32_t configure(const void* pConfig, DeferredLog* log);
 
     // The base command writes the flag outside the owner's lock, and process reads it under the
     // lock. So it is one atomic byte. An enable does its resets under the lock before that, so the

@@ -1,10 +1,12 @@
-// What the audio thread does besides arithmetic: one lock and one unlock a call, no system call,
-// and no line of the log while the lock is held, which would make it wait for whoever reads the
-// log. (That it neither allocates nor frees is with the allocation tests.)
+// What the audio thread does besides arithmetic: each call locks once, unlocks once and makes no
+// system call. No thread writes a log line while it holds the lock, because the audio thread would
+// then wait for whoever reads the log. The allocation tests check that nothing is allocated or
+// freed.
 //
-// The executable's pthread_mutex_lock, its relative and write come before the platform's for the
-// loaded library too. The log is left out: a line is one write. Built with clang's real-time
-// sanitizer (clang 20 or later, scripts/realtime-sanitizer.sh) each call runs under it as well.
+// The executable's pthread_mutex_lock, pthread_mutex_unlock and write come before the platform's
+// for the loaded library too. This write counts log lines, one a call, and drops them. Built with
+// clang's real-time sanitizer (clang 20 or later, scripts/realtime-sanitizer.sh), each call runs
+// under it.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -15,7 +17,7 @@
 
 namespace {
 
-int locks = 0, unlocks = 0, linesUnderLock = 0;
+int locks = 0, unlocks = 0, lines = 0, linesUnderLock = 0;
 
 using MutexCall = int (*)(pthread_mutex_t*);
 MutexCall PlatformsOwn(const char* name) {
@@ -38,6 +40,7 @@ int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
 // Drops log lines without asking the kernel.
 ssize_t write(int fd, const void* buf, size_t n) {
     if (fd == STDERR_FILENO) {
+        ++lines;
         if (locks != unlocks) ++linesUnderLock;
         return static_cast<ssize_t>(n);
     }
@@ -85,18 +88,23 @@ int AudioThread(Instance& instance) {
 TEST(RealTime, EveryCallLocksOnceAndAsksTheKernelForNothing) {
     const int harmless = EndWithoutSystemCalls([] { return syscall(SYS_getppid); });
     ASSERT_TRUE(WIFSIGNALED(harmless) && WTERMSIG(harmless) == SIGSYS) << "the filter is at work";
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_mutex_lock(&mutex);
+    ASSERT_EQ(write(STDERR_FILENO, "", 0), 0);
+    pthread_mutex_unlock(&mutex);
+    ASSERT_EQ(linesUnderLock, 1) << "lines under the lock are counted";
     for (const uint32_t rate : {32000U, 44100U, 48000U})
         for (const uint32_t channels : {1U, 2U})
             for (const int32_t value : {INT32_MIN, 100, INT32_MAX}) {
                 Instance instance;
-                locks = unlocks = linesUnderLock = 0;
+                locks = unlocks = lines = linesUnderLock = 0;
                 instance.Configure(rate, channels);
-                ASSERT_GT(linesUnderLock, 0) << "they are counted: these stay under the lock";
-                linesUnderLock = 0;
+                EXPECT_EQ(lines, 9 + (rate != 44100) + (channels != 2)) << "all are written";
+                instance.Configure(96000, channels);
                 instance.Start(rate, channels);
-                linesUnderLock = 0;
                 instance.SetEveryValue(value);
-                EXPECT_EQ(linesUnderLock, 0);
+                EXPECT_GT(lines, 30);
+                EXPECT_EQ(linesUnderLock, 0) << "of " << lines << " lines";
                 // The real-time sanitizer makes system calls of its own.
                 if (__rtsan_realtime_enter == nullptr) {
                     EXPECT_EQ(EndWithoutSystemCalls([&] { return AudioThread(instance); }), 0);

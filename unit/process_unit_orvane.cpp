@@ -80,12 +80,17 @@ int32_t ProcessUnit_Orvane::process(audio_buffer_s* in, audio_buffer_s* out) {
     if (in == nullptr || out == nullptr || in->s16 == nullptr || out->s16 == nullptr ||
         in->frameCount != out->frameCount)
         return kStatusInvalid;
-    const LockGuard lock(mutex);
-    const uint32_t frames = in->frameCount;
-    if (!enabled.load(std::memory_order_relaxed) || !configured || !chain.Ready() || frames == 0)
-        return kStatusNoData;
-    if (timestampEnabled) lastProcessTimeMs = WallClockMilliseconds();
-    if (!chain.Process(in->s16, out->s16, frames)) LogInfo("Memory not enough!");
+    bool isWhole = true;
+    {
+        const LockGuard lock(mutex);
+        const uint32_t frames = in->frameCount;
+        if (!enabled.load(std::memory_order_relaxed) || !configured || !chain.Ready() ||
+            frames == 0)
+            return kStatusNoData;
+        if (timestampEnabled) lastProcessTimeMs = WallClockMilliseconds();
+        isWhole = chain.Process(in->s16, out->s16, frames);
+    }
+    if (!isWhole) LogInfo("Memory not enough!");
     return kStatusOk;
 }
 
@@ -94,6 +99,10 @@ int32_t ProcessUnit_Orvane::command(uint32_t cmdCode, uint32_t cmdSize, void* pC
     Reply reply(replySize, pReplyData);
     if (cmdCode == EFFECT_CMD_SET_PARAM) {
         reply.WriteStatus(SetParameter(cmdSize, pCmdData));
+        return kStatusOk;
+    }
+    if (cmdCode == EFFECT_CMD_CONFIGURE) {
+        reply.WriteStatus(TakeConfiguration(cmdSize, pCmdData));
         return kStatusOk;
     }
     {
@@ -105,9 +114,6 @@ int32_t ProcessUnit_Orvane::command(uint32_t cmdCode, uint32_t cmdSize, void* pC
             case EFFECT_CMD_RESET:
                 ResetAllEffects();
                 break;
-            case EFFECT_CMD_CONFIGURE:
-                reply.WriteStatus(TakeConfiguration(cmdSize, pCmdData));
-                return kStatusOk;
             case EFFECT_CMD_GET_PARAM: {
                 int32_t value = 0;
                 if (!reply.FitsParameter() || !QueryParameter(cmdSize, pCmdData, &value)) break;
@@ -123,16 +129,27 @@ int32_t ProcessUnit_Orvane::command(uint32_t cmdCode, uint32_t cmdSize, void* pC
 
 int32_t ProcessUnit_Orvane::TakeConfiguration(uint32_t cmdSize, const void* pCmdData) {
     if (pCmdData == nullptr || cmdSize < sizeof(effect_config_t)) return kStatusInvalid;
+    DeferredLog log;
+    int32_t status = kStatusOk;
+    {
+        const LockGuard lock(mutex);
+        status = ApplyConfiguration(pCmdData, &log);
+    }
+    log.Write();
+    return status;
+}
+
+int32_t ProcessUnit_Orvane::ApplyConfiguration(const void* pConfig, DeferredLog* log) {
     const uint32_t oldRate = samplingRate;
     const uint32_t oldChannels = channels;
-    const int32_t status = configure(pCmdData);
+    const int32_t status = configure(pConfig, log);
     if (status != kStatusOk) return status;
     if (samplingRate != oldRate || samplingRate != chain.SamplingRate()) {
-        LogInfo("Configuring new samplingrate...");
+        log->LogInfo("Configuring new samplingrate...");
         chain.SetSamplingRate(samplingRate);
     }
     if (channels != oldChannels || channels != chain.Channels()) {
-        LogInfo("Configuring new channels...");
+        log->LogInfo("Configuring new channels...");
         chain.SetChannels(channels);
     }
     return kStatusOk;

@@ -41,10 +41,11 @@ public:
     void ResetAllEffects();
 
 private:
-    // Takes the lock itself, after the log line.
+    // These take the lock themselves and log without it: SetParameter before, the other afterwards.
     int32_t SetParameter(uint32_t cmdSize, const void* pCmdData);
-    // The caller holds the lock.
     int32_t TakeConfiguration(uint32_t cmdSize, const void* pCmdData);
+    // The caller holds the lock.
+    int32_t ApplyConfiguration(const void* pConfig, DeferredLog* log);
     void ApplyParameter(int32_t identifier, int32_t L, int32_t H);
     bool QueryParameter(uint32_t cmdSize, const void* pCmdData, int32_t* value) const;
 
