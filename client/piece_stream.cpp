@@ -48,7 +48,7 @@ void PieceStream::Process(std::span<const int16_t> in, std::vector<int16_t>* out
 void PieceStream::Finish(std::vector<int16_t>* out) {
     const uint64_t wanted = samplesIn + (keepDelay ? delaySamples : 0);
     const std::vector<int16_t> silence(size_t{format.bufferFrames} * format.channels);
-    while (samplesOut < wanted) Feed(silence, wanted - samplesOut, out);
+    while (samplesOut < wanted && !stream.Buffer().empty()) Feed(silence, wanted - samplesOut, out);
 }
 
 void PieceStream::Feed(std::span<const int16_t> in, uint64_t mostSamples,
@@ -63,7 +63,7 @@ void PieceStream::Feed(std::span<const int16_t> in, uint64_t mostSamples,
 void PieceStream::Append(uint64_t mostSamples, std::vector<int16_t>* out) {
     const bool delivered = !buffered || buffering.Deliver();
     if (!delivered && !keepDelay) return;
-    const std::vector<int16_t>& buffer = stream.Buffer();
+    const std::span<const int16_t> buffer = stream.Buffer();
     const auto skip = static_cast<size_t>(std::min<uint64_t>(skipSamples, buffer.size()));
     skipSamples -= skip;
     const auto count = static_cast<size_t>(std::min<uint64_t>(mostSamples, buffer.size() - skip));

@@ -27,7 +27,8 @@ public:
     PieceStream(const audio_effect_library_t& library, const Settings& settings,
                 const StreamFormat& streamFormat, const Alignment& alignment);
 
-    // The same as BlockStream's. A stream that was refused gives silence.
+    // The same as BlockStream's. A stream that was refused gives silence, or nothing if the memory
+    // for a buffer was refused.
     const char* Refused() const { return stream.Refused(); }
     int32_t Status() const { return stream.Status(); }
 

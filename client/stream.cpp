@@ -1,13 +1,18 @@
 #include "client/stream.h"
 
 #include <algorithm>
+#include <new>
+
+namespace {
+constexpr int32_t kStatusNoMemory = -12;
+}
 
 BlockStream::BlockStream(const audio_effect_library_t& library, const StreamFormat& streamFormat,
                          const Settings& settings)
     : instance(library),
       format(streamFormat),
-      input(size_t{format.bufferFrames} * format.channels),
-      output(input.size()) {
+      input(new (std::nothrow) int16_t[Samples()]()),
+      output(new (std::nothrow) int16_t[Samples()]()) {
     Start(settings);
 }
 
@@ -20,26 +25,29 @@ bool BlockStream::Took(int32_t answer, const char* what) {
 }
 
 void BlockStream::Start(const Settings& settings) {
-    if (!Took(instance.CreateStatus(), "create an instance") ||
+    const bool hasBuffers = input != nullptr && output != nullptr;
+    if (!Took(hasBuffers ? kStatusOk : kStatusNoMemory, "allocate its buffers") ||
+        !Took(instance.CreateStatus(), "create an instance") ||
         !Took(instance.Initialise(), "initialise") ||
         !Took(instance.Configure(format.rateHz, format.channels), "take the configuration"))
         return;
     for (const ParameterCommand& command : settings.Commands())
         if (!Took(instance.Set(command), "set a parameter")) return;
-    Took(instance.Enable(), "be enabled");
+    // An instance whose memory was refused takes every command but is never ready.
+    if (Took(instance.Enable(), "be enabled"))
+        Took(instance.Get(PARAM_GET_READY) == 1 ? kStatusOk : kStatusNoMemory, "get ready");
 }
 
 void BlockStream::Restart(uint32_t bufferFrames) {
     format.bufferFrames = bufferFrames;
-    input.resize(size_t{bufferFrames} * format.channels);
-    output.assign(input.size(), 0);
+    Silence();
     instance.Reset();
 }
 
 size_t BlockStream::Fill(const int16_t* in, size_t frames) {
     const size_t taken = std::min(frames, format.bufferFrames - filled);
-    std::copy_n(in, taken * format.channels,
-                input.begin() + static_cast<ptrdiff_t>(filled * format.channels));
+    if (input != nullptr)
+        std::copy_n(in, taken * format.channels, &input[filled * format.channels]);
     filled += taken;
     return taken;
 }
@@ -48,8 +56,12 @@ void BlockStream::RunIfFull() {
     if (filled < format.bufferFrames) return;
     filled = 0;
     if (refused != nullptr ||
-        !Took(instance.Process(input.data(), output.data(), format.bufferFrames), "process"))
-        std::fill(output.begin(), output.end(), int16_t{0});
+        !Took(instance.Process(input.get(), output.get(), format.bufferFrames), "process"))
+        Silence();
+}
+
+void BlockStream::Silence() {
+    if (output != nullptr) std::fill_n(output.get(), Samples(), int16_t{0});
 }
 
 size_t BlockStream::Put(const int16_t* in, size_t frames) {
@@ -62,10 +74,13 @@ void BlockStream::Process(const int16_t* in, int16_t* out, size_t frames) {
     while (frames > 0) {
         // The new frames go where these frames of the last output came from, so the delay is one
         // buffer.
-        const auto last = output.begin() + static_cast<ptrdiff_t>(filled * format.channels);
+        const size_t first = filled * format.channels;
         const size_t taken = Fill(in, frames);
         const size_t samples = taken * format.channels;
-        std::copy_n(last, samples, out);
+        if (output != nullptr)
+            std::copy_n(&output[first], samples, out);
+        else
+            std::fill_n(out, samples, int16_t{0});
         RunIfFull();
         in += samples;
         out += samples;

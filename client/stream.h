@@ -6,7 +6,8 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
+#include <span>
 
 #include "client/instance.h"
 #include "client/settings.h"
@@ -20,13 +21,14 @@ struct StreamFormat {
 
 class BlockStream {
 public:
-    // Creates an instance, configures it, sends the settings and enables it. Allocates the instance
-    // and both buffers. The record must outlive the stream.
+    // Creates an instance, configures it, sends the settings, enables it and asks whether it is
+    // ready. Allocates the instance and both buffers. The record must outlive the stream.
     BlockStream(const audio_effect_library_t& library, const StreamFormat& streamFormat,
                 const Settings& settings);
 
     // Returns what the library refused, to complete "the library refuses to ...", or null. Status()
-    // is the library's answer. A stream that was refused gives silence.
+    // is the library's answer, or -12 if memory was refused. A stream that was refused gives
+    // silence.
     const char* Refused() const { return refused; }
     int32_t Status() const { return status; }
 
@@ -35,8 +37,11 @@ public:
     size_t Put(const int16_t* in, size_t frames);
     // Returns true if the last Put() processed a buffer.
     bool HasRun() const { return filled == 0; }
-    // Returns the last output, format.bufferFrames frames; silence before the first buffer.
-    const std::vector<int16_t>& Buffer() const { return output; }
+    // Returns the last output, format.bufferFrames frames; silence before the first buffer. Returns
+    // nothing if the memory for it was refused.
+    std::span<const int16_t> Buffer() const {
+        return {output.get(), output != nullptr ? Samples() : 0};
+    }
 
     // Processes a running stream: takes any number of frames and writes the same number, delayed by
     // format.bufferFrames plus the chain's delay. `out` may be `in`.
@@ -53,12 +58,14 @@ private:
     void Start(const Settings& settings);
     size_t Fill(const int16_t* in, size_t frames);
     void RunIfFull();
+    void Silence();
+    size_t Samples() const { return size_t{format.bufferFrames} * format.channels; }
     // Stores the first refusal. Returns true if there is none.
     bool Took(int32_t answer, const char* what);
 
     StreamFormat format;
-    std::vector<int16_t> input, output;
-    size_t filled = 0;  // frames in `input`
+    std::unique_ptr<int16_t[]> input, output;  // null if memory was refused
+    size_t filled = 0;                         // frames in `input`
     const char* refused = nullptr;
     int32_t status = kStatusOk;
 };

@@ -2,10 +2,13 @@
 #include <lv2/core/lv2.h>
 
 #include <array>
+#include <cmath>
 #include <cstdio>
+#include <memory>
 #include <new>
 #include <optional>
 
+#include "dsp/stream.h"
 #include "live/live_stream.h"
 #include "lv2/ports.h"
 
@@ -18,15 +21,20 @@ struct Plugin {
                 kControls[n].ToPort(kControls[n].parameter->defaultValue);
         unconnected[kEnabled] = 1;
         for (uint32_t port = 0; port < kPortCount; ++port) Connect(port, nullptr);
-        Begin();
     }
     void Connect(uint32_t port, float* at) {
         isConnected[port] = at != nullptr;
         ports[port] = at != nullptr ? at : &unconnected[port];
     }
-    void Begin() {
+    // Starts a new stream. If it is refused, the plug-in is silent; logs that in one line and
+    // returns false.
+    bool Begin() {
         stream.emplace(rate);
         seen.fill(NAN);
+        const char* const refused = stream->Refused();
+        if (refused != nullptr)
+            std::fprintf(stderr, "orvane: no sound: the effect refuses to %s\n", refused);
+        return refused == nullptr;
     }
     bool HasAudio() const {
         return isConnected[kLeftIn] && isConnected[kRightIn] && isConnected[kLeftOut] &&
@@ -47,15 +55,18 @@ Plugin& PluginOf(LV2_Handle handle) {
 
 LV2_Handle Instantiate(const LV2_Descriptor* /*descriptor*/, double rateHz, const char* /*bundle*/,
                        const LV2_Feature* const* /*features*/) {
-    auto* const plugin = new (std::nothrow) Plugin(static_cast<uint32_t>(rateHz));
-    if (plugin == nullptr) return nullptr;
-    const char* const refused = plugin->stream->Refused();
-    if (refused == nullptr) return plugin;
-    std::fprintf(stderr,
-                 "orvane: the effect refuses to %s: it plays at 32000 to 48000 Hz, not %g\n",
-                 refused, rateHz);
-    delete plugin;
-    return nullptr;
+    if (!(rateHz >= kLowestRateHz && rateHz <= kHighestRateHz && rateHz == std::floor(rateHz))) {
+        std::fprintf(stderr,
+                     "orvane: the effect plays at 32000 to 48000 Hz in whole Hz, not %.10g\n",
+                     rateHz);
+        return nullptr;
+    }
+    std::unique_ptr<Plugin> plugin(new (std::nothrow) Plugin(static_cast<uint32_t>(rateHz)));
+    if (plugin == nullptr) {
+        std::fprintf(stderr, "orvane: not enough memory\n");
+        return nullptr;
+    }
+    return plugin->Begin() ? plugin.release() : nullptr;
 }
 
 void ConnectPort(LV2_Handle handle, uint32_t port, void* data) {

@@ -1,7 +1,9 @@
-// The bundle as a host reads it, through lilv: ports, presets, samples.
+// Tests the bundle as a host reads it through lilv: ports, presets, samples and refusals.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <lilv/lilv.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <vector>
@@ -10,6 +12,26 @@
 #include "client/settings_text.h"
 #include "lv2/ports.h"
 #include "tests/signals.h"
+
+namespace {
+int allocations = 0, refusedOne = -1;  // counted from 0 while refusedOne isn't negative
+}
+#ifndef ORVANE_SANITIZED
+static bool IsRefused() {
+    return refusedOne >= 0 && allocations++ == refusedOne;
+}
+// These come before the platform's for the plug-in too.
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)
+extern "C" void* __libc_malloc(size_t);
+extern "C" void* __libc_calloc(size_t, size_t);
+extern "C" void* malloc(size_t size) {
+    return IsRefused() ? nullptr : __libc_malloc(size);
+}
+extern "C" void* calloc(size_t count, size_t size) {
+    return IsRefused() ? nullptr : __libc_calloc(count, size);
+}
+// NOLINTEND(bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)
+#endif
 
 namespace {
 
@@ -151,5 +173,51 @@ TEST_F(Bundle, PlaysInPlaceTellsItsLatencyAndRefusesOtherRates) {
         << "bypassed, to the bit";
     lilv_instance_free(instance);
 }
+
+// The plug-in's own entry, without what lilv allocates.
+const LV2_Descriptor& Descriptor() {
+    void* const file = dlopen(ORVANE_BUNDLE "orvane.so", RTLD_NOW);
+    const auto entry = reinterpret_cast<LV2_Descriptor_Function>(dlsym(file, "lv2_descriptor"));
+    return *entry(0);
+}
+
+// Returns the instance, and in *lines how many lines were logged.
+LV2_Handle Instantiate(double rateHz, int refused, ptrdiff_t* lines) {
+    const LV2_Descriptor& descriptor = Descriptor();
+    testing::internal::CaptureStderr();
+    allocations = 0;
+    refusedOne = refused;
+    const LV2_Handle handle = descriptor.instantiate(&descriptor, rateHz, "", nullptr);
+    refusedOne = -1;
+    const std::string log = testing::internal::GetCapturedStderr();
+    *lines = std::count(log.begin(), log.end(), '\n');
+    return handle;
+}
+
+TEST(Instantiate, RefusesEveryRateButWholeOnesOf32000To48000InOneLine) {
+    ptrdiff_t lines = 0;
+    for (const double rateHz : {0.0, 31999.0, 32000.5, 48000.999, 48001.0, 96000.0, -44100.0,
+                                0x1p32 + 44100, 1e300, static_cast<double>(kNan)}) {
+        EXPECT_EQ(Instantiate(rateHz, -1, &lines), nullptr) << rateHz;
+        EXPECT_EQ(lines, 1) << rateHz;
+    }
+}
+
+#ifndef ORVANE_SANITIZED
+TEST(Instantiate, GivesNothingAndOneLineWhicheverAllocationIsRefused) {
+    ptrdiff_t lines = 0;
+    for (int refused = 0;; ++refused) {
+        const LV2_Handle handle = Instantiate(48000, refused, &lines);
+        if (allocations <= refused) {
+            ASSERT_NE(handle, nullptr);
+            Descriptor().cleanup(handle);
+            EXPECT_GT(allocations, 50);
+            return;
+        }
+        EXPECT_EQ(handle, nullptr) << refused;
+        EXPECT_EQ(lines, 1) << refused;
+    }
+}
+#endif
 
 }  // namespace
