@@ -4,7 +4,7 @@
 #include <new>
 
 namespace {
-// More than any object needs; a request beyond it stands for a machine that is out of memory.
+// More bytes than any object needs. A larger request fails, as on a machine without that memory.
 constexpr size_t kLargest = 16U << 20U;
 
 uint32_t countdown = 0;
@@ -19,8 +19,8 @@ uint64_t RefusedAllocations() {
     return refused;
 }
 
-// The library allocates through these two alone; the throwing forms, which the targets and the
-// fuzzer use, stay the sanitizer's.
+// The library allocates only through these two operators. The targets and the fuzzer use the
+// throwing operators, which remain those of the sanitizer.
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
     if (size > kLargest || (countdown != 0 && --countdown == 0)) {
         ++refused;

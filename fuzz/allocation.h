@@ -1,8 +1,9 @@
-// Memory as the fuzz targets grant it to the library.
+// Controls which allocations of the library fail in a fuzz target.
 #pragma once
 #include <cstdint>
 
-// Refuses the library's allocation number `count` from now on, once (1: the next); 0: none.
+// Makes the library's allocation number `count` from now on fail, once. 1 is the next allocation, 0
+// is none.
 void RefuseAllocation(uint32_t count);
-// Allocations refused since the process began.
+// Returns how many allocations have failed since the process began.
 uint64_t RefusedAllocations();

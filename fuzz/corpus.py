@@ -1,22 +1,22 @@
 #!/usr/bin/env python3
-"""Packs and unpacks the fuzz targets' kept inputs, and writes the first ones of the boundary's.
+"""Packs and unpacks the kept inputs of the fuzz targets, and writes first inputs of fuzz_host.
 
-    corpus.py unpack CORPUS.txt FOLDER        a file for each input
-    corpus.py pack FOLDER... CORPUS.txt       the other way
-    corpus.py scenarios SCENARIO... FOLDER    first inputs
+    corpus.py unpack CORPUS.txt FOLDER        writes a file for each input
+    corpus.py pack FOLDER... CORPUS.txt       collects the files of folders
+    corpus.py scenarios SCENARIO... FOLDER    writes first inputs
 
-A packed corpus is text: a line of hexadecimal digits for each input, in the order of the lines, and
-no input twice. `scenarios` gives FOLDER the recorded scenarios (tests/data/runs/*.txt), long
-stretches of equal buffers cut to a few so that an input runs in milliseconds, and one with a
-refusal; the byte form is described in the target. Everything else was found by fuzzing, or holds
-settings that aren't numbers.
+A packed corpus is text. Each input is one line of hexadecimal digits. The lines are sorted, and no
+input occurs twice. `scenarios` converts recorded scenarios (tests/data/runs/*.txt) and adds one
+input with a refused allocation. Long stretches of equal buffers become a few, so that an input runs
+in milliseconds. The byte form is described in fuzz_host.cpp. All other inputs were found by
+fuzzing, or contain settings that are not numbers.
 """
 import hashlib
 import pathlib
 import struct
 import sys
 
-RATE, CHANNELS, FORMAT, ACCESS = 2, 4, 8, 16  # bits of a configuration's mask
+RATE, CHANNELS, FORMAT, ACCESS = 2, 4, 8, 16  # bits of the mask of a configuration
 NO_BLOCK, NO_REPLY, NO_REPLY_SIZE = 1, 2, 4  # flags of a command
 
 
@@ -54,8 +54,8 @@ def convert(text):
     return out
 
 
-# A buffer that must grow and can't, the time of processing, records cut short or null, bad calls,
-# the safe-mode marker.
+# This input has a buffer that must grow but cannot, the time of processing, records that are cut
+# short or null, invalid calls, and the safe-mode marker.
 REFUSED = (
     bytes([0, 0])
     + command(1, side(48000, 2) * 2)

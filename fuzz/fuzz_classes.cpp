@@ -1,11 +1,11 @@
-// Fuzz target: the processing classes whose settings commands reach, by themselves, with any bit
-// pattern in every setting; commands can only send hundredths.
+// Fuzz target: calls the processing classes that settings commands reach directly, with any bit
+// pattern in every setting. Commands can only send hundredths.
 //
-// The first byte of an input chooses the class; then come calls, each a byte and its arguments: a
-// reset, samples of any bits, plain samples, a setting. In the end a reset must make plain samples
-// come out finite, whatever the settings (unless finite ones were so large that samples may
-// overflow), and plain settings with a reset must give the bits of a new object with these
-// settings.
+// The first byte of an input chooses the class. Then come calls, each with one byte and its
+// arguments: a reset, samples of any bits, plain samples, or a setting. At the end, two things must
+// hold. After a reset, plain samples give finite output, whatever the settings, unless finite
+// settings were so large that samples may overflow. After plain settings and a reset, the output
+// has the bits of a new object with these settings.
 //
 // Run it with scripts/fuzz.sh.
 #include <cfloat>
@@ -25,9 +25,10 @@
 namespace {
 
 constexpr int kCallsPerInput = 40;
-constexpr uint32_t kRenderFrames = 100, kRenderCalls = 17;  // two blocks of the enhancer and more
+// together more than two blocks of the enhancer
+constexpr uint32_t kRenderFrames = 100, kRenderCalls = 17;
 
-// Noise within full scale.
+// Returns noise within full scale.
 template <typename T>
 std::vector<T> PlainSamples(size_t count) {
     std::vector<T> samples(count);
@@ -41,7 +42,7 @@ std::vector<T> PlainSamples(size_t count) {
 
 struct Arguments : FuzzInput {
     using FuzzInput::FuzzInput;
-    // Often one that settings go wrong with, else the input's bits.
+    // Returns a float that is often a troublesome setting, or else has the bits of the input.
     float AnyFloat() {
         constexpr float kInfinity = std::numeric_limits<float>::infinity();
         constexpr float kSpecial[] = {kInfinity, -kInfinity, NAN,     -NAN,    FLT_MAX,
@@ -52,15 +53,15 @@ struct Arguments : FuzzInput {
         if (std::isfinite(value) && std::fabs(value) > 1e8F) gaveHugeFloat = true;
         return value;
     }
-    // Hz, one that a configuration can have.
+    // Returns a sampling rate in Hz that a configuration can have.
     uint32_t Rate() {
         return kLowestRateHz + Take<uint16_t>() % (kHighestRateHz - kLowestRateHz + 1);
     }
     bool gaveHugeFloat = false;
 };
 
-// Of each class: a float setting by its number, any number; plain values for them; one call in
-// place.
+// For each class, Set changes the float setting `which`, which may be any number, and Play makes
+// one call in place. The constants below them are plain values.
 
 void Set(Limiter& o, int, float value) {
     o.SetGate(value);
@@ -106,13 +107,14 @@ constexpr bool kIsStream = requires(Object o) {
     o.SetChannels(2);
 };
 
-// One setting or call from the input. `channels` is what the object was told.
+// Makes one setting or call that the input describes. `channels` is the number that the object was
+// told.
 template <typename Object, typename Sample>
 void Call(Object& o, uint32_t& channels, Arguments& in) {
     const unsigned choice = in.Take<uint8_t>();
     if (choice % 8 == 0) return o.Reset();
     if (choice % 8 <= 2) {
-        const uint32_t root = in.Take<uint8_t>(), frames = root * root / 21;  // mostly few
+        const uint32_t root = in.Take<uint8_t>(), frames = root * root / 21;  // usually few
         const auto plain = PlainSamples<Sample>(size_t{frames} * channels);
         const ExactBlock<Sample> block(plain.size());
         for (size_t n = 0; n < plain.size(); ++n)
@@ -124,11 +126,11 @@ void Call(Object& o, uint32_t& channels, Arguments& in) {
         if (choice == 4) return o.SetChannels(channels = 1 + in.Take<uint8_t>() % 2U);
         if (choice <= 6) return static_cast<void>(o.SetEnable(choice == 5));
     }
-    const int which = in.Take<uint8_t>() % 12 - 1;  // ten bands, and one beyond at each end
+    const int which = in.Take<uint8_t>() % 12 - 1;  // the ten bands and one beyond each end
     Set(o, which, in.AnyFloat());
 }
 
-// Output for plain samples, some calls.
+// Returns the output for plain samples in kRenderCalls calls.
 template <typename Sample, typename Object>
 std::vector<Sample> Render(Object& o, uint32_t channels) {
     const size_t step = size_t{kRenderFrames} * channels;

@@ -1,24 +1,28 @@
-// Fuzz target: the exported record, driven as a hostile application drives it.
+// Fuzz target: calls the exported record as a hostile application does.
 //
-// The input is a history of calls on one instance, each a byte and its arguments (little-endian):
+// The input is a history of calls on one instance. Each call is a byte and its arguments
+// (little-endian):
 //
-//   0  create      one byte: bit 7: the safe-mode marker is there; the rest: 0 the right uuid, else
-//                  the number of a byte of it to spoil
-//   1  command     code, flags, block size, reply size (a byte each); code 255: four more bytes;
-//                  then the block. Flags: 1 no block, 2 no reply block, 4 no reply size, 8 and 16
-//                  odd addresses of block and reply
+//   0  create      one byte: bit 7: the safe-mode marker exists; the rest: 0 for the right uuid,
+//                  else the number of the byte of it to change
+//   1  command     code, flags, block size, reply size (a byte each); code 255: four more bytes for
+//                  the code; then the block. Flags: 1 no block, 2 no reply block, 4 no reply size,
+//                  8 and 16 odd addresses of block and reply
 //   2  process     frames (two bytes, modulo 5001), flags: 0..3 the signal, 4 in place, 8 to 56
 //                  repetitions
 //   3  release
 //   4  refuse      one byte n: the library's n-th allocation from here fails
-//   5  look up     descriptors, of the effect, of others and of the instance; null pointers
+//   5  look up     descriptors of the effect, of others and of the instance; null pointers
 //
 // Blocks are heap blocks of exactly the stated size. After every call the target demands what the
-// headers promise: statuses, replies that stay inside what was offered, answers that agree with
-// what was set, an untouched buffer after a refused process call, no sample above the gate, and no
-// floating-point operation with an infinite or undefined result anywhere.
+// headers promise:
+//   - the right status, and answers that agree with what was set;
+//   - replies that stay inside the offered block;
+//   - an unchanged buffer after a refused process call;
+//   - no sample above the gate;
+//   - no floating-point operation anywhere with an infinite or undefined result.
 //
-// Run it with scripts/fuzz.sh; fuzz/make_corpus.py writes the first inputs.
+// Run it with scripts/fuzz.sh; fuzz/corpus.py writes the first inputs.
 #include <algorithm>
 #include <cfenv>
 #include <cmath>
@@ -34,10 +38,10 @@
 #include "platform/log.h"
 #include "table/parameters.h"
 
-// The log, silent: lines would take most of the time.
+// Discards the log, because its lines would take most of the time.
 void LogInfo(const char*, ...) {}
 
-// The data directory, which holds at most the safe-mode marker.
+// Stands for the data directory, which holds nothing but perhaps the safe-mode marker.
 static bool markerIsThere = false;
 bool DataFileExists(const char*) {
     return markerIsThere;
@@ -47,17 +51,17 @@ namespace {
 
 constexpr uint8_t kUntouched = 0xA5;
 constexpr uint32_t kMaxFrames = 5000;
-constexpr uint32_t kFramesPerInput = 8000;  // some 20 ms of the sanitized library
+constexpr uint32_t kFramesPerInput = 8000;  // takes about 20 ms with the sanitizers
 constexpr uint32_t kParameterReply = 20, kRefusedReply = 12, kStatusReply = 4;
 constexpr int kHostileResults = FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW;
 
-// What the library must answer, kept from its documentation.
+// Predicts the library's answers from its documentation.
 struct Model {
     bool enabled = false, ready = false, configured = false;
     int32_t mode = 0, rate = 44100, channels = 2;
     float gate = 0.9999F;
 
-    // The status of a configuration in a block of `size` bytes.
+    // Returns the status of a configuration in a block of `size` bytes.
     int32_t Configure(uint32_t size, const uint8_t* block) {
         effect_config_t config;
         if (size < sizeof config) return kStatusInvalid;
@@ -113,7 +117,7 @@ struct Session {
         if (handle) DemandAnswers();
     }
 
-    // Whether the instance got all the memory that it asked for.
+    // Returns whether all the instance's allocations have succeeded.
     bool MemoryWasThere() const { return RefusedAllocations() == refusedBefore; }
 
     void Release() {
@@ -224,7 +228,7 @@ struct Session {
         }
     }
 
-    // By the functions beside the record.
+    // Looks up descriptors through the entry points themselves instead of the record.
     void LookUp() {
         if (!handle) return;
         effect_descriptor_t listed, found, own;
@@ -252,9 +256,9 @@ struct Session {
     }
 
     std::optional<ClientInstance> instance;
-    effect_handle_t handle = nullptr;  // the instance's
+    effect_handle_t handle = nullptr;  // the instance
     Model model;
-    uint64_t refusedBefore = 0;  // allocations, when the instance was created
+    uint64_t refusedBefore = 0;  // allocations refused before the instance was created
     uint32_t noise = 0x2545F491;
     uint32_t framesProcessed = 0;
 };

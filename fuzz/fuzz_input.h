@@ -1,4 +1,4 @@
-// The bytes of one fuzz input, taken from the front; beyond the end everything is zero.
+// Reads the bytes of one fuzz input from the front. Beyond the end, all bytes are zero.
 #pragma once
 #include <cstdint>
 #include <cstdio>
@@ -30,8 +30,8 @@ private:
     size_t left;
 };
 
-// A heap block of exactly `count` elements, so that the address sanitizer sees the first byte
-// beyond it; `shift` bytes behind an aligned address.
+// A heap block of exactly `count` elements, so that the address sanitizer detects an access to the
+// next byte. The elements begin `shift` bytes after an aligned address.
 template <typename T>
 class ExactBlock {
 public:
@@ -44,14 +44,16 @@ private:
     uint8_t* start;
 };
 
-// What a target demands of the library; a failure is a find.
+// Ends the process with the message `what` if a condition does not hold. The fuzzer then keeps the
+// input.
 inline void Demand(bool holds, const char* what) {
     if (holds) return;
     std::fprintf(stderr, "does not hold: %s\n", what);
     std::abort();
 }
 
-// One step of a generator of test signals (G. Marsaglia, Xorshift RNGs).
+// Advances the generator of test signals by one step and returns its state (G. Marsaglia, Xorshift
+// RNGs).
 inline uint32_t Random(uint32_t* state) {
     *state ^= *state << 13U;
     *state ^= *state >> 17U;

@@ -1,4 +1,4 @@
-// Albums: tracks through one instance of the chain, joined without a seam.
+// Tests albums: all tracks go through one instance of the chain and are joined without a gap.
 #include <gtest/gtest.h>
 #include <taglib/fileref.h>
 #include <taglib/tpropertymap.h>
@@ -30,7 +30,7 @@ std::vector<std::string> Names(const nlohmann::json& report) {
     return names;
 }
 
-// Runs the command and gives the report of each album.
+// Runs the album command and returns the report of each album.
 std::vector<nlohmann::json> Reports(const std::string& arguments) {
     EXPECT_EQ(Shell("$ORVANE album --json " + arguments), 0) << Slurp("err");
     std::vector<nlohmann::json> reports;
@@ -44,7 +44,7 @@ std::vector<nlohmann::json> Reports(const std::string& arguments) {
 
 struct Album : Renderer {
     Album() { fs::create_directories("in"); }
-    // A second of a sine, quiet enough for any preset.
+    // Writes a sine that is soft enough for any preset, one second long by default.
     static void WriteTrack(const std::string& name, int rateHz = 44100, double seconds = 1) {
         Write("in/" + name, Sine(0.2, 440, rateHz, 2, seconds), rateHz, 2,
               name.ends_with(".flac") ? kFlac16 : kWav16);
@@ -52,7 +52,8 @@ struct Album : Renderer {
 };
 
 TEST_F(Album, JoinedTracksAreTheSamplesOfTheJoinedSources) {
-    // Shorter than a block, a whole block of the reader, and what fills no buffer.
+    // The lengths include one shorter than a block, a whole block of the reader, and some that fill
+    // no buffer.
     const size_t lengths[] = {30011, 4096, 37, 1, 70000, 8192, 1023, 50000, 12345, 9999};
     const std::tuple<int, int, int, std::string> kinds[] = {
         {44100, 2, kFlac16, "--preset music"},
@@ -105,7 +106,7 @@ TEST_F(Album, NothingClicksWhereTracksMeet) {
     EXPECT_EQ(Shell("mkdir alone; for i in 1 2; do $ORVANE render in/$i.wav alone/$i.wav; done"),
               0);
     EXPECT_GT(step("alone/"), 3000);
-    EXPECT_LT(step("out.d/"), 1000);  // the sine's own
+    EXPECT_LT(step("out.d/"), 1000);  // the largest step of the sine itself
 }
 
 TEST_F(Album, LossyTracksHaveTheirFramesAfterDecoding) {
@@ -148,7 +149,8 @@ TEST_F(Album, OrdersByTagsElseByNames) {
     EXPECT_EQ(order(), (Texts{"2 a.flac", "10 b.flac", "x.flac"}));
     EXPECT_NE(Slurp("out").find("the same track number"), std::string::npos);
 
-    // Folders of discs, whose album tags differ in the disc alone; another folder is none.
+    // Folders of discs, whose album tags differ only in the disc, are one album. The folder "more"
+    // is not part of it.
     for (const char* name : {"CD1", "cd 2", "more"})
         fs::create_directory(std::string("in/") + name);
     fs::rename("in/10 b.flac", "in/cd 2/b.flac");
@@ -162,7 +164,7 @@ TEST_F(Album, OrdersByTagsElseByNames) {
     EXPECT_NE(Slurp("out").find("not part of the album: more"), std::string::npos);
     EXPECT_TRUE(fs::exists("out.d/cd 2/b.flac"));
 
-    // Two albums in one folder, each a piece of its own.
+    // Two albums in one folder are rendered as two separate pieces.
     Tag("in/CD1/a.flac", {{"ALBUM", "B"}, {"TRACKNUMBER", "1"}});
     const auto two = Reports("-f in out.d");
     ASSERT_EQ(two.size(), 2);
@@ -191,7 +193,8 @@ TEST_F(Album, AllOfItGetsOneGain) {
     Write("in/3.wav", Sine(0.1, 997, 48000, 2, 2), 48000, 2);
     const nlohmann::json report = Reports("--preset off --match=-20 in out.d").at(0);
     EXPECT_NEAR(report["loudnessLufs"]["after"], -20, 0.3);
-    // The mean power of the first, -13.5 LUFS, and the last, -20; the second is too soft to count.
+    // The mean power of the first track (-13.5 LUFS) and the last (-20 LUFS). The second is too
+    // soft to count.
     EXPECT_NEAR(report["loudnessLufs"]["before"], -15.6, 0.3);
     EXPECT_NEAR(report["truePeakDb"]["before"], -10.5, 0.1);
     const double gain = report["settings"]["output-gain"];
@@ -247,7 +250,7 @@ TEST_F(Album, WritesAllOrNothing) {
     EXPECT_EQ(fs::last_write_time("out.d/1.wav"), written);
     EXPECT_EQ(Shell("$ORVANE album -q -f in in && cmp in/2.wav out.d/2.wav"), 0);
 
-    // Ended while the second track is being written, which holds half an hour of silence.
+    // The program is ended while it writes the second track, which is half an hour of silence.
     fs::remove_all("out.d");
     EXPECT_EQ(
         Shell("perl -e 'print pack \"A4VA4A4VvvVVvvA4V\", \"RIFF\", 317520036, \"WAVE\", \"fmt \","
@@ -282,7 +285,7 @@ TEST_F(Album, NamesAreGivenTogetherOrTakenBack) {
         }
     }
     EXPECT_EQ(Slurp("old") + Slurp("last") + Slurp("new/folder/a"), "newnewnew");
-    EXPECT_EQ(FilesHere(), 4);  // in, new, old, last
+    EXPECT_EQ(FilesHere(), 4);  // the folders or files in, new, old and last
 }
 
 TEST_F(Album, ACueSheetGoesWithItsFile) {
@@ -295,7 +298,7 @@ TEST_F(Album, ACueSheetGoesWithItsFile) {
     EXPECT_EQ(Slurp("out.d/sheet.CUE"), head + "FILE \"whole.mp3\" MP3" + rest);
     EXPECT_NE(notes.find("1 file of the folder"), std::string::npos) << notes;
     EXPECT_FALSE(fs::exists("out.d/cover.jpg"));
-    // A sheet of several files, or of none of these, stays.
+    // A cue sheet that names several files, or none of these, is not copied.
     WriteTrack("second.wav");
     std::ofstream("in/whole.cue") << "FILE \"whole.wav\" WAVE\nFILE \"second.wav\" WAVE\n";
     fs::remove_all("out.d");
@@ -317,7 +320,7 @@ TEST_F(Album, OneCeilingHoldsForAllTracks) {
         EXPECT_GT(report["ceiling"]["reachedDb"], -5) << ending;
         for (const float x : Read("out-" + ending + "/1." + ending))
             ASSERT_LE(std::abs(x), 0.708) << ending;
-        // The soft track is lowered as the loud one is.
+        // The soft track is lowered by the same gain as the loud one.
         const Floats soft = Read("out-" + ending + "/2." + ending);
         EXPECT_NEAR(*std::max_element(soft.begin() + 20000, soft.end() - 20000),
                     0.2 * std::pow(10, report["ceiling"]["gainDb"].get<double>() / 20), 0.01)

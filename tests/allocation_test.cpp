@@ -1,6 +1,6 @@
-// Memory: every single allocation refused in turn, and none at all where the audio thread runs.
-//
-// The executable's malloc and its relatives come before the platform's for the loaded library too.
+// Tests memory: each allocation is refused in turn, and the audio thread must not allocate at all.
+// The executable's malloc, calloc, realloc and free replace the platform's, also for the loaded
+// library.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -12,7 +12,7 @@ namespace {
 
 struct Heap {
     int allocations = 0, frees = 0, outstanding = 0;
-    int from = 0, to = 0;  // the allocations to refuse, counted from 1; without the last
+    int from = 0, to = 0;  // the allocations to refuse, from `from` to `to` - 1, counted from 1
 } heap;
 
 bool Refuses() {
@@ -56,7 +56,8 @@ namespace {
 
 using Samples = std::vector<int16_t>;
 
-// Whether `call` had an nth allocation, which was refused, with andAfter all behind it, too.
+// Runs `call` and refuses its nth allocation, and with `andAfter` all later ones. Returns whether
+// there was an nth allocation.
 template <typename Call>
 bool Refusing(int n, bool andAfter, Call call) {
     heap.allocations = 0;
@@ -67,11 +68,11 @@ bool Refusing(int n, bool andAfter, Call call) {
     return heap.allocations >= n;
 }
 
-// Calls attempt(n, andAfter) for n = 1, 2, ... until it returns that nothing was refused. Each must
-// give back all memory. Returns how many allocations there were to refuse.
+// Calls attempt(n, andAfter) for n = 1, 2, ... until it returns that nothing was refused. Each
+// attempt must free all memory. Returns how many allocations there were to refuse.
 template <typename Attempt>
 int RefuseEach(Attempt attempt) {
-    LoadedLibrary();  // what loading takes stays
+    LoadedLibrary();  // memory that loading takes is kept
     int n = 0;
     for (const bool andAfter : {false, true}) {
         bool refused = true;
@@ -85,7 +86,8 @@ int RefuseEach(Attempt attempt) {
     return n - 1;
 }
 
-// Whether it is ready. Not ready it must be silent, ready it must sound as a healthy instance.
+// Returns whether the instance is ready. If it is not ready, it must be silent. If it is ready, its
+// output must be that of a healthy instance.
 bool IsReady(Instance& instance, uint32_t rate, uint32_t channels) {
     constexpr uint32_t kFrames = 256;
     const Samples in = NoiseSamples(size_t{2} * 10 * kFrames, 9000);
@@ -150,7 +152,7 @@ TEST(Allocation, ABufferThatCannotGrowIsLeftOutOfTheChainAndTheNextGoesOn) {
         Instance instance, healthy;
         for (Instance* each : {&instance, &healthy}) {
             each->Start(44100, 2);
-            each->Set(PARAM_PLAYBACKGAIN_ENABLE, {0});  // so that its result is the input
+            each->Set(PARAM_PLAYBACKGAIN_ENABLE, {0});  // so that its output is its input
             each->Run(first, 256, 2);
         }
         Samples out(grown.size());

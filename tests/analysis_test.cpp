@@ -1,4 +1,4 @@
-// What the pictures are drawn from: signals whose measures are known beforehand.
+// Tests the measurements behind the pictures on signals whose measurements are known.
 #include "render/pictures/analysis.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ void AppendSine(std::vector<float>* samples, double levelDb, double seconds) {
     }
 }
 
-// In pieces of odd sizes, as streams come.
+// Adds the samples in blocks of many sizes, as streams deliver them.
 template <typename Meter>
 void Feed(Meter* meter, std::span<const float> samples, size_t channels) {
     for (size_t frames = 1; !samples.empty(); frames = frames * 7 % 9973) {
@@ -77,7 +77,7 @@ TEST(Analysis, LoudnessFollowsAStepWhereItHappens) {
     const std::vector<double> momentary = LoudnessCurve(meter.Tenths(), 4);
     const std::vector<double> shortTerm = LoudnessCurve(meter.Tenths(), 30);
     ASSERT_EQ(momentary.size(), 101U);
-    for (const size_t k : {0U, 20U, 47U, 53U, 80U, 100U})  // tenths of a second
+    for (const size_t k : {0U, 20U, 47U, 53U, 80U, 100U})  // indices of tenths of a second
         EXPECT_NEAR(momentary[k], k < 50 ? -33 : -23, 0.1) << k;
     for (const auto& curve : {momentary, shortTerm})
         EXPECT_NEAR(curve[50], -23 + 10 * std::log10(0.55), 0.1);
@@ -85,8 +85,9 @@ TEST(Analysis, LoudnessFollowsAStepWhereItHappens) {
     EXPECT_NEAR(meter.Result().integratedLufs, -23 + 10 * std::log10(0.55), 0.2);
 }
 
-// Noise in bursts of any level, with what a value between rises from most; and where one at a
-// quarter is all that exceeds a sample before.
+// The signals are noise in bursts of many levels. Some contain the samples for which an
+// interpolated value is largest. Others have one interpolated value, at a quarter, that is the only
+// one above an earlier sample.
 TEST(TruePeak, IsWhatTheWholeStreamGives) {
     std::mt19937 random(3);
     for (const unsigned rateHz : {8000U, 44100U, 96000U, 192000U})
@@ -125,7 +126,7 @@ TEST(TruePeak, IsWhatTheWholeStreamGives) {
             }
 }
 
-// Of a filter that clips and cuts off to 16 bits, as the effect does it.
+// The tested filter clips and truncates to 16 bits, as the effect does.
 TEST(Analysis, TheResponseComesOutUnlessEveryLevelClips) {
     std::vector<double> taps(40);
     taps.insert(taps.end(), {0.7, -0.2, 0.1, 0, 0, 0.15});
@@ -172,7 +173,7 @@ TEST(Ceiling, IsReachedInFewTriesOrSaidToBeMissed) {
         ceiling.AddTo(&report);
         return report;
     };
-    // An encoder's peaks: up to 0.3 dB more or less at another gain.
+    // Peaks after an encoder change by up to 0.3 dB, either way, with the gain.
     for (int seed = 0; seed < 200; ++seed) {
         std::mt19937 random(static_cast<unsigned>(seed));
         const Report report = reach(-1, [&](double gainDb) {

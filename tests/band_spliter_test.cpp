@@ -14,7 +14,8 @@ TYPED_TEST_SUITE(BandSpliterTest, RealTypes);
 
 }  // namespace
 
-// The second channel of stereo, in whole blocks, each output in turn in the input's own memory.
+// Processes the second channel of stereo in whole blocks. Each output in turn shares the input's
+// memory.
 TYPED_TEST(BandSpliterTest, IsTheDirectConvolutionInPlaceAndAfterReset) {
     using Window = FIRWindow<TypeParam>;
     using Samples = std::vector<TypeParam>;
@@ -33,7 +34,7 @@ TYPED_TEST(BandSpliterTest, IsTheDirectConvolutionInPlaceAndAfterReset) {
                 splitter.ConvolveInterleaved(&memory[input][at], &memory[0][at], &memory[1][at],
                                              &memory[2][at], L, 2);
             for (size_t b = 0; b < 3; ++b) {
-                Samples spread(2 * K - 1);  // the kernel, at every second sample
+                Samples spread(2 * K - 1);  // the kernel with a zero between its samples
                 for (size_t k = 0; k < K; ++k) spread[2 * k] = kernels[b][k];
                 auto expected = DirectConvolution(stereo, spread);
                 for (size_t i = 0; i < stereo.size(); i += 2) expected[i] = stereo[i];
@@ -52,7 +53,7 @@ TYPED_TEST(BandSpliterTest, EqualsItsStepsBitForBit) {
         splitter.SetParameter(1, K, 44100, 150, 1800);
         const uint32_t L = splitter.GetProceedBufferSize(), N = splitter.GetFFTSize();
         std::vector<Samples> kernels(3, Samples(N)), tails(3, Samples(K - 1)), got(3, Samples(L));
-        for (size_t b = 0; b < 3; ++b) {  // any three kernels
+        for (size_t b = 0; b < 3; ++b) {  // three random kernels
             kernels[b] = Noise<TypeParam>(K, 1.0, 5 + static_cast<unsigned>(b));
             kernels[b].resize(N);
         }
@@ -71,7 +72,7 @@ TYPED_TEST(BandSpliterTest, EqualsItsStepsBitForBit) {
                 splitter.ConvSignal(band.data(), L, kernels[b].data(), N, tails[b].data(),
                                     block > 0);
                 band.resize(L);
-                // Unpacked numbers have no sign of zero.
+                // Unpacked floats do not keep the sign of a zero.
                 ASSERT_TRUE(kSoftFloat ? got[b] == band : HaveTheSameBits(got[b], band))
                     << K << " " << block << " " << b;
             }

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Follows docs/batch.md: its lines over two hundred short files, cut off half-way and taken up again,
-# then on two "machines" which are folders here.
+# Follows docs/batch.md: runs its lines over two hundred short files, interrupts them half-way and
+# resumes them. Then runs them on two "machines", which are folders here.
 #   batch_test.sh PROGRAM
 set -euo pipefail
 page=$(dirname "$(realpath "$0")")/../docs/batch.md
@@ -11,11 +11,11 @@ export HOME=$here
 for tool in parallel rsync; do
   command -v $tool >/dev/null || { echo "skipped: no $tool"; exit 0; }
 done
-# The lines of the page's Nth block.
+# Prints the page's Nth block of shell lines.
 block() { awk -v n="$1" '/^```sh/ {i++; on = 1; next} /^```/ {on = 0} on && i == n' "$page"; }
 fail() { echo "batch_test: $*"; exit 1; }
 
-evil="it's \"ü\""  # in names of folders and files
+evil="it's \"ü\""  # used in names of folders and files
 mkdir -p "$here/music/$evil" "$here/music/b"
 cd "$here/music"
 perl -e 'print pack("A4VA4A4VvvVVvvA4V", "RIFF", 30036, "WAVE", "fmt ", 16, 1, 1, 48000, 96000, 2, 16,
@@ -33,7 +33,7 @@ for try in {1..600}; do [ "$(found '[!.]*.opus')" -lt 60 ] || break; sleep 0.05;
 kill -INT -- -$!
 wait $! 2>/dev/null && fail "was not cut off"
 set +m
-flock "$here/lock" true  # the jobs have groups of their own, and end by and by
+flock "$here/lock" true  # the jobs have their own process groups and end with a delay
 some=$(found '[!.]*.opus')
 [ "$some" -ge 60 ] && [ "$some" -lt 199 ] || fail "$some files when cut off"
 
@@ -47,7 +47,7 @@ block 2 | bash
 [ "$(found '[!.]*.opus')" = 200 ] || fail "$(found '[!.]*.opus') files after the broken one was mended"
 [ "$(find ../out -name '[!.]*.opus' -printf '%s\n' | sort -u | wc -l)" = 1 ] || fail "some are not whole"
 
-# A stand-in for ssh: every machine has a home folder.
+# A replacement of ssh: each machine is a home folder.
 cat >"$here/ssh" <<'SSH'
 #!/bin/bash
 while [[ $1 == -* ]]; do shift; done
@@ -65,7 +65,7 @@ block 3 | sed 's/,: / /' | bash
 [ "$(cut -f 2 ../jobs | sort -u | grep -c 'alpha\|beta')" = 2 ] || fail "not all machines worked"
 [ -z "$(find ../alpha ../beta -type f)" ] || fail "the machines keep files"
 
-# Albums: one in two folders of discs, one of a name that a shell would take apart.
+# Albums: one is in two disc folders, one has a name with characters that a shell interprets.
 rm -r -- ./* ../out
 mkdir -p "it's one/CD1" "it's one/CD 2" "ä & b"
 for folder in "it's one/CD1" "it's one/CD 2" "ä & b"; do cp ../source.flac "$folder/1.FLAC"; done

@@ -8,7 +8,7 @@ TEST(BiquadFp, RoundsCoefficientsUpAndProductsDown) {
     constexpr float kStep = 0x1p-24F;
     const struct {
         float a1, b0, b1;
-        int32_t x, y0, y1;  // answers to x, 0
+        int32_t x, y0, y1;  // the outputs for the inputs x and 0
     } cases[] = {
         {0, 1, 0, INT32_MIN, INT32_MIN, 0},
         {0, 1.6F * kStep, -1.6F * kStep, kQ24One, 2, -1},
@@ -16,8 +16,8 @@ TEST(BiquadFp, RoundsCoefficientsUpAndProductsDown) {
         {1.6F * kStep, 1, 0, kQ24One, kQ24One, -2},
         {0, 0.5F, 0, -1, -1, 0},
         {0, 0.5F, 0, 1, 0, 0},
-        {0, 200, -200, kQ24One, INT32_MAX, INT32_MIN},       // beyond 128: saturated
-        {-1, 64, 65, kQ24One, 64 << 24, -(127 << 24) - 64},  // 65 + 64: wraps
+        {0, 200, -200, kQ24One, INT32_MAX, INT32_MIN},       // coefficients beyond 128 saturate
+        {-1, 64, 65, kQ24One, 64 << 24, -(127 << 24) - 64},  // 65 + 64 wraps around
     };
     for (const auto& c : cases) {
         Biquad_FP filter;

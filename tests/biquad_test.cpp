@@ -10,7 +10,7 @@ namespace {
 template <typename Filter>
 using Sample = decltype(Filter().ProcessSample(0));
 
-// One sample, full scale 1.0, through any variant.
+// Passes one sample, full scale 1.0, through any variant of the filter.
 template <typename Filter>
 double Feed(Filter& filter, double x) {
     constexpr double kUnit = std::is_same_v<Filter, Biquad_FP> ? 0x1p24 : 1;
@@ -25,7 +25,7 @@ TYPED_TEST_SUITE(BiquadTest, Filters);
 
 }  // namespace
 
-// The designs are bilinear transforms of second-order prototypes in s, the corner at s = j.
+// The designs are bilinear transforms of second-order prototypes in s, whose corner is at s = j.
 TYPED_TEST(BiquadTest, DesignsHaveTheResponseOfTheirPrototypes) {
     const double tolerance = std::is_same_v<TypeParam, Biquad_FP>       ? 1e-3
                              : std::is_same_v<TypeParam, Biquad_R32R32> ? 3e-5
@@ -54,12 +54,13 @@ TYPED_TEST(BiquadTest, DesignsHaveTheResponseOfTheirPrototypes) {
     }
 }
 
-// A ramp, one that interrupts it, and new coefficients at once; each time the history is cleared.
+// Tests a ramp, a ramp that interrupts it, and new coefficients at once. The history is cleared
+// each time.
 TYPED_TEST(BiquadTest, MovesToNewCoefficientsInAStraightLine) {
     TypeParam filter, arrived;
     arrived.SetCoeffs(-1, 2, -1, -0.5F, 1, 0.5F, 0.25F);
     EXPECT_EQ(Feed(filter, 0.75), 0.75);
-    filter.SetCoeffs(8, 2, -1, -0.5F, 1, 0.5F, 0.25F);  // b0 from 1 to 1/2
+    filter.SetCoeffs(8, 2, -1, -0.5F, 1, 0.5F, 0.25F);  // b0 goes from 1 to 1/2
     for (int n = 0; n < 4; ++n) Feed(filter, 0);
     EXPECT_NEAR(Feed(filter, 1), 0.75, 1e-6);           // half-way
     filter.SetCoeffs(2, 2, -1, -0.5F, 1, 0.5F, 0.25F);  // the rest of the way

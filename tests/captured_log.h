@@ -1,5 +1,6 @@
-// Compares the log lines of a scope with those of a file in tests/data/log. With ORVANE_WRITE_LOGS
-// set it writes the file instead, to be read before it is kept.
+// Compares the log lines that are written during its lifetime with a file in tests/data/log. If the
+// environment has ORVANE_WRITE_LOGS, it writes that file instead. Read the new file before you
+// commit it.
 #pragma once
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
-// The parameter table against the library, and the framework's side of it: settings and streams.
+// Compares the parameter table with the library, and tests the framework's side: settings and
+// streams.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,7 +17,8 @@ namespace {
 
 using Samples = std::vector<int16_t>;
 
-// Everything that a value acts on is on from the second half on.
+// Plays `in` twice and returns both outputs. The second time all stages are on, so every value has
+// an effect.
 Samples Play(Instance& instance, const Samples& in) {
     instance.Configure(44100, 2);
     instance.Enable();
@@ -46,7 +48,7 @@ TEST(Table, DefaultsAreThoseOfANewInstance) {
     EXPECT_EQ(set.Get(PARAM_GET_MODE), 0);
     const Samples expected = Play(untouched, in);
     EXPECT_TRUE(Play(set, in) == expected);
-    // The gate shows where the limiters hold what is far above it.
+    // The gate shows in the level to which the limiters reduce a signal far above it.
     Instance loud;
     loud.Set(PARAM_OUTPUT_GAIN, {1600});
     loud.Configure(44100, 2);
@@ -55,10 +57,11 @@ TEST(Table, DefaultsAreThoseOfANewInstance) {
     EXPECT_EQ(held.back(), std::floor(0.998 * 0.9999 * 32767));
 }
 
-// Amplitude of a sine after the chain over that before.
+// Returns the amplitude of a sine after the chain, relative to before.
 double GainOf(const Settings& settings, double frequencyHz, double amplitude) {
     constexpr double kRateHz = 48000;
-    constexpr size_t kFrames = 192000, kMeasured = 9600;  // whole periods of multiples of 5 Hz
+    // The measured frames are whole periods of all multiples of 5 Hz.
+    constexpr size_t kFrames = 192000, kMeasured = 9600;
     BlockStream stream(LoadedLibrary(), {48000, 1, 240}, settings);
     EXPECT_EQ(stream.Refused(), nullptr);
     Samples samples(kFrames);
@@ -85,14 +88,15 @@ TEST(Table, DefaultsAndTheEndsOfEveryRangeDoWhatTheirLawSays) {
         Values with;
         double frequencyHz, amplitude, atMinimum, atDefault, atMaximum, tolerance;
     } rows[] = {
-        // 27.2 dB below the reference: 13.6 and 24.7 dB of gain, shaped to 12.7 and 21.7.
+        // The level is 27.2 dB below the reference. The gains 13.6 and 24.7 dB are shaped to 12.7
+        // and 21.7 dB.
         {PARAM_PLAYBACKGAIN_RATIO, gain, 1000, 500, 1, 4.315, 12.15, 0.006},
-        // Less what is cut off to whole samples.
+        // The gains are smaller by what truncation to whole samples removes.
         {PARAM_PLAYBACKGAIN_VOLUME, factor, 1000, 250, 0, 0.9945, 126.75, 0.002},
         {PARAM_PLAYBACKGAIN_MAXGAIN, most, 1000, 250, 0, 0.9945, 126.75, 0.002},
         {PARAM_EQUALIZER_BANDLEVEL, {{PARAM_EQUALIZER_ENABLE, 1}}, 1000, 1000, 0, 1, 3, 0.005},
         {PARAM_ENHANCER_PROCESS, {{PARAM_ENHANCER_ENABLE, 1}}, 8000, 1000, 0, 1, 4, 0.015},
-        // The low band's weight is 0.95, and the resonance lies a quarter of a period behind.
+        // The low band's weight is 0.95, and the resonance lags it by a quarter of a period.
         {PARAM_ENHANCER_LOCONTOUR,
          {{PARAM_ENHANCER_ENABLE, 1}},
          55,
@@ -169,7 +173,7 @@ TEST(BlockStream, IsOneStreamWhateverPiecesItArrivesInOrSilentWhereRefused) {
     instance.Configure(44100, 2);
     for (const ParameterCommand& command : loud.Commands()) EXPECT_EQ(instance.Set(command), 0);
     instance.Enable();
-    Samples expected(size_t{2} * kBuffer);  // a buffer later
+    Samples expected(size_t{2} * kBuffer);  // The output is delayed by one buffer.
     const Samples played = instance.Run(in, kBuffer, 2);
     expected.insert(expected.end(), played.begin(), played.end() - ptrdiff_t{2} * kBuffer);
     for (const std::vector<size_t>& pieces :

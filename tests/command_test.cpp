@@ -1,4 +1,4 @@
-// What the standard commands, parameter records and process calls do to one instance.
+// Tests what standard commands, parameter records and process calls do to one instance.
 #include <gtest/gtest.h>
 
 #include "captured_log.h"
@@ -9,14 +9,14 @@ namespace {
 
 using Samples = std::vector<int16_t>;
 
-// A configuration that is rejected behind its rate and channels.
+// Returns a configuration that is rejected after its rate and channels were read.
 effect_config_t Rejected(uint32_t rate, uint32_t channels) {
     effect_config_t config = MakeConfig(rate, channels);
     config.outputCfg.format = 0;
     return config;
 }
 
-// What a new instance with everything on makes of `in`.
+// Returns the output of a new instance with everything on.
 Samples Fresh(uint32_t rate, uint32_t channels, const Samples& in, uint32_t frames) {
     Instance instance;
     instance.Start(rate, channels);
@@ -35,7 +35,7 @@ TEST(Commands, WhatARejectedConfigurationStoredReachesTheProcessorsWithTheNextAc
 
     EXPECT_EQ(instance.Configure(effect_config_t{}), 0);
     EXPECT_EQ(instance.Run(noise, 2000, 2), Fresh(48000, 2, noise, 2000));
-    // The same again changes nothing and resets nothing.
+    // Sending the same values again changes nothing and resets nothing.
     Instance twin;
     twin.Start(48000, 2);
     twin.Run(noise, 2000, 2);
@@ -44,7 +44,7 @@ TEST(Commands, WhatARejectedConfigurationStoredReachesTheProcessorsWithTheNextAc
 }
 
 TEST(Commands, ParameterRecordsAreTakenOrRefused) {
-    // Words beyond the command's size are there, but not the library's to read.
+    // The words beyond the command's size are readable, but the library must not read them.
     const struct {
         const char* what;
         uint32_t code, size;
@@ -75,7 +75,7 @@ TEST(Commands, ParameterRecordsAreTakenOrRefused) {
     {
         const CapturedLog log("parameters");
         for (const auto& row : rows) {
-            // Odd addresses for every block.
+            // Every block is at an odd address.
             unsigned char data[41], reply[41], replySize[5];
             std::memset(reply, 0x5A, sizeof reply);
             std::memcpy(data + 1, row.words, sizeof row.words);
@@ -91,7 +91,7 @@ TEST(Commands, ParameterRecordsAreTakenOrRefused) {
     }
     EXPECT_EQ(instance.Get(PARAM_GET_MODE), 1);
 
-    // A client in the server's own process hands the same memory over for command and reply.
+    // A client in the same process as the server passes the same memory for command and reply.
     int32_t block[] = {9, 4, 4, PARAM_GET_CHANNELS, 9};
     uint32_t size = sizeof block;
     (*instance.handle)->command(instance.handle, EFFECT_CMD_GET_PARAM, 16, block, &size, block);
@@ -106,15 +106,15 @@ TEST(Commands, QueriesAnswerAsSet) {
             all.push_back(instance.Get(id));
         return all;
     };
-    device.clockUs = int64_t{1} << 41;  // far from 0, the time of no buffer
+    device.clockUs = int64_t{1} << 41;  // far from 0, which means that no buffer was processed
     EXPECT_EQ(values(), (std::vector<int32_t>{0x02010002, 0, 0, 0, 0, 44100, 2}));
     instance.Configure(48000, 1);
     EXPECT_EQ(instance.Enable(), 0);
     for (const int32_t mode : {1, 2, -1}) EXPECT_EQ(instance.Set(PARAM_SET_MODE, {mode}), 0);
     EXPECT_EQ(values(), (std::vector<int32_t>{0x02010002, 1, 1, 0, 1, 48000, 1}));
 
-    // The time of a buffer counts only while it is noted, and for less than a second either way,
-    // also where the 32-bit milliseconds wrap.
+    // The time of a buffer counts only while it is noted, and only if it is less than a second away
+    // in either direction. This also holds where the 32-bit milliseconds wrap around.
     int16_t sample = 0;
     const auto processing = [&](int64_t us) {
         device.clockUs = us;
@@ -157,7 +157,7 @@ TEST(Commands, ProcessNeedsWholeRecordsAndAnEnabledConfiguredUnit) {
         EXPECT_EQ(out, Samples(512, 77));
         EXPECT_EQ(process(&good, &target), ++step == steps.size() ? 0 : -61);
     }
-    EXPECT_EQ(out[510], 998);  // behind 255 frames of silence
+    EXPECT_EQ(out[510], 998);  // after 255 frames of silence
     EXPECT_EQ(out[509], 0);
 }
 

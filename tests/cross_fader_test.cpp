@@ -4,7 +4,8 @@
 
 #include "signals.h"
 
-// Ten frames each of 1001 fading in and -2001 fading out, cut after every frame and not at all.
+// Fades from -2001 to 1001 within five stereo frames, with one call and with one call for each
+// frame. `expected` has one value for each frame.
 TEST(CrossFader, MixesInAStraightLineAndLeavesWhatFollows) {
     using Samples = std::vector<int16_t>;
     const Samples source(10, -2001);

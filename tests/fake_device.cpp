@@ -9,7 +9,7 @@
 #include <cstring>
 #include <ctime>
 
-// A library that calls these instead of its own would never return on a device.
+// On a device, a library that called these instead of its own functions would never return.
 #define LOADER_FUNCTION(name)   \
     extern "C" int32_t name() { \
         std::abort();           \

@@ -26,7 +26,8 @@ std::vector<double> DirectTransform(const std::vector<T>& a) {
 
 }  // namespace
 
-// With one object's tables: built once, extended for longer transforms, kept for shorter ones.
+// All lengths use the tables of one object. They are built once, extended for longer transforms and
+// kept for shorter ones.
 TYPED_TEST(FftTest, IsTheDirectTransformAndItsInverse) {
     FFT_R24<TypeParam> fft(1024);
     for (const int n : {2, 4, 8, 64, 16, 32, 128, 512, 256, 1024, 1024, 2}) {
@@ -44,14 +45,14 @@ TYPED_TEST(FftTest, IsTheDirectTransformAndItsInverse) {
     }
 }
 
-// Values of every size with zeros of both signs between them; cut into both forms' layouts.
+// The inputs have many magnitudes and zeros of both signs. They are stored in both forms' layouts.
 TYPED_TEST(FftTest, PlanarTransformsHaveItsBits) {
     for (const int n : {128, 256, 512, 1024, 2048}) {
         const auto M = static_cast<size_t>(n / 2);
         FFT_R24<TypeParam> fft(static_cast<uint32_t>(n));
         PlanarFft<TypeParam> planar;
         std::vector<TypeParam> a = Noise<TypeParam>(2 * M, 1.0), in(2 * M), out(2 * M), got(2 * M);
-        fft.rdft(n, 1, a.data(), fft.ip.data(), fft.w.data());  // makes the tables
+        fft.rdft(n, 1, a.data(), fft.ip.data(), fft.w.data());  // builds the tables
         ASSERT_TRUE(planar.Prepare(static_cast<uint32_t>(n), fft.w.data()));
         for (unsigned seed = 0; seed < 40; ++seed) {
             a = SparseNoise<TypeParam>(2 * M, seed);

@@ -17,11 +17,11 @@ constexpr bool kIsFloat = std::is_same_v<Equalizer, FIREqualizer_R32R32>;
 template <typename Equalizer>
 std::vector<float> Play(Equalizer& equalizer, std::vector<float> samples, unsigned frames) {
     for (size_t at = 0; at < samples.size(); at += size_t{frames} * 2)
-        equalizer.Process(&samples[at], frames);  // whole calls
+        equalizer.Process(&samples[at], frames);  // the calls fill `samples` exactly
     return samples;
 }
 
-// One channel, sample by sample.
+// The plain form of the equalizer: one channel, sample by sample.
 template <typename Real>
 struct Plain {
     std::vector<Real> past = std::vector<Real>(512), sums = std::vector<Real>(9);
@@ -45,7 +45,8 @@ struct Plain {
 
 }  // namespace
 
-// Levels moved between calls of any length; noise, sparse samples and zeros of both signs.
+// Levels change between calls of many lengths. The inputs are noise, sparse samples and zeros of
+// both signs.
 TYPED_TEST(FirEqualizerTest, AddsItsBandsInOneOrderInBothChannelsAndAnyBuffers) {
     using Real = std::conditional_t<kIsFloat<TypeParam>, float, double>;
     const struct {
@@ -79,7 +80,7 @@ TYPED_TEST(FirEqualizerTest, AddsItsBandsInOneOrderInBothChannelsAndAnyBuffers) 
     }
 }
 
-// Every way to start with an empty history, or not, and every reason not to process.
+// Tests every call that must or must not clear the history, and every reason not to process.
 TYPED_TEST(FirEqualizerTest, ForgetsItsHistoryAndStopsWhenItsHeaderSays) {
     const auto input = Noise<float>(1200, 1.0);
     TypeParam e;
@@ -105,9 +106,9 @@ TYPED_TEST(FirEqualizerTest, ForgetsItsHistoryAndStopsWhenItsHeaderSays) {
         }
 }
 
-// Where floats are unpacked: as without, in any history of multiples of 2^-30, full scale and long
-// silence included, and behind a sample that is none, in the middle of a call. A gain that numbers
-// can't hold, met before anything else, makes the other equalizer plain.
+// In builds with unpacked floats, compares the equalizer with one that uses plain floats. The
+// histories are multiples of 2^-30 and include full scale and long silence. In call 55, one sample
+// is not such a multiple. The plain equalizer first got a gain that unpacked floats cannot hold.
 TEST(FirEqualizer, GivesTheSameValuesOnUnpackedNumbers) {
     std::mt19937 random(5);
     FIREqualizer_R32R32 unpacked, plain;

@@ -1,4 +1,5 @@
-// Memory for a command's block whose end is the end of what may be touched: a byte further faults.
+// Memory for a command's block that ends at an unreadable page, so that access to the next byte
+// faults.
 #pragma once
 #include <sys/mman.h>
 #include <unistd.h>
@@ -23,10 +24,11 @@ public:
     GuardedBlock(const GuardedBlock&) = delete;
     GuardedBlock& operator=(const GuardedBlock&) = delete;
 
-    // The last `size` bytes.
+    // Returns the address of the last `size` bytes.
     unsigned char* Last(size_t size) { return base + usable - size; }
 
-    // The first `size` bytes of `source`, placed last; the block can then only be read.
+    // Copies `size` bytes from `source` to the end of the memory and returns their address. The
+    // memory can then only be read.
     void* Hold(const void* source, size_t size) {
         mprotect(base, usable, PROT_READ | PROT_WRITE);
         if (size != 0) std::memcpy(Last(size), source, size);

@@ -3,11 +3,12 @@
 //
 //   histories LIBRARY DIGESTS              compares with a file of digests, a line for each history
 //   histories LIBRARY                      prints such a file
-//   histories LIBRARY calls NUMBER         prints every call of a history with the digest up to it
+//   histories LIBRARY calls NUMBER         prints every call of a history and the digest after it
 //   histories LIBRARY OTHER FIRST COUNT    compares two libraries sample by sample
 //
-// The third form finds the first call that differs where the other library is on another machine:
-// compare the two lists. Exits with 1 if a history differs, with 2 if there is nothing to compare.
+// If the other library is on another machine, the third form finds the first call that differs:
+// compare both lists. The exit status is 1 if a history differs, and 2 if there is nothing to
+// compare.
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>

@@ -1,9 +1,10 @@
 // Makes random histories of one instance: calls, settings and samples that reach every path.
 //
-// A history depends on its number alone and is computed with integers, so it is the same on every
-// machine. The themes aim at what selects a path: changes of the gate within the limiter's window,
-// long quiet passages, buffers that fill no vector or no block, settings changed while frames wait,
-// resets, new configurations, and values far out of range.
+// A history depends only on its number and is computed with integers, so it is the same on every
+// machine. Each history has a theme that aims at what selects a path. The themes are changes of the
+// gate within the limiter's window, long quiet passages, and buffers that fill no vector or no
+// block. Other themes change settings while frames wait, reset or configure the instance, or set
+// values far out of range.
 //
 // Histories contain only calls whose result is defined, so that any implementation can be replayed.
 // They set no contour at or below -0.1 and no configuration that is refused. At all their rates the
@@ -47,7 +48,7 @@ public:
         for (uint32_t i = 0; i < settings; ++i) ChangeSetting();
         if (theme.kind == kGates) SetGate();
         if (theme.kind == kExtremes && OneIn(3)) {
-            // Outputs beyond 32 bits.
+            // These settings make outputs beyond 32 bits.
             Set(PARAM_LIMITER_GATE, INT32_MAX);
             Set(PARAM_OUTPUT_GAIN, From(100000000, INT32_MAX));
         }
@@ -56,8 +57,8 @@ public:
     const char* Theme() const { return theme.name; }
     // Returns the number of interleaved channels, 1 or 2, since the latest configuration.
     uint32_t Channels() const { return channels; }
-    // Returns the next call, or null at the end. Before the call after it, the caller passes the
-    // result to Answer.
+    // Returns the next call, or null at the end. The caller passes the call's result to Answer
+    // before it asks for the next one.
     const HistoryCall* Next() {
         if (taken == queued) {
             if (framesLeft == 0) return nullptr;
@@ -68,10 +69,10 @@ public:
         if (call.kind == HistoryCall::kProcess) FillInput(static_cast<uint32_t>(call.first));
         return &call;
     }
-    // The interleaved input of the latest call of kProcess.
+    // Returns the interleaved input of the latest call of kProcess.
     const int16_t* Input() const { return input; }
-    // Takes the status of the latest call and, where a call of kProcess answered 0, its output. The
-    // status of a command doesn't count: a reset has none.
+    // Takes the status of the latest call. If a call of kProcess answered 0, also takes its output.
+    // The status of a command does not count, because a reset has none.
     void Answer(int32_t status, const int16_t* output) {
         const HistoryCall& call = queue[taken - 1];
         if (call.kind != HistoryCall::kCommand) Mix(static_cast<uint32_t>(status));
@@ -80,9 +81,9 @@ public:
         for (size_t i = 0; i < count; ++i) Mix(static_cast<uint16_t>(output[i]));
         frames += static_cast<uint32_t>(call.first);
     }
-    // The digest of all answers so far: FNV-1a over whole numbers instead of bytes.
+    // Returns the digest of all answers so far: FNV-1a over whole numbers instead of bytes.
     uint64_t Digest() const { return digest; }
-    // The frames of all buffers that were not refused.
+    // Returns the number of frames of all buffers that were not refused.
     uint32_t Frames() const { return frames; }
 
 private:
@@ -260,7 +261,8 @@ private:
     enum Sound { kMusic, kNoise, kTone, kSquare, kClicks, kOnes, kConstant, kLowest, kSilence };
     enum Sides { kBothSides, kEqual, kLeftOnly, kRightOnly, kOpposite };
 
-    // The theme of quiet passages has three sounds: loud, `quietFrames` of quiet, loud.
+    // Chooses the next sound. The theme of quiet passages has three sounds: loud, `quietFrames` of
+    // quiet, loud.
     void ChooseSound() {
         constexpr Sound kLoud[] = {kMusic, kMusic, kNoise, kTone, kSquare, kClicks, kLowest};
         constexpr Sound kQuietSounds[] = {kOnes, kSilence, kConstant, kNoise, kMusic};
@@ -283,7 +285,7 @@ private:
         ++sounds;
     }
 
-    // Returns about sin(2 pi phase / 2^32) at full scale, made of two parabolas.
+    // Returns an approximation of sin(2 pi phase / 2^32) at full scale, made of two parabolas.
     static int32_t Wave(uint32_t phase) {
         const int32_t x = static_cast<int32_t>(phase) >> 16;
         const int32_t y = x * (32768 - (x < 0 ? -x : x)) >> 13;
@@ -298,7 +300,7 @@ private:
         const uint32_t t = position;
         switch (sound) {
             case kMusic: {
-                // Three tones with a beat of 8192 frames that decays, and a little noise.
+                // Three tones that decay over each beat of 8192 frames, and a little noise.
                 const int32_t decay = 8191 - static_cast<int32_t>(t % 8192);
                 const int32_t tones = (Wave(t * increments[0]) >> 1) +
                                       (Wave(t * increments[1]) >> 2) +

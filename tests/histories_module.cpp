@@ -1,5 +1,5 @@
-// The histories of histories.h as a WebAssembly module, for a script that plays them through
-// another one. Addresses are bytes of this module's memory.
+// Exports the histories of histories.h as a WebAssembly module. A script plays them through the
+// library's module. Addresses are bytes of this module's memory.
 #include <new>
 
 #include "tests/histories.h"
@@ -23,14 +23,15 @@ HISTORY_EXPORT(begin) void Begin(uint32_t number) {
 HISTORY_EXPORT(theme) const char* Theme() {
     return history->Theme();
 }
-// The address of four int32: kind, first and both values of a HistoryCall; 0 at the end.
+// Returns the address of four int32: the kind, first and both values of a HistoryCall. Returns 0 at
+// the end.
 HISTORY_EXPORT(next) const HistoryCall* Next() {
     return history->Next();
 }
 HISTORY_EXPORT(channels) uint32_t Channels() {
     return history->Channels();
 }
-// The input of a buffer. The output goes to the same place.
+// Returns the address of a buffer's input. The script writes the output to the same place.
 HISTORY_EXPORT(input) const int16_t* Input() {
     return history->Input();
 }

@@ -1,5 +1,5 @@
-// The boundary with the framework: record, entry points, descriptors and configurations, with the
-// log lines that they cause.
+// Tests the boundary with the framework: record, entry points, descriptors and configurations, and
+// the log lines that they cause.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -25,7 +25,7 @@ std::string DescriptorBytes(const std::string& type) {
            implementor;
 }
 
-// Memory for a descriptor, at an odd address.
+// Memory for a descriptor at an odd address.
 const std::string kUntouched(1 + sizeof(effect_descriptor_t), 'Z');
 effect_descriptor_t* In(std::string& block) {
     return reinterpret_cast<effect_descriptor_t*>(block.data() + 1);
@@ -74,15 +74,16 @@ TEST(Host, MarkerChoosesTheDescriptorAtEveryCallAndAnInstanceKeepsIts) {
 
 TEST(Host, RefusedEntryPointsLeaveTheCallersMemoryAlone) {
     const audio_effect_library_t& record = LoadedLibrary();
-    const effect_interface_s& table = **Instance().handle;  // constant, outlives the instance
+    // The table is constant and outlives the instance.
+    const effect_interface_s& table = **Instance().handle;
     std::string block = kUntouched;
     effect_descriptor_t* const d = In(block);
     const effect_interface_s* word = nullptr;
     effect_handle_t handle = &word;
-    // Three null words: a handle without a unit.
+    // A handle whose other words are null: it has no unit.
     const effect_interface_s* noUnit[3] = {&table};
     audio_buffer_s none = {};
-    effect_uuid_s first = kOrvaneUuid, last = kOrvaneUuid;  // the byte that is another's
+    effect_uuid_s first = kOrvaneUuid, last = kOrvaneUuid;  // differ from the effect's in one byte
     first.timeLow ^= 1U;
     last.node[5] ^= 1U;
 #define ROW(call) #call, [&] { return call; }
@@ -124,8 +125,8 @@ TEST(Host, RefusedEntryPointsLeaveTheCallersMemoryAlone) {
 
 TEST(Host, ConfigurationsAreJudgedFieldByField) {
     enum Field { kRate, kChannels, kFormat, kAccess };
-    // What is changed of a good configuration for 44100 Hz, stereo: one field of both sides, and
-    // which fields they name.
+    // Each row changes one field on both sides of a good configuration for 44100 Hz, stereo, and
+    // says which fields the configuration names.
     const struct {
         const char* what;
         bool accepted;

@@ -4,7 +4,8 @@
 
 #include "signals.h"
 
-// Every lane holds what its name says, at odd addresses too, and nothing beyond is touched.
+// Every lane gets the number that its function promises, also at odd addresses. Memory beyond the
+// numbers is not changed.
 TEST(Lanes, MoveEveryNumberToItsPlace) {
     constexpr size_t W = kLanes, kSpread = 7;
     std::vector<float> from(kSpread * W + 2), columns(from.size(), -1), pairs(2 * W + 2, -1);

@@ -1,4 +1,5 @@
-// The library under test, seen as the framework and an application see it: its exported record.
+// Gives access to the library under test through its exported record, as the framework and
+// applications see it.
 #pragma once
 #include <dlfcn.h>
 
@@ -12,7 +13,8 @@
 #include "signals.h"
 #include "table/parameters.h"
 
-// The shared library under test: the build's, or what ORVANE_LIBRARY names in the environment.
+// Returns the handle of the shared library under test: the one that the environment names in
+// ORVANE_LIBRARY, or else the build's.
 inline void* LibraryHandle() {
     static void* const library = [] {
         const char* const named = std::getenv("ORVANE_LIBRARY");
@@ -28,12 +30,12 @@ inline const audio_effect_library_t& LoadedLibrary() {
     return *static_cast<const audio_effect_library_t*>(symbol);
 }
 
-// Uniform in [-amplitude, amplitude], interleaved or not.
+// Returns noise, uniform in [-amplitude, amplitude].
 inline std::vector<int16_t> NoiseSamples(size_t count, int amplitude, unsigned seed = 1) {
     return Noise<int16_t>(count, amplitude + 1, seed);
 }
 
-// An instance of the library under test, unless another one is named.
+// An instance of the library under test, or of another library.
 class Instance : public ClientInstance {
 public:
     explicit Instance(const audio_effect_library_t& library = LoadedLibrary())
@@ -42,7 +44,7 @@ public:
     }
     explicit Instance(effect_handle_t created) : ClientInstance(LoadedLibrary(), created) {}
 
-    // Every processor on, every value away from its default.
+    // Switches every processor on and sets every value to one that is not its default.
     void SwitchEverythingOn() {
         for (int32_t band = 0; band < kBandCount; ++band)
             Set(PARAM_EQUALIZER_BANDLEVEL, {band, 15 * band - 60});
@@ -50,19 +52,21 @@ public:
             if (*parameter.key != '\0' && parameter.kind != ParameterKind::kBandValue)
                 Set(parameter.id, {parameter.OnWire(parameter.trial)});
     }
-    // Every level, gain and factor, each band's too, as sent: hundredths.
+    // Sets every level, gain and factor, including each band's. `value` is in hundredths, as it is
+    // sent.
     void SetEveryValue(int32_t value) {
         for (int32_t band = 0; band < 10; ++band) Set(PARAM_EQUALIZER_BANDLEVEL, {band, value});
         for (const Parameter& parameter : kParameters)
             if (parameter.kind == ParameterKind::kValue) Set(parameter.id, {value});
     }
-    // Configured, everything on, enabled.
+    // Configures the instance, switches everything on and enables it.
     void Start(uint32_t rate, uint32_t channels) {
         Configure(rate, channels);
         SwitchEverythingOn();
         Enable();
     }
-    // The whole of `in` (interleaved) in buffers of `frames`; the last one may be shorter.
+    // Processes all of `in` (interleaved) in buffers of `frames` frames; the last one may be
+    // shorter. Returns the output.
     std::vector<int16_t> Run(const std::vector<int16_t>& in, uint32_t frames, uint32_t channels) {
         std::vector<int16_t> out(in.size());
         for (size_t at = 0; at < in.size(); at += size_t{frames} * channels) {

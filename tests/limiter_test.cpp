@@ -9,7 +9,7 @@
 
 namespace {
 
-// The law sample by sample, with a scan of the newest 256 since limiting began.
+// The limiter's definition, sample by sample. Scans the newest 256 samples since limiting began.
 template <typename A>
 struct Scan {
     using T = typename A::Sample;
@@ -49,11 +49,12 @@ TYPED_TEST_SUITE(LimiterTest, Limiters);
 
 }  // namespace
 
-// A sample for ever, or one after ten zeros.
+// The inputs are a constant, or one sample after ten zeros.
 TEST(Limiter, HasTheOutputsOfItsConstants) {
     Limiter rest, limited, pulse;
     Limiter_FP restFp, pulseFp, lowest, atGate, beyondGate;
-    for (Limiter_FP* limiter : {&atGate, &beyondGate}) limiter->SetGate(3e-7F);  // 5 units
+    // a gate of 5 units
+    for (Limiter_FP* limiter : {&atGate, &beyondGate}) limiter->SetGate(3e-7F);
     for (int n = 0; n < 1000; ++n) {
         ASSERT_EQ(rest.Process(0.5F), n < 255 ? 0 : 0.49900126F) << n;
         ASSERT_FLOAT_EQ(limited.Process(1.5F), n < 255 ? 0 : 0x1.feed2p-1F) << n;
@@ -66,9 +67,10 @@ TEST(Limiter, HasTheOutputsOfItsConstants) {
     }
 }
 
-// Random histories: bursts, rests, steady and sparse levels, different in each channel; samples at
-// the gate and just beyond, gates moved at any time, resets; samples one by one, in runs, and in
-// frames. No output exceeds the gate; a gate that is none silences.
+// Random histories of bursts, rests, steady and sparse levels, different in each channel. They
+// contain samples at the gate and just beyond it, changes of the gate at any time, and resets.
+// Samples are passed one by one, in runs, and in frames. No output exceeds the gate. An invalid
+// gate gives silence.
 TYPED_TEST(LimiterTest, FollowsTheLargestSampleSinceLimitingBegan) {
     using A = TypeParam;
     using T = typename A::Sample;

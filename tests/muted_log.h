@@ -1,12 +1,13 @@
-// Sends standard error, and with it the library's log, to nowhere for as long as it lives. What a
-// sanitizer has to report still comes out.
+// Discards standard error, and with it the library's log, during its lifetime. Reports of a
+// sanitizer are still shown.
 #pragma once
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdint>
 
-// Of the sanitizers; null without one. NOLINTNEXTLINE(bugprone-reserved-identifier): their name
+// Defined by the sanitizers; null without one.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): their name
 extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* fd);
 
 class MutedLog {

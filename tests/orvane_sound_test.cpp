@@ -10,7 +10,7 @@ namespace {
 struct Stream {
     uint32_t rate, channels;
     float process, level;
-    size_t delays[3];  // high, band, low: frames
+    size_t delays[3];  // of the high, band and low outputs, in frames
 };
 constexpr Stream kStereo = {44100, 2, 1.5F, 0.3F, {0, 8, 125}};
 
@@ -30,7 +30,8 @@ void SetUp(Enhancer& enhancer, const Stream& s) {
     EXPECT_TRUE(enhancer.SetEnable(true) && enhancer.GetPrepared());
 }
 
-// All frames that calls of n frames return; returned: by each call.
+// Processes the input in calls of n frames and returns all output. `returned` gets the number of
+// frames that each call returned.
 template <typename Enhancer, typename Sample>
 std::vector<Sample> Play(Enhancer& enhancer, const std::vector<Sample>& input, size_t channels,
                          uint32_t n, std::vector<uint32_t>* returned = nullptr) {
@@ -44,7 +45,7 @@ std::vector<Sample> Play(Enhancer& enhancer, const std::vector<Sample>& input, s
     return output;
 }
 
-// The plain form, sample by sample; `weights`: high, band, low.
+// The plain form of the enhancer, sample by sample. `weights` are those of high, band and low.
 template <typename Real>
 std::vector<float> PlainForm(const Stream& s, const Real (&weights)[3],
                              const std::vector<float>& input) {
@@ -85,7 +86,8 @@ TYPED_TEST(OrvaneSoundTest, IsTheWeightedSumOfItsDelayedBandsAndTheContourToTheB
     constexpr bool isFloat = std::is_same_v<TypeParam, OrvaneSound_R32R32>;
     using Real = std::conditional_t<isFloat, float, double>;
     TypeParam enhancer(0);
-    // At 35000 Hz, 35000 * 200000 / 1e9 would be 7.
+    // At 35000 Hz, the delay 35000 / 1e9 * 200000 truncates to 6 frames. In another order, 35000 *
+    // 200000 / 1e9 would be 7.
     for (const Stream& s : {kStereo, Stream{35000, 1, 1, 0, {0, 6, 99}},
                             Stream{48000, 2, 0, -5, {0, 9, 136}}, kStereo}) {
         SetUp(enhancer, s);
@@ -126,7 +128,8 @@ TYPED_TEST(OrvaneSoundTest, ReturnsWholeCallsOfOneStreamWhateverTheirSizeAndType
 
 TYPED_TEST(OrvaneSoundTest, ANewContourCountsFromTheNextBlockOn) {
     const auto input = Noise<float>(size_t{2} * 8 * 770, 0.9);
-    // A contour more after each number of frames: as many whole blocks in both.
+    // Changes the contour after each of the given numbers of frames. Both sides see the same number
+    // of whole blocks.
     const auto changed = [&](uint32_t n, std::initializer_list<size_t> ends) {
         TypeParam enhancer(0);
         SetUp(enhancer, kStereo);

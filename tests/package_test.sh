@@ -1,6 +1,6 @@
 #!/bin/sh
-# Installs what was built, into a prefix and as a Debian package into a root of its own, uses it
-# there and removes it.
+# Installs what was built into a prefix, and as a Debian package into its own root folder. Uses the
+# programs there and removes the package.
 #   package_test.sh BUILD_FOLDER [page]    page: scripts/web.sh has made the page, so it must be inside
 set -eu
 umask 022
@@ -9,7 +9,7 @@ here=$(mktemp -d)
 trap 'rm -rf "$here"' EXIT
 command -v lintian >/dev/null || { echo "skipped: no lintian"; exit 0; }
 
-# $1: where bin, lib and share are
+# Checks what is installed in the folder $1, which has bin, lib and share.
 use() {
   "$1/bin/orvane" response "$here/a.png" -f
   "$1/bin/orvane" info | head -n 1 | grep "^$1/lib/orvane/soundfx/"
@@ -28,12 +28,12 @@ use "$here/prefix"
 
 (cd "$build" && cpack -G DEB -B "$here/package" >/dev/null)
 package=$(ls "$here"/package/*.deb)
-# The same again, although files are newer.
+# Building the package again gives the same bytes, although files are newer.
 touch "$build/orvane" "$build/orvane.1.gz" "$build"/orvane.lv2/*.ttl
 (cd "$build" && TZ=Asia/Tokyo cpack -G DEB -B "$here/again" >/dev/null)
 cmp "$package" "$here"/again/*.deb
 (cd "$build" && umask 077 && ! cpack -G DEB -B "$here/closed" >/dev/null 2>&1)
-# Each override is needed, nothing else is found.
+# lintian must find what the overrides name and nothing else.
 lintian --allow-root "$package" | (! grep .)
 lintian --allow-root --no-override "$package" | cut -d ' ' -f 2- | sort >"$here/found"
 grep -v '^#' "$(dirname "$0")/../packaging/lintian-overrides" | sort | cmp - "$here/found"

@@ -16,7 +16,7 @@ Samples Play(PlaybackGain& gain, Samples samples, unsigned frames) {
     return samples;
 }
 
-// The last of `times` outputs.
+// Processes the input `times` times and returns the last output.
 Samples OutputOf(float ratio, float volume, float maxGain, const Samples& input, unsigned frames,
                  int times = 1) {
     PlaybackGain gain;
@@ -31,12 +31,12 @@ Samples OutputOf(float ratio, float volume, float maxGain, const Samples& input,
 
 }  // namespace
 
-// A tone at the centre of the weighting filter in one channel, a hundredth of it in the other, long
-// after the warm-up: the gain in dB is g - g^2 / 200 with g = L / (ratio + 1) - L.
+// A tone at the centre frequency of the weighting filter is in one channel, a hundredth of it in
+// the other. Long after the warm-up, the gain in dB is g - g^2 / 200 with g = L / (ratio + 1) - L.
 TEST(PlaybackGain, MovesTheLevelOfTheLouderChannelTowardTheReference) {
     for (const auto& [ratio, amplitude, louder] :
          {std::tuple{1, 20000.0, 0U}, {1, 300.0, 1U}, {9, 900.0, 0U}, {0, 5000.0, 1U}}) {
-        Samples input(size_t{2} * 2205);  // whole periods
+        Samples input(size_t{2} * 2205);  // contains whole periods
         for (size_t n = 0; n < 2205; ++n) {
             const double turn = 2 * std::numbers::pi * 2.2 / 44.1;
             const double tone = amplitude * std::sin(static_cast<double>(n) * turn);
@@ -51,8 +51,9 @@ TEST(PlaybackGain, MovesTheLevelOfTheLouderChannelTowardTheReference) {
     }
 }
 
-// At ratio 0 every input asks for a gain of 1: what is left is the line toward the volume, a
-// sixteenth as steep upward, its ends, and the limiters.
+// At ratio 0 every input asks for a gain of 1. What is left is the straight line toward the volume,
+// the ends of the gain's range, and the limiters. The line is a sixteenth as steep upward as
+// downward.
 TEST(PlaybackGain, MovesItsGainInALineBetweenItsEndsInAnyBuffersAndChannels) {
     constexpr float kVolumes[] = {1, 0, 0.5F, 4, -4, 127.9F, -128},
                     kHighest[] = {16, 1, 0.3F, 128, 0, -2};
@@ -94,7 +95,7 @@ TEST(PlaybackGain, MovesItsGainInALineBetweenItsEndsInAnyBuffersAndChannels) {
     }
 }
 
-// Controls that are no numbers or beyond their ranges.
+// Controls that are NaN or out of range act like the nearest end of the range, or give silence.
 TEST(PlaybackGain, TakesNoHostileControls) {
     const auto input = Noise<int16_t>(size_t{2} * 1024 * 20, 9000);
     for (const float none : {-kInfinity, -0.5F, kNan})
@@ -113,8 +114,8 @@ TEST(PlaybackGain, TakesNoHostileControls) {
     EXPECT_EQ(untouched, Samples(256, 7));
 }
 
-// Coefficients of all signs, small and large, steady and moving; cuts anywhere, the history going
-// on.
+// The coefficients have both signs and many magnitudes, constant or moving. Inputs are split
+// anywhere, and the history continues.
 TEST(Loudness, IsThatOfTheLouderChannelByItself) {
     for (unsigned turn = 0; turn < 300; ++turn) {
         auto c = Noise<float>(5, turn % 9 == 0 ? 128 : 0.5, turn);
@@ -155,8 +156,8 @@ TEST(PlaybackGain, IsAsNewAfterResetAndAfterChangesOfTheStream) {
               expected);
 }
 
-// Switched off in the middle of its limiter's lap, it doesn't cut what follows at laps that no
-// longer move.
+// When it is switched off in the middle of its limiter's lap, it must not split chunks at laps that
+// no longer move.
 TEST(PlaybackGain, TakesWholeChunksWhileItIsOff) {
     Samples samples(size_t{2} * 1000);
     PlaybackGain gain;

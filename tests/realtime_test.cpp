@@ -1,12 +1,11 @@
-// What the audio thread does besides arithmetic: each call locks once, unlocks once and makes no
-// system call. No thread writes a log line while it holds the lock, because the audio thread would
-// then wait for whoever reads the log. The allocation tests check that nothing is allocated or
-// freed.
+// Tests that each call on the audio thread locks once, unlocks once and makes no system call. No
+// thread may write a log line while it holds the lock, because the audio thread would then wait for
+// the reader of the log. The allocation tests check that nothing is allocated or freed.
 //
-// The executable's pthread_mutex_lock, pthread_mutex_unlock and write come before the platform's
-// for the loaded library too. This write counts log lines, one a call, and drops them. Built with
-// clang's real-time sanitizer (clang 20 or later, scripts/realtime-sanitizer.sh), each call runs
-// under it.
+// The executable's pthread_mutex_lock, pthread_mutex_unlock and write replace the platform's, also
+// for the loaded library. This write counts log lines, one for each call, and discards them. If
+// this is built with clang's real-time sanitizer (clang 20 or later,
+// scripts/realtime-sanitizer.sh), each call also runs under it.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -37,7 +36,7 @@ int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
     ++unlocks;
     return unlock(mutex);
 }
-// Drops log lines without asking the kernel.
+// Discards log lines without a system call.
 ssize_t write(int fd, const void* buf, size_t n) {
     if (fd == STDERR_FILENO) {
         ++lines;
@@ -46,7 +45,7 @@ ssize_t write(int fd, const void* buf, size_t n) {
     }
     return syscall(SYS_write, fd, buf, n);
 }
-// Of the sanitizer; null without it.
+// Defined by the sanitizer; null without it.
 // NOLINTBEGIN(bugprone-reserved-identifier): its names
 __attribute__((weak)) void __rtsan_realtime_enter();
 __attribute__((weak)) void __rtsan_realtime_exit();
@@ -59,8 +58,8 @@ constexpr uint32_t kLongest = 2048;
 const std::vector<int16_t> in = NoiseSamples(size_t{2} * kLongest, 32767);
 std::vector<int16_t> out(in.size());
 
-// Everything that arrives on the audio thread. Returns how many calls failed or did anything but
-// lock once and unlock once, without a line between.
+// Makes every kind of call that arrives on the audio thread. Returns how many calls failed, or did
+// not lock once and unlock once, or wrote a log line in between.
 int AudioThread(Instance& instance) {
     int wrong = 0;
     const auto call = [&wrong](auto body) {
@@ -105,7 +104,7 @@ TEST(RealTime, EveryCallLocksOnceAndAsksTheKernelForNothing) {
                 instance.SetEveryValue(value);
                 EXPECT_GT(lines, 30);
                 EXPECT_EQ(linesUnderLock, 0) << "of " << lines << " lines";
-                // The real-time sanitizer makes system calls of its own.
+                // Skipped under the real-time sanitizer, which makes system calls itself.
                 if (__rtsan_realtime_enter == nullptr) {
                     EXPECT_EQ(EndWithoutSystemCalls([&] { return AudioThread(instance); }), 0);
                 }

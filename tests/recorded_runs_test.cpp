@@ -1,10 +1,11 @@
-// Plays recorded scenarios through the shared library and compares every output sample, by digest,
-// with what an independent implementation gave.
+// Plays recorded scenarios through the shared library. Compares the digest of all output samples
+// with that of an independent implementation.
 //
-// A scenario is a list of calls on one new instance: `configure RATE CHANNELS` (and the input
-// starts again), `command CODE`, `set ID VALUES`, `get ID VALUE`, `process FRAMES COUNT`. The input
-// is stereo; mono runs read channel 0. Every second buffer is processed in place. With
-// ORVANE_RUN_OUTPUT set to a folder the samples are written there, to find the first that differs.
+// A scenario is a list of calls on one new instance. The calls are `configure RATE CHANNELS`,
+// `command CODE`, `set ID VALUES`, `get ID VALUE` and `process FRAMES COUNT`. `configure` also
+// restarts the input. The input is stereo; mono runs read channel 0. Every second buffer is
+// processed in place. If the environment variable ORVANE_RUN_OUTPUT names a folder, the samples are
+// written there, to find the first that differs.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -31,7 +32,7 @@ Samples Play(const std::string& name, const Samples& input) {
     std::ifstream file(kData + "/runs/" + name + ".txt");
     EXPECT_TRUE(file);
     Instance instance;
-    size_t channels = 2, position = 0;  // frames
+    size_t channels = 2, position = 0;  // in frames
     Samples output;
     for (std::string line; std::getline(file, line);) {
         std::istringstream words(line.substr(0, line.find('#')));
@@ -45,7 +46,7 @@ Samples Play(const std::string& name, const Samples& input) {
             position = 0;
             effect_config_t config =
                 MakeConfig(static_cast<uint32_t>(v[0]), static_cast<uint32_t>(v[1]));
-            config.outputCfg.accessMode = EFFECT_BUFFER_ACCESS_ACCUMULATE;  // in vain
+            config.outputCfg.accessMode = EFFECT_BUFFER_ACCESS_ACCUMULATE;  // must have no effect
             EXPECT_EQ(instance.Configure(config), 0);
         } else if (verb == "command") {
             instance.Command(static_cast<uint32_t>(v.at(0)));

@@ -1,5 +1,5 @@
-// Sources that are cut, joined or otherwise damaged: each is found, named in one line, and written
-// as far as it goes.
+// Tests sources that are cut, joined or otherwise damaged. The damage is found, named in one line,
+// and the output has all that can be read.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -34,7 +34,7 @@ void WriteBytes(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-// Renders quietly and returns the frames of the result.
+// Renders quietly and returns the number of frames of the output.
 int64_t Render(const std::string& source, int status, const std::string& environment = "") {
     fs::remove("out.wav");
     const std::string line = "env " + environment + " $ORVANE render -q --preset off " + source;
@@ -74,7 +74,7 @@ TEST_F(DamagedSource, IsToldFromAWholeOneInEveryFormat) {
             EXPECT_LT(frames, kFrames * 7 / 10) << source;
             EXPECT_GT(frames, kFrames * 2 / 10) << source;
         }
-        // A pipe that breaks.
+        // The pipe breaks.
         EXPECT_EQ(Shell("cat cut" + name + " | $ORVANE render -q --preset off - broken.wav"), 3);
         ExpectOneLine(name);
         fs::remove("broken.wav");
@@ -104,13 +104,13 @@ TEST_F(DamagedSource, IsFoundByTheHeaderOfAWavFile) {
     EXPECT_EQ(Render("second.wav", 3), kFrames);
     WriteBytes("within.wav", whole + std::string("LIST\x80\0\0\0INFO", 12));
     EXPECT_EQ(Render("within.wav", 3), kFrames);
-    // What may follow the samples.
+    // These bytes may follow the samples of a whole file.
     for (const std::string& tail : {std::string(3000, '\0'), std::string("abc"),
                                     "TAG" + std::string(125, ' '), "JUNK" + std::string(4, '\0')}) {
         WriteBytes("tail.wav", whole + tail);
         EXPECT_EQ(Render("tail.wav", 0), kFrames);
     }
-    // No samples, and none missing: nothing can be read.
+    // No samples are promised and none are missing, so the output is empty.
     WriteBytes("empty.wav", withSize(0).substr(0, data + 8) + std::string("LIST\4\0\0\0INFO", 12));
     EXPECT_EQ(Shell("$ORVANE render -qf empty.wav out.wav"), 0) << Slurp("err");
 
@@ -137,13 +137,14 @@ TEST_F(DamagedSource, ThatWasJoinedIsReadWholeByFfmpeg) {
         WriteBytes("joined", whole.substr(0, whole.size() - 3000));
         EXPECT_GT(Render("joined", 3), frames * 6 / 10) << first << second;
     }
-    // Bytes of another program that lie ahead on standard input.
+    // Another program has read the bytes before the file from standard input.
     WriteBytes("joined", "ahead" + Slurp("a.ogg") + Slurp("a.opus"));
     EXPECT_EQ(Shell("{ dd bs=5 count=1 of=ahead; $ORVANE render -f - out.wav; } <joined"), 0)
         << Slurp("err");
     EXPECT_EQ(SndfileHandle("out.wav").frames(), 2 * kFrames);
 
-    // Nothing counts the frames of these, and the first one's bit rate is not the others'.
+    // These files have no frame count, and the bit rate of their first frame is not that of the
+    // others.
     std::string uncounted = Slurp("a.mp3");
     const size_t count = std::min(uncounted.find("Xing"), uncounted.find("Info"));
     ASSERT_LT(count, 3000);
@@ -196,12 +197,13 @@ TEST_F(DamagedSource, CrashesOnlyTheProcessThatDecodesIt) {
     EXPECT_GT(Render("a.m4a", 3, "PATH=bin:$PATH"), kFrames);
     fake("head -c 20; kill -SEGV $$");
     Render("a.m4a", 1, "PATH=bin:$PATH");
-    // A list of other files isn't followed.
+    // A playlist of other files is not followed.
     WriteBytes("list.m3u8", "#EXTM3U\n#EXTINF:1,\na.m4a\n#EXT-X-ENDLIST\n");
     Render("list.m3u8", 1);
 }
 
-// The decoder's own messages stay away from the user, and what a pipe carries is decoded as a file.
+// The user sees no message of the decoder itself. A file that comes through a pipe is decoded as a
+// file.
 TEST_F(DamagedSource, InTheMiddleSaysOneLine) {
     const std::string mp3 = Slurp("a.mp3");
     for (const size_t step : {97U, 997U, 3001U, 9001U}) {
@@ -221,7 +223,7 @@ TEST_F(DamagedSource, InTheMiddleSaysOneLine) {
 }
 
 #if defined(__SANITIZE_ADDRESS__)
-// A report isn't silenced with the rest.
+// The silencer must not suppress a sanitizer's report.
 TEST(StderrSilencer, LetsASanitizerSpeak) {
     const auto overrun = [] {
         const StderrSilencer silencer;

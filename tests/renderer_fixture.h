@@ -1,4 +1,4 @@
-// What the renderer's tests share: files made here, and the program run on them.
+// Helpers of the renderer's tests. They write files and run the program on them.
 #pragma once
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -16,7 +16,7 @@
 #include <vector>
 
 namespace fs = std::filesystem;
-using Floats = std::vector<float>;  // interleaved, full scale 1.0
+using Floats = std::vector<float>;  // interleaved samples, full scale 1.0
 
 constexpr int kWav16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
 constexpr int kFlac16 = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
@@ -26,7 +26,7 @@ inline std::string Slurp(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The same sine on every channel.
+// Returns the same sine on every channel.
 inline Floats Sine(double amplitude, double frequencyHz, int rateHz, size_t channels,
                    double seconds) {
     Floats samples;
@@ -54,19 +54,20 @@ std::vector<Sample> Read(const std::string& path) {
     return samples;
 }
 
-// The exit status of a line that calls the program $ORVANE. Output goes to files out and err.
+// Runs a shell line that calls the program as $ORVANE. Its output goes to the files out and err.
+// Returns its exit status.
 inline int Shell(const std::string& line) {
     const int status = std::system(("{ " + line + "; } >out 2>err").c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// A message is one line.
+// Expects that the last command printed exactly one line. The failure message shows `line`.
 inline void ExpectOneLine(const std::string& line) {
     const std::string said = Slurp("out") + Slurp("err");
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << line << ": " << said;
 }
 
-// Renders and gives the report.
+// Renders, expects the exit status `status`, and returns the report.
 inline nlohmann::json Report(const std::string& arguments,
                              const std::string& preset = "--preset off ", int status = 0) {
     EXPECT_EQ(Shell("$ORVANE render -f --json " + preset + arguments), status) << Slurp("err");
@@ -77,7 +78,7 @@ inline auto FilesHere() {
     return std::distance(fs::directory_iterator("."), fs::directory_iterator());
 }
 
-// Every test has an empty folder of its own and runs the program in it.
+// Each test runs the program in its own empty folder.
 struct Renderer : testing::Test {
     Renderer() {
         setenv("ORVANE", ORVANE_PROGRAM, 1);

@@ -1,4 +1,4 @@
-// What the renderer tells and draws of a piece, against what is known of it.
+// Tests what the renderer measures and draws against pieces with known measurements.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -10,7 +10,8 @@
 
 namespace {
 
-// 1 kHz at -23 dB on both channels has -23 LUFS (EBU Tech 3341, test 1).
+// Returns a sine of 1 kHz. With -23 dB on both channels its loudness is -23 LUFS (EBU Tech 3341,
+// test 1).
 Floats Calibrated(double db, double rightDb, int rateHz, double seconds) {
     Floats samples = Sine(std::pow(10, db / 20), 1000, rateHz, 2, seconds);
     for (size_t n = 1; n < samples.size(); n += 2)
@@ -18,14 +19,14 @@ Floats Calibrated(double db, double rightDb, int rateHz, double seconds) {
     return samples;
 }
 
-// A plotter in front of the true one, which keeps the script.
+// Puts a plotter in front of the real one that keeps the script.
 void KeepScripts() {
     fs::create_directory("bin");
     std::ofstream("bin/gnuplot") << "#!/bin/sh\ntee script | PATH=${PATH#bin:} gnuplot \"$@\"\n";
     fs::permissions("bin/gnuplot", fs::perms::owner_all);
 }
 
-// Columns of a block of data in the script.
+// Returns the columns of a named data block of the script.
 std::vector<std::vector<double>> Data(const std::string& script, const std::string& name) {
     std::vector<std::vector<double>> columns(11);
     std::istringstream lines(script.substr(script.find(name + " << EOD")));
@@ -38,7 +39,7 @@ std::vector<std::vector<double>> Data(const std::string& script, const std::stri
     return columns;
 }
 
-// The numbers after a word, up to where the text stops being about them.
+// Returns the two numbers that the first match of the pattern captures, NaN if there is no match.
 std::pair<double, double> Numbers(const std::string& text, const std::string& pattern) {
     std::smatch found;
     if (!std::regex_search(text, found, std::regex(pattern))) return {NAN, NAN};
@@ -50,7 +51,7 @@ struct KnownPiece {
     int rateHz;
     Floats samples;
     double beforeLufs, afterLufs, beforePeakDb, afterPeakDb, beforeRangeLu,
-        afterRangeLu;  // NaN: none
+        afterRangeLu;  // NaN if not measured
 };
 
 TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
@@ -69,7 +70,7 @@ TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
         {"96 kHz", 96000, Calibrated(-23, -23, 96000, 4), -23, -29, -23, -29, 0, 0},
         {"right side", 48000, Calibrated(-40, -10, 48000, 4), -13, -19, -10, -16, 0, 0},
         {"two levels", 44100, steps(-30, -20), -22.5, -28.5, -20, -26, 10,
-         10},  // EBU Tech 3342, test 1
+         10},  // from EBU Tech 3342, test 1
         {"overs", 44100, steps(-12, 6), 6, -3.9, 6, -5.9, 18, 14.1},
         {"2 s", 44100, Calibrated(-23, -23, 44100, 2), -23, -29, -23, -29, NAN, NAN},
         {"0.2 s", 44100, Calibrated(-23, -23, 44100, 0.2), NAN, NAN, -23, -29, NAN, NAN},
@@ -119,7 +120,8 @@ TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
         EXPECT_EQ(script.find(" none "), std::string::npos);
         EXPECT_EQ(script.find("silent'") != std::string::npos, piece.name == "silence");
         if (!hasLoudness) continue;
-        // The curves end as loud as the piece does; all is softer by the gain.
+        // The curves must end at the loudness of the piece's end. All outputs are softer by the
+        // gain.
         const auto loudness = Data(script, "$loudness"), gain = Data(script, "$gain");
         const auto spectrum = Data(script, "$spectrum"), response = Data(script, "$response");
         const size_t last = loudness[0].size() - 10;
@@ -159,7 +161,7 @@ TEST_F(Renderer, MarksWhereTheBandsCancelAndBandsLongPieces) {
         }
         EXPECT_LT(lowest, around - 3) << hz;
     }
-    EXPECT_GT(loudness[0].size(), 350);  // columns of a few tenths of a second
+    EXPECT_GT(loudness[0].size(), 350);  // each column covers a few tenths of a second
     EXPECT_LE(loudness[0].size(), 700);
     for (size_t i = 0; i < loudness[0].size(); ++i) {
         EXPECT_LE(loudness[3][i], loudness[1][i] + 1e-6);
@@ -181,7 +183,7 @@ TEST_F(Renderer, LeavesPausesAndDitherOutOfThePicture) {
     const Floats soft = Calibrated(-40, -40, 32000, 66);
     piece.insert(piece.end(), dither.begin(), dither.end());  // from 30 s to 36 s
     piece.insert(piece.end(), soft.begin(), soft.end());
-    for (const int seconds : {60, 102}) {  // momentary and short-term
+    for (const int seconds : {60, 102}) {  // both momentary and short-term loudness
         Write("in.wav", Floats(piece.begin(), piece.begin() + 64000 * seconds), 32000, 2);
         ASSERT_EQ(Shell("PATH=bin:$PATH $ORVANE picture -f --preset night in.wav a.png"), 0);
         const std::string script = Slurp("script");
@@ -243,7 +245,7 @@ TEST_F(Renderer, LossyFilesDecodeToWhatWasEncoded) {
 }
 
 TEST_F(Renderer, HoldsTheWholeOutputBelowACeiling) {
-    // All samples of this sine lie 3.0 dB below its peak.
+    // All samples of this sine are 3.0 dB below its true peak.
     Floats sine = Sine(1.39, 11025, 44100, 2, 2);
     for (size_t n = 0; n < sine.size(); ++n) sine[n] = n / 2 % 4 < 2 ? 0.98F : -0.98F;
     Write("in.wav", sine, 44100, 2);
@@ -266,7 +268,7 @@ TEST_F(Renderer, HoldsTheWholeOutputBelowACeiling) {
                     "0.1 -q && $ORVANE render in.wav c.wav --output-gain 0.1 --ceiling=0dB -q && "
                     "cmp b.wav c.wav && ! cmp a.wav b.wav"),
               0);
-    // Noise at full scale, whose peaks an encoder raises.
+    // An encoder raises the peaks of noise at full scale.
     Floats loud;
     for (const int16_t sample : NoiseSamples(size_t{4} * 44100, 32767))
         loud.push_back(sample > 0 ? 0.99F : -0.99F);
@@ -290,7 +292,7 @@ TEST_F(Renderer, HoldsTheWholeOutputBelowACeiling) {
                   0)
             << name;
     }
-    EXPECT_EQ(FilesHere(), 11);  // nothing of the tries is left
+    EXPECT_EQ(FilesHere(), 11);  // no file of the attempts is left
 }
 
 TEST_F(Renderer, WritesToTheEndOrSaysThatItCannot) {

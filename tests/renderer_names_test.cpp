@@ -1,5 +1,5 @@
-// What the renderer keeps of a file beside its sound and its tags, and what it does with names that
-// are long or evil.
+// Tests what the renderer keeps of a file besides its sound and tags, and how it handles long and
+// malicious names.
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
 #include <taglib/fileref.h>
@@ -13,7 +13,8 @@
 
 namespace {
 
-// Numbers of 32 bits as files hold them: RIFF with the low byte first, FLAC and ID3 with the high.
+// Return 32-bit numbers as files store them: Low as RIFF does (little-endian), High as FLAC and ID3
+// do (big-endian).
 std::string Low(std::initializer_list<uint32_t> words) {
     std::string bytes;
     for (const uint32_t word : words)
@@ -39,7 +40,7 @@ std::string Broadcast(uint32_t time, const std::string& loudness) {
                              std::string(64, 'u') + loudness + std::string(181, 'r'));
 }
 
-// Start and title of each chapter.
+// Returns the start and title of each chapter.
 std::string Chapters(const std::string& path) {
     Shell("ffprobe -v error -of csv=p=0 -show_entries chapter=start_time:chapter_tags=title " +
           path);
@@ -85,7 +86,7 @@ TEST_F(Renderer, MarksOfWavFilesStayWhereTheyAreHeard) {
     }
     EXPECT_NE(Report("in.wav out.caf")["warnings"].dump().find("cue chunk"), std::string::npos);
 
-    // No format that holds loops gets another rate today.
+    // Tested without the program, because today no format with loops gets another rate.
     Marks marks{{{"smpl", Loop(45351, 22050, 44099).substr(8)},
                  {"adtl", region.substr(12)},
                  {"cue ", Cue(44099).substr(8)}},
@@ -98,7 +99,7 @@ TEST_F(Renderer, MarksOfWavFilesStayWhereTheyAreHeard) {
     EXPECT_EQ(marks.chunks[2].bytes, Cue(96098).substr(8));
 }
 
-// Of a disc: tracks at 0 and 3 s, of which the second is heard half a second later.
+// Returns a cue sheet with tracks at 0 and 3 s. The sound of the second begins half a second later.
 std::string CueSheet(bool isDisc, uint32_t delay) {
     const auto frame = [](uint32_t place) { return std::string(4, '\0') + High(place); };
     const auto track = [&](uint32_t place, char number, char indices) {
@@ -180,7 +181,7 @@ TEST_F(Renderer, InPlaceAFileKeepsWhatItsOwnerGaveIt) {
               "stat -c '%u %g %a %y' in.wav >before; $ORVANE render in.wav in.wav -f --keep-times "
               "&&"
               "stat -c '%u %g %a %y' in.wav | cmp - before",
-          // A new file has the present's time, unless it is to have the source's.
+          // A new file has the present time, unless the source's is asked for.
           std::string("$ORVANE render in.wav new.wav && test $(stat -c %Y new.wav) -gt 1700000000"),
           std::string("$ORVANE render - old.wav --keep-times <in.wav && test ! old.wav -nt in.wav"),
           std::string("! cat in.wav | $ORVANE render - no.wav --keep-times && test ! -e no.wav"),
@@ -207,7 +208,7 @@ TEST_F(Renderer, NamesAreAsLongAsTheFileSystemTakes) {
         }
 }
 
-// Whether a terminal would act on it, apart from line ends.
+// Returns whether a terminal would act on the text, apart from line ends.
 bool ActsOnTerminals(const std::string& text) {
     static const std::regex acts(
         "[\\x01-\\x09\\x0B-\\x1F\\x7F]|\xC2[\x80-\x9F]|\xE2\x80[\xA8-\xAE]|\xE2\x81[\xA6-\xA9]|"
@@ -216,7 +217,8 @@ bool ActsOnTerminals(const std::string& text) {
 }
 
 TEST_F(Renderer, NamesTagsAndSettingsDoNothingToTheTerminal) {
-    // ESC, a line end, DEL, and as UTF-8 CSI and an override of the direction; ü and € stay.
+    // Contains ESC, a line end, DEL and, in UTF-8, CSI and an override of the writing direction.
+    // The letters ü and € must be kept.
     const std::string evil =
         "ü\x1B]0;a\a\n\x7F\xC2\x9B"
         "2J\xE2\x80\xAE€";
@@ -252,7 +254,7 @@ TEST_F(Renderer, NamesTagsAndSettingsDoNothingToTheTerminal) {
     }
     EXPECT_EQ(nlohmann::json::parse(Slurp("out"))["input"], name);
     EXPECT_NE(Slurp("err").find("cannot keep ü\\u001b]0;A"), std::string::npos) << Slurp("err");
-    // A byte of Latin-1, and one on which terminals of 8 bits act.
+    // The name contains a byte of Latin-1, and one on which 8-bit terminals act.
     EXPECT_EQ(Shell("$ORVANE render $'\xFC\x9B.wav' out.wav"), 1);
     EXPECT_NE(Slurp("err").find("\xFC\\x9b.wav"), std::string::npos) << Slurp("err");
 }

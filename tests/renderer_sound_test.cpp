@@ -1,4 +1,4 @@
-// What the renderer makes of the sound that it is asked for: beginnings, tone, loudness, presets.
+// Tests the sound of the renderer's output: beginnings, tone curves, loudness, presets.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -19,7 +19,8 @@ double LevelDb(const Floats& samples, size_t from, size_t count) {
     return 10 * std::log10(power);
 }
 
-// Two seconds each of what presets are made for: noise, times a level over time, clipped.
+// Returns two seconds each of the kinds of sound that presets are made for. Each is noise,
+// multiplied by a level over time and clipped.
 std::map<std::string, Floats> Kinds() {
     std::map<std::string, Floats> kinds;
     const Floats noise = Noise<float>(4 * kHalfSecond, 1);
@@ -119,7 +120,7 @@ TEST_F(Renderer, ATonesCurveComesOutWithItsPeakAtFullScale) {
             for (const auto& [hz, db] : curve)
                 EXPECT_NEAR(gainDb(hz) - 20 * std::log10(outputGain), db, 1.5) << tone;
             EXPECT_LT(report["tone"]["rmsDb"], 0.5);
-            // What an application sends for it are the same levels.
+            // The records that an application would send have the same levels.
             EXPECT_EQ(Shell("$ORVANE tone --records --rate " + std::to_string(rateHz) + " " + tone),
                       0);
             std::istringstream lines(Slurp("out"));
@@ -135,7 +136,7 @@ TEST_F(Renderer, ATonesCurveComesOutWithItsPeakAtFullScale) {
         }
 }
 
-// 30 kHz is beyond what the chain can take, 21 kHz isn't, and 18 kHz is where 30 kHz would fold to.
+// 21 kHz is below half the chain's rate, 30 kHz is above it. 30 kHz would alias to 18 kHz.
 TEST_F(Renderer, ResamplesWithoutLossAndWithoutImages) {
     Floats both = Sine(0.4, 21000, 96000, 1, 0.5);
     const Floats beyond = Sine(0.4, 30000, 96000, 1, 0.5);
@@ -143,7 +144,8 @@ TEST_F(Renderer, ResamplesWithoutLossAndWithoutImages) {
     Write("in.wav", both, 96000, 1);
     Report("in.wav out.wav");
     const Floats result = Read("out.wav");
-    const Floats middle(result.begin() + 19200, result.begin() + 28800);  // whole periods of each
+    // contains whole periods of each tone
+    const Floats middle(result.begin() + 19200, result.begin() + 28800);
     const auto levelDb = [&](double hz) {
         return 20 * std::log10(std::abs(Response(middle, hz / 96000)) / 4800 / 0.4);
     };

@@ -1,4 +1,4 @@
-// The renderer from end to end: the program is run on files made here.
+// Tests the renderer from end to end, by running the program on files made here.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,7 +20,7 @@ TEST_F(Renderer, AlignsTheOutputForAnyBufferAndSettings) {
         {"--eq 9=0.2", 511},
         {"--enhancer", 382},
         {"--eq 9=0.5 --playback-gain --enhancer", 893}};
-    // Silent frames that the enhancer's blocks put into the stream, by buffer size.
+    // For each buffer size, the silent frames that the enhancer's blocks insert into the stream.
     const std::pair<size_t, size_t> blocks[] = {{100, 800}, {770, 0}, {1024, 1024}, {5000, 5000}};
     for (const auto& [chain, streamDelay] : chains)
         for (const auto& [buffer, silent] : blocks)
@@ -39,7 +39,8 @@ TEST_F(Renderer, AlignsTheOutputForAnyBufferAndSettings) {
 TEST_F(Renderer, GivesTheBitsOfTheLibraryHoweverTheInputArrives) {
     std::vector<int16_t> pcm = NoiseSamples(size_t{30} * 2 * 777, 32767);
     Write("in.wav", pcm, 48000, 2);
-    pcm.resize(size_t{34} * 2 * 777);  // silence pushes the rest out
+    // the silence makes the chain return all of its delayed output
+    pcm.resize(size_t{34} * 2 * 777);
     Instance instance;
     instance.Start(48000, 2);
     const std::vector<int16_t> expected = instance.Run(pcm, 777, 2);
@@ -63,7 +64,7 @@ TEST_F(Renderer, GivesTheBitsOfTheLibraryHoweverTheInputArrives) {
         ASSERT_EQ(result.size(), size_t{30} * 2 * 777 + size_t{2} * (893 + 777)) << line;
         EXPECT_TRUE(std::equal(result.begin(), result.end(), expected.begin())) << line;
     }
-    // Saved and read back; the first wrong line is told.
+    // Settings are saved and read back. The first wrong line is reported.
     EXPECT_EQ(Shell("$ORVANE render in.wav --save sound" + options +
                     " out.wav && $ORVANE render"
                     " in.wav again.wav --cold-start --keep-delay --buffer 777 --preset sound"
@@ -88,14 +89,15 @@ TEST_F(Renderer, WritesTheFormatOfTheEndingAtTheRateAndLengthOfTheInput) {
         {"d.wav", 88200, kWav16, 88200},
     };
     for (const auto& [output, inputHz, format, outputHz] : cases) {
-        // Whole periods, so that no resampler sees a step, and an odd length at 96000 Hz.
+        // The sine has whole periods, so that no resampler sees a step. Its length is odd at 96000
+        // Hz.
         const Floats sine = Sine(0.5, 1000, inputHz, 1, 2.0170105);
         Write("in.wav", sine, inputHz, 1);
         const bool played = inputHz >= 32000 && inputHz <= 48000;
         const nlohmann::json report = Report("in.wav " + output);
         const bool resampled = !played || outputHz != inputHz;
         EXPECT_EQ(report["notes"].size(), resampled) << output;
-        EXPECT_EQ(report["warnings"].size(), output == "a.au") << output;  // no tags there
+        EXPECT_EQ(report["warnings"].size(), output == "a.au") << output;  // AU files have no tags
         const int chainHz = played ? inputHz : inputHz % 11025 == 0 ? 44100 : 48000;
         EXPECT_EQ(report["chainRateHz"], chainHz) << output;
         SndfileHandle file(output);
@@ -110,12 +112,12 @@ TEST_F(Renderer, WritesTheFormatOfTheEndingAtTheRateAndLengthOfTheInput) {
         double worst = 0;
         for (size_t n = 0; n < sine.size(); ++n)
             worst = std::max<double>(worst, std::abs(result[n] - 0.998f * sine[n]));
-        EXPECT_LT(worst, 0.01) << output;  // one frame off would be 0.03
+        EXPECT_LT(worst, 0.01) << output;  // an offset of one frame would give 0.03
     }
 }
 
 TEST_F(Renderer, DithersWhatIsLongerAndCountsWhatClips) {
-    // A third of a step of 16 bits: dither keeps it, rounding loses it.
+    // The amplitude is a third of a 16-bit step. Dither keeps the sine, rounding loses it.
     const Floats soft = Sine(0.33 / 32768, 441, 44100, 1, 2);
     Write("in.wav", soft, 44100, 1, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
     for (const bool dither : {true, false}) {
@@ -124,7 +126,7 @@ TEST_F(Renderer, DithersWhatIsLongerAndCountsWhatClips) {
         const Floats result = Read("out.wav");
         const double gain = std::inner_product(result.begin(), result.end(), soft.begin(), 0.0) /
                             std::inner_product(soft.begin(), soft.end(), soft.begin(), 0.0);
-        EXPECT_NEAR(gain, dither ? 15 : 0, dither ? 0.5 : 0);  // 15.97 cut to whole steps
+        EXPECT_NEAR(gain, dither ? 15 : 0, dither ? 0.5 : 0);  // 15.97 truncated to whole steps
     }
     const Floats hot = Sine(2, 997, 44100, 1, 1);
     Write("in.wav", hot, 44100, 1, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
@@ -160,7 +162,7 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
     fs::create_directory("sub");
     fs::create_hard_link("in.wav", "sub/in");
     fs::create_symlink("new.png", "link.wav");
-    const auto files = FilesHere() + 2;  // out and err
+    const auto files = FilesHere() + 2;  // plus the files out and err
     std::istringstream lines(
         "1 missing.wav old.wav -f; 1 old.wav new.wav; 1 in.wav old.wav; 1 six.wav new.wav; "
         "1 in.wav new.wav --picture old.wav; 1 - new.wav; 1 in.wav new.wav --library in.wav; "
@@ -198,7 +200,7 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
               0);
     EXPECT_EQ(Read("in.wav").size(), sine.size());
     EXPECT_EQ(FilesHere(), files);
-    // A link to nothing is refused before anything is read, and followed when told to.
+    // A link to a missing file is refused before anything is read, and followed with -f.
     EXPECT_EQ(Shell("$ORVANE render missing.wav link.wav 2>&1 | grep link"), 0);
     EXPECT_EQ(Shell("$ORVANE render in.wav link.wav -f && test -h link.wav"), 0);
     EXPECT_EQ(Read("new.png").size(), sine.size());
@@ -210,7 +212,7 @@ TEST_F(Renderer, SaysWhatItCannotWriteAndKeepsWhatIsThere) {
                                    "render --list-presets >&-", "render in.wav - >/dev/full",
                                    "render in.wav a.wav -f -q --json >/dev/full",
                                    "render in.wav b.wav -q --picture b.png"}) {
-        EXPECT_EQ(Shell("PATH=/ $ORVANE " + line), 1) << line;  // where no plotter is
+        EXPECT_EQ(Shell("PATH=/ $ORVANE " + line), 1) << line;  // this PATH has no plotter
         ExpectOneLine(line);
     }
     EXPECT_EQ(Read("a.wav").size() + Read("b.wav").size(), 2 * 88200);
@@ -223,7 +225,8 @@ TEST_F(Renderer, SaysWhatItCannotWriteAndKeepsWhatIsThere) {
         const auto size = fs::file_size(name);
         std::ofstream(name) << "old";
         const auto files = FilesHere();
-        // In the middle, and in the last pages: no nearer, since an MP3's size varies by a percent.
+        // The disk is full in the middle of the file, or in its last pages. It cannot be nearer to
+        // the end, because an MP3 file's size varies by a percent.
         for (const auto blocks : {size / 1024, size * 31 / 32 / 512}) {
             setenv("BLOCKS", std::to_string(blocks).c_str(), 1);
             EXPECT_EQ(Shell("trap '' XFSZ; ulimit -f $BLOCKS; $ORVANE $COMMAND -f -q in.wav $OUT"),
@@ -251,7 +254,7 @@ TEST_F(Renderer, NotesWhatIsWrongWithTheInput) {
             EXPECT_NE(damage(source, 3).find("of 40000 bytes"), std::string::npos) << format;
     }
     EXPECT_EQ(Shell("head -c 30000 in | $ORVANE render - - | head -c 30000 >pipe.wav"), 0);
-    EXPECT_EQ(damage("pipe.wav", 0), "[]");  // the header leaves it open
+    EXPECT_EQ(damage("pipe.wav", 0), "[]");  // the header leaves the length open
 
     Floats odd = Sine(0.1, 1000, 22050, 1, 1);
     odd[3000] = NAN;
@@ -261,7 +264,7 @@ TEST_F(Renderer, NotesWhatIsWrongWithTheInput) {
         EXPECT_EQ(Report("in out.wav", "--preset off ", 3)["notNumbers"], 2);
         EXPECT_NEAR(Read("out.wav")[3004], 0.998f * odd[3004], 0.03) << rate;
     }
-    // Finite, and not after the resampler.
+    // These samples are finite, but not after the resampler.
     std::fill_n(odd.begin() + 5000, 5000, 3e38f);
     Write("in", odd, 22050, 1, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
     EXPECT_GT(Report("in out.wav", "--preset off ", 3)["notNumbers"], 2);
@@ -273,9 +276,10 @@ TEST_F(Renderer, NotesWhatIsWrongWithTheInput) {
 
 TEST_F(Renderer, LeavesNothingBehindWhenInterrupted) {
     Write("in.wav", Sine(0.5, 1000, 44100, 2, 1), 44100, 2);
-    // A header that leaves the length open, so that it is played as it comes.
+    // The header leaves the length open, so the input is processed as it arrives.
     EXPECT_EQ(Shell("$ORVANE render -q in.wav - >open.wav; mv open.wav in.wav; mkfifo pipe"), 0);
-    // Ended once it has made a temporary file and no other of a pipe that stays open.
+    // The program is ended after it has created a temporary file for the output, but none for the
+    // pipe, which stays open.
     for (const int number : {SIGINT, SIGTERM, SIGPIPE, SIGQUIT, SIGXCPU, SIGXFSZ}) {
         const std::string end = "kill -" + std::to_string(number) + " $!";
         EXPECT_EQ(Shell("ulimit -c 0;"
@@ -286,7 +290,7 @@ TEST_F(Renderer, LeavesNothingBehindWhenInterrupted) {
                         " && break; done;"
                         "exec 3>&-; wait $!"),
                   128 + number);
-        EXPECT_EQ(FilesHere(), 4) << number;  // in.wav, pipe, out, err
+        EXPECT_EQ(FilesHere(), 4) << number;  // the files in.wav, pipe, out and err
     }
 }
 

@@ -1,5 +1,5 @@
-// The renderer as a tool: what it keeps of a file beside the sound, what it says, how it shares a
-// folder with others.
+// Tests the renderer as a tool: which tags it keeps, what it prints, and how it shares a folder
+// with other programs.
 #include <gtest/gtest.h>
 #include <taglib/attachedpictureframe.h>
 #include <taglib/fileref.h>
@@ -52,7 +52,7 @@ TEST_F(Renderer, KeepsTagsAndTheCoverOrSaysWhatIsLost) {
         if (!lost.empty()) said = "orvane: " + output + " cannot keep " + lost + "\n" + said;
         EXPECT_EQ(Shell("$ORVANE render -fq --preset off in.flac " + output), 0);
         EXPECT_EQ(Slurp("err"), said);
-        // Where the tags went in, the sound is as without.
+        // Writing tags does not change the sound.
         const std::string bare = "bare" + fs::path(output).extension().string();
         Report("without.flac " + bare);
         if ((SndfileHandle(bare).format() & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16) {
@@ -86,7 +86,7 @@ TEST_F(Renderer, KeepsTagsAndTheCoverOrSaysWhatIsLost) {
         if (!lost.empty()) continue;
         EXPECT_TRUE(pictures.front()->data() == kCover);
         EXPECT_EQ(pictures.front()->type(), TagLib::FLAC::Picture::BackCover);
-        // The sound has room on the disk, the tags have not.
+        // The disk has room for the sound, but not for the tags.
         std::ofstream(output) << "old";
         setenv("BLOCKS", std::to_string(fs::file_size(bare) / 512 + 100).c_str(), 1);
         EXPECT_EQ(Shell("trap '' XFSZ; ulimit -f $BLOCKS; $ORVANE render -fq in.flac " + output),
@@ -166,15 +166,15 @@ TEST_F(Renderer, SharesAFolder) {
     Write("in.wav", NoiseSamples(88200, 3000), 44100, 2);
     for (const char* line :
          {"umask 027; $ORVANE render in.wav mode.wav && test $(stat -c %a mode.wav) = 640",
-          // A file that comes while another is rendered is nobody's to overwrite.
+          // A file that appears while its name is being rendered is not overwritten.
           "mkfifo pipe; $ORVANE render - came.wav <pipe & exec 3>pipe;"
           "$ORVANE render in.wav - | head -c 50000 >&3;"
           "for try in $(seq 100); do sleep 0.1; ls .came-* && break; done; echo old >came.wav;"
           "exec 3>&-; ! wait $! && echo old | cmp - came.wav",
-          // A reader slower than a pipe that doesn't block.
+          // The reader is slower than a non-blocking pipe.
           "perl -MFcntl -e 'fcntl STDOUT, F_SETFL, O_WRONLY | O_NONBLOCK; exec @ARGV' $ORVANE"
           "  render in.wav - | (sleep 0.3; cat) >piped && $ORVANE render in.wav - | cmp - piped",
-          // Without a length ahead, a small file is plain WAV all the same.
+          // A small file is a plain WAV file even if its length was not known in advance.
           "cat in.wav | $ORVANE render - small.wav && head -c 4 small.wav | grep RIFF"})
         EXPECT_EQ(Shell(line), 0) << line << '\n' << Slurp("err");
 }
@@ -201,11 +201,11 @@ TEST_F(Renderer, LeavesOutPicturesThatTheFormatCannotHold) {
     }
 }
 
-// As beyond 4 GiB, with the limit lowered.
+// Tests what happens beyond 4 GiB, with a lower limit.
 TEST_F(Renderer, WhatAWavHeaderCannotCountBecomesRf64) {
     const std::vector<int16_t> samples = NoiseSamples(5000, 3000);
-    // AIFF has no such way out: it is refused at once, or when a length that wasn't known is
-    // reached.
+    // AIFF has no larger form. It is refused at once, or when the limit is reached if the length is
+    // not known.
     for (const std::optional<uint64_t> frames : {std::optional<uint64_t>(2500), {}})
         EXPECT_THROW(
             OpenAudioWriter("out.aiff", true, {44100, 2, frames, 9999}, {})->Write(samples),

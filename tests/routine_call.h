@@ -12,7 +12,7 @@
 extern "C" uint32_t ChangedRegisters(const void* routine, const uint32_t* arguments,
                                      uint32_t* result);
 
-// Returns the argument's bits as a word.
+// Returns the bits of the argument as a 32-bit word.
 template <typename Argument>
 uint32_t Word(Argument argument) {
     uint32_t word = 0;
@@ -21,10 +21,11 @@ uint32_t Word(Argument argument) {
     return word;
 }
 
-// Memory for a routine's input that ends at an unreadable page: a read past the input faults.
+// Memory for a routine's input. It ends at an unreadable page, so a read beyond the input faults.
 class RoutineInput {
 public:
-    // Copies the values there. The result is valid until the next call.
+    // Copies the values to the end of the memory and returns their address. It is valid until the
+    // next call.
     template <typename Value>
     Value* Put(const std::vector<Value>& values) {
         const size_t bytes = values.size() * sizeof(Value);
@@ -39,8 +40,8 @@ private:
     GuardedBlock block{kCapacity};
 };
 
-// Returns the routine's result. The test fails if the routine changed a callee-saved register or
-// the stack pointer.
+// Calls the routine and returns its result. Fails the test if the routine changed a callee-saved
+// register or the stack pointer.
 template <typename Result, typename... Parameters, typename... Arguments>
 uint32_t Call(Result (*routine)(Parameters...), Arguments... arguments) {
     const std::array<uint32_t, 6> words = {Word<Parameters>(arguments)...};

@@ -1,4 +1,4 @@
-// Test signals and brute-force forms. Fixed seeds: a failure repeats.
+// Test signals and brute-force computations. The seeds are fixed, so a failure can be repeated.
 #pragma once
 #include <algorithm>
 #include <bit>
@@ -14,7 +14,7 @@
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-// Uniform in [-amplitude, amplitude).
+// Returns noise, uniform in [-amplitude, amplitude).
 template <typename T>
 std::vector<T> Noise(size_t count, double amplitude, unsigned seed = 1) {
     std::mt19937 random(seed);
@@ -24,7 +24,8 @@ std::vector<T> Noise(size_t count, double amplitude, unsigned seed = 1) {
     return noise;
 }
 
-// Values of every size that sums survive, seed % 5 quarters of them zeros of both signs.
+// Returns values of many magnitudes whose sums neither overflow nor vanish. `seed` % 5 quarters of
+// them are zeros of both signs.
 template <typename T>
 std::vector<T> SparseNoise(size_t count, unsigned seed) {
     std::mt19937 random(seed);
@@ -41,7 +42,7 @@ bool HaveTheSameBits(const std::vector<T>& a, const std::vector<T>& b) {
     return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
 }
 
-// To compare zeros of both signs and what isn't a number.
+// Returns the bits of the samples, to compare zeros of both signs and NaNs.
 template <typename T>
 std::vector<uint32_t> Bits(const std::vector<T>& samples) {
     std::vector<uint32_t> bits(samples.size());
@@ -49,7 +50,8 @@ std::vector<uint32_t> Bits(const std::vector<T>& samples) {
     return bits;
 }
 
-// Infinite if the lengths differ or one value isn't a number.
+// Returns the largest magnitude of a difference. It is infinite if the lengths differ or a value is
+// NaN.
 template <typename A, typename B>
 double LargestDifference(const std::vector<A>& a, const std::vector<B>& b) {
     if (a.size() != b.size()) return HUGE_VAL;
@@ -61,7 +63,7 @@ double LargestDifference(const std::vector<A>& a, const std::vector<B>& b) {
     return largest;
 }
 
-// y[n] = sum of h[k] x[n - k], as long as x.
+// Returns y[n] = sum of h[k] x[n - k], as long as x.
 template <typename X, typename H>
 std::vector<double> DirectConvolution(const std::vector<X>& x, const std::vector<H>& h) {
     std::vector<double> y(x.size());
@@ -71,7 +73,7 @@ std::vector<double> DirectConvolution(const std::vector<X>& x, const std::vector
     return y;
 }
 
-// Transfer function of the impulse response h at `turns` cycles per sample.
+// Returns the transfer function of the impulse response h at `turns` cycles per sample.
 template <typename T>
 std::complex<double> Response(const std::vector<T>& h, double turns) {
     std::complex<double> sum;

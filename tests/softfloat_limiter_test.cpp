@@ -11,7 +11,7 @@
 #include "routine_call.h"
 #endif
 
-// Every kind of gain and sample, ties, products at both ends of the range.
+// Tests all kinds of gains and samples, ties, and products at both ends of the range.
 TEST(SoftFloat, AmplifiesAsFloatsDo) {
     std::mt19937 random(1);
     const auto bits = [&random] { return static_cast<uint32_t>(random()); };
@@ -41,7 +41,7 @@ TEST(SoftFloat, AmplifiesAsFloatsDo) {
     }
 }
 
-// Everywhere, beside whole numbers, beside the gate.
+// Tests products of all magnitudes, products next to integers, and products next to the gate.
 TEST(SoftFloat, MakesShortsOfProductsAsFloatsDo) {
     std::mt19937 random(1);
     for (const float gate : {0.0F, 0x1p-140F, 0.01F, 0.8F, 0.9999F, 1.0F, 1e7F}) {
@@ -63,8 +63,9 @@ TEST(SoftFloat, MakesShortsOfProductsAsFloatsDo) {
     }
 }
 
-// Runs from every scale and beside the places where exponents change, ties, bits lost below them,
-// targets that are steady, fall or vanish. Where a run ends early, the plain steps go on.
+// Tests runs from all magnitudes and next to the values where exponents change. They include ties,
+// bits lost below the last one, and targets that are constant, fall or vanish. If a run ends early,
+// the plain steps continue.
 TEST(LimiterGains, AreThoseOfPlainFloats) {
     std::mt19937 random(1);
     const auto bits = [&random] { return static_cast<uint32_t>(random()); };
@@ -78,7 +79,7 @@ TEST(LimiterGains, AreThoseOfPlainFloats) {
         const size_t count = 1 + bits() % 9, stride = 1 + bits() % 2;
         const uint32_t exponent = (n % 8 == 0 ? 15 : 113) + bits() % 15;
         const uint32_t down = bits() % std::min(23U, exponent);
-        const uint32_t half = 1U << down;  // of the sum's last bit
+        const uint32_t half = 1U << down;  // half of the last bit of the sum
         const uint32_t tie = (bits() & 0x7fffffU & ~(2 * half - 1)) | half | bits() % 2;
         float smoothed = from(exponent);
         const float power = std::bit_cast<float>(exponent << 23U);
@@ -86,7 +87,7 @@ TEST(LimiterGains, AreThoseOfPlainFloats) {
         const float takes[] = {
             smoothed * 0.1001F, from(exponent + 2 - down % 8),
             std::bit_cast<float>((exponent - down - 1) << 23U | tie),
-            std::bit_cast<float>(std::max(rest, 5U) - 5),  // half a bit below the power
+            std::bit_cast<float>(std::max(rest, 5U) - 5),  // half a bit below the power of two
             n % 16 == 0 ? 0x1p-149F : 0};
         const float taken = takes[n % 5];
         for (int i = 0; n % 5 == 0 && i < 200; ++i) smoothed = smoothed * kLimiterKeep + taken;
@@ -126,7 +127,7 @@ TEST(ShortQuotient, IsTheTruncatedOneOf64Bits) {
     }
 }
 
-// Values are compared above.
+// Compares memory and registers. The values are compared above.
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
 TEST(SoftFloatLoops, LimitersEndWhereTheirPortableVersionsDo) {
     std::array<float, 16> gains = {};

@@ -1,5 +1,5 @@
-// Compares the assembly routines with their portable versions: values, memory around the arrays,
-// registers.
+// Compares the assembly versions with their portable versions: values, the memory around the
+// arrays, and registers.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -16,8 +16,8 @@
 
 namespace {
 
-// Values, not words: a zero's exponent counts only as what lies around the loop's numbers, and
-// 2^30 is 2^29 with an exponent of one more.
+// Returns whether two unpacked floats have the same value. Their words may differ: any exponent
+// goes with zero, and 2^30 can also be 2^29 with an exponent larger by one.
 bool Same(SoftFloat a, SoftFloat b) {
     for (SoftFloat* each : {&a, &b})
         for (; each->m != 0 && each->m % 2 == 0; ++each->e) each->m /= 2;
@@ -28,13 +28,13 @@ class Numbers {
 public:
     explicit Numbers(unsigned seed) : random(seed) {}
 
-    // Near each other and far apart, ties, the ends of the significand, zeros; now and then one
-    // that is too small for a product.
+    // Returns an unpacked float with an exponent around `centre`. Successive results are near each
+    // other or far apart. They include ties, both ends of the significand's range and zeros.
     SoftFloat Next(int32_t centre) {
         const uint32_t bits = Bits();
         const uint32_t masks[] = {0x3f, 0xff, 0xfffff, 0x3fffffff};
         const uint32_t fraction = Bits() & 0x1fffffffU & ~masks[bits % 4];
-        // Both ends: 2^30 is a number too.
+        // 2^30 is an allowed significand, too.
         const auto m =
             static_cast<int32_t>(bits / 4 % 32 == 0 ? 0x40000000 : 0x20000000 + fraction);
         const bool zero = bits / 1024 % 16 == 0;
@@ -56,7 +56,7 @@ private:
     std::mt19937 random;
 };
 
-// Values with 8 more on either side, which must stay.
+// An array of values with 8 more on either side. These must not change.
 template <typename Value>
 class Surrounded {
 public:
@@ -65,7 +65,7 @@ public:
         for (size_t i = 0; i < count + 16; ++i) all.push_back(next());
     }
     Value* begin() { return all.data() + 8; }
-    // The first number that differs, or -1.
+    // Returns the index of the first number that differs, or -1.
     long Difference(const Surrounded& other) const {
         constexpr size_t kNumbers = sizeof(Value) / sizeof(SoftFloat);
         const auto at = [](const Surrounded& from, size_t i) {
@@ -83,7 +83,7 @@ private:
     std::vector<Value> all;
 };
 
-// A sum that samples can have, of `bits` bits, at most 40.
+// Returns a possible sum of samples with `bits` bits, at most 40.
 SampleSum SumOfBits(Numbers& numbers, int32_t bits, int32_t raised) {
     const int32_t m = numbers.Next(0).m;
     return SumOf({m, m == 0 ? -30 : bits - 30}, raised);
@@ -195,7 +195,7 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirPortableVersion) {
     RoutineInput joining, parting;
     for (int n = 0; n < 6000; ++n) {
         const size_t frames = 1 + numbers.Bits() % 9;
-        // Often such that a sum is just below 2^25.
+        // The bits are often such that a sum is just below 2^25.
         const int32_t bits = n % 7 == 0 ? 22 : static_cast<int32_t>(numbers.Bits() % 38);
         const bool first = n % 3 == 0;
         const int32_t raised = first ? 0 : n % 5;
@@ -203,7 +203,8 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirPortableVersion) {
             const uint32_t beside = numbers.Bits() % 16 == 0 ? numbers.Bits() % 38 : 3;
             return SumOfBits(numbers, (bits + static_cast<int32_t>(beside)) % 41, by);
         };
-        // 24 bits, few of them, ties beside the sum, the largest, zeros.
+        // Returns samples with all of 24 bits, with few bits, ties next to the sum, the largest,
+        // and zeros.
         const auto sample = [&] {
             const int32_t masks[] = {0x1fffff, 0x3f00, 1 << (6 + n % 12), 0x7f};
             const uint32_t random = numbers.Bits();
@@ -219,10 +220,10 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirPortableVersion) {
         std::vector<int32_t> entering(frames), leaving(first ? frames + 1 : frames);
         std::generate(entering.begin(), entering.end(), sample);
         std::generate(leaving.begin(), leaving.end(), sample);
-        // Now and then the sum becomes 0.
+        // In every fourth turn, the sum becomes 0.
         if (n % 4 == 0) std::copy(entering.begin(), entering.end(), leaving.begin());
         SampleSum sum = n % 4 == 0 ? SampleSum{0, raised} : nextSum(raised);
-        // Down to 2^25 - 1, which is rounded up.
+        // This sum falls to 2^25 - 1, which is rounded up.
         if (n % 64 == 1) sum = {0x800001, 2 + raised}, entering[0] = -5;
         RunningAverage before = {sum, numbers.Factor(), raised}, after = before;
         (first ? RunAveragePortable<true>
@@ -235,7 +236,8 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirPortableVersion) {
     }
 }
 
-// Every short, in either channel, and what the bands leave; both beside what must stay.
+// Tests every 16-bit value in either channel, and all kinds of band outputs. Both end next to
+// memory that must not change.
 TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirPortableVersions) {
     Numbers numbers(6);
     RoutineInput input, bands;
@@ -246,7 +248,8 @@ TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirPortableVersions) {
         for (size_t i = 0; i < frames * channels; ++i)
             shorts.push_back(static_cast<int16_t>(n == 0 ? i / channels : numbers.Bits() % 3));
         std::vector<int32_t> units(frames + 2, 5), unitsPortable = units;
-        const int16_t* const last = input.Put(shorts) + channels - 1;  // the last channel
+        // points to the last channel's first sample
+        const int16_t* const last = input.Put(shorts) + channels - 1;
         const int32_t any = TakeShortsPortable(last, &unitsPortable[1], frames, channels);
         ASSERT_EQ(Call(SoftTakeShorts, last, &units[1], frames, channels),
                   static_cast<uint32_t>(any));
@@ -264,7 +267,7 @@ TEST(SoftFloatLoops, EqualizerEndsGiveTheValuesOfTheirPortableVersions) {
     }
 }
 
-// Samples as floats, zeros of both signs, one beyond the range now and then.
+// The samples are floats with zeros of both signs. Some are outside the range.
 TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsPortableVersion) {
     Numbers numbers(4);
     RoutineInput input;
@@ -299,7 +302,7 @@ TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsPortableVersion) {
         const size_t done = RunContourMixPortable(&expected, floats(portable), frames, channels);
         ASSERT_EQ(Call(SoftContourMix, &got, floats(out), frames, channels), done) << n;
         refused += done < frames ? 1 : 0;
-        // What a frame that isn't done left behind differs.
+        // Frames that were not finished may leave different values.
         ASSERT_EQ(done == frames ? out.Difference(portable) : -1, -1) << n;
         for (auto each :
              {&UnpackedBiquad::x1, &UnpackedBiquad::x2, &UnpackedBiquad::y1, &UnpackedBiquad::y2})
@@ -309,7 +312,8 @@ TEST(SoftFloatLoops, ContourMixGivesTheValuesOfItsPortableVersion) {
     EXPECT_LT(refused, 1500U);
 }
 
-// A block's samples, zeros among them, some that can't enter; tails of every kind beside any sum.
+// The block's samples include zeros and some that the routine must refuse. All kinds of tails are
+// added to all kinds of sums.
 TEST(SoftFloatLoops, BlockEndsGiveTheValuesOfTheirPortableVersions) {
     Numbers numbers(5);
     RoutineInput reals, imaginaries, where, values, tails;

@@ -11,7 +11,8 @@
 
 namespace {
 
-// Floats that may enter, every scale and kind: near each other, ties, few bits, zeros.
+// Random floats that unpacked floats can hold, of many magnitudes: near each other, ties, with few
+// bits, and zeros.
 class Operands {
 public:
     float Next() {
@@ -28,7 +29,7 @@ private:
     std::mt19937 random;
 };
 
-// Zeros get exponents as cancellation leaves them.
+// Unpacks a float. Zeros get random exponents, as after cancellation.
 SoftFloat Unpacked(float v, uint32_t bits) {
     SoftFloat a = softfloat::Unpack(std::bit_cast<uint32_t>(v));
     if (v == 0) a.e = static_cast<int32_t>(bits % 400) - 200;
@@ -70,7 +71,7 @@ TEST(SoftFloat, TakesWhatItCanHold) {
     EXPECT_FALSE(softfloat::Settles(zero, small));
 }
 
-// Every sample, and every step between two of them with its neighbours.
+// Tests every 16-bit sample, and the floats at and next to every boundary between two of them.
 TEST(SoftFloat, ConvertsSamplesAsFloatsDo) {
     for (int sample = INT16_MIN; sample <= INT16_MAX; ++sample) {
         const auto value = static_cast<float>(sample);
@@ -81,15 +82,18 @@ TEST(SoftFloat, ConvertsSamplesAsFloatsDo) {
     }
 }
 
-// Chunks at every scale, then silence until the filter's history is subnormal, and a chunk more.
+// Processes chunks of all magnitudes, then silence until the filter's history is subnormal, then
+// one more chunk.
 TEST(ContourMix, GivesTheValuesOfThePlainSumAndFilter) {
     Operands operands;
     for (const size_t channels : {1U, 2U}) {
         Biquad_R32R32 filter, plain;
-        filter.SetLowPassParameter(0, channels == 1 ? 8000 : 55, 44100, 0.5F);  // fast and slow
+        // a fast and a slow filter
+        filter.SetLowPassParameter(0, channels == 1 ? 8000 : 55, 44100, 0.5F);
         plain = filter;
         for (int chunk = 0; chunk < 400; ++chunk) {
-            std::vector<float> samples(size_t{6} * 32 * channels);  // by channel, band and oddness
+            // ordered by channel, band and even or odd index
+            std::vector<float> samples(size_t{6} * 32 * channels);
             const int scale = chunk == 399 ? 0 : -4 * chunk;
             if (chunk < 20 || chunk == 399)
                 for (float& x : samples)
@@ -116,8 +120,8 @@ TEST(ContourMix, GivesTheValuesOfThePlainSumAndFilter) {
     }
 }
 
-// Blocks at every scale, sparse ones, some that leave the range on the way; each band in turn in
-// the block's own memory, which must stay if the block is refused.
+// Blocks have many magnitudes; some are sparse, some leave the range on the way. Each band in turn
+// shares the block's memory, which must not change if the block is refused.
 TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
     for (const size_t n : {256U, 1024U, 4096U}) {
         const size_t half = n / 2, taps = n / 4 - 1, pairs = (n + 1 - taps) / 2;
@@ -126,7 +130,8 @@ TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
             a.resize(n);
             fft.rdft(static_cast<int>(n), direction, a.data(), fft.ip.data(), fft.w.data());
         };
-        std::vector<float> packed[3], planar[4];  // kernels, and the real-spectrum step's factors
+        // the kernels, and the factors of the real-spectrum step
+        std::vector<float> packed[3], planar[4];
         for (size_t b = 0; b < 3; ++b) {
             packed[b] = Noise<float>(taps, b == 0 ? 1e-3 : 1e-8);
             transform(packed[b], 1);
@@ -163,7 +168,8 @@ TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
                 if (block % 4 == 1 && operands.Bits() % 64 != 0) x = 0;
                 spectrum[i] = input[i % 2 * half + i / 2] = x;
             }
-            // Of a band: its pairs' first and second samples, as the tails have them.
+            // Each band has the first samples of its pairs and then the second ones, as the tails
+            // are stored.
             const size_t tailPairs = half - pairs;
             std::vector<float> tails(6 * tailPairs);
             for (float& tail : tails) tail = operands.Next();
@@ -198,7 +204,7 @@ TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
                 ASSERT_EQ(got, expected) << n << " block " << block << " band " << b;
             }
         }
-        // The smallest factor of the longest one is too small for raised numbers.
+        // The smallest factor of the longest transform is too small for raised exponents.
         EXPECT_EQ(taken > 80, n <= 1024) << taken;
         EXPECT_LT(taken, 200);
     }

@@ -1,6 +1,6 @@
-// Every command code with every size of command and reply around those that mean something, and
-// without a reply's block or size. Both blocks end at unreadable memory, and the command's can't be
-// written, so a step outside crashes.
+// Sends every command code with all sizes of command and reply around the valid ones, and without a
+// reply block or size. Both blocks end at unreadable memory, and the command's cannot be written.
+// An access outside crashes the test.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,16 +12,16 @@
 namespace {
 
 constexpr uint32_t kCodes = 28, kCommandSizes = 142, kReplySizes = 43;
-constexpr size_t kMargin = 64;  // in front of the reply
+constexpr size_t kMargin = 64;  // bytes before the reply
 constexpr unsigned char kFill = 0xA5;
 
-// One call and the reply that it must get.
+// One call and the reply that it must give.
 struct Call {
-    uint32_t code, size, record;  // record: size of the whole one, in bytes
+    uint32_t code, size, record;  // record: size of a complete record in bytes
     uint32_t offered;
     bool withSize, withBlock;
 
-    // Bytes of the reply; 0: it doesn't fit, -1: there is none.
+    // Returns the bytes of the reply, 0 if it does not fit, -1 if there is none.
     int Bytes() const {
         const uint32_t room = withBlock ? offered : 0;
         if (code == EFFECT_CMD_GET_PARAM)

@@ -1,4 +1,4 @@
-// Instances used from many threads at once. Worth most under the thread sanitizer.
+// Uses instances from many threads at once. This is most useful under the thread sanitizer.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,7 +15,7 @@ namespace {
 
 using Samples = std::vector<int16_t>;
 
-// Any command, mostly sensible.
+// Sends a random command, usually a valid one.
 void SendAnything(Instance& instance, std::mt19937& random) {
     constexpr uint32_t kRates[] = {32000, 44100, 48000, 22050};
     const auto number = [&random](int32_t limit) {
@@ -23,7 +23,7 @@ void SendAnything(Instance& instance, std::mt19937& random) {
     };
     const auto code = static_cast<uint32_t>(number(12));
     if (code == EFFECT_CMD_CONFIGURE) {
-        // Designs filters: seldom, so that the audio thread gets its share.
+        // Configuring designs filters. It is rare, so that the audio thread gets its share.
         if (number(16) == 0)
             instance.Configure(kRates[number(4)], 1 + static_cast<uint32_t>(number(2)));
     } else if (code == EFFECT_CMD_SET_PARAM) {
@@ -37,8 +37,8 @@ void SendAnything(Instance& instance, std::mt19937& random) {
     }
 }
 
-// Looks the effect up, makes one and drops it, whatever the marker says meanwhile. Returns how many
-// descriptors were neither of the two.
+// Looks the effect up, creates an instance and destroys it, whatever the marker says meanwhile.
+// Returns how many descriptors were neither of the two possible ones.
 int ComeAndGo() {
     effect_descriptor_t seen[3] = {};
     const Instance instance;
@@ -97,7 +97,7 @@ TEST(Threads, InstancesDontDisturbEachOtherAndCallsOnOneAreSerialised) {
     device.markerExists = false;
     EXPECT_EQ(wrong, 0);
 
-    // What the shared one went through leaves no trace behind a reset.
+    // After a reset, the earlier calls on the shared instance have no effect.
     shared.Start(44100, 2);
     shared.Reset();
     EXPECT_TRUE(shared.Run(noise, 300, 2) == expected);

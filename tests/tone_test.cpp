@@ -28,7 +28,7 @@ std::vector<float> EqualizedImpulse(const Settings::Levels& levels) {
     return impulse;
 }
 
-// Around the delay.
+// Returns the response without the delay of 256 samples, which is real.
 double RealResponse(const std::vector<float>& impulse, double turns) {
     return (Response(impulse, turns) * std::polar(1.0, 2 * std::numbers::pi * turns * 256)).real();
 }
@@ -66,15 +66,15 @@ TEST(Tone, LevelsComeAsCloseToACurveAsTenBandsCan) {
     };
     const Case cases[] = {
         {{{1000, -40}}, 0.001, 0.001},
-        {{{60, 6}, {200, 0}, {8000, 3}}, 0.5, 1.5},  // shelves
+        {{{60, 6}, {200, 0}, {8000, 3}}, 0.5, 1.5},  // two shelves
         {{{80, -9}, {250, 0}, {5000, 0}, {12000, 4}}, 0.5, 1.5},
         {{{60, 4}, {200, 0}, {1000, 0}, {2500, -3}, {6000, -3}, {10000, 2}}, 0.5, 1.5},
-        {{{40, 6}, {800, -3}, {14000, 6}}, 0.5, 1.5},  // a smile
-        {{{20, 6}, {20000, -6}}, 0.5, 1.5},            // tilts
+        {{{40, 6}, {800, -3}, {14000, 6}}, 0.5, 1.5},  // raised bass and treble
+        {{{20, 6}, {20000, -6}}, 0.5, 1.5},            // a tilt
         {{{50, -4}, {15000, 4}}, 0.5, 1.5},
-        {{{1000, 0}, {1200, 9}, {1500, 0}}, 1.2, 9},  // narrower than a band
-        {{{100, -40}, {120, 9}}, 7, 30},              // steeper than one
-        {{{30, 18}, {60, 0}}, 3, 12},                 // above the highest level
+        {{{1000, 0}, {1200, 9}, {1500, 0}}, 1.2, 9},  // a peak narrower than a band
+        {{{100, -40}, {120, 9}}, 7, 30},              // a slope steeper than a band's
+        {{{30, 18}, {60, 0}}, 3, 12},                 // more gain than the highest level
     };
     for (const Case& c : cases)
         for (const double rateHz : kRatesHz) {
@@ -99,7 +99,8 @@ TEST(Tone, LevelsComeAsCloseToACurveAsTenBandsCan) {
                 EXPECT_LT(deviationDb(fit.levels, point.hz), c.mostAtPointsDb) << name;
                 EXPECT_LE(deviationDb(fit.levels, point.hz), std::abs(fit.worstDb)) << name;
             }
-            for (size_t band = 0; band < kBands; ++band)  // no step to either side is better
+            // no smaller or larger level of a band is better
+            for (size_t band = 0; band < kBands; ++band)
                 for (const double step : {-0.01, 0.01}) {
                     Settings::Levels other = fit.levels;
                     other[band] = std::clamp(other[band] + step, -1.0, 1.0);

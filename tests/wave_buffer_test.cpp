@@ -6,7 +6,7 @@
 
 #include "signals.h"
 
-// Every value, in runs that end anywhere, also widened in place.
+// Converts every value, in runs of many lengths, also widened in place.
 TEST(WaveBuffer, SixteenBitValuesComeBackOrOneStepNearerToZero) {
     const std::pair<float, int> others[] = {
         {0.5F, 16383}, {-0.5F, -16383}, {1.5F, -16386},   {65537, -32768}, {65538, -1},
@@ -33,7 +33,7 @@ TEST(WaveBuffer, SixteenBitValuesComeBackOrOneStepNearerToZero) {
     }
 }
 
-// Pushes and pops at random against a plain queue.
+// Compares random pushes and pops with a plain queue.
 TEST(WaveBuffer, IsAQueueOfFramesThatGrowsToWhatItNeeds) {
     WaveBuffer_R32 buffer(2, 8);
     std::vector<float> model;

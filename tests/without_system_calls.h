@@ -1,4 +1,4 @@
-// Runs what must not ask the kernel for anything.
+// Runs code that must not make any system call.
 #pragma once
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -10,7 +10,8 @@
 #include <cstddef>
 #include <iterator>
 
-// From here on the kernel ends this thread's process with SIGSYS at any call but an exit.
+// Makes the kernel end the process with SIGSYS if this thread makes a system call other than an
+// exit. Returns false if it cannot.
 inline bool ForbidSystemCalls() {
     sock_filter program[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -23,7 +24,8 @@ inline bool ForbidSystemCalls() {
            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
-// The wait status of a child that runs `body` without system calls and exits with its result.
+// Forks a child that runs `body` without system calls and exits with its result. Returns the
+// child's wait status.
 template <typename Body>
 int EndWithoutSystemCalls(Body body) {
     const pid_t child = fork();
