@@ -1,15 +1,24 @@
-// Plays two seconds through an instance with everything switched on, in whole buffers of as many
-// frames as the first argument says: the load under which instructions are counted. Linked
-// statically, so that the emulator knows every function's name.
+// Plays two seconds through an instance with everything switched on. Instructions are counted under
+// this load. The program is linked statically, so that the emulator knows every function's name.
 //
-// The second argument: music; noise of full scale; silence; decay, one buffer of noise and then
-// silence; least or largest, noise with every value set to that int32; commands, noise with a
-// reset, a disable, an enable and a change of mode before each buffer. The third, if there is one:
-// what stays on beside the stages that always are: a sum of 1 for the first switch of the table of
-// stages, 2 for the second and so on.
+// usage: chain_load FRAMES LOAD [STAGES]
 //
-// With the one argument `stages` it prints the sums that are worth counting, each with the names of
-// its stages: "3:playback gain, equalizer".
+//   FRAMES  frames in each buffer
+//   LOAD    music
+//           noise     at full scale
+//           silence
+//           decay     one buffer of noise, then silence
+//           least     noise, with every value set to the least int32
+//           largest   noise, with every value set to the largest int32
+//           commands  noise, with a reset, a disable, an enable and a change of mode before each
+//                     buffer
+//   STAGES  the stages that are on besides those without a switch, as a sum: 1 for the first switch
+//           of the table of stages, 2 for the second, 4 for the third and so on
+//
+// usage: chain_load stages
+//
+// Prints the sums that are worth counting, each with the names of its stages: "3:playback gain,
+// equalizer".
 #include <algorithm>
 #include <cstdio>
 #include <string>
@@ -22,7 +31,8 @@
 namespace {
 
 constexpr long kAllStages = (1L << kSwitchCount) - 1;
-// More combinations than these nobody reads: then each stage alone, and all.
+// With more switches than this, only each stage alone and all together are printed, because nobody
+// reads more combinations.
 constexpr size_t kMostCombined = 3;
 
 void PrintStages() {

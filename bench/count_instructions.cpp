@@ -1,22 +1,31 @@
 // Plug-in of qemu-user that counts the instructions which `chain_load` executes inside the effect's
-// process calls: per call, and by stage of the chain and function.
+// process calls. It counts them per call, and by stage of the chain and function.
 //
-// A stage begins when the unit, which runs the chain, enters a function of the stage's class, and
-// ends when control is back in the unit; what the stage calls (arithmetic helpers, memcpy) counts
-// for it. The unit is left when control is back in the caller. Counted are blocks of translated
-// code, each for the function that it begins in; a conditional instruction counts whether or not
-// its condition holds. Runs are repeatable: no clock, no sampling.
+// A stage begins when the unit, which runs the chain, enters a function of the stage's class. It
+// ends when control returns to the unit. Functions that the stage calls (arithmetic helpers,
+// memcpy) count for the stage. The unit is left when control returns to the caller.
 //
-// It also watches loads and stores of two words at once, which the processor does at multiples of 8
-// only, although the emulator lets others pass.
+// The plug-in counts whole blocks of translated code, each for the function in which it begins. A
+// conditional instruction counts whether or not its condition holds. Neither clock nor sampling is
+// used, so runs are repeatable.
 //
-// Arguments: symbols=FILE, what `nm -nC` says of the program (linked statically, at fixed
-// addresses). The emulator's own look-up confuses functions that overlap. entry=NAME: calls of this
-// function of the interface, InterfaceCommand, instead of InterfaceProcess.
+// It also watches instructions that load or store two words at once. The processor executes them
+// only at addresses that are multiples of 8, but the emulator accepts any address.
 //
-// Prints lines of words parted by tabs: "calls" N, "worst" instructions of one call, "stage" STAGE
-// in the chain's order, for each stage and function "count" STAGE instructions NAME, and
-// "misaligned" NAME for each function that accessed two words elsewhere.
+// Arguments:
+//   symbols=FILE  the output of `nm -nC` for the program, which must be linked statically and at
+//   fixed
+//                 addresses. It is needed because the emulator's own look-up confuses functions
+//                 that overlap.
+//   entry=NAME    count the calls of this function of the interface (InterfaceCommand) instead of
+//                 InterfaceProcess
+//
+// Prints lines of fields that are separated by tabs:
+//   calls N                   the number of calls
+//   worst N                   the instructions of the slowest call
+//   stage STAGE               each stage, in the chain's order
+//   count STAGE N NAME        the instructions of a function that count for a stage
+//   misaligned NAME           a function that accessed two words at another address
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -59,8 +68,8 @@ __attribute__((visibility("default"))) int qemu_plugin_install(qemu_plugin_id_t 
 
 namespace {
 
-// Whose instructions are counted: the caller's and the unit's by number, then the stages of the
-// table. kNobody: of whoever calls.
+// A part of the program to which instructions are assigned: the caller, the unit, or a stage of the
+// table. Functions of kNobody count for the part that calls them.
 using Part = size_t;
 constexpr Part kCaller = 0, kUnit = 1, kFirstStage = 2, kNobody = kFirstStage + std::size(kStages);
 std::string NameOf(Part part) {
@@ -85,12 +94,13 @@ struct TwoWords {
 
 std::string entry = "InterfaceProcess";
 std::map<uint64_t, Function> functions;  // by address
-std::deque<Block> blocks;                // stay where they are: the emulator keeps their addresses
-std::deque<TwoWords> twoWords;           // as these
+// The emulator keeps addresses of these elements, so they must not move.
+std::deque<Block> blocks;
+std::deque<TwoWords> twoWords;
 Part stage = kCaller;
 uint64_t calls = 0, inThisCall = 0, worst = 0;
 
-// By parts of names; the first that fits counts.
+// Finds the part that a function belongs to by a piece of its name. The first match counts.
 Part OwnerOf(const std::string& name) {
     const auto has = [&name](const char* part) { return name.find(part) != std::string::npos; };
     if (name == "main" || has("Instance::")) return kCaller;
@@ -131,7 +141,7 @@ void Accessed(unsigned, uint32_t, uint64_t address, void* data) {
     access.second = !access.second;
 }
 
-// LDRD or STRD in ARM state.
+// Returns true for LDRD and STRD in ARM state.
 bool TakesTwoWords(const qemu_plugin_insn* instruction) {
     uint32_t code = 0;
     if (qemu_plugin_insn_size(instruction) != sizeof code) return false;
@@ -168,8 +178,8 @@ void Report(qemu_plugin_id_t, void*) {
     qemu_plugin_outs(text.c_str());
 }
 
-// Lines of an address, a letter and a name. Of several names of one address, that of the ARM
-// run-time interface counts, else the first.
+// Reads lines of an address, a letter and a name. If an address has several names, takes that of
+// the ARM run-time interface, or else the first. Returns false if there is no symbol.
 bool ReadSymbols(const std::string& path) {
     std::ifstream file(path);
     std::string line;

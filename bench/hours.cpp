@@ -1,20 +1,23 @@
-// Plays hours of stereo audio through one instance at full speed, then looks at what is left of
-// them. 28 hours at 44100 Hz are more frames than 32 bits count.
+// Plays hours of stereo audio through one instance at full speed and checks what they leave behind.
+// 28 hours at 44100 Hz are more frames than 32 bits can count.
 //
 // usage: hours HOURS [chain|drift]
 //
-// Fails if memory grew, if after a reset anything differs from a new instance, or if the drift of
-// the equalizer's running sums exceeds its bound. Each sum takes one float addition and one
-// subtraction a frame, and what they round away stays until the next reset. For |x| <= 1 a sum over
-// a half-width of D is at most 2 D, where floats lie D 2^-23 apart, and one sample more between
-// addition and subtraction, where they lie twice as far apart. A rounding to steps of q has a
-// variance of q^2 / 12. If roundings are independent, as with noise and music, n frames leave a
-// standard deviation of sqrt(5 n / 12) D 2^-23, in terms of the average (the sum over 2 D)
-// sqrt(5 n / 12) 2^-24, and the bound is six times as much. With a signal that repeats the
-// roundings repeat too, and all that can be said is that each is at most half a step: 1.5 n 2^-24.
+// Fails if memory grew, or if after a reset any sample differs from a new instance's. Also fails if
+// the drift of the equalizer's running sums exceeds its bound, which is derived as follows.
 //
-// After silence has filled the windows the sums would be 0 without drift, so the output under gains
-// that leave one average over shows the drift itself.
+// Each sum takes one float addition and one subtraction a frame. Their rounding errors stay in the
+// sum until the next reset. For |x| <= 1, a sum over a half-width of D is at most 2 D, where floats
+// lie D 2^-23 apart. Between addition and subtraction the sum holds one sample more; there floats
+// lie twice as far apart. A rounding to steps of q has a variance of q^2 / 12.
+//
+// If the roundings are independent, as with noise and music, n frames leave a standard deviation of
+// sqrt(5 n / 12) D 2^-23 in the sum. In the average, which is the sum divided by 2 D, that is
+// sqrt(5 n / 12) 2^-24. The bound is six times that. With a periodic signal the roundings repeat
+// too. Then all that is known is that each is at most half a step, and the bound is 1.5 n 2^-24.
+//
+// Once silence has filled the windows, the sums would be 0 without drift. So the output shows the
+// drift of one average if the gains of all others cancel out.
 #include <malloc.h>
 
 #include <algorithm>
@@ -77,7 +80,8 @@ void CheckChain(uint64_t buffers) {
            "after a reset every bit is a new instance's");
 }
 
-// next(): the signal's next sample, the same for both channels.
+// Checks the drift with one signal. `next` returns the signal's next sample, which goes to both
+// channels. `periodic` chooses the bound.
 template <typename Next>
 void CheckDrift(const char* name, uint64_t buffers, bool periodic, Next next) {
     FIREqualizer_R32R32 equalizer;
@@ -93,8 +97,8 @@ void CheckDrift(const char* name, uint64_t buffers, bool periodic, Next next) {
     double largest = 0;
     std::printf("  %s:", name);
     for (int k = 0; k < 9; ++k) {
-        // Gains of 0 for the bands above the average of half-width 2^k and of 1 below leave it
-        // over.
+        // With a gain of 0 for the bands above the average of half-width 2^k and of 1 for those
+        // below, the output is that average.
         for (int band = 0; band < 10; ++band)
             equalizer.SetBandLevel(band, 9 - band <= k ? -1.0F : 0.0F);
         float left[kChannels] = {};

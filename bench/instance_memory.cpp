@@ -1,5 +1,5 @@
-// Prints the bytes of heap that one instance holds at 44100 Hz, stereo, with everything switched on
-// and after buffers of 256, 1024 and 2048 frames, the allocator's own headers included.
+// Prints the bytes of heap that one instance holds at 44100 Hz, stereo, with everything switched
+// on, after buffers of 256, 1024 and 2048 frames. The allocator's own headers are included.
 #include <malloc.h>
 
 #include <cstdio>

@@ -1,11 +1,11 @@
-// What the measurements play: two seconds of music, 44100 Hz, stereo.
+// Reads the two seconds of music, 44100 Hz, stereo, that the measurements play.
 #pragma once
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <vector>
 
-// Interleaved 16-bit samples.
+// Returns interleaved 16-bit samples. Ends the program if the file can't be read.
 inline std::vector<int16_t> ReadMusic() {
     std::ifstream file(ORVANE_MUSIC, std::ios::binary);
     std::vector<int16_t> samples;

@@ -1,7 +1,7 @@
 #!/bin/bash
-# User time of the renderer against other programs' chains of comparable work, file to file: three
-# minutes of pink noise, stereo, 44100 Hz, 16 bits. Medians of five runs in turns; only ratios are
-# told. Fills them into docs/performance.md. Wants ffmpeg and sox.
+# Compares the renderer's user time with that of other programs' chains that do comparable work. All
+# process the same file: three minutes of pink noise, stereo, 44100 Hz, 16 bits. Takes the medians of
+# five runs in turns and fills only their ratios into docs/performance.md. Needs ffmpeg and sox.
 #
 # usage: bench/peers.sh [PROGRAM]    by default build/release/orvane
 set -euo pipefail

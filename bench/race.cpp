@@ -1,9 +1,10 @@
-// Races two builds of the library through their records: equal input, several settings, every
-// output sample compared, the two timed in turns of some hundredths of a second so that the
-// machine's moods hit both.
+// Compares two builds of the library, driven through their records. Both get the same input under
+// several settings, and every output sample is compared. They are timed in turns of some hundredths
+// of a second, so that other work on the machine slows both alike.
 //
-// Prints per setting the processor time a frame of both, the median of the turns' ratios (below 1:
-// the second is faster), and whether all samples were equal. Exits with 1 if any differed.
+// Prints a line for each setting: the processor time per frame of both, the median of the turns'
+// ratios (below 1, the second is faster), and whether all samples were equal. Exits with 1 if any
+// sample differed.
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
@@ -23,14 +24,14 @@ constexpr size_t kTurnSamples = size_t{4} * 4096;
 struct Setting {
     const char* name;
     uint32_t rate, channels;
-    uint32_t frames;  // a call; 0: another number every time, 1 to 2048
+    uint32_t frames;  // in each call; 0: another number every time, 1 to 2048
     std::function<void(Instance&)> prepare;
 };
 
 void Everything(Instance& instance) {
     instance.SwitchEverythingOn();
 }
-// Values that no application would send.
+// Sends values that no application would send.
 void Extremes(Instance& instance) {
     instance.SwitchEverythingOn();
     for (int32_t band = 0; band < 10; ++band)
@@ -54,7 +55,8 @@ const Setting kSettings[] = {
     {"extreme values", 44100, 2, 1024, Extremes},
 };
 
-// Music, noise at full scale, silence: limiting and wrapping, then states that die away.
+// Returns music, noise at full scale and silence. The noise makes the limiters work and fixed-point
+// numbers wrap; in the silence the filters' states decay.
 std::vector<int16_t> MakeInput() {
     std::vector<int16_t> input = ReadMusic();
     uint32_t random = 1;
@@ -80,7 +82,8 @@ public:
         setting.prepare(instance);
         instance.Enable();
     }
-    // Plays samples `begin` to `end` of `input` and returns the nanoseconds that it took.
+    // Plays samples `begin` to `end` of `input` into `output`. Returns the nanoseconds of processor
+    // time that it took.
     double Play(const std::vector<int16_t>& input, size_t begin, size_t end) {
         output.assign(end - begin, 0);
         const double start = ThreadNanoseconds();

@@ -1,7 +1,9 @@
-// Races two WebAssembly builds of the library: equal music, every output sample compared, the two
-// timed in turns so that the machine's moods hit both. Prints per setting the median of the turns'
-// ratios (below 1: the second is faster) and the second's speed as a multiple of real time. Exits
-// with 1 if a sample differed. usage: node race.mjs FIRST SECOND
+// Compares two WebAssembly builds of the library. Both get the same music, and every output sample is
+// compared. They are timed in turns, so that other work on the machine slows both alike. Prints for
+// each setting the median of the turns' ratios (below 1, the second is faster) and the second's speed
+// as a multiple of real time. Exits with 1 if a sample differed.
+//
+// usage: node race.mjs FIRST SECOND
 import { readFileSync } from "node:fs";
 import { Instance, load } from "../web/library.mjs";
 
@@ -9,7 +11,7 @@ const kTurns = 60, kTurnFrames = 8192, kRateHz = 44100;
 const bytes = readFileSync(new URL("../tests/data/input.s16", import.meta.url));
 const music = new Int16Array(bytes.buffer, bytes.byteOffset, bytes.length / 2);
 
-// Parameters away from their defaults, every processor on.
+// Every processor is on, and parameters are away from their defaults.
 const kEverything = [[0x20003, 150], [0x20004, 130], [0x20005, 400], [0x20002, 1], [0x20006, 1],
   [0x20009, 180], [0x2000A, 70], [0x20008, 1], [0x2000B, 140], [0x2000C, 80]];
 for (let band = 0; band < 10; ++band) kEverything.push([0x20007, band, 15 * band - 60]);
@@ -40,7 +42,7 @@ for (const frames of [256, 1024]) {
       outputs[which] = output;
     }
     different += outputs[0].filter((sample, i) => sample !== outputs[1][i]).length;
-    if (turn < 10) continue;  // the engine compiles in tiers
+    if (turn < 10) continue;  // the engine has not compiled its fastest code yet
     ratios.push(times[1] / times[0]);
     speeds.push((1e9 * kTurnFrames) / kRateHz / times[1]);
   }

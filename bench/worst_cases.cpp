@@ -1,10 +1,10 @@
-// How long the audio thread can be kept waiting: the cost of every command, and of process calls
-// with the worst input and settings, as multiples of one process call of 1024 frames of full-scale
-// noise (44100 Hz, stereo, every processor on).
+// Measures how long the audio thread can be kept waiting: the cost of every command, and of process
+// calls with the worst input and settings. The unit is one process call of 1024 frames of
+// full-scale noise (44100 Hz, stereo, every processor on).
 //
-// Prints a line per case: its processor time, the least of several repetitions, as a ratio. Under
+// Prints one line for each case: the least processor time of several repetitions, as a ratio. Under
 // `valgrind --tool=callgrind --collect-atstart=no` it dumps each case's instructions instead, which
-// repeat exactly; scripts/worst-cases.sh runs it both ways.
+// are the same in every run. scripts/worst-cases.sh runs it both ways.
 #include <valgrind/callgrind.h>
 
 #include <algorithm>
@@ -19,8 +19,7 @@
 namespace {
 
 constexpr uint32_t kFrames = 1024;
-constexpr int kCalls =
-    385;  // as many buffers as whole blocks of the enhancer, 385 * 1024 = 512 * 770
+constexpr int kCalls = 385;  // a whole number of the enhancer's blocks: 385 * 1024 = 512 * 770
 constexpr size_t kSamples = size_t{2} * kFrames;
 constexpr int kWarmCalls = 110;  // the playback gain fades in over 100
 constexpr int kFullScale = 32767;
@@ -31,9 +30,10 @@ double ProcessorSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-double unit = 0;  // seconds of one process call
+double unit = 0;  // seconds of one process call of noise, the first case
 
-// prepare() before, then call(), both several times; the cost of one of the `parts` of the call.
+// Runs `prepare` and then `call`, several times, and measures `call` alone. `call` does `parts`
+// equal pieces of work, and the printed ratio is that of one.
 template <typename Prepare, typename Call>
 void Measure(const char* name, int parts, Prepare prepare, Call call) {
     const int repetitions = RUNNING_ON_VALGRIND != 0 ? 1 : 9;
@@ -72,7 +72,7 @@ private:
     std::vector<int16_t> in, out = std::vector<int16_t>(kSamples);
 };
 
-// The chain's cost with what `change` makes of a running stream.
+// Measures the process calls of a running stream after `change` has changed it.
 template <typename Change>
 void MeasureStream(const char* name, Change change) {
     std::optional<Stream> stream;

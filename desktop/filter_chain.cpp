@@ -6,7 +6,7 @@
 
 namespace {
 
-// `line` for every port, with its symbol and value.
+// Formats `line` once for every port, with the port's symbol and value.
 std::string ForEachPort(const Settings& settings, fmt::format_string<std::string, float> line) {
     std::string text;
     for (const Control& control : kControls)
@@ -17,7 +17,8 @@ std::string ForEachPort(const Settings& settings, fmt::format_string<std::string
 }  // namespace
 
 std::string ConfigurationText(const Settings& settings) {
-    // 48000 Hz whatever the graph has: the sound server resamples, the plug-in would refuse.
+    // The rate is 48000 Hz, whatever the graph's rate is. Outside 32000 to 48000 Hz the plug-in
+    // would refuse to start; so the sound server resamples.
     return fmt::format(
         R"(context.properties = {{ log.level = 1 }}
 context.spa-libs = {{

@@ -1,12 +1,13 @@
-// What PipeWire's filter-chain is told: a client of the sound server, never a part of it.
+// Makes the texts that configure PipeWire's filter-chain. The filter-chain runs as a client of the
+// sound server, never inside it. Both functions allocate.
 #pragma once
 #include <string>
 
 #include "client/settings.h"
 
-// The client's whole configuration, from its first block on at these settings. Node "orvane" takes
-// what is played, node "orvane.out" gives it to an output.
+// Returns the client's whole configuration file. The settings hold from the first block on. The
+// node "orvane" takes what is played, and the node "orvane.out" passes it to an output.
 std::string ConfigurationText(const Settings& settings);
 
-// The property by which a running "orvane.out" takes all settings.
+// Returns the property that gives all settings to a running "orvane.out".
 std::string PropertyText(const Settings& settings);

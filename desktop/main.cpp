@@ -1,7 +1,7 @@
 // orvane-desktop: makes "Orvane" an output for all that the desktop plays.
 //
-// What a listener has set stands in a settings file, which `on` and `set` write and the client of
-// the sound server reads when it starts.
+// A settings file holds what the listener has set. `on` and `set` write it, and the client of the
+// sound server reads it when it starts.
 #include <fmt/core.h>
 #include <unistd.h>
 
@@ -56,24 +56,26 @@ void Write(const std::filesystem::path& path, const std::string& text) {
     if (!file) Fail("cannot write " + path.string());
 }
 
-// Sets what `fault` doesn't complain of, or ends the program.
+// Returns the settings that `read` reads from `name`, or ends the program with its complaint.
 Settings Read(std::string (*read)(const std::string&, Settings*), const std::string& name) {
     Settings settings;
     const std::string fault = read(name, &settings);
     if (!fault.empty()) Fail(fault);
     return settings;
 }
-// What was heard last, else the first preset.
+// Returns the settings that were heard last, or the first preset.
 Settings Present() {
     return std::filesystem::exists(SettingsPath()) ? Read(ReadSettingsFile, SettingsPath())
                                                    : SettingsOf(Presets().front());
 }
 
-// Whether the shell's line succeeded, quietly. What a machine or a listener names reaches it
-// through the environment alone.
+// Runs a line of shell and returns whether it succeeded; its output is dropped. Names that come
+// from the machine or a listener must not be put into the line. They reach it as environment
+// variables.
 bool Does(const std::string& line) {
     return std::system((line + " >/dev/null 2>&1").c_str()) == 0;
 }
+// Runs a line of shell and returns its standard output.
 std::string OutputOf(const std::string& line) {
     std::string text;
     FILE* const pipe = popen(("(" + line + ") 2>/dev/null").c_str(), "r");
@@ -83,7 +85,8 @@ std::string OutputOf(const std::string& line) {
     return text;
 }
 
-// The node's number, "" where there is none. The node that plays comes last.
+// Returns the number of the node "orvane", with a line end, or "" if there is none. The node that
+// plays is created last, so it is asked for first.
 std::string NodeNumber() {
     return OutputOf(
         "pw-cli info orvane.out | grep -q 'id: ' && pw-cli info orvane | "
@@ -92,6 +95,7 @@ std::string NodeNumber() {
 bool IsDefault() {
     return Does("wpctl inspect @DEFAULT_AUDIO_SINK@ | grep -q 'node.name = \"orvane\"'");
 }
+// Asks every 100 ms whether `holds`. Returns false if it doesn't within `seconds`.
 bool Within(int seconds, bool (*holds)()) {
     for (int turn = 0; turn < 10 * seconds; ++turn) {
         if (holds()) return true;
@@ -116,7 +120,8 @@ void NamePidFile() {
     setenv("ORVANE_PID", RuntimePath("orvane-desktop.pid").c_str(), 1);
 }
 
-// Through the user's service manager, or where it has no such service as a process of its own.
+// Starts the client through the user's service manager. If that has no such service, starts it as a
+// process of its own and stores the process number in a file.
 void Start() {
     if (Does("systemctl --user start orvane-desktop.service")) return;
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();

@@ -1,4 +1,4 @@
-// The LV2 plug-in: a running stream behind ports.
+// The LV2 plug-in: connects the ports of lv2/ports.h to a LiveStream.
 #include <lv2/core/lv2.h>
 
 #include <array>
@@ -43,10 +43,12 @@ struct Plugin {
 
     uint32_t rate;
     std::optional<LiveStream> stream;
-    std::array<float, kPortCount> unconnected{};  // an input's default, an output's waste
+    // What ports use while the host has connected nothing: inputs read their default here, and
+    // outputs write here.
+    std::array<float, kPortCount> unconnected{};
     std::array<float*, kPortCount> ports{};
     std::array<bool, kPortCount> isConnected{};
-    std::array<float, kControls.size()> seen{};
+    std::array<float, kControls.size()> seen{};  // port values that the stream has; NaN: none yet
 };
 
 Plugin& PluginOf(LV2_Handle handle) {
@@ -77,7 +79,7 @@ void Activate(LV2_Handle handle) {
     PluginOf(handle).Begin();
 }
 
-// Audio thread. Outputs may be inputs; `frames` any number.
+// Audio thread. An output may be the same memory as an input. `frames` is any number.
 void Run(LV2_Handle handle, uint32_t frames) {
     Plugin& plugin = PluginOf(handle);
     LiveStream& stream = *plugin.stream;

@@ -1,5 +1,5 @@
-// Writes what hosts read before they load the plug-in: write_ttl FOLDER makes manifest.ttl,
-// orvane.ttl and presets.ttl there, all from the parameter table and the presets.
+// Writes the files that hosts read before they load the plug-in. `write_ttl FOLDER` makes
+// manifest.ttl, orvane.ttl and presets.ttl in the folder, from the parameter table and the presets.
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ constexpr char kPrefixes[] =
     "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
     "@prefix unit: <http://lv2plug.in/ns/extensions/units#> .\n\n";
 
-// "Playback gain".
+// Returns the text with its first letter in upper case: "Playback gain".
 std::string Sentence(std::string text) {
     text[0] = static_cast<char>(std::toupper(text[0]));
     return text;
@@ -34,13 +34,14 @@ std::string PresetUri(const Preset& preset) {
     return fmt::format("<{}#{}>", kPluginUri, preset.name);
 }
 
-// A decimal number: hosts take a whole one without a point for an integer.
+// Returns a decimal number. It always has a point or an exponent, because hosts take a number
+// without either for an integer.
 std::string Number(double value) {
     const std::string text = fmt::format("{:.9g}", value);
     return text.find_first_of(".e") == std::string::npos ? text + ".0" : text;
 }
 
-// One port; `more` ends each of its statements with a semicolon.
+// Returns one port. Each statement of `more` must end with a semicolon.
 std::string PortText(uint32_t index, const std::string& type, const std::string& symbol,
                      const std::string& name, const std::string& more) {
     return fmt::format(

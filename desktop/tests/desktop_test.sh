@@ -1,6 +1,6 @@
 #!/bin/sh
-# A desktop without a screen: its sound server, a loudspeaker that nobody hears, a session manager.
-# Installs what was built and does what docs/desktop.md says.
+# Starts a desktop without a screen: a sound server, a loudspeaker that nobody hears and a session
+# manager. Installs what was built and does what docs/desktop.md says.
 #   desktop_test.sh BUILD_FOLDER
 set -eu
 if [ "${2:-}" != inside ]; then

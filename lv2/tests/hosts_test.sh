@@ -1,6 +1,6 @@
 #!/bin/sh
-# The plug-in in programs that people use: the texts without fault, the renderer's samples in ffmpeg
-# and lv2apply, and every control on jalv's list.
+# Tests the plug-in in programs that people use. Its files must be valid, ffmpeg and lv2apply must
+# give the renderer's samples, and jalv must list every control.
 #   hosts_test.sh BUILD_FOLDER
 set -eu
 build=$(realpath "$1")
@@ -16,13 +16,13 @@ lv2_validate "$build"/orvane.lv2/*.ttl >"$here/validate" 2>&1 || { cat "$here/va
 grep -q "Found 0 errors" "$here/validate"
 nm -D --defined-only "$build/orvane.lv2/orvane.so" | grep -v ' lv2_descriptor$' | (! grep .)
 
-# "symbol value" of a preset, a line each.
+# Prints "symbol value" for each control of the preset $1, one a line.
 values() {
   sed -n "/^<$uri#$1>/,/ \\.\$/ s/.*lv2:symbol \"\\([a-z_0-9]*\\)\" ; pset:value \\([-0-9.e]*\\) .*/\\1 \\2/p" \
     "$build/orvane.lv2/presets.ttl"
 }
 pcm() { ffmpeg -v error -i "$1" -f s16le - | tail -c +$(($2 * 4 + 1)); }
-# $1 is, from its frame $2 on, what the renderer gives.
+# Checks that $1, from its frame $2 on, holds the renderer's samples.
 compare() {
   pcm "$1" "$2" >"$here/heard"
   [ "$(wc -c <"$here/heard")" -gt 200000 ]

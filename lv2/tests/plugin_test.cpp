@@ -174,7 +174,7 @@ TEST_F(Bundle, PlaysInPlaceTellsItsLatencyAndRefusesOtherRates) {
     lilv_instance_free(instance);
 }
 
-// The plug-in's own entry, without what lilv allocates.
+// Returns the plug-in's own descriptor, so that nothing of lilv's is allocated.
 const LV2_Descriptor& Descriptor() {
     void* const file = dlopen(ORVANE_BUNDLE "orvane.so", RTLD_NOW);
     const auto entry = reinterpret_cast<LV2_Descriptor_Function>(dlsym(file, "lv2_descriptor"));
