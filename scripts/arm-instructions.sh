@@ -1,16 +1,15 @@
 #!/bin/sh
-# Counts the instructions that the chain executes on the device: for music by stage and
-# combination of stages, in docs/performance.md, and for the worst input and settings in
-# docs/real-time.md.
+# Counts the instructions that the chain executes on the device. Fills in docs/performance.md (music,
+# by stage and combination of stages) and docs/real-time.md (the worst input and settings).
 #
-# Fails if something takes more than the limits below, or if two words are loaded or stored at once
-# where the processor doesn't.
+# Fails if a count exceeds the limits below. Also fails if an instruction loads or stores two words at
+# an address that is no multiple of 8, which the processor does not allow.
 #
-# usage: arm-instructions.sh [--check]    --check: fail if a document says otherwise, too
+# usage: arm-instructions.sh [--check]    --check: change nothing; also fail if a document differs
 set -eu
-# Instructions a stereo frame at most: the mean, of calls of 1024 frames unless another size stands
-# there, and the dearest call's. Then what a reset, a disable, an enable and a change of mode take
-# together, as a part of a call of 1024 frames.
+# The most instructions per stereo frame: first the mean over calls of 1024 frames, then the slowest
+# call of 256 and of 1024 frames. The last limit holds for a reset, a disable, an enable and a change of
+# mode together, as a part of a call of 1024 frames.
 limits="
 music 4900
 noise 5250
@@ -28,12 +27,12 @@ trap 'rm -rf "$work"' EXIT
 
 cmake --preset arm-softfloat -DORVANE_BENCH=ON >/dev/null
 cmake --build "$build" --target chain_load >/dev/null
-# The plug-in runs inside the emulator: this machine's compiler.
+# The plug-in runs inside the emulator, so this machine's compiler builds it.
 c++ -std=c++20 -O2 -fPIC -shared -fvisibility=hidden -I. -o "$plugin" bench/count_instructions.cpp
 arm-linux-gnueabi-nm -nC "$program" >"$work/symbols"
 
-# FRAMES LOAD [STAGES], as chain_load has them: what is counted goes to the file FRAMES.LOAD[STAGES].
-# With `entry`, calls of that function are counted.
+# count FRAMES LOAD [STAGES], the arguments of chain_load: writes the counts to FRAMES.LOAD[STAGES].
+# If `entry` is set, counts the calls of that function instead of process.
 count() {
     qemu-arm -plugin "$plugin,symbols=$work/symbols${entry:+,entry=$entry}" -d plugin \
         -D "$work/$1.$2${3:-}" "$program" "$@" 2>/dev/null
@@ -41,7 +40,7 @@ count() {
 }
 for frames in 256 1024 4096; do count "$frames" music; done
 
-# Per frame, by stage.
+# Instructions per frame, by stage.
 awk -F'\t' '
     BEGIN { columns = split("256 1024 4096", sizes, " ")
             label["unit"] = "unit: lock, copies"
@@ -70,7 +69,7 @@ awk -F'\t' '
         row("millions a second at 44100 Hz", value)
     }' "$work/256.music" "$work/1024.music" "$work/4096.music" >"$work/stages"
 
-# Calls of 1024 frames, by kind of code. Names without a class are the helpers of the
+# Instructions by kind of code, for calls of 1024 frames. Names without a class are helpers of the
 # compiler and the C library.
 awk -F'\t' '
     $1 == "calls" { frames = $2 * 1024 }
@@ -91,7 +90,8 @@ awk -F'\t' '
     }' kinds_file="$work/kinds" "$work/1024.music"
 
 qemu-arm "$program" stages >"$work/combinations"
-# What clock that takes. A call must be finished before the next buffer is due.
+# The processor's clock rate that each combination needs. A call must end before the next buffer is
+# due, so the slowest call counts too.
 while IFS=: read -r stages name; do
     for frames in 256 1024; do count "$frames" music "$stages"; done
     awk -F'\t' -v name="$name" '
@@ -125,7 +125,7 @@ least:noise, every parameter the least int32
 largest:noise, every parameter the largest int32
 END
 
-# All instructions in a file, and those of its dearest call.
+# Print all instructions in a file, and those of its slowest call.
 total() { awk -F'\t' '$1 == "count" { total += $3 } END { printf "%.0f", total }' "$work/$1"; }
 dearest() { awk -F'\t' '$1 == "worst" { print $2 }' "$work/$1"; }
 calls=$(awk -F'\t' '$1 == "calls" { print $2 }' "$work/1024.noise")

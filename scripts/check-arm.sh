@@ -1,7 +1,7 @@
 #!/bin/sh
-# check-library.sh for the library built for the device, and what goes beyond it: no floating-point
-# or vector unit, no other instruction sets than ARMv5TE's two, calls from one to the other without
-# stubs, no writable data of its own.
+# Runs check-library.sh on the library that is built for the device, and checks more: the library must
+# use no floating-point or vector unit and no instruction sets besides ARMv5TE's two. Calls from one
+# set to the other must need no stubs. The library must have no writable data of its own.
 #
 # usage: check-arm.sh [LIBRARY]
 set -eu
@@ -12,7 +12,7 @@ failures=0
 
 scripts/check-library.sh "$library" "$prefix" || failures=1
 
-# name, what was found; nothing found is good.
+# expect_none NAME FOUND: fails unless FOUND is empty.
 expect_none() {
     [ -z "$2" ] && return
     failures=$((failures + 1))
@@ -40,7 +40,8 @@ expect_none "another instruction set than ARMv5TE" \
     "$("${prefix}readelf" -A "$library" | grep 'Tag_CPU_arch:' | grep -v 'v5TE$')"
 expect_none "stubs between ARM and Thumb state" \
     "$("${prefix}readelf" -sW "$library" | grep -E '_(from_(arm|thumb)|veneer)$')"
-# Start-up code has a flag and a handle there; tables of addresses are read-only once relocated.
+# Only start-up code has writable data, a flag and a handle. Tables of addresses become read-only once
+# they are relocated.
 expect_none "writable data" \
     "$("${prefix}objdump" -t "$library" |
         awk '$4 ~ /^\.(data|bss)$/ || $3 ~ /^\.(data|bss)$/' |

@@ -1,15 +1,15 @@
 #!/bin/sh
-# Follows docs/integration.md in a fresh clone of what is committed: runs the commands of its blocks
-# in their order. A folder stands for the device and a script for adb, once with a list of effects
-# of the vendor's and once without. Afterwards the effect is there, or with the last step as little
-# as before.
+# Follows docs/integration.md in a fresh clone of what is committed: runs the commands of its blocks in
+# their order. A folder stands in for the device and a script for adb. This is done once for a device
+# with a vendor's list of effects and once for one without. Checks that the effect is installed, and
+# that after the document's last step nothing of it is left.
 set -eu
 project=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "check-integration: $*" >&2; exit 1; }
 
-# The adb of a device that lies in the folder $DEVICE: its paths begin there.
+# An adb whose device is the folder $DEVICE. Paths on the device begin there.
 mkdir "$work/bin"
 cat >"$work/bin/adb" <<'END'
 #!/bin/sh
@@ -21,7 +21,7 @@ root | logcat) ;;
 remount) touch "$DEVICE/remounted" ;;
 pull) cp "$DEVICE$1" "$2" ;;
 push | shell)
-    # Paths on the device: of push the second argument, of a shell command every absolute one.
+    # For push, the second argument is a path on the device. For shell, every absolute path is one.
     if [ "$verb" = push ]; then
         [ -e "$DEVICE/remounted" ] || { echo "adb: read-only file system" >&2; exit 1; }
         cp "$1" "$DEVICE$2"
@@ -50,7 +50,7 @@ chmod +x "$work/bin/adb"
 
 git clone -q "$project" "$work/clone"
 cd "$work/clone"
-# The blocks, one file for each.
+# Writes each block of commands to a file of its own.
 awk -v work="$work" '/^```sh$/ { inside = 1; ++block; next }
     /^```$/ { inside = 0 }
     inside { print >(work "/block." block) }' docs/integration.md
@@ -58,7 +58,8 @@ awk -v work="$work" '/^```sh$/ { inside = 1; ++block; next }
 cat "$work/block.1" "$work/block.2" >"$work/build"
 cat "$work/block.3" "$work/block.4" >"$work/on"
 
-# What a device has: lists with an effect each. "system" or "vendor": whose list is in force.
+# make_device OWNER: makes a device with lists of effects, each with one effect. The list of OWNER,
+# "system" or "vendor", is in force.
 make_device() {
     export DEVICE="$work/$1"
     mkdir -p "$DEVICE/system/lib/soundfx" "$DEVICE/system/etc" "$DEVICE/vendor/etc"
@@ -80,7 +81,7 @@ for owner in system vendor; do
     list=$DEVICE/$owner/etc/audio_effects.conf
     files >"$work/before"
     rm -rf out
-    # One shell: a later block uses what an earlier one has set.
+    # All blocks run in one shell, because later blocks use variables of earlier ones.
     { cat "$work/on"; echo "cp -pr '$DEVICE' '$work/$owner-on'"; cat "$work/block.5"; } >"$work/all"
     PATH=$work/bin:$PATH sh -eu "$work/all" >"$work/log" 2>&1 || { cat "$work/log"; fail "$owner"; }
     files >"$work/after"

@@ -1,9 +1,9 @@
 #!/bin/sh
-# What must hold of a built shared library beyond its samples: it exports what the list names and
-# nothing else, needs the C library and the log alone, has the old hash table, and its stack isn't
-# executable. No instruction rounds otherwise than the sources say: none is fused, and on 32-bit ARM
-# none is NEON's.
-#   check-library.sh LIBRARY [PREFIX of the binutils]
+# Checks a built shared library. It must export exactly the names of the list, need only the C library
+# and the log, and have the old hash table. Its stack must not be executable. Every instruction must
+# round as the sources say: none may be fused, and on 32-bit ARM none may be NEON's.
+#
+# usage: check-library.sh LIBRARY [PREFIX of the binutils]
 set -eu
 library=$1
 prefix=${2:-}
@@ -24,7 +24,8 @@ extra=$("${prefix}readelf" -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p
 listing=$(mktemp)
 trap 'rm -f "$listing"' EXIT
 "${prefix}objdump" -d "$library" >"$listing"
-# refuse WHAT PATTERN: fails if the pattern fits an instruction: raw bytes, tab, mnemonic, operands.
+# refuse WHAT PATTERN: fails if the pattern matches an instruction. An instruction is a line of raw
+# bytes, tab, mnemonic and operands.
 refuse() {
   found=$(sed -n 's/^ *[0-9a-f]*:\t//p' "$listing" | grep -vP '\t\.' | grep -P "$2" || true)
   [ -z "$found" ] && return
@@ -32,13 +33,14 @@ refuse() {
   printf '%s\n' "$found" | head -n 5 >&2
 }
 
-# One rounding for a product and a sum, and the steps of reciprocals and of roots. VFP's vmla, vmls,
-# vnmla and vnmls are allowed: they round the product before they add it.
+# The pattern matches instructions that round a product and a sum only once, and the steps of
+# reciprocals and square roots. VFP's vmla, vmls, vnmla and vnmls are allowed, because they round the
+# product before they add it.
 refuse "fused operations" \
   '\t(vf(n?m(add|sub|a|s)|m(addsub|subadd|al|sl))|fn?m(add|sub|ad|sb)|fn?ml[as]|fcmla|b?fmmla|bfml|bfdot|frecps|frsqrts)'
 case $("${prefix}readelf" -h "$library" | sed -n 's/ *Machine: *//p') in
   ARM)
-    # NEON flushes subnormal floats to zero, and VFPv3-D16 has neither NEON nor the upper 16 registers.
+    # NEON flushes subnormal floats to zero. VFPv3-D16 has neither NEON nor the upper 16 registers.
     encodings='^(f[23]|f4[02468ace])[0-9a-f]{5,} |^([ef]f|f9[02468ace])..? ' # in ARM and Thumb state
     others='\tvdup|\tvmov[a-z]*\.[su]?(8|16)\t|\tv.*\t.*\b(q\d|d(1[6-9]|2\d|3[01]))\b'
     refuse "NEON instructions or registers" "$encodings|$others" ;;

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Every routine by hand names a paragraph of docs/soft-float.md, and every paragraph there is named
-# by the code that it explains.
+# Checks that every assembly routine names a paragraph of docs/soft-float.md, and that every paragraph
+# there is named in the code that it explains.
 set -eu
 cd "$(dirname "$0")/.."
 page=docs/soft-float.md
@@ -18,7 +18,7 @@ while read -r title; do fail "nothing in dsp/softfloat names the paragraph $titl
 
 for file in dsp/softfloat/*.S; do
     names=$(sed -n 's/.*docs\/soft-float.md, "\(.*\)"\.$/\1/p' "$file")
-    routines=$(grep -c '^    push ' "$file") || true # where macros make them, none
+    routines=$(grep -c '^    push ' "$file") || true # none in files whose routines macros make
     [ "$(printf '%s\n' "$names" | grep -c .)" -ge "$routines" ] ||
         fail "$file has a routine that names no paragraph"
     printf '%s\n' "$names" | while read -r title; do

@@ -1,7 +1,7 @@
 #!/bin/sh
-# Format of every source file, and clang-tidy over those that the build folder compiles: all but
-# the tests, or with `all` these too (some minutes more). What has passed clang-tidy before is
-# checked again only with `fresh`: see tidy.py.
+# Checks the format of every source file and runs clang-tidy over those that the build folder compiles.
+# Tests are left out unless `all` is given, which takes some minutes more. A file that has passed
+# clang-tidy before is checked again only with `fresh` (see tidy.py).
 #
 # usage: check-style.sh BUILD_FOLDER [all] [fresh]
 set -eu

@@ -1,6 +1,7 @@
 #!/bin/sh
-# Makes the page and the package, and tests both: the module's samples and figures in node, the page
-# in Debian's Chromium. Needs the renderer (preset release), whose samples they are compared with.
+# Makes the page and the package and tests both. The module's samples and measurements are tested in
+# node, and the page in Debian's Chromium. They are compared with the renderer's samples, so the
+# renderer (preset release) must have been built.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/web.sh

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Fetches the source as its authors publish it of a Debian package, through this machine's own
-# package sources. Needs no rights; changes nothing outside the folder, which must not exist.
+# Fetches the upstream source of a Debian package through this machine's own package sources. Needs no
+# root. Changes nothing outside the folder, which must not exist yet.
 # usage: scripts/debian-source.sh PACKAGE FOLDER
 set -eu
 package=$1 folder=$2
@@ -8,7 +8,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 chmod 755 "$work"
 
-# The same places, for sources; deb822 or one line each.
+# Makes lists of sources from the machine's lists of packages, which are in one-line or deb822 style.
 mkdir -p "$work/sources" "$work/lists/partial" "$work/unpacked"
 for list in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
   [ -f "$list" ] && sed -n 's/^deb /deb-src /p' "$list" >>"$work/sources/all.list"

@@ -1,28 +1,29 @@
 #!/bin/sh
-# Counts the instructions that the chain executes with everything on where floats have a unit of their
-# own: on x86-64, also with wider vectors, on aarch64 and on ARMv7. Fills in docs/performance.md, with
+# Counts the instructions that the chain executes with everything on, on processors with a
+# floating-point unit: x86-64 (also with AVX2), aarch64 and ARMv7. Fills in docs/performance.md, with
 # the memory that an instance takes.
 #
-# usage: desktop-instructions.sh [--limits]    --limits: count on ARM alone, and fail above the limits
+# usage: desktop-instructions.sh [--limits]    --limits: count on ARM only; fail above the limits
 set -eu
 cd "$(dirname "$0")/.."
-# Instructions a stereo frame at most, for music in calls of 1024 frames.
+# The most instructions per stereo frame, for music in calls of 1024 frames.
 limits="
 aarch64 420
 armv7 1230"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-# The plug-in runs inside the emulator: this machine's compiler.
+# The plug-in runs inside the emulator, so this machine's compiler builds it.
 c++ -std=c++20 -O2 -fPIC -shared -fvisibility=hidden -I. -o "$work/plugin.so" bench/count_instructions.cpp
 
-# PRESET TARGET...
+# build PRESET TARGET...
 build() {
     cmake --preset "$1" -DORVANE_BENCH=ON >/dev/null
     preset=$1
     shift
     cmake --build "build/$preset" --target "$@" >/dev/null
 }
-# PRESET FRAMES [SUFFIX of the program]: "instructions a frame | dearest call's of the mean".
+# count PRESET FRAMES [SUFFIX of the program]: prints "instructions a frame | ratio of the slowest call
+# to the mean".
 count() {
     program=build/$1/bench/chain_load${3:-}
     case $1 in

@@ -1,9 +1,9 @@
 #!/bin/sh
-# Builds the library for the device and fills in the table of docs/device.md: what it needs there.
-# The heap is that of the emulated build, which has a program to measure it. Fails if text or heap
-# take more bytes than the limits below.
+# Builds the library for the device and fills in the table of docs/device.md with its memory and
+# linkage. The heap is measured in the emulated build, which has a program for that. Fails if text or
+# heap take more bytes than the limits below.
 #
-# usage: device-table.sh [--check]    --check: fail if the document says otherwise, too
+# usage: device-table.sh [--check]    --check: change nothing; also fail if the document differs
 set -eu
 most_text=106496
 most_heap=230400
@@ -15,7 +15,7 @@ prefix=arm-linux-gnueabi-
 cmake --preset arm-softfloat -DORVANE_BENCH=ON >/dev/null
 cmake --build "$build" --target qth_orvane_device qth_orvane instance_memory >/dev/null
 
-# Memory of the read-only, writable and zeroed segments: text, data, bss.
+# The sizes of text (read-only), data (writable) and bss (zeroed).
 sizes=$("${prefix}size" "$library" | tail -n 1)
 size_of() { echo "$sizes" | awk -v n="$1" '{ print $n }'; }
 in_backticks() { sed 's/.*/`&`/' | paste -sd, - | sed 's/,/, /g'; }
@@ -25,14 +25,14 @@ writable=$("${prefix}objdump" -t "$library" |
     awk '/ O \.(data|bss)\t/ { print $NF }' | sort | in_backticks)
 needed=$("${prefix}readelf" -dW "$library" |
     sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort | in_backticks)
-# The weak ones are start-up code's, and may be missing.
+# Weak symbols are left out. Only start-up code uses them, and they may be missing.
 undefined=$("${prefix}nm" -D -u "$library" |
     awk '$1 == "U" { sub(/@.*/, "", $2); print $2 }' | sort | in_backticks)
 exported=$("${prefix}nm" -D --defined-only "$library" | wc -l)
 heap=$(qemu-arm -L /usr/arm-linux-gnueabi "$build/bench/instance_memory" 2>/dev/null)
 
-# What each stage takes of the text, by the linker's map. A source of effects/ that none of the first
-# lines names is a row of its own.
+# How much of the text each stage takes, by the linker's map. A source of effects/ that the first lines
+# of `owner` don't name becomes a row of its own.
 stages=$(awk '
     function decimal(hex,    n, i) {
         for (i = 3; i <= length(hex); ++i) n = 16 * n + index("0123456789abcdef", substr(hex, i, 1)) - 1

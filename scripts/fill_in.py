@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
-"""Puts what a program makes into files, or with --check fails where something else stands there.
+"""Replaces regions of files by what a program makes. With --check, only compares them.
 
     MAKER | fill_in.py [--part] [--check] FILE...
 
-A region of a file lies between a line with "generated: NAME" and one with "end generated", in
-whatever comments the file's language has. Standard input holds the new regions between the same
-lines. Each region of the files must be in the input and each of the input in a file; else, or if
-one is empty or has no end, the files stay and the status is 1.
+A region of a file lies between a line with "generated: NAME" and one with "end generated", which are
+in comments of the file's language. Standard input holds the new regions between the same lines.
+
+Each region of the files must be in the input, unless --part is given. Each region of the input must
+be in a file. No region may be empty or lack its end. If one of these doesn't hold, nothing is
+written and the status is 1. With --check nothing is written either; the status is 1 and the
+differences are printed if a file holds something else.
 """
 import difflib
 import pathlib

@@ -1,13 +1,15 @@
 #!/bin/sh
-# Builds the fuzz targets, replays their corpus and fuzzes on from it.
+# Builds the fuzz targets, replays their corpus and continues fuzzing from it. Exits with 1 on a find.
 #
 # usage: scripts/fuzz.sh SECONDS [coverage|keep]
 #
-# SECONDS: per target, both at the same time; 0 replays the corpus only. The corpus is unpacked from
-# fuzz/corpus into build/fuzz/corpus/TARGET. New inputs are collected in build/fuzz/found/TARGET,
-# finds are left in build/fuzz/finds. `keep` packs into fuzz/corpus again what reaches each edge of
-# the code that corpus and new inputs reach; `coverage` prints the line coverage by all of them.
-# Exits with 1 on a find.
+#   SECONDS   the time for each target; both run at the same time. 0 only replays the corpus.
+#   keep      Packs a new corpus into fuzz/corpus: a minimal set of inputs that reaches every edge of
+#             the code that the corpus and the new inputs reach.
+#   coverage  Prints the line coverage of the corpus and the new inputs.
+#
+# The corpus is unpacked from fuzz/corpus into build/fuzz/corpus/TARGET. New inputs are collected in
+# build/fuzz/found/TARGET, and finds are left in build/fuzz/finds.
 set -eu
 cd "$(dirname "$0")/.."
 seconds=$1
@@ -25,7 +27,7 @@ run() {
     log=$target.log
     mkdir -p "found/$target"
     ../../fuzz/corpus.py unpack "../../fuzz/corpus/$target.txt" "corpus/$target"
-    # The first inputs come from the recorded runs each time and aren't packed.
+    # The first inputs are made from the recorded runs each time, so they aren't packed.
     find "first/$target" -type f -exec cp {} "corpus/$target" \;
     inputs=$(find "corpus/$target" -type f | wc -l)
     if ! "$binary" -runs=0 -artifact_prefix=finds/ "corpus/$target" > "$log" 2>&1; then

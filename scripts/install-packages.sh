@@ -1,12 +1,15 @@
 #!/bin/bash
-# Installs the Debian packages that the named jobs need, if they aren't there yet: as root, or
-# through sudo. Says beforehand how much it downloads, and how far it is about every ten seconds.
-#   render  the library, the renderer, a piece of music and pictures
-#   test    that, and what tests and checks need
-#   arm     the cross builds and their emulator
-#   wasm    the WebAssembly build, what runs it and bundles the page
-#   browser what the page is tested in
-#   npm     where Node.js came without it
+# Installs the Debian packages that the named jobs need and that are missing, as root or through sudo.
+# Says beforehand how much it downloads. Prints its progress about every ten seconds.
+#
+# usage: install-packages.sh JOB...
+#
+#   render   builds the library and the renderer, and holds a piece of music and gnuplot for pictures
+#   test     the same, and what tests and checks need
+#   arm      the cross compilers and their emulator
+#   wasm     builds the WebAssembly module, runs it and bundles the page
+#   browser  the browser in which the page is tested
+#   npm      npm, which some packages of Node.js lack
 set -euo pipefail
 
 render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-dev libcli11-dev
@@ -45,7 +48,7 @@ done
 root=
 [ "$(id -u)" = 0 ] || root=sudo
 
-# apt-get's status lines become a line at each twentieth of the way, and every ten seconds between.
+# Turns apt-get's status lines into one line at every 5 per cent and one every ten seconds in between.
 show_progress() {
   local kind percent text step told='' next=0
   while IFS=: read -r kind _ percent text; do

@@ -1,18 +1,18 @@
 #!/bin/sh
 # Builds the Debian package of the renderer and the plug-in for 64-bit ARM on another machine, and runs
-# its program under emulation. The libraries for ARM are downloaded into build/arm64/root; nothing but
-# the cross compiler is installed, and no root is needed for the rest.
+# its program under emulation. The libraries for ARM are downloaded into build/arm64/root. Of what is for
+# ARM, only the cross compiler and the emulator are installed; the rest needs no root.
 #
 # usage: package-arm64.sh
 set -eu
 cd "$(dirname "$0")/.."
 build=$PWD/build/arm64
 root=$build/root
-# Where Debian's libraries for ARM lie under the root.
+# The folder of Debian's libraries for ARM below the root.
 libraries=$root/usr/lib/aarch64-linux-gnu
 scripts/install-packages.sh render arm
 
-# A package manager of its own, which believes that it runs on a bare ARM machine.
+# Configures apt-get separately, so that it takes this machine for an ARM machine without packages.
 if [ ! -e "$build/downloaded" ]; then
     rm -rf "$root" "$build/apt"
     mkdir -p "$root" "$build/apt/lists/partial" "$build/apt/archives/partial"
@@ -31,10 +31,10 @@ CONF
     : >"$build/shlibs"
     for package in "$build"/apt/archives/*.deb; do
         dpkg-deb -x "$package" "$root"
-        # Which package a library needs that was linked with one of these, as Debian states it.
+        # Collects which package a program needs that is linked with these libraries.
         dpkg-deb -I "$package" shlibs >>"$build/shlibs" 2>/dev/null || true
     done
-    # Absolute links lead out of the root.
+    # Absolute links would lead out of the root.
     find "$root" -type l -lname '/*' | while read -r link; do
         ln -sfn "$root$(readlink "$link")" "$link"
     done
@@ -48,14 +48,14 @@ cmake --build "$build"
 (
     cd "$build"
     rm -f orvane_*_arm64.deb
-    # What the libraries need on Debian comes from their packages instead of this machine's.
+    # Dependencies come from the ARM packages and not from those that this machine has installed.
     CC=aarch64-linux-gnu-gcc dpkg-architecture -aarm64 -c cpack -D CPACK_DEBIAN_PACKAGE_ARCHITECTURE=arm64 \
         -D CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS="$libraries;$root/lib/aarch64-linux-gnu;$root/lib" \
         -D "SHLIBDEPS_EXECUTABLE=dpkg-shlibdeps;-L$build/shlibs"
 )
 
-# What the package holds, used as on an ARM machine. A decoder's floats may round otherwise there, so the
-# rendered piece is compared from 16-bit samples on.
+# Uses the package as on an ARM machine. A decoder may round its floats differently there, so the
+# comparison starts from a file of 16-bit samples.
 package=$(ls "$build"/orvane_*_arm64.deb)
 rm -rf "$build/unpacked"
 dpkg-deb -x "$package" "$build/unpacked"

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds the Debian package with all that belongs in it, the page for browsers included, on a Debian 12
-# machine with nothing prepared. Leaves build/render/orvane_VERSION_ARCHITECTURE.deb.
+# Builds the whole Debian package, with the page for browsers, on a Debian 12 machine with nothing
+# prepared. The result is build/render/orvane_VERSION_ARCHITECTURE.deb.
 set -eu
 umask 022
 cd "$(dirname "$0")/.."

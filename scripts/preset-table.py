@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Measures what every preset makes of four kinds of sound, for docs/presets.md.
+"""Measures what every preset does to six kinds of sound, for docs/presets.md.
 
     preset-table.py ORVANE | fill_in.py [--check] docs/presets.md
 
-ORVANE is the program. Prints nothing and fails if a preset doesn't keep one of the promises below,
-which are those of its description. Debian packages that hold the sound:
-fretsonfire-songs-muldjord, caveexpress-data, pocketsphinx-testdata, alsa-utils.
+ORVANE is the program. Fails, and prints no table, if a preset breaks one of the promises below. They
+are the promises of its description. These Debian packages hold the sound: fretsonfire-songs-muldjord,
+caveexpress-data, pocketsphinx-testdata, alsa-utils.
 """
 import json
 import os
@@ -29,7 +29,8 @@ SOURCES = {
     DENSE: f"{CAVE}/music-1.ogg",
 }
 
-# Preset: measure, kinds, least and most. LU and dB; "range" is a factor of the range before.
+# For each preset: measure, kinds of sound, least and most. "loudness" is the change in LU, "peak" the
+# true peak after in dB, and "range" the loudness range after divided by that before.
 PROMISES = {
     "music": [("loudness", (QUIET, DENSE), -1, 1), ("loudness", MASTERS + (SPEECH, WORDS), -2.1, 0)],
     "bass": [("loudness", (QUIET, DENSE), -1, 1), ("loudness", MASTERS + (SPEECH, WORDS), -4, 0)],
@@ -42,7 +43,7 @@ PROMISES = {
 
 
 def join(path, folder, rate):
-    """The recordings of a folder but its noise, mono, one after the other."""
+    """Joins the mono recordings of a folder, except its noise, into one file."""
     with wave.open(path, "wb") as whole:
         whole.setparams((1, 2, rate, 0, "NONE", None))
         for name in sorted(os.listdir(folder)):

@@ -1,9 +1,10 @@
 #!/bin/sh
-# Runs what arrives on the audio thread under clang's real-time sanitizer, which stops at the first
-# allocation, lock (but the unit's own) or blocking call. Clang knows it from 20 on.
+# Runs the audio thread's calls under clang's real-time sanitizer. It stops at the first allocation,
+# blocking call or lock, except the unit's own lock. Clang has this sanitizer since version 20.
 #
-# usage: scripts/realtime-sanitizer.sh [CLANG++]     default: clang++-22 (Debian 12 security updates:
-#                                                    clang-22, libclang-rt-22-dev)
+# usage: scripts/realtime-sanitizer.sh [CLANG++]
+#
+# The default is clang++-22, from clang-22 and libclang-rt-22-dev of Debian 12's security updates.
 set -eu
 cd "$(dirname "$0")/.."
 cmake -B build/rtsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANE_TOOLS=OFF \

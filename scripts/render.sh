@@ -1,8 +1,10 @@
 #!/bin/sh
 # Builds the library and the renderer and renders a piece of music through them, on a Debian 12
 # machine with nothing prepared.
-#   render.sh [FILE [OPTIONS of `orvane render`]]
-# Without a file it takes music that Debian ships: caveexpress-data, CC-BY-SA-4.0.
+#
+# usage: render.sh [FILE [OPTIONS of `orvane render`]]
+#
+# Without a file it takes music from Debian's package caveexpress-data (CC-BY-SA-4.0).
 set -eu
 here=$(cd "$(dirname "$0")/.." && pwd)
 "$here/scripts/install-packages.sh" render
@@ -15,7 +17,7 @@ else
 fi
 
 cd "$here"
-# Its own folder: tests need more packages.
+# The build folder is a separate one without tests, because tests need more packages.
 cmake --preset release -B build/render -DORVANE_TESTS=OFF >/dev/null
 cmake --build build/render --target orvane qth_orvane
 mkdir -p out

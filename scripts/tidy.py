@@ -1,17 +1,17 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy over the sources that a build folder compiles and a pattern finds.
+"""Runs clang-tidy over the sources that a build folder compiles and whose path matches a pattern.
 
     tidy.py [--fresh] BUILD_FOLDER PATTERN
 
-A file that passed before is left out if nothing has changed that clang-tidy could see: the texts
-of the file and of every header that it includes, the system's too, its compile commands, any
-.clang-tidy, clang-tidy and this script. What has passed is kept in the user's cache folder, by a
-hash of all that. So a change of a header checks every file that includes it, and a change of the
-flags checks everything. With --fresh, everything is checked whatever has passed.
+A file that passed before is left out if nothing that clang-tidy sees has changed. That is the text of
+the file and of every header that it includes (also the system's), its compile commands, every
+.clang-tidy, clang-tidy itself and this script. A hash of all this is kept in the user's cache folder
+for each file that passed. So a changed header checks every file that includes it, and changed flags
+check everything. With --fresh, everything is checked.
 
-Why not only what differs from an earlier commit: a clone doesn't say which of its commits was
-checked last, and several may land at once. A commit that nobody has checked would then be taken
-for good. A machine that has checked nothing therefore checks everything.
+Checking only what differs from an earlier commit would not do. A clone doesn't say which of its
+commits was checked last, and several may land at once. A commit that nobody has checked would then
+count as good. So a machine that has checked nothing checks everything.
 """
 import collections
 import concurrent.futures
@@ -36,9 +36,9 @@ def digest(*paths):
 
 
 def commands_of(build, pattern):
-    """Writes the compile commands of the sources that the pattern finds into a folder for
-    clang-tidy, without precompiled headers, which are another compiler's. Returns the folder, and
-    the commands of each source."""
+    """Writes the compile commands of the matching sources into a folder for clang-tidy. Precompiled
+    headers are left out, because another compiler made them. Returns the folder, and the commands of
+    each source."""
     text = (build / "compile_commands.json").read_text()
     text = re.sub(r"-Winvalid-pch -include \S*", "", text)
     entries = [e for e in json.loads(text) if re.search(pattern, e["file"])]
@@ -62,7 +62,7 @@ def included_files(folder):
 
 
 def keys(commands_of_file, folder):
-    """Returns a hash for each file of all that its result depends on."""
+    """Returns, for each file, a hash of everything on which its result depends."""
     tool = shutil.which("clang-tidy")
     shared = digest(tool, __file__, *sorted(pathlib.Path(ROOT).rglob(".clang-tidy")))
     shared.append(subprocess.check_output([tool, "--version"], text=True))

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Prints bench/worst_cases.cpp's ratios by processor time and by instructions executed (valgrind).
+# Prints the ratios of bench/worst_cases.cpp, by processor time and by executed instructions (valgrind).
 #
 # usage: scripts/worst-cases.sh
 set -eu
@@ -20,7 +20,7 @@ done | awk -F '\t' -v times="$folder/times" '
         print "| call | time | instructions |\n|---|---:|---:|"
         while ((getline line < times) > 0) {
             split(line, word, "\t")
-            # A process case is a run of 385 calls.
+            # Each process case measures 385 calls.
             parts = word[1] ~ /^process/ ? 385 : 1
             if (!unit) unit = counts[word[1]] / parts
             printf "| %s | %s | %.3f |\n", word[1], word[2], counts[word[1]] / parts / unit
