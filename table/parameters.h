@@ -1,8 +1,10 @@
-// The one table of parameters: what an application may set and ask, by identifier, with the names,
-// units, ranges, defaults and laws that every front end and every document shows.
+// The only table of parameters: everything that an application may set or ask for. Each row has an
+// identifier and the names, unit, range, default and law that every front end and document shows.
 //
-// On the wire a parameter is one to four int32 values. A value in units is sent times `wireScale`:
-// level -0.45 of band 3 goes as the two integers 3 and -45.
+// On the wire a parameter is one to four int32 values. A value in units is multiplied by
+// `wireScale` and sent as an integer: level -0.45 of band 3 is sent as the two integers 3 and -45.
+//
+// Everything here is constant. Thread: any; nothing allocates.
 #pragma once
 #include <array>
 #include <cstddef>
@@ -36,26 +38,27 @@ enum ParameterId : int32_t {
     PARAM_LIMITER_GATE = 0x2000C,
 };
 
-constexpr int32_t kLibraryVersionWord = 0x02010002;  // main, sub, ext, build; one byte each
+// The library's version, one byte each: main, sub, ext, build, from the highest byte down.
+constexpr int32_t kLibraryVersionWord = 0x02010002;
 
 enum class ParameterKind {
     kSwitch,     // 0 is off, anything else on
     kValue,      // one value: units times wireScale
     kBandValue,  // two values: the band, then units times wireScale
-    kQuery,      // asked, never set
+    kQuery,      // can be asked for but not set
 };
 
-constexpr int32_t kBandCount = 10;  // of the equalizer, 0 is the lowest
+constexpr int32_t kBandCount = 10;  // bands of the equalizer; band 0 is the lowest
 
 constexpr ParameterId kNoSwitch{};
 
-// Of minimum, maximum and defaultValue.
+// The unit of a row's minimum, maximum, default and trial value.
 enum class Unit {
     kNumber,     // no unit
     kSwitch,     // 0 or 1
     kFactor,     // linear gain
-    kFullScale,  // linear; the greatest sample is 1
-    kLevel,      // of a band
+    kFullScale,  // linear amplitude; the largest sample is 1
+    kLevel,      // of an equalizer band: -1 mutes, 0 changes nothing, 1 is a gain of 3
     kZeroOrOne,
     kBytes,
     kHertz,
@@ -67,38 +70,43 @@ constexpr const char* UnitText(Unit unit) {
     return kTexts[static_cast<size_t>(unit)];
 }
 
-// A row needs what stands before the blank line; Switch(), Value() and so on fill in the kind.
+// A row of the table states the members before the blank line. Switch(), Value() and the functions
+// after them fill in the others.
 struct Parameter {
     ParameterId id;
     const char* name;
-    const char* key = "";    // in options, settings files and ports; "" for what no listener sets
-    const char* label = "";  // a listener's words for it
+    // Its name in options, settings files and ports; "" if no listener sets it.
+    const char* key = "";
+    const char* label = "";         // a listener's words for it
     const char* group = "host";     // the stage that it belongs to
-    ParameterId needs = kNoSwitch;  // the switch without which it does nothing
+    ParameterId needs = kNoSwitch;  // the switch that must be on for it to have an effect
     Unit unit = Unit::kSwitch;
-    double minimum = 0;       // of what makes sense; the library takes any int32
-    double maximum = 1;       // "
-    double defaultValue = 0;  // of a new instance
+    double minimum = 0;  // the range that front ends offer; the library takes any int32
+    double maximum = 1;
+    double defaultValue = 0;  // the value of a new instance
     double trial = 0;         // a usual value away from the default, for tests and measurements
-    const char* law;          // what a value does
+    const char* law;          // what a value does, for documents and help
 
     ParameterKind kind = ParameterKind::kSwitch;
-    int32_t wireScale = 1;          // integers on the wire per unit
-    bool isRamped = false;          // the library moves gradually to a new value
-    bool followsItsValues = false;  // a switch that, as long as nobody sets it, is on when a value
-                                    // that needs it isn't the default
+    int32_t wireScale = 1;  // integers on the wire per unit
+    bool isRamped = false;  // true if the library moves gradually to a new value
+    // True for a switch that follows its values: as long as nobody sets it, front ends switch it on
+    // when a value that needs it isn't the default.
+    bool followsItsValues = false;
 
-    // True for a linear gain or level, which listeners read in decibels.
+    // Returns true for a linear gain or amplitude, which listeners read in dB.
     constexpr bool IsGain() const { return unit == Unit::kFactor || unit == Unit::kFullScale; }
-    // The integer to send for a value in the range, rounded to the nearest.
+    // Returns the integer to send for a value in the range, rounded to the nearest. Halves are
+    // rounded away from 0.
     constexpr int32_t OnWire(double value) const {
         return static_cast<int32_t>(value * wireScale + (value < 0 ? -0.5 : 0.5));
     }
-    // The value that the library takes `value` for: the nearest that can be sent.
+    // Returns the value that the library gets when `value` is sent: the nearest that can be sent.
     constexpr double Sendable(double value) const {
         return static_cast<double>(OnWire(value)) / wireScale;
     }
-    // False if a new instance has a value that no command can restore: the gate, 0.9999.
+    // Returns false if no command can restore the default of a new instance. Only the gate's
+    // default, 0.9999, can't be restored.
     constexpr bool CanSendDefault() const { return Sendable(defaultValue) == defaultValue; }
 };
 
@@ -135,7 +143,7 @@ constexpr Parameter Query(Parameter row) {
 
 #define ORVANE_NAMED(identifier) .id = identifier, .name = #identifier
 
-// In the order of the chain, queries last.
+// The rows are in the order of the chain; queries are last.
 constexpr Parameter kParameters[] = {
     Switch({ORVANE_NAMED(PARAM_PLAYBACKGAIN_ENABLE), .key = "playback-gain",
             .label = "Automatic level", .group = "playback gain",
@@ -206,14 +214,15 @@ constexpr Parameter kParameters[] = {
 };
 #undef ORVANE_NAMED
 
-// The row of an identifier. Only for the identifiers above: each has a row.
+// Returns the row of an identifier. Every identifier of ParameterId has one; others are not
+// allowed.
 constexpr const Parameter& ParameterOf(ParameterId id) {
     size_t row = 0;
     while (kParameters[row].id != id) ++row;
     return kParameters[row];
 }
 
-// What the library itself takes of each row. No texts, which would fill a device's memory.
+// The part of each row that the library itself needs. It has no texts, to save a device's memory.
 struct ParameterRule {
     ParameterId id;
     ParameterKind kind;
