@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 #include <initializer_list>
+#include <new>
 
 #include "render/album_command.h"
 #include "render/audio/output_file.h"
@@ -69,6 +70,9 @@ int main(int argc, char** argv) {
     } catch (const DamagedSource& damage) {
         PrintMessage(damage.what());
         return kDamagedSource;
+    } catch (const std::bad_alloc&) {
+        PrintMessage("not enough memory");
+        return kCannot;
     } catch (const std::exception& error) {
         PrintMessage(error.what());
         return kCannot;

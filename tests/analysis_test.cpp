@@ -1,11 +1,13 @@
 // Tests the measurements behind the pictures on signals whose measurements are known.
 #include "render/pictures/analysis.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <new>
 #include <numbers>
 #include <random>
 #include <span>
@@ -38,6 +40,8 @@ void Feed(Meter* meter, std::span<const float> samples, size_t channels) {
     }
 }
 
+bool memoryIsShort = false;
+
 Spectrum SpectrumOf(const std::vector<float>& samples) {
     SpectrumMeter meter(2, kRateHz);
     Feed(&meter, samples, 2);
@@ -45,6 +49,13 @@ Spectrum SpectrumOf(const std::vector<float>& samples) {
 }
 
 }  // namespace
+
+// Stands before libebur128's own function.
+extern "C" int ebur128_add_frames_float(ebur128_state* state, const float* samples, size_t count) {
+    static const auto real = reinterpret_cast<decltype(&ebur128_add_frames_float)>(
+        dlsym(RTLD_NEXT, "ebur128_add_frames_float"));
+    return memoryIsShort ? EBUR128_ERROR_NOMEM : real(state, samples, count);
+}
 
 TEST(Analysis, TheSpectrumCountsEverySampleAlikeAtItsFrequency) {
     std::vector<float> samples;
@@ -83,6 +94,9 @@ TEST(Analysis, LoudnessFollowsAStepWhereItHappens) {
         EXPECT_NEAR(curve[50], -23 + 10 * std::log10(0.55), 0.1);
     EXPECT_NEAR(shortTerm[60], -23 + 10 * std::log10((25 + 0.5) / 30), 0.1);
     EXPECT_NEAR(meter.Result().integratedLufs, -23 + 10 * std::log10(0.55), 0.2);
+    memoryIsShort = true;
+    EXPECT_THROW(meter.Add(samples), std::bad_alloc);
+    memoryIsShort = false;
 }
 
 // The signals are noise in bursts of many levels. Some contain the samples for which an

@@ -1,6 +1,7 @@
 #include "render/audio/output_file.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -30,7 +31,11 @@ namespace {
 // it, and entries are never deleted.
 std::atomic<RemovedName::Entry*> newest{nullptr};
 
+// How many files and folders exist whose names are not in the list yet.
+std::atomic<int> unlisted{0};
+
 void RemoveAndEnd(int signalNumber) {
+    while (unlisted.load() != 0) sched_yield();  // another thread is about to list a name
     for (const RemovedName::Entry* entry = newest.load(); entry != nullptr; entry = entry->next)
         if (entry->used.load() && unlink(entry->path.c_str()) != 0) rmdir(entry->path.c_str());
     std::signal(signalNumber, SIG_DFL);
@@ -153,6 +158,19 @@ private:
     sigset_t before;
 };
 
+// It lives while a file or folder is made and its name is listed, so that no signal comes between:
+// this thread gets none, and a handler on another thread waits.
+class Listing {
+public:
+    Listing() { ++unlisted; }
+    ~Listing() { --unlisted; }
+    Listing(const Listing&) = delete;
+    Listing& operator=(const Listing&) = delete;
+
+private:
+    SignalsHeld held;  // outlives the count: the handler must not wait for its own thread
+};
+
 }  // namespace
 
 bool AreOneFile(const std::string& a, const std::string& b) {
@@ -163,7 +181,8 @@ bool AreOneFile(const std::string& a, const std::string& b) {
 }
 
 void RemoveTemporariesOnSignals() {
-    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXFSZ, SIGXCPU}) {
+    for (const int signalNumber :
+         {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXFSZ, SIGXCPU, SIGABRT}) {
         struct sigaction action {};
         // Signals that the caller ignores (nohup) stay ignored.
         if (sigaction(signalNumber, nullptr, &action) != 0 || action.sa_handler == SIG_IGN)
@@ -227,9 +246,12 @@ OutputFile::OutputFile(const std::string& path, bool overwrites, OutputSet* toge
     CheckName(path, overwrite);
     std::string ending;
     std::string pattern = TemporaryPattern(finalPath, &ending);
-    fd = mkostemps(pattern.data(), static_cast<int>(ending.size()), O_CLOEXEC);
-    if (fd < 0) throw Failure("{} cannot be written: {}", path, Reason());
-    temporary = RemovedName(pattern);
+    {
+        const Listing untilListed;
+        fd = mkostemps(pattern.data(), static_cast<int>(ending.size()), O_CLOEXEC);
+        if (fd < 0) throw Failure("{} cannot be written: {}", path, Reason());
+        temporary = RemovedName(pattern);
+    }
     notKept = TakeOver(finalPath, fd);
 }
 
@@ -254,6 +276,7 @@ void OutputSet::MakeFolder(const std::string& path) {
     std::error_code error;
     if (fs::is_directory(path, error)) return;
     if (!above.empty() && above != path) MakeFolder(above.string());
+    const Listing untilListed;
     if (mkdir(path.c_str(), 0777) == 0)
         folders.emplace_back(path);
     else if (errno != EEXIST || !fs::is_directory(path, error))

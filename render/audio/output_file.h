@@ -114,5 +114,5 @@ bool AreOneFile(const std::string& a, const std::string& b);
 
 // Installs handlers that remove temporary files before a signal ends the program. They handle
 // SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE (the reader has gone), SIGXFSZ and SIGXCPU (a limit is
-// reached).
+// reached), and SIGABRT.
 void RemoveTemporariesOnSignals();
