@@ -132,7 +132,7 @@ TEST_F(Album, LossyTracksHaveTheirFramesAfterDecoding) {
               "orvane: out.d/0.au cannot keep COMMENT, TITLE; the same goes for 3 more\n");
 }
 
-TEST_F(Album, OrdersByTagsElseByNames) {
+TEST_F(Album, OrdersTracksByTagsOrElseByNames) {
     for (const char* name : {"10 b.flac", "2 a.flac", "x.flac"}) WriteTrack(name, 44100, 0.1);
     using Texts = std::vector<std::string>;
     const auto order = [] { return Names(Reports("-f in out.d").at(0)); };
@@ -187,7 +187,7 @@ TEST_F(Album, AnotherRateBeginsAnotherRun) {
     EXPECT_NEAR(report["seconds"], 3.4, 0.001);
 }
 
-TEST_F(Album, AllOfItGetsOneGain) {
+TEST_F(Album, OneGainHoldsForAllTracks) {
     Write("in/1.wav", Sine(0.3, 997, 44100, 1, 2), 44100, 1);
     Write("in/2.wav", Sine(0.03, 997, 44100, 1, 2), 44100, 1);
     Write("in/3.wav", Sine(0.1, 997, 48000, 2, 2), 48000, 2);
@@ -264,7 +264,7 @@ TEST_F(Album, WritesAllOrNothing) {
     EXPECT_FALSE(fs::exists("out.d"));
 }
 
-TEST_F(Album, NamesAreGivenTogetherOrTakenBack) {
+TEST_F(Album, FilesGetTheirNamesTogetherOrNotAtAll) {
     std::ofstream("old") << "old";
     for (const bool meanwhile : {true, false}) {
         OutputSet set;

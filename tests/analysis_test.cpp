@@ -141,7 +141,7 @@ TEST(TruePeak, IsWhatTheWholeStreamGives) {
 }
 
 // The tested filter clips and truncates to 16 bits, as the effect does.
-TEST(Analysis, TheResponseComesOutUnlessEveryLevelClips) {
+TEST(Analysis, FindsTheResponseUnlessEveryLevelClips) {
     std::vector<double> taps(40);
     taps.insert(taps.end(), {0.7, -0.2, 0.1, 0, 0, 0.15});
     for (const auto& [channels, most] : {std::pair(1U, 6000), {2U, 32767}, {1U, 10}}) {
@@ -172,12 +172,12 @@ TEST(Analysis, TheResponseComesOutUnlessEveryLevelClips) {
     EXPECT_FALSE(MeasureResponse([](const auto&) { return std::vector<int16_t>(3); }, 1, kRateHz));
 }
 
-TEST(Gnuplot, TextMeansNothing) {
+TEST(Gnuplot, TextsContainNoCommandsOrMarkup) {
     EXPECT_EQ(GnuplotText("it's `a`\n\"b\" \xFF\xC3\xA9 \xE2\x82"),
               "'it''s `a` \"b\" ?\xC3\xA9 ?\?'");
 }
 
-TEST(Ceiling, IsReachedInFewTriesOrSaidToBeMissed) {
+TEST(Ceiling, IsReachedInFewTriesOrReportedAsMissed) {
     const auto reach = [](std::optional<double> wantedDb,
                           const std::function<double(double)>& peakDb) {
         Ceiling ceiling(wantedDb);

@@ -74,7 +74,7 @@ double GainOf(const Settings& settings, double frequencyHz, double amplitude) {
     return std::abs(Response(end, frequencyHz / kRateHz)) * 2 / kMeasured / amplitude / 0.998;
 }
 
-TEST(Table, DefaultsAndTheEndsOfEveryRangeDoWhatTheirLawSays) {
+TEST(Table, DefaultsAndTheEndsOfEveryRangeFollowTheirFormula) {
     const MutedLog muted;
     using Values = std::vector<std::pair<ParameterId, double>>;
     const Values gain = {{PARAM_PLAYBACKGAIN_ENABLE, 1}, {PARAM_PLAYBACKGAIN_MAXGAIN, 127}};

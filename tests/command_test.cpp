@@ -161,7 +161,7 @@ TEST(Commands, ProcessNeedsWholeRecordsAndAnEnabledConfiguredUnit) {
     EXPECT_EQ(out[509], 0);
 }
 
-TEST(Commands, WhatResetsMakesANewInstanceAndWhatDoesNotGoesOn) {
+TEST(Commands, CallsThatResetMakeANewInstanceAndOthersKeepTheHistory) {
     const Samples in = NoiseSamples(6000, 12000);
     using I = Instance&;
     const struct {

@@ -11,8 +11,8 @@ using RealTypes = testing::Types<float, double>;
 TYPED_TEST_SUITE(FirWindowTest, RealTypes);
 }  // namespace
 
-TYPED_TEST(FirWindowTest, WindowsHaveTheirValuesAndAreSymmetric) {
-    const double windows[][5] = {// type, and of 49 weights the first, ninth, 13th and 25th
+TYPED_TEST(FirWindowTest, WindowsHaveTheStatedValuesAndAreSymmetric) {
+    const double windows[][5] = {// the type, then weights 0, 8, 12 and 24 of 49
                                  {2, 0.07672, 0.30754, 0.53836, 1},
                                  {3, 0, 0.25, 0.5, 1},
                                  {4, 0, 0.5, 0.707106781, 1},
@@ -41,7 +41,7 @@ TYPED_TEST(FirWindowTest, WindowsHaveTheirValuesAndAreSymmetric) {
     }
 }
 
-TYPED_TEST(FirWindowTest, KernelsAreWindowedSincsButForTheCentre) {
+TYPED_TEST(FirWindowTest, KernelsAreWindowedSincsExceptAtTheCentre) {
     using Window = FIRWindow<TypeParam>;
     for (const auto& [N, type] : {std::pair(0U, 1), {1, 2}, {2, 2}, {3, 2}, {64, 2}, {65, 10}}) {
         std::vector<TypeParam> w(N), low(N, 9), high(N, 9), band(N, 9);

@@ -50,7 +50,7 @@ TYPED_TEST_SUITE(LimiterTest, Limiters);
 }  // namespace
 
 // The inputs are a constant, or one sample after ten zeros.
-TEST(Limiter, HasTheOutputsOfItsConstants) {
+TEST(Limiter, GivesTheOutputsThatFollowFromItsConstants) {
     Limiter rest, limited, pulse;
     Limiter_FP restFp, pulseFp, lowest, atGate, beyondGate;
     // a gate of 5 units

@@ -96,7 +96,7 @@ TEST(PlaybackGain, MovesItsGainInALineBetweenItsEndsInAnyBuffersAndChannels) {
 }
 
 // Controls that are NaN or out of range act like the nearest end of the range, or give silence.
-TEST(PlaybackGain, TakesNoHostileControls) {
+TEST(PlaybackGain, ClampsHostileControls) {
     const auto input = Noise<int16_t>(size_t{2} * 1024 * 20, 9000);
     for (const float none : {-kInfinity, -0.5F, kNan})
         EXPECT_EQ(OutputOf(none, 1, 1, input, 1024), OutputOf(0, 1, 1, input, 1024));

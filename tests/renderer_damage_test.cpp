@@ -63,7 +63,7 @@ struct DamagedSource : Renderer {
     }
 };
 
-TEST_F(DamagedSource, IsToldFromAWholeOneInEveryFormat) {
+TEST_F(DamagedSource, IsDistinguishedFromAWholeOneInEveryFormat) {
     for (const auto& [name, format] : kFormats) {
         EXPECT_EQ(Render(name, 0), kFrames) << name;
         EXPECT_EQ(Render("- <" + name, 0), kFrames) << name;
@@ -120,7 +120,7 @@ TEST_F(DamagedSource, IsFoundByTheHeaderOfAWavFile) {
     EXPECT_EQ(Render("nan.wav", 3), kRate);
 }
 
-TEST_F(DamagedSource, ThatWasJoinedIsReadWholeByFfmpeg) {
+TEST_F(DamagedSource, IsReadCompletelyByFfmpegIfItWasJoined) {
     Write("b.opus", NoiseSamples(kFrames, 9000), 24000, 1, SF_FORMAT_OGG | SF_FORMAT_OPUS);
     Write("-v=1,a:b.mp3", NoiseSamples(2 * kFrames, 9000), kRate, 2, kFormats[9].second);
     const std::tuple<std::string, std::string, int64_t> joined[] = {
@@ -204,7 +204,7 @@ TEST_F(DamagedSource, CrashesOnlyTheProcessThatDecodesIt) {
 
 // The user sees no message of the decoder itself. A file that comes through a pipe is decoded as a
 // file.
-TEST_F(DamagedSource, InTheMiddleSaysOneLine) {
+TEST_F(DamagedSource, GivesOneMessageIfItIsInTheMiddle) {
     const std::string mp3 = Slurp("a.mp3");
     for (const size_t step : {97U, 997U, 3001U, 9001U}) {
         std::string bytes = mp3;

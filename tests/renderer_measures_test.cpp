@@ -54,7 +54,7 @@ struct KnownPiece {
         afterRangeLu;  // NaN if not measured
 };
 
-TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
+TEST_F(Renderer, MeasuresAndDrawsKnownPiecesCorrectly) {
     KeepScripts();
     const auto steps = [](double softDb, double loudDb) {
         Floats both = Calibrated(softDb, softDb, 44100, 20);
@@ -140,7 +140,7 @@ TEST_F(Renderer, TellsAndDrawsWhatIsKnownOfAPiece) {
     }
 }
 
-TEST_F(Renderer, MarksWhereTheBandsCancelAndBandsLongPieces) {
+TEST_F(Renderer, MarksWhereTheBandsCancelAndSummarisesLongPieces) {
     KeepScripts();
     Write("in.wav", Calibrated(-20, -20, 32000, 150), 32000, 2);
     const std::string options =

@@ -47,7 +47,7 @@ std::string Chapters(const std::string& path) {
     return Slurp("out");
 }
 
-TEST_F(Renderer, MarksOfWavFilesStayWhereTheyAreHeard) {
+TEST_F(Renderer, MarksOfWavFilesKeepTheirPlaceInTheSound) {
     const std::string label = Chunk("labl", Low({7}) + "Intro" + '\0');
     const std::string labels = Chunk("LIST", "adtl" + label);
     const std::string region = Chunk("LIST", "adtl" + Chunk("ltxt", Low({7, 441, 0, 0, 0})));
@@ -133,7 +133,7 @@ TEST_F(Renderer, ACueSheetStaysOrBecomesCuesOrChapters) {
     }
 }
 
-TEST_F(Renderer, FramesOfId3WithoutAFieldsNameAreCopied) {
+TEST_F(Renderer, CopiesId3FramesWithoutAFieldName) {
     const auto frame = [](const std::string& name, const std::string& bytes) {
         return name + High(bytes.size()) + std::string(2, '\0') + bytes;
     };
@@ -171,7 +171,7 @@ TEST_F(Renderer, FramesOfId3WithoutAFieldsNameAreCopied) {
     EXPECT_NE(Report("out.mp3 out.ogg")["warnings"].dump().find("SYLT"), std::string::npos);
 }
 
-TEST_F(Renderer, InPlaceAFileKeepsWhatItsOwnerGaveIt) {
+TEST_F(Renderer, AFileRenderedInPlaceKeepsWhatItsOwnerGaveIt) {
     Write("in.wav", NoiseSamples(8000, 3000), 44100, 2);
     ASSERT_EQ(setxattr("in.wav", "user.origin", "a shop", 6, 0), 0) << std::strerror(errno);
     const bool isRoot = getuid() == 0;

@@ -44,7 +44,7 @@ std::map<std::string, Floats> Kinds() {
     return kinds;
 }
 
-TEST_F(Renderer, NoBeginningIsSwallowed) {
+TEST_F(Renderer, KeepsTheBeginningOfTheSound) {
     const size_t pause = size_t{3} * kRateHz;
     for (const auto& [kind, piece] : Kinds())
         for (const std::string preset : {"steady", "night", "voice", "loud"}) {
@@ -76,7 +76,7 @@ TEST_F(Renderer, NoBeginningIsSwallowed) {
         }
 }
 
-TEST_F(Renderer, PresetsHaveTheLoudnessThatTheyHad) {
+TEST_F(Renderer, PresetsKeepTheirRecordedLoudness) {
     Floats piece = Kinds()["dense music"];
     const Floats quiet = Kinds()["quiet music"];
     piece.insert(piece.end(), quiet.begin(), quiet.end());
@@ -93,7 +93,7 @@ TEST_F(Renderer, PresetsHaveTheLoudnessThatTheyHad) {
         EXPECT_NEAR(Report("in.wav out.wav", preset)["loudnessLufs"]["after"], lufs, 0.3) << preset;
 }
 
-TEST_F(Renderer, ATonesCurveComesOutWithItsPeakAtFullScale) {
+TEST_F(Renderer, AToneCurveIsReachedWithItsPeakAtFullScale) {
     const std::vector<std::pair<double, double>> curves[] = {// hertz, decibels
                                                              {{60, 6}, {200, 0}, {8000, 3}},
                                                              {{40, 4}, {700, -4}, {12000, 5}},

@@ -116,7 +116,7 @@ TEST_F(Renderer, WritesTheFormatOfTheEndingAtTheRateAndLengthOfTheInput) {
     }
 }
 
-TEST_F(Renderer, DithersWhatIsLongerAndCountsWhatClips) {
+TEST_F(Renderer, DithersMoreThanSixteenBitsAndCountsClippedSamples) {
     // The amplitude is a third of a 16-bit step. Dither keeps the sine, rounding loses it.
     const Floats soft = Sine(0.33 / 32768, 441, 44100, 1, 2);
     Write("in.wav", soft, 44100, 1, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
@@ -206,7 +206,7 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
     EXPECT_EQ(Read("new.png").size(), sine.size());
 }
 
-TEST_F(Renderer, SaysWhatItCannotWriteAndKeepsWhatIsThere) {
+TEST_F(Renderer, NamesWhatItCannotWriteAndKeepsTheOldFile) {
     Write("in.wav", NoiseSamples(88200, 3000), 44100, 2);
     for (const std::string line : {"--version >/dev/full", "--help >/dev/full", "info >/dev/full",
                                    "render --list-presets >&-", "render in.wav - >/dev/full",
@@ -239,7 +239,7 @@ TEST_F(Renderer, SaysWhatItCannotWriteAndKeepsWhatIsThere) {
     }
 }
 
-TEST_F(Renderer, NotesWhatIsWrongWithTheInput) {
+TEST_F(Renderer, ReportsDamageOfTheInput) {
     const auto damage = [](const std::string& file, int status) {
         const std::string said =
             Report(file + " out.wav", "--preset off ", status)["damage"].dump();

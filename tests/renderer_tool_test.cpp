@@ -96,7 +96,7 @@ TEST_F(Renderer, KeepsTagsAndTheCoverOrSaysWhatIsLost) {
     }
 }
 
-TEST_F(Renderer, SaysItInTheseWords) {
+TEST_F(Renderer, MessagesHaveTheStatedWords) {
     Write("in.wav", NoiseSamples(8000, 3000), 44100, 2);
     std::ofstream("song.m4a", std::ios::binary) << std::string(
         "\0\0\0\x20"
@@ -162,7 +162,7 @@ TEST_F(Renderer, SaysItInTheseWords) {
         EXPECT_EQ(Shell(line), 0) << line << '\n' << Slurp("out") << Slurp("err");
 }
 
-TEST_F(Renderer, SharesAFolder) {
+TEST_F(Renderer, RespectsUmaskForeignFilesAndSlowReaders) {
     Write("in.wav", NoiseSamples(88200, 3000), 44100, 2);
     for (const char* line :
          {"umask 027; $ORVANE render in.wav mode.wav && test $(stat -c %a mode.wav) = 640",
@@ -202,7 +202,7 @@ TEST_F(Renderer, LeavesOutPicturesThatTheFormatCannotHold) {
 }
 
 // Tests what happens beyond 4 GiB, with a lower limit.
-TEST_F(Renderer, WhatAWavHeaderCannotCountBecomesRf64) {
+TEST_F(Renderer, AWavFileTooLongForItsHeaderBecomesRf64) {
     const std::vector<int16_t> samples = NoiseSamples(5000, 3000);
     // AIFF has no larger form. It is refused at once, or when the limit is reached if the length is
     // not known.

@@ -42,7 +42,7 @@ float Packed(SoftFloat a) {
 
 }  // namespace
 
-TEST(SoftFloat, CalculatesAsTheProcessorsFloats) {
+TEST(SoftFloat, CalculatesLikeFloats) {
     Operands operands;
     for (int i = 0; i < (kSoftFloat ? 300000 : 3000000); ++i) {
         const float x = operands.Next();
@@ -59,7 +59,7 @@ TEST(SoftFloat, CalculatesAsTheProcessorsFloats) {
     }
 }
 
-TEST(SoftFloat, TakesWhatItCanHold) {
+TEST(SoftFloat, AcceptsExactlyTheFloatsThatItCanHold) {
     for (const float v : {0.0F, -0.0F, 0x1p-80F, -0x1p-80F, 0x1.fffffep59F})
         EXPECT_TRUE(softfloat::Enters(std::bit_cast<uint32_t>(v))) << v;
     for (const float v : {0x1.fffffep-81F, -0x1p60F, 0x1p-149F, INFINITY, float(kNan)})

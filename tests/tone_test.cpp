@@ -35,7 +35,7 @@ double RealResponse(const std::vector<float>& impulse, double turns) {
 
 }  // namespace
 
-TEST(Tone, TheTermsAreWhatTheEqualizerDoesAndTheirCentresWhatIsToldOfThem) {
+TEST(Tone, TermsAreTheEqualizersResponseAndCentresTheStatedOnes) {
     Settings::Levels all{};
     for (size_t band = 0; band < kBands; ++band) {
         Settings::Levels alone;
