@@ -45,7 +45,7 @@ void LoudnessMeter::Add(std::span<const float> samples) {
     while (!samples.empty()) {
         size_t count = samples.size() / channels;
         if (overTime) count = std::min<uint64_t>(count, TenthEnds() - frames);
-        // After such an error libebur128 would write behind the end of its buffer.
+        // If libebur128 continued after this error, it would write beyond its buffer.
         if (ebur128_add_frames_float(state.get(), samples.data(), count) == EBUR128_ERROR_NOMEM)
             throw std::bad_alloc();
         samples = samples.subspan(count * channels);

@@ -31,11 +31,11 @@ namespace {
 // it, and entries are never deleted.
 std::atomic<RemovedName::Entry*> newest{nullptr};
 
-// How many files and folders exist whose names are not in the list yet.
+// Number of files and folders that may exist although their names are not in the list yet.
 std::atomic<int> unlisted{0};
 
 void RemoveAndEnd(int signalNumber) {
-    while (unlisted.load() != 0) sched_yield();  // another thread is about to list a name
+    while (unlisted.load() != 0) sched_yield();  // another thread is adding a name
     for (const RemovedName::Entry* entry = newest.load(); entry != nullptr; entry = entry->next)
         if (entry->used.load() && unlink(entry->path.c_str()) != 0) rmdir(entry->path.c_str());
     std::signal(signalNumber, SIG_DFL);
@@ -158,8 +158,8 @@ private:
     sigset_t before;
 };
 
-// It lives while a file or folder is made and its name is listed, so that no signal comes between:
-// this thread gets none, and a handler on another thread waits.
+// Exists while a file or folder is created and its name is added to the list. No signal interrupts
+// this: this thread gets none, and a handler on another thread waits.
 class Listing {
 public:
     Listing() { ++unlisted; }
@@ -168,7 +168,8 @@ public:
     Listing& operator=(const Listing&) = delete;
 
 private:
-    SignalsHeld held;  // outlives the count: the handler must not wait for its own thread
+    // destroyed after the count is lowered, because the handler must not wait for its own thread
+    SignalsHeld held;
 };
 
 }  // namespace
