@@ -1,9 +1,9 @@
-# Module libqth_orvane_ics_NOVFP, for a platform tree of Android 4.0's time or for ndk-build.
+# The module libqth_orvane_ics_NOVFP, for a platform tree of Android 4.0's time or for ndk-build.
 #
 # The sources are C++20, which the compiler of such a tree (GCC 4.4 to 4.6) can't read. There the
-# module is a prebuilt file: put the library that the preset arm-softfloat makes, or one of an NDK,
+# module is a prebuilt file. Put the library that the preset arm-softfloat makes, or one from an NDK,
 # at android/prebuilt/libqth_orvane_ics_NOVFP.so. Without that file the module is built from the
-# sources, which takes a tree or an NDK with clang 14 or newer:
+# sources, which needs a tree or an NDK with clang 14 or newer:
 #   ndk-build NDK_PROJECT_PATH=. APP_BUILD_SCRIPT=android/Android.mk \
 #     NDK_APPLICATION_MK=android/Application.mk
 ORVANE_ANDROID_PATH := $(call my-dir)
@@ -28,8 +28,9 @@ LOCAL_PATH := $(ORVANE_ANDROID_PATH)/..
 LOCAL_C_INCLUDES := $(LOCAL_PATH)
 LOCAL_SRC_FILES := $(filter-out platform/log_stderr.cpp,$(patsubst $(LOCAL_PATH)/%,%,$(wildcard \
   $(foreach folder,platform host unit effects dsp dsp/softfloat,$(LOCAL_PATH)/$(folder)/*.cpp))))
-# Scalar arithmetic, each product and sum rounded by itself: NEON flushes subnormal numbers, and a
-# fused multiply-add rounds once. The run-time library computes every filter design.
+# Arithmetic is scalar, and each product and sum is rounded by itself. NEON would flush subnormal
+# numbers, and a fused multiply-add would round only once. Mathematics functions are called and not
+# evaluated by the compiler, so the run-time library computes every filter design.
 LOCAL_ARM_MODE := arm
 LOCAL_ARM_NEON := false
 LOCAL_CFLAGS := -O2 -ffp-contract=off -fvisibility=hidden -U_FORTIFY_SOURCE \
@@ -37,7 +38,7 @@ LOCAL_CFLAGS := -O2 -ffp-contract=off -fvisibility=hidden -U_FORTIFY_SOURCE \
   -fno-builtin-sin -fno-builtin-cos -fno-builtin-exp -fno-builtin-pow -fno-builtin-sinf \
   -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf
 LOCAL_CPPFLAGS := -std=c++20 -fno-exceptions -fno-rtti
-# Why each is needed: cmake/library.cmake.
+# cmake/library.cmake says why each of these is needed.
 LOCAL_LDFLAGS := -Wl,--version-script=$(LOCAL_PATH)/cmake/exports.map -Wl,-Bsymbolic \
   -Wl,--hash-style=both -Wl,--gc-sections -Wl,--as-needed -Wl,-z,relro -Wl,-z,now
 ifdef NDK_ROOT

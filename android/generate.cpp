@@ -1,6 +1,5 @@
-// Prints what applications must know of the library's numbers, from table/parameters.h and the
-// library's own descriptor: the regions of the C header, the Java class and the documents that
-// scripts/fill_in.py keeps up to date.
+// Prints the generated regions of the C header, the Java class and the documents, which
+// scripts/fill_in.py puts there. They come from table/parameters.h and the library's descriptor.
 #include <fmt/core.h>
 
 #include <cmath>
@@ -20,8 +19,8 @@
 
 namespace {
 
-// Whole decibels that the level tables hold. Below the first one, 0.01 of gain is more than a
-// decibel; above the last one the levels end.
+// The range of the level tables in whole dB. Below the first one, a step of 0.01 in gain is more
+// than 1 dB. Above the last one, no level is left.
 constexpr int kLowestDb = -40;
 constexpr int kHighestDb = 9;
 
@@ -34,7 +33,7 @@ bool IsQuery(const Parameter& parameter) {
     return parameter.kind == ParameterKind::kQuery;
 }
 
-// What one identifier's values are, in a few words.
+// Describes the values of one identifier in a few words.
 std::string Values(const Parameter& parameter) {
     if (parameter.kind == ParameterKind::kSwitch) return "0 off, 1 on";
     if (IsQuery(parameter)) return std::string("answers ") + UnitText(parameter.unit);
@@ -51,7 +50,8 @@ std::string Values(const Parameter& parameter) {
     return text;
 }
 
-// The equalizer's law: 1 + level up to 0, 1 + 2 level above.
+// Converts a gain in dB to hundredths of a level. The gain is 1 + level up to level 0 and 1 + 2
+// level above.
 int LevelOfDb(int decibels) {
     const double gain = std::pow(10.0, decibels / 20.0);
     const double level = gain <= 1.0 ? gain - 1.0 : (gain - 1.0) / 2.0;
@@ -100,7 +100,7 @@ std::string JavaIdentifiers() {
     return text;
 }
 
-// Lines of ten numbers, for an array in C or Java.
+// Returns the levels for whole dB in lines of ten numbers, for an array in C or Java.
 std::string LevelNumbers() {
     std::string text;
     for (int decibels = kLowestDb; decibels <= kHighestDb; ++decibels) {
@@ -125,7 +125,7 @@ std::string SetTable() {
     return text;
 }
 
-// One row for each control of the plug-in, one for all bands.
+// Returns one row for each control of the plug-in. The ten bands share a row.
 std::string PortTable() {
     std::string text = "| port | name | values | what it does |\n|---|---|---|---|\n";
     for (const Control& control : kControls) {
@@ -168,12 +168,13 @@ std::string LevelTable() {
 }
 
 constexpr double kTableRateHz = 44100;
-// Thirds of an octave, by their usual names.
+// The usual nominal frequencies of thirds of an octave.
 constexpr double kThirdsHz[] = {25,   31.5, 40,   50,   63,   80,   100,   125,   160,   200,
                                 250,  315,  400,  500,  630,  800,  1000,  1250,  1600,  2000,
                                 2500, 3150, 4000, 5000, 6300, 8000, 10000, 12500, 16000, 20000};
 
-// What a band at `level` does alone: at its own frequency, and the most it does the other way.
+// Describes what a band at `level` does alone: the gain at its own frequency, and the largest gain
+// of opposite sign with its frequency.
 std::string AloneText(size_t band, double level) {
     Settings::Levels levels{};
     levels.at(band) = level;
@@ -205,8 +206,8 @@ std::string BandTable() {
     return text;
 }
 
-// Ten numbers a line, one for each band, a line for each third of an octave: for an array in C or
-// Java.
+// Returns the terms in thousandths for an array in C or Java: a line for each third of an octave,
+// with ten numbers, one for each band.
 std::string TermNumbers() {
     std::string text;
     for (const double hz : kThirdsHz) {
@@ -232,7 +233,8 @@ std::string TermTable() {
     return text;
 }
 
-// How long the enhancer holds frames back for some buffer sizes, and the whole chain's delay.
+// Returns, for some buffer sizes, how many frames the enhancer's silent buffers hold, and the whole
+// chain's delay.
 std::string BufferingTable() {
     Settings everything;
     for (const Parameter& parameter : kParameters)

@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
-"""Adds Quenthra Orvane v2 to a device's audio_effects.conf, once, and keeps every other byte.
+"""Adds Quenthra Orvane v2 to a device's audio_effects.conf and keeps every other byte.
 
     merge_audio_effects.py DEVICE_ROOT OUTPUT
 
-DEVICE_ROOT holds the device's files as they lie on it (system/etc/..., vendor/etc/...). The file
-in force is taken: the vendor's if there is one, for it replaces the system's whole. OUTPUT, which
-may be that very file, belongs at the same place on the device: that path is printed.
+DEVICE_ROOT holds the device's files in the same folders as on the device (system/etc/...,
+vendor/etc/...). The script reads the file that is in force. That is the vendor's if there is one,
+because it replaces the system's file as a whole. OUTPUT may be the same file. It belongs at the same
+place on the device, and the script prints that path. If the effect is already in the file, OUTPUT is
+a copy.
 
-Status 0: OUTPUT is written. 1: no file there, or a malformed or contradicting one; nothing is.
+The status is 0 if OUTPUT was written. It is 1, and nothing is written, if there is no such file, or
+if it is malformed or contradicts the new entries.
 """
 import os
 import re
@@ -29,17 +32,18 @@ class Malformed(Exception):
 class Block:
     def __init__(self, line):
         self.values = {}  # name: text up to the end of the line
-        self.blocks = {}  # name: Block; of two with one name the platform sees the first
-        self.begin = line
+        self.blocks = {}  # name: Block; if a name appears twice, the platform sees the first
+        self.begin = line  # index of the line of its opening brace
         self.end = None  # index of the line of its closing brace
 
 
 def parse(text):
-    """The file as a Block. One thing a line, as in the platform's own files: "name {", "name value"
-    (the platform's parser takes all the rest of the line as the value) or "}"; # begins a comment."""
+    """Returns the file as a Block. Each line holds one thing, as in the platform's own files: "name {",
+    "name value" or "}". A value reaches to the end of the line, as for the platform's parser. A comment
+    begins with #."""
     root = Block(-1)
     open_blocks = [root]
-    waiting = None  # a name whose brace is on a later line
+    waiting = None  # a name whose opening brace is on a later line
     for number, line in enumerate(text.split("\n")):
         words = line.split("#", 1)[0].split(None, 1)
         if not words:
@@ -71,8 +75,8 @@ def parse(text):
 
 
 def merge(data):
-    """bytes of a file -> bytes with our library and effect in it."""
-    text = data.decode("latin-1")  # every byte is a character, and comes back as it was
+    """Takes the bytes of a file and returns them with our library and effect added."""
+    text = data.decode("latin-1")  # makes every byte a character, so that encoding restores it
     root = parse(text)
     lines = text.split("\n")
     insertions = []

@@ -1,10 +1,10 @@
-/* What a native application needs to control Quenthra Orvane v2: the identifiers and the records
- * of the parameter commands. C89 with <stdint.h>, C++ too; this file is all there is to copy.
+/* Identifiers and records with which a native application controls Quenthra Orvane v2. Written in
+ * C89 with <stdint.h>, and also valid C++. An application needs to copy only this file.
  *
- * A record is words of 32 bits in the device's byte order: status, size of the identifier (4),
- * size of the values, identifier, values. A value in units is sent as an integer, see each
- * identifier: level -0.45 of band 3 goes as the two values 3 and -45. docs/controlling.md says
- * what each one does. Thread: any; nothing is kept. */
+ * A record consists of 32-bit words in the device's byte order: status, size of the identifier (4),
+ * size of the values in bytes, identifier, values. A value in units is sent as an integer, as the
+ * comment at each identifier says. Level -0.45 of band 3 is sent as the two values 3 and -45.
+ * docs/controlling.md says what each parameter does. Thread: any; the functions have no state. */
 #ifndef QUENTHRA_ORVANE_H
 #define QUENTHRA_ORVANE_H
 
@@ -12,8 +12,8 @@
 #include <stdint.h>
 #include <string.h>
 
-/* Implementation and type of the effect. Find it by the implementation: the type is another one
- * while the device is in safe mode. */
+/* The UUIDs of the effect's implementation and type. Look for the implementation, because the type
+ * is another one while the device is in safe mode. */
 /* generated: c-identifiers */
 #define ORVANE_UUID "d92c3a90-3e26-11e2-a25f-0800200c9a66"
 #define ORVANE_TYPE "aa48cf24-9ae1-4045-acb9-4fe1e156475b"
@@ -66,7 +66,7 @@ enum OrvaneRecordSize {
     ORVANE_MAX_VALUES = 4,
     ORVANE_GET_BYTES = 16,
     ORVANE_SET_MAX_BYTES = ORVANE_GET_BYTES + 4 * ORVANE_MAX_VALUES,
-    ORVANE_REPLY_BYTES = 20 /* of a get: what to offer as the reply size */
+    ORVANE_REPLY_BYTES = 20 /* the reply size to offer with a get-parameter command */
 };
 
 #if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 199901L)
@@ -77,9 +77,9 @@ enum OrvaneRecordSize {
 #define ORVANE_INLINE static
 #endif
 
-/* Packs the data of a set-parameter command: `count` values, 1 to ORVANE_MAX_VALUES, for `id`.
- * record: ORVANE_SET_MAX_BYTES bytes at any address. Returns the size of the command in bytes, 0
- * (and nothing is written) for another count. */
+/* Packs the data of a set-parameter command that gives `id` `count` values, 1 to ORVANE_MAX_VALUES.
+ * `record` has ORVANE_SET_MAX_BYTES bytes at any address. Returns the size of the command in bytes.
+ * For any other count, returns 0 and writes nothing. */
 ORVANE_INLINE size_t OrvanePackSet(void* record, int32_t id, const int32_t* values, int32_t count) {
     int32_t header[4];
     if (count < 1 || count > ORVANE_MAX_VALUES) return 0;
@@ -92,7 +92,7 @@ ORVANE_INLINE size_t OrvanePackSet(void* record, int32_t id, const int32_t* valu
     return sizeof header + 4 * (size_t)count;
 }
 
-/* Packs the data of a get-parameter command. record: ORVANE_GET_BYTES bytes at any address.
+/* Packs the data of a get-parameter command. `record` has ORVANE_GET_BYTES bytes at any address.
  * Returns the size of the command in bytes. */
 ORVANE_INLINE size_t OrvanePackGet(void* record, int32_t id) {
     int32_t request[4];
@@ -104,9 +104,9 @@ ORVANE_INLINE size_t OrvanePackGet(void* record, int32_t id) {
     return sizeof request;
 }
 
-/* Reads the reply of a get-parameter command, `bytes` as the command left the reply size. Returns
- * 0 and stores the value, or the status of a refusal (-22: no such parameter, or no whole reply),
- * and *value stays. */
+/* Reads the reply of a get-parameter command. `bytes` is the reply size that the command left.
+ * Returns 0 and stores the value. If the command was refused, returns the negative status and
+ * leaves *value unchanged; -22 means that there is no such parameter or no whole reply. */
 ORVANE_INLINE int32_t OrvaneReadReply(const void* reply, size_t bytes, int32_t* value) {
     const int32_t refused = -22;
     int32_t words[5];
@@ -118,10 +118,10 @@ ORVANE_INLINE int32_t OrvaneReadReply(const void* reply, size_t bytes, int32_t* 
     return 0;
 }
 
-/* The value to send as ORVANE_PARAM_EQUALIZER_BANDLEVEL to all ten bands for a gain of the whole in
- * decibels. Below -40 it is mute (-100), above 9 the highest (100, 9.5 dB). One band alone does
- * less at its own frequency and the opposite an octave above, and band 9 alone takes everything
- * below it away: see OrvaneBandTerm. */
+/* Returns the value that sets a gain in dB when all ten bands get it with
+ * ORVANE_PARAM_EQUALIZER_BANDLEVEL. Below -40 dB it is -100 (mute); above 9 dB it is the highest,
+ * 100 (9.5 dB). One band alone does less at its own frequency and the opposite an octave above it.
+ * Band 9 alone removes everything below it. OrvaneBandTerm gives the numbers. */
 ORVANE_INLINE int32_t OrvaneLevelOfDb(int32_t decibels) {
     /* clang-format off */
     static const signed char levels[] = { /* -40 dB first */
@@ -139,12 +139,15 @@ ORVANE_INLINE int32_t OrvaneLevelOfDb(int32_t decibels) {
     return levels[decibels + 40];
 }
 
-/* What a band adds to the equalizer's gain at a frequency, in thousandths of the band's own gain,
- * which is 1 + level up to 0 and 1 + 2 level above. So the equalizer's gain there is the sum of
- * term times gain over the ten bands; it can be negative, and a curve's ten gains are a linear
- * least-squares problem with bounds, 0 to 3. third: thirds of an octave from 0 (25 Hz) to 29 (20
- * kHz) at a sampling rate of 44100 Hz; at another rate the frequencies are in proportion to it. 0
- * for another band or third. */
+/* Returns what a band adds to the equalizer's linear gain at a frequency, in thousandths of the
+ * band's own gain. The band's gain is 1 + level up to level 0 and 1 + 2 level above. So the
+ * equalizer's gain at the frequency is the sum of term times gain over the ten bands, divided by
+ * 1000. It can be negative. To find the ten gains for a curve, solve a linear least-squares problem
+ * with bounds of 0 and 3.
+ *
+ * `third` counts thirds of an octave from 0 (25 Hz) to 29 (20 kHz) at a sampling rate of 44100 Hz.
+ * At other rates the frequencies are in proportion to the rate. Returns 0 for any other band or
+ * third. */
 ORVANE_INLINE int32_t OrvaneBandTerm(int32_t band, int32_t third) {
     /* clang-format off */
     static const short terms[][10] = { /* 25 Hz first, band 0 first */

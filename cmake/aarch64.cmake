@@ -1,4 +1,4 @@
-# 64-bit ARM, any processor of that kind. Debian's g++-aarch64-linux-gnu.
+# Toolchain for every 64-bit ARM processor: Debian's g++-aarch64-linux-gnu.
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(triple aarch64-linux-gnu)
 set(emulator qemu-aarch64)

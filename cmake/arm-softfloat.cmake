@@ -1,5 +1,5 @@
-# The device: ARMv5TE without a floating-point unit, little endian, 32 bits; in ARM state where nothing
-# else is asked for. Debian's g++-arm-linux-gnueabi.
+# Toolchain for the device: ARMv5TE without a floating-point unit, little endian, 32 bits. Code is in ARM
+# state unless a source asks for Thumb state. Debian's g++-arm-linux-gnueabi.
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_FLAGS_INIT "-march=armv5te -marm -mfloat-abi=soft -Wno-psabi")
 set(CMAKE_CXX_FLAGS_INIT "-march=armv5te -marm -mfloat-abi=soft -Wno-psabi")

@@ -1,10 +1,11 @@
-# What Debian's cross compilers have in common. The toolchain file that includes this sets `triple`,
-# the prefix of the compilers' names, and `emulator`, the program of qemu-user that runs the results.
+# The common part of the toolchain files for Debian's cross compilers. The file that includes this sets
+# `triple`, the prefix of the compilers' names, and `emulator`, the program of qemu-user that runs the
+# compiled programs.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${triple}-gcc)
 set(CMAKE_CXX_COMPILER ${triple}-g++)
 
-# Libraries beyond the C and C++ ones lie in CMAKE_SYSROOT, if that is set.
+# If CMAKE_SYSROOT is set, libraries other than the C and C++ ones are there.
 if(CMAKE_SYSROOT)
   set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} -L ${CMAKE_SYSROOT})
 else()

@@ -1,7 +1,7 @@
-# Read by ctest behind the list of tests: single ones that an emulated build leaves out.
+# Labels the tests that an emulated build leaves out. ctest reads this file after the list of tests.
 
-# Minutes in all, a quarter of an hour the first one; what is allocated doesn't depend on the
-# processor.
+# Under emulation these take minutes, and the first one a quarter of an hour. Allocations don't depend
+# on the processor, so other builds test enough.
 set_tests_properties(
   Allocation.TheAudioThreadNeitherAllocatesNorFreesUpTo2048Frames
   Allocation.ABufferThatCannotGrowIsLeftOutOfTheChainAndTheNextGoesOn

@@ -1,5 +1,5 @@
-# GoogleTest: the installed one, or built from its sources (Debian's package googletest) where the
-# tests are compiled for another machine. There, ctest leaves out what has the label not-emulated.
+# Finds the installed GoogleTest. In cross builds, builds it from the sources in Debian's package
+# googletest. There, ctest leaves out tests with the label not-emulated.
 if(CMAKE_CROSSCOMPILING)
   find_path(ORVANE_GOOGLETEST_SOURCE googletest/CMakeLists.txt
     PATHS /usr/src/googletest NO_CMAKE_FIND_ROOT_PATH REQUIRED)
@@ -13,7 +13,7 @@ if(CMAKE_CROSSCOMPILING)
       add_library(GTest::${name} ALIAS ${name})
     endif()
   endforeach()
-  target_link_libraries(gtest INTERFACE atomic)  # 64-bit atomics of the tests
+  target_link_libraries(gtest INTERFACE atomic)  # the tests use 64-bit atomics
   cmake_language(DEFER CALL set_property DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES
     ${CMAKE_SOURCE_DIR}/cmake/emulated_tests.cmake)
 else()

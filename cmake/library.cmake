@@ -1,5 +1,5 @@
-# The library, twice from the same objects: `orvane_static` for tests that look inside, and the
-# shared library that the framework loads.
+# Makes two libraries from the same objects: `orvane_static` for tests that look inside, and the shared
+# library that the framework loads.
 
 include(cmake/sources.cmake)
 set(platform_sources platform/clock.cpp platform/file.cpp)
@@ -9,19 +9,20 @@ else()
   list(APPEND platform_sources platform/log_stderr.cpp)
 endif()
 
-# The device takes the assembly version, which is made for processors without a floating-point unit.
+# The device uses the assembly version, which is written for processors without a floating-point unit.
 set(ORVANE_ASSEMBLY OFF)
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm" AND ORVANE_SOFTFLOAT STREQUAL "")
   set(ORVANE_ASSEMBLY ON)
 endif()
-# A second library with wider vectors.
+# On x86-64 there is a second library with wider vectors.
 set(ORVANE_X86_64 OFF)
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
   set(ORVANE_X86_64 ON)
 endif()
 
 if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
-  # Everywhere else there is room for a third more code in what runs with every sample.
+  # Other processors have room for the code of -O3, which is a third larger, in what runs with every
+  # sample.
   set(hot_sources ${ORVANE_SOURCES})
   list(FILTER hot_sources INCLUDE REGEX "^(dsp|effects|unit)/")
   set_source_files_properties(${hot_sources} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-O3>")
@@ -34,21 +35,22 @@ if(ORVANE_ASSEMBLY)
     dsp/softfloat/butterfly_groups.S dsp/softfloat/contour_mix.S
     dsp/softfloat/equalizer_ends.S dsp/softfloat/limiter.S
     dsp/softfloat/spectrum_product.S dsp/softfloat/turns.S)
-  # What runs with every sample is in ARM state, whose instructions do more each. Everything else
-  # (designs, commands, forms that only step in) is small before fast: in Thumb state, but for what
-  # dsp/arm_state.h marks.
+  # Code that runs with every sample is in ARM state, whose instructions do more each. All other code
+  # (filter designs, commands, rarely used fallbacks) should be small rather than fast. It is in Thumb
+  # state, except for functions that dsp/arm_state.h marks.
   set_source_files_properties(effects/steady_gains.cpp PROPERTIES COMPILE_OPTIONS -Os)
   set(small_sources ${ORVANE_SOURCES})
   list(REMOVE_ITEM small_sources dsp/softfloat/equalizer_core.cpp effects/loudness.cpp
     effects/playback_gain.cpp effects/steady_gains.cpp)
   set_source_files_properties(${small_sources} platform/clock.cpp platform/file.cpp
     PROPERTIES COMPILE_OPTIONS "-Os;-mthumb")
-  # Calls change the state by themselves; without it, by stubs that ARMv4T needs.
+  # With this option calls change the state themselves. Otherwise the linker adds the stubs that ARMv4T
+  # needs.
   add_link_options(-Wl,--use-blx)
 endif()
 
-# orvane_objectsSUFFIX, orvane_staticSUFFIX and the shared qth_orvaneSUFFIX in `folder`; the other
-# arguments are options for them and for what is linked with the objects.
+# Adds orvane_objectsSUFFIX, orvane_staticSUFFIX and the shared qth_orvaneSUFFIX, which goes to `folder`.
+# Further arguments are compile options for them and for targets that link with the objects.
 function(add_orvane_library suffix folder)
   add_library(orvane_objects${suffix} OBJECT
     ${ORVANE_SOURCES} ${hand_written} ${platform_sources})
@@ -61,7 +63,7 @@ function(add_orvane_library suffix folder)
   add_library(${library} SHARED)
   target_link_libraries(${library} PRIVATE orvane_objects${suffix} m)
   if(NOT ORVANE_SANITIZE)
-    # Its own allocation operators; the sanitizers bring theirs.
+    # The library has its own allocation operators. The sanitizers bring theirs.
     target_sources(${library} PRIVATE platform/runtime.cpp)
     target_compile_options(${library} PRIVATE -fno-exceptions -fno-rtti)
     target_link_options(${library} PRIVATE -Wl,-z,defs)
@@ -70,8 +72,8 @@ function(add_orvane_library suffix folder)
     OUTPUT_NAME qth_orvane_ics_NOVFP
     LIBRARY_OUTPUT_DIRECTORY ${folder}
     LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/exports.map)
-  # -Bsymbolic: the platform's loader exports functions with the names of our entry points.
-  # Both hash tables: loaders of Android 4.0 know no GNU hash table.
+  # -Bsymbolic is needed because the platform's loader exports functions with the names of our entry
+  # points. Both hash tables are needed because loaders of Android 4.0 know no GNU hash table.
   target_link_options(${library} PRIVATE
     -static-libgcc -static-libstdc++
     -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/exports.map
@@ -84,6 +86,7 @@ endfunction()
 
 add_orvane_library("" ${CMAKE_BINARY_DIR})
 if(ORVANE_X86_64)
-  # The same for processors with AVX2: wider vectors, the same samples. Never fused operations.
+  # The library for processors with AVX2 has wider vectors and gives the same samples. It uses no fused
+  # operations.
   add_orvane_library(_avx2 ${CMAKE_BINARY_DIR}/avx2 -mavx2 -mno-fma)
 endif()

@@ -1,12 +1,12 @@
-# `cmake --install`, and a Debian package through cpack: the renderer, the library in a folder of its
-# own where the renderer finds it, the plug-in where hosts look, manual page, completion, what there
-# is to read.
+# Defines what `cmake --install` installs and what cpack puts into a Debian package: the programs, the
+# plug-in, manual pages, completion and documents. The library goes to a folder of its own, where the
+# renderer finds it. The plug-in goes where hosts look for plug-ins.
 
 include(GNUInstallDirs)
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/orvane)
 
 install(TARGETS orvane orvane_desktop RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-# No place where the linker looks.
+# The linker doesn't look for libraries in this folder.
 set(soundfx lib/orvane/soundfx)
 install(TARGETS qth_orvane LIBRARY DESTINATION ${soundfx})
 if(ORVANE_X86_64)
@@ -17,7 +17,7 @@ foreach(name manifest orvane presets)
   install(FILES ${CMAKE_BINARY_DIR}/orvane.lv2/${name}.ttl DESTINATION lib/lv2/orvane.lv2)
 endforeach()
 install(FILES desktop/orvane-desktop.service DESTINATION lib/systemd/user)
-# Made of the line's output.
+# make_file FILE LINE: makes the file from the standard output of a line of shell.
 function(make_file file line)
   add_custom_command(OUTPUT ${file} COMMAND sh -c "${line} >${file}"
     DEPENDS orvane packaging/changelog VERBATIM)
@@ -37,7 +37,7 @@ install(FILES packaging/copyright docs/batch.md docs/desktop.md docs/plugin.md d
 install(FILES packaging/lintian-overrides RENAME orvane
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides)
 
-# The page, where scripts/web.sh has made it.
+# The page is installed if scripts/web.sh has made it.
 install(FILES ${CMAKE_BINARY_DIR}/../web/orvane.html DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/orvane
   OPTIONAL)
 

@@ -1,4 +1,4 @@
-# WebAssembly, by Debian's clang and wasi-libc.
+# Toolchain for WebAssembly: Debian's clang and wasi-libc.
 set(CMAKE_SYSTEM_NAME Generic)
 set(CMAKE_SYSTEM_PROCESSOR wasm32)
 set(CMAKE_C_COMPILER clang)

@@ -1,5 +1,5 @@
-/* Stand-ins for the platform's libraries, to link against where there is no NDK: the names that the
- * library takes from each, all of them there in Android 4.0, and nothing behind them. */
+/* Makes stand-ins for the platform's libraries, to link against without an NDK. They have the names
+ * that the library takes from each, and empty functions. Android 4.0 has all of these functions. */
 #define PLATFORM_FUNCTION(name) \
     void name(void);            \
     void name(void) {}

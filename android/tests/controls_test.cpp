@@ -1,4 +1,4 @@
-// The records that applications copy from android/quenthra_orvane.h, sent to the library.
+// Sends the library the records that applications make with android/quenthra_orvane.h.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -61,7 +61,7 @@ TEST(Controls, LevelsOfAllBandsAndOfOneGiveWhatTheTablesSay) {
         return std::sqrt(power(instance.Run(in, kFrames, 1)) / power(in));
     };
     constexpr int32_t kThirdOf1000Hz = 16;
-    for (int32_t band = 0; band < 10; ++band)  // gain 3 for one, 1 for the rest
+    for (int32_t band = 0; band < 10; ++band)  // one band has a gain of 3 and the others of 1
         EXPECT_NEAR(gainOf(0, band, 100),
                     std::abs(1 + 2 * OrvaneBandTerm(band, kThirdOf1000Hz) / 1000.0), 0.006)
             << band;

@@ -1,4 +1,4 @@
-/* The platform's log where there is none. */
+/* Stands in for the platform's log under emulation. Writes to standard error. */
 #include <stdarg.h>
 #include <stdio.h>
 

@@ -1,5 +1,6 @@
 #!/bin/sh
-# Every line that the library logs stands in docs/integration.md, for whoever reads a device's log.
+# Checks that docs/integration.md explains every line that the library logs, for readers of a device's
+# log.
 #   log_lines_test.sh PROJECT_FOLDER
 cd "$1" || exit 1
 lines=$(sed -n 's/.*LogInfo("\([^"]*\)".*/\1/p' host/*.cpp unit/*.cpp)

@@ -1,4 +1,4 @@
-// Log lines as the platform's own log library receives them.
+// Tests the log lines that the platform's own log library receives.
 #include <android/log.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-"""merge_audio_effects.py on files like those of devices, and on broken ones."""
+"""Tests merge_audio_effects.py on files like those of devices, and on broken ones."""
 import os
 import subprocess
 import sys
@@ -51,7 +51,7 @@ class Merge(unittest.TestCase):
             file.write(data)
 
     def merge(self):
-        """The merged bytes, or what the script complains of."""
+        """Returns the merged bytes, or the script's complaint."""
         output = os.path.join(self.folder.name, "output")
         run = subprocess.run([sys.executable, SCRIPT, self.folder.name, output],
                              capture_output=True, text=True)

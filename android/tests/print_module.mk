@@ -1,4 +1,4 @@
-# Reads Android.mk as a build system would, and prints what it asks for, one word a line.
+# Reads Android.mk as a build system would, and prints its sources and options, one word a line.
 #   make -s -f print_module.mk ANDROID=FOLDER ORVANE_PREBUILT=none
 my-dir = $(ANDROID)
 CLEAR_VARS := /dev/null

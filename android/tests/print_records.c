@@ -1,4 +1,4 @@
-/* Prints cases and what the C header makes of them, one a line, for RecordsTest.java to make again:
+/* Prints cases and the C header's results, one a line. RecordsTest.java makes the results again:
  *   set ID VALUE... = BYTES        get ID = BYTES
  *   reply BYTES = STATUS VALUE     level DB = LEVEL     term BAND THIRD = TERM
  *   id NAME = NUMBER               text NAME = TEXT */

@@ -7,7 +7,7 @@ import java.io.BufferedReader;
 import java.io.InputStreamReader;
 import java.util.Arrays;
 
-/** Makes the lines of print_records.c again from their left sides, then tries the example. */
+/** Makes the right sides of print_records.c's lines again from the left, then tests the example. */
 public final class RecordsTest {
     private static final int LINES = 74;
 

@@ -7,7 +7,7 @@ import java.lang.reflect.Method;
 import java.util.UUID;
 
 /**
- * Example: Quenthra Orvane v2 on the output mix, through the framework's hidden calls.
+ * Example: controls Quenthra Orvane v2 on the output mix, through the framework's hidden methods.
  *
  * <pre>
  *     OrvaneEffect orvane = new OrvaneEffect(0, OrvaneEffect.OUTPUT_MIX);
@@ -18,14 +18,14 @@ import java.util.UUID;
  *     orvane.effect().release();
  * </pre>
  *
- * The application needs the permission MODIFY_AUDIO_SETTINGS. Keep the object: once it is released
- * or collected, the effect is gone, and so are its settings.
+ * The application needs the permission MODIFY_AUDIO_SETTINGS. Keep a reference to the object. Once
+ * it is released or garbage-collected, the effect and its settings are gone.
  */
 public final class OrvaneEffect {
-    /** The session to run on; see docs/controlling.md. */
+    /** The audio session of the output mix; see docs/controlling.md. */
     public static final int OUTPUT_MIX = 0;
 
-    // The framework's "any type": in safe mode the effect has another one.
+    // The framework's "any type", because the effect has another type in safe mode.
     private static final UUID ANY_TYPE = UUID.fromString("ec7178ec-e5e1-4432-a3f4-4657e6795210");
 
     private final AudioEffect effect;
@@ -34,9 +34,8 @@ public final class OrvaneEffect {
     private final Method get;
 
     /**
-     * @param priority of this client over others that control the effect; the usual one is 0
-     * @throws UnsupportedOperationException if the device doesn't have the effect, or not these
-     *     calls
+     * @param priority of this client over others that control the effect; usually 0
+     * @throws UnsupportedOperationException if the device lacks the effect or these hidden methods
      */
     public OrvaneEffect(int priority, int session) {
         try {
@@ -58,18 +57,18 @@ public final class OrvaneEffect {
         }
     }
 
-    /** To enable, disable and release it, and to hear who has control. */
+    /** Returns the framework's object, to enable or release it or to learn who has control. */
     public AudioEffect effect() {
         return effect;
     }
 
     /**
-     * Sets a parameter to 1 to 4 values. Negative: an error of AudioEffect, -5 while another client
-     * has control. 0 or above: done (later releases answer a count). An unknown identifier or a
-     * value that the effect ignores is "done" as well.
+     * Sets a parameter to 1 to 4 values. Returns 0 or more on success; later releases return a
+     * count. Returns a negative error of AudioEffect on failure, -5 while another client has
+     * control. An unknown identifier, or a value that the effect ignores, counts as success.
      */
     public int set(int id, int... values) {
-        // The overload for ints takes two of them at most.
+        // The overload for ints takes at most two values.
         if (values.length <= 2) return call(setInts, new int[] {id}, values);
         return call(setBytes, OrvaneRecords.words(id), OrvaneRecords.words(values));
     }

@@ -4,11 +4,11 @@ import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 
 /**
- * Identifiers and records of Quenthra Orvane v2's parameter commands; pure packing, no Android.
+ * Identifiers and records of Quenthra Orvane v2's parameter commands. Needs no class of Android.
  *
- * <p>A value in units is sent as an integer, see each identifier: level -0.45 of band 3 goes as the
- * two values 3 and -45. All bytes are in the device's own order, which {@code byte[]} arguments of
- * the framework keep as they are.
+ * <p>A value in units is sent as an integer, as the comment at each identifier says. Level -0.45 of
+ * band 3 is sent as the two values 3 and -45. All bytes are in the device's byte order, because the
+ * framework passes {@code byte[]} arguments on unchanged.
  */
 public final class OrvaneRecords {
     // generated: java-identifiers
@@ -78,7 +78,7 @@ public final class OrvaneRecords {
 
     public static final int MAX_VALUES = 4;
 
-    /** Status of a reply that isn't one: too short, or without a value. */
+    /** Status of a reply that is too short or has no value. */
     public static final int REFUSED = -22;
 
     // -40 dB first.
@@ -130,7 +130,7 @@ public final class OrvaneRecords {
 
     private OrvaneRecords() {}
 
-    /** The words one after the other, as the parameter or the value of {@code setParameter}. */
+    /** Packs words one after the other, as the parameter or the value of {@code setParameter}. */
     public static byte[] words(int... words) {
         ByteBuffer buffer = ByteBuffer.allocate(4 * words.length).order(ByteOrder.nativeOrder());
         for (int word : words) buffer.putInt(word);
@@ -138,7 +138,7 @@ public final class OrvaneRecords {
     }
 
     /**
-     * Data of a whole set-parameter command.
+     * Packs the data of a whole set-parameter command.
      *
      * @param values 1 to {@link #MAX_VALUES}
      * @throws IllegalArgumentException for another number of values
@@ -154,12 +154,12 @@ public final class OrvaneRecords {
         return words(record);
     }
 
-    /** Data of a whole get-parameter command, whose reply takes 20 bytes. */
+    /** Packs the data of a whole get-parameter command. Its reply takes 20 bytes. */
     public static byte[] get(int id) {
         return words(0, 4, 4, id);
     }
 
-    /** Status of a reply to a get-parameter command: 0, and {@link #value} holds, or negative. */
+    /** Returns the status of a reply to a get-parameter command: 0, or negative if refused. */
     public static int status(byte[] reply) {
         if (reply.length < 4) return REFUSED;
         int status = word(reply, 0);
@@ -167,21 +167,21 @@ public final class OrvaneRecords {
         return reply.length >= 20 && word(reply, 2) == 4 ? 0 : REFUSED;
     }
 
-    /** Value of a reply whose {@link #status} is 0. */
+    /** Returns the value of a reply whose {@link #status} is 0. */
     public static int value(byte[] reply) {
         return word(reply, 4);
     }
 
-    /** One of the words in {@code bytes}. */
+    /** Returns one of the 32-bit words in {@code bytes}; {@code index} counts words. */
     public static int word(byte[] bytes, int index) {
         return ByteBuffer.wrap(bytes).order(ByteOrder.nativeOrder()).getInt(4 * index);
     }
 
     /**
-     * The value to send as {@link #PARAM_EQUALIZER_BANDLEVEL} to all ten bands for a gain of the
-     * whole in decibels. Below -40 it is mute (-100), above 9 the highest (100, 9.5 dB). One band
-     * alone does less at its own frequency and the opposite an octave above, and band 9 alone takes
-     * everything below it away: see {@link #bandTerm}.
+     * Returns the value that sets a gain in dB when all ten bands get it with {@link
+     * #PARAM_EQUALIZER_BANDLEVEL}. Below -40 dB it is -100 (mute); above 9 dB it is the highest,
+     * 100 (9.5 dB). One band alone does less at its own frequency and the opposite an octave above
+     * it. Band 9 alone removes everything below it. {@link #bandTerm} gives the numbers.
      */
     public static int levelOfDb(int decibels) {
         if (decibels < -40) return -100;
@@ -189,14 +189,15 @@ public final class OrvaneRecords {
     }
 
     /**
-     * What a band adds to the equalizer's gain at a frequency, in thousandths of the band's own
-     * gain, which is 1 + level up to 0 and 1 + 2 level above. So the equalizer's gain there is the
-     * sum of term times gain over the ten bands; it can be negative, and a curve's ten gains are a
-     * linear least-squares problem with bounds, 0 to 3.
+     * Returns what a band adds to the equalizer's linear gain at a frequency, in thousandths of the
+     * band's own gain. The band's gain is 1 + level up to level 0 and 1 + 2 level above. So the
+     * equalizer's gain at the frequency is the sum of term times gain over the ten bands, divided
+     * by 1000. It can be negative. To find the ten gains for a curve, solve a linear least-squares
+     * problem with bounds of 0 and 3.
      *
-     * @param third thirds of an octave from 0 (25 Hz) to 29 (20 kHz) at a sampling rate of 44100 Hz;
-     *     at another rate the frequencies are in proportion to it
-     * @return 0 for another band or third
+     * @param third counts thirds of an octave from 0 (25 Hz) to 29 (20 kHz) at a sampling rate of
+     *     44100 Hz; at other rates the frequencies are in proportion to the rate
+     * @return the term, or 0 for any other band or third
      */
     public static int bandTerm(int band, int third) {
         if (band < 0 || band > 9 || third < 0 || third > 29) return 0;

@@ -4,7 +4,7 @@ import com.quenthra.orvane.OrvaneRecords;
 
 import java.util.UUID;
 
-/** Stands in for the framework's class: keeps what it is given. */
+/** Stands in for the framework's class and keeps what it is given. */
 public class AudioEffect {
     public static UUID uuid;
     public static byte[] sent; // identifier and values, as they'd follow the record's header
