@@ -43,7 +43,7 @@ within default_is speakers
 sed "s:/usr/bin:$HOME/prefix/bin:" "$HOME"/prefix/lib/systemd/user/orvane-desktop.service >orvane-desktop.service
 systemd-analyze --user verify ./orvane-desktop.service
 
-# What lies beside the equalizer's delay is the same whenever the chain was started.
+# Only the equalizer and the output gain are set. Their samples don't depend on when the chain started.
 cat >settings <<'END'
 eq = -0.2,1,0.8,0.05,-0.05,-0.15,0,-0.1,0.05,-0.05
 output-gain = -6dB
@@ -70,7 +70,7 @@ orvane-desktop status | grep -q '^on, everything.*'
 frames() { pcm "$1" | od -An -v -tx1 -w4 | tr -d ' ' | sed '/^00000000$/d'; }  # that sound
 orvane render in.wav wanted.wav -q --preset settings --cold-start --keep-delay --no-dither
 frames wanted.wav >wanted.frames
-# A busy machine drops buffers here and there; what is heard of the others is the renderer's.
+# A busy machine drops some buffers. All others must hold the renderer's samples.
 for turn in 1 2 3 4 5; do
   hear out.wav play
   frames out.wav >heard.frames
@@ -79,7 +79,7 @@ for turn in 1 2 3 4 5; do
   [ $turn -lt 5 ] || fail "$missing frames of $(wc -l <wanted.frames) aren't heard"
 done
 
-# A setting turned while it plays is heard in the recording.
+# A setting that changes during playback must be heard in the recording.
 turn() {
   play
   play &
@@ -97,7 +97,7 @@ after=$(tail -c 480000 turned.pcm | level)
 awk "BEGIN { exit !($before - $after > 8) }" || fail "no change is heard: $before, $after dB"
 orvane-desktop set ratio 11 2>/dev/null && fail "11 is outside the range"
 
-# Its process dies: the sound goes on without it.
+# If the client's process dies, the sound must go on without it.
 kill -KILL "$(cat run/orvane-desktop.pid)"
 within gone
 within alive
@@ -106,7 +106,7 @@ default_is orvane
 orvane-desktop status | grep -q 'ratio 3'
 orvane-desktop off
 within alive
-# No plug-in: nothing but a message.
+# Without the plug-in, nothing may happen except a message.
 LV2_PATH="$HOME" orvane-desktop on 2>message && fail "it plays without its plug-in"
 grep -q "doesn't appear" message
 alive
