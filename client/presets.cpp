@@ -8,6 +8,7 @@ namespace {
 // are set so that the descriptions hold; docs/presets.md has the measurements.
 constexpr Preset kPresets[] = {
     {.name = "music",
+     .purpose = "more bass and air",
      .description =
          "a livelier sound: bass below 100 Hz and air above 4 kHz up by 3 to 4 dB against the "
          "middle; as loud as before, but loud masters and speech up to 2 LU softer",
@@ -17,6 +18,7 @@ constexpr Preset kPresets[] = {
                 {PARAM_OUTPUT_GAIN, 0.75}},
      .levels = {-0.1, 0.5, 0.5, 0, 0, -0.05, -0.15, 0, 0.05, 0.05}},
     {.name = "bass",
+     .purpose = "much more bass",
      .description =
          "the bass below 110 Hz up by 7 dB against the rest; as loud as before, but loud "
          "masters and speech up to 4 LU softer",
@@ -25,6 +27,7 @@ constexpr Preset kPresets[] = {
                 {PARAM_OUTPUT_GAIN, 0.55}},
      .levels = {-0.2, 1, 0.8, 0.05, -0.05, -0.15, 0, -0.1, 0.05, -0.05}},
     {.name = "steady",
+     .purpose = "soft passages lifted",
      .description =
          "the tone as it is, soft passages lifted: a quarter to two fifths off a wide loudness "
          "range, and 1 to 7 LU louder; loud masters up to 4 LU softer",
@@ -32,6 +35,7 @@ constexpr Preset kPresets[] = {
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 6},
                 {PARAM_OUTPUT_GAIN, 0.65}}},
     {.name = "night",
+     .purpose = "quiet listening at night",
      .description =
          "half of a wide loudness range or less, little deep bass, true peaks 10 dB below full "
          "scale",
@@ -41,6 +45,7 @@ constexpr Preset kPresets[] = {
                 {PARAM_OUTPUT_GAIN, 0.25}},
      .levels = {-0.7, -0.4, -0.1, 0, 0, 0, 0, 0.1, -0.1, -0.05}},
     {.name = "voice",
+     .purpose = "speech, easier to follow",
      .description =
          "speech over everything else: levelled, 1 to 6 kHz up, below 200 Hz down; speech as "
          "loud as before or up to 3 LU louder",
@@ -50,6 +55,7 @@ constexpr Preset kPresets[] = {
                 {PARAM_OUTPUT_GAIN, 0.55}},
      .levels = {-0.6, -0.55, -0.45, -0.2, 0, 0.05, 0.2, 0.4, -0.15, 0.1}},
     {.name = "loud",
+     .purpose = "noisy places",
      .description =
          "for noisy places: music and speech 5 to 14 LU louder, loud masters up to 2.5 LU "
          "softer; true peaks below full scale",
@@ -61,7 +67,9 @@ constexpr Preset kPresets[] = {
                 {PARAM_OUTPUT_GAIN, 1.25},
                 {PARAM_LIMITER_GATE, 0.78}},
      .levels = {-0.1, 0.5, 0.5, 0, 0, -0.05, -0.15, 0, 0.05, 0.05}},
-    {.name = "off", .description = "every processor off; the output limiters remain"},
+    {.name = "off",
+     .purpose = "no effect, for comparison",
+     .description = "every processor off; the output limiters remain"},
 };
 
 // Returns true if every value is in its row's range and survives the rounding to the wire.

@@ -12,6 +12,7 @@ struct PresetValue {
 
 struct Preset {
     const char* name;
+    const char* purpose;      // what it is for, in a few words
     const char* description;  // what it does to the sound, for listeners
     PresetValue values[8] = {};
     Settings::Levels levels{};  // of the equalizer's bands; the equalizer is on if one isn't 0

@@ -1,11 +1,15 @@
 #!/bin/sh
-# Makes the page and the package and tests both. The module's samples and measurements are tested in
-# node, and the page in Debian's Chromium. They are compared with the renderer's samples, so the
-# renderer (preset release) must have been built.
+# Makes the page and the package, and checks both. The type check compares all scripts with the
+# package's index.d.ts, and the format is prettier's. The tests run the module in node and the page in
+# Debian's Chromium. They compare samples and figures with the renderer's, so it must be built (preset
+# release). The versions of what npm installs stand in web/tests/package.json.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/web.sh
 scripts/install-packages.sh browser
 command -v npm >/dev/null || scripts/install-packages.sh npm
 npm install --prefix web/tests --no-package-lock --no-fund --no-audit --loglevel=error
+tools=$PWD/web/tests/node_modules/.bin
+"$tools/tsc" -p web
+(cd web && "$tools/prettier" --check '**/*.{js,mjs,ts}' '!{embedded,table}.*')
 node --test web/tests/*.test.mjs

@@ -1,4 +1,4 @@
-// Prints parameters and presets as the module table.js: an export that answers its text.
+// Prints parameters and presets as the module table.js. The text is an export of this program.
 #include <cstdio>
 #include <string>
 
@@ -50,7 +50,7 @@ ORVANE_EXPORT(table) const char* Table() {
     for (const Control& control : kControls) text += Row(control);
     text += "];\nexport const presets = [\n";
     for (const Preset& preset : Presets())
-        text += "  { name: " + Quoted(preset.name) +
+        text += "  { name: " + Quoted(preset.name) + ", purpose: " + Quoted(preset.purpose) +
                 ",\n    description: " + Quoted(preset.description) + ",\n    values: { " +
                 Values(SettingsOf(preset)) + " } },\n";
     text += "];\n";

@@ -1,30 +1,40 @@
 // A slider and a number box for every row of the table, in groups that fold with their switch.
 import { hzText } from "./axes.js";
+import { byId, element, sentence } from "./dom.js";
 
-// In decibels, below which hundredths of a factor step too far apart.
+/** @import { Parameter } from "../package/index.d.ts" */
+/** @import { State } from "./state.js" */
+/** @typedef {ReturnType<typeof scaleOf>} Scale */
+
+// The lowest gain in decibels. Below it, the steps of 0.01 of a linear gain are too coarse.
 const kLowestGainDb = -20;
 
-// bandHz: where each band of the equalizer does most. onMessage takes no part: a value out of range
-// is put into it.
-export function makeControls(parent, state, bandHz) {
+// `bandHz` holds the frequency at which each band of the equalizer has most effect. A value out of
+// range becomes the nearest value in range.
+/** @param {State} state @param {readonly number[]} bandHz */
+export function makeControls(state, bandHz) {
+  /** @type {Map<string, ReturnType<typeof makeGroup>>} */
   const groups = new Map();
   for (const row of state.table) {
-    if (!groups.has(row.group)) groups.set(row.group, makeGroup(parent, state, row.group));
-    const group = groups.get(row.group);
+    const group = groups.get(row.group) ?? makeGroup(state, row.group);
+    groups.set(row.group, group);
     if (row.kind === "switch") group.addSwitch(row);
     else group.add(row, row.band === undefined ? undefined : bandHz[row.band]);
   }
 }
 
-function makeGroup(parent, state, name) {
+/** @param {State} state @param {string} name */
+function makeGroup(state, name) {
   const box = element("div", { className: "group" });
   const title = element("h3", { textContent: sentence(name) });
   const body = element("fieldset");
   body.setAttribute("aria-label", sentence(name));
   box.append(title, body);
-  parent.append(box);
+  byId("groups").append(box);
+  /** @type {HTMLElement | null} */
   let bands = null;
 
+  /** @param {Parameter} row */
   function addSwitch(row) {
     const input = element("input", { type: "checkbox", id: `set-${row.key}` });
     const label = element("label", { className: "check" });
@@ -40,6 +50,7 @@ function makeGroup(parent, state, name) {
     show();
   }
 
+  /** @param {Parameter} row @param {number} [bandHz] */
   function add(row, bandHz) {
     if (bandHz !== undefined && bands === null) {
       bands = element("details");
@@ -51,6 +62,7 @@ function makeGroup(parent, state, name) {
   return { addSwitch, add };
 }
 
+/** @param {State} state @param {Parameter} row @param {number} [bandHz] */
 function makeRow(state, row, bandHz) {
   const scale = scaleOf(row);
   const id = `set-${row.key}`;
@@ -61,7 +73,12 @@ function makeRow(state, row, bandHz) {
   const slider = element("input", { type: "range", id, ...limits });
   const number = element("input", { type: "number", ...limits });
   number.setAttribute("aria-label", `${name}, number`);
-  box.append(label, slider, number, element("span", { className: "unit", textContent: scale.unit }));
+  box.append(
+    label,
+    slider,
+    number,
+    element("span", { className: "unit", textContent: scale.unit }),
+  );
   if (row.band === undefined)
     box.append(element("p", { className: "hint", textContent: sentence(row.law) }));
 
@@ -75,7 +92,7 @@ function makeRow(state, row, bandHz) {
   });
   const show = () => {
     const shown = scale.toShown(state.get(row.key));
-    slider.value = shown;
+    slider.value = `${shown}`;
     number.value = shown.toFixed(scale.digits);
     slider.setAttribute("aria-valuetext", spoken(shown, scale));
   };
@@ -86,27 +103,39 @@ function makeRow(state, row, bandHz) {
   return box;
 }
 
-// What a row is shown in: gains in decibels, everything else in the table's units.
+// How a row is shown: gains in decibels, everything else in the units of the table.
+/** @param {Parameter} row */
 export function scaleOf(row) {
   if (!row.isGain)
-    return { unit: "", word: "", digits: 2, min: row.min, max: row.max, step: row.step,
-             toShown: (value) => value, toValue: (shown) => shown };
+    return {
+      unit: "",
+      word: "",
+      digits: 2,
+      min: row.min,
+      max: row.max,
+      step: row.step,
+      toShown: (/** @type {number} */ value) => value,
+      toValue: (/** @type {number} */ shown) => shown,
+    };
+  /** @param {number} db */
   const clean = (db) => Math.round(Math.max(kLowestGainDb, db) * 10) / 10 + 0;
-  return { unit: "dB", word: " decibels", digits: 1, min: kLowestGainDb,
-           max: clean(20 * Math.log10(row.max)), step: 0.1,
-           toShown: (value) => clean(20 * Math.log10(value)),
-           toValue: (shown) => 10 ** (shown / 20) };
+  return {
+    unit: "dB",
+    word: " decibels",
+    digits: 1,
+    min: kLowestGainDb,
+    max: clean(20 * Math.log10(row.max)),
+    step: 0.1,
+    toShown: (/** @type {number} */ value) => clean(20 * Math.log10(value)),
+    toValue: (/** @type {number} */ shown) => 10 ** (shown / 20),
+  };
 }
 
+// Returns a shown value as a screen reader says it.
+/** @type {(shown: number, scale: Scale) => string} */
 function spoken(shown, scale) {
   return `${shown < 0 ? "minus " : ""}${Math.abs(shown).toFixed(scale.digits)}${scale.word}`;
 }
 
-const bandName = (row, hz) =>
-  row.band === 0 ? `Below ${hzText(hz)}` : `Around ${hzText(hz)}`;
-
-const sentence = (text) => text[0].toUpperCase() + text.slice(1);
-
-function element(tag, properties = {}) {
-  return Object.assign(document.createElement(tag), properties);
-}
+/** @type {(row: Parameter, hz: number) => string} */
+const bandName = (row, hz) => (row.band === 0 ? `Below ${hzText(hz)}` : `Around ${hzText(hz)}`);

@@ -1,33 +1,72 @@
-// A dropped file as samples, at its own rate where the chain can take it.
+// Reads a file into samples, at its own rate where the chain can take that rate.
+import { bytesOf } from "../rules.js";
 import { fromDecoded } from "../samples.js";
 
-// 44100 or 48000: at which the file is decoded. Read from the headers of WAV, FLAC and Ogg Vorbis;
-// what can't be told, and every other rate, is 48000.
-export function rateOf(bytes) {
-  const view = new DataView(bytes);
+/** @import { Settings } from "../package/index.d.ts" */
+/** @import { NamedPiece } from "../types.d.ts" */
+/** @typedef {(text: string, at: number) => boolean} Has whether the bytes hold a text there */
+/** @typedef {{ rate: number, bits: number, pcm?: { start: number, channels: number } }} Format */
+
+// Pieces of two hours and more do not fit in the memory of a page.
+const kLongSeconds = 2 * 3600;
+// The size from which a file of unknown duration is refused.
+const kManyBytes = 400e6;
+const kHeadBytes = 1 << 24;
+const kPartBytes = 1 << 22;
+const kPatienceMs = 4000;
+// The longest time that the page takes no click while it converts.
+const kBusySamples = 1 << 20;
+
+// Returns the rate at which the file is decoded, 44100 or 48000 Hz, and how many bits its samples
+// have (0: not known, or no whole numbers of 16 bits at this rate). Headers of WAV, FLAC, Ogg Vorbis
+// and MP3 are read; every other file is decoded at 48000 Hz. `pcm` tells where the samples of a
+// 16-bit WAV file start.
+/** @type {(head: ArrayBuffer) => Format} */
+export function formatOf(head) {
+  const view = new DataView(head);
+  /** @type {Has} */
   const has = (text, at) =>
     at + text.length <= view.byteLength &&
     [...text].every((letter, n) => view.getUint8(at + n) === letter.charCodeAt(0));
-  let rate = 0;
-  if (has("RIFF", 0) && has("WAVE", 8)) rate = wavRate(view, has);
-  else if (has("fLaC", 0) && view.byteLength >= 22) rate = view.getUint32(18) >>> 12;
-  else if (has("OggS", 0) && has("\x01vorbis", 28) && view.byteLength >= 44)
-    rate = view.getUint32(40, true);
-  else rate = mpegRate(view, has);
-  return rate === 44100 ? 44100 : 48000;
+  /** @type {Format} */
+  let format = { rate: 0, bits: 0 };
+  if (has("RIFF", 0) && has("WAVE", 8)) format = wavFormat(view, has);
+  else if (has("fLaC", 0) && view.byteLength >= 22) {
+    const word = view.getUint32(18);
+    format = { rate: word >>> 12, bits: ((word >>> 4) & 31) + 1 };
+  } else if (has("OggS", 0) && has("\x01vorbis", 28) && view.byteLength >= 44)
+    format.rate = view.getUint32(40, true);
+  else format.rate = mpegRate(view, has);
+  return [44100, 48000].includes(format.rate) ? format : { rate: 48000, bits: 0 };
 }
 
-function wavRate(view, has) {
-  let at = 12;
-  while (at + 16 <= view.byteLength) {
-    if (has("fmt ", at)) return view.getUint32(at + 12, true);
+/** @type {(view: DataView, has: Has) => Format} */
+function wavFormat(view, has) {
+  const kPcm = 1;
+  const kExtensible = 0xfffe;
+  /** @type {Format} */
+  let format = { rate: 0, bits: 0 };
+  let channels = 0;
+  for (let at = 12; at + 8 <= view.byteLength;) {
     const size = view.getUint32(at + 4, true);
+    if (has("fmt ", at) && at + 24 <= view.byteLength) {
+      let kind = view.getUint16(at + 8, true);
+      if (kind === kExtensible && at + 34 <= view.byteLength) kind = view.getUint16(at + 32, true);
+      channels = view.getUint16(at + 10, true);
+      format.rate = view.getUint32(at + 12, true);
+      format.bits = kind === kPcm ? view.getUint16(at + 22, true) : 0;
+    } else if (has("data", at)) {
+      if (format.bits === 16 && (channels === 1 || channels === 2))
+        format.pcm = { start: at + 8, channels };
+      break;
+    }
     at += 8 + size + (size % 2);
   }
-  return 0;
+  return format;
 }
 
-// Of the first frame's header behind an ID3 tag (ISO 11172-3, 2.4.1.3).
+// Returns the rate in the header of the first frame behind an ID3 tag (ISO 11172-3, 2.4.1.3).
+/** @type {(view: DataView, has: Has) => number} */
 function mpegRate(view, has) {
   let at = 0;
   if (has("ID3", 0) && view.byteLength >= 10)
@@ -36,30 +75,111 @@ function mpegRate(view, has) {
   return [44100, 48000, 32000][(view.getUint8(at + 2) >>> 2) & 3] ?? 0;
 }
 
-// {name, rate, channels}: one or two arrays of samples, those of a 16-bit file exactly s / 32768.
-// Throws an Error that says what to do. Of more than two channels the first two are taken.
-export async function readAudio(file) {
-  const bytes = await file.arrayBuffer();
+// Reads a file. The samples of a 16-bit file are exactly s / 32768. Of more than two channels, the
+// first two are taken. Throws an Error that says what to do. `step` is called with the part that is
+// done, from 0 to 1, or with null if that is not known; if it returns false, the result is null.
+/** @type {(file: File, step: (part: number | null) => boolean) => Promise<NamedPiece | null>} */
+export async function readAudio(file, step) {
+  await refuseLong(file);
+  if (!step(null)) return null;
   try {
-    return await decode(file.name, bytes, rateOf(bytes));
+    const format = formatOf(await file.slice(0, kHeadBytes).arrayBuffer());
+    if (format.pcm !== undefined) return await readPcm(file, format.rate, format.pcm, step);
+    const bytes = await file.arrayBuffer();
+    return step(null) ? await decode(file.name, bytes, format, () => step(null)) : null;
   } catch {
-    throw new Error(`${file.name} is not a sound file that this browser can read. ` +
-                    "WAV, FLAC and MP3 are read everywhere.");
+    throw new Error(
+      `${file.name} is not a sound file that this browser can read. ` +
+        "WAV, FLAC and MP3 are read everywhere.",
+    );
   }
 }
 
-// The piece and the settings that stand in the page itself, as {name, rate, settings, source},
-// source a sound file in base64.
+// Returns the piece and the settings that stand in the page itself. The piece is a FLAC file in
+// base64.
+/** @type {(element: HTMLElement) => Promise<{ piece: NamedPiece, settings: Settings }>} */
 export async function readEmbedded(element) {
-  const { name, rate, settings, source } = JSON.parse(element.textContent);
-  const bytes = Uint8Array.from(atob(source), (letter) => letter.charCodeAt(0));
-  return { piece: await decode(name, bytes.buffer, rate), settings };
+  const { name, rate, settings, source } = JSON.parse(element.textContent ?? "");
+  const piece = await decode(name, bytesOf(source).buffer, { rate, bits: 16 }, () => true);
+  return { piece: /** @type {NamedPiece} */ (piece), settings };
 }
 
-async function decode(name, bytes, rate) {
+// Makes a piece of what Web Audio plays.
+/** @type {(name: string, buffer: AudioBuffer, dithers?: boolean) => NamedPiece} */
+export function pieceOf(name, buffer, dithers = false) {
+  const count = Math.min(2, buffer.numberOfChannels);
+  const channels = Array.from({ length: count }, (_, n) => buffer.getChannelData(n));
+  return { name, rate: buffer.sampleRate, channels, buffer, dithers };
+}
+
+// Throws an Error if the file is too long for a page.
+/** @param {File} file */
+async function refuseLong(file) {
+  const seconds = await secondsOf(file);
+  const isLong = seconds === null ? file.size >= kManyBytes : seconds >= kLongSeconds;
+  if (!isLong) return;
+  const length = seconds === null ? "large" : `${(seconds / 3600).toFixed(1)} hours long`;
+  throw new Error(
+    `${file.name} is ${length}, too much for a page. Use the program instead: ` +
+      "orvane render IN OUT.wav takes files of any length.",
+  );
+}
+
+// Returns how long the browser's player says the file is, or null if it does not know.
+/** @type {(file: File) => Promise<number | null>} */
+async function secondsOf(file) {
+  const player = new Audio();
+  player.preload = "metadata";
+  player.src = URL.createObjectURL(file);
+  await new Promise((resolve) => {
+    player.onloadedmetadata = player.onerror = resolve;
+    setTimeout(resolve, kPatienceMs);
+  });
+  const { duration } = player;
+  URL.revokeObjectURL(player.src);
+  player.removeAttribute("src");
+  return Number.isFinite(duration) ? duration : null;
+}
+
+// Reads a 16-bit WAV file part by part, so that the file and its samples are never both in memory.
+/**
+ * @param {File} file
+ * @param {number} rate
+ * @param {{ start: number, channels: number }} pcm
+ * @param {(part: number) => boolean} step
+ */
+async function readPcm(file, rate, { start, channels: count }, step) {
+  // The header's size is wrong in files that were streamed or cut.
+  const head = new DataView(await file.slice(start - 4, start).arrayBuffer());
+  const size = Math.min(head.getUint32(0, true), file.size - start);
+  const length = Math.floor(size / 2 / count);
+  const piece = pieceOf(
+    file.name,
+    new AudioBuffer({ numberOfChannels: count, length, sampleRate: rate }),
+  );
+  const end = start + 2 * count * length;
+  for (let at = start, frame = 0; at < end; at += kPartBytes) {
+    const part = await file.slice(at, Math.min(end, at + kPartBytes)).arrayBuffer();
+    const samples = new Int16Array(part);
+    for (let n = 0; n < samples.length; ++frame)
+      for (let side = 0; side < count; ++side, ++n)
+        piece.channels[side][frame] = samples[n] / 32768;
+    if (!step(Math.min(1, (at + kPartBytes - start) / (end - start)))) return null;
+  }
+  return piece;
+}
+
+/** @type {(name: string, bytes: ArrayBuffer, format: Format, step: () => boolean) => Promise<NamedPiece | null>} */
+async function decode(name, bytes, { rate, bits }, step) {
   const audio = await new OfflineAudioContext(2, 1, rate).decodeAudioData(bytes);
-  const channels = Array.from({ length: Math.min(2, audio.numberOfChannels) },
-                              (_, n) => audio.getChannelData(n));
-  channels.forEach(fromDecoded);
-  return { name, rate, channels };
+  const isExact = bits === 16;
+  const piece = pieceOf(name, audio, !isExact);
+  if (!isExact) return piece;
+  for (const samples of piece.channels)
+    for (let at = 0; at < samples.length; at += kBusySamples) {
+      fromDecoded(samples.subarray(at, at + kBusySamples));
+      if (!step()) return null;
+      if (at > 0) await new Promise((resolve) => setTimeout(resolve));
+    }
+  return piece;
 }

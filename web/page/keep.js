@@ -1,24 +1,56 @@
-// What is kept: the result, the settings, a link to them.
+// What is kept: the result, the settings, and a link to the settings.
 import { readSettings, settingsText } from "../rules.js";
-import { linkTo } from "./link.js";
+import { byId, inputById } from "./dom.js";
 
-const byId = (id) => document.getElementById(id);
+/** @import { Settings } from "../package/index.d.ts" */
+/** @import { State } from "./state.js" */
 
-// renderWav() gives the result as a Blob, pieceName() what it is called; tell(text) shows a message.
+// The settings stand behind the # of the page's address: the lines of a settings file, joined by &.
+/** @type {(state: State, address: string) => string} */
+export function linkTo(state, address) {
+  const lines = settingsText(state.all()).replaceAll(" ", "").trim();
+  return `${address.split("#")[0]}#${lines.replaceAll("\n", "&")}`;
+}
+
+// Returns the settings in an address, or null if it has none. Throws an Error that says what is
+// wrong.
+/** @type {(address: string) => Settings | null} */
+export function settingsIn(address) {
+  const hash = address.split("#")[1] ?? "";
+  if (hash === "") return null;
+  return readSettings(decodeURIComponent(hash).replaceAll("&", "\n"));
+}
+
+// Returns the name of the result of a piece: "song.mp3" becomes "song-orvane.wav".
+/** @type {(piece: string) => string} */
+const resultName = (piece) => `${piece.replace(/\.[^.]*$/, "")}-orvane.wav`;
+
+// `renderWav` returns the result as a Blob and tells its progress from 0 to 1. `pieceName` returns
+// the name of the piece. `tell` shows a message. Returns a function that opens a settings file.
+/**
+ * @param {State} state
+ * @param {{
+ *   renderWav: (onProgress: (part: number) => void) => Promise<Blob>,
+ *   pieceName: () => string,
+ *   tell: (text: string) => void,
+ * }} page
+ */
 export function makeKeep(state, { renderWav, pieceName, tell }) {
-  byId("save-wav").addEventListener("click", async ({ currentTarget: button }) => {
+  const button = /** @type {HTMLButtonElement} */ (byId("save-wav"));
+  button.addEventListener("click", async () => {
     button.disabled = true;
-    tell("Rendering…");
+    const name = resultName(pieceName());
     try {
-      save(await renderWav(), `${pieceName().replace(/\.[^.]*$/, "")}-orvane.wav`);
+      save(await renderWav((part) => tell(`Rendering… ${Math.floor(100 * part)} %`)), name);
       tell("");
     } catch (error) {
-      tell(`Not saved: ${error.message}`);
+      tell(`Not saved: ${/** @type {Error} */ (error).message}`);
     }
     button.disabled = false;
   });
   byId("save-settings").addEventListener("click", () =>
-    save(new Blob([settingsText(state.all())], { type: "text/plain" }), "orvane-settings.txt"));
+    save(new Blob([settingsText(state.all())], { type: "text/plain" }), "orvane-settings.txt"),
+  );
   byId("copy-link").addEventListener("click", async () => {
     const link = linkTo(state, location.href);
     history.replaceState(null, "", link);
@@ -26,28 +58,32 @@ export function makeKeep(state, { renderWav, pieceName, tell }) {
       await navigator.clipboard.writeText(link);
       tell("The link is copied.");
     } catch {
-      tell("The link stands in the address line.");
+      tell("The address of this page is now the link. Copy it from the address bar.");
     }
   });
-  byId("settings-file").addEventListener("change", async ({ currentTarget: input }) => {
-    const [file] = input.files;
+  const input = inputById("settings-file");
+  input.addEventListener("change", async () => {
+    const file = input.files?.[0];
     input.value = "";
     if (file !== undefined) open(file);
   });
 
+  /** @param {File} file */
   async function open(file) {
     try {
       state.replace(readSettings(await file.text()));
       tell(`The settings of ${file.name} are in use.`);
     } catch (error) {
-      tell(`${file.name} is no settings file: ${error.message}`);
+      tell(`${file.name} is not a settings file: ${/** @type {Error} */ (error).message}`);
     }
   }
+  return open;
 }
 
+/** @type {(blob: Blob, name: string) => void} */
 function save(blob, name) {
-  const link = Object.assign(document.createElement("a"),
-                             { href: URL.createObjectURL(blob), download: name });
+  const link = document.createElement("a");
+  Object.assign(link, { href: URL.createObjectURL(blob), download: name });
   link.click();
   setTimeout(() => URL.revokeObjectURL(link.href), 60000);
 }

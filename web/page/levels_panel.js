@@ -1,28 +1,34 @@
-// The levels' panel: numbers, bars, and the gain over the last seconds.
-import { surfaceOf } from "./canvas.js";
-import { drawGain, kGainSeconds } from "./draw_gain.js";
-import { drawMeters } from "./draw_meters.js";
+// The panel of levels: numbers, bars, and the gain over the last seconds.
+import { byId, surfaceOf } from "./dom.js";
+import { drawGain, drawMeters, kGainSeconds } from "./draw.js";
 
-// Below this there is nothing whose gain could be told.
+/** @import { Levels, Loudness } from "../package/index.d.ts" */
+/** @import { Colours, Sides } from "../types.d.ts" */
+
+// Below this level of one side, no gain is shown.
 const kQuietDb = -60;
-// Of the power, per message: a gain is told over about 200 ms, not from one drum's edge to the next.
+// The part of the power that each message keeps. It averages the gain over about 200 ms.
 const kKeep = 0.75;
 const kSilent = { shortTerm: -Infinity, truePeak: -Infinity };
+/** @type {("before" | "after")[]} */
+const kSides = ["before", "after"];
 
-const byId = (id) => document.getElementById(id);
-// A number that is read, not one that flickers.
+/** @type {(db: number) => string} */
 const text = (db) => (Number.isFinite(db) ? db.toFixed(1).replace("-", "−") : "–");
 
 export function makeLevelsPanel() {
+  /** @type {Sides<Pick<Levels, "shortTerm" | "truePeak">>} */
   let now = { before: kSilent, after: kSilent };
   let peaks = { before: -Infinity, after: -Infinity };
+  /** @type {{ time: number, db: number | null }[]} */
   let history = [];
   let power = { before: 0, after: 0 };
 
-  // meter: as OrvaneNode tells it; time in seconds.
+  // Takes the levels that OrvaneNode tells, and the time in seconds.
+  /** @param {Sides<Levels>} meter @param {number} time */
   function take(meter, time) {
     now = meter;
-    for (const side of ["before", "after"]) {
+    for (const side of kSides) {
       peaks[side] = Math.max(peaks[side], meter[side].truePeak);
       power[side] = kKeep * power[side] + (1 - kKeep) * 10 ** (meter[side].rms / 10);
     }
@@ -31,7 +37,7 @@ export function makeLevelsPanel() {
     history.push({ time, db: Math.min(before, after) > kQuietDb ? after - before : null });
   }
 
-  // Peaks of other settings say nothing of these.
+  // Forgets the peaks, because other settings have other peaks.
   function clearPeaks() {
     peaks = { before: -Infinity, after: -Infinity };
   }
@@ -43,20 +49,22 @@ export function makeLevelsPanel() {
     power = { before: 0, after: 0 };
   }
 
-  // loudness: of the whole piece, or null while it isn't known.
+  // Shows the loudness of the whole piece. It is null while it is not known.
+  /** @param {Loudness | null} loudness */
   function showWhole(loudness) {
-    for (const side of ["before", "after"])
+    for (const side of kSides)
       byId(`whole-${side}`).textContent = loudness === null ? "…" : text(loudness[side]);
   }
 
+  /** @param {number} time @param {Colours} colours */
   function draw(time, colours) {
-    for (const side of ["before", "after"]) {
+    for (const side of kSides) {
       byId(`short-${side}`).textContent = text(now[side].shortTerm);
       byId(`peak-${side}`).textContent = text(peaks[side]);
     }
-    const meters = surfaceOf(byId("meters"));
+    const meters = surfaceOf("meters");
     drawMeters(meters.context, meters.width, meters.height, now.before, now.after, colours);
-    const gain = surfaceOf(byId("gain"));
+    const gain = surfaceOf("gain");
     drawGain(gain.context, gain.width, gain.height, history, time, colours);
   }
   return { take, clear, clearPeaks, showWhole, draw };

@@ -1,13 +1,12 @@
-// The page's wiring: who tells whom. What each part does stands in its own module.
+// Connects the parts of the page. What each part does stands in its own module.
 import { measure, renderWav } from "../offline.js";
 import * as rules from "../rules.js";
 import { parameters, presets } from "../table.js";
-import { coloursNow } from "./canvas.js";
 import { makeControls } from "./controls.js";
-import { readAudio, readEmbedded } from "./file.js";
-import { makeKeep } from "./keep.js";
+import { byId, coloursNow, inputById } from "./dom.js";
+import { pieceOf, readAudio, readEmbedded } from "./file.js";
+import { linkTo, makeKeep, settingsIn } from "./keep.js";
 import { makeLevelsPanel } from "./levels_panel.js";
-import { linkTo, settingsIn } from "./link.js";
 import { makePiece } from "./piece.js";
 import { makePlayer } from "./player.js";
 import { makePresets } from "./presets.js";
@@ -15,27 +14,43 @@ import { createSound } from "./sound.js";
 import { createState } from "./state.js";
 import { makeTonePanel } from "./tone_panel.js";
 
-const kPieceRate = 48000;
-// A slider that moves asks for one measurement, not for fifty.
-const kSettleMs = 200;
-// What still falls after the sound has ended: meters, spectra.
-const kAfterglowMs = 4000;
+/** @import { Loudness } from "../package/index.d.ts" */
+/** @import { NamedPiece } from "../types.d.ts" */
 
-const byId = (id) => document.getElementById(id);
+const kPieceRate = 48000;
+// After the last move of a slider, one measurement starts this much later.
+const kSettleMs = 200;
+// Meters and spectra still fall for this long after the sound has ended.
+const kAfterglowMs = 4000;
+const kMessageMs = 8000;
+
 const seconds = () => performance.now() / 1000;
 
 await rules.ready();
 const state = createState(parameters);
-let piece = null;  // {name, rate, channels}: one or two arrays of samples
+/** @type {NamedPiece | null} */
+let piece = null;
 let colours = coloursNow();
 let movesUntil = 0;
 let isDrawing = false;
+/** @type {ReturnType<typeof setTimeout> | undefined} */
+let messageTimer;
+/** @type {ReturnType<typeof setTimeout> | undefined} */
+let weighTimer;
 
-function tell(text) {
+// Shows a message for some seconds, or as long as something is going on that can be cancelled.
+/** @param {string} text @param {(() => void) | null} cancel */
+function tell(text, cancel = null) {
   byId("message").textContent = text;
-  clearTimeout(tell.timer);
-  tell.timer = setTimeout(() => (byId("message").textContent = ""), 8000);
+  byId("progress").textContent = "";
+  byId("cancel").hidden = cancel === null;
+  byId("cancel").onclick = cancel;
+  clearTimeout(messageTimer);
+  if (cancel === null)
+    messageTimer = setTimeout(() => (byId("message").textContent = ""), kMessageMs);
 }
+/** @param {unknown} error */
+const tellError = (error) => tell(/** @type {Error} */ (error).message);
 
 const levels = makeLevelsPanel();
 const sound = createSound(state, {
@@ -44,19 +59,31 @@ const sound = createSound(state, {
 });
 const player = makePlayer(sound, { onMove: move, tell });
 
-try {
-  state.replace(settingsIn(location.href) ?? presets[0].values);
-} catch (error) {
-  state.replace(presets[0].values);
-  tell(`The link's settings are not used: ${error.message}`);
+function takeLink() {
+  try {
+    state.replace(settingsIn(location.href) ?? presets[0].values);
+  } catch (error) {
+    tell(`The link's settings are not used: ${/** @type {Error} */ (error).message}`);
+    return false;
+  }
+  return true;
 }
-const tonePanel = makeTonePanel(state, rules, () => piece?.rate ?? kPieceRate, move);
-makePresets(byId("presets"), byId("preset-text"), state, presets);
-makeControls(byId("groups"), state,
-             Array.from({ length: state.levels().length }, (_, band) => rules.bandHz(band, kPieceRate)));
-makeKeep(state, { renderWav: () => renderWav(piece, state.all()), pieceName: () => piece.name, tell });
+if (!takeLink()) state.replace(presets[0].values);
+addEventListener("hashchange", takeLink);
 
-// The loop runs while something moves.
+const tonePanel = makeTonePanel(state, () => piece?.rate ?? kPieceRate, move);
+makePresets(state);
+makeControls(
+  state,
+  state.levels().map((_, band) => rules.bandHz(band, kPieceRate)),
+);
+const openSettings = makeKeep(state, {
+  renderWav: (onProgress) => renderWav(/** @type {NamedPiece} */ (piece), state.all(), onProgress),
+  pieceName: () => piece?.name ?? "",
+  tell,
+});
+
+// Draws in every frame while something moves.
 function move() {
   movesUntil = performance.now() + kAfterglowMs;
   if (isDrawing) return;
@@ -65,6 +92,8 @@ function move() {
 }
 
 function draw() {
+  isDrawing = false;
+  if (piece === null) return;
   player.draw(colours);
   tonePanel.draw(sound.spectra(), colours);
   levels.draw(seconds(), colours);
@@ -72,6 +101,7 @@ function draw() {
   if (isDrawing) requestAnimationFrame(draw);
 }
 
+/** @param {NamedPiece} wanted */
 function load(wanted) {
   piece = wanted;
   player.load(piece);
@@ -81,45 +111,84 @@ function load(wanted) {
   move();
 }
 
-// How loud the piece is before and after, as a whole: the first figures come at once, then better.
+// Measures the loudness of the whole piece before and after. The first figures come at once and
+// then become more exact.
 function weigh() {
   if (piece === null) return;
   levels.showWhole(null);
+  /** @param {Loudness} loudness */
   const show = (loudness) => {
     player.setLoudness(loudness);
     levels.showWhole(loudness);
   };
-  measure(piece, state.all(), show).then(show, (error) => tell(error.message));
+  measure(piece, state.all(), show).then(show, tellError);
 }
 
+/** @type {object | null} the reading that is going on */
+let reading = null;
+/** @param {File} file */
 async function open(file) {
-  tell(`Reading ${file.name}…`);
+  const mine = {};
+  reading = mine;
+  const start = seconds();
+  tell(`Reading ${file.name}…`, () => {
+    reading = null;
+    tell(`${file.name} was not opened.`);
+  });
+  /** @param {number | null} part */
+  const step = (part) => {
+    if (reading !== mine) return false;
+    const time = Math.floor(seconds() - start);
+    byId("progress").textContent = part === null ? `${time} s` : `${Math.floor(100 * part)} %`;
+    return true;
+  };
+  const ticks = setInterval(() => {
+    if (reading === mine && !byId("progress").textContent?.includes("%")) step(null);
+  }, 1000);
   try {
-    load(await readAudio(file));
+    const read = await readAudio(file, step);
+    if (read === null || reading !== mine) return;
+    reading = null;
+    load(read);
     tell(`${file.name} is ready.`);
   } catch (error) {
-    tell(error.message);
+    if (reading !== mine) return;
+    reading = null;
+    tellError(error);
+  } finally {
+    clearInterval(ticks);
   }
+}
+
+/** @param {DataTransfer} data */
+function openDropped({ files }) {
+  const [file] = files;
+  if (file === undefined)
+    tell("Only files can be dropped: this page loads nothing from the network.");
+  else if (files.length > 1) tell("Drop one file at a time.");
+  else if (/\.(conf|txt)$/i.test(file.name)) openSettings(file);
+  else open(file);
 }
 
 state.listen(() => {
   levels.clearPeaks();
   move();
-  clearTimeout(weigh.timer);
-  weigh.timer = setTimeout(() => {
+  clearTimeout(weighTimer);
+  weighTimer = setTimeout(() => {
     weigh();
     history.replaceState(null, "", linkTo(state, location.href));
   }, kSettleMs);
 });
-byId("file").addEventListener("change", ({ currentTarget: input }) => {
-  if (input.files.length > 0) open(input.files[0]);
-  input.value = "";
+inputById("file").addEventListener("change", () => {
+  const file = inputById("file").files?.[0];
+  if (file !== undefined) open(file);
+  inputById("file").value = "";
 });
-for (const type of ["dragenter", "dragover", "dragleave", "drop"])
+for (const type of /** @type {const} */ (["dragenter", "dragover", "dragleave", "drop"]))
   document.addEventListener(type, (event) => {
     event.preventDefault();
     document.body.classList.toggle("dropping", type === "dragover");
-    if (type === "drop" && event.dataTransfer.files.length > 0) open(event.dataTransfer.files[0]);
+    if (type === "drop" && event.dataTransfer !== null) openDropped(event.dataTransfer);
   });
 addEventListener("resize", () => {
   tonePanel.layOut();
@@ -130,9 +199,16 @@ matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => {
   move();
 });
 
-const embedded = byId("orvane-piece");
+const embedded = document.getElementById("orvane-piece");
 if (embedded === null) {
-  load({ name: "Built-in piece", rate: kPieceRate, channels: makePiece(kPieceRate) });
+  const channels = makePiece(kPieceRate);
+  const buffer = new AudioBuffer({
+    numberOfChannels: 2,
+    length: channels[0].length,
+    sampleRate: kPieceRate,
+  });
+  channels.forEach((samples, n) => buffer.copyToChannel(samples, n));
+  load(pieceOf("Built-in piece", buffer));
 } else {
   const { piece: wanted, settings } = await readEmbedded(embedded);
   if (location.hash === "") state.replace(settings);

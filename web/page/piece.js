@@ -1,9 +1,13 @@
 // The built-in piece: plucked chords over a bass, a soft half and a loud one, 19 seconds that loop.
-// Made here from sines, noise and delayed feedback; the same samples every time.
+// It is made from sines, noise and delayed feedback, and has the same samples every time.
+
+/** @typedef {() => number} Noise the next number of a noise, -1 to 1 */
+/** @typedef {Float32Array<ArrayBuffer>} Samples */
 
 const kBeatsPerMinute = 100;
 const kBeats = 32;
-// Per bar of four beats: bass note and chord, as semitones from A3 (220 Hz).
+// The bass note and the chord of each bar of four beats, as semitones from A3 (220 Hz).
+/** @type {[root: number, chord: number[]][]} */
 const kBars = [
   [-24, [0, 3, 7, 10, 14]],
   [-28, [-4, 0, 3, 7, 12]],
@@ -11,12 +15,14 @@ const kBars = [
   [-26, [-2, 2, 5, 10, 12]],
 ];
 
-// Two channels of samples within -1 to 1, as many as the piece has at the rate.
+// Returns the two channels of the piece at a rate in hertz. Samples are within -1 to 1.
+/** @type {(rate: number) => Samples[]} */
 export function makePiece(rate) {
   const beat = (60 / kBeatsPerMinute) * rate;
   const frames = Math.round(kBeats * beat);
   const mix = [new Float32Array(frames), new Float32Array(frames)];
-  // What rings on past the end is heard at the start: the loop has no seam.
+  // A sound that rings on past the end continues at the start, so that the loop has no seam.
+  /** @type {(sound: Samples, start: number, gain: number, pan: number) => void} */
   const add = (sound, start, gain, pan) => {
     const sides = [gain * Math.cos((pan * Math.PI) / 2), gain * Math.sin((pan * Math.PI) / 2)];
     mix.forEach((out, side) => {
@@ -36,11 +42,19 @@ export function makePiece(rate) {
     const at = bar * 4 * beat;
     for (let eighth = 0; eighth < 8; ++eighth) {
       const note = chord[[0, 2, 1, 3, 2, 4, 3, 1][eighth]];
-      add(makePluck(rate, hz(note), 1.6, noise), at + (eighth * beat) / 2,
-          0.2, 0.3 + 0.1 * (eighth % 5));
+      add(
+        makePluck(rate, hz(note), 1.6, noise),
+        at + (eighth * beat) / 2,
+        0.2,
+        0.3 + 0.1 * (eighth % 5),
+      );
     }
     if (!isLoud) continue;
-    for (const [when, length] of [[0, 1.4], [1.5, 0.9], [2.5, 1.3]])
+    for (const [when, length] of [
+      [0, 1.4],
+      [1.5, 0.9],
+      [2.5, 1.3],
+    ])
       add(makeBass(rate, hz(root), (length * 60) / kBeatsPerMinute), at + when * beat, 0.3, 0.5);
     for (const when of [0, 2, 2.5]) add(kick, at + when * beat, 0.55, 0.5);
     for (const when of [1, 3]) add(snare, at + when * beat, 0.22, 0.45);
@@ -50,9 +64,11 @@ export function makePiece(rate) {
   return mix;
 }
 
+/** @param {number} semitones */
 const hz = (semitones) => 220 * 2 ** (semitones / 12);
 
-// Uniform in -1 to 1, from a fixed seed: a linear congruence modulo 2^32.
+// Returns a noise, uniform in -1 to 1 and from a fixed seed: a linear congruence modulo 2^32.
+/** @returns {Noise} */
 function makeNoise() {
   let seed = 1;
   return () => {
@@ -61,8 +77,9 @@ function makeNoise() {
   };
 }
 
-// A plucked string: a period of noise goes round through an average of neighbours.
+// A plucked string: one period of noise is fed back through an average of neighbours.
 // K. Karplus, A. Strong, Digital Synthesis of Plucked-String and Drum Timbres, 1983.
+/** @type {(rate: number, pitchHz: number, seconds: number, noise: Noise) => Samples} */
 function makePluck(rate, pitchHz, seconds, noise) {
   const period = Math.round(rate / pitchHz);
   const sound = new Float32Array(Math.round(seconds * rate));
@@ -73,28 +90,43 @@ function makePluck(rate, pitchHz, seconds, noise) {
   return sound;
 }
 
-// A sine with a second and a third partial that die away first.
+// A sine with a second and a third partial, which decay faster.
+/** @type {(rate: number, pitchHz: number, seconds: number) => Samples} */
 function makeBass(rate, pitchHz, seconds) {
   return make(rate, seconds, (t) => {
     const phase = 2 * Math.PI * pitchHz * t;
-    return Math.min(1, t * 200) * Math.exp(-1.2 * t) *
-      (Math.sin(phase) + 0.5 * Math.exp(-3 * t) * Math.sin(2 * phase) +
-       0.3 * Math.exp(-6 * t) * Math.sin(3 * phase));
+    return (
+      Math.min(1, t * 200) *
+      Math.exp(-1.2 * t) *
+      (Math.sin(phase) +
+        0.5 * Math.exp(-3 * t) * Math.sin(2 * phase) +
+        0.3 * Math.exp(-6 * t) * Math.sin(3 * phase))
+    );
   });
 }
 
 // A sine that falls from 170 to 48 Hz.
+/** @type {(rate: number) => Samples} */
 function makeKick(rate) {
-  return make(rate, 0.35, (t) =>
-    Math.exp(-9 * t) * Math.sin(2 * Math.PI * (48 * t + (122 / 30) * (1 - Math.exp(-30 * t)))));
+  return make(
+    rate,
+    0.35,
+    (t) =>
+      Math.exp(-9 * t) * Math.sin(2 * Math.PI * (48 * t + (122 / 30) * (1 - Math.exp(-30 * t)))),
+  );
 }
 
+/** @type {(rate: number, noise: Noise) => Samples} */
 function makeSnare(rate, noise) {
-  return make(rate, 0.25, (t) =>
-    Math.exp(-16 * t) * noise() + 0.5 * Math.exp(-22 * t) * Math.sin(2 * Math.PI * 185 * t));
+  return make(
+    rate,
+    0.25,
+    (t) => Math.exp(-16 * t) * noise() + 0.5 * Math.exp(-22 * t) * Math.sin(2 * Math.PI * 185 * t),
+  );
 }
 
-// Noise less its neighbour: what is high remains.
+// The difference of neighbours in a noise, in which the high frequencies remain.
+/** @type {(rate: number, noise: Noise) => Samples} */
 function makeHat(rate, noise) {
   let last = 0;
   return make(rate, 0.09, (t) => {
@@ -105,12 +137,15 @@ function makeHat(rate, noise) {
   });
 }
 
+// Returns the samples of a function of the time in seconds.
+/** @type {(rate: number, seconds: number, at: (t: number) => number) => Samples} */
 function make(rate, seconds, at) {
   const sound = Float32Array.from({ length: Math.round(seconds * rate) }, (_, n) => at(n / rate));
   fadeOut(sound, 0.01 * rate);
   return sound;
 }
 
+/** @param {Samples} sound @param {number} frames */
 function fadeOut(sound, frames) {
   for (let n = 0; n < frames && n < sound.length; ++n) sound[sound.length - 1 - n] *= n / frames;
 }

@@ -1,23 +1,36 @@
 // The player's panel: play, seek, loop, before and after, equally loud.
-import { surfaceOf } from "./canvas.js";
-import { drawWave, outlineOf } from "./draw_wave.js";
+import { byId, inputById, surfaceOf } from "./dom.js";
+import { drawWave, peakOf } from "./draw.js";
+
+/** @import { Loudness } from "../package/index.d.ts" */
+/** @import { Colours, NamedPiece, Sides } from "../types.d.ts" */
 
 const kColumns = 240;
+// The longest time that the page takes no click while it makes the outline of a long piece.
+const kBusyMs = 12;
+// What the keyboard presses with Space if the focus is visible on it.
+const kPressed = "button, summary, [type=checkbox], [type=radio]:not(:checked), [type=file]";
 
-const byId = (id) => document.getElementById(id);
+const chosen = () =>
+  /** @type {HTMLInputElement} */ (document.querySelector("[name=side]:checked"));
+const side = () => /** @type {keyof Sides<any>} */ (chosen().value);
 
-// onMove: something on the page moves from now on. tell(text) shows and speaks a message.
+// `onMove` is called when something on the page moves from now on. `tell` shows a message.
+/**
+ * @param {ReturnType<typeof import("./sound.js").createSound>} sound
+ * @param {{ onMove: () => void, tell: (text: string) => void }} page
+ */
 export function makePlayer(sound, { onMove, tell }) {
   let outline = new Float32Array(kColumns);
-  let loudness = null;  // of the whole piece, before and after, LUFS
-  const side = () => document.querySelector("[name=side]:checked").value;
+  /** @type {Loudness | null} of the whole piece, LUFS */
+  let loudness = null;
 
   async function play() {
     try {
       if (sound.isPlaying()) sound.pause();
       else await sound.play();
     } catch (error) {
-      tell(`No sound: ${error.message}`);
+      tell(`No sound: ${/** @type {Error} */ (error).message}`);
     }
     showPlaying();
     onMove();
@@ -28,73 +41,108 @@ export function makePlayer(sound, { onMove, tell }) {
     byId("play-word").textContent = sound.isPlaying() ? "Pause" : "Play";
   }
 
-  // The louder side is turned down, so that nothing is louder than it came.
+  // Lowers the louder side to the other, so that neither becomes louder than it was.
   function compare() {
+    const isEqual = inputById("equal").checked;
     const difference = loudness === null ? 0 : loudness.after - loudness.before;
-    const matched = byId("equal").checked && Number.isFinite(difference) ? difference : 0;
+    const matched = isEqual && Number.isFinite(difference) ? difference : 0;
+    /** @param {number} db */
     const gainOf = (db) => 10 ** (Math.min(0, db) / 20);
     sound.compare(side(), { before: gainOf(matched), after: gainOf(-matched) });
-    byId("match").textContent = matchText(loudness, matched, byId("equal").checked);
+    byId("match").textContent = matchText(loudness, matched, isEqual);
     onMove();
   }
 
+  /** @param {Loudness | null} wanted null while it is not known */
   function setLoudness(wanted) {
     loudness = wanted;
     compare();
   }
 
+  /** @param {NamedPiece} piece */
   function load(piece) {
     sound.load(piece);
-    outline = outlineOf(piece.channels, kColumns);
-    byId("piece-name").textContent = piece.name;
+    makeOutline(piece);
+    byId("piece-name").textContent = byId("piece-name").title = piece.name;
     byId("piece-format").textContent =
       `${piece.rate / 1000} kHz, ${piece.channels.length === 1 ? "mono" : "stereo"}`;
-    byId("seek").max = sound.duration();
+    inputById("seek").max = `${sound.duration()}`;
     showPlaying();
     setLoudness(null);
   }
 
+  // Makes the outline column by column, with pauses in which the page takes clicks.
+  /** @param {NamedPiece} piece */
+  async function makeOutline({ channels }) {
+    const mine = new Float32Array(kColumns);
+    outline = mine;
+    let start = performance.now();
+    for (let column = 0; column < kColumns && outline === mine; ++column) {
+      mine[column] = peakOf(channels, column, kColumns);
+      if (performance.now() - start < kBusyMs) continue;
+      onMove();
+      await new Promise((resolve) => setTimeout(resolve));
+      start = performance.now();
+    }
+  }
+
+  /** @param {Colours} colours */
   function draw(colours) {
-    const { context, width, height } = surfaceOf(byId("wave"));
-    const at = sound.position(), whole = sound.duration();
+    const { context, width, height } = surfaceOf("wave");
+    const at = sound.position();
+    const whole = sound.duration();
     drawWave(context, width, height, outline, at / whole, colours[side()], colours);
-    byId("seek").value = at;
+    inputById("seek").value = `${at}`;
     byId("seek").setAttribute("aria-valuetext", `${clock(at)} of ${clock(whole)}`);
     byId("time").textContent = `${clock(at)} / ${clock(whole)}`;
   }
 
   byId("play").addEventListener("click", play);
-  byId("seek").addEventListener("input", (event) => {
-    sound.seek(Math.min(event.target.valueAsNumber, sound.duration() - 0.01));
+  byId("seek").addEventListener("input", () => {
+    sound.seek(Math.min(inputById("seek").valueAsNumber, sound.duration() - 0.01));
     onMove();
   });
-  byId("loop").addEventListener("change", (event) => sound.loop(event.target.checked));
+  byId("loop").addEventListener("change", () => sound.loop(inputById("loop").checked));
   byId("equal").addEventListener("change", compare);
   for (const input of document.querySelectorAll("[name=side]"))
     input.addEventListener("change", compare);
+
+  // A click or touch leaves an invisible focus on what it hit. Space then plays; it presses only what
+  // the keyboard has reached.
+  /** @param {Element} target */
+  const isPressed = (target) => target.matches(kPressed) && target.matches(":focus-visible");
+  let isTaken = false;
   document.addEventListener("keydown", (event) => {
-    if (event.repeat || event.ctrlKey || event.metaKey || event.altKey) return;
-    if (event.target.matches("[type=number]")) return;
-    if (event.key.toLowerCase() === "b") {
+    const target = /** @type {Element} */ (event.target);
+    if (event.ctrlKey || event.metaKey || event.altKey || target.matches("[type=number]")) return;
+    if (event.key === " ") {
+      isTaken = !isPressed(target);
+      if (!isTaken) return;
+      event.preventDefault();
+      if (!event.repeat) play();
+    } else if (event.key.toLowerCase() === "b" && !event.repeat) {
       const other = document.querySelector("[name=side]:not(:checked)");
-      other.checked = true;
+      /** @type {HTMLInputElement} */ (other).checked = true;
       byId("spoken").textContent = side();
       compare();
-    } else if (event.key === " " && !event.target.matches("button, input:not([type=range]), summary")) {
-      event.preventDefault();
-      play();
     }
+  });
+  // Some browsers press a button when the key comes up.
+  document.addEventListener("keyup", (event) => {
+    if (event.key === " " && isTaken) event.preventDefault();
   });
   return { load, draw, setLoudness, showPlaying };
 }
 
+/** @type {(loudness: Loudness | null, matched: number, isEqual: boolean) => string} */
 function matchText(loudness, matched, isEqual) {
-  if (!isEqual) return "off: before is a plain bypass";
+  if (!isEqual) return "off: before is the file as it is";
   if (loudness === null) return "measuring…";
   if (Math.abs(matched) < 0.05) return "both as they are";
   return `${matched > 0 ? "after" : "before"} −${Math.abs(matched).toFixed(1)} dB`;
 }
 
+/** @param {number} seconds */
 function clock(seconds) {
   const whole = Math.floor(seconds);
   return `${Math.floor(whole / 60)}:${String(whole % 60).padStart(2, "0")}`;

@@ -1,26 +1,36 @@
-// The points on the tone: dragged, or moved by the arrow keys in the two inputs behind each.
+// The points on the tone. They are dragged, or moved by the arrow keys in two inputs behind each.
 import { dbOf, dbText, hzOf, hzText, kHighDb, kHighHz, kLowDb, kLowHz, xOf, yOf } from "./axes.js";
+import { element } from "./dom.js";
+
+/** @import { Area, TonePoint } from "../types.d.ts" */
 
 const kFirstHz = [40, 90, 200, 450, 1000, 2500, 6000, 13000];
-// The least that two points lie apart: a sixth of an octave.
+// The least distance of two points: a sixth of an octave.
 const kApart = 2 ** (1 / 6);
-// What all ten bands together can give, nearly.
+// About the most that all ten bands together can give.
 const kMostDb = 9.5;
 
-// areaOf() is the plot's area now; onMove(points) takes [{hz, db}] ascending in hz.
+// `areaOf` returns the present area of the plot. `onMove` takes all points, ascending in frequency.
+/**
+ * @param {HTMLElement} parent
+ * @param {() => Area} areaOf
+ * @param {(points: readonly TonePoint[]) => void} onMove
+ */
 export function makePoints(parent, areaOf, onMove) {
   const points = kFirstHz.map((hz) => ({ hz, db: 0 }));
   const handles = points.map(makeHandle);
 
+  /** @param {TonePoint} point @param {number} index */
   function makeHandle(point, index) {
-    const handle = document.createElement("div");
-    handle.className = "point";
-    const text = document.createElement("span");
+    const handle = element("div", { className: "point" });
+    const text = element("span");
     const inputs = [
-      makeInput(`Point ${index + 1}, decibels`, kLowDb, kMostDb, 0.5,
-                (value) => move(index, point.hz, value)),
-      makeInput(`Point ${index + 1}, frequency`, 0, 120, 1,
-                (value) => move(index, hzOfStep(value), point.db)),
+      makeInput(`Point ${index + 1}, decibels`, kLowDb, kMostDb, 0.5, (value) =>
+        move(index, point.hz, value),
+      ),
+      makeInput(`Point ${index + 1}, frequency`, 0, 120, 1, (value) =>
+        move(index, hzOfStep(value), point.db),
+      ),
     ];
     handle.append(text, ...inputs);
     parent.append(handle);
@@ -41,6 +51,8 @@ export function makePoints(parent, areaOf, onMove) {
     return { handle, text, inputs };
   }
 
+  // Moves a point, no further than its neighbours and the plot allow.
+  /** @param {number} index @param {number} hz @param {number} db */
   function move(index, hz, db) {
     const low = index === 0 ? kLowHz : points[index - 1].hz * kApart;
     const high = index === points.length - 1 ? kHighHz : points[index + 1].hz / kApart;
@@ -50,10 +62,10 @@ export function makePoints(parent, areaOf, onMove) {
     onMove(points);
   }
 
-  // Puts the points onto a response, a function of the frequency in decibels.
+  // Puts the points onto a response, which returns decibels for a frequency in hertz.
+  /** @param {(hz: number) => number} response */
   function follow(response) {
-    for (const point of points)
-      point.db = Math.min(kMostDb, Math.max(kLowDb, response(point.hz)));
+    for (const point of points) point.db = Math.min(kMostDb, Math.max(kLowDb, response(point.hz)));
     layOut();
   }
 
@@ -61,7 +73,8 @@ export function makePoints(parent, areaOf, onMove) {
     const area = areaOf();
     points.forEach(({ hz, db }, index) => {
       const { handle, text, inputs } = handles[index];
-      const x = xOf(hz, area), y = yOf(db, area, kLowDb, kHighDb);
+      const x = xOf(hz, area),
+        y = yOf(db, area, kLowDb, kHighDb);
       handle.style.left = `${x}px`;
       handle.style.top = `${y}px`;
       handle.classList.toggle("at-left", x < 70);
@@ -69,8 +82,8 @@ export function makePoints(parent, areaOf, onMove) {
       handle.classList.toggle("at-top", y < 60);
       text.textContent = `${hzText(hz)}  ${dbText(db)} dB`;
       const spoken = `${db < 0 ? "minus " : ""}${Math.abs(db).toFixed(1)} decibels at ${Math.round(hz)} hertz`;
-      inputs[0].value = db;
-      inputs[1].value = stepOfHz(hz);
+      inputs[0].value = `${db}`;
+      inputs[1].value = `${stepOfHz(hz)}`;
       for (const input of inputs) input.setAttribute("aria-valuetext", spoken);
     });
   }
@@ -80,11 +93,14 @@ export function makePoints(parent, areaOf, onMove) {
 }
 
 // Frequencies in steps of a twelfth of an octave from the plot's lower end.
+/** @param {number} step */
 const hzOfStep = (step) => kLowHz * 2 ** (step / 12);
+/** @param {number} hz */
 const stepOfHz = (hz) => Math.round(12 * Math.log2(hz / kLowHz));
 
+/** @type {(name: string, min: number, max: number, step: number, onInput: (value: number) => void) => HTMLInputElement} */
 function makeInput(name, min, max, step, onInput) {
-  const input = Object.assign(document.createElement("input"), { type: "range", min, max, step });
+  const input = element("input", { type: "range", min, max, step });
   input.setAttribute("aria-label", name);
   input.addEventListener("input", () => onInput(input.valueAsNumber));
   return input;

@@ -1,61 +1,78 @@
-// What is heard: the piece through the effect, and beside it as it was, delayed by as much. The only
-// module that knows Web Audio.
+// What is heard: the piece through the effect, and the piece as it was, delayed by as much. Only this
+// module plays through Web Audio.
 //
 //   source - fade - OrvaneNode -+- result --- analyser - gain -+- speakers
 //                               +- as it was - analyser - gain -+
 //
-// Both sides always run, so a switch is a cross-fade in step. Times in seconds of the piece.
+// Both sides always run, so a switch is a cross-fade in step. Times are in seconds of the piece.
 import { OrvaneNode } from "../orvane_node.js";
+
+/** @import { NamedPiece, Sides } from "../types.d.ts" */
+/** @import { State } from "./state.js" */
+/** @typedef {{ analyser: AnalyserNode, gain: GainNode, bins: Float32Array<ArrayBuffer> }} Side */
+/** @typedef {{ context: AudioContext, node: OrvaneNode, sides: Sides<Side> }} Graph */
 
 const kFadeSeconds = 0.012;
 const kBins = 8192;
 const kPatienceMs = 3000;
 
-// onMeter({before, after}) as OrvaneNode tells it; onEnd() when a piece that doesn't loop is over.
+// `onMeter` takes the levels that OrvaneNode tells. `onEnd` is called when a piece that does not loop
+// is over.
+/**
+ * @param {State} state
+ * @param {{ onMeter: NonNullable<OrvaneNode["onmeter"]>, onEnd: () => void }} listener
+ */
 export function createSound(state, { onMeter, onEnd }) {
-  let piece = null;
-  let buffer = null;  // the piece as Web Audio has it
-  let graph = null;  // of the piece's rate: {context, node, sides}
+  /** @type {NamedPiece} */
+  let piece;
+  /** @type {Graph | null} made for the rate of the piece */
+  let graph = null;
   let isStarting = false;
-  let playing = null;  // {source, gain}, a new one at every start
-  let startedAt = 0;  // of the context, where the piece's time was 0
-  let offset = 0;     // of the piece, while nothing plays
+  /** @type {{ source: AudioBufferSourceNode, gain: GainNode } | null} new at every start */
+  let playing = null;
+  let startedAt = 0; // the time of the context at which the time of the piece was 0
+  let offset = 0; // the time of the piece while nothing plays
   let isLooping = true;
+  /** @type {keyof Sides<any>} */
   let side = "after";
   let gains = { before: 1, after: 1 };
 
   state.listen((key) => {
     if (graph === null) return;
-    // A value may turn the switch that it needs.
+    // A value may turn on the switch that it needs.
     for (const one of [state.rowOf(key).needs, key])
       if (one !== null) graph.node.set(one, state.acting(one));
   });
 
+  /** @param {number} rate @returns {Promise<Graph>} */
   async function makeGraph(rate) {
     const context = new AudioContext({ sampleRate: rate, latencyHint: "interactive" });
-    // Within the click: a browser that waits for one lets it run now.
+    // This runs within the click, which browsers require before sound may start.
     context.resume();
     const node = await OrvaneNode.create(context, { settings: state.all() });
     node.onmeter = onMeter;
-    const sides = {};
-    ["after", "before"].forEach((name, output) => {
+    /** @type {(name: "before" | "after", output: number) => Side} */
+    const makeSide = (name, output) => {
       const analyser = new AnalyserNode(context, {
-        fftSize: 2 * kBins, smoothingTimeConstant: 0.75, minDecibels: -120, maxDecibels: 0 });
+        fftSize: 2 * kBins,
+        smoothingTimeConstant: 0.75,
+        minDecibels: -120,
+        maxDecibels: 0,
+      });
       const gain = new GainNode(context, { gain: name === side ? gains[name] : 0 });
       node.connect(analyser, output).connect(gain).connect(context.destination);
-      sides[name] = { analyser, gain, bins: new Float32Array(kBins) };
-    });
+      return { analyser, gain, bins: new Float32Array(kBins) };
+    };
+    const sides = { after: makeSide("after", 0), before: makeSide("before", 1) };
     return { context, node, sides };
   }
 
-  // {name, rate, channels}: stops what plays. The next play() starts at its beginning.
+  // Stops what plays. The next play() starts at the beginning of the new piece.
+  /** @param {NamedPiece} wanted */
   function load(wanted) {
     pause();
     offset = 0;
     piece = wanted;
-    buffer = new AudioBuffer({ numberOfChannels: piece.channels.length,
-      length: piece.channels[0].length, sampleRate: piece.rate });
-    piece.channels.forEach((samples, n) => buffer.copyToChannel(samples, n));
   }
 
   async function play() {
@@ -63,8 +80,9 @@ export function createSound(state, { onMeter, onEnd }) {
     isStarting = true;
     try {
       // Again if another piece was loaded meanwhile.
-      while (graph?.context.sampleRate !== piece.rate) {
+      while (graph === null || graph.context.sampleRate !== piece.rate) {
         graph?.context.close();
+        graph = null;
         graph = await makeGraph(piece.rate);
       }
       await resumed(graph.context);
@@ -72,18 +90,19 @@ export function createSound(state, { onMeter, onEnd }) {
       isStarting = false;
     }
     graph.node.apply(state.all());
-    start(offset);
+    start(graph, offset);
   }
 
-  function start(at) {
-    const { context, node } = graph;
-    const source = new AudioBufferSourceNode(context, { buffer, loop: isLooping });
+  /** @param {Graph} graph @param {number} at */
+  function start({ context, node }, at) {
+    const source = new AudioBufferSourceNode(context, { buffer: piece.buffer, loop: isLooping });
     const gain = new GainNode(context, { gain: 0 });
     source.connect(gain).connect(node);
     source.start(0, at);
-    fade(gain.gain, 1);
+    fade(context, gain.gain, 1);
     startedAt = context.currentTime - at;
-    const mine = playing = { source, gain };
+    const mine = { source, gain };
+    playing = mine;
     source.onended = () => {
       gain.disconnect();
       if (playing !== mine) return;
@@ -94,27 +113,28 @@ export function createSound(state, { onMeter, onEnd }) {
   }
 
   function stop() {
-    fade(playing.gain.gain, 0);
+    if (playing === null || graph === null) return;
+    fade(graph.context, playing.gain.gain, 0);
     playing.source.stop(graph.context.currentTime + kFadeSeconds);
     playing = null;
   }
 
   function pause() {
-    if (playing === null) return;
     offset = position();
     stop();
   }
 
+  /** @param {number} at */
   function seek(at) {
     offset = at;
-    if (playing === null) return;
+    if (playing === null || graph === null) return;
     stop();
-    start(at);
+    start(graph, at);
   }
 
-  // Of what is heard now.
+  // Returns the time in the piece that is heard now.
   function position() {
-    if (playing === null) return offset;
+    if (playing === null || graph === null) return offset;
     const { context, node } = graph;
     const heard = context.currentTime - startedAt - node.latency - (context.outputLatency || 0);
     return Math.max(0, isLooping ? heard % duration() : Math.min(heard, duration()));
@@ -122,46 +142,54 @@ export function createSound(state, { onMeter, onEnd }) {
 
   const duration = () => piece.channels[0].length / piece.rate;
 
+  /** @param {boolean} wanted */
   function loop(wanted) {
-    if (playing !== null) {
+    if (playing !== null && graph !== null) {
       startedAt += duration() * Math.floor((graph.context.currentTime - startedAt) / duration());
       playing.source.loop = wanted;
     }
     isLooping = wanted;
   }
 
-  // Which side is heard, and how loud each is: linear gains.
+  // Chooses the side that is heard, and the linear gain of each side.
+  /** @param {keyof Sides<any>} wantedSide @param {Sides<number>} wantedGains */
   function compare(wantedSide, wantedGains) {
     side = wantedSide;
     gains = wantedGains;
     if (graph === null) return;
-    for (const [name, { gain }] of Object.entries(graph.sides))
-      fade(gain.gain, name === side ? gains[name] : 0);
+    const { context, sides } = graph;
+    fade(context, sides.before.gain.gain, side === "before" ? gains.before : 0);
+    fade(context, sides.after.gain.gain, side === "after" ? gains.after : 0);
   }
 
-  // Linear from where it is now, so that the two sides of a cross-fade add up to one.
-  function fade(param, to) {
-    const now = graph.context.currentTime;
+  // Fades on a straight line, so that the two sides of a cross-fade add up to one.
+  /** @param {AudioContext} context @param {AudioParam} param @param {number} to */
+  function fade({ currentTime: now }, param, to) {
     param.cancelScheduledValues(now);
     param.setValueAtTime(param.value, now);
     param.linearRampToValueAtTime(to, now + kFadeSeconds);
   }
 
-  // Decibels per bin, before and after, or null while there is nothing.
+  // Returns decibels for each bin, before and after, or null while nothing was played.
   function spectra() {
     if (graph?.context.sampleRate !== piece.rate) return null;
-    for (const { analyser, bins } of Object.values(graph.sides)) analyser.getFloatFrequencyData(bins);
-    return { before: graph.sides.before.bins, after: graph.sides.after.bins };
+    const { before, after } = graph.sides;
+    for (const { analyser, bins } of [before, after]) analyser.getFloatFrequencyData(bins);
+    return { before: before.bins, after: after.bins };
   }
 
-  return { load, play, pause, seek, position, duration, loop, compare, spectra,
-           isPlaying: () => playing !== null };
+  const isPlaying = () => playing !== null;
+  return { load, play, pause, seek, position, duration, loop, compare, spectra, isPlaying };
 }
 
-// Without a sound device some browsers never answer.
+// Waits until the context runs. Without a sound device some browsers never answer.
+/** @param {AudioContext} context */
 function resumed(context) {
   const tooLate = new Error("the browser does not start to play. Is there a sound device?");
-  return Promise.race([context.resume(), new Promise((_, reject) => {
-    setTimeout(reject, kPatienceMs, tooLate);
-  })]);
+  return Promise.race([
+    context.resume(),
+    new Promise((_, reject) => {
+      setTimeout(reject, kPatienceMs, tooLate);
+    }),
+  ]);
 }

@@ -3,13 +3,9 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 
 import { kHighDb, kLowDb, plotArea, xOf, yOf } from "../page/axes.js";
-import { drawGain } from "../page/draw_gain.js";
-import { drawMeters } from "../page/draw_meters.js";
-import { drawSpectrum } from "../page/draw_spectrum.js";
-import { drawTone } from "../page/draw_tone.js";
-import { drawWave, outlineOf } from "../page/draw_wave.js";
-import { rateOf } from "../page/file.js";
-import { linkTo, settingsIn } from "../page/link.js";
+import { drawGain, drawMeters, drawSpectrum, drawTone, drawWave, outlineOf } from "../page/draw.js";
+import { formatOf } from "../page/file.js";
+import { linkTo, settingsIn } from "../page/keep.js";
 import { makePiece } from "../page/piece.js";
 import { createState } from "../page/state.js";
 import { readSettings, ready, settingsText } from "../rules.js";
@@ -21,10 +17,13 @@ const kColours = { after: "after", before: "before", rest: "rest" };
 // A canvas context that notes its calls, each with the colours of that moment.
 function recorder() {
   const calls = [];
-  const context = new Proxy({}, {
-    get: (target, name) => target[name] ?? ((...args) => calls.push(
-      { name, args, fill: target.fillStyle, stroke: target.strokeStyle })),
-  });
+  const context = new Proxy(
+    {},
+    {
+      get: (target, name) =>
+        target[name] ?? ((...args) => calls.push({ name, args, fill: target.fillStyle, stroke: target.strokeStyle })),
+    },
+  );
   const named = (...names) => calls.filter((call) => names.includes(call.name));
   return { context, named };
 }
@@ -58,8 +57,11 @@ test("every preset comes back from its file and from its link", () => {
 });
 
 test("settings are read as the renderer reads them", () => {
-  assert.deepEqual(readSettings("# night\nratio= 3 # less\r\n\n enhancer =on\noutput-gain = -6 dB"),
-                   { ratio: 3, enhancer: 1, "output-gain": 0.5 });
+  assert.deepEqual(readSettings("# night\nratio= 3 # less\r\n\n enhancer =on\noutput-gain = -6 dB"), {
+    ratio: 3,
+    enhancer: 1,
+    "output-gain": 0.5,
+  });
   const levels = Object.values(readSettings("eq = 0=-0.5, 9=1"));
   assert.deepEqual(levels, [-0.5, 0, 0, 0, 0, 0, 0, 0, 0, 1]);
   for (const [text, why] of [
@@ -77,21 +79,22 @@ test("settings are read as the renderer reads them", () => {
     assert.throws(() => readSettings(text), { message: why });
 });
 
-test("the rate is read from a file's header", () => {
+test("rate and bits are read from a file's header", () => {
   const bytes = (text) => Uint8Array.from(text, (letter) => letter.charCodeAt(0)).buffer;
   const wav = "RIFF____WAVELIST\x03\0\0\0abc\0fmt \x10\0\0\0\x01\0\x02\0";
-  for (const [rate, text] of [
-    [44100, `${wav}\x44\xac\0\0`],
-    [48000, `${wav}\x80\xbb\0\0`],
-    [48000, `${wav}\0\x77\x01\0`],  // 96000
-    [44100, `fLaC${"\0".repeat(14)}\x0a\xc4\x42\xf0`],
-    [44100, `OggS${"\0".repeat(24)}\x01vorbis\0\0\0\0\x02\x44\xac\0\0`],
-    [44100, `ID3\x04\0\0\0\0\x01\x02${"x".repeat(130)}\xff\xfb\x90\x00`],
-    [48000, "\xff\xfb\x94\x00"],
-    [48000, "no sound"],
-    [48000, ""],
+  for (const [rate, bits, text] of [
+    [44100, 16, `${wav}\x44\xac\0\0${"\0".repeat(6)}\x10\0`],
+    [44100, 24, `${wav}\x44\xac\0\0${"\0".repeat(6)}\x18\0`],
+    [44100, 0, `${wav.replace("\x01\0\x02", "\x03\0\x02")}\x44\xac\0\0${"\0".repeat(6)}\x10\0`],
+    [48000, 0, `${wav}\0\x77\x01\0${"\0".repeat(6)}\x10\0`], // 96000
+    [44100, 16, `fLaC${"\0".repeat(14)}\x0a\xc4\x42\xf0`],
+    [44100, 0, `OggS${"\0".repeat(24)}\x01vorbis\0\0\0\0\x02\x44\xac\0\0`],
+    [44100, 0, `ID3\x04\0\0\0\0\x01\x02${"x".repeat(130)}\xff\xfb\x90\x00`],
+    [48000, 0, "\xff\xfb\x94\x00"],
+    [48000, 0, "no sound"],
+    [48000, 0, ""],
   ])
-    assert.equal(rateOf(bytes(text)), rate, text);
+    assert.deepEqual(formatOf(bytes(text)), { rate, bits }, text);
 });
 
 test("the built-in piece is within full scale and the same every time", () => {
@@ -106,17 +109,34 @@ test("the built-in piece is within full scale and the same every time", () => {
 test("the tone is drawn where its decibels are, cut below the plot", () => {
   const area = plotArea(600, 300);
   const { context, named } = recorder();
-  drawTone(context, area, [[20, 0], [1000, kHighDb], [20000, -120]], [[20, 6], [20000, 6]], true, {});
+  drawTone(
+    context,
+    area,
+    [
+      [20, 0],
+      [1000, kHighDb],
+      [20000, -120],
+    ],
+    [
+      [20, 6],
+      [20000, 6],
+    ],
+    true,
+    {},
+  );
   const points = named("moveTo", "lineTo").map(({ args }) => args);
-  assert.deepEqual(points.slice(0, 2), [[area.left, yOf(6, area, kLowDb, kHighDb)],
-                                        [xOf(20000, area), yOf(6, area, kLowDb, kHighDb)]]);
+  assert.deepEqual(points.slice(0, 2), [
+    [area.left, yOf(6, area, kLowDb, kHighDb)],
+    [xOf(20000, area), yOf(6, area, kLowDb, kHighDb)],
+  ]);
   assert.deepEqual(points[3], [xOf(1000, area), area.top]);
   assert.equal(points[4][1], yOf(2 * kLowDb, area, kLowDb, kHighDb));
 });
 
 test("a tone stands in the spectrum at its frequency", () => {
   const bins = new Float32Array(8192).fill(-120);
-  const hz = 3000, rate = 48000;
+  const hz = 3000,
+    rate = 48000;
   bins[(hz * 2 * bins.length) / rate] = -20;
   const area = plotArea(600, 300);
   const { context, named } = recorder();
@@ -130,19 +150,41 @@ test("the gain ends at the right and has a gap where nothing was heard", () => {
   const history = [0, 3, null, 9].map((db, n) => ({ time: 100 + n, db }));
   drawGain(context, 300, 96, history, 103, kColours);
   const curve = named("moveTo", "lineTo").slice(-3);
-  assert.deepEqual(curve.map(({ name }) => name), ["moveTo", "lineTo", "moveTo"]);
+  assert.deepEqual(
+    curve.map(({ name }) => name),
+    ["moveTo", "lineTo", "moveTo"],
+  );
   assert.equal(curve[2].args[0], 296);
   assert.equal(curve[2].args[1], yOf(9, { top: 8, height: 80 }, -12, 12));
 });
 
 test("bars and outline follow their levels", () => {
   const meters = recorder();
-  drawMeters(meters.context, 630, 56, { shortTerm: -23, truePeak: -3 },
-             { shortTerm: -Infinity, truePeak: -Infinity }, kColours);
-  assert.deepEqual(meters.named("fillRect").map(({ args, fill }) => [fill, args[0], args[2]]),
-                   [["before", 0, 370], ["before", 568, 3], ["after", 0, 0]]);
+  drawMeters(
+    meters.context,
+    630,
+    56,
+    { shortTerm: -23, truePeak: -3 },
+    { shortTerm: -Infinity, truePeak: -Infinity },
+    kColours,
+  );
+  assert.deepEqual(
+    meters.named("fillRect").map(({ args, fill }) => [fill, args[0], args[2]]),
+    [
+      ["before", 0, 370],
+      ["before", 568, 3],
+      ["after", 0, 0],
+    ],
+  );
   const wave = recorder();
-  drawWave(wave.context, 100, 40, outlineOf([Float32Array.of(0, 0.5, -1, 0)], 4), 0.5, "after", kColours);
-  assert.deepEqual(wave.named("fillRect").map(({ args, fill }) => [fill, args[3]]),
-                   [["after", 1.5], ["after", 19], ["rest", 38], ["rest", 1.5]]);
+  drawWave(wave.context, 100, 40, outlineOf([Float32Array.of(0, 0.05, -0.1, 0)], 4), 0.5, "after", kColours);
+  assert.deepEqual(
+    wave.named("fillRect").map(({ args, fill }) => [fill, args[3]]),
+    [
+      ["after", 1.5],
+      ["after", 19],
+      ["rest", 38],
+      ["rest", 1.5],
+    ],
+  );
 });

@@ -3,7 +3,7 @@ import { execFileSync } from "node:child_process";
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
-import { wavOf } from "../samples.js";
+import { Quantizer, wavHeader } from "../samples.js";
 
 const root = new URL("../../", import.meta.url);
 const renderer = new URL("build/release/orvane", root).pathname;
@@ -13,16 +13,23 @@ export const music = new Int16Array(readFileSync(new URL("tests/data/input.s16",
 // Of one channel, the other half of the time.
 export const left = music.filter((_, n) => n % 2 === 0);
 
-export const planar = (samples, channels) => Array.from({ length: channels }, (_, side) =>
-  Float32Array.from({ length: samples.length / channels }, (_, n) => samples[n * channels + side] / 32768));
+export const planar = (samples, channels) =>
+  Array.from({ length: channels }, (_, side) =>
+    Float32Array.from({ length: samples.length / channels }, (_, n) => samples[n * channels + side] / 32768),
+  );
 
-export const wav = (samples, rate, channels) => Buffer.from(wavOf(samples, rate, channels));
+export const wav = (samples, rate, channels) =>
+  Buffer.concat([wavHeader(samples.byteLength, rate, channels), Buffer.from(samples.buffer)]);
+
+export const interleave = (channels) => new Quantizer(false).interleave(channels);
 
 // The samples of a WAV file.
 export function dataOf(file) {
-  const bytes = Buffer.from(file), at = bytes.indexOf("data");
-  return new Int16Array(bytes.buffer.slice(bytes.byteOffset + at + 8,
-                                           bytes.byteOffset + at + 8 + bytes.readUInt32LE(at + 4)));
+  const bytes = Buffer.from(file),
+    at = bytes.indexOf("data");
+  return new Int16Array(
+    bytes.buffer.slice(bytes.byteOffset + at + 8, bytes.byteOffset + at + 8 + bytes.readUInt32LE(at + 4)),
+  );
 }
 
 export const run = (...words) => execFileSync(renderer, words, { encoding: "utf8" });

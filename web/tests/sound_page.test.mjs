@@ -7,11 +7,9 @@ import { after, before, test } from "node:test";
 import { fileURLToPath, pathToFileURL } from "node:url";
 import { chromium } from "playwright-core";
 import { instantiate, Piece, Stream } from "../module.js";
-import { interleave } from "../samples.js";
-import { ready, withSwitches } from "../rules.js";
-import { presetValues, valuesOf } from "../settings.js";
+import { presetValues, ready, valuesOf, withSwitches } from "../rules.js";
 import { parameters } from "../table.js";
-import { dataOf, left, music, planar, render, run, wav } from "./renderer.mjs";
+import { dataOf, interleave, left, music, planar, render, run, wav } from "./renderer.mjs";
 
 await ready();
 const kBlock = 1024;
@@ -22,8 +20,10 @@ const exports = instantiate(readFileSync(new URL("wasm/orvane.wasm", built)));
 
 let browser;
 before(async () => {
-  browser = await chromium.launch({ executablePath: "/usr/bin/chromium",
-    args: ["--no-sandbox", "--autoplay-policy=user-gesture-required"] });
+  browser = await chromium.launch({
+    executablePath: "/usr/bin/chromium",
+    args: ["--no-sandbox", "--autoplay-policy=user-gesture-required"],
+  });
 });
 after(() => browser.close());
 
@@ -42,44 +42,55 @@ async function withPage(use, { script = () => {}, url = address.href } = {}) {
 
 // Both outputs of a node that plays `samples` offline, as four channels, and its latency in seconds.
 function playOffline(page, samples, rate, options, automation) {
-  return page.evaluate(async ([text, pcm, rate, options, automation]) => {
-    const { OrvaneNode } = await import(`data:text/javascript,${encodeURIComponent(text)}`);
-    const frames = pcm[0].length;
-    const context = new OfflineAudioContext(4, frames, rate);
-    const buffer = new AudioBuffer({ numberOfChannels: 2, length: frames, sampleRate: rate });
-    pcm.forEach((side, n) => buffer.copyToChannel(Float32Array.from(side), n));
-    const node = await OrvaneNode.create(context, options);
-    for (const [key, value, at] of automation) node.parameters.get(key).setValueAtTime(value, at);
-    const merger = new ChannelMergerNode(context, { numberOfInputs: 4 });
-    for (const output of [0, 1]) {
-      const splitter = new ChannelSplitterNode(context, { numberOfOutputs: 2 });
-      node.connect(splitter, output);
-      for (const side of [0, 1]) splitter.connect(merger, side, 2 * output + side);
-    }
-    merger.connect(context.destination);
-    const source = new AudioBufferSourceNode(context, { buffer });
-    source.connect(node);
-    source.start();
-    const out = await context.startRendering();
-    return { channels: [0, 1, 2, 3].map((n) => [...out.getChannelData(n)]), latency: node.latency };
-  }, [packageText, samples.map((side) => [...side]), rate, options, automation]);
+  return page.evaluate(
+    async ([text, pcm, rate, options, automation]) => {
+      const { OrvaneNode } = await import(`data:text/javascript,${encodeURIComponent(text)}`);
+      const frames = pcm[0].length;
+      const context = new OfflineAudioContext(4, frames, rate);
+      const buffer = new AudioBuffer({ numberOfChannels: 2, length: frames, sampleRate: rate });
+      pcm.forEach((side, n) => buffer.copyToChannel(Float32Array.from(side), n));
+      const node = await OrvaneNode.create(context, options);
+      for (const [key, value, at] of automation) node.parameters.get(key).setValueAtTime(value, at);
+      const merger = new ChannelMergerNode(context, { numberOfInputs: 4 });
+      for (const output of [0, 1]) {
+        const splitter = new ChannelSplitterNode(context, { numberOfOutputs: 2 });
+        node.connect(splitter, output);
+        for (const side of [0, 1]) splitter.connect(merger, side, 2 * output + side);
+      }
+      merger.connect(context.destination);
+      const source = new AudioBufferSourceNode(context, { buffer });
+      source.connect(node);
+      source.start();
+      const out = await context.startRendering();
+      return { channels: [0, 1, 2, 3].map((n) => [...out.getChannelData(n)]), latency: node.latency };
+    },
+    [packageText, samples.map((side) => [...side]), rate, options, automation],
+  );
 }
 
 test("the node gives the library's samples, a value from its block on, and the source in step", () =>
   withPage(async (page) => {
-    const rate = 48000, change = ["output-gain", 0.5, (20 * kBlock) / rate];
+    const rate = 48000,
+      change = ["output-gain", 0.5, (20 * kBlock) / rate];
     const channels = planar(music, 2);
     const { channels: out, latency } = await playOffline(page, channels, rate, { preset: "voice" }, [change]);
     const stream = new Stream(exports, rate, valuesOf(withSwitches(presetValues("voice"))));
     const expected = [0, 1, 2, 3].map(() => []);
     for (let at = 0; at + 128 <= channels[0].length; at += 128) {
-      if (at === 20 * kBlock) stream.set(parameters.findIndex(({ key }) => key === change[0]), change[1]);
+      if (at === 20 * kBlock)
+        stream.set(
+          parameters.findIndex(({ key }) => key === change[0]),
+          change[1],
+        );
       const views = stream.channels();
       channels.forEach((side, n) => views.in[n].set(side.subarray(at, at + 128)));
       stream.process(128);
       [...views.result, ...views.source].forEach((side, n) => expected[n].push(...side));
     }
-    assert.deepEqual(out.map((side) => side.slice(0, expected[0].length)), expected);
+    assert.deepEqual(
+      out.map((side) => side.slice(0, expected[0].length)),
+      expected,
+    );
     assert.equal(latency, stream.latencyFrames() / rate);
     assert.equal(lagOf(out[2], out[0]), 0);
   }));
@@ -91,15 +102,26 @@ function lagOf(one, other) {
   return lags.reduce((best, lag) => (at(lag) > at(best) ? lag : best), 0);
 }
 
-test("a wrong rate, preset and setting are told", () => withPage(async (page) => {
-  for (const [rate, options] of [[96000, {}], [48000, { preset: "nigth" }], [48000, { settings: { rato: 1 } }]])
-    await assert.rejects(playOffline(page, [[0], [0]], rate, options, []), /RangeError.*(96000|nigth|rato)/);
-}));
+test("a wrong rate, preset and setting are told", () =>
+  withPage(async (page) => {
+    for (const [rate, options] of [
+      [96000, {}],
+      [48000, { preset: "nigth" }],
+      [48000, { settings: { rato: 1 } }],
+    ])
+      await assert.rejects(playOffline(page, [[0], [0]], rate, options, []), /RangeError.*(96000|nigth|rato)/);
+  }));
 
-const drop = (page, samples, rate, channels) => page.locator("#file").setInputFiles(
-  { name: "music.wav", mimeType: "audio/wav", buffer: wav(samples, rate, channels) });
+const drop = (page, samples, rate, channels) =>
+  page
+    .locator("#file")
+    .setInputFiles({ name: "music.wav", mimeType: "audio/wav", buffer: wav(samples, rate, channels) });
 
-for (const [samples, rate, channels] of [[music, 44100, 2], [music, 48000, 2], [left, 48000, 1]])
+for (const [samples, rate, channels] of [
+  [music, 44100, 2],
+  [music, 48000, 2],
+  [left, 48000, 1],
+])
   test(`a 16-bit file comes out as the renderer's: ${rate} Hz, ${channels} channels`, () =>
     withPage(async (page) => {
       await drop(page, samples, rate, channels);
@@ -118,10 +140,16 @@ test("a page with a piece inside plays it with its settings", () => {
   const [from, to] = ["<in>.wav", "out.html"].map((name) => join(folder, name));
   writeFileSync(from, wav(music, 44100, 2));
   run("compare", from, to, "--preset", "bass", "--output-gain", "0.3", "--page", fileURLToPath(address));
-  return withPage(async (page) => {
-    await page.locator("#piece-name").filter({ hasText: "<in>.wav" }).waitFor();
-    assert.deepEqual(await savedBy(page), render(music, 44100, 2, "--preset", "bass", "--output-gain", "0.3").samples);
-  }, { url: pathToFileURL(to).href }).finally(() => rmSync(folder, { recursive: true }));
+  return withPage(
+    async (page) => {
+      await page.locator("#piece-name").filter({ hasText: "<in>.wav" }).waitFor();
+      assert.deepEqual(
+        await savedBy(page),
+        render(music, 44100, 2, "--preset", "bass", "--output-gain", "0.3").samples,
+      );
+    },
+    { url: pathToFileURL(to).href },
+  ).finally(() => rmSync(folder, { recursive: true }));
 });
 
 // Notes what goes to the speakers, in window.heard.
@@ -145,7 +173,8 @@ function noteWhatIsHeard() {
 
 // Two seconds of even noise, low frequencies stronger: any piece of it is as loud as another.
 function noise() {
-  let seed = 1, last = 0;
+  let seed = 1,
+    last = 0;
   return Int16Array.from({ length: 2 * 96000 }, () => {
     seed = (Math.imul(seed, 1103515245) + 12345) >>> 0;
     last = 0.9 * last + (seed / 2 ** 32 - 0.5) * 2000;
@@ -153,25 +182,29 @@ function noise() {
   });
 }
 
-test("before and after are equally loud as they are heard", () => withPage(async (page) => {
-  await drop(page, noise(), 48000, 2);
-  await page.locator("#piece-name").filter({ hasText: "music.wav" }).waitFor();
-  await page.locator("[name=preset][value=bass]").check({ force: true });
-  await page.waitForTimeout(1500);  // until the piece is measured with these settings
-  await page.locator("#play").click();
-  const loudness = {};
-  for (const side of ["after", "before"]) {
-    await page.locator(`[name=side][value=${side}]`).check({ force: true });
-    await page.waitForTimeout(500);
-    const start = await page.evaluate(() => window.heard.length);
-    const blocks = 48;
-    await page.waitForFunction((end) => window.heard.length >= end, start + blocks);
-    const heard = await page.evaluate(([from, to]) => window.heard.slice(from, to), [start, start + blocks]);
-    const samples = heard.flatMap((block) => [...interleave(block.map((channel) => Float32Array.from(channel)))]);
-    const meter = new Piece(exports, 48000, 2, valuesOf({}));
-    for (let at = 0; at < samples.length; at += Piece.samples)
-      meter.process(Int16Array.from(samples.slice(at, at + Piece.samples)));
-    loudness[side] = meter.loudness().before;
-  }
-  assert.ok(Math.abs(loudness.after - loudness.before) < 0.2, JSON.stringify(loudness));
-}, { script: noteWhatIsHeard }));
+test("before and after are equally loud as they are heard", () =>
+  withPage(
+    async (page) => {
+      await drop(page, noise(), 48000, 2);
+      await page.locator("#piece-name").filter({ hasText: "music.wav" }).waitFor();
+      await page.locator("[name=preset][value=bass]").check({ force: true });
+      await page.waitForTimeout(1500); // until the piece is measured with these settings
+      await page.locator("#play").click();
+      const loudness = {};
+      for (const side of ["after", "before"]) {
+        await page.locator(`[name=side][value=${side}]`).check({ force: true });
+        await page.waitForTimeout(500);
+        const start = await page.evaluate(() => window.heard.length);
+        const blocks = 48;
+        await page.waitForFunction((end) => window.heard.length >= end, start + blocks);
+        const heard = await page.evaluate(([from, to]) => window.heard.slice(from, to), [start, start + blocks]);
+        const samples = heard.flatMap((block) => [...interleave(block.map((channel) => Float32Array.from(channel)))]);
+        const meter = new Piece(exports, 48000, 2, valuesOf({}));
+        for (let at = 0; at < samples.length; at += Piece.samples)
+          meter.process(Int16Array.from(samples.slice(at, at + Piece.samples)));
+        loudness[side] = meter.loudness().before;
+      }
+      assert.ok(Math.abs(loudness.after - loudness.before) < 0.2, JSON.stringify(loudness));
+    },
+    { script: noteWhatIsHeard },
+  ));

@@ -1,5 +1,0 @@
-// What the package offers.
-export { measure, renderWav } from "../offline.js";
-export { OrvaneNode } from "../orvane_node.js";
-export { fromDecoded } from "../samples.js";
-export { parameters, presets } from "../table.js";
