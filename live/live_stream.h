@@ -1,11 +1,11 @@
 // The effect on a running stereo stream: any number of frames in, as many out, always as late as
 // LatencyFrames() says, and no click whatever a listener turns.
 //
-// Inside it plays blocks of one size, whatever a host hands out. As long as no switch moves, the
+// Inside it plays blocks of one size, whatever a host hands out. As long as nothing moves, the
 // result holds the samples that the library gives for the same 16 bits: no dither, full scale 1.0.
 //
-//   values     go to the library at a block's beginning, in steps of a hundredth; factors in steps
-//              of two hundredths, or of 2 %
+//   values     move by a cross-fade to a second instance of the effect (live/chain_pair.h), within
+//              0.3 s
 //   switches   would click: the result fades out, the switch moves unheard, the chain fills, the
 //              result fades in; then the latency is the new one
 //   bypass     fades to the source, delayed by the same latency
@@ -18,9 +18,8 @@
 #include <cstdint>
 
 #include "client/controls.h"
-#include "client/delay.h"
 #include "client/settings.h"
-#include "client/stream.h"
+#include "live/chain_pair.h"
 
 class LiveStream {
 public:
@@ -33,7 +32,7 @@ public:
     LiveStream& operator=(const LiveStream&) = delete;
 
     // What the library refused, null if nothing. What a stream that was refused gives is silence.
-    const char* Refused() const { return stream.Refused(); }
+    const char* Refused() const { return chains.Refused(); }
 
     // control: a place in kControls; value: in the table's units, held within its range. What was
     // set before the first frame is there from the first frame on. The equalizer is on when its
@@ -64,36 +63,24 @@ public:
 
 private:
     static constexpr size_t kFadeFrames = 512;
-    static constexpr size_t kPieceFrames = 128;     // processed at once
+    static constexpr size_t kPieceFrames = ChainPair::kMostFrames;
     static constexpr size_t kHistoryFrames = 4096;  // a power of two beyond all latencies
-    static constexpr size_t kControlCount = kControls.size();
 
     enum class Duck { kOpen, kClosing, kClosed, kFilling };
 
-    struct Wish {
-        int32_t wanted = 0, sent = 0;  // on the wire
-        bool isSet = false;
-    };
-
-    uint32_t NewLatency() const { return blockFrames + DelayFrames(switches, blockFrames); }
-    bool IsHeard() const { return duck != Duck::kFilling || hold == 0; }
     void WantSwitch();
-    void Send(size_t control);
-    void Start();
+    void Jump();
     void BeginBlock();
-    void MoveSwitches();
-    void Slew();
     float StepDuck();
     float Past(size_t channel) const;
     void ProcessPiece(const float* const in[2], float* const result[2], float* const source[2],
                       size_t frames);
-    void Mix(const int16_t* chain, float* result, float* source);
+    void Mix(const float* chain, float* result, float* source);
     void EndBlock();
 
     uint32_t rate;
-    BlockStream stream;
-    Settings switches;  // as the library has them, for the delay
-    std::array<Wish, kControlCount> wishes{};
+    ChainPair chains;
+    ChainPair::Wires wanted = ChainPair::Defaults();
     uint32_t blockFrames = kBlockFrames, wantedFrames = kBlockFrames;
     uint32_t blockAt = 0;  // frames of the present block
     uint64_t now = 0;      // frames in all
@@ -110,6 +97,6 @@ private:
 
     double sourceSquares = 0, resultSquares = 0;  // of the present block
     double sourceMean = 0, resultMean = 0;        // smoothed
-    int32_t peak = 0;                             // of the chain in the present block
+    float peak = 0;                               // of the chain in the present block
     uint32_t limitingFor = 0;                     // frames from now
 };
