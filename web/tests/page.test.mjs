@@ -1,10 +1,14 @@
 // The built page in a browser, opened from its file, without network.
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
+import { mkdtempSync, rmSync, truncateSync, writeFileSync } from "node:fs";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
 import { pathToFileURL } from "node:url";
 
 import axe from "axe-core";
 import { chromium } from "playwright-core";
+import { wavHeader } from "../samples.js";
 
 const address = pathToFileURL(process.env.ORVANE_PAGE ?? "build/web/orvane.html").href;
 let browser;
@@ -152,4 +156,98 @@ test("it plays at a click, and a key switches before and after", () =>
         .then((text) => text.trim()),
       "Play",
     );
+  }));
+
+const isPlaying = (page, wanted) =>
+  page.waitForFunction((wanted) => document.body.classList.contains("playing") === wanted, wanted);
+
+test("Space plays after a click, and presses what Tab has reached", () =>
+  withPage({}, async (page) => {
+    await page.getByText("Before", { exact: true }).click();
+    await page.keyboard.press(" ");
+    await isPlaying(page, true);
+    await page.getByText("Night", { exact: true }).click();
+    await page.keyboard.press(" ");
+    await isPlaying(page, false);
+    await page.locator("#seek").focus();
+    await page.keyboard.press("Tab");
+    await page.keyboard.press(" ");
+    assert(!(await page.locator("#loop").isChecked()));
+    await isPlaying(page, false);
+  }));
+
+// Drops files, [name, text], or a link, as a mouse does.
+const drop = (page, files, link) =>
+  page.evaluate(
+    ([files, link]) => {
+      const dataTransfer = new DataTransfer();
+      for (const [name, text] of files) dataTransfer.items.add(new File([text], name));
+      if (link) dataTransfer.setData("text/uri-list", link);
+      document.body.dispatchEvent(new DragEvent("drop", { dataTransfer, bubbles: true, cancelable: true }));
+    },
+    [files, link],
+  );
+
+test("settings are dropped and come from a changed link; what can't be opened is answered", () =>
+  withPage({}, async (page) => {
+    await drop(page, [["mine.conf", "ratio = 4\n"]]);
+    await page.getByText("The settings of mine.conf are in use.").waitFor();
+    assert.equal(await page.locator("#set-ratio").inputValue(), "4");
+    await page.evaluate(() => (location.hash = "#ratio=5"));
+    await page.waitForFunction(() => document.getElementById("set-ratio").value === "5");
+    await drop(page, [
+      ["a.wav", ""],
+      ["b.wav", ""],
+    ]);
+    await page.getByText(/one file at a time/).waitFor();
+    await drop(page, [], "https://orvane.invalid/song.mp3");
+    await page.getByText(/loads nothing from the network/).waitFor();
+  }));
+
+test("a piece of two hours is refused at once, and reading can be cancelled", () =>
+  withPage({}, async (page) => {
+    const folder = mkdtempSync(join(tmpdir(), "orvane-"));
+    const path = join(folder, "long.wav");
+    writeFileSync(path, wavHeader(2 * 4000 * 7200, 4000, 1));
+    truncateSync(path, 44 + 2 * 4000 * 7200);
+    await page.locator("#file").setInputFiles(path);
+    await page.getByText(/long.wav is 2.0 hours long.*orvane render/).waitFor();
+    rmSync(folder, { recursive: true });
+    await page.evaluate(() => (Blob.prototype.arrayBuffer = () => new Promise(() => {})));
+    await page.locator("#file").setInputFiles(file("slow.wav", "RIFF"));
+    await page.getByText("Cancel").click();
+    await page.getByText("slow.wav was not opened.").waitFor();
+    assert.equal(await page.locator("#piece-name").textContent(), "Built-in piece");
+  }));
+
+test("a phone shows play, presets and tone at once, and before and after always", () =>
+  withPage({ width: 390 }, async (page) => {
+    await page.setViewportSize({ width: 390, height: 844 });
+    const bottom = (id) => page.evaluate((id) => document.getElementById(id).getBoundingClientRect().bottom, id);
+    for (const id of ["play", "presets", "preset-purpose", "tone"]) assert((await bottom(id)) <= 844, id);
+    assert(!(await page.locator("#set-ratio").isVisible()));
+    await page.locator("#file").setInputFiles(file(`${"long name ".repeat(20)}.wav`, "no sound"));
+    await page.getByText(/is not a sound file/).waitFor();
+    assert((await page.locator(".message").boundingBox()).height < 300);
+    await page.mouse.wheel(0, 500);
+    await page.waitForFunction(() => scrollY > 300);
+    assert.equal((await page.locator(".compare").boundingBox()).y, 0);
+  }));
+
+test("points don't cross, and a curve that can't be followed is told", () =>
+  withPage({}, async (page) => {
+    const drag = async (index, [x, y]) => {
+      const box = await page.locator(".point").nth(index).boundingBox();
+      await page.mouse.move(box.x + 18, box.y + 18);
+      await page.mouse.down();
+      await page.mouse.move(x, y, { steps: 4 });
+      await page.mouse.up();
+    };
+    const plot = await page.locator("#plot").boundingBox();
+    await drag(3, [plot.x + plot.width, plot.y]);
+    const step = async (n) => Number(await page.getByLabel(`Point ${n}, frequency`).inputValue());
+    assert((await step(4)) < (await step(5)));
+    const next = await page.locator(".point").nth(4).boundingBox();
+    await drag(4, [next.x + 18, plot.y + plot.height]);
+    await page.getByText(/can't follow this curve everywhere/).waitFor();
   }));

@@ -34,12 +34,15 @@ export function dataOf(file) {
 
 export const run = (...words) => execFileSync(renderer, words, { encoding: "utf8" });
 
-// {samples, report}: `orvane render` with the options.
-export function render(samples, rate, channels, ...options) {
+// {samples, report}: `orvane render` of the samples with the options.
+export const render = (samples, rate, channels, ...options) => renderFile(wav(samples, rate, channels), ...options);
+
+// The same of a file's bytes.
+export function renderFile(bytes, ...options) {
   const folder = mkdtempSync(join(tmpdir(), "orvane-"));
   try {
     const [from, to] = ["in.wav", "out.wav"].map((name) => join(folder, name));
-    writeFileSync(from, wav(samples, rate, channels));
+    writeFileSync(from, bytes);
     const report = run("render", from, to, "--json", ...options);
     return { samples: dataOf(readFileSync(to)), report: JSON.parse(report) };
   } finally {

@@ -1,5 +1,6 @@
 // The node and the page in a browser, from files, without network: what is heard and saved.
 import assert from "node:assert/strict";
+import { createServer } from "node:http";
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
@@ -9,7 +10,7 @@ import { chromium } from "playwright-core";
 import { instantiate, Piece, Stream } from "../module.js";
 import { presetValues, ready, valuesOf, withSwitches } from "../rules.js";
 import { parameters } from "../table.js";
-import { dataOf, interleave, left, music, planar, render, run, wav } from "./renderer.mjs";
+import { dataOf, interleave, left, music, planar, render, renderFile, run, wav } from "./renderer.mjs";
 
 await ready();
 const kBlock = 1024;
@@ -135,14 +136,35 @@ async function savedBy(page) {
   return dataOf(readFileSync(await download.path()));
 }
 
+// A WAV file with a title in a chunk of its own.
+function titled(file, title) {
+  const text = Buffer.from(title + "\0".repeat(2 - (title.length % 2)));
+  const size = (bytes) => Buffer.from(Uint32Array.of(bytes).buffer);
+  const list = ["LIST", size(12 + text.length), "INFOINAM", size(text.length), text];
+  const whole = Buffer.concat([file, ...list.map((part) => Buffer.from(part))]);
+  whole.writeUInt32LE(whole.length - 8, 4);
+  return whole;
+}
+
 test("a page with a piece inside plays it with its settings", () => {
   const folder = mkdtempSync(join(tmpdir(), "orvane-"));
-  const [from, to] = ["<in>.wav", "out.html"].map((name) => join(folder, name));
-  writeFileSync(from, wav(music, 44100, 2));
+  const [from, to] = ["in.wav", "out.html"].map((name) => join(folder, name));
+  const title = "<!-- </script><script>window.hit = 1</script>";
+  writeFileSync(from, titled(wav(music, 44100, 2), title));
   run("compare", from, to, "--preset", "bass", "--output-gain", "0.3", "--page", fileURLToPath(address));
   return withPage(
     async (page) => {
-      await page.locator("#piece-name").filter({ hasText: "<in>.wav" }).waitFor();
+      await page.locator("#piece-name").filter({ hasText: title }).waitFor();
+      assert.equal(await page.evaluate(() => window.hit), undefined);
+      // Nothing leaves the machine: the browser refuses to load what needs no network.
+      assert(
+        await page.evaluate(() =>
+          fetch("data:,x").then(
+            () => false,
+            () => true,
+          ),
+        ),
+      );
       assert.deepEqual(
         await savedBy(page),
         render(music, 44100, 2, "--preset", "bass", "--output-gain", "0.3").samples,
@@ -205,6 +227,104 @@ test("before and after are equally loud as they are heard", () =>
         loudness[side] = meter.loudness().before;
       }
       assert.ok(Math.abs(loudness.after - loudness.before) < 0.2, JSON.stringify(loudness));
+    },
+    { script: noteWhatIsHeard },
+  ));
+
+test("the node tells a changed latency, and goes back to defaults", () =>
+  withPage(async (page) => {
+    const told = await page.evaluate(async (text) => {
+      const { OrvaneNode, parameters } = await import(`data:text/javascript,${encodeURIComponent(text)}`);
+      const context = new OfflineAudioContext(2, 48000, 48000);
+      const node = await OrvaneNode.create(context, { preset: "voice" });
+      node.connect(context.destination);
+      const before = node.latency;
+      const latency = new Promise((resolve) => (node.onlatency = resolve));
+      node.apply({});
+      await context.startRendering();
+      return {
+        before,
+        after: await latency,
+        wrong: parameters.filter((one) => Math.abs(node.parameters.get(one.key).value - one.default) > 1e-6),
+      };
+    }, packageText);
+    assert.ok(told.after < told.before, JSON.stringify(told));
+    assert.deepEqual(told.wrong, []);
+  }));
+
+test("a strict content security policy lets the worklet come from its URL", async () => {
+  const server = createServer(({ url }, answer) => {
+    const isScript = url.endsWith(".js");
+    answer.setHeader("content-type", isScript ? "text/javascript" : "text/html");
+    answer.setHeader("content-security-policy", "default-src 'none'; script-src 'self' 'wasm-unsafe-eval'");
+    answer.end(isScript ? readFileSync(new URL(`web/package${url}`, built)) : "");
+  });
+  await new Promise((resolve) => server.listen(0, "localhost", resolve));
+  const page = await browser.newPage();
+  await page.goto(`http://localhost:${server.address().port}/`);
+  const make = (processorUrl) =>
+    page.evaluate(async (processorUrl) => {
+      const { OrvaneNode } = await import("/index.js");
+      return (await OrvaneNode.create(new OfflineAudioContext(2, 128, 48000), { processorUrl })).latency;
+    }, processorUrl);
+  await assert.rejects(make());
+  assert.ok((await make("/processor.js")) > 0);
+  await page.close();
+  server.close();
+});
+
+test("a 24-bit file is dithered as the renderer does", () =>
+  withPage(async (page) => {
+    const bytes = wav(music, 48000, 2);
+    const data = Buffer.alloc(3 * music.length);
+    music.forEach((sample, n) => data.writeIntLE(256 * sample + ((77 * n) % 256), 3 * n, 3));
+    const header = bytes.subarray(0, 44);
+    for (const [at, value] of [
+      [4, 36 + data.length],
+      [28, 6 * 48000],
+      [40, data.length],
+    ])
+      header.writeUInt32LE(value, at);
+    for (const [at, value] of [
+      [32, 6],
+      [34, 24],
+    ])
+      header.writeUInt16LE(value, at);
+    const source = Buffer.concat([header, data]);
+    await page.locator("#file").setInputFiles({ name: "deep.wav", mimeType: "audio/wav", buffer: source });
+    await page.locator("#piece-name").filter({ hasText: "deep.wav" }).waitFor();
+    await page.locator("[name=preset][value=off]").check({ force: true });
+    assert.deepEqual(await savedBy(page), renderFile(source, "--preset", "off").samples);
+  }));
+
+test("a dropped mono file is heard on both sides, ends without Loop, and is saved under its name", () =>
+  withPage(
+    async (page) => {
+      await page.evaluate(
+        (bytes) => {
+          const dataTransfer = new DataTransfer();
+          dataTransfer.items.add(new File([Uint8Array.from(bytes)], "mono.song.wav"));
+          document.body.dispatchEvent(new DragEvent("drop", { dataTransfer, bubbles: true, cancelable: true }));
+        },
+        [...wav(left, 48000, 1)],
+      );
+      await page.locator("#piece-name").filter({ hasText: "mono.song.wav" }).waitFor();
+      await page.locator("#play").click();
+      // Past the first time round, so that the position must not jump when the loop ends.
+      await page.waitForFunction(() => window.heard.length > 40);
+      await page.locator("#loop").uncheck();
+      await page.getByText("Play", { exact: true }).waitFor();
+      const energy = await page.evaluate(() =>
+        [0, 1].map((side) => window.heard.flatMap((block) => block[side]).reduce((sum, one) => sum + one * one, 0)),
+      );
+      assert.ok(energy[0] > 1 && Math.abs(energy[1] / energy[0] - 1) < 1e-3, `${energy}`);
+      assert.match(await page.locator("#peak-after").textContent(), /\d/);
+      await page.locator("[name=preset][value=night]").check({ force: true });
+      await page.waitForFunction(
+        () => !(parseFloat(document.getElementById("peak-after").textContent.replace("−", "-")) > -40),
+      );
+      const [download] = await Promise.all([page.waitForEvent("download"), page.locator("#save-wav").click()]);
+      assert.equal(download.suggestedFilename(), "mono.song-orvane.wav");
     },
     { script: noteWhatIsHeard },
   ));
