@@ -1,6 +1,7 @@
-// What scripts call in the module, as orvane_NAME, with numbers alone. Addresses and sizes are
-// bytes of the module's memory, which `malloc` and `free` hand out. What `..._create` answers is 0
-// if memory is refused; `..._release` takes it back.
+// Declares functions that scripts call in the module as orvane_NAME. Arguments and results are
+// numbers. Addresses and sizes are in bytes of the module's memory, which scripts get from `malloc`
+// and return with `free`. `..._create` returns 0 if memory is refused. `..._release` frees what
+// `..._create` returned.
 #pragma once
 #include <new>
 

@@ -65,7 +65,7 @@ ORVANE_EXPORT(meter_create) LoudnessMeter* MeterCreate(uint32_t rateHz, uint32_t
 ORVANE_EXPORT(meter_release) void MeterRelease(LoudnessMeter* meter) {
     delete meter;
 }
-// Interleaved 16-bit samples.
+// Adds `samples` interleaved 16-bit samples, whole frames of `channels` channels.
 ORVANE_EXPORT(meter_add)
 void MeterAdd(LoudnessMeter* meter, const int16_t* pcm, uint32_t samples, uint32_t channels) {
     constexpr uint32_t kMostSamples = 1024;

@@ -1,11 +1,12 @@
-// Loudness and peaks (ITU-R BS.1770, EBU R 128) of a stream, through libebur128.
+// Measures loudness and peaks of a stream (ITU-R BS.1770, EBU R 128) with libebur128.
 #pragma once
 #include <ebur128.h>
 
 #include <cstddef>
 #include <cstdint>
 
-// Full scale 1.0. What is asked is -infinity while there is nothing, or too little.
+// Measures one stream whose full scale is 1.0. A figure is -infinity for silence, and while there
+// are too few samples for it.
 class LoudnessMeter {
 public:
     enum class Kind { kRunning, kWhole };
@@ -15,13 +16,14 @@ public:
     LoudnessMeter(const LoudnessMeter&) = delete;
     LoudnessMeter& operator=(const LoudnessMeter&) = delete;
 
-    // Interleaved, finite. Allocates only if the whole is measured.
+    // Adds frames of interleaved, finite samples. Allocates memory only for kWhole.
     void Add(const float* samples, size_t frames);
 
     double IntegratedLufs() const;  // kWhole
-    double ShortTermLufs() const;   // kRunning: of the last 3 s
+    double ShortTermLufs() const;   // kRunning: over the last 3 s
 
-    // kRunning: of all channels, and of the louder, since this was last asked.
+    // Returns, for kRunning, the RMS level of all channels and the true peak of the louder channel
+    // since the last call. Both are in dB over full scale.
     struct Levels {
         double rmsDb, truePeakDb;
     };

@@ -1,4 +1,4 @@
-// The module's exports for a whole piece: the samples that the renderer gives.
+// The module's exports for a whole piece, which gets the same samples as in the renderer.
 #include "client/controls.h"
 #include "client/piece_stream.h"
 #include "host/entry_points.h"
@@ -22,17 +22,19 @@ ORVANE_EXPORT(piece_create) Piece* PieceCreate() {
 ORVANE_EXPORT(piece_release) void PieceRelease(Piece* piece) {
     delete piece;
 }
-// Before it starts. control: its place in the list of controls.
+// Sets a value before the piece starts. `control` is a place in the list of controls; `value` is in
+// the units of the table.
 ORVANE_EXPORT(piece_set) void PieceSet(Piece* piece, uint32_t control, double value) {
     SetValue(&piece->settings, kControls[control], value);
 }
-// Whether the library took everything.
+// Starts the piece. Returns whether the library accepted the format and all values.
 ORVANE_EXPORT(piece_start) bool PieceStart(Piece* piece, uint32_t rateHz, uint32_t channels) {
     piece->stream = std::make_unique<PieceStream>(
         AELI, piece->settings, StreamFormat{rateHz, channels, kBufferFrames}, Alignment{});
     return piece->stream->Refused() == nullptr;
 }
-// Interleaved samples in; answers how many came out, which lie at piece_out until the next call.
+// Processes interleaved samples. Returns how many samples came out. They are at piece_out until the
+// next call.
 ORVANE_EXPORT(piece_process)
 uint32_t PieceProcess(Piece* piece, const int16_t* in, uint32_t samples) {
     piece->out.clear();

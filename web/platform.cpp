@@ -1,4 +1,5 @@
-// The platform of a page: no log, no marker file, no clock. The module imports nothing.
+// The platform layer of a page: it has no log, no marker file and no clock. The module imports
+// nothing.
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/log.h"
@@ -13,7 +14,8 @@ int32_t WallClockMilliseconds() {
     return 0;
 }
 
-// The C library's formatted text comes with streams, which nothing here opens.
+// The C library's functions for formatted text refer to these functions for streams. Nothing here
+// opens a stream.
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 constexpr int32_t kBadFile = 8;

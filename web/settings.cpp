@@ -1,5 +1,5 @@
-// The module's exports for settings: client/settings.h's rules and the grammar of settings files.
-// `values`: a number for every control, NaN for what isn't set.
+// The module's exports for the rules of settings (client/settings.h) and the grammar of settings
+// files. `values` holds one number for every control, NaN where nothing is set.
 #include <cmath>
 #include <string>
 
@@ -18,7 +18,7 @@ Settings SettingsAt(const double* values) {
 
 }  // namespace
 
-// Switches that nobody set become 1 where their values turn them on.
+// Sets switches that nobody set to 1 where their values turn them on.
 ORVANE_EXPORT(settings_follow) void SettingsFollow(double* values) {
     const Settings settings = SettingsAt(values);
     for (size_t n = 0; n < kControls.size(); ++n)
@@ -26,7 +26,8 @@ ORVANE_EXPORT(settings_follow) void SettingsFollow(double* values) {
             settings.IsOn(kControls[n].parameter->id))
             values[n] = 1;
 }
-// What is wrong with a settings file, or "" and its values. The text is valid until the next call.
+// Reads a settings file into `values`. Returns what is wrong with the file, or "". The text is
+// valid until the next call.
 ORVANE_EXPORT(settings_read)
 const char* SettingsRead(const char* text, uint32_t bytes, double* values) {
     static std::string fault;
@@ -37,7 +38,7 @@ const char* SettingsRead(const char* text, uint32_t bytes, double* values) {
             settings.IsSet(kControls[n].parameter->id) ? ValueOf(settings, kControls[n]) : NAN;
     return fault.c_str();
 }
-// The lines of a settings file, valid until the next call.
+// Returns the lines of a settings file. The text is valid until the next call.
 ORVANE_EXPORT(settings_text) const char* SettingsLines(const double* values) {
     static std::string text;
     text = SettingsText(SettingsAt(values));

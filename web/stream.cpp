@@ -1,13 +1,14 @@
-// The module's exports for a running stream, and how loud it is.
+// The module's exports for a running stream and its levels.
 #include "live/live_stream.h"
 #include "web/export.h"
 #include "web/loudness.h"
 
 namespace {
 
-// Planar samples in the module's own memory, where scripts read and write them.
+// A stream with planar samples in the module's own memory, where scripts read and write them. Full
+// scale is 1.0.
 struct RunningStream {
-    static constexpr size_t kMostFrames = 128;  // a call
+    static constexpr size_t kMostFrames = 128;  // in one call
 
     explicit RunningStream(uint32_t rateHz)
         : live(rateHz),
@@ -36,18 +37,19 @@ ORVANE_EXPORT(stream_create) RunningStream* StreamCreate(uint32_t rateHz) {
 ORVANE_EXPORT(stream_release) void StreamRelease(RunningStream* stream) {
     delete stream;
 }
-// Whether the library took the rate.
+// Returns whether the library accepts the rate.
 ORVANE_EXPORT(stream_runs) bool StreamRuns(const RunningStream* stream) {
     return stream->live.Refused() == nullptr;
 }
-// control: its place in the list of controls.
+// Sets a value. `control` is a place in the list of controls; `value` is in the units of the table.
 ORVANE_EXPORT(stream_set) void StreamSet(RunningStream* stream, uint32_t control, double value) {
     stream->live.Set(control, value);
 }
 ORVANE_EXPORT(stream_bypass) void StreamBypass(RunningStream* stream, bool wanted) {
     stream->live.SetBypass(wanted);
 }
-// Where `in`, `result` and `source` lie, one behind the other, 128 samples a channel.
+// Returns the address of `in`. `result` and `source` follow it. Each has two channels of 128
+// samples.
 ORVANE_EXPORT(stream_samples) float* StreamSamples(RunningStream* stream) {
     return stream->in[0];
 }
@@ -62,7 +64,8 @@ ORVANE_EXPORT(stream_process) void StreamProcess(RunningStream* stream, uint32_t
 ORVANE_EXPORT(stream_latency) uint32_t StreamLatency(const RunningStream* stream) {
     return stream->live.LatencyFrames();
 }
-// Of the source, or of the result: rmsDb and truePeakDb since last asked, shortTermLufs.
+// Writes three levels of the source or of the result: rmsDb and truePeakDb since the last call, and
+// shortTermLufs of the last 3 s.
 ORVANE_EXPORT(stream_levels)
 void StreamLevels(RunningStream* stream, bool ofSource, double* levels) {
     LoudnessMeter& meter = ofSource ? stream->sourceMeter : stream->resultMeter;

@@ -43,7 +43,7 @@ std::string Values(const Settings& settings) {
 
 }  // namespace
 
-// The same text at every call.
+// Returns the text, which is the same at every call.
 ORVANE_EXPORT(table) const char* Table() {
     static std::string text;
     text = "export const parameters = [\n";

@@ -1,4 +1,4 @@
-// The module's exports for the equalizer's tone, client/tone.h by numbers.
+// The module's exports for the equalizer's tone (client/tone.h).
 #include "client/tone.h"
 
 #include "web/export.h"
@@ -16,14 +16,14 @@ Settings::Levels LevelsAt(const double* levels) {
 ORVANE_EXPORT(tone_band_hz) double ToneBandHz(uint32_t band, double rateHz) {
     return BandHz(band, rateHz);
 }
-// levels: ten. hz: `count` frequencies, in whose place the decibels come.
+// Replaces `count` frequencies at `hz` by the gain there in decibels. `levels` holds ten numbers.
 ORVANE_EXPORT(tone_db)
 void ToneDecibels(const double* levels, double* hz, uint32_t count, double rateHz) {
     const Settings::Levels copy = LevelsAt(levels);
     for (uint32_t n = 0; n < count; ++n) hz[n] = ToneDb(copy, hz[n], rateHz);
 }
-// points: `count` pairs of hertz and decibels, ascending. fit: ten levels, then rmsDb, worstDb,
-// worstHz, peakDb.
+// Fits ten levels to `count` points, pairs of hertz and decibels with ascending frequencies. Writes
+// 14 numbers to `fit`: the levels, rmsDb, worstDb, worstHz and peakDb.
 ORVANE_EXPORT(tone_fit)
 void ToneFitLevels(const TonePoint* points, uint32_t count, double rateHz, double* fit) {
     const ToneFit found = FitTone({points, count}, rateHz);

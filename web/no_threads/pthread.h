@@ -1,4 +1,4 @@
-// A page's sound has one thread, so the unit's lock has nothing to do.
+// Locks that do nothing. The sound of a page has one thread, so the unit's lock has nothing to do.
 #pragma once
 struct pthread_mutex_t {};
 inline int pthread_mutex_init(pthread_mutex_t*, const void*) {
