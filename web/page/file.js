@@ -161,9 +161,12 @@ async function readPcm(file, rate, { start, channels: count }, step) {
   for (let at = start, frame = 0; at < end; at += kPartBytes) {
     const part = await file.slice(at, Math.min(end, at + kPartBytes)).arrayBuffer();
     const samples = new Int16Array(part);
-    for (let n = 0; n < samples.length; ++frame)
-      for (let side = 0; side < count; ++side, ++n)
-        piece.channels[side][frame] = samples[n] / 32768;
+    const frames = samples.length / count;
+    piece.channels.forEach((channel, side) => {
+      const to = channel.subarray(frame, frame + frames);
+      for (let n = 0, from = side; n < frames; ++n, from += count) to[n] = samples[from] / 32768;
+    });
+    frame += frames;
     if (!step(Math.min(1, (at + kPartBytes - start) / (end - start)))) return null;
   }
   return piece;

@@ -239,7 +239,10 @@ test("the node tells a changed latency, and goes back to defaults", () =>
       const node = await OrvaneNode.create(context, { preset: "voice" });
       node.connect(context.destination);
       const before = node.latency;
-      const latency = new Promise((resolve) => (node.onlatency = resolve));
+      const latency = new Promise((resolve) => {
+        node.onlatency = resolve;
+        setTimeout(resolve, 5000, NaN);
+      });
       node.apply({});
       await context.startRendering();
       return {
