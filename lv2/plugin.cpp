@@ -8,7 +8,7 @@
 #include <new>
 #include <optional>
 
-#include "dsp/stream.h"
+#include "live/any_rate.h"
 #include "live/live_stream.h"
 #include "lv2/ports.h"
 
@@ -42,7 +42,7 @@ struct Plugin {
     }
 
     uint32_t rate;
-    std::optional<LiveStream> stream;
+    std::optional<AnyRate<LiveStream>> stream;
     // What ports use while the host has connected nothing: inputs read their default here, and
     // outputs write here.
     std::array<float, kPortCount> unconnected{};
@@ -57,9 +57,10 @@ Plugin& PluginOf(LV2_Handle handle) {
 
 LV2_Handle Instantiate(const LV2_Descriptor* /*descriptor*/, double rateHz, const char* /*bundle*/,
                        const LV2_Feature* const* /*features*/) {
-    if (!(rateHz >= kLowestRateHz && rateHz <= kHighestRateHz && rateHz == std::floor(rateHz))) {
+    if (AnyRate<LiveStream>::FactorOf(rateHz) == 0) {
         std::fprintf(stderr,
-                     "orvane: the effect plays at 32000 to 48000 Hz in whole Hz, not %.10g\n",
+                     "orvane: the effect plays at 32000 to 48000 Hz in whole Hz and at 2, 4 or 8 "
+                     "times 44100 or 48000 Hz, not %.10g\n",
                      rateHz);
         return nullptr;
     }
@@ -82,7 +83,7 @@ void Activate(LV2_Handle handle) {
 // Audio thread. An output may be the same memory as an input. `frames` is any number.
 void Run(LV2_Handle handle, uint32_t frames) {
     Plugin& plugin = PluginOf(handle);
-    LiveStream& stream = *plugin.stream;
+    LiveStream& stream = plugin.stream->Inner();
     const auto& ports = plugin.ports;
     for (size_t n = 0; n < kControls.size(); ++n) {
         const float value = *ports[kFirstControl + n];
@@ -94,11 +95,10 @@ void Run(LV2_Handle handle, uint32_t frames) {
     stream.SetLowLatency(*ports[kLowLatency] > 0);
     const float* const in[2] = {ports[kLeftIn], ports[kRightIn]};
     float* const out[2] = {ports[kLeftOut], ports[kRightOut]};
-    float* const nowhere[2] = {};
-    if (plugin.HasAudio()) stream.Process(in, out, nowhere, frames);
+    if (plugin.HasAudio()) plugin.stream->Process(in, out, frames);
 
     const LiveStream::Levels levels = stream.Meters();
-    *ports[kLatency] = static_cast<float>(stream.LatencyFrames());
+    *ports[kLatency] = static_cast<float>(plugin.stream->LatencyFrames());
     *ports[kSourceLevel] = levels.sourceDb;
     *ports[kResultLevel] = levels.resultDb;
     *ports[kGain] = levels.gainDb;

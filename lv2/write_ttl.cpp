@@ -135,7 +135,7 @@ std::string PluginText() {
                          "    lv2:portProperty lv2:toggled ;\n    rdfs:comment \"blocks of "
                          "770 frames instead of 1024\" ;\n");
     for (uint32_t index = kFirstControl; index < kLatency; ++index) text += ControlPort(index);
-    text += Meter(kLatency, "latency", "Latency", 0, 4096,
+    text += Meter(kLatency, "latency", "Latency", 0, 32768,
                   "    lv2:portProperty lv2:reportsLatency , lv2:integer ;\n"
                   "    lv2:designation lv2:latency ;\n    unit:unit unit:frame ;\n");
     const std::string decibels = "    unit:unit unit:db ;\n";

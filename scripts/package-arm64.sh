@@ -27,7 +27,8 @@ CONF
     export APT_CONFIG="$build/apt/conf"
     apt-get update -qq
     apt-get install -qq -y --no-install-recommends --download-only libsndfile1-dev libsoxr-dev \
-        libebur128-dev libcli11-dev nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev lv2-dev
+        libebur128-dev libcli11-dev nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev lv2-dev \
+        libspeexdsp-dev
     : >"$build/shlibs"
     for package in "$build"/apt/archives/*.deb; do
         dpkg-deb -x "$package" "$root"

@@ -1,6 +1,5 @@
 // A running stream by what a listener and a host can tell of it.
 #include "live/live_stream.h"
-#include "table/stages.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +8,8 @@
 
 #include "client/presets.h"
 #include "host/entry_points.h"
+#include "live/any_rate.h"
+#include "table/stages.h"
 #include "tests/signals.h"
 #include "tests/without_system_calls.h"
 
@@ -229,6 +230,7 @@ TEST(LiveStream, TakesWhatIsNotFiniteForSilenceAndComesBack) {
 
 TEST(LiveStream, AsksNobodyForAnythingWhileItRuns) {
     LiveStream stream(kRateHz);
+    AnyRate<LiveStream> resampled(2 * kRateHz);
     Channels in = Tone(0, 4096);
     float* const io[2] = {in[0].data(), in[1].data()};
     const auto run = [&] {
@@ -238,6 +240,7 @@ TEST(LiveStream, AsksNobodyForAnythingWhileItRuns) {
             stream.SetBypass(turn % 5 == 0);
             stream.SetLowLatency(turn % 7 == 0);
             stream.Process(io, io, io, 4096);
+            resampled.Process(io, io, 4096);
             if (!(stream.Meters().resultDb < 10)) return 1;
         }
         return 0;
@@ -265,6 +268,67 @@ TEST(LiveStream, TellsLevelsGainAndWhetherTheLimitersWork) {
     EXPECT_NEAR(stream.Meters().gainDb, 12.03, 0.05);
     EXPECT_TRUE(stream.Meters().limiting);
     EXPECT_NE(LiveStream(96000).Refused(), nullptr);
+}
+
+// The chain is left out, but for its delay of none.
+struct Through {
+    explicit Through(uint32_t) {}
+    static void Process(const float* const in[2], float* const out[2], float* const[2],
+                        size_t frames) {
+        for (size_t c = 0; c < 2; ++c) std::copy_n(in[c], frames, out[c]);
+        taken.insert(taken.end(), in[0], in[0] + frames);
+    }
+    static uint32_t LatencyFrames() { return 0; }
+    static const char* Refused() { return nullptr; }
+    static inline std::vector<float> taken;
+};
+// A tone of half of full scale through both resamplers, in pieces of odd lengths.
+std::vector<float> Resampled(uint32_t rateHz, double hz) {
+    AnyRate<Through> stream(rateHz);
+    Through::taken.clear();
+    std::vector<float> tone(rateHz / 4), other(tone.size());
+    for (size_t n = 0; n < tone.size(); ++n)
+        tone[n] = static_cast<float>(
+            0.5 * std::sin(2 * std::numbers::pi * hz * static_cast<double>(n) / rateHz));
+    for (size_t at = 0, count = 1; at < tone.size(); at += count, count = count * 7 % 1000 + 1) {
+        float* const io[2] = {&tone[at], &other[at]};
+        stream.Process(io, io, std::min(count, tone.size() - at));
+    }
+    return tone;
+}
+// In dB against the tone. The part at its own frequency and late by the latency is left out if
+// asked for.
+double LevelDb(const std::vector<float>& v, uint32_t rateHz, double hz, double late, bool without) {
+    double own = 0, all = 0;
+    const size_t first = v.size() / 2;
+    for (size_t n = first; n < v.size(); ++n) {
+        const double tone =
+            0.5 * std::sin(2 * std::numbers::pi * hz * (static_cast<double>(n) - late) / rateHz);
+        own += tone * v[n];
+        all += without ? std::pow(v[n] - tone, 2) : 0;
+    }
+    const double scale = 0.125 * static_cast<double>(v.size() - first);
+    return without ? 10 * std::log10(all / scale) : 20 * std::log10(own / scale);
+}
+
+TEST(AnyRate, IsFlatTo18KilohertzWithoutAliasesAndAsLateAsItSays) {
+    for (const uint32_t rateHz : {88200U, 96000U, 176400U, 192000U, 352800U, 384000U}) {
+        const uint32_t factor = AnyRate<Through>::FactorOf(rateHz), inner = rateHz / factor;
+        const double late = AnyRate<Through>(rateHz).LatencyFrames();
+        EXPECT_LT(late / rateHz, 0.002);
+        for (double hz = 40; hz <= 18000; hz += 1796) {  // a whole number of periods
+            const std::vector<float> heard = Resampled(rateHz, hz);
+            EXPECT_NEAR(LevelDb(heard, rateHz, hz, late, false), 0, 0.1) << rateHz << ' ' << hz;
+            EXPECT_LT(LevelDb(heard, rateHz, hz, late, true), -60) << "images and all";
+        }
+        for (double hz = inner / 2.0 + 100; hz < rateHz / 2.0; hz += rateHz / 40.0) {
+            Resampled(rateHz, hz);
+            std::vector<float> alias = Through::taken;
+            EXPECT_LT(LevelDb(alias, inner, 0, 0, true), -90) << rateHz << ' ' << hz;
+        }
+    }
+    for (const double rateHz : {31999.0, 44100.5, 48001.0, 64000.0, 132300.0, 768000.0})
+        EXPECT_EQ(AnyRate<Through>::FactorOf(rateHz), 0U) << rateHz;
 }
 
 TEST(Controls, GoToPortsAndBackToWhatTheWireCarries) {

@@ -134,7 +134,7 @@ TEST_F(Bundle, HasEveryPresetWithItsValues) {
 }
 
 TEST_F(Bundle, PlaysInPlaceTellsItsLatencyAndRefusesOtherRates) {
-    EXPECT_EQ(lilv_plugin_instantiate(plugin, 96000, nullptr), nullptr);
+    EXPECT_EQ(lilv_plugin_instantiate(plugin, 22050, nullptr), nullptr);
     LilvInstance* const instance = lilv_plugin_instantiate(plugin, 48000, nullptr);
     ASSERT_NE(instance, nullptr);
     std::vector<float> ports(kPortCount, kNan);
@@ -194,9 +194,9 @@ LV2_Handle Instantiate(double rateHz, int refused, ptrdiff_t* lines) {
     return handle;
 }
 
-TEST(Instantiate, RefusesEveryRateButWholeOnesOf32000To48000InOneLine) {
+TEST(Instantiate, RefusesEveryRateButWholeOnesOf32000To48000AndTheirMultiplesInOneLine) {
     ptrdiff_t lines = 0;
-    for (const double rateHz : {0.0, 31999.0, 32000.5, 48000.999, 48001.0, 96000.0, -44100.0,
+    for (const double rateHz : {0.0, 31999.0, 32000.5, 48000.999, 48001.0, 64000.0, -44100.0,
                                 0x1p32 + 44100, 1e300, static_cast<double>(kNan)}) {
         EXPECT_EQ(Instantiate(rateHz, -1, &lines), nullptr) << rateHz;
         EXPECT_EQ(lines, 1) << rateHz;
@@ -206,17 +206,19 @@ TEST(Instantiate, RefusesEveryRateButWholeOnesOf32000To48000InOneLine) {
 #ifndef ORVANE_SANITIZED
 TEST(Instantiate, GivesNothingAndOneLineWhicheverAllocationIsRefused) {
     ptrdiff_t lines = 0;
-    for (int refused = 0;; ++refused) {
-        const LV2_Handle handle = Instantiate(48000, refused, &lines);
-        if (allocations <= refused) {
-            ASSERT_NE(handle, nullptr);
-            Descriptor().cleanup(handle);
-            EXPECT_GT(allocations, 50);
-            return;
+    for (const double rateHz : {48000.0, 96000.0})
+        for (int refused = 0;; ++refused) {
+            const LV2_Handle handle = Instantiate(rateHz, refused, &lines);
+            if (allocations > refused) {
+                EXPECT_EQ(handle, nullptr) << rateHz << ' ' << refused;
+                EXPECT_EQ(lines, 1) << rateHz << ' ' << refused;
+            } else {
+                ASSERT_NE(handle, nullptr);
+                Descriptor().cleanup(handle);
+                EXPECT_GT(allocations, 50);
+                break;
+            }
         }
-        EXPECT_EQ(handle, nullptr) << refused;
-        EXPECT_EQ(lines, 1) << refused;
-    }
 }
 #endif
 
