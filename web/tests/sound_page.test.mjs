@@ -1,4 +1,4 @@
-// The node and the page in a browser, from files, without network: what is heard and saved.
+// Tests what is heard and saved by the node and the page in a browser.
 import assert from "node:assert/strict";
 import { createServer } from "node:http";
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
@@ -41,7 +41,7 @@ async function withPage(use, { script = () => {}, url = address.href } = {}) {
   await context.close();
 }
 
-// Both outputs of a node that plays `samples` offline, as four channels, and its latency in seconds.
+// Plays `samples` offline through a node. Returns both outputs as four channels, and the latency in seconds.
 function playOffline(page, samples, rate, options, automation) {
   return page.evaluate(
     async ([text, pcm, rate, options, automation]) => {
@@ -96,7 +96,7 @@ test("the node gives the library's samples, a value from its block on, and the s
     assert.equal(lagOf(out[2], out[0]), 0);
   }));
 
-// Where two signals are most alike, within 300 frames.
+// Returns the lag, at most 300 frames, at which two signals are most similar.
 function lagOf(one, other) {
   const at = (lag) => one.slice(30000, 60000).reduce((sum, sample, n) => sum + sample * other[30000 + n + lag], 0);
   const lags = Array.from({ length: 601 }, (_, n) => n - 300);
@@ -136,7 +136,7 @@ async function savedBy(page) {
   return dataOf(readFileSync(await download.path()));
 }
 
-// A WAV file with a title in a chunk of its own.
+// Returns a WAV file with a title.
 function titled(file, title) {
   const text = Buffer.from(title + "\0".repeat(2 - (title.length % 2)));
   const size = (bytes) => Buffer.from(Uint32Array.of(bytes).buffer);
@@ -156,7 +156,7 @@ test("a page with a piece inside plays it with its settings", () => {
     async (page) => {
       await page.locator("#piece-name").filter({ hasText: title }).waitFor();
       assert.equal(await page.evaluate(() => window.hit), undefined);
-      // Nothing leaves the machine: the browser refuses to load what needs no network.
+      // The browser refuses to load anything, even what needs no network.
       assert(
         await page.evaluate(() =>
           fetch("data:,x").then(
@@ -174,7 +174,7 @@ test("a page with a piece inside plays it with its settings", () => {
   ).finally(() => rmSync(folder, { recursive: true }));
 });
 
-// Notes what goes to the speakers, in window.heard.
+// Records what goes to the speakers in window.heard: blocks of two channels.
 function noteWhatIsHeard() {
   window.heard = [];
   const { connect } = AudioNode.prototype;
@@ -193,7 +193,7 @@ function noteWhatIsHeard() {
   };
 }
 
-// Two seconds of even noise, low frequencies stronger: any piece of it is as loud as another.
+// Returns two seconds of steady noise with stronger low frequencies. Every part of it is equally loud.
 function noise() {
   let seed = 1,
     last = 0;
@@ -313,7 +313,7 @@ test("a dropped mono file is heard on both sides, ends without Loop, and is save
       );
       await page.locator("#piece-name").filter({ hasText: "mono.song.wav" }).waitFor();
       await page.locator("#play").click();
-      // Past the first time round, so that the position must not jump when the loop ends.
+      // The second round of the loop has begun, so that the position must not jump when the loop ends.
       await page.waitForFunction(() => window.heard.length > 40);
       await page.locator("#loop").uncheck();
       await page.getByText("Play", { exact: true }).waitFor();
