@@ -331,3 +331,43 @@ test("a dropped mono file is heard on both sides, ends without Loop, and is save
     },
     { script: noteWhatIsHeard },
   ));
+
+// Lets the page play into an OfflineAudioContext, window.heard, which starts when the test says so.
+function playOffTheClock() {
+  window.AudioContext = class extends OfflineAudioContext {
+    constructor({ sampleRate }) {
+      super(2, 2 * sampleRate, sampleRate);
+      window.heard = this;
+    }
+    async resume() {}
+  };
+}
+
+test("the position shown is the one heard, and before and after fade into each other", () => {
+  // Samples that tell their time: they rise by one every four frames.
+  const rise = Int16Array.from({ length: 131000 }, (_, n) => n / 4);
+  return withPage(
+    async (page) => {
+      await drop(page, rise, 48000, 1);
+      await page.locator("#piece-name").filter({ hasText: "music.wav" }).waitFor();
+      await page.locator("#equal").uncheck();
+      await page.locator("#play").click();
+      await page.locator("body.playing").waitFor();
+      const { shown, out } = await page.evaluate(async () => {
+        const pause = window.heard.suspend(1);
+        const rendering = window.heard.startRendering();
+        await pause;
+        document.querySelector("[name=side][value=before]").click();
+        await new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
+        const shown = document.getElementById("seek").valueAsNumber;
+        OfflineAudioContext.prototype.resume.call(window.heard);
+        return { shown, out: [...(await rendering).getChannelData(0)].slice(47000, 50000) };
+      });
+      const heard = (out[1000] * 32768 * 4) / 0.25 / 48000;
+      assert.ok(Math.abs(heard - shown) < 0.005, `${heard} s is heard, ${shown} s is shown`);
+      const jump = out.reduce((most, sample, n) => (n === 0 ? most : Math.max(most, Math.abs(sample - out[n - 1]))), 0);
+      assert.ok(out[2999] > 3 * out[0] && jump < 0.003, `${jump}`);
+    },
+    { script: playOffTheClock, url: `${address.href}#output-gain=0.25` },
+  );
+});
