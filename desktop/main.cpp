@@ -1,192 +1,241 @@
-// orvane-desktop: makes "Orvane" an output for all that the desktop plays.
+// orvane-desktop: all that the desktop plays passes through the effect.
 //
-// A settings file holds what the listener has set. `on` and `set` write it, and the client of the
-// sound server reads it when it starts.
+// `run` is the client of the sound server. Everything else asks the running client through its
+// socket, or changes the listener's profiles in their file while none runs.
+#include <fcntl.h>
 #include <fmt/core.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
+#include <vector>
 
-#include "client/delay.h"
-#include "client/presets.h"
 #include "client/settings_file.h"
-#include "client/settings_text.h"
 #include "client/terminal_text.h"
-#include "desktop/filter_chain.h"
-#include "live/live_stream.h"
+#include "desktop/client.h"
+#include "desktop/commands.h"
+#include "desktop/control_socket.h"
 
 namespace {
 
+using nlohmann::ordered_json;
+
 constexpr char kUsage[] =
-    "usage: orvane-desktop on [PRESET or settings file]   everything plays through it\n"
-    "       orvane-desktop off\n"
-    "       orvane-desktop set KEY VALUE                  heard at once; keys of a settings file\n"
-    "       orvane-desktop status\n"
-    "       orvane-desktop run                            the client itself, in the foreground\n";
+    "usage: orvane-desktop on [PRESET or settings file] [--for OUTPUT]\n"
+    "           Everything that plays passes through the effect. The settings belong to the\n"
+    "           output that you listen to, or to OUTPUT, and come back with it.\n"
+    "       orvane-desktop off [--for OUTPUT]    ends it; with --for, this output alone stays "
+    "direct\n"
+    "       orvane-desktop set KEY VALUE [--for OUTPUT]\n"
+    "           Changes one setting, heard at once. Keys are those of a settings file.\n"
+    "       orvane-desktop devices [--json]      lists the outputs and their settings\n"
+    "       orvane-desktop leave-out APPLICATION plays it directly, now and later\n"
+    "       orvane-desktop bring-back APPLICATION\n"
+    "       orvane-desktop status [--json]\n"
+    "       orvane-desktop run                   the client itself, in the foreground\n";
 
 [[noreturn]] void Fail(const std::string& why) {
     fmt::print(stderr, "orvane-desktop: {}\n", TerminalText(why));
     std::exit(1);
 }
-
-std::filesystem::path FolderOf(const char* variable, const std::string& otherwise) {
-    const char* const set = std::getenv(variable);
-    return set != nullptr && *set != '\0' ? std::string(set) : otherwise;
-}
-std::filesystem::path SettingsPath() {
-    const char* const home = std::getenv("HOME");
-    return FolderOf("XDG_CONFIG_HOME", std::string(home != nullptr ? home : "") + "/.config") /
-           "orvane/desktop";
-}
-std::filesystem::path RuntimePath(const char* name) {
-    return FolderOf("XDG_RUNTIME_DIR", fmt::format("/run/user/{}", getuid())) / name;
+[[noreturn]] void Misused() {
+    std::fputs(kUsage, stderr);
+    std::exit(2);
 }
 
-void Write(const std::filesystem::path& path, const std::string& text) {
-    std::error_code fault;
-    std::filesystem::create_directories(path.parent_path(), fault);
-    std::ofstream file(path);
-    file << text;
-    file.close();
-    if (!file) Fail("cannot write " + path.string());
-}
-
-// Returns the settings that `read` reads from `name`, or ends the program with its complaint.
-Settings Read(std::string (*read)(const std::string&, Settings*), const std::string& name) {
-    Settings settings;
-    const std::string fault = read(name, &settings);
-    if (!fault.empty()) Fail(fault);
-    return settings;
-}
-// Returns the settings that were heard last, or the first preset.
-Settings Present() {
-    return std::filesystem::exists(SettingsPath()) ? Read(ReadSettingsFile, SettingsPath())
-                                                   : SettingsOf(Presets().front());
-}
-
-// Runs a line of shell and returns whether it succeeded; its output is dropped. Names that come
-// from the machine or a listener must not be put into the line. They reach it as environment
-// variables.
-bool Does(const std::string& line) {
-    return std::system((line + " >/dev/null 2>&1").c_str()) == 0;
-}
-// Runs a line of shell and returns its standard output.
-std::string OutputOf(const std::string& line) {
+// Asks the running client, or changes the file if none runs. Ends the program if it is refused.
+ordered_json Ask(const ordered_json& request) {
+    const std::string line = request.dump(-1, ' ', true, ordered_json::error_handler_t::replace);
+    ControlConnection connection;
     std::string text;
-    FILE* const pipe = popen(("(" + line + ") 2>/dev/null").c_str(), "r");
-    if (pipe == nullptr) return text;
-    for (int letter = 0; (letter = std::fgetc(pipe)) != EOF;) text += static_cast<char>(letter);
-    pclose(pipe);
-    return text;
+    if (connection.IsOpen()) {
+        text = connection.Ask(line);
+        if (text.empty()) Fail("the running client doesn't answer");
+    } else {
+        Profiles profiles;
+        text = AnswerRequest(line, &profiles, nullptr);
+    }
+    ordered_json answer = ordered_json::parse(text, nullptr, false);
+    if (!answer.is_object()) Fail("the running client's answer is broken");
+    if (!answer.value("ok", false)) Fail(answer.value("error", "it is refused"));
+    for (const ordered_json& warning : answer.value("ignored", ordered_json::array()))
+        fmt::print(stderr, "orvane-desktop: {}\n", TerminalText(warning.get<std::string>()));
+    return answer;
 }
 
-// Returns the number of the node "orvane", with a line end, or "" if there is none. The node that
-// plays is created last, so it is asked for first.
-std::string NodeNumber() {
-    return OutputOf(
-        "pw-cli info orvane.out | grep -q 'id: ' && pw-cli info orvane | "
-        "sed -n 's/^[[:space:]]*id: \\([0-9]*\\).*/\\1/p'");
+// Starts a program without a shell. Returns its process, or -1. Its output goes nowhere.
+pid_t Spawn(std::vector<std::string> words) {
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t files{};
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDWR, 0);
+    posix_spawn_file_actions_adddup2(&files, 0, 1);
+    posix_spawn_file_actions_adddup2(&files, 0, 2);
+    posix_spawnattr_t how{};
+    posix_spawnattr_init(&how);
+    posix_spawnattr_setflags(&how, POSIX_SPAWN_SETSID);
+    pid_t process = -1;
+    if (posix_spawnp(&process, arguments[0], &files, &how, arguments.data(), environ) != 0)
+        process = -1;
+    posix_spawnattr_destroy(&how);
+    posix_spawn_file_actions_destroy(&files);
+    return process;
 }
-bool IsDefault() {
-    return Does("wpctl inspect @DEFAULT_AUDIO_SINK@ | grep -q 'node.name = \"orvane\"'");
-}
-// Asks every 100 ms whether `holds`. Returns false if it doesn't within `seconds`.
+
 bool Within(int seconds, bool (*holds)()) {
-    for (int turn = 0; turn < 10 * seconds; ++turn) {
+    for (int turn = 0; turn < 20 * seconds; ++turn) {
         if (holds()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     return false;
 }
 
-int Run() {
-    const std::filesystem::path path = RuntimePath("orvane-desktop.conf");
-    Write(path, ConfigurationText(Present()));
-    execlp("pipewire", "pipewire", "-c", path.c_str(), nullptr);
-    Fail("cannot start pipewire");
-}
-
-void Send(const Settings& settings) {
-    if (!Does("pw-cli set-param orvane.out Props '" + PropertyText(settings) + "'"))
-        Fail("the sound server takes no settings");
-}
-
-void NamePidFile() {
-    setenv("ORVANE_PID", RuntimePath("orvane-desktop.pid").c_str(), 1);
-}
-
-// Starts the client through the user's service manager. If that has no such service, starts it as a
-// process of its own and stores the process number in a file.
+// Through the user's service manager, or as a process of its own if there is no such service.
 void Start() {
-    if (Does("systemctl --user start orvane-desktop.service")) return;
-    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-    setenv("ORVANE_DESKTOP", program.c_str(), 1);
-    NamePidFile();
-    Does("(setsid \"$ORVANE_DESKTOP\" run </dev/null >/dev/null 2>&1 & echo $! >\"$ORVANE_PID\")");
+    if (!ServerRuns()) Fail("no PipeWire is running");
+    int status = 1;
+    const pid_t manager = Spawn({"systemctl", "--user", "start", "orvane-desktop.service"});
+    const bool isService = manager > 0 && waitpid(manager, &status, 0) == manager && status == 0;
+    if (!isService) Spawn({std::filesystem::read_symlink("/proc/self/exe").string(), "run"});
+    if (!Within(5, [] { return ControlConnection().IsOpen(); }))
+        Fail("the client doesn't start; `orvane-desktop run` tells why");
+    // The settings belong to an output, so they wait until the sound has one.
+    Within(3, [] { return !Ask({{"do", "status"}}).value("output", "").empty(); });
 }
 
-int TurnOn(const char* what) {
-    const Settings settings = what != nullptr ? Read(SettingsNamed, what) : Present();
-    Write(SettingsPath(), SettingsText(settings));
-    if (!Does("pw-cli info 0")) Fail("no PipeWire is running");
-    if (NodeNumber().empty()) {
-        Start();
-        if (!Within(5, [] { return !NodeNumber().empty(); }))
-            Fail("the output doesn't appear; `orvane-desktop run` tells why");
-    } else {
-        Send(settings);
+int TurnOn(const char* what, ordered_json request) {
+    request["do"] = "on";
+    if (what != nullptr) {
+        Settings settings;
+        const std::string fault = SettingsNamed(what, &settings);
+        if (!fault.empty()) Fail(fault);
+        request["settings"] = LinesOf(settings);
     }
-    std::string number = NodeNumber();
-    number.erase(number.find_last_not_of('\n') + 1);
-    if (!Does("wpctl set-default " + number) || !Within(5, IsDefault))
-        Fail("the session manager doesn't make it the output");
+    if (!request.contains("for") && !ControlConnection().IsOpen()) Start();
+    Ask(request);
     return 0;
 }
 
-int TurnOff() {
-    NamePidFile();
-    Does("systemctl --user stop orvane-desktop.service");
-    Does("[ -f \"$ORVANE_PID\" ] && kill $(cat \"$ORVANE_PID\"); rm -f \"$ORVANE_PID\"");
-    if (!Within(5, [] { return NodeNumber().empty(); })) Fail("the output stays");
+int TurnOff(ordered_json request) {
+    request["do"] = request.contains("for") ? "off" : "quit";
+    const bool quits = request["do"] == "quit";
+    if (quits && !ControlConnection().IsOpen()) return 0;
+    Ask(request);
+    if (quits && !Within(5, [] { return !ControlConnection().IsOpen(); }))
+        Fail("the client doesn't end");
     return 0;
 }
 
-int SetOne(const char* key, const char* value) {
-    Settings settings = Present();
-    const std::string wrong = SetFromText(key, value, &settings);
-    if (!wrong.empty()) Fail(wrong);
-    Write(SettingsPath(), SettingsText(settings));
-    if (!NodeNumber().empty()) Send(settings);
+std::string Quoted(const ordered_json& object, const char* key) {
+    return TerminalText(object.value(key, ""));
+}
+
+int TellStatus(bool asJson) {
+    const ordered_json status = Ask({{"do", "status"}});
+    if (asJson) {
+        fmt::print("{}\n", status.dump(2));
+        return 0;
+    }
+    if (!status.value("running", false)) {
+        fmt::print("off\n");
+        return 0;
+    }
+    const std::string output = Quoted(status, "output");
+    if (output.empty())
+        fmt::print("on, but there is no output\n");
+    else
+        fmt::print("{} {}\n", status.value("on", true) ? "on, for" : "off for", output);
+    fmt::print("{}\n", Quoted(status, "text"));
+    const uint32_t rate = status.value("rate", 0U), frames = status.value("latency_frames", 0U);
+    if (rate != 0) fmt::print("latency {} frames ({:.1f} ms)\n", frames, 1000.0 * frames / rate);
+    for (const ordered_json& player : status.value("players", ordered_json::array()))
+        fmt::print("{}: {}\n", Quoted(player, "application"),
+                   player.value("routed", false)       ? "passes through it"
+                   : player.value("left_out", false)   ? "left out"
+                   : player.value("own_target", false) ? "has an output of its own"
+                                                       : "direct");
     return 0;
 }
 
-int TellStatus() {
-    const Settings settings = Present();
-    const uint32_t frames =
-        LiveStream::kLowLatencyFrames + DelayFrames(settings, LiveStream::kLowLatencyFrames);
-    fmt::print("{}\n{}\nlatency {} frames ({:.1f} ms)\n",
-               NodeNumber().empty() ? "off"
-               : IsDefault()        ? "on, everything plays through it"
-                                    : "on, another output is the default",
-               Describe(settings), frames, frames / 48.0);
+int ListDevices(bool asJson) {
+    const ordered_json answer = Ask({{"do", "outputs"}});
+    if (asJson) {
+        fmt::print("{}\n", answer.dump(2));
+        return 0;
+    }
+    for (const ordered_json& output : answer.at("outputs")) {
+        const ordered_json& profile = output.at("profile");
+        fmt::print("{} {}{}\n    {}\n", output.value("present", false) ? "*" : " ",
+                   Quoted(output, "name"),
+                   output.value("connected", false) ? "  " + Quoted(output, "description")
+                                                    : "  (not connected)",
+                   profile.is_null()            ? "no settings of its own"
+                   : !profile.value("on", true) ? "off"
+                                                : Quoted(profile, "text"));
+    }
     return 0;
+}
+
+// Takes "NAME VALUE" out of the arguments; returns null if the name isn't there.
+const char* TakeOption(std::vector<const char*>* arguments, const std::string& name) {
+    const auto at = std::find(arguments->begin(), arguments->end(), name);
+    if (at == arguments->end()) return nullptr;
+    if (at + 1 == arguments->end() || **(at + 1) == '\0') Misused();
+    const char* const value = *(at + 1);
+    arguments->erase(at, at + 2);
+    return value;
+}
+
+// Returns the exit status.
+int Main(int argc, char** argv) {
+    std::vector<const char*> words(argv + std::min(argc, 1), argv + argc);
+    if (words.empty()) Misused();
+    const std::string command = words.front();
+    words.erase(words.begin());
+    if (command == "--help" || command == "-h") {
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
+    const auto json = std::find(words.begin(), words.end(), std::string("--json"));
+    const bool asJson = json != words.end();
+    if (command == "status" && words.size() == asJson) return TellStatus(asJson);
+    if (command == "devices" && words.size() == asJson) return ListDevices(asJson);
+
+    ordered_json request = ordered_json::object();
+    if (const char* const output = TakeOption(&words, "--for")) request["for"] = output;
+    if (command == "on" && words.size() <= 1)
+        return TurnOn(words.empty() ? nullptr : words[0], request);
+    if (command == "off" && words.empty()) return TurnOff(request);
+    if (command == "set" && words.size() == 2) {
+        request.update({{"do", "set"}, {"key", words[0]}, {"value", words[1]}});
+        Ask(request);
+        return 0;
+    }
+    if ((command == "leave-out" || command == "bring-back") && words.size() == 1) {
+        Ask({{"do", "leave-out"}, {"application", words[0]}, {"out", command == "leave-out"}});
+        return 0;
+    }
+    if (command == "run" && words.empty()) return RunClient();
+    Misused();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string command = argc > 1 ? argv[1] : "";
-    if (command == "on" && argc <= 3) return TurnOn(argv[2]);
-    if (command == "off" && argc == 2) return TurnOff();
-    if (command == "set" && argc == 4) return SetOne(argv[2], argv[3]);
-    if (command == "status" && argc == 2) return TellStatus();
-    if (command == "run" && argc == 2) return Run();
-    const bool asked = command == "--help" || command == "-h";
-    std::fputs(kUsage, asked ? stdout : stderr);
-    return asked ? 0 : 2;
+    try {
+        return Main(argc, argv);
+    } catch (const std::exception& fault) {
+        std::fprintf(stderr, "orvane-desktop: %s\n", fault.what());
+        return 1;
+    }
 }

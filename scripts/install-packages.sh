@@ -14,7 +14,7 @@ set -euo pipefail
 
 render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-dev libcli11-dev
   nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev gnuplot-nox fonts-dejavu-core
-  caveexpress-data dpkg-dev file lv2-dev libspeexdsp-dev"
+  caveexpress-data dpkg-dev file lv2-dev libspeexdsp-dev libpipewire-0.3-dev"
 test="binutils libgtest-dev clang clang-format clang-tidy clang-tools
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git
   man-db parallel rsync lintian fretsonfire-songs-muldjord pocketsphinx-testdata alsa-utils

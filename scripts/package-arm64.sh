@@ -28,7 +28,7 @@ CONF
     apt-get update -qq
     apt-get install -qq -y --no-install-recommends --download-only libsndfile1-dev libsoxr-dev \
         libebur128-dev libcli11-dev nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev lv2-dev \
-        libspeexdsp-dev
+        libspeexdsp-dev libpipewire-0.3-dev
     : >"$build/shlibs"
     for package in "$build"/apt/archives/*.deb; do
         dpkg-deb -x "$package" "$root"

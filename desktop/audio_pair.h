@@ -1,0 +1,73 @@
+// The pair of streams through which the desktop's sound passes: players are linked to "orvane", and
+// "orvane.out" plays the result on the listener's output. A LiveStream stands between them.
+//
+// Both streams have the rate of the sound server's graph if it is 32000 to 48000 Hz, otherwise
+// 48000 Hz; the sound server then resamples. Blocks have 770 frames, for a low latency.
+//
+// Thread: the loop's thread, unless a function says otherwise. The sound is processed on the sound
+// server's data thread, which allocates nothing and waits for nothing.
+#pragma once
+#include <pipewire/pipewire.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "client/settings.h"
+#include "live/live_stream.h"
+
+constexpr char kInputName[] = "orvane", kOutputName[] = "orvane.out";  // of the two nodes
+
+class AudioPair {
+public:
+    // Connects both streams to the sound server. Throws std::runtime_error if a stream can't be
+    // made. context, serverCore: must live longer than the pair.
+    AudioPair(pw_context* context, pw_core* serverCore, const Settings& firstSettings);
+    ~AudioPair();
+    AudioPair(const AudioPair&) = delete;
+    AudioPair& operator=(const AudioPair&) = delete;
+
+    // Heard from the next block on; a switch that moves fades out and in.
+    void Apply(const Settings& wanted);
+    // With `wanted`, the input is heard, with the same latency.
+    void SetBypass(bool wanted);
+
+    // Returns the levels of the last 0.3 s, in dB relative to full scale.
+    LiveStream::Levels Meters() const;
+    // Returns 0 before the first sound.
+    uint32_t RateHz() const { return rate; }
+    uint32_t LatencyFrames() const { return latencyFrames.load(); }
+
+private:
+    struct Side {
+        AudioPair* pair = nullptr;
+        pw_stream* stream = nullptr;
+        spa_hook listener{};
+        uint64_t otherLatencyNs = 0;  // between this side and what is linked to it
+    };
+
+    void Connect(Side* side, const char* name, const char* mediaClass, spa_direction direction);
+    void SetFormat(const spa_pod* format);
+    void TakeLatency(Side* side, const spa_pod* param);
+    void TellLatency();
+    void TellLatency(Side* side, spa_direction direction, uint64_t otherNs);
+    void Process();
+    template <typename Value>
+    void Send(const Value& value, spa_invoke_func_t function);
+
+    static const pw_stream_events kInputEvents, kOutputEvents;
+
+    pw_core* core;
+    pw_loop* loop;
+    pw_data_loop* dataLoop;
+    spa_source* latencyMoved = nullptr;  // signalled by the data thread
+    Side input, output;
+    Settings settings;
+    bool bypass = false;
+    uint32_t rate = 0;
+    std::unique_ptr<LiveStream> live;  // replaced while the data thread waits, then its own
+
+    std::atomic<uint32_t> latencyFrames{0};
+    std::atomic<float> sourceDb{-100}, resultDb{-100}, gainDb{0};
+    std::atomic<bool> limiting{false};
+};

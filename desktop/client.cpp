@@ -1,0 +1,169 @@
+#include "desktop/client.h"
+
+#include <fmt/core.h>
+#include <pipewire/pipewire.h>
+
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+
+#include "client/terminal_text.h"
+#include "desktop/audio_pair.h"
+#include "desktop/commands.h"
+#include "desktop/control_socket.h"
+#include "desktop/profiles.h"
+#include "desktop/router.h"
+
+namespace {
+
+template <typename Type, void (*destroy)(Type*)>
+struct Destroyer {
+    void operator()(Type* object) const { destroy(object); }
+};
+using MainLoop = std::unique_ptr<pw_main_loop, Destroyer<pw_main_loop, pw_main_loop_destroy>>;
+using Context = std::unique_ptr<pw_context, Destroyer<pw_context, pw_context_destroy>>;
+
+void Say(const std::string& line) {
+    fmt::print(stderr, "orvane-desktop: {}\n", TerminalText(line));
+}
+
+class Client final : public RunningClient {
+public:
+    Client() {
+        for (const std::string& warning : profiles.Warnings()) Say(warning);
+        if (!mainLoop || !context) throw std::runtime_error("cannot start the sound server's loop");
+        for (const int signal : {SIGTERM, SIGINT})
+            pw_loop_add_signal(
+                loop, signal, [](void* client, int) { static_cast<Client*>(client)->Quit(); },
+                this);
+        core = pw_context_connect(context.get(), nullptr, 0);
+        if (core == nullptr) throw std::runtime_error("no PipeWire is running");
+        static const pw_core_events kEvents = [] {
+            pw_core_events events{};
+            events.version = PW_VERSION_CORE_EVENTS;
+            events.done = [](void* client, uint32_t, int number) {
+                static_cast<Client*>(client)->TakeDone(number);
+            };
+            events.error = [](void* client, uint32_t id, int, int result, const char*) {
+                if (id == PW_ID_CORE && result == -EPIPE)
+                    static_cast<Client*>(client)->ServerEnded();
+            };
+            return events;
+        }();
+        pw_core_add_listener(core, &coreListener, &kEvents, this);
+        socket.emplace(loop, [this](int, const std::string& line) {
+            return AnswerRequest(line, &profiles, this);
+        });
+        router.emplace(
+            core, [this] { Update(); },
+            [this] {
+                // A new session manager links only streams that it has seen appear.
+                pair.reset();
+                pair.emplace(context.get(), core, settings);
+            });
+        pair.emplace(context.get(), core, settings);
+        router->LeaveOut(profiles.LeftOut());
+    }
+
+    ~Client() override {
+        pair.reset();
+        router.reset();
+        socket.reset();
+        if (core != nullptr) {
+            spa_hook_remove(&coreListener);
+            pw_core_disconnect(core);
+        }
+    }
+
+    int Run() {
+        pw_main_loop_run(mainLoop.get());
+        return status;
+    }
+
+    std::string PresentOutput() const override { return router->PresentOutput(); }
+    std::vector<OutputDevice> Outputs() const override { return router->Outputs(); }
+    std::vector<Player> Players() const override { return router->Players(); }
+    LiveStream::Levels Levels() const override { return pair->Meters(); }
+    uint32_t RateHz() const override { return pair->RateHz(); }
+    uint32_t LatencyFrames() const override { return pair->LatencyFrames(); }
+    void SetBypass(bool wanted) override { pair->SetBypass(wanted); }
+
+    void ProfilesChanged() override {
+        router->LeaveOut(profiles.LeftOut());
+        Update();
+    }
+
+    // Gives all players back, and ends when the server has heard of it.
+    void Quit() override {
+        isEnding = true;
+        router->SetOn(false);
+        lastAnswer = pw_core_sync(core, PW_ID_CORE, 0);
+    }
+
+private:
+    // Brings the sound to the profile of the present output.
+    void Update() {
+        if (isEnding || !pair) return;
+        const std::string output = router->PresentOutput();
+        // Between two outputs our sound goes nowhere for a moment. That is no output of its own.
+        if (output.empty() && wasLinked) return;
+        wasLinked = !output.empty();
+        const Profile profile = profiles.Of(output);
+        router->SetOn(profile.isOn);
+        if (profile.settings == settings) return;
+        settings = profile.settings;
+        pair->Apply(settings);
+    }
+    void TakeDone(int number) {
+        if (isEnding && number == lastAnswer) pw_main_loop_quit(mainLoop.get());
+    }
+    void ServerEnded() {
+        Say("the sound server has ended");
+        status = 1;
+        pw_main_loop_quit(mainLoop.get());
+    }
+
+    Profiles profiles;
+    Settings settings = profiles.Of("").settings;
+    MainLoop mainLoop{pw_main_loop_new(nullptr)};
+    pw_loop* loop = pw_main_loop_get_loop(mainLoop.get());
+    Context context{pw_context_new(loop, nullptr, 0)};
+    pw_core* core = nullptr;
+    spa_hook coreListener{};
+    std::optional<ControlSocket> socket;
+    std::optional<Router> router;
+    std::optional<AudioPair> pair;
+    bool wasLinked = false, isEnding = false;
+    int lastAnswer = -1, status = 0;
+};
+
+}  // namespace
+
+int RunClient() {
+    // Blocked before the data thread is made, which inherits the mask: only the loop takes them.
+    sigset_t ending;
+    sigemptyset(&ending);
+    sigaddset(&ending, SIGTERM);
+    sigaddset(&ending, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+    pw_init(nullptr, nullptr);
+    int status = 1;
+    try {
+        status = Client().Run();
+    } catch (const std::exception& fault) {
+        Say(fault.what());
+    }
+    pw_deinit();
+    return status;
+}
+
+bool ServerRuns() {
+    pw_init(nullptr, nullptr);
+    const MainLoop mainLoop{pw_main_loop_new(nullptr)};
+    const Context context{pw_context_new(pw_main_loop_get_loop(mainLoop.get()), nullptr, 0)};
+    pw_core* const core = pw_context_connect(context.get(), nullptr, 0);
+    if (core != nullptr) pw_core_disconnect(core);
+    return core != nullptr;
+}

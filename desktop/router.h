@@ -1,0 +1,103 @@
+// What the sound server holds, and which players' sound passes through Orvane.
+//
+// A player is routed by the metadata entry `target.object` of its node, which names our input. The
+// session manager then links it there. A player is left alone if its listener left it out, if it
+// has a target of its own (from its properties or from the listener), or if it refuses to be moved.
+// A player is routed only while it plays to the default output, and after the session manager has
+// told its entries: otherwise the manager would take our entry for the listener's, and save it over
+// the listener's own.
+//
+// Thread: the loop's thread.
+#pragma once
+#include <pipewire/extensions/metadata.h>
+#include <pipewire/pipewire.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+struct OutputDevice {
+    std::string name;         // `node.name`, the same after it was unplugged and plugged in again
+    std::string description;  // for a listener
+};
+
+struct Player {
+    uint32_t id;  // of its node, until it ends
+    std::string application, title;
+    bool isRouted, isLeftOut, hasOwnTarget;
+};
+
+class Router {
+public:
+    // whenChanged: called when outputs, players or the present output have changed. whenBack:
+    // called when another session manager has come, which knows none of our streams.
+    Router(pw_core* serverCore, std::function<void()> whenChanged, std::function<void()> whenBack);
+    ~Router();
+    Router(const Router&) = delete;
+    Router& operator=(const Router&) = delete;
+
+    // Routes all players that may be routed, or gives all back.
+    void SetOn(bool wanted);
+    // names: of applications, in any case of letters.
+    void LeaveOut(const std::set<std::string>& names);
+
+    std::vector<OutputDevice> Outputs() const;
+    std::vector<Player> Players() const;
+    // Returns the name of the output that our sound goes to; "" if there is none.
+    std::string PresentOutput() const;
+
+private:
+    struct Node {
+        Router* router = nullptr;
+        uint32_t id = 0;
+        pw_proxy* proxy = nullptr;  // of a player: its properties come by an event
+        spa_hook listener{};
+        std::map<std::string, std::string> properties;
+        bool isKnown = false;  // the properties have come
+        bool wasLinked = false;
+        const std::string& Get(const char* key) const;
+        bool Is(const char* key, const char* value) const { return Get(key) == value; }
+    };
+    struct Link {
+        uint32_t from, to;
+    };
+    struct Target {  // of a node, as the metadata has it; "" if there is none
+        std::string object, node;
+        bool IsOurs() const;
+    };
+
+    void Add(uint32_t id, const char* type, const spa_dict* properties);
+    void Remove(uint32_t id);
+    void TakeProperties(Node* node, const spa_dict* properties);
+    int TakeMetadata(uint32_t subject, const char* key, const char* value);
+    bool IsPlayer(const Node& node) const;
+    bool IsLeftOut(const Node& node) const;
+    bool HasOwnTarget(const Node& node) const;
+    const Target& TargetOf(const Node& node) const;
+    bool PlaysToDefault(const Node& node) const;
+    void Schedule();
+    void Route();
+    void DropMetadata();
+
+    std::function<void()> changed, managerIsBack;
+    pw_core* core;
+    spa_hook coreListener{};
+    int scheduled = -1;  // the number of an answer that is waited for
+    uint32_t asked = 0;  // the value of an entry that is waited for
+    pw_registry* registry;
+    spa_hook registryListener{};
+    pw_proxy* metadata = nullptr;
+    uint32_t metadataId = 0;
+    spa_hook metadataListener{};
+    bool hadManager = false;
+    std::map<uint32_t, std::unique_ptr<Node>> nodes;
+    std::map<uint32_t, Link> links;
+    std::map<uint32_t, Target> targets;  // also of nodes that come later
+    std::string defaultOutput;           // by the session manager
+    std::set<std::string> leftOut;
+    bool isOn = false;
+};
