@@ -45,7 +45,7 @@ std::string Values(const Parameter& parameter) {
     if (parameter.unit != Unit::kNumber) text += fmt::format(" ({})", UnitText(parameter.unit));
     text += fmt::format(" times {}", parameter.wireScale);
     if (!parameter.CanSendDefault())
-        text += fmt::format("; at first {:g}, which can't be sent: {} is the nearest",
+        text += fmt::format("; the default {:g} can't be sent, and {} is nearest",
                             parameter.defaultValue, parameter.OnWire(parameter.defaultValue));
     return text;
 }
@@ -114,7 +114,7 @@ std::string LevelNumbers() {
 
 std::string SetTable() {
     std::string text =
-        "| identifier | name | in words | values to send | at first | what it does |\n"
+        "| identifier | name | what listeners call it | values to send | default | what it does |\n"
         "|---|---|---|---|---|---|\n";
     for (const Parameter& parameter : kParameters)
         if (!IsQuery(parameter))
@@ -250,7 +250,7 @@ std::string BufferingTable() {
 }
 
 std::string PresetTable() {
-    std::string text = "| preset | what it promises | its settings |\n|---|---|---|\n";
+    std::string text = "| preset | what it does | its settings |\n|---|---|---|\n";
     for (const Preset& preset : Presets())
         text += std::string("| ") + preset.name + " | " + preset.description + " | " +
                 Describe(SettingsOf(preset)) + " |\n";

@@ -39,7 +39,7 @@ enum OrvaneParameter {
     ORVANE_PARAM_ENHANCER_LOCONTOUR = 0x2000A,
     /* 0 to 16 (factor) times 100 */
     ORVANE_PARAM_OUTPUT_GAIN = 0x2000B,
-    /* 0 to 1 (full scale) times 100; at first 0.9999, which can't be sent: 100 is the nearest */
+    /* 0 to 1 (full scale) times 100; the default 0.9999 can't be sent, and 100 is nearest */
     ORVANE_PARAM_LIMITER_GATE = 0x2000C,
     /* 0 to 1 */
     ORVANE_PARAM_SET_MODE = 0x20001,

@@ -9,9 +9,9 @@ namespace {
 constexpr Preset kPresets[] = {
     {.name = "music",
      .purpose = "more bass and air",
-     .description =
-         "a livelier sound: bass below 100 Hz and air above 4 kHz up by 3 to 4 dB against the "
-         "middle; as loud as before, but loud masters and speech up to 2 LU softer",
+     .description = "a livelier sound: against the middle, bass below 100 Hz is 3 to 4 dB louder "
+                    "and treble above 5 kHz is 2 to 3 dB louder. The loudness stays about the "
+                    "same; loud masters and speech become up to 2.5 LU softer",
      .values = {{PARAM_ENHANCER_ENABLE, 1},
                 {PARAM_ENHANCER_PROCESS, 1.2},
                 {PARAM_ENHANCER_LOCONTOUR, 0.1},
@@ -20,25 +20,24 @@ constexpr Preset kPresets[] = {
     {.name = "bass",
      .purpose = "much more bass",
      .description =
-         "the bass below 110 Hz up by 7 dB against the rest; as loud as before, but loud "
-         "masters and speech up to 4 LU softer",
+         "against the rest, bass below 110 Hz is 7 dB louder. Music with much bass stays about as "
+         "loud. Loud masters, speech and music with little bass become up to 5 LU softer",
      .values = {{PARAM_ENHANCER_ENABLE, 1},
                 {PARAM_ENHANCER_LOCONTOUR, 0.3},
                 {PARAM_OUTPUT_GAIN, 0.55}},
      .levels = {-0.2, 1, 0.8, 0.05, -0.05, -0.15, 0, -0.1, 0.05, -0.05}},
     {.name = "steady",
      .purpose = "soft passages lifted",
-     .description =
-         "the tone as it is, soft passages lifted: a quarter to two fifths off a wide loudness "
-         "range, and 1 to 7 LU louder; loud masters up to 4 LU softer",
+     .description = "soft passages are lifted and the tone stays as it is. A wide loudness range "
+                    "shrinks by a quarter to two fifths. Pieces at -20 LUFS or below become 1 to "
+                    "11 LU louder, loud masters up to 4 LU softer",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 6},
                 {PARAM_OUTPUT_GAIN, 0.65}}},
     {.name = "night",
      .purpose = "quiet listening at night",
-     .description =
-         "half of a wide loudness range or less, little deep bass, true peaks 10 dB below full "
-         "scale",
+     .description = "a wide loudness range shrinks to half or less, deep bass is reduced, and true "
+                    "peaks stay 10 dB below full scale",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_RATIO, 3},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 12},
@@ -46,9 +45,8 @@ constexpr Preset kPresets[] = {
      .levels = {-0.7, -0.4, -0.1, 0, 0, 0, 0, 0.1, -0.1, -0.05}},
     {.name = "voice",
      .purpose = "speech, easier to follow",
-     .description =
-         "speech over everything else: levelled, 1 to 6 kHz up, below 200 Hz down; speech as "
-         "loud as before or up to 3 LU louder",
+     .description = "brings speech out: evens its level, raises 1 to 6 kHz and lowers everything "
+                    "below 200 Hz. Speech becomes up to 4 LU louder, or at most 1 LU softer",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_RATIO, 2},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 4},
@@ -56,9 +54,8 @@ constexpr Preset kPresets[] = {
      .levels = {-0.6, -0.55, -0.45, -0.2, 0, 0.05, 0.2, 0.4, -0.15, 0.1}},
     {.name = "loud",
      .purpose = "noisy places",
-     .description =
-         "for noisy places: music and speech 5 to 14 LU louder, loud masters up to 2.5 LU "
-         "softer; true peaks below full scale",
+     .description = "for noisy places: music and speech become 4 to 14 LU louder, loud masters up "
+                    "to 3 LU softer. True peaks stay below full scale",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 4},
                 {PARAM_ENHANCER_ENABLE, 1},
@@ -69,7 +66,7 @@ constexpr Preset kPresets[] = {
      .levels = {-0.1, 0.5, 0.5, 0, 0, -0.05, -0.15, 0, 0.05, 0.05}},
     {.name = "off",
      .purpose = "no effect, for comparison",
-     .description = "every processor off; the output limiters remain"},
+     .description = "every processor is off. Only the output limiters remain"},
 };
 
 // Returns true if every value is in its row's range and survives the rounding to the wire.

@@ -136,7 +136,7 @@ std::string HelpText(const Parameter& parameter) {
     if (parameter.kind == ParameterKind::kSwitch) return text;
     const bool hasUnit = parameter.unit != Unit::kNumber;
     return text + " (" + RangeText(parameter) + (hasUnit ? ", " : "") +
-           (hasUnit ? UnitText(parameter.unit) : "") + "; " + DefaultText(parameter) + ")";
+           (hasUnit ? UnitText(parameter.unit) : "") + "; default " + DefaultText(parameter) + ")";
 }
 
 const Parameter* FindByKey(std::string_view key) {

@@ -24,7 +24,8 @@ Settings StartFrom(const std::string& name) {
 SettingsOptions::SettingsOptions() : preset(Presets().front().name) {}
 
 void SettingsOptions::AddTo(Options& options) {
-    Options group = options.Group("Settings (range, unit; value where the preset says nothing)");
+    Options group = options.Group(
+        "Settings (in parentheses: range, unit, and the default if the preset sets no value)");
     group.Add("--preset", &preset, "named settings to start from, or a file of --save")
         .Type("NAME or FILE")
         .ShowDefault();

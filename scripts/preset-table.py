@@ -36,7 +36,7 @@ PROMISES = {
     "bass": [("loudness", (QUIET, DENSE), -1, 1), ("loudness", MASTERS + (SPEECH, WORDS), -4, 0)],
     "steady": [("range", RANGED, 0.6, 0.78), ("loudness", REST, 1, 7), ("loudness", MASTERS, -4.2, 0)],
     "night": [("range", RANGED, 0, 0.52), ("peak", ALL, -99, -10)],
-    "voice": [("loudness", (SPEECH, WORDS), -1, 3)],
+    "voice": [("loudness", (SPEECH, WORDS), -1, 4)],
     "loud": [("loudness", REST, 5, 14), ("loudness", MASTERS, -2.5, 0), ("peak", ALL, -99, 0)],
     "off": [("loudness", ALL, -0.1, 0.1)],
 }

@@ -147,56 +147,61 @@ constexpr Parameter Query(Parameter row) {
 constexpr Parameter kParameters[] = {
     Switch({ORVANE_NAMED(PARAM_PLAYBACKGAIN_ENABLE), .key = "playback-gain",
             .label = "Automatic level", .group = "playback gain",
-            .law = "automatic gain: once per buffer, pulls the weighted level toward 23 dB below "
-                   "full scale"}),
-    RampedValue(
-        {ORVANE_NAMED(PARAM_PLAYBACKGAIN_RATIO), .key = "ratio", .label = "Levelling strength",
-         .group = "playback gain", .needs = PARAM_PLAYBACKGAIN_ENABLE, .unit = Unit::kNumber,
-         .maximum = 10, .defaultValue = 1, .trial = 1.5,
-         .law = "a level L dB from the reference becomes L / (ratio + 1); 0 leaves levels alone"}),
+            .law = "automatic gain control. Once per buffer, it measures the weighted level and "
+                   "moves it closer to 23 dB below full scale"}),
+    RampedValue({ORVANE_NAMED(PARAM_PLAYBACKGAIN_RATIO), .key = "ratio",
+                 .label = "Levelling strength", .group = "playback gain",
+                 .needs = PARAM_PLAYBACKGAIN_ENABLE, .unit = Unit::kNumber, .maximum = 10,
+                 .defaultValue = 1, .trial = 1.5,
+                 .law = "a level that is L dB away from the reference moves to L / (ratio + 1) dB. "
+                        "0 leaves levels unchanged"}),
     RampedValue({ORVANE_NAMED(PARAM_PLAYBACKGAIN_VOLUME), .key = "volume",
                  .label = "Level after levelling", .group = "playback gain",
                  .needs = PARAM_PLAYBACKGAIN_ENABLE, .unit = Unit::kFactor, .maximum = 127,
-                 .defaultValue = 1, .trial = 1.3, .law = "multiplies the automatic gain"}),
+                 .defaultValue = 1, .trial = 1.3,
+                 .law = "linear gain that multiplies the automatic gain"}),
     RampedValue({ORVANE_NAMED(PARAM_PLAYBACKGAIN_MAXGAIN), .key = "max-gain",
                  .label = "Largest boost", .group = "playback gain",
                  .needs = PARAM_PLAYBACKGAIN_ENABLE, .unit = Unit::kFactor, .maximum = 127,
                  .defaultValue = 1, .trial = 4,
-                 .law = "largest total gain, automatic gain times volume; 1 only attenuates"}),
+                 .law = "upper limit of the total gain, which is the automatic gain times the "
+                        "volume. At 1, levels are only lowered"}),
     SwitchByValues({ORVANE_NAMED(PARAM_EQUALIZER_ENABLE), .key = "equalizer", .label = "Equalizer",
                     .group = "equalizer",
-                    .law = "ten-band linear-phase equalizer, 256 frames of delay"}),
+                    .law = "ten-band linear-phase equalizer with 256 frames of delay"}),
     BandValue({ORVANE_NAMED(PARAM_EQUALIZER_BANDLEVEL), .key = "eq", .label = "Band",
                .group = "equalizer", .needs = PARAM_EQUALIZER_ENABLE, .unit = Unit::kLevel,
                .minimum = -1, .maximum = 1, .trial = 0.3,
-               .law = "one of ten overlapping bands, 0 (lowest) to 9: gain 1 + level below 0, 1 + "
-                      "2 level above, when all ten have it; one alone at +1 gives +7 dB and -9 an "
-                      "octave up, 9 alone takes all below it away"}),
-    Switch(
-        {ORVANE_NAMED(PARAM_ENHANCER_ENABLE), .key = "enhancer", .label = "Enhancer",
-         .group = "enhancer",
-         .law =
-             "three bands split at 150 and 1800 Hz, delayed against each other and added again"}),
+               .law = "level of one of ten overlapping bands, 0 (lowest) to 9. If all ten have the "
+                      "same level, the gain is 1 + level below 0 and 1 + 2 level above. One band "
+                      "alone at +1 gives about +7 dB at its centre and -9 dB an octave above. Band "
+                      "9 alone removes everything below it"}),
+    Switch({ORVANE_NAMED(PARAM_ENHANCER_ENABLE), .key = "enhancer", .label = "Enhancer",
+            .group = "enhancer",
+            .law = "splits the sound into three bands at 150 and 1800 Hz, delays the bands against "
+                   "each other and adds them again"}),
     Value({ORVANE_NAMED(PARAM_ENHANCER_PROCESS), .key = "process", .label = "Treble",
            .group = "enhancer", .needs = PARAM_ENHANCER_ENABLE, .unit = Unit::kFactor, .maximum = 4,
            .defaultValue = 1, .trial = 1.8, .law = "gain of the enhancer's band above 1800 Hz"}),
     Value({ORVANE_NAMED(PARAM_ENHANCER_LOCONTOUR), .key = "lo-contour", .label = "Bass resonance",
            .group = "enhancer", .needs = PARAM_ENHANCER_ENABLE, .unit = Unit::kNumber, .maximum = 4,
            .trial = 0.7,
-           .law = "resonance at 55 Hz added to the sound: quality factor is level + 0.1"}),
+           .law =
+               "adds a resonance at 55 Hz, whose quality factor is this level + 0.1. 0 adds none"}),
     Value({ORVANE_NAMED(PARAM_OUTPUT_GAIN), .key = "output-gain", .label = "Output gain",
            .group = "output", .unit = Unit::kFactor, .maximum = 16, .defaultValue = 1, .trial = 1.4,
-           .law = "linear gain before the output limiters; a negative one inverts the polarity"}),
+           .law = "linear gain before the output limiters. A negative gain inverts the polarity"}),
     Value({ORVANE_NAMED(PARAM_LIMITER_GATE), .key = "gate", .label = "Peak limit",
            .group = "output", .unit = Unit::kFullScale, .maximum = 1, .defaultValue = 0.9999,
-           .trial = 0.8, .law = "no output sample exceeds it"}),
+           .trial = 0.8, .law = "no output sample is larger than this"}),
     HostValue({ORVANE_NAMED(PARAM_SET_MODE), .unit = Unit::kZeroOrOne,
-               .law = "the host's own mark; a change resets the chain, other values are ignored"}),
+               .law = "a mark for the host's own use. A change resets the chain, and values other "
+                      "than 0 and 1 are ignored"}),
     Switch({ORVANE_NAMED(PARAM_SET_TIMESTAMP_ENABLE),
-            .law = "notes the time of every buffer, for PARAM_GET_PROCESSING"}),
+            .law = "stores the time of every buffer. PARAM_GET_PROCESSING needs it"}),
     Query({ORVANE_NAMED(PARAM_GET_VERSION), .unit = Unit::kBytes, .maximum = 0,
            .defaultValue = kLibraryVersionWord,
-           .law = "version: main, sub, ext, build from the top byte down"}),
+           .law = "version: main, sub, ext and build, one byte each, from the top byte down"}),
     Query({ORVANE_NAMED(PARAM_GET_ENABLED), .unit = Unit::kZeroOrOne,
            .law = "whether the framework has enabled the effect"}),
     Query({ORVANE_NAMED(PARAM_GET_READY), .unit = Unit::kZeroOrOne,

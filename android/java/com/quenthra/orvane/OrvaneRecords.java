@@ -45,7 +45,7 @@ public final class OrvaneRecords {
     /** 0 to 16 (factor) times 100 */
     public static final int PARAM_OUTPUT_GAIN = 0x2000B;
 
-    /** 0 to 1 (full scale) times 100; at first 0.9999, which can't be sent: 100 is the nearest */
+    /** 0 to 1 (full scale) times 100; the default 0.9999 can't be sent, and 100 is nearest */
     public static final int PARAM_LIMITER_GATE = 0x2000C;
 
     /** 0 to 1 */
