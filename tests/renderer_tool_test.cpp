@@ -119,7 +119,7 @@ TEST_F(Renderer, MessagesHaveTheStatedWords) {
          "song.m4a cannot be read: Format not recognised; ffmpeg says: "},
         {"render --skip-existing in.wav out.wav", "out.wav exists already, skipped"},
         {"render --help",
-         "  --ratio NUMBER                  Levelling strength: a level that is L dB away from},
+         "  --ratio NUMBER                  Levelling strength: a level that is L dB away from"},
         {"render --help", "  night                           a wide loudness range shrinks"},
         {"--man-page", "\\-\\-skip\\-existing"},
         {"compare long.flac out.html --page page", "long.flac is longer than 10 minutes"},
