@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <numbers>
 #include <sndfile.hh>
 #include <string>
@@ -67,11 +66,32 @@ inline void ExpectOneLine(const std::string& line) {
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << line << ": " << said;
 }
 
+// A value of a report. Its members are defined in renderer_tool_test.cpp. No other renderer test
+// includes the JSON library, because a file that does takes seconds more to compile.
+class Json {
+public:
+    explicit Json(const std::string& json);  // throws if the text isn't JSON
+    // Returns the values of a text in which several follow each other.
+    static std::vector<Json> All(const std::string& json);
+
+    Json operator[](const char* key) const;
+    std::vector<Json> Elements() const;  // of an array
+    size_t Size() const { return Elements().size(); }
+    // A number; 0 or 1 for false or true; NaN for null.
+    operator double() const;
+    std::string String() const;                       // without quotes
+    const std::string& Text() const { return text; }  // as JSON
+    friend bool operator==(const Json& a, const Json& b) { return a.text == b.text; }
+
+private:
+    std::string text;
+};
+
 // Renders, expects the exit status `status`, and returns the report.
-inline nlohmann::json Report(const std::string& arguments,
-                             const std::string& preset = "--preset off ", int status = 0) {
+inline Json Report(const std::string& arguments, const std::string& preset = "--preset off ",
+                   int status = 0) {
     EXPECT_EQ(Shell("$ORVANE render -f --json " + preset + arguments), status) << Slurp("err");
-    return nlohmann::json::parse(Slurp("out"));
+    return Json(Slurp("out"));
 }
 
 inline auto FilesHere() {

@@ -94,10 +94,10 @@ TEST_F(Renderer, WritesTheFormatOfTheEndingAtTheRateAndLengthOfTheInput) {
         const Floats sine = Sine(0.5, 1000, inputHz, 1, 2.0170105);
         Write("in.wav", sine, inputHz, 1);
         const bool played = inputHz >= 32000 && inputHz <= 48000;
-        const nlohmann::json report = Report("in.wav " + output);
+        const Json report = Report("in.wav " + output);
         const bool resampled = !played || outputHz != inputHz;
-        EXPECT_EQ(report["notes"].size(), resampled) << output;
-        EXPECT_EQ(report["warnings"].size(), output == "a.au") << output;  // AU files have no tags
+        EXPECT_EQ(report["notes"].Size(), resampled) << output;
+        EXPECT_EQ(report["warnings"].Size(), output == "a.au") << output;  // AU files have no tags
         const int chainHz = played ? inputHz : inputHz % 11025 == 0 ? 44100 : 48000;
         EXPECT_EQ(report["chainRateHz"], chainHz) << output;
         SndfileHandle file(output);
@@ -242,7 +242,7 @@ TEST_F(Renderer, NamesWhatItCannotWriteAndKeepsTheOldFile) {
 TEST_F(Renderer, ReportsDamageOfTheInput) {
     const auto damage = [](const std::string& file, int status) {
         const std::string said =
-            Report(file + " out.wav", "--preset off ", status)["damage"].dump();
+            Report(file + " out.wav", "--preset off ", status)["damage"].Text();
         EXPECT_EQ(Slurp("err").empty(), status == 0) << Slurp("err");
         return said;
     };
@@ -270,7 +270,7 @@ TEST_F(Renderer, ReportsDamageOfTheInput) {
     EXPECT_GT(Report("in out.wav", "--preset off ", 3)["notNumbers"], 2);
     for (const int rate : {1000, 768000}) {
         Write("in", NoiseSamples(300, 3000), rate, 1);
-        EXPECT_EQ(Report("in out.wav")["loudnessLufs"]["before"], nullptr) << rate;
+        EXPECT_TRUE(std::isnan(Report("in out.wav")["loudnessLufs"]["before"])) << rate;
     }
 }
 

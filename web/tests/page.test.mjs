@@ -1,4 +1,4 @@
-// The built page in a browser, opened from its file, without network.
+// Tests the built page in a browser. It is opened as a file, without a network.
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
 import { mkdtempSync, rmSync, truncateSync, writeFileSync } from "node:fs";
@@ -20,7 +20,7 @@ before(async () => {
 });
 after(() => browser.close());
 
-// Hands a new page to `use`; afterwards nothing may have gone wrong in it.
+// Calls `use` with a new page. Afterwards the page must have reported no error.
 async function withPage({ hash = "", width = 1280, ...options }, use) {
   const context = await browser.newContext({ viewport: { width, height: 900 }, offline: true, ...options });
   const page = await context.newPage();
@@ -65,7 +65,7 @@ test("every control is reached by Tab", () =>
       window.waiting = new Set([...document.querySelectorAll("button, input, summary")].filter(isStop));
       return window.waiting.size;
     });
-    // Once round, through the browser's own frame.
+    // Two more steps lead through the browser's own controls.
     for (let n = 0; n < count + 2; ++n) {
       await page.keyboard.press("Tab");
       await page.evaluate(() => window.waiting.delete(document.activeElement));
@@ -176,7 +176,7 @@ test("Space plays after a click, and presses what Tab has reached", () =>
     await isPlaying(page, false);
   }));
 
-// Drops files, [name, text], or a link, as a mouse does.
+// Drops files, each [name, text], or a link onto the page.
 const drop = (page, files, link) =>
   page.evaluate(
     ([files, link]) => {

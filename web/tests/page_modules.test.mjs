@@ -1,4 +1,4 @@
-// The page's modules that need no browser.
+// Tests the modules of the page that need no browser.
 import assert from "node:assert/strict";
 import { test } from "node:test";
 
@@ -14,7 +14,7 @@ import { parameters, presets } from "../table.js";
 await ready();
 const kColours = { after: "after", before: "before", rest: "rest" };
 
-// A canvas context that notes its calls, each with the colours of that moment.
+// Returns a canvas context that records its calls, each with the colours of that moment.
 function recorder() {
   const calls = [];
   const context = new Proxy(
@@ -102,7 +102,7 @@ test("the built-in piece is within full scale and the same every time", () => {
   assert.equal(left.length, 32000 * 19.2);
   const peak = Math.max(...outlineOf([left, right], 100));
   assert(peak > 0.5 && peak <= 1, `${peak}`);
-  // As bytes: a comparison of so many numbers takes seconds.
+  // Bytes are compared, because a comparison of so many numbers takes seconds.
   assert(Buffer.from(makePiece(32000)[0].buffer).equals(Buffer.from(left.buffer)));
 });
 

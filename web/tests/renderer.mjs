@@ -8,9 +8,9 @@ import { Quantizer, wavHeader } from "../samples.js";
 const root = new URL("../../", import.meta.url);
 const renderer = new URL("build/release/orvane", root).pathname;
 
-// Interleaved stereo, 2 s.
+// Two seconds of interleaved stereo.
 export const music = new Int16Array(readFileSync(new URL("tests/data/input.s16", root)).buffer);
-// Of one channel, the other half of the time.
+// Every second sample of it: the left channel.
 export const left = music.filter((_, n) => n % 2 === 0);
 
 export const planar = (samples, channels) =>
@@ -23,7 +23,7 @@ export const wav = (samples, rate, channels) =>
 
 export const interleave = (channels) => new Quantizer(false).interleave(channels);
 
-// The samples of a WAV file.
+// Returns the samples of a WAV file of 16 bits.
 export function dataOf(file) {
   const bytes = Buffer.from(file),
     at = bytes.indexOf("data");
@@ -34,10 +34,10 @@ export function dataOf(file) {
 
 export const run = (...words) => execFileSync(renderer, words, { encoding: "utf8" });
 
-// {samples, report}: `orvane render` of the samples with the options.
+// Returns {samples, report} of `orvane render` for interleaved samples and options.
 export const render = (samples, rate, channels, ...options) => renderFile(wav(samples, rate, channels), ...options);
 
-// The same of a file's bytes.
+// Returns the same for the bytes of a file.
 export function renderFile(bytes, ...options) {
   const folder = mkdtempSync(join(tmpdir(), "orvane-"));
   try {

@@ -1,4 +1,4 @@
-// Both modules against the renderer, without a browser.
+// Compares both modules with the renderer, without a browser.
 import assert from "node:assert/strict";
 import { readFileSync } from "node:fs";
 import { test } from "node:test";
@@ -19,8 +19,8 @@ function startStream(bytes, rate, settings) {
   return new Stream(instantiate(bytes), rate, valuesOf(withSwitches(settings)));
 }
 
-// Plays two channels and silence behind them; before each quantum calls turn(frame). Result and
-// source, as long as that.
+// Plays two channels and then silence. Calls turn(frame) before each quantum. Returns result and
+// source, which are as long as the channels and the silence together.
 function play(stream, [one, other], silentFrames, turn = () => {}, quanta = [128, 1, 128, 77]) {
   const frames = one.length + silentFrames;
   const result = [0, 1].map(() => new Float32Array(frames)),

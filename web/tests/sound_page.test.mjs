@@ -1,4 +1,4 @@
-// The node and the page in a browser, from files, without network: what is heard and saved.
+// Tests what is heard and saved by the node and the page in a browser.
 import assert from "node:assert/strict";
 import { createServer } from "node:http";
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
@@ -41,7 +41,7 @@ async function withPage(use, { script = () => {}, url = address.href } = {}) {
   await context.close();
 }
 
-// Both outputs of a node that plays `samples` offline, as four channels, and its latency in seconds.
+// Plays `samples` offline through a node. Returns both outputs as four channels, and the latency in seconds.
 function playOffline(page, samples, rate, options, automation) {
   return page.evaluate(
     async ([text, pcm, rate, options, automation]) => {
@@ -96,7 +96,7 @@ test("the node gives the library's samples, a value from its block on, and the s
     assert.equal(lagOf(out[2], out[0]), 0);
   }));
 
-// Where two signals are most alike, within 300 frames.
+// Returns the lag, at most 300 frames, at which two signals are most similar.
 function lagOf(one, other) {
   const at = (lag) => one.slice(30000, 60000).reduce((sum, sample, n) => sum + sample * other[30000 + n + lag], 0);
   const lags = Array.from({ length: 601 }, (_, n) => n - 300);
@@ -136,7 +136,7 @@ async function savedBy(page) {
   return dataOf(readFileSync(await download.path()));
 }
 
-// A WAV file with a title in a chunk of its own.
+// Returns a WAV file with a title.
 function titled(file, title) {
   const text = Buffer.from(title + "\0".repeat(2 - (title.length % 2)));
   const size = (bytes) => Buffer.from(Uint32Array.of(bytes).buffer);
@@ -156,7 +156,7 @@ test("a page with a piece inside plays it with its settings", () => {
     async (page) => {
       await page.locator("#piece-name").filter({ hasText: title }).waitFor();
       assert.equal(await page.evaluate(() => window.hit), undefined);
-      // Nothing leaves the machine: the browser refuses to load what needs no network.
+      // The browser refuses to load anything, even what needs no network.
       assert(
         await page.evaluate(() =>
           fetch("data:,x").then(
@@ -174,7 +174,7 @@ test("a page with a piece inside plays it with its settings", () => {
   ).finally(() => rmSync(folder, { recursive: true }));
 });
 
-// Notes what goes to the speakers, in window.heard.
+// Records what goes to the speakers in window.heard: blocks of two channels.
 function noteWhatIsHeard() {
   window.heard = [];
   const { connect } = AudioNode.prototype;
@@ -193,7 +193,7 @@ function noteWhatIsHeard() {
   };
 }
 
-// Two seconds of even noise, low frequencies stronger: any piece of it is as loud as another.
+// Returns two seconds of steady noise with stronger low frequencies. Every part of it is equally loud.
 function noise() {
   let seed = 1,
     last = 0;
@@ -313,7 +313,7 @@ test("a dropped mono file is heard on both sides, ends without Loop, and is save
       );
       await page.locator("#piece-name").filter({ hasText: "mono.song.wav" }).waitFor();
       await page.locator("#play").click();
-      // Past the first time round, so that the position must not jump when the loop ends.
+      // The second round of the loop has begun, so that the position must not jump when the loop ends.
       await page.waitForFunction(() => window.heard.length > 40);
       await page.locator("#loop").uncheck();
       await page.getByText("Play", { exact: true }).waitFor();
@@ -331,3 +331,43 @@ test("a dropped mono file is heard on both sides, ends without Loop, and is save
     },
     { script: noteWhatIsHeard },
   ));
+
+// Lets the page play into an OfflineAudioContext, window.heard, which starts when the test says so.
+function playOffTheClock() {
+  window.AudioContext = class extends OfflineAudioContext {
+    constructor({ sampleRate }) {
+      super(2, 2 * sampleRate, sampleRate);
+      window.heard = this;
+    }
+    async resume() {}
+  };
+}
+
+test("the position shown is the one heard, and before and after fade into each other", () => {
+  // Samples that tell their time: they rise by one every four frames.
+  const rise = Int16Array.from({ length: 131000 }, (_, n) => n / 4);
+  return withPage(
+    async (page) => {
+      await drop(page, rise, 48000, 1);
+      await page.locator("#piece-name").filter({ hasText: "music.wav" }).waitFor();
+      await page.locator("#equal").uncheck();
+      await page.locator("#play").click();
+      await page.locator("body.playing").waitFor();
+      const { shown, out } = await page.evaluate(async () => {
+        const pause = window.heard.suspend(1);
+        const rendering = window.heard.startRendering();
+        await pause;
+        document.querySelector("[name=side][value=before]").click();
+        await new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
+        const shown = document.getElementById("seek").valueAsNumber;
+        OfflineAudioContext.prototype.resume.call(window.heard);
+        return { shown, out: [...(await rendering).getChannelData(0)].slice(47000, 50000) };
+      });
+      const heard = (out[1000] * 32768 * 4) / 0.25 / 48000;
+      assert.ok(Math.abs(heard - shown) < 0.005, `${heard} s is heard, ${shown} s is shown`);
+      const jump = out.reduce((most, sample, n) => (n === 0 ? most : Math.max(most, Math.abs(sample - out[n - 1]))), 0);
+      assert.ok(out[2999] > 3 * out[0] && jump < 0.003, `${jump}`);
+    },
+    { script: playOffTheClock, url: `${address.href}#output-gain=0.25` },
+  );
+});
