@@ -58,7 +58,7 @@ Channels Play(LiveStream& stream, Channels* samples, size_t piece) {
 Channels Piece(size_t frames) {
     Channels piece;
     for (unsigned c = 0; c < 2; ++c)
-        for (const int16_t sample : Noise<int16_t>(frames, 8000, 5 + c))
+        for (const int16_t sample : Noise<int16_t>(frames, 30000, 5 + c))
             piece[c].push_back(static_cast<float>(sample) / 32768);
     return piece;
 }
@@ -342,6 +342,9 @@ TEST(Controls, GoToPortsAndBackToWhatTheWireCarries) {
                 << parameter.key;
         }
         EXPECT_EQ(control.FromPort(control.ToPort(parameter.defaultValue)), parameter.defaultValue);
+        if (control.IsDecibels()) {
+            EXPECT_EQ(control.FromPort(-40), control.FromPort(-20)) << parameter.key;
+        }
         for (const float wild : {kNan, kInfinity, -kInfinity})
             EXPECT_EQ(control.Held(control.FromPort(wild)), control.FromPort(wild));
     }

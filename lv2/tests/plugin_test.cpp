@@ -2,8 +2,10 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <lilv/lilv.h>
+#include <lv2/port-groups/port-groups.h>
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <string>
 #include <vector>
@@ -192,6 +194,137 @@ LV2_Handle Instantiate(double rateHz, int refused, ptrdiff_t* lines) {
     const std::string log = testing::internal::GetCapturedStderr();
     *lines = std::count(log.begin(), log.end(), '\n');
     return handle;
+}
+
+// One instance with every port connected to a default that `ports` holds, except for audio.
+struct Host {
+    explicit Host(double rateHz) {
+        ptrdiff_t lines = 0;
+        handle = Instantiate(rateHz, -1, &lines);
+        ports[kEnabled] = 1;
+        for (uint32_t n = kEnabled; n < kPortCount; ++n) {
+            if (n >= kFirstControl && n < kLatency) {
+                const Control& control = kControls[n - kFirstControl];
+                ports[n] = control.ToPort(control.parameter->defaultValue);
+            }
+            Descriptor().connect_port(handle, n, &ports[n]);
+        }
+    }
+    ~Host() { Descriptor().cleanup(handle); }
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+    float& Of(ParameterId id) {
+        uint32_t n = kFirstControl;
+        while (kControls[n - kFirstControl].parameter->id != id) ++n;
+        return ports[n];
+    }
+    // Plays two channels in place.
+    void Play(std::vector<float>* left, std::vector<float>* right) {
+        const uint32_t most = 500;
+        for (uint32_t at = 0; at < left->size(); at += most) {
+            const uint32_t audio[] = {kLeftIn, kRightIn, kLeftOut, kRightOut};
+            for (const uint32_t n : audio)
+                Descriptor().connect_port(handle, n, (n % 2 == 0 ? left : right)->data() + at);
+            Descriptor().run(handle, std::min(most, static_cast<uint32_t>(left->size()) - at));
+        }
+    }
+    void PlayTone(double amplitude) {
+        std::vector<float> left(48000);
+        for (size_t n = 0; n < left.size(); ++n)
+            left[n] = static_cast<float>(amplitude * std::sin(0.05 * static_cast<double>(n)));
+        std::vector<float> right = left;
+        Play(&left, &right);
+    }
+
+    std::vector<float> ports = std::vector<float>(kPortCount);
+    LV2_Handle handle;
+};
+
+TEST(Plugin, BypassedFromTheStartItPassesBothChannelsWithoutAFade) {
+    Host host(48000);
+    host.ports[kEnabled] = 0;
+    const std::vector<float> left = Noise<float>(20000, 0.3, 1),
+                             right = Noise<float>(20000, 0.3, 2);
+    std::vector<float> heardLeft = left, heardRight = right;
+    host.Play(&heardLeft, &heardRight);
+    const auto late = static_cast<ptrdiff_t>(host.ports[kLatency]);
+    EXPECT_TRUE(std::equal(left.begin(), left.end() - late, heardLeft.begin() + late));
+    EXPECT_TRUE(std::equal(right.begin(), right.end() - late, heardRight.begin() + late));
+}
+
+TEST(Plugin, LeavesTheOtherBuffersAloneWhileAnAudioPortIsNotConnected) {
+    Host host(48000);
+    for (const uint32_t missing : {kLeftIn, kRightIn, kLeftOut, kRightOut}) {
+        std::vector<float> buffers[4];
+        for (uint32_t n = 0; n < 4; ++n) {
+            buffers[n].assign(3000, 0.25F);
+            Descriptor().connect_port(host.handle, n, n == missing ? nullptr : buffers[n].data());
+        }
+        Descriptor().run(host.handle, 3000);
+        for (const std::vector<float>& buffer : buffers)
+            EXPECT_EQ(buffer, std::vector<float>(3000, 0.25F)) << missing;
+    }
+}
+
+TEST(Plugin, MetersLevelsAndGainWithTheirSignsAndLightsTheLampAtTheGateOnly) {
+    Host host(48000);
+    host.Of(PARAM_LIMITER_GATE) = -6;  // 0.5
+    host.Of(PARAM_OUTPUT_GAIN) = -3;
+    const struct {
+        double amplitude;
+        float before, after;
+        bool isLimited;
+    } rows[] = {{0.6, -7.45F, -10.45F, false},  // 0.42 after the gain
+                {0.9, -3.93F, -9.03F, true},
+                {0.6, -7.45F, -10.45F, false},
+                {0, -100, -100, false}};
+    for (const auto& row : rows) {
+        for (int second = 0; second < 8; ++second) host.PlayTone(row.amplitude);
+        EXPECT_NEAR(host.ports[kSourceLevel], row.before, 0.3) << row.amplitude;
+        EXPECT_NEAR(host.ports[kResultLevel], row.after, 0.3) << row.amplitude;
+        EXPECT_NEAR(host.ports[kGain], row.after - row.before, 0.3) << row.amplitude;
+        EXPECT_EQ(host.ports[kLimiting], row.isLimited ? 1 : 0) << row.amplitude;
+    }
+}
+
+TEST(Plugin, IsAsLateAsItTellsAtEveryRateAndWithLowLatency) {
+    for (const double rateHz : {44100.0, 96000.0, 192000.0})
+        for (const bool low : {false, true}) {
+            Host host(rateHz);
+            host.Of(PARAM_ENHANCER_ENABLE) = host.Of(PARAM_EQUALIZER_ENABLE) = 1;
+            host.ports[kLowLatency] = low ? 1 : 0;
+            std::vector<float> left(40000), right(40000);
+            left[3000] = right[3000] = 0.25F;
+            host.Play(&left, &right);
+            const auto peak = std::max_element(left.begin(), left.end());
+            EXPECT_EQ(peak - left.begin(), 3000 + static_cast<ptrdiff_t>(host.ports[kLatency]))
+                << rateHz << low;
+        }
+}
+
+TEST_F(Bundle, DesignatesItsLatencyItsSwitchAndItsChannels) {
+    ASSERT_TRUE(lilv_plugin_has_latency(plugin));
+    EXPECT_EQ(lilv_plugin_get_latency_port_index(plugin), kLatency);
+    const struct {
+        const char* designation;
+        const char* kind;
+        uint32_t port;
+    } rows[] = {{LV2_CORE__latency, LV2_CORE__OutputPort, kLatency},
+                {LV2_CORE__enabled, LV2_CORE__InputPort, kEnabled},
+                {LV2_PORT_GROUPS__left, LV2_CORE__InputPort, kLeftIn},
+                {LV2_PORT_GROUPS__right, LV2_CORE__InputPort, kRightIn},
+                {LV2_PORT_GROUPS__left, LV2_CORE__OutputPort, kLeftOut},
+                {LV2_PORT_GROUPS__right, LV2_CORE__OutputPort, kRightOut}};
+    for (const auto& row : rows) {
+        LilvNode* const designation = lilv_new_uri(world, row.designation);
+        LilvNode* const kind = lilv_new_uri(world, row.kind);
+        const LilvPort* const port = lilv_plugin_get_port_by_designation(plugin, kind, designation);
+        EXPECT_TRUE(port != nullptr && lilv_port_get_index(plugin, port) == row.port)
+            << row.designation;
+        lilv_node_free(designation);
+        lilv_node_free(kind);
+    }
 }
 
 TEST(Instantiate, RefusesEveryRateButWholeOnesOf32000To48000AndTheirMultiplesInOneLine) {
