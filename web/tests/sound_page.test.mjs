@@ -344,8 +344,8 @@ function playOffTheClock() {
 }
 
 test("the position shown is the one heard, and before and after fade into each other", () => {
-  // Samples that tell their time: they rise by one every four frames.
-  const rise = Int16Array.from({ length: 131000 }, (_, n) => n / 4);
+  // Samples that tell their time: they rise by one every four frames. At 1 s, the second round plays.
+  const rise = Int16Array.from({ length: 36000 }, (_, n) => n / 4);
   return withPage(
     async (page) => {
       await drop(page, rise, 48000, 1);
@@ -358,6 +358,7 @@ test("the position shown is the one heard, and before and after fade into each o
         const rendering = window.heard.startRendering();
         await pause;
         document.querySelector("[name=side][value=before]").click();
+        document.getElementById("loop").click();
         await new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
         const shown = document.getElementById("seek").valueAsNumber;
         OfflineAudioContext.prototype.resume.call(window.heard);
