@@ -288,20 +288,22 @@ private:
 }  // namespace
 
 AlbumCommand::AlbumCommand(Options& program)
-    : Command(program, "album", "process the tracks of a folder as one piece, without joints") {
+    : Command(program, "album",
+              "process the tracks of a folder as one piece, with seamless joints") {
     options
         .Add("DIR", &job.input,
-             "folder of the tracks; CD1, CD2 ... in it belong to the album. Their order is that of "
-             "the tags, else of the names; different album tags are different albums")
+             "folder of the tracks. Folders CD1, CD2 ... in it belong to the album. Tags define "
+             "the order of the tracks; without them, the names do. Different album tags are "
+             "different albums")
         .Required();
     options
         .Add("OUTDIR", &job.output,
-             "folder for the results, which get their names together once all are complete")
+             "folder for the outputs. They appear together, when all of them are complete")
         .Required();
     options
         .Add("--format", &format,
-             "ending of all results, such as flac; without it, each track keeps its own, or "
-             "becomes .flac where that can't be written")
+             "ending of all outputs, such as flac. Without it, each track keeps its own ending, or "
+             "gets .flac if its format can't be written")
         .Type("ENDING");
     render.AddTo(options, &job);
 }

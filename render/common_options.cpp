@@ -49,9 +49,11 @@ std::filesystem::path ProgramFolder() {
 }
 
 void LibraryOptions::AddTo(Options& options) {
-    options.Add("--library", &path, "the effect library; without it, the one beside this program")
+    options
+        .Add("--library", &path,
+             "the effect library (default: the one that is installed with this program)")
         .Type("FILE");
-    options.AddFlag("--log", &log, "show what the library logs");
+    options.AddFlag("--log", &log, "show the library's log lines");
 }
 
 std::string LibraryOptions::Find() const {
@@ -71,13 +73,13 @@ void CommonOptions::AddTo(Options& options) {
     settings.AddTo(options);
     options
         .Add("--buffer", &bufferFrames,
-             "frames per call of the library; the playback gain measures once per buffer, so this "
-             "changes the sound")
+             "frames per call of the library. The automatic level (playback-gain) measures once "
+             "per buffer, so this changes the sound")
         .Type("FRAMES")
         .Within(1, 65536)
         .ShowDefault();
     options.AddFlag("-f,--force", &overwrite, "overwrite files that exist");
-    options.AddFlag("-q,--quiet", &quiet, "say only what went wrong or got lost");
+    options.AddFlag("-q,--quiet", &quiet, "print only what went wrong or was lost");
     library.AddTo(options);
     AddPresetListTo(options);
 }
@@ -92,21 +94,21 @@ void CommonOptions::Fill(RenderJob* job) const {
 }
 
 void RenderOptions::AddTo(Options& options, RenderJob* job) {
-    options.AddFlag("--strict-rate", &job->strictRate, "refuse to resample");
+    options.AddFlag("--strict-rate", &job->strictRate, "fail instead of resampling");
     options.AddFlag("--skip-existing", &skipExisting,
-                    "do nothing if the output is there: what is there is whole, so a run that was "
-                    "cut off goes on");
-    options.AddFlag("--json", &json, "report as JSON on standard output");
+                    "do nothing if the output exists. An existing output is complete, so an "
+                    "interrupted run can be continued");
+    options.AddFlag("--json", &json, "print the report as JSON on standard output");
     options.AddFlag("--no-dither", &noDither, "round to 16 bits without dither");
     AddColdStartTo(options, &job->coldStart);
     options.AddFlag("--match", &match,
-                    "solve for the output gain that makes the result as loud as the source, or "
-                    "--match=-16 as loud as that in LUFS; plays the input several times");
+                    "find the output gain that makes the output as loud as the input. --match=-16 "
+                    "aims at -16 LUFS. The input is played several times");
     options
         .Add(
             "--ceiling", [this](const std::string& text) { ceiling = text; },
-            "lower the whole output until its true peak stays below; in a lossy format, until that "
-            "of what is decoded does; makes the output as often as it takes, at most eight times")
+            "lower the whole output until its true peak stays below this. In a lossy format, the "
+            "decoded output counts. The output is made again until it fits, at most eight times")
         .Type("-1dB");
     common.AddTo(options);
 }
@@ -115,7 +117,7 @@ void RenderOptions::Fill(RenderJob* job) const {
     common.Fill(job);
     job->dither = !noDither;
     if (skipExisting && common.overwrite)
-        throw UsageError("--skip-existing and --force cannot both be meant");
+        throw UsageError("--skip-existing and --force contradict each other");
     job->match = ReadMatch(match);
     if (job->match && common.settings.Gives(PARAM_OUTPUT_GAIN))
         throw UsageError("--match and --output-gain set the same gain");
@@ -151,6 +153,6 @@ void AddPresetListTo(Options& options) {
 
 void AddColdStartTo(Options& options, bool* coldStart) {
     options.AddFlag("--cold-start", coldStart,
-                    "don't let the chain settle on silence first: the playback gain then fades in "
-                    "over a hundred buffers and more, as at the framework's start");
+                    "don't let the chain settle on silence first. The automatic level then fades "
+                    "in over a hundred buffers or more, as when the framework starts the effect");
 }

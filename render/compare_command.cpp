@@ -73,11 +73,12 @@ std::string FlacOf(const std::string& input, AudioReader& reader, bool dither,
 
 CompareCommand::CompareCommand(Options& program)
     : Command(program, "compare",
-              "write a page with the piece inside: before and after, equally loud") {
+              "write a page that plays the piece before and after, equally loud") {
     options.Add("IN", &input, "audio file of at most ten minutes; - is standard input").Required();
-    options.Add("OUT", &output, "HTML file, whole in itself").Required();
+    options.Add("OUT", &output, "HTML file, which needs no other file").Required();
     options
-        .Add("--page", &page, "the page without a piece; without it, the one beside this program")
+        .Add("--page", &page,
+             "the page without a piece (default: the one that is installed with this program)")
         .Type("FILE");
     options.AddFlag("--no-dither", &noDither, "round to 16 bits without dither");
     options.AddFlag("-f,--force", &overwrite, "overwrite files that exist");
@@ -141,5 +142,5 @@ void CompareCommand::Run() {
     html.Commit();
     settings.Save(played, overwrite);
     if (!damage.empty())
-        throw DamagedSource("{}; the page has what could be read", DamageText(input, damage));
+        throw DamagedSource("{}; the page contains what could be read", DamageText(input, damage));
 }

@@ -91,9 +91,9 @@ std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
 }  // namespace
 
 InfoCommand::InfoCommand(Options& program)
-    : Command(program, "info", "what the library says of itself") {
+    : Command(program, "info", "print what the library says about itself") {
     options.Add("LIBRARY", &library.path, "the effect library");
-    options.AddFlag("--log", &library.log, "show what the library logs");
+    options.AddFlag("--log", &library.log, "show the library's log lines");
 }
 
 void InfoCommand::Run() {

@@ -28,10 +28,10 @@ constexpr int kWrongUsage = 2;
 constexpr int kDamagedSource = 3;
 
 int Run(int argc, char** argv) {
-    CommandLine line(
-        "orvane",
-        "Runs audio through the Quenthra Orvane v2 effect library, as the framework would.",
-        HelpFooter());
+    CommandLine line("orvane",
+                     "Processes audio with the Quenthra Orvane v2 effect library, as the Android "
+                     "framework would.",
+                     HelpFooter());
     AddManualTo(line);
     AddPresetListTo(line);
     line.AddVersion("orvane " + LibraryVersionText());

@@ -38,7 +38,8 @@ std::string ManOptions(const Options& options, std::set<std::string>* said) {
         text += fmt::format(".TP\n.B {}\n{}\n", Roff(option.name + option.values),
                             Roff(option.description));
     }
-    if (!repeated.empty()) text += fmt::format(".PP\nAs above: {}.\n", Roff(repeated));
+    if (!repeated.empty())
+        text += fmt::format(".PP\nThese options mean the same as above: {}.\n", Roff(repeated));
     return text;
 }
 
@@ -48,7 +49,8 @@ std::string ManPage(const Options& program) {
         "files "
         "through the Quenthra Orvane effect\n.SH SYNOPSIS\n.B orvane\n.I "
         "COMMAND\n[\\fIOPTIONS\\fR] "
-        "...\n.SH DESCRIPTION\n{}\nWhat is written has its name only once it is whole.\n"
+        "...\n.SH DESCRIPTION\n{}\nAn output file appears under its name only when it is complete. "
+        "An interrupted run leaves nothing behind.\n"
         ".SH OPTIONS\n",
         LibraryVersionText(), Roff(program.Description()));
     std::set<std::string> said;
@@ -63,11 +65,10 @@ std::string ManPage(const Options& program) {
     for (const Preset& preset : Presets())
         text += fmt::format(".TP\n.B {}\n{}\n", Roff(preset.name), Roff(preset.description));
     text +=
-        ".SH EXIT STATUS\n.TP\n.B 0\nall went well\n.TP\n.B 1\nit cannot be done: one line on "
-        "standard error says why, and no output is there that was not there before\n.TP\n.B 2\n"
-        "the command line asks for nonsense\n.TP\n.B 3\nthe source is damaged: what could be read "
-        "of it "
-        "is written, and one line on standard error says what is wrong\n.SH EXAMPLES\n.nf\n";
+        ".SH EXIT STATUS\n.TP\n.B 0\nEverything succeeded.\n.TP\n.B 1\nThe command failed. One "
+        "line on standard error says why, and no new output exists.\n.TP\n.B 2\n"
+        "The command line is wrong.\n.TP\n.B 3\nThe source is damaged. The output contains what "
+        "could be read, and one line on standard error says what is wrong.\n.SH EXAMPLES\n.nf\n";
     for (const char* const example : kExamples) text += Roff(example) + "\n";
     return text + ".fi\n.SH SEE ALSO\n.BR ffmpeg (1),\n.BR gnuplot (1),\n.BR parallel (1)\n";
 }
@@ -88,7 +89,7 @@ std::string BashCompletion(const Options& program) {
     std::string presets;
     for (const Preset& preset : Presets()) presets += std::string(preset.name) + " ";
     return fmt::format(
-        R"(# Completion of orvane for bash: commands, options, presets; else names of files.
+        R"(# Completion of orvane for bash: commands, options and presets, otherwise file names.
 _orvane() {{
     local current=${{COMP_WORDS[COMP_CWORD]}} words=
     if [[ $COMP_CWORD == 1 ]]; then

@@ -3,7 +3,7 @@
 #include "render/failure.h"
 
 PictureCommand::PictureCommand(Options& program)
-    : Command(program, "picture", "draw an audio file before and after") {
+    : Command(program, "picture", "draw a picture of an audio file before and after") {
     options.Add("IN", &job.input, "audio file; - is standard input").Required();
     options.Add("OUT", &job.picture, "PNG file").Required();
     options.AddFlag("--no-dither", &noDither, "round to 16 bits without dither");

@@ -129,15 +129,18 @@ private:
 RenderCommand::RenderCommand(Options& program)
     : Command(program, "render", "process an audio file") {
     options.Add("IN", &job.input, "audio file; - is standard input").Required();
-    options.Add("OUT", &job.output, "its ending names the format; - is WAV on standard output")
+    options
+        .Add("OUT", &job.output,
+             "output file, whose ending selects the format; - is WAV on standard output")
         .Required();
-    options.Add("--picture", &job.picture, "also draw before and after").Type("PNG");
+    options.Add("--picture", &job.picture, "also draw a picture of the sound before and after")
+        .Type("PNG");
     options.AddFlag("--keep-delay", &job.keepDelay, "don't remove the chain's delay");
     options.AddFlag("--only-whole", &job.onlyWhole,
-                    "write nothing if the source is damaged: exit status 1; without this, what can "
-                    "be read of it is written, with exit status 3");
+                    "write nothing if the source is damaged, and end with exit status 1. Without "
+                    "this option, the readable part is written, with exit status 3");
     options.AddFlag("--keep-times", &keepTimes,
-                    "give OUT the times of IN: last read, last written");
+                    "give OUT the times of IN: when it was last read and last written");
     render.AddTo(options, &job);
 }
 
@@ -146,12 +149,13 @@ void RenderCommand::Run() {
     if (render.Skips({job.output})) return;
     if (job.onlyWhole && job.output == "-")
         throw UsageError(
-            "--only-whole needs a file as output: what went through a pipe cannot be taken back");
+            "--only-whole needs a file as output, because audio in a pipe cannot be taken back");
     if (keepTimes && job.output == "-") throw UsageError("standard output has no times to keep");
     if (keepTimes) job.times = TimesOf(job.input);
     if (job.ceilingDb && job.output == "-")
         throw UsageError(
-            "--ceiling needs a file as output: what went through a pipe cannot be lowered");
+            "--ceiling needs a file as output, because audio in a pipe cannot be lowered "
+            "afterwards");
     if (render.json && job.output == "-")
         throw UsageError("--json and the audio cannot both go to standard output");
     if (job.output == "-" && isatty(STDOUT_FILENO) != 0)

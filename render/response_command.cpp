@@ -20,7 +20,7 @@ ResponseCommand::ResponseCommand(Options& program)
         .Within(1U, kMaxChannels)
         .ShowDefault();
     options.AddFlag("--bands", &bands,
-                    "draw instead what each equalizer band does alone, whatever the settings");
+                    "draw what each equalizer band does alone, and ignore the settings");
     common.AddTo(options);
 }
 

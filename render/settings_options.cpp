@@ -26,15 +26,16 @@ SettingsOptions::SettingsOptions() : preset(Presets().front().name) {}
 void SettingsOptions::AddTo(Options& options) {
     Options group = options.Group(
         "Settings (in parentheses: range, unit, and the default if the preset sets no value)");
-    group.Add("--preset", &preset, "named settings to start from, or a file of --save")
+    group.Add("--preset", &preset, "settings to start from: a preset, or a file that --save wrote")
         .Type("NAME or FILE")
         .ShowDefault();
     group.Add("--save", &saveTo, "also write the settings to a file that --preset takes")
         .Type("FILE");
     group
         .Add("--tone", &tone,
-             "a curve in hertz and decibels, from which the ten levels are solved: straight "
-             "lines through the points, flat beyond; the output gain makes room for it")
+             "a tone curve in hertz and decibels. The ten band levels are computed from it. The "
+             "curve has straight lines between the points and is flat outside them. The output "
+             "gain is lowered to leave headroom")
         .Type("HZ:DB,HZ:DB,...");
     for (const Parameter& parameter : kParameters) {
         const std::string key = parameter.key;

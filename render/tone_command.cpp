@@ -48,14 +48,16 @@ std::string Records(const Settings& settings) {
 }  // namespace
 
 ToneCommand::ToneCommand(Options& program)
-    : Command(program, "tone", "solve for the ten equalizer levels that give a curve") {
-    options.Add("POINTS", &items, "HZ:DB ..., a straight line from each to the next").Required();
-    options.Add("--rate", &rateHz, "sampling rate, on which the levels depend")
+    : Command(program, "tone", "find the ten equalizer levels for a tone curve") {
+    options.Add("POINTS", &items, "points HZ:DB ... of the curve, joined by straight lines")
+        .Required();
+    options.Add("--rate", &rateHz, "sampling rate; the levels depend on it")
         .Type("HZ")
         .Within(kLowestRateHz, kHighestRateHz)
         .ShowDefault();
     options.AddFlag("--records", &records,
-                    "print what an application sends: name, values, and the record's words");
+                    "print what an application sends: the parameter's name, its values, and the "
+                    "words of the record");
 }
 
 void ToneCommand::Run() {
