@@ -225,8 +225,8 @@ test("a phone shows play, presets and tone at once, and before and after always"
     await page.setViewportSize({ width: 390, height: 844 });
     const bottom = (id) => page.evaluate((id) => document.getElementById(id).getBoundingClientRect().bottom, id);
     for (const id of ["play", "presets", "preset-purpose", "tone"]) assert((await bottom(id)) <= 844, id);
-    assert(!(await page.locator("#set-ratio").isVisible()));
-    await page.locator("#file").setInputFiles(file(`${"long name ".repeat(20)}.wav`, "no sound"));
+    assert(!(await page.locator("#groups").isVisible()));
+    await page.locator("#file").setInputFiles(file(`${"long name ".repeat(90)}.wav`, "no sound"));
     await page.getByText(/is not a sound file/).waitFor();
     assert((await page.locator(".message").boundingBox()).height < 300);
     await page.mouse.wheel(0, 500);
