@@ -108,7 +108,11 @@ private:
         if (writer == nullptr)
             writer = std::make_unique<BackgroundWriter>(OpenAudioWriter(
                 next.track.output, job.overwrite,
-                {outputRateHz, next.track.channels, next.track.frames}, next.tags, set));
+                {.rateHz = outputRateHz,
+                 .channels = next.track.channels,
+                 .frames = next.track.frames,
+                 .times = job.keepTimes ? std::optional(next.track.times) : std::nullopt},
+                next.tags, set));
         return *writer;
     }
 
@@ -270,6 +274,7 @@ private:
     void WriteSheet(const CueSheet& sheet) {
         MakeFolderOf(sheet.output);
         OutputFile file(sheet.output, job.overwrite, &*set);
+        if (job.keepTimes) file.SetTimes(sheet.times);
         if (const int error = WriteAll(file.Descriptor(), sheet.text.data(), sheet.text.size()))
             throw Failure("{} cannot be written: {}", sheet.output, std::strerror(error));
         file.Commit();

@@ -189,6 +189,7 @@ private:
         if (!ending.empty() || !OutputFormat::IsKnown(name))
             output.replace_extension(ending.empty() ? ".flac" : ending);
         track.track.output = output.string();
+        track.track.times = TimesOf(track.track.input);
         const AudioReader reader(track.track.input);
         CheckFormat(track.track.input, reader);
         track.track.rateHz = reader.RateHz();
@@ -260,9 +261,10 @@ private:
                 if (name.parent_path() != folder ||
                     !(isAlone || name.stem() == fs::path(sheet).stem()))
                     continue;
+                const FileTimes times = TimesOf((in / sheet).string());
                 std::optional<std::string> text = SheetFor(sheet, track.output);
                 if (!text) break;
-                album->sheets.push_back({(out / sheet).string(), std::move(*text)});
+                album->sheets.push_back({(out / sheet).string(), std::move(*text), times});
                 sheet.clear();
                 break;
             }

@@ -7,18 +7,22 @@
 #include <string>
 #include <vector>
 
+#include "render/audio/output_file.h"
+
 struct AlbumTrack {
     std::string name;           // below the album's folder: "CD1/01 One.flac"
     std::string input, output;  // paths
     uint32_t rateHz, channels;
     bool sixteenBit;
     std::optional<uint64_t> frames;  // if the file knows
+    FileTimes times;                 // of the source, before it was read
 };
 
 // A cue sheet beside a file that holds several tracks.
 struct CueSheet {
     std::string output;  // path
     std::string text;    // as it is to be written
+    FileTimes times;     // of the source
 };
 
 struct Album {

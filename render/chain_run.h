@@ -45,6 +45,7 @@ struct RenderJob {
     bool coldStart = false;  // as the framework starts, its fade-in included
     bool dither = true;
     bool strictRate = false;
+    bool keepTimes = false;
     bool onlyWhole = false;          // write nothing if the source is damaged
     std::optional<FileTimes> times;  // that the output gets; none: the present
     bool showProgress = false;

@@ -98,6 +98,9 @@ void RenderOptions::AddTo(Options& options, RenderJob* job) {
     options.AddFlag("--skip-existing", &skipExisting,
                     "do nothing if the output exists. An existing output is complete, so an "
                     "interrupted run can be continued");
+    options.AddFlag(
+        "--keep-times", &job->keepTimes,
+        "give each output the times of its source: when it was last read and last written");
     options.AddFlag("--json", &json, "print the report as JSON on standard output");
     options.AddFlag("--no-dither", &noDither, "round to 16 bits without dither");
     AddColdStartTo(options, &job->coldStart);

@@ -139,8 +139,6 @@ RenderCommand::RenderCommand(Options& program)
     options.AddFlag("--only-whole", &job.onlyWhole,
                     "write nothing if the source is damaged, and end with exit status 1. Without "
                     "this option, the readable part is written, with exit status 3");
-    options.AddFlag("--keep-times", &keepTimes,
-                    "give OUT the times of IN: when it was last read and last written");
     render.AddTo(options, &job);
 }
 
@@ -150,8 +148,9 @@ void RenderCommand::Run() {
     if (job.onlyWhole && job.output == "-")
         throw UsageError(
             "--only-whole needs a file as output, because audio in a pipe cannot be taken back");
-    if (keepTimes && job.output == "-") throw UsageError("standard output has no times to keep");
-    if (keepTimes) job.times = TimesOf(job.input);
+    if (job.keepTimes && job.output == "-")
+        throw UsageError("standard output has no times to keep");
+    if (job.keepTimes) job.times = TimesOf(job.input);
     if (job.ceilingDb && job.output == "-")
         throw UsageError(
             "--ceiling needs a file as output, because audio in a pipe cannot be lowered "

@@ -20,5 +20,4 @@ public:
 private:
     RenderOptions render;
     RenderJob job;
-    bool keepTimes = false;
 };

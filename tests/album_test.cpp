@@ -287,7 +287,10 @@ TEST_F(Album, ACueSheetGoesWithItsFile) {
                       rest = "\r\n  TRACK 01 AUDIO\r\n    INDEX 01 00:00:00\r\n";
     std::ofstream("in/sheet.CUE") << head << "FILE \"C:\\old name.ape\" WAVE" << rest;
     std::ofstream("in/cover.jpg") << "picture";
-    std::string notes = Reports("in out.d --format mp3").at(0)["notes"].Text();
+    EXPECT_EQ(Shell("touch -d '2001-02-03 04:05:06.7' in/*"), 0);
+    std::string notes = Reports("in out.d --format mp3 --keep-times").at(0)["notes"].Text();
+    EXPECT_EQ(Shell("stat -c %y in/whole.wav out.d/whole.mp3 out.d/sheet.CUE | sort -u"), 0);
+    ExpectOneLine("times");
     EXPECT_EQ(Slurp("out.d/sheet.CUE"), head + "FILE \"whole.mp3\" MP3" + rest);
     EXPECT_NE(notes.find("1 file of the folder"), std::string::npos) << notes;
     EXPECT_FALSE(fs::exists("out.d/cover.jpg"));
