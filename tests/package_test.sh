@@ -5,8 +5,8 @@
 set -eu
 umask 022
 build=$1 page=${2:-}
-here=$(mktemp -d)
-trap 'rm -rf "$here"' EXIT
+here=$(mktemp -d) elsewhere=$(mktemp -d -p /dev/shm)
+trap 'rm -rf "$here" "$elsewhere"' EXIT
 command -v lintian >/dev/null || { echo "skipped: no lintian"; exit 0; }
 
 # Checks what is installed in the folder $1, which has bin, lib and share.
@@ -28,11 +28,11 @@ use "$here/prefix"
 
 (cd "$build" && cpack -G DEB -B "$here/package" >/dev/null)
 package=$(ls "$here"/package/*.deb)
-# Building the package again gives the same bytes, although files are newer.
+# Building the package again gives the same bytes, although files are newer, the umask is another one,
+# and folders have other sizes on the other file system.
 touch "$build/orvane" "$build/orvane.1.gz" "$build"/orvane.lv2/*.ttl
-(cd "$build" && TZ=Asia/Tokyo cpack -G DEB -B "$here/again" >/dev/null)
-cmp "$package" "$here"/again/*.deb
-(cd "$build" && umask 077 && ! cpack -G DEB -B "$here/closed" >/dev/null 2>&1)
+(cd "$build" && umask 077 && TZ=Asia/Tokyo cpack -G DEB -B "$elsewhere" >/dev/null)
+cmp "$package" "$elsewhere"/*.deb
 # lintian must find what the overrides name and nothing else.
 lintian --allow-root "$package" | (! grep .)
 lintian --allow-root --no-override "$package" | cut -d ' ' -f 2- | sort >"$here/found"
