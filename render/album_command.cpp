@@ -1,5 +1,3 @@
-#include "render/album_command.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -13,11 +11,15 @@
 #include <tuple>
 #include <utility>
 
+#include "render/album_plan.h"
 #include "render/audio/background_writer.h"
 #include "render/audio/joined_reader.h"
 #include "render/audio/output_file.h"
 #include "render/audio/whole_write.h"
 #include "render/ceiling.h"
+#include "render/chain_run.h"
+#include "render/commands.h"
+#include "render/common_options.h"
 #include "render/failure.h"
 #include "render/match.h"
 
@@ -290,7 +292,20 @@ private:
     std::optional<OutputSet> set;
 };
 
-}  // namespace
+// The tracks of a folder through one instance of the chain, so that nothing is heard where one
+// goes over into the next.
+class AlbumCommand final : public Command {
+public:
+    explicit AlbumCommand(Options& program);
+    void Run() override;
+
+private:
+    void RunAlbum(const Album& album, const EffectLibrary& library);
+
+    RenderOptions render;
+    RenderJob job;
+    std::string format;  // with a dot, "" for none
+};
 
 AlbumCommand::AlbumCommand(Options& program)
     : Command(program, "album",
@@ -337,4 +352,10 @@ void AlbumCommand::RunAlbum(const Album& album, const EffectLibrary& library) {
     if (render.Skips(outputs)) return;
     Report report = AlbumRendering(job, album, library).Run();
     render.Finish(&report);
+}
+
+}  // namespace
+
+std::unique_ptr<Command> MakeAlbumCommand(Options& program) {
+    return std::make_unique<AlbumCommand>(program);
 }

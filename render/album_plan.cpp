@@ -18,8 +18,8 @@
 
 #include "render/audio/audio_reader.h"
 #include "render/audio/audio_writer.h"
+#include "render/chain_run.h"
 #include "render/failure.h"
-#include "render/input.h"
 
 namespace fs = std::filesystem;
 

@@ -3,15 +3,16 @@
 #include <fmt/ranges.h>
 
 #include <cmath>
+#include <filesystem>
 
 #include "client/delay.h"
 #include "client/settings_text.h"
+#include "client/terminal_text.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/pcm_sink.h"
 #include "render/audio/resampler.h"
 #include "render/audio/true_peak.h"
 #include "render/failure.h"
-#include "render/input.h"
 
 namespace {
 
@@ -57,6 +58,23 @@ uint32_t OutputRateHz(const std::string& output, uint32_t fileRateHz) {
     for (const uint32_t rateHz : {fileRateHz, ChainRateHz(fileRateHz)})
         if (format.TakesRate(rateHz)) return rateHz;
     return 48000;
+}
+
+void CheckFormat(const std::string& input, const SampleReader& reader) {
+    constexpr uint32_t kLowestHz = 1000, kHighestHz = 768000;
+    if (reader.RateHz() < kLowestHz || reader.RateHz() > kHighestHz)
+        throw Failure("{} has a sampling rate of {} Hz, outside {} to {} Hz", input,
+                      reader.RateHz(), kLowestHz, kHighestHz);
+    if (reader.Channels() > 2)
+        throw Failure(
+            "{} has {} channels and the effect takes one or two; downmix first, for example with"
+            " sox {} -c 2 stereo.wav",
+            input, reader.Channels(), input == "-" ? input : ShellQuoted(input));
+}
+
+std::string TitleOf(const std::string& input, const AudioReader& reader) {
+    if (std::string title = reader.Tags().Title(); !title.empty()) return title;
+    return input == "-" ? "standard input" : std::filesystem::path(input).filename().string();
 }
 
 ChainRun::ChainRun(const RenderJob& renderJob, const EffectLibrary& library,

@@ -9,6 +9,7 @@
 
 #include "client/settings.h"
 #include "render/aligned_stream.h"
+#include "render/audio/audio_reader.h"
 #include "render/audio/audio_writer.h"
 #include "render/audio/pcm_source.h"
 #include "render/effect_library.h"
@@ -99,6 +100,13 @@ uint64_t AtRate(uint64_t frames, uint32_t rateHz, uint32_t otherRateHz);
 
 // The rate that the output gets: the file's, or else one that its format takes.
 uint32_t OutputRateHz(const std::string& output, uint32_t fileRateHz);
+
+// Throws Failure if the effect can't take as many channels, or if the sampling rate is no rate of
+// sound: below 1000 Hz or above 768000 Hz.
+void CheckFormat(const std::string& input, const SampleReader& reader);
+
+// The title that the file carries, else its name.
+std::string TitleOf(const std::string& input, const AudioReader& reader);
 
 // What is known before anything is played: rates, settings with tone and match, delay. Throws
 // Failure for too many channels, and if the job forbids to resample and it would have to.

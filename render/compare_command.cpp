@@ -1,5 +1,3 @@
-#include "render/compare_command.h"
-
 #include <cstring>
 #include <fstream>
 
@@ -10,11 +8,13 @@
 #include "render/audio/pcm_source.h"
 #include "render/audio/resampler.h"
 #include "render/audio/whole_write.h"
+#include "render/chain_run.h"
+#include "render/commands.h"
 #include "render/common_options.h"
 #include "render/failure.h"
-#include "render/input.h"
 #include "render/json.h"
 #include "render/report.h"
+#include "render/settings_options.h"
 
 namespace {
 
@@ -69,7 +69,23 @@ std::string FlacOf(const std::string& input, AudioReader& reader, bool dither,
     return flac.Finish();
 }
 
-}  // namespace
+// Writes the page for browsers with a piece inside: source and result aligned, equally loud, and
+// all settings at hand. The page holds the source and the library; the result is made as it plays.
+class CompareCommand final : public Command {
+public:
+    explicit CompareCommand(Options& program);
+    void Run() override;
+
+private:
+    // The page without a piece. Failure if there is none.
+    std::string Page() const;
+    // Returns the element that holds the piece. *damage: as PcmSource::Damage says.
+    std::string PieceElement(Settings* played, std::vector<std::string>* damage) const;
+
+    SettingsOptions settings;
+    std::string input, output, page;
+    bool overwrite = false, noDither = false;
+};
 
 CompareCommand::CompareCommand(Options& program)
     : Command(program, "compare",
@@ -143,4 +159,10 @@ void CompareCommand::Run() {
     settings.Save(played, overwrite);
     if (!damage.empty())
         throw DamagedSource("{}; the page contains what could be read", DamageText(input, damage));
+}
+
+}  // namespace
+
+std::unique_ptr<Command> MakeCompareCommand(Options& program) {
+    return std::make_unique<CompareCommand>(program);
 }

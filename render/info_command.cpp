@@ -1,5 +1,3 @@
-#include "render/info_command.h"
-
 #include <fmt/core.h>
 
 #include <cstring>
@@ -9,6 +7,8 @@
 #include "client/settings_text.h"
 #include "host/identity.h"
 #include "render/audio/whole_write.h"
+#include "render/commands.h"
+#include "render/common_options.h"
 #include "render/effect_library.h"
 #include "render/stderr_silencer.h"
 
@@ -88,7 +88,16 @@ std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
     return text;
 }
 
-}  // namespace
+// What the library says of itself: the record, the descriptor, and every parameter with its present
+// value where it can be asked.
+class InfoCommand final : public Command {
+public:
+    explicit InfoCommand(Options& program);
+    void Run() override;
+
+private:
+    LibraryOptions library;
+};
 
 InfoCommand::InfoCommand(Options& program)
     : Command(program, "info", "print what the library says about itself") {
@@ -98,6 +107,12 @@ InfoCommand::InfoCommand(Options& program)
 
 void InfoCommand::Run() {
     PrintToStandardOutput(LibraryInfo(library.Find(), library.Open()));
+}
+
+}  // namespace
+
+std::unique_ptr<Command> MakeInfoCommand(Options& program) {
+    return std::make_unique<InfoCommand>(program);
 }
 
 std::string LibraryVersionText() {

@@ -5,21 +5,15 @@
 
 #include <cstdio>
 #include <exception>
-#include <initializer_list>
+#include <memory>
 #include <new>
+#include <vector>
 
-#include "render/album_command.h"
 #include "render/audio/output_file.h"
 #include "render/audio/whole_write.h"
+#include "render/commands.h"
 #include "render/common_options.h"
-#include "render/compare_command.h"
 #include "render/failure.h"
-#include "render/info_command.h"
-#include "render/manual.h"
-#include "render/picture_command.h"
-#include "render/render_command.h"
-#include "render/response_command.h"
-#include "render/tone_command.h"
 
 namespace {
 
@@ -36,16 +30,14 @@ int Run(int argc, char** argv) {
     AddPresetListTo(line);
     line.AddVersion("orvane " + LibraryVersionText());
 
-    RenderCommand render(line);
-    AlbumCommand album(line);
-    PictureCommand picture(line);
-    CompareCommand compare(line);
-    ResponseCommand response(line);
-    ToneCommand tone(line);
-    InfoCommand info(line);
+    // Help and manual page list the commands in this order.
+    std::vector<std::unique_ptr<Command>> commands;
+    for (const auto make :
+         {MakeRenderCommand, MakeAlbumCommand, MakePictureCommand, MakeCompareCommand,
+          MakeResponseCommand, MakeToneCommand, MakeInfoCommand})
+        commands.push_back(make(line));
     if (!line.Parse(argc, argv)) return 0;
-    for (Command* const command : std::initializer_list<Command*>{
-             &render, &album, &picture, &compare, &response, &tone, &info})
+    for (const auto& command : commands)
         if (command->IsAsked()) command->Run();
     return 0;
 }

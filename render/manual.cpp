@@ -1,12 +1,10 @@
-#include "render/manual.h"
-
 #include <fmt/format.h>
 
 #include <set>
 #include <vector>
 
 #include "client/presets.h"
-#include "render/info_command.h"
+#include "render/commands.h"
 
 namespace {
 

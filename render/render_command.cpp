@@ -1,5 +1,3 @@
-#include "render/render_command.h"
-
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -16,10 +14,14 @@
 #include "render/audio/output_file.h"
 #include "render/audio/pipe_copy.h"
 #include "render/ceiling.h"
+#include "render/chain_run.h"
+#include "render/commands.h"
+#include "render/common_options.h"
+#include "render/effect_library.h"
 #include "render/failure.h"
-#include "render/input.h"
 #include "render/match.h"
 #include "render/piece_picture.h"
+#include "render/report.h"
 
 namespace {
 
@@ -124,7 +126,40 @@ private:
     Measured measuredBefore, measuredAfter;
 };
 
-}  // namespace
+// Throws Failure or UsageError; then no output exists that did not exist before. A picture that
+// cannot be drawn costs the picture alone: the report says what is missing.
+Report Render(const RenderJob& job, const EffectLibrary& library) {
+    CheckNames(job);
+    std::optional<PipeCopy> pipe;
+    if ((job.match || job.ceilingDb) && PipeCopy::IsNeeded(job.input)) pipe.emplace(job.input);
+    const std::string copyOfPipe = pipe ? pipe->Path() : "";
+    const auto open = [&] {
+        auto reader = std::make_unique<AudioReader>(job.input, copyOfPipe);
+        CheckFormat(job.input, *reader);
+        return reader;
+    };
+    std::optional<Match> match;
+    if (job.match) match = MatchPiece(job, {open}, library);
+    Ceiling ceiling(job.ceilingDb);
+    while (true) {
+        Rendering rendering(job, match, copyOfPipe, library, ceiling.Gain());
+        if (ceiling.NeedsAnother(rendering.Make())) continue;
+        Report report = rendering.Finish();
+        ceiling.AddTo(&report);
+        if (job.match) NoteMatch(match, &report);
+        return report;
+    }
+}
+
+class RenderCommand final : public Command {
+public:
+    explicit RenderCommand(Options& program);
+    void Run() override;
+
+private:
+    RenderOptions render;
+    RenderJob job;
+};
 
 RenderCommand::RenderCommand(Options& program)
     : Command(program, "render", "process an audio file") {
@@ -173,25 +208,47 @@ void RenderCommand::Run() {
                             DamageText(job.input, report.damage));
 }
 
-Report Render(const RenderJob& job, const EffectLibrary& library) {
-    CheckNames(job);
-    std::optional<PipeCopy> pipe;
-    if ((job.match || job.ceilingDb) && PipeCopy::IsNeeded(job.input)) pipe.emplace(job.input);
-    const std::string copyOfPipe = pipe ? pipe->Path() : "";
-    const auto open = [&] {
-        auto reader = std::make_unique<AudioReader>(job.input, copyOfPipe);
-        CheckFormat(job.input, *reader);
-        return reader;
-    };
-    std::optional<Match> match;
-    if (job.match) match = MatchPiece(job, {open}, library);
-    Ceiling ceiling(job.ceilingDb);
-    while (true) {
-        Rendering rendering(job, match, copyOfPipe, library, ceiling.Gain());
-        if (ceiling.NeedsAnother(rendering.Make())) continue;
-        Report report = rendering.Finish();
-        ceiling.AddTo(&report);
-        if (job.match) NoteMatch(match, &report);
-        return report;
-    }
+// Draws an audio file before and after the chain.
+class PictureCommand final : public Command {
+public:
+    explicit PictureCommand(Options& program);
+    void Run() override;
+
+private:
+    CommonOptions common;
+    RenderJob job;
+    bool noDither = false;
+};
+
+PictureCommand::PictureCommand(Options& program)
+    : Command(program, "picture", "draw a picture of an audio file before and after") {
+    options.Add("IN", &job.input, "audio file; - is standard input").Required();
+    options.Add("OUT", &job.picture, "PNG file").Required();
+    options.AddFlag("--no-dither", &noDither, "round to 16 bits without dither");
+    AddColdStartTo(options, &job.coldStart);
+    common.AddTo(options);
+}
+
+void PictureCommand::Run() {
+    common.Fill(&job);
+    job.dither = !noDither;
+    common.settings.CheckSave({job.input, job.picture}, common.overwrite);
+    const EffectLibrary library = common.library.Open();
+    const Report report = Render(job, library);
+    if (!report.missing.empty()) throw Failure(report.missing);
+    common.settings.Save(report.settings, common.overwrite);
+    PrintWarnings(report);
+    if (!report.damage.empty())
+        throw DamagedSource("{}; the picture shows what could be read",
+                            DamageText(job.input, report.damage));
+}
+
+}  // namespace
+
+std::unique_ptr<Command> MakeRenderCommand(Options& program) {
+    return std::make_unique<RenderCommand>(program);
+}
+
+std::unique_ptr<Command> MakePictureCommand(Options& program) {
+    return std::make_unique<PictureCommand>(program);
 }

@@ -1,12 +1,30 @@
-#include "render/response_command.h"
-
 #include "client/settings_text.h"
 #include "dsp/stream.h"
 #include "render/aligned_stream.h"
 #include "render/audio/output_file.h"
+#include "render/commands.h"
+#include "render/common_options.h"
 #include "render/failure.h"
 #include "render/pictures/bands.h"
 #include "render/pictures/response.h"
+
+namespace {
+
+// Draws the frequency response of equalizer and enhancer.
+class ResponseCommand final : public Command {
+public:
+    explicit ResponseCommand(Options& program);
+    void Run() override;
+
+private:
+    void DrawBandsAlone() const;
+
+    CommonOptions common;
+    std::string picture;
+    uint32_t rateHz = 44100;
+    uint32_t channels = 2;
+    bool bands = false;
+};
 
 ResponseCommand::ResponseCommand(Options& program)
     : Command(program, "response", "draw the frequency response of equalizer and enhancer") {
@@ -71,4 +89,10 @@ void ResponseCommand::Run() {
         throw Failure("{} cannot be drawn: {}", picture, error);
     png.Commit();
     common.settings.Save(settings, common.overwrite);
+}
+
+}  // namespace
+
+std::unique_ptr<Command> MakeResponseCommand(Options& program) {
+    return std::make_unique<ResponseCommand>(program);
 }

@@ -1,5 +1,3 @@
-#include "render/tone_command.h"
-
 #include <fmt/format.h>
 
 #include "client/parameter_command.h"
@@ -7,6 +5,7 @@
 #include "client/tone.h"
 #include "dsp/stream.h"
 #include "render/audio/whole_write.h"
+#include "render/commands.h"
 #include "render/failure.h"
 
 namespace {
@@ -45,7 +44,17 @@ std::string Records(const Settings& settings) {
     return text;
 }
 
-}  // namespace
+// Solves for the equalizer's levels that give a curve, and prints them.
+class ToneCommand final : public Command {
+public:
+    explicit ToneCommand(Options& program);
+    void Run() override;
+
+private:
+    std::vector<std::string> items;  // of the curve
+    double rateHz = 44100;
+    bool records = false;
+};
 
 ToneCommand::ToneCommand(Options& program)
     : Command(program, "tone", "find the ten equalizer levels for a tone curve") {
@@ -68,4 +77,10 @@ void ToneCommand::Run() {
     Settings settings;
     ApplyTone(fit, true, &settings);
     PrintToStandardOutput(records ? Records(settings) : ToneText(points, fit, settings, rateHz));
+}
+
+}  // namespace
+
+std::unique_ptr<Command> MakeToneCommand(Options& program) {
+    return std::make_unique<ToneCommand>(program);
 }
