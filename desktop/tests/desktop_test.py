@@ -1,3 +1,4 @@
+#!/usr/bin/env python3
 """Everything that docs/desktop.md promises, in a desktop without a screen.
 
 desktop_test.py BUILD_FOLDER [ROUNDS]    ROUNDS: random steps to try, 12 if not given
