@@ -141,7 +141,7 @@ constexpr Parameter Query(Parameter row) {
     return row;
 }
 
-#define ORVANE_NAMED(identifier) .id = identifier, .name = #identifier
+#define ORVANE_NAMED(identifier) .id = identifier, .name = #identifier  // NOLINT(*-parentheses)
 
 // The rows are in the order of the chain; queries are last.
 constexpr Parameter kParameters[] = {

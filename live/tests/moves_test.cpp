@@ -19,7 +19,7 @@ namespace {
 
 constexpr uint32_t kRateHz = 48000;
 constexpr size_t kPiece = 480;  // 10 ms
-constexpr size_t kDrag = 2 * kRateHz;
+constexpr size_t kDrag = size_t{2} * kRateHz;
 constexpr size_t kSteady = kRateHz / 2;  // at either end, from which steady values are taken
 constexpr double kUnheard = 16 / 32768.0;
 
@@ -151,7 +151,7 @@ TEST(Moves, FromEveryPresetToEveryOtherHaveNoClickAndNoHoleButThatOfASwitch) {
                 if (&from == &to) continue;
                 LiveStream stream(kRateHz);
                 const auto set = [&](double part) { stream.Apply(part == 0 ? before : after); };
-                ExpectSmooth(Play(stream, hz, 0, 3 * kRateHz, set),
+                ExpectSmooth(Play(stream, hz, 0, size_t{3} * kRateHz, set),
                              {1.5, SwitchesAlike(before, after) ? 1 : HUGE_VAL, HUGE_VAL},
                              std::string(from.name) + " to " + to.name + ' ' + std::to_string(hz));
             }
