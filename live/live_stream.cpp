@@ -53,7 +53,7 @@ void LiveStream::WantSwitch() {
     }
 }
 
-// Takes over everything that is wanted at once, where it is not heard.
+// Takes over everything that is wanted at once. Nothing is heard at that moment.
 void LiveStream::Jump() {
     blockFrames = wantedFrames;
     chains.Jump(wanted, blockFrames);
@@ -69,7 +69,7 @@ void LiveStream::BeginBlock() {
     chains.Move(wanted);
 }
 
-// The part of the chain that is heard in the next frame.
+// Returns how much of the chain is heard in the next frame, 0 to 1.
 float LiveStream::StepDuck() {
     if (duck == Duck::kClosing) {
         if (open > 0) --open;
@@ -95,7 +95,7 @@ float LiveStream::Past(size_t channel) const {
     return at(latencyFrames) * part + at(olderLatency) * (1 - part);
 }
 
-// One frame, both channels.
+// Mixes one frame of both channels.
 void LiveStream::Mix(const float* chain, float* result, float* source) {
     const float gain = StepDuck();
     if (bypassed && dry < kFadeFrames) ++dry;

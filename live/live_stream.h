@@ -1,17 +1,18 @@
-// The effect on a running stereo stream: any number of frames in, as many out, always as late as
-// LatencyFrames() says, and no click whatever a listener turns.
+// The effect on a running stereo stream. It takes any number of frames and returns as many, delayed
+// by LatencyFrames(). Settings may change at any time without a click.
 //
-// Inside it plays blocks of one size, whatever a host hands out. As long as nothing moves, the
-// result holds the samples that the library gives for the same 16 bits: no dither, full scale 1.0.
+// The stream hands blocks of one size to the effect, whatever sizes the host uses. As long as
+// nothing moves, the result holds the samples that the library gives for the same 16-bit input.
+// Nothing is dithered, and full scale is 1.0.
 //
-//   values     move by a cross-fade to a second instance of the effect (live/chain_pair.h), within
-//              0.3 s
-//   switches   would click: the result fades out, the switch moves unheard, the chain fills, the
-//              result fades in; then the latency is the new one
-//   bypass     fades to the source, delayed by the same latency
+// - A value moves by a cross-fade to a second instance of the effect (live/chain_pair.h). It takes
+//   at most 0.3 s.
+// - A switch would click. So the result fades out, the switch moves while nothing is heard, the
+//   chain fills, and the result fades in. From then on, the latency is the new one.
+// - Bypass fades to the source, which is delayed by the same latency.
 //
-// Allocates, and may fail, in the constructor alone. Processing and setting allocate nothing, wait
-// for nothing and throw nothing. Instances share nothing. One thread.
+// Only the constructor allocates, and only it can fail. Processing and setting allocate nothing,
+// wait for nothing and throw nothing. Instances share nothing. Thread: one at a time.
 #pragma once
 #include <array>
 #include <cstddef>
@@ -26,34 +27,36 @@ public:
     static constexpr uint32_t kBlockFrames = 1024;
     static constexpr uint32_t kLowLatencyFrames = 770;  // the enhancer holds no buffers back
 
-    // rateHz: 32000 to 48000, else it is refused. It starts with every processor off.
+    // rateHz: 32000 to 48000; the library refuses others. Every processor is off at first.
     explicit LiveStream(uint32_t rateHz);
     LiveStream(const LiveStream&) = delete;
     LiveStream& operator=(const LiveStream&) = delete;
 
-    // What the library refused, null if nothing. What a stream that was refused gives is silence.
+    // Returns what the library refused, or null. A stream that was refused gives silence.
     const char* Refused() const { return chains.Refused(); }
 
-    // control: a place in kControls; value: in the table's units, held within its range. What was
-    // set before the first frame is there from the first frame on. The equalizer is on when its
-    // switch is, whatever the bands are.
+    // Sets one value or switch. control: an index into kControls. value: in the table's units; it
+    // is clamped to the table's range. What is set before the first frame holds from the first
+    // frame on. Only its switch turns the equalizer on, not its bands.
     void Set(size_t control, double value);
-    // All controls; what isn't set in `settings` has its default.
+    // Sets all controls. What isn't set in `settings` gets its default.
     void Apply(const Settings& settings);
     void SetBypass(bool wanted);
-    // Blocks of 770 frames instead of 1024. Changing that restarts the chain, unheard.
+    // Processes blocks of 770 frames instead of 1024. A change restarts the chain while nothing is
+    // heard.
     void SetLowLatency(bool wanted);
 
-    // result, source: `frames` frames each, the source as late as the result; either may be `in`,
-    // channels crossed or not, source[0] null if nobody wants it. What isn't finite is silence.
+    // Processes `frames` frames of two channels. result: the processed sound. source: the input
+    // with the same delay as the result; source[0] is null if nobody wants it. Both may be the
+    // buffers of `in`, channels crossed or not. Samples that are not finite count as silence.
     void Process(const float* const in[2], float* const result[2], float* const source[2],
                  size_t frames);
 
-    // From a frame's input to its output, now.
+    // Returns the present delay in frames, from a frame's input to its output.
     uint32_t LatencyFrames() const { return latencyFrames; }
 
-    // Of what is heard and of the source at the same moment, over about 0.3 s. dB; full scale, as a
-    // square, is 0 and silence is -100.
+    // The levels of the result and of the source at the same moment, in dB over about 0.3 s. A
+    // full-scale square wave is at 0 dB, and silence is at -100.
     struct Levels {
         float sourceDb, resultDb;
         float gainDb;   // between the two, 0 where either is silent

@@ -1,6 +1,6 @@
-// PieceStream through a loaded library, whose log stays silent unless it is asked for.
+// Plays a piece through a loaded library. The library's log stays silent unless it is asked for.
 //
-// Throws Failure when the library says no.
+// Throws Failure if the library refuses something.
 #pragma once
 #include <cstdint>
 #include <functional>
@@ -20,7 +20,7 @@ public:
     AlignedStream(const AlignedStream&) = delete;
     AlignedStream& operator=(const AlignedStream&) = delete;
 
-    // PieceStream's.
+    // The same as PieceStream's functions.
     void Process(std::span<const int16_t> in, std::vector<int16_t>* out);
     void Finish(std::vector<int16_t>* out);
     uint64_t FramesOut() const { return stream->FramesOut(); }
@@ -33,7 +33,7 @@ private:
     std::unique_ptr<PieceStream> stream;
 };
 
-// Plays whole pieces, each through an instance of its own. The library must outlive it.
+// Plays whole pieces, each through an instance of its own. The library must outlive the object.
 std::function<std::vector<int16_t>(const std::vector<int16_t>&)> AlignedPlayer(
     const EffectLibrary& library, const Settings& settings, const StreamFormat& format,
     bool startsCold = false);

@@ -1,4 +1,4 @@
-// Work on blocks, in their order, on a thread beside the one that makes them.
+// Processes blocks, in their order, on another thread than the one that makes them.
 #pragma once
 #include <condition_variable>
 #include <csignal>
@@ -13,10 +13,11 @@
 template <typename Block>
 class Background {
 public:
-    // At most so many blocks wait.
+    // The most blocks that may wait.
     Background(size_t mostBlocks, std::function<void(const Block&)> workOnBlock)
         : most(mostBlocks), work(std::move(workOnBlock)) {
-        // Signals from outside are the main thread's; those that its own writing raises stay.
+        // The main thread handles signals from outside. This thread keeps those that its own
+        // writing raises.
         sigset_t outside, before;
         sigfillset(&outside);
         sigdelset(&outside, SIGPIPE);
@@ -25,7 +26,7 @@ public:
         thread = std::thread([this] { Run(); });
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
     }
-    // What still waits is dropped.
+    // Discards blocks that have not been processed.
     ~Background() {
         {
             const std::lock_guard lock(mutex);
@@ -36,7 +37,8 @@ public:
     Background(const Background&) = delete;
     Background& operator=(const Background&) = delete;
 
-    // Waits where the work is far behind. Throws what the work has thrown, after which it is over.
+    // Waits if the most blocks wait already. If the work has thrown, throws the same, and no more
+    // work is done.
     void Put(Block block) {
         {
             std::unique_lock lock(mutex);
@@ -47,7 +49,7 @@ public:
         changed.notify_all();
     }
 
-    // Waits until all is done. Throws what the work has thrown.
+    // Waits until every block is processed. If the work has thrown, throws the same.
     void Finish() {
         End();
         if (failure) std::rethrow_exception(failure);

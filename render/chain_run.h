@@ -1,4 +1,5 @@
-// Sound through one instance of the chain, from a reader to a writer, measured on both sides.
+// Plays sound through one instance of the chain, from a reader to a writer, and measures both
+// sides.
 #pragma once
 #include <cstdint>
 #include <functional>
@@ -17,15 +18,15 @@
 #include "render/report.h"
 #include "render/settings_options.h"
 
-// To solve for the output gain, which is job.settings' business no more.
+// The loudness for which the output gain is solved. The output gain of job.settings is then unused.
 struct MatchWish {
-    std::optional<double> lufs;  // none: as loud as the source
+    std::optional<double> lufs;  // none: the loudness of the source
 };
 
-// How near the result has to come.
+// How near the result has to come to the wanted loudness.
 constexpr double kMatchToleranceLu = 0.3;
 
-// The gain that was found.
+// The output gain that was found.
 struct Match {
     double wantedLufs;
     double gain;
@@ -33,32 +34,32 @@ struct Match {
 
 struct RenderJob {
     std::string input;    // "-" is standard input
-    std::string output;   // "-" is standard output, "" is nowhere: for the picture alone
-    std::string picture;  // PNG file to draw besides, "" for none
+    std::string output;   // "-" is standard output; "" if only the picture is wanted
+    std::string picture;  // PNG file that is drawn too, "" for none
     std::string preset;
     Settings settings;
     ToneWish tone;
     std::optional<MatchWish> match;
-    std::optional<double> ceilingDb;  // true peak that the output has to stay below, in dBTP
+    std::optional<double> ceilingDb;  // limit of the output's true peak, in dBTP
     uint32_t bufferFrames = 1024;
     bool overwrite = false;
     bool keepDelay = false;
-    bool coldStart = false;  // as the framework starts, its fade-in included
+    bool coldStart = false;  // starts as the framework does, with its fade-in
     bool dither = true;
     bool strictRate = false;
     bool keepTimes = false;
-    bool onlyWhole = false;          // write nothing if the source is damaged
-    std::optional<FileTimes> times;  // that the output gets; none: the present
+    bool onlyWhole = false;          // writes nothing if the source is damaged
+    std::optional<FileTimes> times;  // of the output; none: the present time
     bool showProgress = false;
-    // For the report; a picture needs everything.
+    // What the report needs. A picture needs everything.
     Metering metering = Metering::kEverything;
 };
 
-// What is played in runs, each of which is one rate, one channel count and one instance of the
-// chain. A file is one run. Each function opens a run anew, from its beginning.
+// A piece that is played in runs. A run has one rate, one channel count and one instance of the
+// chain. A file is one run. Each function opens a run from its beginning.
 using Runs = std::vector<std::function<std::unique_ptr<SampleReader>()>>;
 
-// Writes nothing: for what is only measured.
+// Writes nothing. It is for sound that is only measured.
 class NoWriter final : public AudioWriter {
 public:
     void Write(std::span<const int16_t> /*samples*/) override {}
@@ -75,13 +76,13 @@ public:
     ChainRun(const RenderJob& renderJob, const EffectLibrary& library, const Settings& settings,
              SampleReader& sampleReader, StreamMeter& before);
 
-    // Plays all that the reader has. Call it once. after: measures what is written. gain: as
-    // PcmSink has it.
+    // Plays everything that the reader has. Call it once. after: measures what is written. gain:
+    // linear; the sink applies it behind the chain.
     void Play(AudioWriter& writer, uint32_t outputRateHz, StreamMeter& after, double gain = 1);
 
-    // Of the chain.
+    // Returns the format of the chain's samples.
     const StreamFormat& Format() const { return format; }
-    // After Play: adds what has happened to the report of one or several runs.
+    // Adds what has happened to the report of one or several runs. Call it after Play.
     void AddTo(Report* report) const;
 
 private:
@@ -95,21 +96,21 @@ private:
     double elapsedSeconds = 0;
 };
 
-// `frames` at one rate, rounded to frames at the other.
+// Converts a number of frames from one rate to another, rounded to whole frames.
 uint64_t AtRate(uint64_t frames, uint32_t rateHz, uint32_t otherRateHz);
 
-// The rate that the output gets: the file's, or else one that its format takes.
+// Returns the output's rate: the source's, or another one if the format doesn't take that.
 uint32_t OutputRateHz(const std::string& output, uint32_t fileRateHz);
 
-// Throws Failure if the effect can't take as many channels, or if the sampling rate is no rate of
-// sound: below 1000 Hz or above 768000 Hz.
+// Throws Failure if the effect can't take that many channels, or if the sampling rate is below
+// 1000 Hz or above 768000 Hz.
 void CheckFormat(const std::string& input, const SampleReader& reader);
 
-// The title that the file carries, else its name.
+// Returns the title from the file's tags. Without one, returns the file's name.
 std::string TitleOf(const std::string& input, const AudioReader& reader);
 
-// What is known before anything is played: rates, settings with tone and match, delay. Throws
-// Failure for too many channels, and if the job forbids to resample and it would have to.
+// Returns what is known before anything is played: rates, settings with tone and match, and delay.
+// Throws Failure for too many channels, and if the job forbids resampling that would be needed.
 Report StartReport(const RenderJob& job, const std::optional<Match>& match,
                    const SampleReader& reader);
 
@@ -117,9 +118,9 @@ Report StartReport(const RenderJob& job, const std::optional<Match>& match,
 // several files. The peak is NaN at a rate at which it can't be measured.
 void AddDecodedPeak(const std::string& path, Report* report);
 
-// Says how near the loudness has come, if it isn't near. match: what MatchPiece gave.
+// Adds a note if the loudness is not near the wanted one. match: the result of MatchPiece.
 void NoteMatch(const std::optional<Match>& match, Report* report);
 
-// Warns of tags that were lost, once the writer has committed.
+// Warns of tags that were lost. Call it after the writer has committed.
 void NoteTags(const std::string& output, const AudioWriter& writer, const AudioTags& tags,
               Report* report);

@@ -1,4 +1,4 @@
-// What the commands that run the library take.
+// Options of all commands that run the library.
 #pragma once
 #include <cstdint>
 #include <filesystem>
@@ -10,7 +10,7 @@
 #include "render/options.h"
 #include "render/settings_options.h"
 
-// Where this program lies.
+// Returns the folder of this program.
 std::filesystem::path ProgramFolder();
 
 struct LibraryOptions {
@@ -18,8 +18,8 @@ struct LibraryOptions {
     bool log = false;
 
     void AddTo(Options& options);
-    // The file that was named, or else the one beside the program, or where an installation puts
-    // it. Failure if there is none.
+    // Returns the library's file: the one that was named, the one beside the program, or the one of
+    // the installation. Throws Failure if there is none.
     std::string Find() const;
     EffectLibrary Open() const { return EffectLibrary(Find(), log); }
 };
@@ -31,28 +31,28 @@ struct CommonOptions {
     LibraryOptions library;
 
     void AddTo(Options& options);
-    // Puts what was given into the job. UsageError for what can't be read.
+    // Puts the given options into the job. Throws UsageError for a value that can't be read.
     void Fill(RenderJob* job) const;
 };
 
-// What commands take that write audio.
+// Options of the commands that write audio.
 struct RenderOptions {
     CommonOptions common;
     bool noDither = false, json = false, skipExisting = false;
     std::string match;  // a number, or "true" for the source's
     std::optional<std::string> ceiling;
 
-    // What needs no more than a flag goes straight into the job, which must outlive the options.
+    // Plain flags are stored directly in the job, which must outlive the options.
     void AddTo(Options& options, RenderJob* job);
     void Fill(RenderJob* job) const;
-    // Returns whether --skip-existing was given and all outputs are there; then says so.
+    // Returns true, and says so, if --skip-existing was given and all outputs exist.
     bool Skips(const std::vector<std::string>& outputs) const;
-    // Saves the settings where that was asked for, and prints report and warnings.
+    // Saves the settings if that was asked for, and prints the report and the warnings.
     void Finish(Report* report) const;
 };
 
-// --list-presets, which ends the program.
+// Adds --list-presets, which ends the program.
 void AddPresetListTo(Options& options);
 
-// --cold-start, of commands that play a piece.
+// Adds --cold-start, for commands that play a piece.
 void AddColdStartTo(Options& options, bool* coldStart);

@@ -42,8 +42,9 @@ int Run(int argc, char** argv) {
     return 0;
 }
 
-// A caller may have closed the standard streams. Then the next file opened would take the place of
-// one, and what is said there would end up in the audio; so what can only fail stands there.
+// A caller may have closed the standard streams. The next file that is opened would then take the
+// place of one, and messages would end up in the audio. So a descriptor that can only fail is put
+// in each free place.
 void OccupyStandardStreams() {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (fcntl(fd, F_GETFD) < 0) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);

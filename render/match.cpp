@@ -13,7 +13,7 @@ namespace {
 constexpr int kMostTrials = 12;
 constexpr double kGoodEnoughLu = 0.05;
 constexpr double kSilenceLufs = -100;
-// Of loudness over gain, both in decibels, with the limiters at work.
+// The least slope of loudness over gain, both in decibels, while the limiters work.
 constexpr double kLeastSlope = 0.1;
 
 double Decibels(double gain) {
@@ -31,7 +31,7 @@ double SourceLufs(const Runs& runs) {
     return meter.Finish().loudness.integratedLufs;
 }
 
-// Of what the chain gives, before it is resampled for the output.
+// Measures the chain's result, before it is resampled for the output.
 double ResultLufs(const RenderJob& job, const Runs& runs, double gain,
                   const EffectLibrary& library) {
     StreamMeter noMeter(Metering::kNothing), meter(Metering::kLoudness);
@@ -52,7 +52,8 @@ double ResultLufs(const RenderJob& job, const Runs& runs, double gain,
 MatchedGain MatchGain(double startGain, double wantedLufs,
                       const std::function<double(double gain)>& loudnessOf) {
     const Parameter& parameter = ParameterOf(PARAM_OUTPUT_GAIN);
-    // In integers on the wire. Every gain up to `low` is too soft, from `high` on too loud.
+    // Gains are integers on the wire. Every gain up to `low` is too soft, and every gain from
+    // `high` on is too loud.
     int32_t low = 0, high = parameter.OnWire(parameter.maximum) + 1;
     int32_t trial = std::clamp(parameter.OnWire(startGain), low + 1, high - 1);
     MatchedGain best{}, last{};

@@ -1,4 +1,4 @@
-// The output gain that makes a piece as loud as it is wanted.
+// Finds the output gain that gives a piece a wanted loudness.
 #pragma once
 #include <functional>
 #include <optional>
@@ -6,17 +6,18 @@
 #include "render/chain_run.h"
 
 struct MatchedGain {
-    double gain;         // what can be sent, within the table's range
-    double reachedLufs;  // with it
+    double gain;         // a value that can be sent, within the table's range
+    double reachedLufs;  // the loudness with this gain
 };
 
-// loudnessOf: the result's integrated loudness with an output gain, which must not fall as the gain
-// rises; finite. It is asked up to twelve times. The limiters bend it: it rises by less than the
-// gain does where they work. Returns what comes nearest; of equals the lower gain.
+// loudnessOf: returns the result's integrated loudness with an output gain. It must be finite, and
+// must not fall as the gain rises. It is called up to twelve times. Where the limiters work, the
+// loudness rises by less than the gain. Returns the gain that comes nearest, of equals the lower
+// one.
 MatchedGain MatchGain(double startGain, double wantedLufs,
                       const std::function<double(double gain)>& loudnessOf);
 
-// Plays the runs as often as it takes to find the gain for job.match, with which all of them
-// together are as loud as is wanted. Nothing where no loudness can be measured.
+// Finds the gain with which all runs together have the loudness of job.match. Plays the runs as
+// often as that takes. Returns nothing if no loudness can be measured.
 std::optional<Match> MatchPiece(const RenderJob& job, const Runs& runs,
                                 const EffectLibrary& library);

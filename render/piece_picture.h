@@ -1,4 +1,4 @@
-// The picture of a piece that was played, from what was measured while it streamed through.
+// Draws the picture of a piece from what was measured while the piece was played.
 #pragma once
 #include <string>
 #include <vector>
@@ -13,17 +13,17 @@
 struct Piece {
     std::string title, preset;
     Settings settings;
-    std::vector<TonePoint> tone;  // that was asked for, none: no
+    std::vector<TonePoint> tone;  // that was asked for; empty if none was
     StreamFormat format;          // of the chain
     double seconds;
     Measured before, after;
 };
 
-// UsageError if the picture would take the place of the audio. role: "IN" or "OUT"; stream: the
-// file that "-" stands for.
+// Throws UsageError if the picture would overwrite the audio. role: "IN" or "OUT". stream: the file
+// that "-" stands for.
 void CheckPictureName(const std::string& picture, const char* role, const std::string& audio,
                       const char* stream);
 
-// Draws onto the temporary file of `png`, which is to be called `picture`. The caller commits it.
+// Draws to the temporary file of `png`, whose final name is `picture`. The caller commits it.
 void DrawPiece(Piece piece, const EffectLibrary& library, const std::string& picture,
                const OutputFile& png);

@@ -1,4 +1,4 @@
-// A line on the terminal that says how far a run has come and how fast it goes.
+// Shows a line on the terminal with the progress and the speed of a run.
 #pragma once
 #include <chrono>
 #include <cstdint>
@@ -6,7 +6,7 @@
 
 class Progress {
 public:
-    // show: false keeps time only.
+    // show: false only measures the time.
     Progress(bool show, uint32_t streamRateHz, std::optional<uint64_t> allFrames);
     // Wipes the line.
     ~Progress();
@@ -15,11 +15,11 @@ public:
 
     void Update(uint64_t frames);
 
-    // Since it was made; more than 0.
+    // Returns the seconds since the object was made, more than 0.
     double ElapsedSeconds() const;
 
 private:
-    // Seconds of audio per second of time.
+    // Returns the speed in seconds of audio per second.
     double Speed(uint64_t frames) const;
 
     using Clock = std::chrono::steady_clock;

@@ -1,5 +1,4 @@
-// The settings on the command line: --preset, one option for each row of the parameter table,
-// --save.
+// The options for settings: --preset, --save, and one option for each row of the parameter table.
 #pragma once
 #include <optional>
 #include <string>
@@ -10,12 +9,13 @@
 #include "client/tone.h"
 #include "render/options.h"
 
-// A tone that was asked for. What gives it depends on the rate of the stream.
+// A tone curve that was asked for. The band levels that give it depend on the stream's rate.
 struct ToneWish {
-    std::vector<TonePoint> points;  // none: no wish
-    bool headroom = true;           // false: the output gain is somebody else's
+    std::vector<TonePoint> points;  // empty if no curve was asked for
+    bool headroom = true;           // false: the output gain must not change
 
-    // Puts the levels into `settings`. Returns how near they come, nothing without a wish.
+    // Puts the band levels into `settings`. Returns how near they come to the curve, or nothing if
+    // no curve was asked for.
     std::optional<ToneFit> Grant(double rateHz, Settings* settings) const;
 };
 
@@ -24,22 +24,22 @@ public:
     SettingsOptions();
     void AddTo(Options& options);
 
-    // A preset's name, or the settings file in its place.
+    // A preset's name, or the path of a settings file.
     const std::string& PresetName() const { return preset; }
-    // The preset, overridden by what was given. UsageError for what can't be read or is out of
-    // range.
+    // Returns the preset with the given options in place of its values. Throws UsageError for a
+    // value that can't be read or is out of range.
     Settings Resolve() const;
     bool Gives(ParameterId id) const;
     // Returns whether --save was given.
     bool Saves() const { return !saveTo.empty(); }
-    // UsageError for one that can't be read.
+    // Throws UsageError for a curve that can't be read.
     ToneWish Tone() const;
-    // A line for each option given that does nothing.
+    // Returns a line for each given option that has no effect.
     std::vector<std::string> Idle() const;
-    // UsageError or Failure if the settings file that was asked for can't be written, or is one of
-    // the others.
+    // Throws UsageError or Failure if the file of --save can't be written, or if it is one of the
+    // other files.
     void CheckSave(const std::vector<std::string>& others, bool overwrite) const;
-    // Writes it, if one was. Throws Failure.
+    // Writes the file of --save if it was given. Throws Failure.
     void Save(const Settings& settings, bool overwrite) const;
 
 private:
@@ -47,5 +47,5 @@ private:
     std::vector<std::pair<const Parameter*, std::string>> given;  // as text, in order
 };
 
-// The presets, a description and the settings for each.
+// Returns the list of presets with a description and the settings of each.
 std::string PresetList();

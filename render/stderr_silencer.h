@@ -1,8 +1,8 @@
-// Libraries that talk to standard error are kept out of the user's sight while they are called.
+// Hides what a library writes to standard error while it is called.
 #pragma once
 
-// While an object lives, what anybody writes to file descriptor 2 goes nowhere. One at a time. A
-// sanitizer's report still gets to where standard error was.
+// While an object lives, everything that is written to file descriptor 2 is dropped. Only one
+// object may live at a time. A sanitizer's report still reaches the former standard error.
 class StderrSilencer {
 public:
     explicit StderrSilencer(bool silence = true);

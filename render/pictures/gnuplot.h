@@ -1,4 +1,4 @@
-// Draws PNG files with gnuplot: pieces of its language, and running it.
+// Draws PNG files with gnuplot. Makes scripts in its language and runs them.
 //
 // A page is 1600 x 1200 pixels: a title, lines of small text below it, and panels placed by the
 // caller in screen coordinates.
@@ -15,51 +15,52 @@ inline constexpr const char* kPaleOrange = "#f7c79f";
 inline constexpr const char* kInk = "#303030";
 inline constexpr const char* kGrey = "#808080";  // the zero line and the frame
 
-// The text as a string constant of the language: one line, nothing in it has a meaning, bytes that
-// are not UTF-8 become question marks, an apostrophe in front the typographic one.
+// Returns the text as a string constant of the language, on one line. No character in it acts as a
+// command or as markup. Bytes that are not UTF-8 become question marks, and an apostrophe at the
+// beginning becomes the typographic one.
 std::string GnuplotText(const std::string& text);
 
-// A block of rows that plots read under its name, which starts with '$'. All columns have the same
-// length; values that are not finite are left out of a curve.
+// Returns a block of rows, which plots read by its name. The name starts with '$'. All columns have
+// the same length. A curve leaves out values that are not finite.
 std::string GnuplotData(const std::string& name, const std::vector<std::vector<double>>& columns);
 
-// An entry of the page's key: a style of the language, such as "lines linewidth 2".
+// An entry of the page's key. It has a style of the language, such as "lines linewidth 2".
 struct GnuplotKey {
     const char *style, *colour, *title;
 };
 
-// Opens the page. A long title is cut, long lines are wrapped; the key stands at the right of the
-// title.
+// Opens the page. A long title is cut, and long lines are wrapped. The key stands at the right of
+// the title.
 std::string GnuplotPage(const std::string& title, const std::vector<std::string>& lines,
                         const std::vector<GnuplotKey>& key);
 
-// The edges of a panel's plot, in parts of the page from the lower left corner.
+// The edges of a panel's plot as fractions of the page, from the lower left corner.
 struct GnuplotPlace {
     double left, right, bottom, top;
 };
 
-// Starts a panel: margins, heading with a line of small text below it, grid. The axes are the
-// caller's, the plot command follows.
+// Starts a panel with its margins, a heading, a line of small text below the heading, and a grid.
+// The caller then adds the axes and the plot command.
 std::string GnuplotPanel(const std::string& heading, const GnuplotPlace& place,
                          const std::string& line = "");
 
-// Says in the middle of the panel why it is empty.
+// Writes in the middle of the panel why it is empty.
 std::string GnuplotNote(const std::string& text);
 
-// A logarithmic x axis from 20 Hz to 20 kHz.
+// Adds a logarithmic x axis from 20 Hz to 20 kHz.
 std::string GnuplotFrequencyAxis();
 
-// A y axis from and to multiples of a step, around its values and around what it always shows.
+// A y axis whose ends are multiples of a step. It holds its values and what it always shows.
 struct GnuplotAxis {
     std::string label;
-    double step;  // doubled until no more than twelve are shown
+    double step;  // doubled until at most twelve steps are shown
     double alwaysLow, alwaysHigh;
-    double reach = 1000;  // most that is shown below the top
-    double outliers = 0;  // part of the values, the lowest, that need not be shown
+    double reach = 1000;  // the most that is shown below the top
+    double outliers = 0;  // fraction of the values, the lowest, that may be left out
 };
 std::string GnuplotValueAxis(const GnuplotAxis& axis, std::vector<double> values);
 
-// Runs the script and writes what it draws to pngPath, which is created or overwritten. On failure
-// returns false, puts a line without the path into *error and leaves an incomplete file behind:
-// give it a temporary name.
+// Runs the script and writes the drawing to pngPath, which is created or overwritten. If that
+// fails, returns false, puts a line without the path into *error and leaves an incomplete file. So
+// pngPath should be a temporary name.
 bool RunGnuplot(const std::string& script, const std::string& pngPath, std::string* error);

@@ -14,14 +14,14 @@ struct PictureInput {
     double seconds = 0;
     Measured before, after;  // over time, from the same moment on
 
-    // Runs samples of `channels` channels at rateHz through a fresh instance with these settings
-    // but the playback gain switched off. May be called often.
+    // Runs interleaved samples of `channels` channels at rateHz through a new instance. It has
+    // these settings, except that the playback gain is off. May be called often.
     double rateHz = 0;
     int channels = 0;
     SampleChain chainWithoutPlaybackGain;
     bool enhances = false;  // the enhancer is on
 };
 
-// Creates or overwrites pngPath. Returns false if it cannot, with a line in *error, and leaves an
-// incomplete file: give it a temporary name.
+// Creates or overwrites pngPath. If that fails, returns false, puts a line into *error and leaves
+// an incomplete file. So pngPath should be a temporary name.
 bool DrawPicture(const PictureInput& input, const std::string& pngPath, std::string* error);

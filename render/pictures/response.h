@@ -9,18 +9,18 @@
 
 struct ResponseInput {
     std::string settings;          // one line that names the settings
-    std::vector<TonePoint> asked;  // the curve that the equalizer was to have, none: not drawn
+    std::vector<TonePoint> asked;  // the wanted curve; empty if none is drawn
     double rateHz = 0;
     int channels = 0;
     bool enhances = false;  // the enhancer is on
 
-    // Each runs interleaved 16-bit samples (`channels` channels) through a fresh instance at rateHz
-    // with the playback gain off, the output gain at 1 and the gate at its default; the result is
-    // as long as the input and aligned with it (with the enhancer on, its high band is).
+    // Each runs interleaved 16-bit samples (`channels` channels) through a new instance at rateHz.
+    // The playback gain is off, the output gain is 1, and the gate has its default. The result is
+    // as long as the input and aligned with it. With the enhancer on, its high band is aligned.
     std::function<std::vector<int16_t>(const std::vector<int16_t>&)> equalizerOnly, enhancerOnly,
         both;
 };
 
-// Creates or overwrites pngPath. Returns false if it cannot, with a line in *error, and leaves an
-// incomplete file: give it a temporary name.
+// Creates or overwrites pngPath. If that fails, returns false, puts a line into *error and leaves
+// an incomplete file. So pngPath should be a temporary name.
 bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::string* error);
