@@ -1,4 +1,5 @@
-// What a listener can set, in the units of the parameter table (table/parameters.h).
+// Holds everything that a listener can set, in the units of the parameter table
+// (table/parameters.h).
 //
 // Sizes are fixed: copying, setting and asking allocate nothing. Thread: any, one at a time.
 #pragma once

@@ -142,6 +142,7 @@ void AudioPair::SetFormat(const spa_pod* format) {
     fresh->SetBypass(bypass);
     fresh->Apply(settings);
     rate = info.rate;
+    latencyFrames = fresh->LatencyFrames();
     // Waits until the data thread has left the older stream, which ends here.
     struct Exchange {
         std::unique_ptr<LiveStream>&present, &fresh;
@@ -154,9 +155,10 @@ void AudioPair::SetFormat(const spa_pod* format) {
             return 0;
         },
         0, nullptr, 0, true, &exchange);
+    TellLatency();  // in nanoseconds, so another rate changes it even with the same frames
 }
 
-// What is linked to one side has a latency of its own, which the other side passes on.
+// Takes the latency of the nodes that are linked to one side. The other side passes it on.
 void AudioPair::TakeLatency(Side* side, const spa_pod* param) {
     spa_latency_info info{};
     if (spa_latency_parse(param, &info) < 0) return;

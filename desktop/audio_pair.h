@@ -29,7 +29,7 @@ public:
 
     // Heard from the next block on; a switch that moves fades out and in.
     void Apply(const Settings& wanted);
-    // With `wanted`, the input is heard, with the same latency.
+    // wanted: true plays the input, with the same latency.
     void SetBypass(bool wanted);
 
     // Returns the levels of the last 0.3 s, in dB relative to full scale.

@@ -53,9 +53,8 @@ public:
             return events;
         }();
         pw_core_add_listener(core, &coreListener, &kEvents, this);
-        socket.emplace(loop, [this](int, const std::string& line) {
-            return AnswerRequest(line, &profiles, this);
-        });
+        socket.emplace(
+            loop, [this](const std::string& line) { return AnswerRequest(line, &profiles, this); });
         router.emplace(
             core, [this] { Update(); },
             [this] {

@@ -12,7 +12,7 @@ using nlohmann::ordered_json;
 
 namespace {
 
-// What is wrong with a request, for the program that sent it.
+// Says what is wrong with a request. The program that sent it gets the text as the answer's error.
 struct Refusal : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -116,6 +116,7 @@ ordered_json Do(const ordered_json& request, Profiles* profiles, RunningClient* 
             }
             answer["ignored"] = warnings;
         } else if (what == "off") {
+            if (output.empty()) throw Refusal("there is no output");
             profile.isOn = false;
         } else if (what == "set") {
             const std::string wrong =

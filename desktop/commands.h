@@ -1,15 +1,18 @@
-// What the command line and the window may ask for: one JSON object a request, one an answer.
+// Answers the requests of the command line and of other programs. A request is one JSON object, and
+// so is its answer.
 //
-//   {"do": "status"}                              settings, output, latency, levels, players
+//   {"do": "status"}                              settings, output, latency, levels in dB, players
 //   {"do": "outputs"}                             outputs with their profiles
-//   {"do": "on", "settings": [...], "for": NAME}  both may be missing: as it was, present output
-//   {"do": "off", "for": NAME}                    the profile "off here"
+//   {"do": "on", "settings": [...], "for": NAME}  settings: lines of a settings file; without them,
+//                                                 the output's former settings
+//   {"do": "off", "for": NAME}                    players go directly to this output
 //   {"do": "set", "key": "process", "value": "1.2", "for": NAME}
 //   {"do": "leave-out", "application": NAME, "out": false}
 //   {"do": "bypass", "on": true}                  the input is heard, with the same latency
 //   {"do": "quit"}                                the sound goes on without us
 //
-// An answer has "ok"; if it is false, "error" says why in a sentence. Thread: any, one at a time.
+// NAME is an output's `node.name`. Without "for", a request means the present output. An answer has
+// "ok"; if it is false, "error" says why. Thread: any, one at a time.
 #pragma once
 #include <string>
 #include <vector>
@@ -18,7 +21,7 @@
 #include "desktop/router.h"
 #include "live/live_stream.h"
 
-// What only a running client can tell and do.
+// The part of a request that needs a running client. Thread: the loop's thread.
 class RunningClient {
 public:
     virtual ~RunningClient() = default;
@@ -28,10 +31,13 @@ public:
     virtual LiveStream::Levels Levels() const = 0;
     virtual uint32_t RateHz() const = 0;
     virtual uint32_t LatencyFrames() const = 0;
+    // The profiles have changed: brings the sound to them.
     virtual void ProfilesChanged() = 0;
     virtual void SetBypass(bool wanted) = 0;
+    // Gives all players back and ends the client soon.
     virtual void Quit() = 0;
 };
 
-// client: null while none runs; then requests change the profiles in the file alone.
+// Returns the answer to one line, without a line end. client: null if none runs; requests then only
+// change the profiles in the file.
 std::string AnswerRequest(const std::string& line, Profiles* profiles, RunningClient* client);

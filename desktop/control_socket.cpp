@@ -102,14 +102,13 @@ void ControlSocket::Read(int file) {
     for (size_t end = 0; (end = unread.find('\n')) != std::string::npos;) {
         const std::string line = unread.substr(0, end);
         unread.erase(0, end + 1);
-        if (!Push(file, answer(file, line))) return Drop(file);
+        if (!Send(file, answer(line))) return Drop(file);
     }
     if (unread.size() > kMostLineBytes) Drop(file);
 }
 
 // A program that doesn't read what it is sent loses its connection, so that nobody waits for it.
-bool ControlSocket::Push(int file, const std::string& line) {
-    if (!programs.contains(file)) return false;
+bool ControlSocket::Send(int file, const std::string& line) {
     const std::string text = line + "\n";
     return send(file, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
            static_cast<ssize_t>(text.size());

@@ -15,18 +15,13 @@ std::string ControlSocketPath();
 // Serves on the loop's thread.
 class ControlSocket {
 public:
-    // whenAsked: called with each line and a number that stands for the program which sent it.
-    // Returns the answer, without a line end. Throws std::runtime_error if another client serves
-    // already, or if the socket can't be made.
-    using Answer = std::function<std::string(int program, const std::string& line)>;
+    // Returns the answer to a line. Both are without a line end.
+    using Answer = std::function<std::string(const std::string& line)>;
+    // Throws std::runtime_error if another client serves already, or if the socket can't be made.
     ControlSocket(pw_loop* serverLoop, Answer whenAsked);
     ~ControlSocket();
     ControlSocket(const ControlSocket&) = delete;
     ControlSocket& operator=(const ControlSocket&) = delete;
-
-    // Sends a line that wasn't asked for. file: the number of the program. Returns false if the
-    // program has gone, or reads nothing.
-    bool Push(int file, const std::string& line);
 
 private:
     struct Program {
@@ -38,6 +33,7 @@ private:
     void Accept();
     void Read(int file);
     void Drop(int file);
+    static bool Send(int file, const std::string& line);
 
     pw_loop* loop;
     Answer answer;

@@ -135,7 +135,7 @@ std::string Profiles::Write() const {
     const std::filesystem::path path = folder / kFileName;
     std::error_code fault;
     std::filesystem::create_directories(folder, fault);
-    // What a newer version or a slip of an editor has made is somebody's work.
+    // A broken file may hold somebody's work, so it is kept under another name.
     if (std::filesystem::exists(path, fault) && !ordered_json::accept(ReadText(path)))
         std::filesystem::rename(path, path.string() + ".broken", fault);
     std::string fresh = path.string() + ".XXXXXX";

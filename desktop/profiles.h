@@ -7,8 +7,9 @@
 //     "profiles": { "alsa_output.usb-…": { "on": false, "settings": [...] } },
 //     "left_out": ["Ardour"] }
 //
-// Settings are the lines of a settings file. Versions before 3 kept one settings file,
-// ~/.config/orvane/desktop; it is read if the new file doesn't exist. Thread: any, one at a time.
+// Settings are the lines of a settings file. The older form, one settings file for all outputs
+// called
+// ~/.config/orvane/desktop, is read if this file doesn't exist. Thread: any, one at a time.
 #pragma once
 #include <filesystem>
 #include <map>

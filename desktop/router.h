@@ -1,4 +1,4 @@
-// What the sound server holds, and which players' sound passes through Orvane.
+// Follows what the sound server holds, and decides which players pass through Orvane.
 //
 // A player is routed by the metadata entry `target.object` of its node, which names our input. The
 // session manager then links it there. A player is left alone if its listener left it out, if it

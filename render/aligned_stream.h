@@ -20,7 +20,7 @@ public:
     AlignedStream(const AlignedStream&) = delete;
     AlignedStream& operator=(const AlignedStream&) = delete;
 
-    // The same as PieceStream's functions.
+    // These do the same as PieceStream's functions.
     void Process(std::span<const int16_t> in, std::vector<int16_t>* out);
     void Finish(std::vector<int16_t>* out);
     uint64_t FramesOut() const { return stream->FramesOut(); }

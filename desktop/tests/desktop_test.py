@@ -247,9 +247,10 @@ def keeps_the_older_settings(session):
         subprocess.run(["umount", str(full)], check=True)
 
 
-def random_rounds(session, rounds):
+def stays_on_the_right_output(session):
     """After each step the sound is where it would be without Orvane."""
     random.seed(1)
+    rounds = ROUNDS
     session.orvane("off")
     subprocess.run(["ffmpeg", "-v", "error", "-stream_loop", str(rounds), "-i", "tone.wav", "-c",
                     "copy", "long.wav"], check=True)
@@ -321,8 +322,7 @@ def main():
                 tells_its_latency(session, rate, most_wrong)
         for check in (keys_act_behind_the_effect, keeps_a_profile_for_each_output,
                       leaves_a_listeners_own_target, answers_every_line,
-                      keeps_the_older_settings, survives_failures,
-                      lambda session: random_rounds(session, ROUNDS)):
+                      keeps_the_older_settings, survives_failures, stays_on_the_right_output):
             with Session(prefix) as session:
                 print(check.__name__)
                 make_sound("tone.wav", 48000, 60, "0.25*sin(2*PI*440*t)")

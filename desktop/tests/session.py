@@ -89,7 +89,7 @@ class Session:
         assert result.returncode == status, f"{words}: {result.returncode}, {result.stderr}"
         return result.stdout + result.stderr
 
-    # What the sound server holds.
+    # Questions to the sound server.
 
     def dump(self):
         """All objects. What changes while pw-dump runs stands in further lists behind the first."""
@@ -140,7 +140,7 @@ class Session:
             return outputs, False
         return (outputs - {"orvane"}) | self.linked_to("orvane.out", dump), True
 
-    # What a listener does.
+    # Acts of a listener.
 
     def plug(self, name):
         self.run("pw-cli", "create-node", "adapter",

@@ -1,4 +1,4 @@
-// What a listener hears while a control moves: no click, no hole, and soon the new sound.
+// While a control moves, a listener hears no click and no hole, and soon the new sound.
 //
 // A tone of -12 dB runs for a while, one control or a whole preset moves, and the tone runs on. A
 // click is a large second difference. It is measured against the larger of the two steady ones,

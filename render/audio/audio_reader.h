@@ -82,7 +82,8 @@ private:
         Descriptor(const Descriptor&) = delete;
         Descriptor& operator=(const Descriptor&) = delete;
     };
-    // What libsndfile reads: the source with the header patch and the end that the scan found.
+    // The bytes that libsndfile reads: the source with the header patch, up to the end that the
+    // scan found.
     struct View {
         int fd;
         uint64_t start, size, at;

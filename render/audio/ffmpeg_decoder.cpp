@@ -28,7 +28,7 @@ constexpr const char* kDemuxers =
     "aac,ac3,aiff,amr,ape,asf,au,caf,dsf,dts,eac3,flac,iff,matroska,webm,mov,mp4,m4a,mp3,mpc,mpc8,"
     "ogg,oma,rm,shn,tak,truehd,tta,voc,w64,wav,wv";
 
-// What a spawned process does with its file descriptors before it starts.
+// The actions on file descriptors that a spawned process takes before it starts.
 class SpawnActions {
 public:
     SpawnActions() { posix_spawn_file_actions_init(&actions); }
