@@ -28,7 +28,7 @@
 
 #include "effects/fir_equalizer.h"
 #include "tests/library_under_test.h"
-#include "tests/muted_log.h"
+#include "client/stderr_silencer.h"
 
 namespace {
 
@@ -54,7 +54,7 @@ void CheckChain(uint64_t buffers) {
     constexpr size_t kInputBuffers = 499;
     std::vector<int16_t> in = NoiseSamples(kInputBuffers * kBufferSamples, 25000);
     std::vector<int16_t> out(kBufferSamples);
-    const MutedLog muted;
+    const StderrSilencer muted;
     Instance instance;
     instance.Start(kRate, kChannels);
     const auto play = [&](uint64_t count) {

@@ -14,7 +14,7 @@
 #include "bench/music.h"
 #include "client/library_file.h"
 #include "tests/library_under_test.h"
-#include "tests/muted_log.h"
+#include "client/stderr_silencer.h"
 
 namespace {
 
@@ -121,7 +121,7 @@ bool Race(const audio_effect_library_t& first, const audio_effect_library_t& sec
     std::vector<double> ratios;
     size_t different = 0;
     {
-        const MutedLog muted;
+        const StderrSilencer muted;
         Runner runners[] = {{first, setting}, {second, setting}};
         for (int repetition = 0; repetition < kRepetitions; ++repetition) {
             for (size_t at = 0; at < input.size(); at += kTurnSamples) {

@@ -14,7 +14,7 @@
 #include <optional>
 
 #include "tests/library_under_test.h"
-#include "tests/muted_log.h"
+#include "client/stderr_silencer.h"
 
 namespace {
 
@@ -89,7 +89,7 @@ void MeasureStream(const char* name, Change change) {
 }  // namespace
 
 int main() {
-    const MutedLog muted;
+    const StderrSilencer muted;
     MeasureStream("process, noise", [](Stream&) {});
     MeasureStream("process, silence", [](Stream& s) {
         s.Set(0);

@@ -2,8 +2,12 @@
 
 #include <fmt/ranges.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
+#include <optional>
 
 #include "client/delay.h"
 #include "client/settings_text.h"
@@ -45,6 +49,51 @@ double DecodedPeakDb(const std::string& path) {
         meter.Add(samples);
     return 20 * std::log10(meter.Peak());
 }
+
+// Shows a line on the terminal with the progress and the speed of a run.
+class Progress {
+public:
+    // show: false only measures the time.
+    Progress(bool show, uint32_t streamRateHz, std::optional<uint64_t> allFrames)
+        : visible(show), rateHz(streamRateHz), total(allFrames), start(Clock::now()), shown(start) {}
+    // Wipes the line.
+    ~Progress() {
+        if (visible) std::fputs("\r\033[K", stderr);
+    }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void Update(uint64_t frames) {
+        constexpr std::chrono::milliseconds kInterval{200};
+        if (!visible || Clock::now() - shown < kInterval) return;
+        shown = Clock::now();
+        const double speed = Speed(frames);
+        if (total && *total > 0)
+            std::fprintf(stderr, "\r\033[K%3.0f %%  %.0f times real time",
+                         100.0 * static_cast<double>(frames) / static_cast<double>(*total), speed);
+        else
+            std::fprintf(stderr, "\r\033[K%.0f s  %.0f times real time",
+                         static_cast<double>(frames) / rateHz, speed);
+    }
+
+    // Returns the seconds since the object was made, more than 0.
+    double ElapsedSeconds() const {
+        const std::chrono::duration<double> elapsed = Clock::now() - start;
+        return std::max(elapsed.count(), 1e-6);
+    }
+
+private:
+    // Returns the speed in seconds of audio per second.
+    double Speed(uint64_t frames) const {
+        return static_cast<double>(frames) / rateHz / ElapsedSeconds();
+    }
+
+    using Clock = std::chrono::steady_clock;
+    bool visible;
+    uint32_t rateHz;
+    std::optional<uint64_t> total;
+    Clock::time_point start, shown;
+};
 
 }  // namespace
 

@@ -9,12 +9,10 @@
 #include <vector>
 
 #include "client/settings.h"
-#include "render/aligned_stream.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/audio_writer.h"
 #include "render/audio/pcm_source.h"
 #include "render/effect_library.h"
-#include "render/progress.h"
 #include "render/report.h"
 #include "render/settings_options.h"
 

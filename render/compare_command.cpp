@@ -1,12 +1,18 @@
+#include <sndfile.h>
+
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <span>
+#include <string>
 
 #include "client/controls.h"
 #include "render/audio/audio_reader.h"
-#include "render/audio/flac_bytes.h"
 #include "render/audio/output_file.h"
 #include "render/audio/pcm_source.h"
 #include "render/audio/resampler.h"
+#include "render/audio/sndfile_handle.h"
 #include "render/audio/whole_write.h"
 #include "render/chain_run.h"
 #include "render/commands.h"
@@ -22,6 +28,67 @@ constexpr const char* kPageName = "orvane.html";
 constexpr const char* kPlaceOfPiece = "<!-- piece -->";
 constexpr uint32_t kMostMinutes = 10;
 constexpr size_t kMostPageBytes = 1 << 24;  // read of the file that --page names
+
+// Encodes 16-bit samples as a FLAC file in memory. The constructor and Write throw Failure.
+class FlacBytes {
+public:
+    FlacBytes(uint32_t rateHz, uint32_t channels) {
+        SF_INFO info{};
+        info.samplerate = static_cast<int>(rateHz);
+        info.channels = static_cast<int>(channels);
+        info.format = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
+        SF_VIRTUAL_IO through{Length, Seek, nullptr, WriteBytes, Tell};
+        file.reset(sf_open_virtual(&through, SFM_WRITE, &info, &target));
+        if (file == nullptr) throw Failure("no FLAC can be made: {}", sf_strerror(nullptr));
+    }
+    FlacBytes(const FlacBytes&) = delete;
+    FlacBytes& operator=(const FlacBytes&) = delete;
+
+    // Appends whole interleaved frames.
+    void Write(std::span<const int16_t> samples) {
+        const auto count = static_cast<sf_count_t>(samples.size());
+        if (sf_write_short(file.get(), samples.data(), count) != count)
+            throw Failure("no FLAC can be made: {}", sf_strerror(file.get()));
+    }
+    // Completes the file and returns its bytes. They stay valid as long as the object. Write must
+    // not be called afterwards.
+    const std::string& Finish() {
+        file.reset();
+        return target.bytes;
+    }
+
+private:
+    // The file in memory. libsndfile seeks back to its header at the end.
+    struct Memory {
+        std::string bytes;
+        size_t at = 0;
+    };
+    static sf_count_t Length(void* memory) {
+        return static_cast<sf_count_t>(static_cast<Memory*>(memory)->bytes.size());
+    }
+    static sf_count_t Seek(sf_count_t offset, int whence, void* memory) {
+        Memory& target = *static_cast<Memory*>(memory);
+        const size_t from = whence == SEEK_SET   ? 0
+                            : whence == SEEK_CUR ? target.at
+                                                 : target.bytes.size();
+        target.at = from + static_cast<size_t>(offset);
+        return Tell(memory);
+    }
+    static sf_count_t WriteBytes(const void* from, sf_count_t size, void* memory) {
+        Memory& target = *static_cast<Memory*>(memory);
+        const auto count = static_cast<size_t>(size);
+        if (target.bytes.size() < target.at + count) target.bytes.resize(target.at + count);
+        target.bytes.replace(target.at, count, static_cast<const char*>(from), count);
+        target.at += count;
+        return size;
+    }
+    static sf_count_t Tell(void* memory) {
+        return static_cast<sf_count_t>(static_cast<Memory*>(memory)->at);
+    }
+
+    Memory target;  // declared before `file`, which writes to it
+    SndfileHandle file;
+};
 
 std::string Base64(const std::string& bytes) {
     constexpr const char* kDigits =

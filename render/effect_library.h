@@ -1,11 +1,16 @@
-// The effect library that the renderer runs. It is loaded from a file.
+// The effect library that the renderer runs, and pieces played through it. It is loaded from a file.
 //
 // Throws Failure if the library can't be used or refuses something. Thread: one at a time.
 #pragma once
 #include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "client/library_file.h"
+#include "client/piece_stream.h"
 #include "platform/effect_api.h"
 
 // Throws "the library refuses to ..." if the status isn't 0.
@@ -27,3 +32,30 @@ private:
     LibraryFile file;
     bool showLog;
 };
+
+class AlignedStream {
+public:
+    // The library must outlive the stream.
+    AlignedStream(const EffectLibrary& effectLibrary, const Settings& settings,
+                  const StreamFormat& format, const Alignment& alignment);
+    ~AlignedStream();
+    AlignedStream(const AlignedStream&) = delete;
+    AlignedStream& operator=(const AlignedStream&) = delete;
+
+    // These do the same as PieceStream's functions.
+    void Process(std::span<const int16_t> in, std::vector<int16_t>* out);
+    void Finish(std::vector<int16_t>* out);
+    uint64_t FramesOut() const { return stream->FramesOut(); }
+    uint64_t SettlingFrames() const { return stream->SettlingFrames(); }
+
+private:
+    void CheckNothingRefused() const;
+
+    const EffectLibrary& library;
+    std::unique_ptr<PieceStream> stream;
+};
+
+// Plays whole pieces, each through an instance of its own. The library must outlive the object.
+std::function<std::vector<int16_t>(const std::vector<int16_t>&)> AlignedPlayer(
+    const EffectLibrary& library, const Settings& settings, const StreamFormat& format,
+    bool startsCold = false);

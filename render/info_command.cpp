@@ -10,7 +10,7 @@
 #include "render/commands.h"
 #include "render/common_options.h"
 #include "render/effect_library.h"
-#include "render/stderr_silencer.h"
+#include "client/stderr_silencer.h"
 
 namespace {
 

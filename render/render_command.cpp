@@ -7,7 +7,10 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <string>
+#include <utility>
 
+#include "client/settings_text.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/audio_writer.h"
 #include "render/audio/background_writer.h"
@@ -20,10 +23,18 @@
 #include "render/effect_library.h"
 #include "render/failure.h"
 #include "render/match.h"
-#include "render/piece_picture.h"
+#include "render/pictures/picture.h"
 #include "render/report.h"
 
 namespace {
+
+// Throws UsageError if the picture would overwrite the audio. role: "IN" or "OUT". stream: the file
+// that "-" stands for.
+void CheckPictureName(const std::string& picture, const char* role, const std::string& audio,
+                      const char* stream) {
+    if (audio == picture || AreOneFile(audio == "-" ? stream : audio, picture))
+        throw UsageError("{} and the picture are the same file", role);
+}
 
 void CheckNames(const RenderJob& job) {
     if (!job.output.empty()) const OutputFormat knownEnding(job.output);
@@ -102,16 +113,38 @@ public:
 private:
     void Draw() {
         try {
-            DrawPiece(
-                {TitleOf(job.input, reader), job.preset, report.settings, job.tone.points,
-                 run.Format(), report.seconds, std::move(measuredBefore), std::move(measuredAfter)},
-                library, job.picture, *png);
+            const PictureInput input = TakePictureInput();
+            std::string error;
+            if (!DrawPicture(input, png->TemporaryPath(), &error))
+                throw Failure("{} cannot be drawn: {}", job.picture, error);
             png->Commit();
         } catch (const std::bad_alloc&) {
             report.missing = job.picture + " cannot be drawn: not enough memory";
         } catch (const std::exception& error) {
             report.missing = error.what();
         }
+    }
+
+    // Moves the measurements into the result.
+    PictureInput TakePictureInput() {
+        PictureInput input;
+        input.title = TitleOf(job.input, reader);
+        input.settings = job.preset + ": " + Describe(report.settings);
+        input.asked = job.tone.points;
+        for (TonePoint& point : input.asked)
+            point.db += 20 * std::log10(report.settings.Get(PARAM_OUTPUT_GAIN));
+        input.seconds = report.seconds;
+        input.before = std::move(measuredBefore);
+        input.after = std::move(measuredAfter);
+        input.rateHz = run.Format().rateHz;
+        input.channels = static_cast<int>(run.Format().channels);
+        Settings withoutGain = report.settings;
+        withoutGain.Set(PARAM_PLAYBACKGAIN_ENABLE, 0);
+        // Without the playback gain nothing has to settle, and the measurement plays its noise once
+        // before it measures. So the chain may start cold.
+        input.chainWithoutPlaybackGain = AlignedPlayer(library, withoutGain, run.Format(), true);
+        input.enhances = report.settings.IsOn(PARAM_ENHANCER_ENABLE);
+        return input;
     }
 
     const RenderJob& job;

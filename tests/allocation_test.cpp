@@ -6,7 +6,7 @@
 #include <climits>
 
 #include "library_under_test.h"
-#include "muted_log.h"
+#include "client/stderr_silencer.h"
 
 namespace {
 
@@ -105,7 +105,7 @@ bool IsReady(Instance& instance, uint32_t rate, uint32_t channels) {
 }
 
 TEST(Allocation, CreateRefusesOrLeavesTheInstanceNotReadyForGood) {
-    const MutedLog muted;
+    const StderrSilencer muted;
     const audio_effect_library_t& record = LoadedLibrary();
     const int all = RefuseEach([&](int n, bool andAfter) {
         effect_handle_t handle = nullptr;
@@ -126,7 +126,7 @@ TEST(Allocation, CreateRefusesOrLeavesTheInstanceNotReadyForGood) {
 }
 
 TEST(Allocation, ConfigureLeavesTheInstanceNotReadyOrHealthy) {
-    const MutedLog muted;
+    const StderrSilencer muted;
     for (const auto& [rate, channels] : {std::pair{48000U, 2U}, {44100U, 1U}, {32000U, 1U}}) {
         const int all = RefuseEach([&, rate = rate, channels = channels](int n, bool andAfter) {
             Instance instance;
@@ -143,7 +143,7 @@ TEST(Allocation, ConfigureLeavesTheInstanceNotReadyOrHealthy) {
 }
 
 TEST(Allocation, ABufferThatCannotGrowIsLeftOutOfTheChainAndTheNextGoesOn) {
-    const MutedLog muted;
+    const StderrSilencer muted;
     constexpr uint32_t kLong = 4096;
     const Samples first = NoiseSamples(size_t{2} * 9 * 256, 9000, 1);
     const Samples grown = NoiseSamples(size_t{2} * kLong, 9000, 2);
@@ -168,7 +168,7 @@ TEST(Allocation, ABufferThatCannotGrowIsLeftOutOfTheChainAndTheNextGoesOn) {
 }
 
 TEST(Allocation, TheAudioThreadNeitherAllocatesNorFreesUpTo2048Frames) {
-    const MutedLog muted;
+    const StderrSilencer muted;
     const Samples in = NoiseSamples(4096, 9000);
     Samples out(in.size());
     std::mt19937 random(5);

@@ -10,7 +10,7 @@
 #include "client/settings_text.h"
 #include "client/stream.h"
 #include "library_under_test.h"
-#include "muted_log.h"
+#include "client/stderr_silencer.h"
 #include "table/stages.h"
 
 namespace {
@@ -30,7 +30,7 @@ Samples Play(Instance& instance, const Samples& in) {
 }
 
 TEST(Table, DefaultsAreThoseOfANewInstance) {
-    const MutedLog muted;
+    const StderrSilencer muted;
     const Samples in = NoiseSamples(60000, 32767);
     Instance untouched, set;
     for (const Parameter& p : kParameters) {
@@ -75,7 +75,7 @@ double GainOf(const Settings& settings, double frequencyHz, double amplitude) {
 }
 
 TEST(Table, DefaultsAndTheEndsOfEveryRangeFollowTheirFormula) {
-    const MutedLog muted;
+    const StderrSilencer muted;
     using Values = std::vector<std::pair<ParameterId, double>>;
     const Values gain = {{PARAM_PLAYBACKGAIN_ENABLE, 1}, {PARAM_PLAYBACKGAIN_MAXGAIN, 127}};
     const Values most = {{PARAM_PLAYBACKGAIN_ENABLE, 1}, {PARAM_PLAYBACKGAIN_VOLUME, 127}};
@@ -165,7 +165,7 @@ TEST(Settings, AreReadAsTheyWereWrittenOrRefusedWithTheLine) {
 }
 
 TEST(BlockStream, IsOneStreamWhateverPiecesItArrivesInOrSilentWhereRefused) {
-    const MutedLog muted;
+    const StderrSilencer muted;
     constexpr uint32_t kBuffer = 300;
     const Samples in = NoiseSamples(size_t{2} * 30 * kBuffer, 20000);
     const Settings loud = SettingsOf(*FindPreset("loud"));

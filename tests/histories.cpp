@@ -20,7 +20,7 @@
 #include "client/instance.h"
 #include "client/library_file.h"
 #include "tests/histories.h"
-#include "tests/muted_log.h"
+#include "client/stderr_silencer.h"
 
 namespace {
 
@@ -151,7 +151,7 @@ int main(int argc, char** argv) {
         const LibraryFile otherFile(words[1]);
         const audio_effect_library_t* const other = RecordOf(otherFile);
         if (other == nullptr) return 2;
-        const MutedLog muted;
+        const StderrSilencer muted;
         const uint32_t from = NumberOf(argv[3]), count = NumberOf(argv[4]);
         uint64_t frames = 0;
         uint32_t different = 0;
@@ -161,7 +161,7 @@ int main(int argc, char** argv) {
                     different, count, frames);
         return different == 0 ? 0 : 1;
     }
-    const MutedLog muted;
+    const StderrSilencer muted;
     if (words.size() == 2) return Compare(*library, words[1]);
     if (calls) {
         Play(*library, NumberOf(argv[3]), true);

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <limits>
 
-#include "render/stderr_silencer.h"
+#include "client/stderr_silencer.h"
 #include "tests/library_under_test.h"
 #include "tests/renderer_fixture.h"
 

@@ -7,7 +7,7 @@
 
 #include "guarded_block.h"
 #include "library_under_test.h"
-#include "muted_log.h"
+#include "client/stderr_silencer.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ struct Call {
 };
 
 TEST(Sweep, NoCommandLeavesItsBlocksAndEveryReplyFits) {
-    const MutedLog muted;
+    const StderrSilencer muted;
     Instance instance;
     GuardedBlock command(kCommandSizes), reply(kMargin + kReplySizes);
     const effect_config_t config = MakeConfig(44100, 2);

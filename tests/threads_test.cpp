@@ -9,7 +9,7 @@
 
 #include "fake_device.h"
 #include "library_under_test.h"
-#include "muted_log.h"
+#include "client/stderr_silencer.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ int ComeAndGo() {
 TEST(Threads, InstancesDontDisturbEachOtherAndCallsOnOneAreSerialised) {
     const char* const wanted = std::getenv("ORVANE_THREADS_SECONDS");
     const std::chrono::seconds duration(wanted != nullptr ? std::atoi(wanted) : 2);
-    const MutedLog muted;
+    const StderrSilencer muted;
     const Samples noise = NoiseSamples(20000, 12000);
     Instance untouched, shared;
     untouched.Start(44100, 2);

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "render/failure.h"
-#include "render/stderr_silencer.h"
+#include "client/stderr_silencer.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "render/audio/tag_stream.h"
 #include "render/audio/whole_write.h"
 #include "render/failure.h"
-#include "render/stderr_silencer.h"
+#include "client/stderr_silencer.h"
 
 namespace {
 

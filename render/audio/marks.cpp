@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <map>
 
-#include "render/audio/byte_numbers.h"
+#include "render/audio/bytes.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <memory>
 #include <string_view>
 
-#include "render/audio/byte_numbers.h"
+#include "render/audio/bytes.h"
 #include "render/audio/marks.h"
 #include "render/audio/tag_stream.h"
 #include "render/audio/tags.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "render/audio/byte_window.h"
+#include "render/audio/bytes.h"
 
 // The bytes `from` (included) to `to` (excluded) of a file, counted from the start of its audio
 // header.

@@ -200,6 +200,14 @@ std::string GnuplotFrequencyAxis() {
            "set xlabel 'Hz' offset 0,0.5\n";
 }
 
+std::string GnuplotBandSplits() {
+    std::string marks;
+    for (const char* hz : {"150", "1800"})
+        marks += std::string("set arrow from first ") + hz + ", graph 0 to first " + hz +
+                 ", graph 1 nohead dashtype 2 linecolor rgb '" + kGrey + "'\n";
+    return marks;
+}
+
 std::string GnuplotValueAxis(const GnuplotAxis& axis, std::vector<double> values) {
     double low = axis.alwaysLow, high = axis.alwaysHigh, step = axis.step;
     std::erase_if(values, [](double value) { return !std::isfinite(value); });

@@ -3,7 +3,6 @@
 // A page is 1600 x 1200 pixels: a title, lines of small text below it, and panels placed by the
 // caller in screen coordinates.
 #pragma once
-
 #include <string>
 #include <vector>
 
@@ -49,6 +48,12 @@ std::string GnuplotNote(const std::string& text);
 
 // Adds a logarithmic x axis from 20 Hz to 20 kHz.
 std::string GnuplotFrequencyAxis();
+
+// Marks where the enhancer's three bands meet, on a logarithmic frequency axis.
+std::string GnuplotBandSplits();
+// Explains the marks in a panel's heading.
+inline constexpr const char* kBandSplitsText =
+    "dashed: the enhancer's bands meet, out of step, and cancel";
 
 // A y axis whose ends are multiples of a step. It holds its values and what it always shows.
 struct GnuplotAxis {

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstring>
 
-#include "render/pictures/band_splits.h"
 #include "render/pictures/gnuplot.h"
 
 namespace {
@@ -168,7 +167,7 @@ std::string ResponsePanel(const PictureInput& input, const MeasuredResponse& res
            GnuplotPanel("Gain over frequency; 0 is its mean from 300 to 3000 Hz, " +
                             Tenths(middleDb) + " dB",
                         kBottomLeft, line) +
-           (input.enhances ? BandSplitMarks() : "") + GnuplotFrequencyAxis() +
+           (input.enhances ? GnuplotBandSplits() : "") + GnuplotFrequencyAxis() +
            GnuplotValueAxis(
                {.label = "dB", .step = 3, .alwaysLow = -6, .alwaysHigh = 6, .reach = 60}, gainDb) +
            FromZero("$response", Curve("$response", "1:3", "lines dashtype 3", kInk) + ", ");

@@ -1,4 +1,5 @@
-// Draws the frequency response of the linear part of the chain as one PNG file.
+// Draws frequency responses as PNG files: that of the linear part of the chain, and those of the
+// equalizer's bands, each alone.
 #pragma once
 #include <cstdint>
 #include <functional>
@@ -24,3 +25,14 @@ struct ResponseInput {
 // Creates or overwrites pngPath. If that fails, returns false, puts a line into *error and leaves
 // an incomplete file. So pngPath should be a temporary name.
 bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::string* error);
+
+struct BandsInput {
+    double rateHz = 0;
+    // Runs 16-bit samples of one channel through a new instance at rateHz. Its equalizer has these
+    // levels, and everything else is off. The result is as long as the input and aligned with it.
+    std::function<std::vector<int16_t>(const Settings::Levels&, const std::vector<int16_t>&)> chain;
+};
+
+// Creates or overwrites pngPath. If that fails, returns false, puts a line into *error and leaves
+// an incomplete file. So pngPath should be a temporary name.
+bool DrawBands(const BandsInput& input, const std::string& pngPath, std::string* error);

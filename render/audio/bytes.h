@@ -1,11 +1,11 @@
-// Gives access to the bytes of a file, a part at a time, to inspect its structure. Use an object on
-// one thread.
+// Reads the bytes of a file, a part of them at a time, and the integers in them.
 #pragma once
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -67,4 +67,31 @@ inline uint64_t BigEndian(std::string_view bytes) {
     uint64_t number = 0;
     for (const char byte : bytes) number = number << 8 | static_cast<unsigned char>(byte);
     return number;
+}
+
+// A chunk of a RIFF or AIFF file begins with its name and its size, 4 bytes each.
+constexpr size_t kChunkHeader = 8;
+
+// The byte order of a number: its least or most significant byte first.
+enum class Order : uint8_t { kLowFirst, kHighFirst };
+
+// Returns the number at byte `at`, or 0 if the bytes end before the number does.
+template <typename Number>
+Number Get(std::string_view bytes, size_t at, Order order = Order::kLowFirst) {
+    if (at + sizeof(Number) > bytes.size()) return 0;
+    bytes = bytes.substr(at, sizeof(Number));
+    return static_cast<Number>(order == Order::kHighFirst ? BigEndian(bytes)
+                                                          : LittleEndian(bytes));
+}
+
+// Writes `value` at byte `at`. A value too large for Number becomes the largest Number. Does
+// nothing if the bytes end before the number does.
+template <typename Number>
+void Put(std::string* bytes, size_t at, uint64_t value, Order order = Order::kLowFirst) {
+    if (at + sizeof(Number) > bytes->size()) return;
+    value = std::min<uint64_t>(value, static_cast<Number>(-1));
+    for (size_t i = 0; i < sizeof(Number); ++i) {
+        const size_t place = order == Order::kHighFirst ? sizeof(Number) - 1 - i : i;
+        (*bytes)[at + place] = static_cast<char>(value >> (8 * i));
+    }
 }
