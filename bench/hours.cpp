@@ -26,9 +26,9 @@
 #include <fstream>
 #include <string>
 
+#include "client/stderr_silencer.h"
 #include "effects/fir_equalizer.h"
 #include "tests/library_under_test.h"
-#include "client/stderr_silencer.h"
 
 namespace {
 

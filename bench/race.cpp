@@ -13,8 +13,8 @@
 
 #include "bench/music.h"
 #include "client/library_file.h"
-#include "tests/library_under_test.h"
 #include "client/stderr_silencer.h"
+#include "tests/library_under_test.h"
 
 namespace {
 

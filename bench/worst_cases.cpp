@@ -13,8 +13,8 @@
 #include <limits>
 #include <optional>
 
-#include "tests/library_under_test.h"
 #include "client/stderr_silencer.h"
+#include "tests/library_under_test.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 #include "client/settings_text.h"
 #include "client/terminal_text.h"
 #include "render/audio/audio_reader.h"
-#include "render/audio/pcm_sink.h"
-#include "render/audio/resampler.h"
-#include "render/audio/true_peak.h"
+#include "render/audio/conversion.h"
+#include "render/audio/loudness.h"
+#include "render/audio/pcm.h"
 #include "render/failure.h"
 
 namespace {
@@ -55,7 +55,11 @@ class Progress {
 public:
     // show: false only measures the time.
     Progress(bool show, uint32_t streamRateHz, std::optional<uint64_t> allFrames)
-        : visible(show), rateHz(streamRateHz), total(allFrames), start(Clock::now()), shown(start) {}
+        : visible(show),
+          rateHz(streamRateHz),
+          total(allFrames),
+          start(Clock::now()),
+          shown(start) {}
     // Wipes the line.
     ~Progress() {
         if (visible) std::fputs("\r\033[K", stderr);

@@ -11,7 +11,7 @@
 #include "client/settings.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/audio_writer.h"
-#include "render/audio/pcm_source.h"
+#include "render/audio/pcm.h"
 #include "render/effect_library.h"
 #include "render/report.h"
 #include "render/settings_options.h"

@@ -9,9 +9,9 @@
 
 #include "client/controls.h"
 #include "render/audio/audio_reader.h"
+#include "render/audio/conversion.h"
 #include "render/audio/output_file.h"
-#include "render/audio/pcm_source.h"
-#include "render/audio/resampler.h"
+#include "render/audio/pcm.h"
 #include "render/audio/sndfile_handle.h"
 #include "render/audio/whole_write.h"
 #include "render/chain_run.h"

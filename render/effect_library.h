@@ -1,4 +1,5 @@
-// The effect library that the renderer runs, and pieces played through it. It is loaded from a file.
+// The effect library that the renderer runs, and pieces played through it. It is loaded from a
+// file.
 //
 // Throws Failure if the library can't be used or refuses something. Thread: one at a time.
 #pragma once

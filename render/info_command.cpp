@@ -5,12 +5,12 @@
 
 #include "client/instance.h"
 #include "client/settings_text.h"
+#include "client/stderr_silencer.h"
 #include "host/identity.h"
 #include "render/audio/whole_write.h"
 #include "render/commands.h"
 #include "render/common_options.h"
 #include "render/effect_library.h"
-#include "client/stderr_silencer.h"
 
 namespace {
 

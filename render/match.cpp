@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "render/audio/resampler.h"
+#include "render/audio/conversion.h"
 #include "render/audio/stream_meter.h"
 
 namespace {

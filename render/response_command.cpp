@@ -1,9 +1,9 @@
 #include "client/settings_text.h"
 #include "dsp/stream.h"
-#include "render/effect_library.h"
 #include "render/audio/output_file.h"
 #include "render/commands.h"
 #include "render/common_options.h"
+#include "render/effect_library.h"
 #include "render/failure.h"
 #include "render/pictures/response.h"
 

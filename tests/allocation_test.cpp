@@ -5,8 +5,8 @@
 
 #include <climits>
 
-#include "library_under_test.h"
 #include "client/stderr_silencer.h"
+#include "library_under_test.h"
 
 namespace {
 

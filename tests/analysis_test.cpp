@@ -14,7 +14,6 @@
 
 #include "render/audio/loudness.h"
 #include "render/audio/spectrum.h"
-#include "render/audio/true_peak.h"
 #include "render/ceiling.h"
 #include "render/failure.h"
 #include "render/pictures/gnuplot.h"

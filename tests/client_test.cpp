@@ -8,9 +8,9 @@
 
 #include "client/presets.h"
 #include "client/settings_text.h"
+#include "client/stderr_silencer.h"
 #include "client/stream.h"
 #include "library_under_test.h"
-#include "client/stderr_silencer.h"
 #include "table/stages.h"
 
 namespace {

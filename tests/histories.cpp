@@ -19,8 +19,8 @@
 
 #include "client/instance.h"
 #include "client/library_file.h"
-#include "tests/histories.h"
 #include "client/stderr_silencer.h"
+#include "tests/histories.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 
 #include <algorithm>
 
+#include "client/stderr_silencer.h"
 #include "guarded_block.h"
 #include "library_under_test.h"
-#include "client/stderr_silencer.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <random>
 #include <thread>
 
+#include "client/stderr_silencer.h"
 #include "fake_device.h"
 #include "library_under_test.h"
-#include "client/stderr_silencer.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "render/failure.h"
 #include "client/stderr_silencer.h"
+#include "render/failure.h"
 
 namespace {
 

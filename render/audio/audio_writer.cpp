@@ -10,11 +10,11 @@
 #include <filesystem>
 #include <string_view>
 
+#include "client/stderr_silencer.h"
 #include "render/audio/sndfile_handle.h"
 #include "render/audio/tag_stream.h"
 #include "render/audio/whole_write.h"
 #include "render/failure.h"
-#include "client/stderr_silencer.h"
 
 namespace {
 

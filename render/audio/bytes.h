@@ -80,8 +80,7 @@ template <typename Number>
 Number Get(std::string_view bytes, size_t at, Order order = Order::kLowFirst) {
     if (at + sizeof(Number) > bytes.size()) return 0;
     bytes = bytes.substr(at, sizeof(Number));
-    return static_cast<Number>(order == Order::kHighFirst ? BigEndian(bytes)
-                                                          : LittleEndian(bytes));
+    return static_cast<Number>(order == Order::kHighFirst ? BigEndian(bytes) : LittleEndian(bytes));
 }
 
 // Writes `value` at byte `at`. A value too large for Number becomes the largest Number. Does

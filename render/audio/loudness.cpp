@@ -1,8 +1,13 @@
 #include "render/audio/loudness.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <new>
+#include <numbers>
+
+#include "dsp/lanes.h"
 
 namespace {
 
@@ -65,4 +70,123 @@ Loudness LoudnessMeter::Result() const {
         ebur128_loudness_range(state.get(), &result.rangeLu);
     if (truePeak) result.truePeakDb = 20 * std::log10(std::max(earlierPeak, truePeak->Peak()));
     return result;
+}
+
+namespace {
+
+constexpr size_t kBlockFrames = 64;
+constexpr size_t kReachFrames =
+    // At an oversampling of 2, an interpolated value has 25 taps, so it reaches 24 frames back.
+    24;
+// Single precision differs from libebur128's result by less than this fraction of the peak.
+constexpr double kRounding = 1e-5;
+
+Lanes Larger(Lanes a, Lanes b) {
+    return a > b ? a : b;
+}
+
+float Largest(Lanes lanes) {
+    std::array<float, kLanes> values{};
+    Store(values.data(), lanes);
+    return *std::max_element(values.begin(), values.end());
+}
+
+// Returns how many values libebur128 computes for each frame.
+int Oversampling(uint32_t rateHz) {
+    return rateHz < 96000 ? 4 : rateHz < 192000 ? 2 : 1;
+}
+
+double Weight(int tap, int oversampling) {
+    constexpr int kMiddle = 24;
+    const double x = std::numbers::pi * (tap - kMiddle) / oversampling;
+    const double window = 0.5 - 0.5 * std::cos(std::numbers::pi * tap / kMiddle);
+    return window * (x == 0 ? 1 : std::sin(x) / x);
+}
+
+std::vector<TruePeakMeter::PairWeights> MakePairs(int oversampling) {
+    std::vector<TruePeakMeter::PairWeights> pairs;
+    if (oversampling == 1) return pairs;
+    for (int first = 0; first < 24; first += oversampling) {
+        const double late = Weight(first + 3, oversampling);
+        const double early = Weight(first + 1, oversampling);
+        if (oversampling == 2)
+            pairs.push_back({.half = static_cast<float>(early)});
+        else
+            pairs.push_back({static_cast<float>(Weight(first + 2, oversampling)),
+                             static_cast<float>((early + late) / 2),
+                             static_cast<float>((early - late) / 2)});
+    }
+    return pairs;
+}
+
+}  // namespace
+
+TruePeakMeter::TruePeakMeter(uint32_t channelCount, uint32_t rateHz)
+    : state(ebur128_init(channelCount, rateHz, EBUR128_MODE_TRUE_PEAK)),
+      channels(channelCount),
+      pairs(MakePairs(Oversampling(rateHz))),
+      line((kReachFrames + kBlockFrames) * channels + kLanes) {
+    if (state == nullptr) peak = NAN;
+    float half = 0;
+    for (const PairWeights& pair : pairs) half += 2 * std::abs(pair.half);
+    mostRise = std::max(mostRise, half);
+}
+
+void TruePeakMeter::Add(std::span<const float> samples) {
+    if (state == nullptr) return;
+    while (!samples.empty()) {
+        const size_t count = std::min(samples.size(), kBlockFrames * channels);
+        AddBlock(samples.first(count));
+        samples = samples.subspan(count);
+    }
+}
+
+void TruePeakMeter::AddBlock(std::span<const float> block) {
+    const size_t reach = kReachFrames * channels;
+    std::copy(block.begin(), block.end(), &line[reach]);
+    if (MayExceedPeak(block.size())) {
+        if (!heardBefore) ebur128_add_frames_float(state.get(), line.data(), kReachFrames);
+        ebur128_add_frames_float(state.get(), block.data(), block.size() / channels);
+        for (unsigned channel = 0; channel < channels; ++channel) {
+            double blockPeak = 0;
+            ebur128_prev_true_peak(state.get(), channel, &blockPeak);
+            peak = std::max(peak, blockPeak);
+        }
+        heardBefore = true;
+    } else {
+        heardBefore = false;
+    }
+    std::memmove(line.data(), &line[block.size()], reach * sizeof(float));
+}
+
+bool TruePeakMeter::MayExceedPeak(size_t blockSamples) const {
+    const size_t count = kReachFrames * channels + blockSamples;
+    Lanes largest{};
+    size_t i = 0;
+    for (; i + kLanes <= count; i += kLanes) largest = Larger(largest, Absolute(Load(&line[i])));
+    float most = Largest(largest);
+    for (; i < count; ++i) most = std::max(most, std::abs(line[i]));
+    if (static_cast<double>(most * mostRise) * (1 + kRounding) <= peak) return false;
+    return static_cast<double>(std::max(most, LargestBetween(blockSamples))) * (1 + kRounding) >
+           peak;
+}
+
+// The lanes are neighbouring interleaved samples, so they mix channels.
+float TruePeakMeter::LargestBetween(size_t blockSamples) const {
+    const size_t taps = 2 * pairs.size();
+    Lanes largest{};
+    for (size_t i = 0; i < blockSamples; i += kLanes) {
+        const float* const last = &line[kReachFrames * channels + i];
+        const float* const first = last - (taps - 1) * channels;
+        Lanes half{}, even{}, odd{};
+        for (size_t k = 0; k < pairs.size(); ++k) {
+            const Lanes after = Load(last - k * channels), before = Load(first + k * channels);
+            const Lanes sum = after + before;
+            half += pairs[k].half * sum;
+            even += pairs[k].even * sum;
+            odd += pairs[k].odd * (after - before);
+        }
+        largest = Larger(largest, Larger(Absolute(half), Absolute(even) + Absolute(odd)));
+    }
+    return Largest(largest);
 }

@@ -6,7 +6,7 @@
 #include <numbers>
 #include <random>
 
-#include "render/audio/real_transform.h"
+#include "render/audio/spectrum.h"
 
 namespace {
 
