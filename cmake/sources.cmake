@@ -13,5 +13,5 @@ set(ORVANE_OPTIONS
   -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf)
 
 # The sources of client/ that need no file system.
-set(ORVANE_CLIENT_SOURCES delay.cpp instance.cpp piece_stream.cpp settings.cpp
+set(ORVANE_CLIENT_SOURCES delay.cpp instance.cpp settings.cpp
   settings_text.cpp stream.cpp tone.cpp)

@@ -3,11 +3,11 @@
 
     corpus.py unpack CORPUS.txt FOLDER        writes a file for each input
     corpus.py pack FOLDER... CORPUS.txt       collects the files of folders
-    corpus.py scenarios SCENARIO... FOLDER    writes first inputs
+    corpus.py runs RUNS FOLDER                writes first inputs
 
 A packed corpus is text. Each input is one line of hexadecimal digits. The lines are sorted, and no
-input occurs twice. `scenarios` converts recorded scenarios (tests/data/runs/*.txt) and adds one
-input with a refused allocation. Long stretches of equal buffers become a few, so that an input runs
+input occurs twice. `runs` converts the recorded runs (tests/data/runs) and adds one input with a
+refused allocation. Long stretches of equal buffers become a few, so that an input runs
 in milliseconds. The byte form is described in fuzz_host.cpp. All other inputs were found by
 fuzzing, or contain settings that are not numbers.
 """
@@ -87,16 +87,17 @@ def pack(*folders, corpus):
     corpus.write_text("".join(line + "\n" for line in sorted(inputs)))
 
 
-def scenarios(*files, folder):
-    for path in files:
-        (folder / path.stem).write_bytes(convert(path.read_text()))
+def runs(path, folder):
+    for run in path.read_text().split("\nrun ")[1:]:
+        heading, calls = run.split("\n", 1)
+        (folder / heading.split()[0]).write_bytes(convert(calls))
     (folder / "refused").write_bytes(REFUSED)
 
 
 def main():
     verb, *paths = sys.argv[1:] or [""]
     *sources, target = map(pathlib.Path, paths or ["."])
-    if verb not in ("unpack", "pack", "scenarios") or not sources:
+    if verb not in ("unpack", "pack", "runs") or not sources:
         sys.exit(__doc__)
     if verb == "pack":
         pack(*sources, corpus=target)
@@ -105,7 +106,7 @@ def main():
     if verb == "unpack":
         unpack(*sources, target)
     else:
-        scenarios(*sources, folder=target)
+        runs(*sources, folder=target)
 
 
 main()

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "client/library_file.h"
-#include "client/piece_stream.h"
+#include "client/stream.h"
 #include "platform/effect_api.h"
 
 // Throws "the library refuses to ..." if the status isn't 0.

@@ -18,7 +18,7 @@ cmake --build --preset fuzz
 cd build/fuzz
 rm -rf corpus first
 mkdir -p finds first/fuzz_classes
-../../fuzz/corpus.py scenarios ../../tests/data/runs/*.txt first/fuzz_host
+../../fuzz/corpus.py runs ../../tests/data/runs first/fuzz_host
 
 # Replays and fuzzes one target.
 run() {

@@ -1,7 +1,7 @@
-// Plays recorded scenarios through the shared library. Compares the digest of all output samples
+// Plays the recorded runs of tests/data/runs through the shared library. Compares the digest of all output samples
 // with that of an independent implementation.
 //
-// A scenario is a list of calls on one new instance. The calls are `configure RATE CHANNELS`,
+// A run is a list of calls on one new instance. The calls are `configure RATE CHANNELS`,
 // `command CODE`, `set ID VALUES`, `get ID VALUE` and `process FRAMES COUNT`. `configure` also
 // restarts the input. The input is stereo; mono runs read channel 0. Every second buffer is
 // processed in place. If the environment variable ORVANE_RUN_OUTPUT names a folder, the samples are
@@ -28,13 +28,35 @@ uint64_t Fnv1a(const Samples& samples) {
     return digest;
 }
 
-Samples Play(const std::string& name, const Samples& input) {
-    std::ifstream file(kData + "/runs/" + name + ".txt");
-    EXPECT_TRUE(file);
+struct RecordedRun {
+    std::string name;
+    size_t samples;
+    uint64_t digest;
+    std::vector<std::string> calls;
+};
+
+std::vector<RecordedRun> ReadRuns() {
+    std::ifstream file(kData + "/runs");
+    std::vector<RecordedRun> runs;
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        std::string verb;
+        words >> verb;
+        if (verb == "run") {
+            RecordedRun& run = runs.emplace_back();
+            words >> run.name >> run.samples >> std::hex >> run.digest;
+        } else if (!runs.empty()) {
+            runs.back().calls.push_back(line);
+        }
+    }
+    return runs;
+}
+
+Samples Play(const std::vector<std::string>& calls, const Samples& input) {
     Instance instance;
     size_t channels = 2, position = 0;  // in frames
     Samples output;
-    for (std::string line; std::getline(file, line);) {
+    for (const std::string& line : calls) {
         std::istringstream words(line.substr(0, line.find('#')));
         std::string verb;
         words >> verb;
@@ -76,22 +98,18 @@ TEST(RecordedRuns, EverySampleIsTheRecordedOne) {
     const std::string bytes{std::istreambuf_iterator<char>(music), {}};
     Samples input(bytes.size() / 2);
     std::memcpy(input.data(), bytes.data(), 2 * input.size());
-    std::ifstream digests(kData + "/runs/digests");
-    std::string name, unit;
-    size_t count = 0, runs = 0;
-    uint64_t digest = 0;
-    while (digests >> name >> std::dec >> count >> unit >> std::hex >> digest) {
-        SCOPED_TRACE(name);
-        const Samples output = Play(name, input);
-        EXPECT_EQ(output.size(), count);
-        EXPECT_EQ(Fnv1a(output), digest);
-        ++runs;
+    const std::vector<RecordedRun> runs = ReadRuns();
+    EXPECT_EQ(runs.size(), 4U);
+    for (const RecordedRun& run : runs) {
+        SCOPED_TRACE(run.name);
+        const Samples output = Play(run.calls, input);
+        EXPECT_EQ(output.size(), run.samples);
+        EXPECT_EQ(Fnv1a(output), run.digest);
         if (const char* folder = std::getenv("ORVANE_RUN_OUTPUT"))
-            std::ofstream(std::string(folder) + "/" + name + ".s16", std::ios::binary)
+            std::ofstream(std::string(folder) + "/" + run.name + ".s16", std::ios::binary)
                 .write(reinterpret_cast<const char*>(output.data()),
                        static_cast<std::streamsize>(2 * output.size()));
     }
-    EXPECT_EQ(runs, 4U);
 }
 
 }  // namespace
