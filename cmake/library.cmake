@@ -37,7 +37,7 @@ if(ORVANE_ASSEMBLY)
     dsp/softfloat/spectrum_product.S dsp/softfloat/turns.S)
   # Code that runs with every sample is in ARM state, whose instructions do more each. All other code
   # (filter designs, commands, rarely used fallbacks) should be small rather than fast. It is in Thumb
-  # state, except for functions that dsp/arm_state.h marks.
+  # state, except for functions that dsp/code_generation.h marks.
   set_source_files_properties(effects/steady_gains.cpp PROPERTIES COMPILE_OPTIONS -Os)
   set(small_sources ${ORVANE_SOURCES})
   list(REMOVE_ITEM small_sources dsp/softfloat/equalizer_core.cpp effects/loudness.cpp

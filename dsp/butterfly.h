@@ -11,7 +11,7 @@
 #pragma once
 #include <cstddef>
 
-#include "dsp/softfloat/inlining.h"
+#include "dsp/code_generation.h"
 
 template <typename V>
 struct Complex {

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "dsp/arm_state.h"
+#include "dsp/code_generation.h"
 
 constexpr int kQ24Bits = 24;
 constexpr int32_t kQ24One = 1 << kQ24Bits;

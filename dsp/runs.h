@@ -8,8 +8,7 @@
 #pragma once
 #include <cstddef>
 
-#include "dsp/arm_state.h"
-#include "dsp/softfloat/inlining.h"
+#include "dsp/code_generation.h"
 
 template <typename Run>
 ORVANE_ARM_STATE ORVANE_LANE_INLINE void RunAlone(Run& run, size_t count) {

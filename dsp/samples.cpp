@@ -3,7 +3,7 @@
 #include <bit>
 #include <type_traits>
 
-#include "dsp/arm_state.h"
+#include "dsp/code_generation.h"
 #include "dsp/fixed_point.h"
 #include "dsp/lanes.h"
 #include "dsp/softfloat/samples.h"

@@ -1,9 +1,17 @@
-// Interleaved samples between 16 bits and floats with full scale 1.0, and times a gain.
-//
-// Allocates: never. Thread: no state.
+// The sampling rates and channel counts that the processors support, the length of the chunks in
+// which they work, and conversions of interleaved samples.
 #pragma once
 #include <cstddef>
 #include <cstdint>
+
+constexpr uint32_t kLowestRateHz = 32000, kHighestRateHz = 48000;
+constexpr uint32_t kMaxChannels = 2;  // interleaved
+
+// The most frames that one pass of a processor works on. Arrays of one chunk rely on it.
+constexpr uint32_t kChunkFrames = 128;
+
+// The functions convert between 16 bits and floats with full scale 1.0. Allocates: never. Thread:
+// no state.
 
 // Each sample times the float nearest to 1/32767. `to` may begin where `from` does.
 void ShortsToFloats(const int16_t* from, float* to, size_t count);

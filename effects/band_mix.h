@@ -4,11 +4,10 @@
 #include <array>
 #include <cstddef>
 
-#include "dsp/arm_state.h"
+#include "dsp/code_generation.h"
 #include "dsp/lanes.h"
 #include "dsp/planar.h"
 #include "dsp/softfloat/contour_mix.h"
-#include "dsp/softfloat/inlining.h"
 
 // Returns a value as the buffers between the steps hold it: rounded to float.
 template <typename V>

@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <type_traits>
 
+#include "dsp/code_generation.h"
 #include "dsp/lanes.h"
-#include "dsp/softfloat/inlining.h"
-#include "dsp/stream.h"
+#include "dsp/samples.h"
 
 // Returns the half-width D of average k.
 constexpr size_t HalfWidth(size_t k) {

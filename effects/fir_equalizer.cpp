@@ -7,10 +7,10 @@
 #include <new>
 #include <type_traits>
 
+#include "dsp/code_generation.h"
 #include "dsp/lanes.h"
 #include "dsp/runs.h"
 #include "dsp/samples.h"
-#include "dsp/softfloat/inlining.h"
 #include "effects/equalizer_sums.h"
 
 namespace {

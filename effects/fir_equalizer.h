@@ -20,8 +20,8 @@
 #include <type_traits>
 
 #include "dsp/runs.h"
+#include "dsp/samples.h"
 #include "dsp/softfloat/equalizer_core.h"
-#include "dsp/stream.h"
 #include "effects/equalizer_sums.h"
 #include "platform/export.h"
 #include "table/parameters.h"
@@ -43,7 +43,7 @@ public:
     // Sets one parameter of the table in the table's units; a switch is off at 0. Ignores
     // parameters that aren't the equalizer's.
     ORVANE_LOCAL void Set(ParameterId id, float value, int band);
-    // Sets the rate in Hz. It only decides whether Process works (the rates of dsp/stream.h). The
+    // Sets the rate in Hz. It only decides whether Process works (the rates of dsp/samples.h). The
     // history stays.
     void SetSamplingRate(unsigned int rate);
     // Sets the number of interleaved channels; 1 and 2 are processed. A new number clears the

@@ -18,8 +18,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "dsp/arm_state.h"
-#include "dsp/stream.h"
+#include "dsp/code_generation.h"
+#include "dsp/samples.h"
 #include "effects/limiter_runs.h"
 
 template <typename Arithmetic, uint32_t kChannels>

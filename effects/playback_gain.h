@@ -17,7 +17,7 @@
 
 #include "dsp/biquad_fp.h"
 #include "dsp/fixed_point.h"
-#include "dsp/stream.h"
+#include "dsp/samples.h"
 #include "effects/limiter_core.h"
 #include "platform/export.h"
 #include "table/parameters.h"

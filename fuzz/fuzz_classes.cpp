@@ -15,7 +15,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "dsp/stream.h"
+#include "dsp/samples.h"
 #include "effects/fir_equalizer.h"
 #include "effects/limiter.h"
 #include "effects/orvane_sound.h"

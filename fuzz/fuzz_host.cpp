@@ -26,12 +26,14 @@
 #include <algorithm>
 #include <cfenv>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <new>
 #include <optional>
 #include <span>
 #include <vector>
 
 #include "client/instance.h"
-#include "fuzz/allocation.h"
 #include "fuzz/fuzz_input.h"
 #include "host/entry_points.h"
 #include "platform/file.h"
@@ -45,6 +47,28 @@ void LogInfo(const char*, ...) {}
 static bool markerIsThere = false;
 bool DataFileExists(const char*) {
     return markerIsThere;
+}
+
+// The library's allocation number `allocationToRefuse` from now on fails, once. 1 is the next
+// allocation, 0 is none.
+static uint32_t allocationToRefuse = 0;
+static uint64_t refusedAllocations = 0;  // since the process began
+
+// More bytes than any object needs. A larger request fails, as on a machine without that memory.
+static bool IsRefused(size_t size) {
+    constexpr size_t kLargest = 16U << 20U;
+    if (size <= kLargest && (allocationToRefuse == 0 || --allocationToRefuse != 0)) return false;
+    ++refusedAllocations;
+    return true;
+}
+
+// The library allocates only through these two operators. The targets and the fuzzer use the
+// throwing operators, which remain those of the sanitizer.
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return IsRefused(size) ? nullptr : ::operator new(size);
+}
+void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+    return IsRefused(size) ? nullptr : ::operator new[](size);
 }
 
 namespace {
@@ -106,7 +130,7 @@ struct Session {
         const unsigned choice = input.Take<uint8_t>(), spoiled = choice & 127U;
         markerIsThere = (choice & 128U) != 0;
         if (spoiled != 0) reinterpret_cast<uint8_t*>(&uuid)[spoiled % sizeof uuid] ^= 1U;
-        refusedBefore = RefusedAllocations();
+        refusedBefore = refusedAllocations;
         instance.emplace(AELI, uuid);
         handle = instance->handle;
         const int32_t status = instance->CreateStatus();
@@ -118,7 +142,7 @@ struct Session {
     }
 
     // Returns whether all the instance's allocations have succeeded.
-    bool MemoryWasThere() const { return RefusedAllocations() == refusedBefore; }
+    bool MemoryWasThere() const { return refusedAllocations == refusedBefore; }
 
     void Release() {
         if (instance) Demand(instance->Release() == kStatusOk, "release");
@@ -267,7 +291,7 @@ struct Session {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput input(data, size);
-    RefuseAllocation(0);
+    allocationToRefuse = 0;
     markerIsThere = false;
     std::feclearexcept(FE_ALL_EXCEPT);
     Session session;
@@ -277,7 +301,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (call == 1) session.Command(input);
         if (call == 2) session.Process(input);
         if (call == 3) session.Release();
-        if (call == 4) RefuseAllocation(input.Take<uint8_t>());
+        if (call == 4) allocationToRefuse = input.Take<uint8_t>();
         if (call == 5) session.LookUp();
     }
     session.Release();

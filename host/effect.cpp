@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "dsp/stream.h"
+#include "dsp/samples.h"
 #include "host/reply.h"
 #include "platform/log.h"
 

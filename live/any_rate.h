@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "dsp/stream.h"
+#include "dsp/samples.h"
 
 // Stream: LiveStream, or a class with its Process, LatencyFrames and Refused.
 template <typename Stream>

@@ -1,5 +1,5 @@
 #include "client/settings_text.h"
-#include "dsp/stream.h"
+#include "dsp/samples.h"
 #include "render/audio/output_file.h"
 #include "render/commands.h"
 #include "render/common_options.h"

@@ -3,7 +3,7 @@
 #include "client/parameter_command.h"
 #include "client/settings_text.h"
 #include "client/tone.h"
-#include "dsp/stream.h"
+#include "dsp/samples.h"
 #include "render/audio/whole_write.h"
 #include "render/commands.h"
 #include "render/failure.h"

@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <iterator>
 
-#include "dsp/stream.h"
+#include "dsp/samples.h"
 
 enum ParameterId : int32_t {
     PARAM_GET_VERSION = 0x8001,

@@ -11,9 +11,9 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "dsp/samples.h"
 #include "dsp/softfloat/average.h"
 #include "dsp/softfloat/number.h"
-#include "dsp/stream.h"
 
 class SoftEqualizerCore {
 public:

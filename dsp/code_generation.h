@@ -1,5 +1,6 @@
-// Says which small functions on vectors are inlined, and which short loops are unrolled, on which
-// target.
+// Says how functions are compiled on each target: which small functions on vectors are inlined,
+// which short loops are unrolled, and which functions are ARM instructions in a file of Thumb
+// instructions.
 #pragma once
 #include <cstddef>
 #include <type_traits>
@@ -37,3 +38,13 @@ template <size_t count, typename Act>
     else
         for (size_t k = 0; k < count; ++k) act(k);
 }
+
+// ORVANE_ARM_STATE compiles a function to ARM instructions in a file that is compiled to Thumb. Put
+// it before a function that runs for every sample: one ARM instruction does more than one Thumb
+// instruction. Don't put it before a function that uses dsp/softfloat/number.h, because that header
+// compiles its inline ARM assembly only in files that are ARM as a whole.
+#if defined(__thumb__) && !defined(__clang__)
+#define ORVANE_ARM_STATE [[gnu::target("arm"), gnu::noinline]]
+#else
+#define ORVANE_ARM_STATE
+#endif
