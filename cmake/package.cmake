@@ -6,6 +6,11 @@ include(GNUInstallDirs)
 set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/orvane)
 
 install(TARGETS orvane orvane_desktop RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+if(TARGET orvane_desktop_window)  # `orvane-desktop window` finds it there
+  install(TARGETS orvane_desktop_window RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR})
+  install(FILES packaging/com.quenthra.Orvane.svg
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/icons/hicolor/scalable/apps)
+endif()
 # The linker doesn't look for libraries in this folder.
 set(soundfx lib/orvane/soundfx)
 install(TARGETS qth_orvane LIBRARY DESTINATION ${soundfx})

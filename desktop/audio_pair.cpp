@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <stdexcept>
 
@@ -13,6 +14,8 @@ namespace {
 constexpr uint32_t kChannels = 2;
 constexpr size_t kPodBytes = 1024;
 constexpr uint64_t kNsPerSecond = 1'000'000'000;
+constexpr float kGainStep = 1.0F / 128;  // of the way, in each frame
+constexpr float kGainIsThere = 1e-4F, kSmallestPeak = 1e-3F;
 
 // Offers the graph's own rate if the chain can take it. Otherwise the sound server resamples.
 const spa_pod* OfferedFormat(spa_pod_builder* builder) {
@@ -121,11 +124,13 @@ void AudioPair::Apply(const Settings& wanted) {
     });
 }
 
-void AudioPair::SetBypass(bool wanted) {
-    bypass = wanted;
+void AudioPair::SetBypass(bool wanted, float inputGain) {
+    bypass = {wanted, wanted ? inputGain : 1};
     Send(bypass, [](spa_loop*, bool, uint32_t, const void* data, size_t, void* pair) {
-        if (auto* const self = static_cast<AudioPair*>(pair); self->live)
-            self->live->SetBypass(*static_cast<const bool*>(data));
+        const auto* const copy = static_cast<const Bypass*>(data);
+        auto* const self = static_cast<AudioPair*>(pair);
+        self->wantedGain = self->room = copy->gain;
+        if (self->live) self->live->SetBypass(copy->isOn);
         return 0;
     });
 }
@@ -139,7 +144,7 @@ void AudioPair::SetFormat(const spa_pod* format) {
         return;
     }
     fresh->SetLowLatency(true);
-    fresh->SetBypass(bypass);
+    fresh->SetBypass(bypass.isOn);
     fresh->Apply(settings);
     rate = info.rate;
     latencyFrames = fresh->LatencyFrames();
@@ -195,6 +200,24 @@ LiveStream::Levels AudioPair::Meters() const {
     return {sourceDb.load(), resultDb.load(), gainDb.load(), limiting.load()};
 }
 
+// Multiplies what is heard by a gain that follows the wanted one within a few milliseconds.
+void AudioPair::Amplify(const std::array<float*, kChannels>& channels, size_t frames) {
+    if (gain == 1 && wantedGain == 1) return;
+    float peak = 0;
+    for (const float* const channel : channels)
+        for (size_t n = 0; n < frames; ++n) peak = std::max(peak, std::abs(channel[n]));
+    const float most = std::max(1.0F, 1 / std::max(peak, kSmallestPeak));
+    // After a peak, the gain rises again by at most 6 dB a second.
+    room = std::min(room + room * static_cast<float>(frames) / static_cast<float>(rate), most);
+    const float target = std::min(wantedGain, room);
+    gain = std::min(gain, most);
+    for (size_t n = 0; n < frames; ++n) {
+        gain += (target - gain) * kGainStep;
+        for (float* const channel : channels) channel[n] *= gain;
+    }
+    if (std::abs(gain - target) < kGainIsThere) gain = target;
+}
+
 // On the data thread, once in each cycle of the sound server.
 void AudioPair::Process() {
     pw_buffer* in = nullptr;
@@ -221,6 +244,7 @@ void AudioPair::Process() {
         const size_t frames = bytes / sizeof(float);
         if (live) {
             live->Process(source.data(), result.data(), nobody.data(), frames);
+            Amplify(result, frames);
             const LiveStream::Levels levels = live->Meters();
             sourceDb = levels.sourceDb;
             resultDb = levels.resultDb;

@@ -9,6 +9,7 @@
 #pragma once
 #include <pipewire/pipewire.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -29,8 +30,9 @@ public:
 
     // Heard from the next block on; a switch that moves fades out and in.
     void Apply(const Settings& wanted);
-    // wanted: true plays the input, with the same latency.
-    void SetBypass(bool wanted);
+    // wanted: true plays the input with the same latency, multiplied by a linear gain. A gain above
+    // 1 is lowered as long as samples would exceed full scale.
+    void SetBypass(bool wanted, float inputGain);
 
     // Returns the levels of the last 0.3 s, in dB relative to full scale.
     LiveStream::Levels Meters() const;
@@ -52,6 +54,7 @@ private:
     void TellLatency();
     void TellLatency(Side* side, spa_direction direction, uint64_t otherNs);
     void Process();
+    void Amplify(const std::array<float*, 2>& channels, size_t frames);
     template <typename Value>
     void Send(const Value& value, spa_invoke_func_t function);
 
@@ -63,9 +66,15 @@ private:
     spa_source* latencyMoved = nullptr;  // signalled by the data thread
     Side input, output;
     Settings settings;
-    bool bypass = false;
+    struct Bypass {
+        bool isOn = false;
+        float gain = 1;
+    } bypass;
     uint32_t rate = 0;
     std::unique_ptr<LiveStream> live;  // replaced while the data thread waits, then its own
+    // The data thread owns these: the gain of what is heard, where it moves to, and how large it
+    // may be without exceeding full scale.
+    float gain = 1, wantedGain = 1, room = 1;
 
     std::atomic<uint32_t> latencyFrames{0};
     std::atomic<float> sourceDb{-100}, resultDb{-100}, gainDb{0};

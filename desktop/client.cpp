@@ -4,6 +4,7 @@
 #include <pipewire/pipewire.h>
 
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <memory>
 #include <optional>
@@ -54,7 +55,14 @@ public:
         }();
         pw_core_add_listener(core, &coreListener, &kEvents, this);
         socket.emplace(
-            loop, [this](const std::string& line) { return AnswerRequest(line, &profiles, this); });
+            loop, ControlSocket::Service{[this](const std::string& line, ConnectionWishes* wishes) {
+                                             return AnswerRequest(line, &profiles, this, wishes);
+                                         },
+                                         [this] { return LevelsEvent(*this); },
+                                         [this] { return StateEvent(profiles, *this); },
+                                         [this](const ConnectionWishes& wishes) {
+                                             if (wishes.bypasses) SetBypass(false, 0);
+                                         }});
         router.emplace(
             core, [this] { Update(); },
             [this] {
@@ -87,7 +95,9 @@ public:
     LiveStream::Levels Levels() const override { return pair->Meters(); }
     uint32_t RateHz() const override { return pair->RateHz(); }
     uint32_t LatencyFrames() const override { return pair->LatencyFrames(); }
-    void SetBypass(bool wanted) override { pair->SetBypass(wanted); }
+    void SetBypass(bool wanted, double gainDb) override {
+        if (pair) pair->SetBypass(wanted, static_cast<float>(std::pow(10, gainDb / 20)));
+    }
 
     void ProfilesChanged() override {
         router->LeaveOut(profiles.LeftOut());

@@ -12,6 +12,8 @@ using nlohmann::ordered_json;
 
 namespace {
 
+constexpr double kMostGainDb = 40;
+
 // Says what is wrong with a request. The program that sent it gets the text as the answer's error.
 struct Refusal : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -31,10 +33,43 @@ bool SwitchOf(const ordered_json& request, const char* key, bool otherwise) {
     return found->get<bool>();
 }
 
+double NumberOf(const ordered_json& request, const char* key, double otherwise, double most) {
+    const auto found = request.find(key);
+    if (found == request.end()) return otherwise;
+    const double number = found->is_number() ? found->get<double>() : NAN;
+    if (!(number >= -most && number <= most))
+        throw Refusal(fmt::format("\"{}\" must be a number from -{} to {}", key, most, most));
+    return number;
+}
+
+// Returns the settings that a request has, or `otherwise`. Lines that can't be read add a warning.
+Settings SettingsIn(const ordered_json& request, const Settings& otherwise,
+                    std::vector<std::string>* warnings) {
+    const auto lines = request.find("settings");
+    if (lines == request.end()) return otherwise;
+    if (!lines->is_array()) throw Refusal("\"settings\" must be a list of lines");
+    std::vector<std::string> texts;
+    for (const ordered_json& text : *lines)
+        texts.push_back(text.is_string() ? text.get<std::string>() : text.dump());
+    return SettingsOfLines(texts, warnings);
+}
+
+// Returns one line. JSON knows no infinity, and texts from other programs need not be UTF-8.
+std::string LineOf(const ordered_json& object) {
+    return object.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+}
+
 ordered_json ToJson(const Profile& profile) {
     return {{"on", profile.isOn},
             {"settings", LinesOf(profile.settings)},
             {"text", Describe(profile.settings)}};
+}
+
+ordered_json ToJson(const LiveStream::Levels& levels) {
+    return {{"before_db", levels.sourceDb},
+            {"after_db", levels.resultDb},
+            {"gain_db", levels.gainDb},
+            {"limiting", levels.limiting}};
 }
 
 ordered_json Status(const Profiles& profiles, const RunningClient* client) {
@@ -45,13 +80,8 @@ ordered_json Status(const Profiles& profiles, const RunningClient* client) {
     answer["output"] = output;
     answer.update(ToJson(profiles.Of(output)));
     if (client == nullptr) return answer;
-    const LiveStream::Levels levels = client->Levels();
     answer["rate"] = client->RateHz();
     answer["latency_frames"] = client->LatencyFrames();
-    answer["levels"] = {{"before_db", levels.sourceDb},
-                        {"after_db", levels.resultDb},
-                        {"gain_db", levels.gainDb},
-                        {"limiting", levels.limiting}};
     answer["players"] = ordered_json::array();
     for (const Player& player : client->Players())
         answer["players"].push_back({{"id", player.id},
@@ -81,21 +111,36 @@ ordered_json Outputs(const Profiles& profiles, const RunningClient* client) {
         }
     for (const auto& [name, profile] : profiles.All())
         if (!connected.contains(name)) add(name, "", false);
-    return {{"outputs", outputs}};
+    return outputs;
 }
 
-ordered_json Do(const ordered_json& request, Profiles* profiles, RunningClient* client) {
-    const std::string what = TextOf(request, "do");
-    if (what == "status") return Status(*profiles, client);
-    if (what == "outputs") return Outputs(*profiles, client);
-    if (what == "quit" || what == "bypass") {
-        if (client == nullptr) throw Refusal("it isn't running");
-        if (what == "quit")
-            client->Quit();
-        else
-            client->SetBypass(SwitchOf(request, "on", true));
-        return ordered_json::object();
+// Does what only a running client can do. Returns false for all other requests.
+bool DoAtClient(const std::string& what, const ordered_json& request, RunningClient* client,
+                ConnectionWishes* wishes) {
+    if (what != "quit" && what != "bypass" && what != "watch") return false;
+    if (client == nullptr || wishes == nullptr) throw Refusal("it isn't running");
+    const bool on = SwitchOf(request, "on", true);
+    if (what == "quit") {
+        client->Quit();
+    } else if (what == "watch") {
+        wishes->watches = on;
+    } else {
+        client->SetBypass(on, NumberOf(request, "gain_db", 0, kMostGainDb));
+        wishes->bypasses = on;
     }
+    return true;
+}
+
+ordered_json Do(const ordered_json& request, Profiles* profiles, RunningClient* client,
+                ConnectionWishes* wishes) {
+    const std::string what = TextOf(request, "do");
+    if (what == "status") {
+        ordered_json status = Status(*profiles, client);
+        if (client != nullptr) status["levels"] = ToJson(client->Levels());
+        return status;
+    }
+    if (what == "outputs") return {{"outputs", Outputs(*profiles, client)}};
+    if (DoAtClient(what, request, client, wishes)) return ordered_json::object();
     std::string fault;
     ordered_json answer = ordered_json::object();
     if (what == "leave-out") {
@@ -107,17 +152,15 @@ ordered_json Do(const ordered_json& request, Profiles* profiles, RunningClient* 
         if (what == "on") {
             profile.isOn = true;
             std::vector<std::string> warnings = profiles->Warnings();
-            if (const auto lines = request.find("settings"); lines != request.end()) {
-                if (!lines->is_array()) throw Refusal("\"settings\" must be a list of lines");
-                std::vector<std::string> texts;
-                for (const ordered_json& text : *lines)
-                    texts.push_back(text.is_string() ? text.get<std::string>() : text.dump());
-                profile.settings = SettingsOfLines(texts, &warnings);
-            }
+            profile.settings = SettingsIn(request, profile.settings, &warnings);
             answer["ignored"] = warnings;
         } else if (what == "off") {
             if (output.empty()) throw Refusal("there is no output");
             profile.isOn = false;
+        } else if (what == "set" && request.contains("settings")) {
+            std::vector<std::string> warnings;
+            profile.settings = SettingsIn(request, profile.settings, &warnings);
+            answer["ignored"] = warnings;
         } else if (what == "set") {
             const std::string wrong =
                 SetFromText(TextOf(request, "key"), TextOf(request, "value"), &profile.settings);
@@ -134,16 +177,28 @@ ordered_json Do(const ordered_json& request, Profiles* profiles, RunningClient* 
 
 }  // namespace
 
-std::string AnswerRequest(const std::string& line, Profiles* profiles, RunningClient* client) {
+std::string AnswerRequest(const std::string& line, Profiles* profiles, RunningClient* client,
+                          ConnectionWishes* wishes) {
     ordered_json answer;
     try {
         const ordered_json request = ordered_json::parse(line, nullptr, false);
         if (!request.is_object()) throw Refusal("a request is one JSON object on a line");
-        answer = Do(request, profiles, client);
+        answer = Do(request, profiles, client, wishes);
         answer["ok"] = true;
     } catch (const std::exception& fault) {
         answer = {{"ok", false}, {"error", fault.what()}};
     }
-    // JSON knows no infinity, and texts from other programs need not be UTF-8.
-    return answer.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+    return LineOf(answer);
+}
+
+std::string LevelsEvent(const RunningClient& client) {
+    ordered_json event{{"event", "levels"}};
+    event.update(ToJson(client.Levels()));
+    return LineOf(event);
+}
+
+std::string StateEvent(const Profiles& profiles, const RunningClient& client) {
+    return LineOf({{"event", "state"},
+                   {"status", Status(profiles, &client)},
+                   {"outputs", Outputs(profiles, &client)}});
 }

@@ -7,16 +7,19 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <vector>
 
 namespace {
 
 constexpr size_t kMostPrograms = 16, kMostLineBytes = 65536;
 constexpr int kWaitSeconds = 5;
+constexpr long kEventNs = 100'000'000;
 
 // Fails if the path is longer than an address may be.
 bool MakeAddress(sockaddr_un* address) {
@@ -44,8 +47,8 @@ std::string ControlSocketPath() {
            "/orvane-desktop";
 }
 
-ControlSocket::ControlSocket(pw_loop* serverLoop, Answer whenAsked)
-    : loop(serverLoop), answer(std::move(whenAsked)) {
+ControlSocket::ControlSocket(pw_loop* serverLoop, Service whatIsServed)
+    : loop(serverLoop), service(std::move(whatIsServed)) {
     if (ControlConnection().IsOpen()) throw std::runtime_error("it is running already");
     sockaddr_un address{};
     listening = Open();
@@ -65,10 +68,14 @@ ControlSocket::ControlSocket(pw_loop* serverLoop, Answer whenAsked)
     source = pw_loop_add_io(
         loop, listening, SPA_IO_IN, false,
         [](void* socket, int, uint32_t) { static_cast<ControlSocket*>(socket)->Accept(); }, this);
+    clock = pw_loop_add_timer(
+        loop, [](void* socket, uint64_t) { static_cast<ControlSocket*>(socket)->SendEvents(); },
+        this);
 }
 
 ControlSocket::~ControlSocket() {
     while (!programs.empty()) Drop(programs.begin()->first);
+    pw_loop_destroy_source(loop, clock);
     pw_loop_destroy_source(loop, source);
     close(listening);
     unlink(ControlSocketPath().c_str());
@@ -97,14 +104,40 @@ void ControlSocket::Read(int file) {
     const ssize_t count = recv(file, bytes.data(), bytes.size(), 0);
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (count <= 0) return Drop(file);
-    std::string& unread = programs[file].unread;
+    Program& program = programs[file];
+    std::string& unread = program.unread;
     unread.append(bytes.data(), static_cast<size_t>(count));
     for (size_t end = 0; (end = unread.find('\n')) != std::string::npos;) {
         const std::string line = unread.substr(0, end);
         unread.erase(0, end + 1);
-        if (!Send(file, answer(line))) return Drop(file);
+        if (!Send(file, service.answer(line, &program.wishes))) return Drop(file);
+        if (!program.wishes.watches) program.seenState.clear();
     }
-    if (unread.size() > kMostLineBytes) Drop(file);
+    if (unread.size() > kMostLineBytes) return Drop(file);
+    SetClock();
+}
+
+// The clock runs as long as a program watches.
+void ControlSocket::SetClock() {
+    const bool isNeeded = std::any_of(programs.begin(), programs.end(), [](const auto& program) {
+        return program.second.wishes.watches;
+    });
+    if (isNeeded == clockRuns) return;
+    clockRuns = isNeeded;
+    timespec first{0, isNeeded ? 1 : 0}, interval{0, isNeeded ? kEventNs : 0};
+    pw_loop_update_timer(loop, clock, &first, &interval, false);
+}
+
+void ControlSocket::SendEvents() {
+    const std::string levels = service.levels(), state = service.state();
+    std::vector<int> deaf;
+    for (auto& [file, program] : programs) {
+        if (!program.wishes.watches) continue;
+        const bool isNew = program.seenState != state;
+        if ((isNew && !Send(file, state)) || !Send(file, levels)) deaf.push_back(file);
+        program.seenState = state;
+    }
+    for (const int file : deaf) Drop(file);
 }
 
 // A program that doesn't read what it is sent loses its connection, so that nobody waits for it.
@@ -115,9 +148,12 @@ bool ControlSocket::Send(int file, const std::string& line) {
 }
 
 void ControlSocket::Drop(int file) {
+    const ConnectionWishes wishes = programs[file].wishes;
     pw_loop_destroy_source(loop, programs[file].source);
     close(file);
     programs.erase(file);
+    SetClock();
+    service.left(wishes);
 }
 
 ControlConnection::ControlConnection() : file(Open()) {

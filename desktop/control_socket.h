@@ -1,7 +1,8 @@
 // The Unix socket on which a running client takes requests: one line of text each way.
 //
 // The socket is $XDG_RUNTIME_DIR/orvane-desktop (/run/user/UID without that variable), and only its
-// owner may open it. At most 16 programs are served at once; a line may have 64 KiB.
+// owner may open it. At most 16 programs are served at once; a line may have 64 KiB. A program that
+// watches gets events ten times a second at most; as long as none watches, no clock runs.
 #pragma once
 #include <pipewire/pipewire.h>
 
@@ -10,15 +11,24 @@
 #include <string>
 #include <string_view>
 
+#include "desktop/commands.h"
+
 std::string ControlSocketPath();
 
 // Serves on the loop's thread.
 class ControlSocket {
 public:
-    // Returns the answer to a line. Both are without a line end.
-    using Answer = std::function<std::string(const std::string& line)>;
+    // All lines are without a line end.
+    struct Service {
+        // Returns the answer to a line, and stores what its program wants from now on.
+        std::function<std::string(const std::string& line, ConnectionWishes*)> answer;
+        // Return the lines of the events. A state is sent only if it differs from the one before.
+        std::function<std::string()> levels, state;
+        // A program has left.
+        std::function<void(const ConnectionWishes&)> left;
+    };
     // Throws std::runtime_error if another client serves already, or if the socket can't be made.
-    ControlSocket(pw_loop* serverLoop, Answer whenAsked);
+    ControlSocket(pw_loop* serverLoop, Service whatIsServed);
     ~ControlSocket();
     ControlSocket(const ControlSocket&) = delete;
     ControlSocket& operator=(const ControlSocket&) = delete;
@@ -28,17 +38,21 @@ private:
         ControlSocket* socket = nullptr;
         int file = -1;
         spa_source* source = nullptr;
-        std::string unread;
+        std::string unread, seenState;
+        ConnectionWishes wishes;
     };
     void Accept();
     void Read(int file);
+    void SetClock();
+    void SendEvents();
     void Drop(int file);
     static bool Send(int file, const std::string& line);
 
     pw_loop* loop;
-    Answer answer;
+    Service service;
     int listening = -1;
-    spa_source* source = nullptr;
+    spa_source *source = nullptr, *clock = nullptr;
+    bool clockRuns = false;
     std::map<int, Program> programs;
 };
 

@@ -39,6 +39,7 @@ constexpr char kUsage[] =
     "       orvane-desktop leave-out APPLICATION plays it directly, now and later\n"
     "       orvane-desktop bring-back APPLICATION\n"
     "       orvane-desktop status [--json]\n"
+    "       orvane-desktop window                opens the window\n"
     "       orvane-desktop run                   the client itself, in the foreground\n";
 
 [[noreturn]] void Fail(const std::string& why) {
@@ -60,7 +61,7 @@ ordered_json Ask(const ordered_json& request) {
         if (text.empty()) Fail("the running client doesn't answer");
     } else {
         Profiles profiles;
-        text = AnswerRequest(line, &profiles, nullptr);
+        text = AnswerRequest(line, &profiles, nullptr, nullptr);
     }
     ordered_json answer = ordered_json::parse(text, nullptr, false);
     if (!answer.is_object()) Fail("the running client's answer is broken");
@@ -186,6 +187,18 @@ int ListDevices(bool asJson) {
     return 0;
 }
 
+// Becomes the window's program, which is installed beside this one or in a folder for programs that
+// nobody calls by name.
+int OpenWindow() {
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
+    const std::filesystem::path folder = self.parent_path();
+    const std::string name = "orvane-desktop-window";
+    for (const std::filesystem::path& path :
+         {folder / name, folder.parent_path() / "libexec" / name})
+        execl(path.c_str(), name.c_str(), self.c_str(), ControlSocketPath().c_str(), nullptr);
+    Fail("the window isn't installed");
+}
+
 // Takes "NAME VALUE" out of the arguments; returns null if the name isn't there.
 const char* TakeOption(std::vector<const char*>* arguments, const std::string& name) {
     const auto at = std::find(arguments->begin(), arguments->end(), name);
@@ -225,6 +238,7 @@ int Main(int argc, char** argv) {
         Ask({{"do", "leave-out"}, {"application", words[0]}, {"out", command == "leave-out"}});
         return 0;
     }
+    if (command == "window" && words.empty()) return OpenWindow();
     if (command == "run" && words.empty()) return RunClient();
     Misused();
 }

@@ -5,7 +5,8 @@
 # usage: install-packages.sh JOB...
 #
 #   render   builds the library and the renderer, and holds a piece of music and gnuplot for pictures
-#   test     the same, and what tests and checks need
+#   window   builds the window of orvane-desktop
+#   test     all of these, and what tests and checks need
 #   arm      the cross compilers and their emulator
 #   wasm     builds the WebAssembly module, runs it and bundles the page
 #   browser  the browser in which the page is tested
@@ -15,11 +16,12 @@ set -euo pipefail
 render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-dev libcli11-dev
   nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev gnuplot-nox fonts-dejavu-core
   caveexpress-data dpkg-dev file lv2-dev libspeexdsp-dev libpipewire-0.3-dev"
+window="libadwaita-1-dev"
 test="binutils libgtest-dev clang clang-format clang-tidy clang-tools
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git
   man-db parallel rsync lintian fretsonfire-songs-muldjord pocketsphinx-testdata alsa-utils
   liblilv-dev lilv-utils sordi ffmpeg jalv jackd1 pipewire-bin libpipewire-0.3-modules wireplumber
-  dbus-daemon systemd"
+  dbus-daemon systemd xvfb at-spi2-core gir1.2-atspi-2.0 python3-gi"
 arm="cmake ninja-build python3 g++-arm-linux-gnueabi g++-aarch64-linux-gnu qemu-user googletest
   android-liblog-dev"
 wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs esbuild dpkg-dev"
@@ -30,7 +32,8 @@ wanted=
 for job in "$@"; do
   case $job in
     render) wanted="$wanted $render" ;;
-    test) wanted="$wanted $render $test" ;;
+    window) wanted="$wanted $window" ;;
+    test) wanted="$wanted $render $window $test" ;;
     arm) wanted="$wanted $arm" ;;
     wasm) wanted="$wanted $wasm" ;;
     browser) wanted="$wanted $browser" ;;
