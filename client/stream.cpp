@@ -89,15 +89,6 @@ void BlockStream::Process(const int16_t* in, int16_t* out, size_t frames) {
     }
 }
 
-namespace {
-
-// The playback gain fades in over a hundred calls. With short buffers these end before the gain has
-// settled. It rises with a time constant of 0.4 s, so three seconds are enough.
-constexpr uint32_t kSettlingBuffers = 100;
-constexpr uint32_t kSettlingSeconds = 3;
-
-}  // namespace
-
 PieceStream::PieceStream(const audio_effect_library_t& library, const Settings& settings,
                          const StreamFormat& streamFormat, const Alignment& alignment)
     : format(streamFormat),
@@ -115,11 +106,10 @@ PieceStream::PieceStream(const audio_effect_library_t& library, const Settings& 
 // silent buffers, `silentFrames` frames. From then on the delay stays the same.
 void PieceStream::Settle(uint32_t silentFrames) {
     const std::vector<int16_t> silence(size_t{format.bufferFrames} * format.channels);
-    uint32_t buffers = 0, silent = 0;
-    while (buffers < kSettlingBuffers ||
-           settlingFrames < uint64_t{kSettlingSeconds} * format.rateHz || silent < silentFrames) {
+    const uint64_t wanted = FramesToSettle(format.rateHz, format.bufferFrames);
+    uint32_t silent = 0;
+    while (settlingFrames < wanted || silent < silentFrames) {
         stream.Put(silence.data(), format.bufferFrames);
-        ++buffers;
         settlingFrames += format.bufferFrames;
         if (buffered && !buffering.Deliver()) silent += format.bufferFrames;
     }

@@ -72,6 +72,15 @@ private:
     int32_t status = kStatusOk;
 };
 
+// Returns how many frames of silence bring a new instance to rest, in whole buffers. The playback
+// gain fades in over a hundred calls. With short buffers these end before the gain has settled. It
+// rises with a time constant of 0.4 s, so three seconds are enough.
+constexpr uint64_t FramesToSettle(uint32_t rateHz, uint32_t bufferFrames) {
+    constexpr uint64_t kBuffers = 100, kSeconds = 3;
+    const uint64_t buffers = (kSeconds * rateHz + bufferFrames - 1) / bufferFrames;
+    return (buffers > kBuffers ? buffers : kBuffers) * bufferFrames;
+}
+
 struct Alignment {
     bool keepsDelay = false;  // keeps the chain's delay in the output
     bool startsCold = false;  // processes no silence before the piece, as the framework does

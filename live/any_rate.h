@@ -51,6 +51,15 @@ public:
     // Returns the frames of the session from a frame's input to its output, now.
     uint32_t LatencyFrames() const { return stream.LatencyFrames() * factor + delayFrames; }
 
+    // Drops the sound that waits. See LiveStream::Flush.
+    void Flush() {
+        stream.Flush();
+        if (factor == 1) return;
+        speex_resampler_reset_mem(down.get());
+        speex_resampler_reset_mem(up.get());
+        waiting = 0;
+    }
+
     // Processes `frames` frames of two channels. `out` may be `in`, channels crossed or not. Must
     // not be called if something was refused.
     void Process(const float* const in[2], float* const out[2], size_t frames) {

@@ -89,6 +89,15 @@ void ChainPair::Jump(const Wires& wanted, uint32_t newBlockFrames) {
     Rest(&Other());
 }
 
+void ChainPair::Clear() {
+    for (size_t n = 0; n < kControls.size(); ++n) {
+        if (!kControls[n].IsSwitch() || n == kAutomaticGain || Heard().sent[n] == 0) continue;
+        const int32_t on = Heard().sent[n];
+        Send(&Heard(), n, 0);
+        Send(&Heard(), n, on);
+    }
+}
+
 void ChainPair::Move(const Wires& wanted) {
     if (state == State::kFading && faded == kFadeFrames) End();
     if (state != State::kSteady) return;

@@ -50,6 +50,11 @@ public:
     // as they are. Call it only where a block begins.
     void Move(const Wires& wanted);
 
+    // Clears the equalizer and the enhancer of the heard instance, which start anew with the next
+    // block. The automatic gain and the limiters keep their histories. Call it only where a block
+    // begins and nothing moves.
+    void Clear();
+
     // Returns the frames from input to output: a block and the chain's delay.
     uint32_t LatencyFrames() const;
     // Returns the limit of the peaks that the heard instance has. The greatest sample is 1.

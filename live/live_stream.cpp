@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "client/delay.h"
 #include "client/quantize.h"
+#include "client/stream.h"
 
 namespace {
 
@@ -59,6 +61,48 @@ void LiveStream::Jump() {
     chains.Jump(wanted, blockFrames);
 }
 
+void LiveStream::Settle() {
+    if (now != 0) return;
+    Jump();
+    latencyFrames = chains.LatencyFrames();
+    const uint64_t wantedSilence = FramesToSettle(rate, blockFrames);
+    for (uint64_t done = 0; done < wantedSilence; done += blockFrames) FillBlock();
+}
+
+void LiveStream::Flush() {
+    if (now == 0) return;
+    if (blockAt + kForgetFrames > blockFrames) FillBlock();
+    FillBlock();
+    Jump();
+    chains.Clear();
+    latencyFrames = chains.LatencyFrames();
+    for (float(&channel)[kHistoryFrames] : history) std::fill_n(channel, kHistoryFrames, 0.0F);
+    tapFade = open = kFadeFrames;
+    duck = Duck::kOpen;
+    dry = bypassed ? kFadeFrames : 0;
+    // The block that the chain has returned, and what the output limiters still hold.
+    muted = blockFrames + DelayFrames(Settings(), blockFrames);
+    sourceSquares = resultSquares = 0;
+    peak = 0;
+}
+
+// Completes the present block, and drops what the chain returns. The block gets the last sound that
+// came in, so that the automatic gain measures about the same level, and silence at its end.
+void LiveStream::FillBlock() {
+    while (blockAt < blockFrames) {
+        const size_t count = std::min(kPieceFrames, size_t{blockFrames - blockAt});
+        int16_t pcm[2 * kPieceFrames] = {};
+        float dropped[2 * kPieceFrames];
+        for (size_t n = 0; n < count && blockAt + n + kForgetFrames < blockFrames; ++n)
+            for (size_t c = 0; c < 2; ++c)
+                pcm[2 * n + c] =
+                    Quantized(history[c][(now - blockFrames + blockAt + n) % kHistoryFrames]);
+        chains.Process(pcm, dropped, count);
+        blockAt += static_cast<uint32_t>(count);
+    }
+    blockAt = 0;
+}
+
 void LiveStream::BeginBlock() {
     if (now == 0) Jump();
     if (duck == Duck::kClosed) {
@@ -101,10 +145,12 @@ void LiveStream::Mix(const float* chain, float* result, float* source) {
     if (bypassed && dry < kFadeFrames) ++dry;
     if (!bypassed && dry > 0) --dry;
     const float dryPart = FadePart(dry, kFadeFrames);
+    const bool isMuted = muted > 0;
+    if (isMuted) --muted;
     for (size_t c = 0; c < 2; ++c) {
-        peak = std::max(peak, std::abs(chain[c]));
+        if (!isMuted) peak = std::max(peak, std::abs(chain[c]));
         source[c] = Past(c);
-        result[c] = chain[c] * gain;
+        result[c] = isMuted ? 0 : chain[c] * gain;
         if (dry > 0) result[c] = result[c] * (1 - dryPart) + source[c] * dryPart;
         sourceSquares += double{source[c]} * source[c];
         resultSquares += double{result[c]} * result[c];

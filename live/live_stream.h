@@ -52,6 +52,16 @@ public:
     void Process(const float* const in[2], float* const result[2], float* const source[2],
                  size_t frames);
 
+    // Processes silence as PieceStream does before a piece, so that the automatic gain has settled
+    // when the first frame comes. Call it before that, after the settings. Takes tens of
+    // milliseconds.
+    void Settle();
+    // Drops the sound that waits, as after a seek. The result is silent until the next frame comes
+    // out, LatencyFrames() frames later. Everything that moves is where it was going to. The
+    // automatic gain goes on: instead of silence it gets sound that it has had before. Takes as
+    // long as processing two blocks.
+    void Flush();
+
     // Returns the present delay in frames, from a frame's input to its output.
     uint32_t LatencyFrames() const { return latencyFrames; }
 
@@ -68,6 +78,8 @@ private:
     static constexpr size_t kFadeFrames = 512;
     static constexpr size_t kPieceFrames = ChainPair::kMostFrames;
     static constexpr size_t kHistoryFrames = 4096;  // a power of two beyond all latencies
+    // Silence of this length leaves the look-ahead of both limiters in turn, 255 frames each.
+    static constexpr uint32_t kForgetFrames = 512;
 
     enum class Duck { kOpen, kClosing, kClosed, kFilling };
 
@@ -75,6 +87,7 @@ private:
     void Jump();
     void BeginBlock();
     float StepDuck();
+    void FillBlock();
     float Past(size_t channel) const;
     void ProcessPiece(const float* const in[2], float* const result[2], float* const source[2],
                       size_t frames);
@@ -97,6 +110,7 @@ private:
     Duck duck = Duck::kOpen;
     size_t open = kFadeFrames;  // of kFadeFrames: how much of the chain is heard
     size_t hold = 0;            // frames until the chain has filled
+    size_t muted = 0;           // frames until nothing is left of the sound before a flush
 
     double sourceSquares = 0, resultSquares = 0;  // of the present block
     double sourceMean = 0, resultMean = 0;        // smoothed
