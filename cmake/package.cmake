@@ -7,7 +7,7 @@ set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/orvane)
 
 install(TARGETS orvane orvane_desktop RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 if(TARGET orvane_desktop_window)  # `orvane-desktop window` finds it there
-  install(TARGETS orvane_desktop_window RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR})
+  install(TARGETS orvane_desktop_window RUNTIME DESTINATION lib/orvane)
   install(FILES packaging/com.quenthra.Orvane.svg
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/icons/hicolor/scalable/apps)
 endif()

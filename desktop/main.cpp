@@ -194,7 +194,7 @@ int OpenWindow() {
     const std::filesystem::path folder = self.parent_path();
     const std::string name = "orvane-desktop-window";
     for (const std::filesystem::path& path :
-         {folder / name, folder.parent_path() / "libexec" / name})
+         {folder / name, folder.parent_path() / "lib/orvane" / name})
         execl(path.c_str(), name.c_str(), self.c_str(), ControlSocketPath().c_str(), nullptr);
     Fail("the window isn't installed");
 }
