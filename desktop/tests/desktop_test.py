@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """Everything that docs/desktop.md promises, in a desktop without a screen.
 
-desktop_test.py BUILD_FOLDER [ROUNDS]    ROUNDS: random steps to try, 12 if not given
+desktop_test.py BUILD_FOLDER [ROUNDS [CHECK...]]
+    ROUNDS: random steps to try, 12 if not given. CHECK: names of functions below, all if not given.
 """
 import array
+import collections
 import json
 import os
 import pathlib
@@ -71,7 +73,8 @@ def level(values):
                              for at in range(0, len(values) - 479, 480))
 
 
-def plays_the_renderers_samples(session, rate):
+def plays_the_renderers_samples(session):
+    rate = session.rate
     make_sound("in.wav", rate, 2, "0.4*(2*random(0)-1)|0.3*sin(900*t)*(2*random(1)-1)")
     # What lies beside the equalizer's delay is the same whenever the chain was started.
     pathlib.Path("settings").write_text("eq = -0.2,1,0.8,0.05,-0.05,-0.15,0,-0.1,0.05,-0.05\n"
@@ -92,8 +95,10 @@ def plays_the_renderers_samples(session, rate):
     assert share > 0.25  # without the effect, or with one sample wrong in 16, it is 0
 
 
-def tells_its_latency(session, rate, most_wrong):
+def tells_its_latency(session):
     """An impulse, recorded before and after in one stream. The told latency counts quanta apart."""
+    rate = session.rate
+    pathlib.Path("limiters").write_text("output-gain = 1\n")
     session.orvane("on", "limiters")
     make_sound("impulse.wav", rate, 3, "0.5*eq(floor(t*%d)\\,%d)" % (rate, rate))
     told = measured = None
@@ -113,7 +118,7 @@ def tells_its_latency(session, rate, most_wrong):
                          for side in (0, 1))
         measured = after - before
         print(f"  {rate} Hz: told {told} frames, measured {measured}")
-        if abs(told - measured) <= most_wrong:
+        if abs(told - measured) <= (1 if rate <= 48000 else 256):
             return
     raise AssertionError(f"told {told}, measured {measured}")
 
@@ -194,7 +199,7 @@ def survives_failures(session):
     session.play("tone.wav")
     state = pathlib.Path("config/orvane/desktop.json")
     # Killed: the sound goes on directly, and the next client finds everything as it was.
-    session.run("pkill", "-KILL", "-f", "/bin/orvane-desktop run")
+    session.kill_client()
     wait_until("direct", lambda: session.heard_on() == ({"speakers"}, False))
     assert session.orvane("status").startswith("off")
     session.orvane("on", "night")
@@ -257,7 +262,7 @@ def stays_on_the_right_output(session):
     chosen, plugged, is_on = "speakers", set(session.outputs), False
     session.choose(chosen)
     session.play("long.wav")
-    late = 0
+    late, steps = 0, collections.Counter()
     for turn in range(rounds):
         step = random.choice(("on", "off", "choose", "plug", "plug", "kill client", "kill manager"))
         if step == "on":
@@ -278,7 +283,7 @@ def stays_on_the_right_output(session):
                 session.plug(name)
                 plugged.add(name)
         elif step == "kill client":
-            session.run("pkill", "-KILL", "-f", "/bin/orvane-desktop run")
+            session.kill_client()
             is_on = False
         else:  # outputs that outlive a manager stay dead, and players are lost, also without us
             session.stop("player")
@@ -290,17 +295,35 @@ def stays_on_the_right_output(session):
                 session.plug(name)
             time.sleep(0.5)
             session.play("long.wav")
-        time.sleep(1)
-        if not is_on and session.processes["player"].poll() is not None:
-            session.play("long.wav")  # it ended because its output did, as it does without Orvane
         expected = {chosen if chosen in plugged else max(plugged, key=session.outputs.get)}, is_on
-        late += session.heard_on() != expected
-        try:
-            wait_until("the right output", lambda: session.heard_on() == expected)
-        except AssertionError as fault:
-            raise AssertionError(f"round {turn}, {step}: {session.heard_on()}, not {expected}") from fault
-    print(f"  {rounds - late} of {rounds} right after 1 s, all in the end")
+
+        def is_right():
+            # Without us, a player may end with its output.
+            if not is_on and session.processes["player"].poll() is not None:
+                session.play("long.wav")
+            return session.heard_on() == expected
+
+        time.sleep(1)
+        steps[step] += 1
+        if not is_right():
+            late += 1
+            print(f"  round {turn}, {step}: after 1 s {session.heard_on()}, not {expected}", flush=True)
+            wait_until(f"round {turn}, {step}: the right output", is_right)
+    print(f"  {rounds - late} of {rounds} right after 1 s, all in the end; {dict(steps)}")
     session.stop("player")
+
+
+CHECKS = {
+    plays_the_renderers_samples: (44100, 48000),
+    tells_its_latency: (44100, 48000, 96000),
+    keys_act_behind_the_effect: (48000,),
+    keeps_a_profile_for_each_output: (48000,),
+    leaves_a_listeners_own_target: (48000,),
+    answers_every_line: (48000,),
+    keeps_the_older_settings: (48000,),
+    survives_failures: (48000,),
+    stays_on_the_right_output: (48000,),
+}
 
 
 def main():
@@ -314,20 +337,15 @@ def main():
     with tempfile.TemporaryDirectory() as prefix:
         subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], check=True,
                        stdout=subprocess.DEVNULL)
-        for rate, most_wrong in ((44100, 1), (48000, 1), (96000, 256)):
-            with Session(prefix, rate) as session:
-                pathlib.Path("limiters").write_text("output-gain = 1\n")
-                if rate != 96000:
-                    plays_the_renderers_samples(session, rate)
-                tells_its_latency(session, rate, most_wrong)
-        for check in (keys_act_behind_the_effect, keeps_a_profile_for_each_output,
-                      leaves_a_listeners_own_target, answers_every_line,
-                      keeps_the_older_settings, survives_failures, stays_on_the_right_output):
-            with Session(prefix) as session:
-                print(check.__name__)
-                make_sound("tone.wav", 48000, 60, "0.25*sin(2*PI*440*t)")
-                session.orvane("on", "night")
-                check(session)
+        for check, rates in CHECKS.items():
+            if len(sys.argv) > 3 and check.__name__ not in sys.argv[3:]:
+                continue
+            for rate in rates:
+                with Session(prefix, rate) as session:
+                    print(f"{check.__name__}, {rate} Hz", flush=True)
+                    make_sound("tone.wav", rate, 60, "0.25*sin(2*PI*440*t)")
+                    session.orvane("on", "night")
+                    check(session)
     return 0
 
 

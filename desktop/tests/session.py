@@ -8,6 +8,8 @@ import os
 import pathlib
 import shutil
 import signal
+import socket
+import struct
 import subprocess
 import tempfile
 import time
@@ -24,6 +26,7 @@ def wait_until(what, holds):
 
 class Session:
     def __init__(self, prefix, rate=48000, outputs=(("speakers", 1000), ("headset", 500))):
+        self.rate = rate
         self.folder = pathlib.Path(tempfile.mkdtemp())
         run = self.folder / "run"
         run.mkdir(mode=0o700)
@@ -73,7 +76,7 @@ class Session:
         wait_until("a session manager", lambda: "WirePlumber" in self.run("pw-cli", "ls", "Client").stdout)
 
     def close(self):
-        self.run("pkill", "-KILL", "-f", "/bin/orvane-desktop run")
+        self.kill_client()
         for name in ("player", "recorder", "client", "manager", "server"):
             self.stop(name, signal.SIGKILL)
         os.chdir("/")
@@ -88,6 +91,13 @@ class Session:
         result = self.run("orvane-desktop", *words)
         assert result.returncode == status, f"{words}: {result.returncode}, {result.stderr}"
         return result.stdout + result.stderr
+
+    def kill_client(self):
+        """Kills the process that serves the socket, if there is one."""
+        with socket.socket(socket.AF_UNIX) as connection:
+            if connection.connect_ex(str(self.folder / "run/orvane-desktop")) == 0:
+                who = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, struct.calcsize("3i"))
+                os.kill(struct.unpack("3i", who)[0], signal.SIGKILL)
 
     # Questions to the sound server.
 
