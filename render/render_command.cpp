@@ -113,10 +113,7 @@ public:
 private:
     void Draw() {
         try {
-            const PictureInput input = TakePictureInput();
-            std::string error;
-            if (!DrawPicture(input, png->TemporaryPath(), &error))
-                throw Failure("{} cannot be drawn: {}", job.picture, error);
+            DrawPicture(TakePictureInput(), {png->TemporaryPath(), job.picture});
             png->Commit();
         } catch (const std::bad_alloc&) {
             report.missing = job.picture + " cannot be drawn: not enough memory";

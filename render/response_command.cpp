@@ -4,7 +4,6 @@
 #include "render/commands.h"
 #include "render/common_options.h"
 #include "render/effect_library.h"
-#include "render/failure.h"
 #include "render/pictures/response.h"
 
 namespace {
@@ -45,15 +44,13 @@ void ResponseCommand::DrawBandsAlone() const {
     const EffectLibrary library = common.library.Open();
     BandsInput input;
     input.rateHz = rateHz;
-    input.chain = [&](const Settings::Levels& levels, const std::vector<int16_t>& pcm) {
+    input.chainWith = [&](const Settings::Levels& levels) {
         Settings settings;
         for (size_t band = 0; band < levels.size(); ++band) settings.SetBand(band, levels[band]);
-        return AlignedPlayer(library, settings, {rateHz, 1, common.bufferFrames})(pcm);
+        return AlignedPlayer(library, settings, {rateHz, 1, common.bufferFrames});
     };
     OutputFile png(picture, common.overwrite);
-    std::string error;
-    if (!DrawBands(input, png.TemporaryPath(), &error))
-        throw Failure(picture + " cannot be drawn: " + error);
+    DrawBands(input, {png.TemporaryPath(), picture});
     png.Commit();
 }
 
@@ -83,9 +80,7 @@ void ResponseCommand::Run() {
     input.enhancerOnly = AlignedPlayer(library, enhancer, format);
     input.both = AlignedPlayer(library, both, format);
     OutputFile png(picture, common.overwrite);
-    std::string error;
-    if (!DrawResponse(input, png.TemporaryPath(), &error))
-        throw Failure("{} cannot be drawn: {}", picture, error);
+    DrawResponse(input, {png.TemporaryPath(), picture});
     png.Commit();
     common.settings.Save(settings, common.overwrite);
 }

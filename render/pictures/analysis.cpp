@@ -7,13 +7,14 @@
 #include <random>
 
 #include "render/audio/spectrum.h"
+#include "render/failure.h"
 
 namespace {
 
 constexpr double kPi = std::numbers::pi;
 constexpr double kSmoothingOctaves = 1.0 / 24.0;
 
-// The elements k with k * stepHz around a frequency, at least two of them.
+// The indices of the elements whose frequencies lie around a frequency, at least two.
 struct Bins {
     size_t first, last;
 };
@@ -26,14 +27,16 @@ Bins BinsAround(const MeasuredResponse& response, double frequencyHz) {
 }
 
 constexpr int kLoudestTestDb = -20, kSoftestTestDb = -62, kTestStepDb = 6;
-// Rounding alone stays below this at the two loudest levels.
+// At the two loudest levels, rounding alone gives a smaller residual than this.
 constexpr double kCleanResidualDb = -60;
 constexpr size_t kTestSequences = 4;
 constexpr double kPinkFromHz = 10;
-// The end of a sequence is not measured: a linear-phase filter hears the next one ahead.
+// The last frames of a sequence are not measured. The aligned output of a linear-phase filter
+// depends on later input, so it contains the beginning of the next sequence there.
 constexpr size_t kLookAheadFrames = 2048;
 
-// One period of noise with the power of every octave alike, RMS 1.
+// Writes one period of pink noise, which has the same power in every octave, to transform->time.
+// Its RMS is 1.
 void MakePinkNoise(double rateHz, std::mt19937* random, RealTransform* transform) {
     const size_t length = transform->time.size();
     const double stepHz = rateHz / static_cast<double>(length);
@@ -54,8 +57,8 @@ int16_t ToSample(double value) {
     return static_cast<int16_t>(std::lround(std::clamp(value * 32767.0, -32768.0, 32767.0)));
 }
 
-std::optional<MeasuredResponse> MeasureAtLevel(const SampleChain& chain, int channels,
-                                               double rateHz, double levelDb) {
+MeasuredResponse MeasureAtLevel(const SampleChain& chain, int channels, double rateHz,
+                                double levelDb) {
     const auto stride = static_cast<size_t>(channels);
     const size_t length = std::bit_ceil(static_cast<size_t>(2.7 * rateHz));
     const size_t measuredFrom = length - kLookAheadFrames;
@@ -71,7 +74,9 @@ std::optional<MeasuredResponse> MeasureAtLevel(const SampleChain& chain, int cha
                         ToSample(level * transform.time[n % length]));
     }
     const std::vector<int16_t> output = chain(input);
-    if (output.size() != input.size()) return std::nullopt;
+    if (output.size() != input.size())
+        throw Failure("the effect returned {} samples for {}, so its response cannot be measured",
+                      output.size(), input.size());
 
     const auto measure = [&](const std::vector<int16_t>& samples, size_t sequence) {
         const size_t first = sequence * 2 * length + measuredFrom;
@@ -99,7 +104,7 @@ std::optional<MeasuredResponse> MeasureAtLevel(const SampleChain& chain, int cha
     }
     const double residualDb =
         outputPower > 0 ? 10 * std::log10(std::max(residualPower / outputPower, 1e-20)) : -200;
-    return MeasuredResponse{rateHz / static_cast<double>(length), std::move(cross), residualDb};
+    return {rateHz / static_cast<double>(length), std::move(cross), residualDb};
 }
 
 }  // namespace
@@ -117,7 +122,8 @@ std::vector<double> LoudnessCurve(const std::vector<float>& tenths, size_t windo
     for (size_t k = 0; k <= tenths.size(); ++k) {
         const size_t first = k - std::min(k, windowTenths / 2);
         const size_t end = std::min(k + windowTenths / 2, tenths.size());
-        double sum = 0;  // fresh for each: loud and soft lie far apart
+        // A running sum would lose soft passages to the rounding of loud ones.
+        double sum = 0;
         for (size_t i = first; i < end; ++i) sum += static_cast<double>(tenths[i]);
         lufs.push_back(-0.691 + 10 * std::log10(sum / static_cast<double>(end - first)));
     }
@@ -125,14 +131,12 @@ std::vector<double> LoudnessCurve(const std::vector<float>& tenths, size_t windo
     return lufs;
 }
 
-std::optional<MeasuredResponse> MeasureResponse(const SampleChain& chain, int channels,
-                                                double rateHz) {
-    std::optional<MeasuredResponse> best;
-    for (int levelDb = kLoudestTestDb; levelDb >= kSoftestTestDb; levelDb -= kTestStepDb) {
-        std::optional<MeasuredResponse> response = MeasureAtLevel(chain, channels, rateHz, levelDb);
-        if (!response) return std::nullopt;
-        if (!best || response->residualDb < best->residualDb) best = std::move(response);
-        if (best->residualDb < kCleanResidualDb) break;
+MeasuredResponse MeasureResponse(const SampleChain& chain, int channels, double rateHz) {
+    MeasuredResponse best = MeasureAtLevel(chain, channels, rateHz, kLoudestTestDb);
+    for (int levelDb = kLoudestTestDb - kTestStepDb;
+         levelDb >= kSoftestTestDb && best.residualDb >= kCleanResidualDb; levelDb -= kTestStepDb) {
+        MeasuredResponse response = MeasureAtLevel(chain, channels, rateHz, levelDb);
+        if (response.residualDb < best.residualDb) best = std::move(response);
     }
     return best;
 }

@@ -1,44 +1,55 @@
-// What pictures are drawn from: frequencies, loudness over time, and the response of a chain of
-// 16-bit samples, interleaved. Thread: one at a time, for FFTW.
+// Computes what the pictures show: a grid of frequencies, the loudness over time, and the measured
+// frequency response of a chain. Use the functions on one thread at a time, because FFTW's planner
+// is not thread-safe.
 #pragma once
 
 #include <complex>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <vector>
 
-// Interleaved 16-bit samples in, as many out, delay removed.
+// Processes a whole piece of interleaved 16-bit samples. Returns as many samples, with the chain's
+// delay removed.
 using SampleChain = std::function<std::vector<int16_t>(const std::vector<int16_t>&)>;
 
-// Frequencies from 20 Hz to 20 kHz (or to just below half the rate), 48 to the octave.
+// Returns frequencies in Hz from 20 Hz to 20 kHz, or to 0.49 times the rate if that is lower. There
+// are 48 in each octave.
 std::vector<double> FrequencyGrid(double rateHz);
 
-// Loudness in LUFS over a sliding window of an even number of tenths of a second (4: momentary, 30:
-// short-term), from LoudnessMeter::Tenths. Element k: centred on k tenths of a second, over what
-// the window covers of the piece; minus infinity for silence. One more element than tenths, or
-// none.
+// Returns the loudness in LUFS over a sliding window of `windowTenths` tenths of a second, an even
+// number: 4 for momentary and 30 for short-term loudness. `tenths` are those of
+// LoudnessMeter::Tenths.
+//
+// The window of element k is centred on k tenths of a second. Only the part of it that lies within
+// the piece counts. Silence is minus infinity. There is one element more than `tenths` has, or none
+// if it has none.
 std::vector<double> LoudnessCurve(const std::vector<float>& tenths, size_t windowTenths);
 
-// The response of a linear chain that hears the same signal on all channels: element k of `values`
-// belongs to k * stepHz.
+// The frequency response of a linear chain that gets the same signal on all channels.
 struct MeasuredResponse {
     double stepHz = 0;
-    std::vector<std::complex<double>> values;
-    double residualDb = 0;  // power of the output that no response explains, against all of it
+    std::vector<std::complex<double>> values;  // element k is the response at k * stepHz
+    // The part of the output's power that the response doesn't explain, in dB relative to the
+    // whole.
+    double residualDb = 0;
 };
 
-// Sends pink noise through the chain: four periodic sequences of random phase, a power of two
-// frames of at least 2.7 s long. Each is heard once to settle and once to measure, and the response
-// is the averaged cross spectrum over the power of the input (H1), so that nothing leaks and the
-// rounding to 16 bit averages out. The noise starts at -20 dB full scale and goes down in steps of
-// 6 dB as long as the residual says that a limiter is at work; the best measurement counts.
-// Nothing when the chain returns another number of samples than it was given.
-std::optional<MeasuredResponse> MeasureResponse(const SampleChain& chain, int channels,
-                                                double rateHz);
+// Measures the response with pink noise: four periodic sequences with random phases. A period is
+// the power of two of frames that lasts at least 2.7 s. Each sequence is played twice, first to let
+// the chain settle and then to measure.
+//
+// The response is the averaged cross spectrum divided by the averaged power of the input (H1).
+// Whole periods are measured, so no power leaks between frequencies, and the rounding to 16 bits
+// averages out. The noise begins at an RMS of -20 dB full scale. While the residual shows that a
+// limiter is at work, the level is lowered in steps of 6 dB. The measurement with the smallest
+// residual is returned.
+//
+// Throws Failure if the chain returns another number of samples than it was given.
+MeasuredResponse MeasureResponse(const SampleChain& chain, int channels, double rateHz);
 
-// Mean power of the response around a frequency, 1/24 octave wide, in dB.
+// Returns the mean power of the response in a band of 1/24 octave around a frequency, in dB.
 double MagnitudeDb(const MeasuredResponse& response, double frequencyHz);
 
-// Group delay around a frequency, 1/24 octave wide, weighted with the power; 0 for aligned streams.
+// Returns the group delay in a band of 1/24 octave around a frequency, weighted with the power. It
+// is 0 if output and input are aligned.
 double GroupDelayMs(const MeasuredResponse& response, double frequencyHz);

@@ -14,17 +14,19 @@
 #include <sstream>
 #include <string_view>
 
+#include "render/failure.h"
+
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every libc declares it
 
 namespace {
 
-// Characters of small text that fit across the page.
+// The number of characters of small text that fit into a line of the page.
 constexpr size_t kLineCharacters = 170;
-// Characters of a title that leave room for the key.
+// The most characters of a title, so that the key has room beside it.
 constexpr size_t kTitleCharacters = 60;
 constexpr double kMostSteps = 12;
 
-// Length in bytes of the UTF-8 character at `at`; 0 if there is none.
+// Returns the length in bytes of the UTF-8 character at `at`, or 0 if there is no valid one.
 size_t CharacterBytes(const std::string& text, size_t at) {
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(text.c_str()[i]); };
     const unsigned char lead = byte(at);
@@ -38,7 +40,8 @@ size_t CharacterBytes(const std::string& text, size_t at) {
     return bytes;
 }
 
-// At most so many characters of the text, the last an ellipsis if there are more.
+// Returns the text, shortened to at most `characters` characters. If characters are left out, the
+// last one is an ellipsis.
 std::string Shortened(const std::string& text, size_t characters) {
     size_t end = 0, last = 0;
     for (size_t i = 0; i < characters && end < text.size(); ++i) {
@@ -66,7 +69,8 @@ struct CloseFile {
 };
 using File = std::unique_ptr<FILE, CloseFile>;
 
-// gnuplot doesn't notice a full disk: the end of a PNG file tells.
+// Returns true if the file ends as a PNG file does. gnuplot doesn't notice that a disk is full, but
+// then the end is missing.
 bool IsWholePng(FILE* picture) {
     constexpr std::string_view kEnd("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
     std::array<char, kEnd.size()> end{};
@@ -75,7 +79,8 @@ bool IsWholePng(FILE* picture) {
            std::string_view(end.data(), end.size()) == kEnd;
 }
 
-// Runs gnuplot with these files as its input, output and errors. Returns a reason, or nothing.
+// Runs gnuplot with these files as its standard input, output and error. Returns "", or what went
+// wrong.
 std::string Spawn(FILE* script, FILE* picture, FILE* messages) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -94,7 +99,7 @@ std::string Spawn(FILE* script, FILE* picture, FILE* messages) {
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     if (status == 0 && IsWholePng(picture)) return "";
-    // The message is the last line that says something.
+    // gnuplot's message is its last line that is not empty.
     std::string message = status == 0 ? "the file is incomplete" : "gnuplot failed";
     rewind(messages);
     char line[512];
@@ -117,7 +122,7 @@ std::string GnuplotText(const std::string& text) {
         else if (bytes == 1 && static_cast<unsigned char>(text[at]) < ' ')
             quoted += ' ';
         else if (text[at] == '\'')
-            quoted += at == 0 ? "\u2019" : "''";  // gnuplot ends a text that begins with two
+            quoted += at == 0 ? "\u2019" : "''";  // two at the beginning are an empty text
         else
             quoted += text.substr(at, bytes);
         at += std::max<size_t>(bytes, 1);
@@ -161,7 +166,7 @@ std::string GnuplotPage(const std::string& title, const std::vector<std::string>
             y -= 0.022;
         }
     }
-    page << "plot [0:1][0:1]";  // a plot of its own that shows only labels and key
+    page << "plot [0:1][0:1]";  // this plot has no curves and shows only the labels and the key
     for (size_t i = 0; i < key.size(); ++i)
         page << (i > 0 ? "," : "") << " -1 with " << key[i].style << " linecolor rgb '"
              << key[i].colour << "' title " << GnuplotText(key[i].title);
@@ -227,18 +232,14 @@ std::string GnuplotValueAxis(const GnuplotAxis& axis, std::vector<double> values
     return text.str();
 }
 
-bool RunGnuplot(const std::string& script, const std::string& pngPath, std::string* error) {
-    const File picture(fopen(pngPath.c_str(), "w+be"));
-    if (!picture) {
-        *error = std::strerror(errno);
-        return false;
-    }
+void RunGnuplot(const std::string& script, const PngFile& png) {
+    const File picture(fopen(png.path.c_str(), "w+be"));
+    if (!picture) throw Failure("{} cannot be drawn: {}", png.name, std::strerror(errno));
     const File input(tmpfile()), messages(tmpfile());
     if (!input || !messages || fputs(script.c_str(), input.get()) < 0 ||
-        fseek(input.get(), 0, SEEK_SET) != 0) {
-        *error = std::string("no temporary file: ") + std::strerror(errno);
-        return false;
-    }
-    *error = Spawn(input.get(), picture.get(), messages.get());
-    return error->empty();
+        fseek(input.get(), 0, SEEK_SET) != 0)
+        throw Failure("{} cannot be drawn: a temporary file cannot be written: {}", png.name,
+                      std::strerror(errno));
+    const std::string fault = Spawn(input.get(), picture.get(), messages.get());
+    if (!fault.empty()) throw Failure("{} cannot be drawn: {}", png.name, fault);
 }

@@ -1,4 +1,4 @@
-// Draws PNG files with gnuplot. Makes scripts in its language and runs them.
+// Draws PNG files with gnuplot: makes scripts in its language and runs them.
 //
 // A page is 1600 x 1200 pixels: a title, lines of small text below it, and panels placed by the
 // caller in screen coordinates.
@@ -14,16 +14,16 @@ inline constexpr const char* kPaleOrange = "#f7c79f";
 inline constexpr const char* kInk = "#303030";
 inline constexpr const char* kGrey = "#808080";  // the zero line and the frame
 
-// Returns the text as a string constant of the language, on one line. No character in it acts as a
-// command or as markup. Bytes that are not UTF-8 become question marks, and an apostrophe at the
-// beginning becomes the typographic one.
+// Returns the text as a string constant of gnuplot's language, on one line. No character in it acts
+// as a command or as markup. Bytes that are not UTF-8 become question marks, and an apostrophe at
+// the beginning becomes the typographic one.
 std::string GnuplotText(const std::string& text);
 
-// Returns a block of rows, which plots read by its name. The name starts with '$'. All columns have
-// the same length. A curve leaves out values that are not finite.
+// Returns a data block, which plot commands refer to by its name. The name starts with '$'. All
+// columns have the same length. A curve leaves out values that are not finite.
 std::string GnuplotData(const std::string& name, const std::vector<std::vector<double>>& columns);
 
-// An entry of the page's key. It has a style of the language, such as "lines linewidth 2".
+// An entry of the page's key. `style` is in gnuplot's language, such as "lines linewidth 2".
 struct GnuplotKey {
     const char *style, *colour, *title;
 };
@@ -43,29 +43,35 @@ struct GnuplotPlace {
 std::string GnuplotPanel(const std::string& heading, const GnuplotPlace& place,
                          const std::string& line = "");
 
-// Writes in the middle of the panel why it is empty.
+// Writes a note into the middle of a panel, for example why it is empty.
 std::string GnuplotNote(const std::string& text);
 
 // Adds a logarithmic x axis from 20 Hz to 20 kHz.
 std::string GnuplotFrequencyAxis();
 
-// Marks where the enhancer's three bands meet, on a logarithmic frequency axis.
+// Marks the frequencies at which the enhancer's three bands meet, on a logarithmic frequency axis.
 std::string GnuplotBandSplits();
 // Explains the marks in a panel's heading.
 inline constexpr const char* kBandSplitsText =
     "dashed: the enhancer's bands meet, out of step, and cancel";
 
-// A y axis whose ends are multiples of a step. It holds its values and what it always shows.
+// A y axis whose ends are multiples of `step`. It contains all values, and the range from
+// `alwaysLow` to `alwaysHigh` even without values.
 struct GnuplotAxis {
     std::string label;
     double step;  // doubled until at most twelve steps are shown
     double alwaysLow, alwaysHigh;
-    double reach = 1000;  // the most that is shown below the top
-    double outliers = 0;  // fraction of the values, the lowest, that may be left out
+    double reach = 1000;  // the largest distance from the top to the bottom
+    double outliers = 0;  // the fraction of the lowest values that may lie below the axis
 };
 std::string GnuplotValueAxis(const GnuplotAxis& axis, std::vector<double> values);
 
-// Runs the script and writes the drawing to pngPath, which is created or overwritten. If that
-// fails, returns false, puts a line without the path into *error and leaves an incomplete file. So
-// pngPath should be a temporary name.
-bool RunGnuplot(const std::string& script, const std::string& pngPath, std::string* error);
+// The file that a picture is drawn to. It is created or overwritten. If drawing fails, an
+// incomplete file is left, so `path` should be a temporary name. `name` is the picture's final
+// name, which messages give.
+struct PngFile {
+    std::string path, name;
+};
+
+// Runs the script and writes the drawing to the file. Throws Failure.
+void RunGnuplot(const std::string& script, const PngFile& png);

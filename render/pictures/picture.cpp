@@ -6,38 +6,41 @@
 #include <cmath>
 #include <cstring>
 
+#include "render/failure.h"
 #include "render/pictures/gnuplot.h"
 
 namespace {
 
-// Above this residual a measured response is no more than an estimate.
+// A measured response with a larger residual than this is only an estimate.
 constexpr double kRoughDb = -20;
-constexpr double kFloorDb = -120;  // stands for silence
+constexpr double kFloorDb = -120;  // drawn for silence and everything below
 const std::string kSilent = "silent";
 constexpr const char* kGap = " \u00b7 ";  // between numbers
-// The source pauses where it is softer than this, or this much softer than the whole piece.
+// The source pauses where its loudness is below kSilenceLufs, or this far below that of the whole
+// piece.
 constexpr double kSilenceLufs = -60, kPauseLu = -40;
-// Levels up to this much above the noise of 16-bit dither count as that noise.
+// Levels that exceed the noise of 16-bit dither by less than this count as noise.
 constexpr double kNoiseMarginDb = 6;
-// The middle of hearing, whose mean gain is the zero line of the gain over frequency.
+// The mean gain between these frequencies is the zero line of the gain over frequency.
 constexpr double kMiddleFromHz = 300, kMiddleToHz = 3000;
 
-// Up to here every value of the momentary loudness has a pixel, and beyond that short-term loudness
-// is drawn, with a band from the lowest to the highest value of a pixel's width.
+// For pieces of up to this length, the momentary loudness is drawn, because each of its values has
+// a pixel. For longer ones, the short-term loudness is drawn. A band shows the lowest and the
+// highest value within each pixel.
 constexpr double kShortSeconds = 75;
 constexpr size_t kMomentaryTenths = 4, kShortTermTenths = 30;
 constexpr size_t kMostColumns = 700;
 
-// Where the four panels lie: frequency at the left, time at the right.
+// The places of the four panels: gain and level over frequency at the left, over time at the right.
 constexpr GnuplotPlace kTopLeft{0.05, 0.49, 0.49, 0.83}, kBottomLeft{0.05, 0.49, 0.055, 0.38};
 constexpr GnuplotPlace kTopRight{0.55, 0.985, 0.49, 0.83}, kBottomRight{0.55, 0.985, 0.055, 0.38};
 
-// One digit after the point, no "-0.0".
+// Returns the value with one digit after the point, and never "-0.0".
 std::string Tenths(double value) {
     return fmt::format("{:.1f}", std::round(value * 10) / 10 + 0.0);
 }
 
-// "True peak -3.0 → -0.1 dBTP · ". Empty if neither level was measured.
+// Returns a change such as "True peak -3.0 → -0.1 dBTP · ", or "" if neither level was measured.
 std::string Change(const char* name, double before, double after, const char* unit) {
     if (!std::isfinite(before) && !std::isfinite(after)) return "";
     if (!std::isfinite(after))
@@ -46,7 +49,7 @@ std::string Change(const char* name, double before, double after, const char* un
     return fmt::format("{} {} → {} {}{}", name, from, Tenths(after), unit, kGap);
 }
 
-// Why a piece has no loudness; "" if it has one.
+// Returns why the piece has no loudness, or "" if it has one.
 std::string NoLoudness(const PictureInput& input) {
     const Loudness& before = input.before.loudness;
     if (std::isfinite(before.integratedLufs)) return "";
@@ -75,20 +78,22 @@ const std::vector<GnuplotKey> kKey{{"lines linewidth 2", kBlue, "before"},
 
 constexpr const char* kBand = "filledcurves fillstyle transparent solid 0.35 noborder";
 
-// A curve of columns `what` of the data.
+// Returns the plot element for a curve of the columns `what` of the data.
 std::string Curve(const std::string& data, const char* what, const char* style,
                   const char* colour) {
     return data + " using " + what + " with " + style + " linecolor rgb '" + colour + "'";
 }
 
-// The curves of columns 2 (before) and 3 (after), and between them what became louder or softer.
+// Plots columns 2 (before) and 3 (after). The area between the curves shows what became louder or
+// softer.
 std::string BeforeAndAfter(const std::string& data) {
     return "plot " + Curve(data, "1:2:3", "filledcurves below", kPaleOrange) + ", " +
            Curve(data, "1:2:3", "filledcurves above", kPaleBlue) + ", " +
            Curve(data, "1:2", "lines", kBlue) + ", " + Curve(data, "1:3", "lines", kOrange) + "\n";
 }
 
-// A curve of gain, filled down or up to the zero line. `more`: curves above it.
+// Plots a curve of gain and fills the area between it and the zero line. `more` has further curves,
+// which lie above the filled area.
 std::string FromZero(const std::string& data, const std::string& more = "") {
     return "plot " + Curve(data, "1:2", "filledcurves above y=0", kPaleOrange) + ", " +
            Curve(data, "1:2", "filledcurves below y=0", kPaleBlue) + ", " + more +
@@ -99,8 +104,9 @@ double HighestHz(const Spectrum& spectrum) {
     return spectrum.stepHz * static_cast<double>(spectrum.power.size() - 1);
 }
 
-// The level of a band where 16-bit dither is hardly to be told from anything else. The dither's
-// power is a quarter of a squared step (client/quantize.h), spread evenly up to half the rate.
+// Returns the level of a band below which nothing can be told from the noise of 16-bit dither. The
+// dither's power is a quarter of a squared step (client/quantize.h), spread evenly up to half the
+// rate.
 double NoiseDb(const Spectrum& spectrum, double lowHz, double highHz) {
     constexpr double kSteps = 32768;
     const double part = (highHz - lowHz) / HighestHz(spectrum);
@@ -173,7 +179,8 @@ std::string ResponsePanel(const PictureInput& input, const MeasuredResponse& res
            FromZero("$response", Curve("$response", "1:3", "lines dashtype 3", kInk) + ", ");
 }
 
-// A curve over time in columns of some tenths of a second each.
+// A curve over time with at most kMostColumns columns. A column combines the values of some tenths
+// of a second: their mean, the lowest and the highest.
 struct TimeCurve {
     explicit TimeCurve(const std::vector<double>& values) {
         for (size_t first = 0; first < values.size();) {
@@ -206,9 +213,10 @@ std::string TimeAxis(double seconds) {
            "set xtics time format '%1tHh%02tM'\nset xlabel 'hours and minutes' offset 0,0.5\n";
 }
 
-// Returns which values of a curve of loudness lie in a pause that is at least as long as their
-// window of so many tenths. Windows that reach from the middle of such a pause into the music
-// belong to it: their gain would be that of the last moment of music.
+// Returns for each value of a loudness curve whether it belongs to a pause. `window` is the length
+// of the values' windows in tenths. A pause is a value below the limit and all values within half a
+// window of it. Those values depend only on the last or the next moment of music, so their gain
+// would mislead.
 std::vector<bool> Pauses(const std::vector<double>& lufs, double integratedLufs, size_t window) {
     const double pauseLufs = std::fmax(kSilenceLufs, integratedLufs + kPauseLu);
     std::vector<bool> pauses(lufs.size());
@@ -280,23 +288,14 @@ std::string LoudnessPanels(const PictureInput& input) {
 
 }  // namespace
 
-bool DrawPicture(const PictureInput& input, const std::string& pngPath, std::string* error) {
-    if (input.seconds == 0) {
-        *error = "there is no audio";
-        return false;
-    }
-    if (input.before.spectrum.power.empty() || input.after.spectrum.power.empty()) {
-        *error = "there was no memory to measure the piece";
-        return false;
-    }
-    const std::optional<MeasuredResponse> response =
+void DrawPicture(const PictureInput& input, const PngFile& png) {
+    if (input.seconds == 0) throw Failure("{} cannot be drawn: there is no audio", png.name);
+    if (input.before.spectrum.power.empty() || input.after.spectrum.power.empty())
+        throw Failure("{} cannot be drawn: there was not enough memory to measure the piece",
+                      png.name);
+    const MeasuredResponse response =
         MeasureResponse(input.chainWithoutPlaybackGain, input.channels, input.rateHz);
-    if (!response) {
-        *error = "the effect refused the test signal";
-        return false;
-    }
-    return RunGnuplot(GnuplotPage(input.title, {input.settings, Numbers(input)}, kKey) +
-                          SpectrumPanel(input) + ResponsePanel(input, *response) +
-                          LoudnessPanels(input),
-                      pngPath, error);
+    RunGnuplot(GnuplotPage(input.title, {input.settings, Numbers(input)}, kKey) +
+                   SpectrumPanel(input) + ResponsePanel(input, response) + LoudnessPanels(input),
+               png);
 }

@@ -6,22 +6,23 @@
 #include "client/tone.h"
 #include "render/audio/stream_meter.h"
 #include "render/pictures/analysis.h"
+#include "render/pictures/gnuplot.h"
 
 struct PictureInput {
     std::string title;             // file name or music title
     std::string settings;          // one line that names the settings
-    std::vector<TonePoint> asked;  // the tone that was asked for, at the output's level
+    std::vector<TonePoint> asked;  // the wanted tone curve plus the output gain; empty for none
     double seconds = 0;
-    Measured before, after;  // over time, from the same moment on
+    // Measured with Metering::kOverTime. Both begin at the same moment of the piece.
+    Measured before, after;
 
-    // Runs interleaved samples of `channels` channels at rateHz through a new instance. It has
-    // these settings, except that the playback gain is off. May be called often.
     double rateHz = 0;
     int channels = 0;
+    // Processes samples of `channels` channels at rateHz with a new instance, which has these
+    // settings but no playback gain. It is called several times.
     SampleChain chainWithoutPlaybackGain;
     bool enhances = false;  // the enhancer is on
 };
 
-// Creates or overwrites pngPath. If that fails, returns false, puts a line into *error and leaves
-// an incomplete file. So pngPath should be a temporary name.
-bool DrawPicture(const PictureInput& input, const std::string& pngPath, std::string* error);
+// Throws Failure.
+void DrawPicture(const PictureInput& input, const PngFile& png);

@@ -9,9 +9,10 @@
 
 namespace {
 
-// A group delay is drawn where the magnitude is no further below the curve's largest.
+// A group delay is drawn only where the magnitude is at most this far below the largest one of the
+// curve.
 constexpr double kDelayFloorDb = 40;
-constexpr double kFloorDb = -120;  // stands for silence
+constexpr double kFloorDb = -120;  // drawn for silence and everything below
 
 struct Curve {
     std::vector<double> magnitudeDb, delayMs;
@@ -29,14 +30,16 @@ Curve CurveOf(const MeasuredResponse& response, const std::vector<double>& grid)
     return curve;
 }
 
-// Both together lie below, wide, and show beside a part that they equal.
+// The curve of both together is wider and drawn first. So it stays visible where another curve
+// covers it.
 const std::vector<GnuplotKey> kKey{{"lines linewidth 2", kBlue, "equalizer"},
                                    {"lines linewidth 2", kOrange, "enhancer"},
                                    {"lines linewidth 5", "#b8b8b8", "both together"}};
 
 const GnuplotKey kAskedKey{"lines linewidth 2 dashtype 3", kInk, "asked"};
 
-// The curves of columns 2 to 4, in the order of the key.
+// Returns the command that plots columns 2 to 4 of the data in the styles of kKey, the last one
+// first.
 std::string Plot(const std::string& data) {
     std::string plot = std::string("plot 0 linecolor rgb '") + kGrey + "'";
     for (size_t i = kKey.size(); i-- > 0;)
@@ -47,7 +50,7 @@ std::string Plot(const std::string& data) {
 
 }  // namespace
 
-bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::string* error) {
+void DrawResponse(const ResponseInput& input, const PngFile& png) {
     const std::vector<double> grid = FrequencyGrid(input.rateHz);
     std::vector<std::vector<double>> magnitudes{grid}, delays{grid};
     std::vector<double> allMagnitudes, allDelays;
@@ -62,20 +65,14 @@ bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::s
         key.push_back(kAskedKey);
     }
     for (const SampleChain* chain : {&input.equalizerOnly, &input.enhancerOnly, &input.both}) {
-        const std::optional<MeasuredResponse> response =
-            MeasureResponse(*chain, input.channels, input.rateHz);
-        if (!response) {
-            *error = "the effect refused the test signal";
-            return false;
-        }
-        const Curve curve = CurveOf(*response, grid);
+        const Curve curve = CurveOf(MeasureResponse(*chain, input.channels, input.rateHz), grid);
         magnitudes.push_back(curve.magnitudeDb);
         delays.push_back(curve.delayMs);
         allMagnitudes.insert(allMagnitudes.end(), curve.magnitudeDb.begin(),
                              curve.magnitudeDb.end());
         allDelays.insert(allDelays.end(), curve.delayMs.begin(), curve.delayMs.end());
     }
-    return RunGnuplot(
+    RunGnuplot(
         GnuplotPage(
             "Response of equalizer and enhancer",
             {input.settings,
@@ -102,14 +99,14 @@ bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::s
                 {.label = "ms", .step = 1, .alwaysLow = -1, .alwaysHigh = 4, .outliers = 0.002},
                 allDelays) +
             Plot("$delay") + "\n",
-        pngPath, error);
+        png);
 }
 
 namespace {
 
 constexpr size_t kBands = kBandCount;
 
-// From the lowest band to the highest, of one lightness: dark purple to green to orange.
+// The colours from the lowest band to the highest: dark purple, green, orange.
 constexpr std::array<const char*, kBands> kColours{"#440154", "#482878", "#3e4a89", "#31688e",
                                                    "#26828e", "#1f9e89", "#35b779", "#8fb52a",
                                                    "#d9a400", "#d55e00"};
@@ -135,7 +132,7 @@ std::string BandName(size_t band, double rateHz) {
 
 }  // namespace
 
-bool DrawBands(const BandsInput& input, const std::string& pngPath, std::string* error) {
+void DrawBands(const BandsInput& input, const PngFile& png) {
     const std::vector<double> grid = FrequencyGrid(input.rateHz);
     std::vector<GnuplotKey> key;
     std::array<std::string, kBands> names;
@@ -149,15 +146,10 @@ bool DrawBands(const BandsInput& input, const std::string& pngPath, std::string*
         for (size_t band = 0; band < kBands; ++band) {
             Settings::Levels levels{};
             levels.at(band) = panel.level;
-            const std::optional<MeasuredResponse> response = MeasureResponse(
-                [&](const std::vector<int16_t>& in) { return input.chain(levels, in); }, 1,
-                input.rateHz);
-            if (!response) {
-                *error = "the effect refused the test signal";
-                return false;
-            }
+            const MeasuredResponse response =
+                MeasureResponse(input.chainWith(levels), 1, input.rateHz);
             std::vector<double>& column = columns.emplace_back();
-            for (const double hz : grid) column.push_back(MagnitudeDb(*response, hz));
+            for (const double hz : grid) column.push_back(MagnitudeDb(response, hz));
         }
         const std::string data = "$bands" + std::to_string(&panel - kPanels.data());
         panels += GnuplotData(data, columns) + GnuplotPanel(panel.heading, panel.place) +
@@ -174,12 +166,12 @@ bool DrawBands(const BandsInput& input, const std::string& pngPath, std::string*
                       " with lines linewidth 2 linecolor rgb '" + kColours.at(band) + "'";
         panels += "\n";
     }
-    return RunGnuplot(
+    RunGnuplot(
         GnuplotPage("Each equalizer band alone",
                     {"Measured with pink noise at " + std::to_string(std::lround(input.rateHz)) +
                      " Hz; the frequencies are in proportion to the rate. A band alone moves its "
                      "neighbours the other way, band 9 everything below 5 kHz."},
                     key) +
             panels,
-        pngPath, error);
+        png);
 }

@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "client/tone.h"
+#include "render/pictures/analysis.h"
+#include "render/pictures/gnuplot.h"
 
 struct ResponseInput {
     std::string settings;          // one line that names the settings
@@ -15,24 +17,21 @@ struct ResponseInput {
     int channels = 0;
     bool enhances = false;  // the enhancer is on
 
-    // Each runs interleaved 16-bit samples (`channels` channels) through a new instance at rateHz.
-    // The playback gain is off, the output gain is 1, and the gate has its default. The result is
-    // as long as the input and aligned with it. With the enhancer on, its high band is aligned.
-    std::function<std::vector<int16_t>(const std::vector<int16_t>&)> equalizerOnly, enhancerOnly,
-        both;
+    // Each processes samples of `channels` channels with a new instance at rateHz. The playback
+    // gain is off, the output gain is 1, and the gate has its default. With the enhancer on, its
+    // high band is aligned with the input.
+    SampleChain equalizerOnly, enhancerOnly, both;
 };
 
-// Creates or overwrites pngPath. If that fails, returns false, puts a line into *error and leaves
-// an incomplete file. So pngPath should be a temporary name.
-bool DrawResponse(const ResponseInput& input, const std::string& pngPath, std::string* error);
+// Throws Failure.
+void DrawResponse(const ResponseInput& input, const PngFile& png);
 
 struct BandsInput {
     double rateHz = 0;
-    // Runs 16-bit samples of one channel through a new instance at rateHz. Its equalizer has these
-    // levels, and everything else is off. The result is as long as the input and aligned with it.
-    std::function<std::vector<int16_t>(const Settings::Levels&, const std::vector<int16_t>&)> chain;
+    // Returns a chain that processes samples of one channel with a new instance at rateHz. Its
+    // equalizer has these levels, and everything else is off.
+    std::function<SampleChain(const Settings::Levels&)> chainWith;
 };
 
-// Creates or overwrites pngPath. If that fails, returns false, puts a line into *error and leaves
-// an incomplete file. So pngPath should be a temporary name.
-bool DrawBands(const BandsInput& input, const std::string& pngPath, std::string* error);
+// Throws Failure.
+void DrawBands(const BandsInput& input, const PngFile& png);
