@@ -5,7 +5,7 @@
 // (Measured against libzita-resampler with as little delay: its aliases lie below -94 dB.) It adds
 // its delay to the latency, a little below 2 ms.
 //
-// Allocates, and may fail, in the constructor alone. Thread: one at a time.
+// Only the constructor allocates, and only it can fail. Thread: one at a time.
 #pragma once
 #include <speex/speex_resampler.h>
 
@@ -17,12 +17,12 @@
 
 #include "dsp/samples.h"
 
-// Stream: LiveStream, or a class with its Process, LatencyFrames and Refused.
+// `Stream` is LiveStream, or a class with the same Process, LatencyFrames and Refused.
 template <typename Stream>
 class AnyRate {
 public:
-    // Returns the session's rate over the stream's rate: 1, 2, 4 or 8. Returns 0 for any rate that
-    // isn't taken.
+    // Returns the session's rate divided by the stream's rate: 1, 2, 4 or 8. Returns 0 for a rate
+    // that is not supported.
     static uint32_t FactorOf(double rateHz) {
         if (rateHz >= kLowestRateHz && rateHz <= kHighestRateHz && rateHz == std::floor(rateHz))
             return 1;
@@ -31,7 +31,7 @@ public:
         return 0;
     }
 
-    // rateHz: one for which FactorOf isn't 0.
+    // FactorOf(rateHz) must not be 0.
     explicit AnyRate(uint32_t rateHz) : factor(FactorOf(rateHz)), stream(rateHz / factor) {
         if (factor == 1) return;
         down.reset(speex_resampler_init(2, rateHz, rateHz / factor, kQuality, nullptr));
@@ -46,9 +46,9 @@ public:
         const bool hasResamplers = factor == 1 || (down != nullptr && up != nullptr);
         return hasResamplers ? stream.Refused() : "allocate its resamplers";
     }
-    // Returns the stream, for all but processing. It counts frames and levels at its own rate.
+    // Returns the stream, for everything except processing. It counts frames at its own rate.
     Stream& Inner() { return stream; }
-    // Returns the frames of the session from a frame's input to its output, now.
+    // Returns the present delay from input to output in frames of the session.
     uint32_t LatencyFrames() const { return stream.LatencyFrames() * factor + delayFrames; }
 
     // Drops the sound that waits. See LiveStream::Flush.
@@ -60,8 +60,8 @@ public:
         waiting = 0;
     }
 
-    // Processes `frames` frames of two channels. `out` may be `in`, channels crossed or not. Must
-    // not be called if something was refused.
+    // Processes `frames` frames of planar floats, like LiveStream::Process. `out` may be the memory
+    // of `in`, also with the channels exchanged. Must not be called if something was refused.
     void Process(const float* const in[2], float* const out[2], size_t frames) {
         if (factor == 1) {
             float* const nowhere[2] = {};
@@ -83,7 +83,7 @@ private:
     };
     using Resampler = std::unique_ptr<SpeexResamplerState, Destroy>;
 
-    // Resamples interleaved frames. Returns how many came out; `out` has room for `most`.
+    // Resamples interleaved frames and returns how many frames it wrote. `out` has room for `most`.
     static size_t Resample(const Resampler& resampler, const float* in, size_t frames, float* out,
                            size_t most) {
         auto taken = static_cast<spx_uint32_t>(frames), made = static_cast<spx_uint32_t>(most);
@@ -107,8 +107,8 @@ private:
         stream.Process(io, io, nowhere, inner);
         for (size_t n = 0; n < inner; ++n)
             for (size_t c = 0; c < 2; ++c) middle[2 * n + c] = planar[c][n];
-        // The first frame of each group of `factor` gives the group's inner frame, so there are
-        // always as many frames as the session wants.
+        // The first frame of each group of `factor` frames makes `down` return the group's inner
+        // frame. So there are always as many frames as the session needs.
         waiting += Resample(up, middle, inner, ready + 2 * waiting, kRoom - waiting);
         for (size_t n = 0; n < frames; ++n)
             for (size_t c = 0; c < 2; ++c) out[c][at + n] = ready[2 * n + c];

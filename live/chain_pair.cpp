@@ -29,10 +29,10 @@ ChainPair::Wires ChainPair::Defaults() {
     return wires;
 }
 
-ChainPair::ChainPair(uint32_t rateHz, uint32_t mostBlockFrames)
-    : chains{{{AELI, {rateHz, 2, mostBlockFrames}, Settings{}}, Defaults()},
-             {{AELI, {rateHz, 2, mostBlockFrames}, Settings{}}, Defaults()}},
-      blockFrames(mostBlockFrames) {
+ChainPair::ChainPair(uint32_t rateHz, uint32_t mostBufferFrames)
+    : chains{{{AELI, {rateHz, 2, mostBufferFrames}, Settings{}}, Defaults()},
+             {{AELI, {rateHz, 2, mostBufferFrames}, Settings{}}, Defaults()}},
+      bufferFrames(mostBufferFrames) {
     for (const Control& control : kControls)
         if (control.IsSwitch()) switches.Set(control.parameter->id, 0);
     Rest(&Other());
@@ -44,7 +44,7 @@ const char* ChainPair::Refused() const {
 }
 
 uint32_t ChainPair::LatencyFrames() const {
-    return blockFrames + DelayFrames(switches, blockFrames);
+    return bufferFrames + DelayFrames(switches, bufferFrames);
 }
 
 double ChainPair::Gate() const {
@@ -60,14 +60,15 @@ void ChainPair::Send(Chain* chain, size_t control, int32_t wire) {
     chain->stream.instance.Set(kControls[control].CommandOf(wire));
 }
 
-// Sends all values, switches last.
+// Sends all values that differ from those that were sent, the switches last.
 void ChainPair::Tune(Chain* chain, const Wires& wanted) {
     for (const bool asSwitches : {false, true})
         for (size_t n = 0; n < wanted.size(); ++n)
             if (kControls[n].IsSwitch() == asSwitches) Send(chain, n, wanted[n]);
 }
 
-// Leaves only the automatic gain on. The silence at its output lets the limiters come to rest.
+// Switches everything off except the automatic gain. An output gain of 0 gives the limiters
+// silence, so that they recover.
 void ChainPair::Rest(Chain* chain) {
     Wires wires = chains[heard].sent;
     for (size_t n = 0; n < wires.size(); ++n)
@@ -76,11 +77,11 @@ void ChainPair::Rest(Chain* chain) {
     Tune(chain, wires);
 }
 
-void ChainPair::Jump(const Wires& wanted, uint32_t newBlockFrames) {
+void ChainPair::Jump(const Wires& wanted, uint32_t newBufferFrames) {
     state = State::kSteady;
-    if (blockFrames != newBlockFrames) {
-        blockFrames = newBlockFrames;
-        for (Chain& chain : chains) chain.stream.Restart(blockFrames);
+    if (bufferFrames != newBufferFrames) {
+        bufferFrames = newBufferFrames;
+        for (Chain& chain : chains) chain.stream.Restart(bufferFrames);
     }
     Tune(&Heard(), wanted);
     for (size_t n = 0; n < wanted.size(); ++n)
@@ -114,7 +115,7 @@ void ChainPair::Move(const Wires& wanted) {
 
 void ChainPair::Begin(const Wires& wanted) {
     Chain& next = Other();
-    if (!hasAutomaticGain) next.stream.Restart(blockFrames);
+    if (!hasAutomaticGain) next.stream.Restart(bufferFrames);
     Wires wires = wanted;
     for (size_t n = 0; n < wires.size(); ++n)
         if (kControls[n].IsSwitch()) wires[n] = Heard().sent[n];
@@ -130,7 +131,7 @@ void ChainPair::End() {
     Rest(&Other());
 }
 
-// Returns the part of the next instance in the next frame.
+// Moves on by one frame. Returns the share of the other instance in this frame, 0 to 1.
 float ChainPair::StepFade() {
     if (left > 0) {
         --left;

@@ -1,14 +1,15 @@
-// Two instances of the effect on one stereo stream, so that values move without a click.
+// Two instances of the effect on one stereo stream, so that values change without a click.
 //
-// One instance is heard. When a value moves, the other one starts with the new values and the same
-// input. After its chain has filled and settled, a cross-fade leads from one to the other. Both
-// have the same delay, so that their sounds add up. All values that have moved meanwhile wait for
-// the next cross-fade. One takes about 0.2 s.
+// One instance is heard. When a value changes, the other instance starts with the new values and
+// the same input. When its chain has filled and settled, a cross-fade leads to its sound. Both
+// instances have the same delay, so their sounds are in phase. Values that change meanwhile wait
+// for the next cross-fade. All of this takes about 0.2 s.
 //
-// As long as nothing moves, the second instance rests. There is one exception: the automatic gain
-// takes seconds to adapt, so while it is on, the second instance runs it alone on the same input.
+// While no value changes, the second instance doesn't run. There is one exception: the automatic
+// gain takes seconds to adapt. So while it is on, the second instance runs nothing but the
+// automatic gain on the same input.
 //
-// Allocates, and may fail, in the constructor alone. No exceptions. One thread.
+// Only the constructor allocates, and only it can fail. Nothing throws. Thread: one at a time.
 #pragma once
 #include <array>
 #include <cstddef>
@@ -18,7 +19,8 @@
 #include "client/settings.h"
 #include "client/stream.h"
 
-// Returns the part of a fade, 0 to 1, after `of` of `whole` frames. It has no kink at either end.
+// Returns the position of a fade, 0 to 1, after `of` of its `whole` frames. Its slope is 0 at both
+// ends.
 inline float FadePart(size_t of, size_t whole) {
     const float t = static_cast<float>(of) / static_cast<float>(whole);
     return t * t * (3 - 2 * t);
@@ -26,42 +28,43 @@ inline float FadePart(size_t of, size_t whole) {
 
 class ChainPair {
 public:
-    static constexpr size_t kMostFrames = 128;  // of one call of Process
+    static constexpr size_t kMostFrames = 128;  // the most frames of one call of Process
     // After a chain has filled, its resonance at 55 Hz still has to settle.
     static constexpr size_t kSettleFrames = 1024;
 
-    // A value on the wire for each of kControls, in its order.
+    // The integers that are sent for kControls, in the same order.
     using Wires = std::array<int32_t, kControls.size()>;
-    // Stands for a default that no command can restore, so that none is sent.
+    // Stands for a default that no command can restore. Nothing is sent for it.
     static constexpr int32_t kNothing = INT32_MIN;
     // Returns the values of a new instance: every processor is off.
     static Wires Defaults();
 
-    // rateHz: 32000 to 48000; the library refuses others. Blocks have at most `mostBlockFrames`.
-    ChainPair(uint32_t rateHz, uint32_t mostBlockFrames);
+    // rateHz: 32000 to 48000; the library refuses others. mostBufferFrames: the largest size of a
+    // buffer.
+    ChainPair(uint32_t rateHz, uint32_t mostBufferFrames);
 
     // Returns what the library refused, or null. A pair that was refused gives silence.
     const char* Refused() const;
 
-    // Takes over all values and the length of the blocks at once, which may click. Call it only
-    // where a block begins. Another length starts the chain anew.
-    void Jump(const Wires& wanted, uint32_t blockFrames);
-    // Begins a cross-fade to `wanted`, unless one is going on or no value differs. Switches stay
-    // as they are. Call it only where a block begins.
+    // Takes over all values and the size of the buffers at once, which may click. Call it only
+    // where a buffer begins. Another size restarts the chain.
+    void Jump(const Wires& wanted, uint32_t bufferFrames);
+    // Begins a cross-fade to `wanted`, unless one is in progress or no value differs. Doesn't
+    // change switches. Call it only where a buffer begins.
     void Move(const Wires& wanted);
 
     // Clears the equalizer and the enhancer of the heard instance, which start anew with the next
-    // block. The automatic gain and the limiters keep their histories. Call it only where a block
-    // begins and nothing moves.
+    // buffer. The automatic gain and the limiters keep their histories. Call it only where a buffer
+    // begins and no cross-fade is in progress.
     void Clear();
 
-    // Returns the frames from input to output: a block and the chain's delay.
+    // Returns the frames from input to output: one buffer and the chain's delay.
     uint32_t LatencyFrames() const;
-    // Returns the limit of the peaks that the heard instance has. The greatest sample is 1.
+    // Returns the gate of the heard instance. Full scale is 1.
     double Gate() const;
 
-    // Processes interleaved frames, 1 to kMostFrames, which must not cross the end of a block.
-    // Full scale of `out` is 1.
+    // Processes 1 to kMostFrames interleaved frames, which must not cross the end of a buffer. Full
+    // scale of `out` is 1.
     void Process(const int16_t* in, float* out, size_t frames);
 
 private:
@@ -83,9 +86,9 @@ private:
 
     Chain chains[2];
     size_t heard = 0;
-    Settings switches;  // as the heard instance has them
+    Settings switches;  // the switches of the heard instance
     bool hasAutomaticGain = false;
-    uint32_t blockFrames;
+    uint32_t bufferFrames;
     State state = State::kSteady;
     size_t left = 0;   // frames until the fade begins
     size_t faded = 0;  // frames of the fade that have passed

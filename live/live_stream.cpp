@@ -21,7 +21,7 @@ float Decibels(double square) {
 }  // namespace
 
 LiveStream::LiveStream(uint32_t rateHz)
-    : rate(rateHz), chains(rateHz, kBlockFrames), latencyFrames(chains.LatencyFrames()) {}
+    : rate(rateHz), chains(rateHz, kBufferFrames), latencyFrames(chains.LatencyFrames()) {}
 
 void LiveStream::Set(size_t control, double value) {
     int32_t& wire = wanted[control];
@@ -37,7 +37,7 @@ void LiveStream::Apply(const Settings& settings) {
 
 void LiveStream::SetLowLatency(bool isWanted) {
     const uint32_t before = wantedFrames;
-    wantedFrames = isWanted ? kLowLatencyFrames : kBlockFrames;
+    wantedFrames = isWanted ? kLowLatencyFrames : kBufferFrames;
     if (wantedFrames != before) WantSwitch();
 }
 
@@ -55,24 +55,24 @@ void LiveStream::WantSwitch() {
     }
 }
 
-// Takes over everything that is wanted at once. Nothing is heard at that moment.
+// Takes over all wanted values and switches at once, while nothing is heard.
 void LiveStream::Jump() {
-    blockFrames = wantedFrames;
-    chains.Jump(wanted, blockFrames);
+    bufferFrames = wantedFrames;
+    chains.Jump(wanted, bufferFrames);
 }
 
 void LiveStream::Settle() {
     if (now != 0) return;
     Jump();
     latencyFrames = chains.LatencyFrames();
-    const uint64_t wantedSilence = FramesToSettle(rate, blockFrames);
-    for (uint64_t done = 0; done < wantedSilence; done += blockFrames) FillBlock();
+    const uint64_t wantedSilence = FramesToSettle(rate, bufferFrames);
+    for (uint64_t done = 0; done < wantedSilence; done += bufferFrames) FillBuffer();
 }
 
 void LiveStream::Flush() {
     if (now == 0) return;
-    if (blockAt + kForgetFrames > blockFrames) FillBlock();
-    FillBlock();
+    if (bufferAt + kForgetFrames > bufferFrames) FillBuffer();
+    FillBuffer();
     Jump();
     chains.Clear();
     latencyFrames = chains.LatencyFrames();
@@ -80,30 +80,31 @@ void LiveStream::Flush() {
     tapFade = open = kFadeFrames;
     duck = Duck::kOpen;
     dry = bypassed ? kFadeFrames : 0;
-    // The block that the chain has returned, and what the output limiters still hold.
-    muted = blockFrames + DelayFrames(Settings(), blockFrames);
+    // The result is muted for the buffer that the chain has returned, and for what the output
+    // limiters still hold.
+    muted = bufferFrames + DelayFrames(Settings(), bufferFrames);
     sourceSquares = resultSquares = 0;
     peak = 0;
 }
 
-// Completes the present block, and drops what the chain returns. The block gets the last sound that
-// came in, so that the automatic gain measures about the same level, and silence at its end.
-void LiveStream::FillBlock() {
-    while (blockAt < blockFrames) {
-        const size_t count = std::min(kPieceFrames, size_t{blockFrames - blockAt});
+// Completes the present buffer and drops what the chain returns. The buffer is filled with the last
+// sound that came in, so that the automatic gain measures about the same level. Its end is silent.
+void LiveStream::FillBuffer() {
+    while (bufferAt < bufferFrames) {
+        const size_t count = std::min(kPieceFrames, size_t{bufferFrames - bufferAt});
         int16_t pcm[2 * kPieceFrames] = {};
         float dropped[2 * kPieceFrames];
-        for (size_t n = 0; n < count && blockAt + n + kForgetFrames < blockFrames; ++n)
+        for (size_t n = 0; n < count && bufferAt + n + kForgetFrames < bufferFrames; ++n)
             for (size_t c = 0; c < 2; ++c)
                 pcm[2 * n + c] =
-                    Quantized(history[c][(now - blockFrames + blockAt + n) % kHistoryFrames]);
+                    Quantized(history[c][(now - bufferFrames + bufferAt + n) % kHistoryFrames]);
         chains.Process(pcm, dropped, count);
-        blockAt += static_cast<uint32_t>(count);
+        bufferAt += static_cast<uint32_t>(count);
     }
-    blockAt = 0;
+    bufferAt = 0;
 }
 
-void LiveStream::BeginBlock() {
+void LiveStream::BeginBuffer() {
     if (now == 0) Jump();
     if (duck == Duck::kClosed) {
         Jump();
@@ -113,7 +114,7 @@ void LiveStream::BeginBlock() {
     chains.Move(wanted);
 }
 
-// Returns how much of the chain is heard in the next frame, 0 to 1.
+// Moves on by one frame. Returns the gain of the chain's output in this frame, 0 to 1.
 float LiveStream::StepDuck() {
     if (duck == Duck::kClosing) {
         if (open > 0) --open;
@@ -183,8 +184,9 @@ void LiveStream::ProcessPiece(const float* const in[2], float* const result[2],
 void LiveStream::Process(const float* const in[2], float* const result[2], float* const source[2],
                          size_t frames) {
     for (size_t done = 0; done < frames;) {
-        if (blockAt == 0) BeginBlock();
-        const size_t count = std::min({frames - done, kPieceFrames, size_t{blockFrames - blockAt}});
+        if (bufferAt == 0) BeginBuffer();
+        const size_t count =
+            std::min({frames - done, kPieceFrames, size_t{bufferFrames - bufferAt}});
         const float* const from[2] = {in[0] + done, in[1] + done};
         float* const into[2] = {result[0] + done, result[1] + done};
         float* past[2] = {};
@@ -192,23 +194,23 @@ void LiveStream::Process(const float* const in[2], float* const result[2], float
             for (size_t c = 0; c < 2; ++c) past[c] = source[c] + done;
         ProcessPiece(from, into, past, count);
         done += count;
-        blockAt += static_cast<uint32_t>(count);
-        if (blockAt == blockFrames) EndBlock();
+        bufferAt += static_cast<uint32_t>(count);
+        if (bufferAt == bufferFrames) EndBuffer();
     }
 }
 
-void LiveStream::EndBlock() {
-    const double follow = blockFrames / (kMeterSeconds * rate + blockFrames);
-    const double samples = 2.0 * blockFrames;
+void LiveStream::EndBuffer() {
+    const double follow = bufferFrames / (kMeterSeconds * rate + bufferFrames);
+    const double samples = 2.0 * bufferFrames;
     sourceMean += (sourceSquares / samples - sourceMean) * follow;
     resultMean += (resultSquares / samples - resultMean) * follow;
     sourceSquares = resultSquares = 0;
 
-    limitingFor -= std::min(limitingFor, blockFrames);
+    limitingFor -= std::min(limitingFor, bufferFrames);
     if (static_cast<double>(peak) >= kNearGate * chains.Gate())
         limitingFor = static_cast<uint32_t>(kMeterSeconds * rate);
     peak = 0;
-    blockAt = 0;
+    bufferAt = 0;
 }
 
 LiveStream::Levels LiveStream::Meters() const {

@@ -1,4 +1,4 @@
-// The log of a stream that plays inside someone else's program: none.
+// A stream that plays inside another program writes no log lines.
 #include "platform/log.h"
 
 void LogInfo(const char* /*format*/, ...) {}

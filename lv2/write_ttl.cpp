@@ -132,7 +132,7 @@ std::string PluginText() {
                          "    lv2:designation lv2:enabled ;\n");
     text += PortText(kLowLatency, "lv2:InputPort , lv2:ControlPort", "low_latency", "Low latency",
                      Range(0, 1, 0) +
-                         "    lv2:portProperty lv2:toggled ;\n    rdfs:comment \"blocks of "
+                         "    lv2:portProperty lv2:toggled ;\n    rdfs:comment \"buffers of "
                          "770 frames instead of 1024\" ;\n");
     for (uint32_t index = kFirstControl; index < kLatency; ++index) text += ControlPort(index);
     text += Meter(kLatency, "latency", "Latency", 0, 32768,

@@ -1,4 +1,4 @@
-// A running stream by what a listener and a host can tell of it.
+// Tests a running stream by what a listener and a host observe.
 #include "live/live_stream.h"
 
 #include <gtest/gtest.h>
@@ -43,7 +43,8 @@ const std::array kSwitches = [] {
     return controls;
 }();
 
-// In place, as hosts may. Returns the source as late as the result.
+// Processes the samples in place, in calls of `piece` frames. Returns the source with the delay of
+// the result.
 Channels Play(LiveStream& stream, Channels* samples, size_t piece) {
     Channels past = *samples;
     for (size_t at = 0; at < past[0].size(); at += piece) {
@@ -54,7 +55,7 @@ Channels Play(LiveStream& stream, Channels* samples, size_t piece) {
     return past;
 }
 
-// Samples that 16 bits hold.
+// Returns noise whose samples fit into 16 bits.
 Channels Piece(size_t frames) {
     Channels piece;
     for (unsigned c = 0; c < 2; ++c)
@@ -71,9 +72,9 @@ Channels Tone(size_t from, size_t frames) {
     return tone;
 }
 
-// What the library gives in blocks of its own, a block later.
-Channels ByTheLibrary(const Channels& in, const Settings& settings, uint32_t block) {
-    BlockStream stream(AELI, {kRateHz, 2, block}, settings);
+// Returns what the library gives for buffers of `buffer` frames, delayed by one buffer.
+Channels ByTheLibrary(const Channels& in, const Settings& settings, uint32_t buffer) {
+    BlockStream stream(AELI, {kRateHz, 2, buffer}, settings);
     Channels out;
     for (size_t n = 0; n < in[0].size(); ++n) {
         int16_t frame[2];
@@ -87,10 +88,10 @@ Channels ByTheLibrary(const Channels& in, const Settings& settings, uint32_t blo
 TEST(LiveStream, GivesTheLibrarysSamplesWhateverPiecesItComesInAndHowManyPlay) {
     const Channels in = Piece(40000);
     for (const char* const preset : {"loud", "night"})
-        for (const uint32_t block : {LiveStream::kBlockFrames, LiveStream::kLowLatencyFrames}) {
+        for (const uint32_t buffer : {LiveStream::kBufferFrames, LiveStream::kLowLatencyFrames}) {
             const Settings settings = SettingsOf(*FindPreset(preset));
             LiveStream stream(kRateHz), other(kRateHz);
-            stream.SetLowLatency(block == LiveStream::kLowLatencyFrames);
+            stream.SetLowLatency(buffer == LiveStream::kLowLatencyFrames);
             stream.Apply(settings);
             Channels out = in;
             const size_t sizes[] = {1, 64, 770, 1000, 8192};
@@ -106,11 +107,11 @@ TEST(LiveStream, GivesTheLibrarysSamplesWhateverPiecesItComesInAndHowManyPlay) {
                 at += count;
             }
             std::swap(out[0], out[1]);
-            EXPECT_TRUE(out == ByTheLibrary(in, settings, block)) << preset << ' ' << block;
+            EXPECT_TRUE(out == ByTheLibrary(in, settings, buffer)) << preset << ' ' << buffer;
         }
 }
 
-// Where an impulse comes out, and where the source's does.
+// Returns the delays of an impulse in the result and in the source.
 std::pair<size_t, size_t> ImpulseDelays(LiveStream& stream) {
     const size_t at = 100, frames = 8192;
     Channels samples = {std::vector<float>(frames), std::vector<float>(frames)};
@@ -145,7 +146,7 @@ double LargestSecondDifference(const std::vector<float>& v, size_t first, size_t
     return largest;
 }
 
-// Bypass and the other length of blocks are switches, too.
+// Bypass and low latency are switches, too.
 TEST(LiveStream, ClicksAtNoSwitch) {
     const size_t size = 2 * kSecond, bypass = kControls.size(), lowLatency = bypass + 1;
     std::vector<size_t> moved(kSwitches.begin(), kSwitches.end());
@@ -173,8 +174,8 @@ TEST(LiveStream, ClicksAtNoSwitch) {
         }
 }
 
-TEST(LiveStream, GivesAfterAMoveWhatTheLibraryGivesFromTheMovesBlockOn) {
-    const size_t block = LiveStream::kBlockFrames, moved = 10 * block;
+TEST(LiveStream, GivesAfterAMoveWhatTheLibraryGivesFromTheMovesBufferOn) {
+    const size_t buffer = LiveStream::kBufferFrames, moved = 10 * buffer;
     Channels in = Piece(60000);
     Settings settings = SettingsOf(*FindPreset("music"));
     LiveStream stream(kRateHz);
@@ -191,7 +192,7 @@ TEST(LiveStream, GivesAfterAMoveWhatTheLibraryGivesFromTheMovesBlockOn) {
     settings.SetBand(3, -0.4);
     stream.Apply(settings);
     Play(stream, &tail, 512);
-    const Channels wanted = ByTheLibrary(source, settings, block);
+    const Channels wanted = ByTheLibrary(source, settings, buffer);
     for (size_t c = 0; c < 2; ++c)
         EXPECT_TRUE(
             std::equal(wanted[c].begin() + 20000, wanted[c].end(), tail[c].begin() + 20000));
@@ -205,7 +206,7 @@ TEST(LiveStream, KeepsTheGateThatNoCommandRestores) {
     stream.Set(ControlOf(PARAM_LIMITER_GATE), ParameterOf(PARAM_LIMITER_GATE).defaultValue);
     Settings settings;
     settings.Set(PARAM_OUTPUT_GAIN, 4);
-    const Channels wanted = ByTheLibrary(in, settings, LiveStream::kBlockFrames);
+    const Channels wanted = ByTheLibrary(in, settings, LiveStream::kBufferFrames);
     Play(stream, &in, 1000);
     EXPECT_TRUE(in == wanted);
 }
@@ -270,7 +271,7 @@ TEST(LiveStream, TellsLevelsGainAndWhetherTheLimitersWork) {
     EXPECT_NE(LiveStream(96000).Refused(), nullptr);
 }
 
-// The chain is left out, but for its delay of none.
+// Stands for the stream: copies its input to the output without delay, and keeps it in `taken`.
 struct Through {
     explicit Through(uint32_t) {}
     static void Process(const float* const in[2], float* const out[2], float* const[2],
@@ -282,7 +283,8 @@ struct Through {
     static const char* Refused() { return nullptr; }
     static inline std::vector<float> taken;
 };
-// A tone of half of full scale through both resamplers, in pieces of odd lengths.
+// Returns a tone of half of full scale after both resamplers. It is processed in calls of odd
+// lengths.
 std::vector<float> Resampled(uint32_t rateHz, double hz) {
     AnyRate<Through> stream(rateHz);
     Through::taken.clear();
@@ -296,8 +298,8 @@ std::vector<float> Resampled(uint32_t rateHz, double hz) {
     }
     return tone;
 }
-// In dB against the tone. The part at its own frequency and late by the latency is left out if
-// asked for.
+// Returns the level of the tone in the second half of `v`, in dB relative to the original tone,
+// which is delayed by `late` frames. If `without`, returns the level of everything except the tone.
 double LevelDb(const std::vector<float>& v, uint32_t rateHz, double hz, double late, bool without) {
     double own = 0, all = 0;
     const size_t first = v.size() / 2;

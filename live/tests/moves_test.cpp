@@ -1,8 +1,9 @@
-// While a control moves, a listener hears no click and no hole, and soon the new sound.
+// Tests that a moving control makes no click and no hole, and that the new sound is soon there.
 //
-// A tone of -12 dB runs for a while, one control or a whole preset moves, and the tone runs on. A
-// click is a large second difference. It is measured against the larger of the two steady ones,
-// before and after the move, or against that of 16 units of 16 bits, which is below all hearing.
+// A tone of -12 dB plays. After a while, one control or a whole preset moves, and the tone goes on.
+// A click is a large second difference. It is compared with the larger of the second differences in
+// the steady sound before and after the move. If both are smaller, it is compared with 16 steps of
+// 16 bits, which nobody hears.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,17 +21,17 @@ namespace {
 constexpr uint32_t kRateHz = 48000;
 constexpr size_t kPiece = 480;  // 10 ms
 constexpr size_t kDrag = size_t{2} * kRateHz;
-constexpr size_t kSteady = kRateHz / 2;  // at either end, from which steady values are taken
+constexpr size_t kSteady = kRateHz / 2;  // frames of steady sound that are measured at each end
 constexpr double kUnheard = 16 / 32768.0;
 
-// `moved` to `moved + duration` is the move.
+// The output. The control moves from frame `moved` to frame `moved + duration`.
 struct Heard {
     std::vector<float> samples;
     size_t moved, duration;
 };
 
-// Calls set(0) before the first frame and set(part), up to 1, during the move. The automatic gain
-// adapts within `adapts` frames.
+// Plays the tone. Calls set(0) before the first frame, and set(part) with parts up to 1 during the
+// move. `adapts` is the number of frames that the automatic gain needs to adapt.
 Heard Play(LiveStream& stream, double hz, size_t duration, size_t adapts,
            const std::function<void(double)>& set) {
     const size_t moved = kRateHz + adapts;
@@ -59,7 +60,7 @@ double LargestSecondDifference(const Heard& heard, size_t first, size_t last) {
         largest = std::max(largest, std::abs(double{v[n]} - 2.0 * v[n - 1] + v[n - 2]));
     return largest;
 }
-// The largest second difference of the move over the larger steady one.
+// Returns the largest second difference during the move, divided by the larger steady one.
 double Click(const Heard& heard) {
     const size_t size = heard.samples.size();
     const double own = std::max({LargestSecondDifference(heard, heard.moved - kSteady, heard.moved),
@@ -79,7 +80,7 @@ double SoftestPiece(const Heard& heard, size_t first, size_t last) {
         softest = std::min(softest, Level(heard, at, kPiece));
     return softest;
 }
-// How far the softest 10 ms lie below the softer steady level, in dB.
+// Returns how far the softest 10 ms lie below the softer steady level, in dB.
 double Hole(const Heard& heard) {
     const size_t size = heard.samples.size();
     const double steady = std::min(SoftestPiece(heard, heard.moved - kSteady, heard.moved),
@@ -87,7 +88,7 @@ double Hole(const Heard& heard) {
     if (steady < kUnheard) return 0;
     return 20 * std::log10(steady / std::max(SoftestPiece(heard, heard.moved, size), 1e-6));
 }
-// The part of the way that is still to go 0.3 s after the last movement.
+// Returns how much of the change of level is missing 0.3 s after the last movement, 0 to 1.
 double Rest(const Heard& heard) {
     constexpr size_t kPeriods = kRateHz / 20;  // of both tones, a whole number
     const double before = Level(heard, heard.moved - kPeriods, kPeriods),
@@ -119,9 +120,10 @@ void MoveControl(size_t n, bool down, size_t duration, double hz, const std::str
         stream.Set(n, control.FromPort(static_cast<float>(least + (most - least) * at)));
     };
     const Heard heard = Play(stream, hz, duration, adapts ? 4 * kRateHz : 0, set);
-    // At 22 dB of output gain, the limiters' own steady sound of 60 Hz is 1.4 times as rough as at
-    // 24 dB, and a drag passes there. The resonance at 55 Hz turns the phase of 60 Hz, so that the
-    // two sounds of a cross-fade do not quite add up. The automatic gain takes its own time.
+    // At an output gain of 22 dB, the limiters make a steady tone of 60 Hz 1.4 times as rough as at
+    // 24 dB, and a slow movement passes this gain. The resonance at 55 Hz shifts the phase at 60
+    // Hz, so the two sounds of a cross-fade are not quite in phase. The automatic gain may take
+    // longer.
     const double hole = control.parameter->id == PARAM_ENHANCER_LOCONTOUR ? 1.4 : 1;
     ExpectSmooth(heard, {duration > 0 ? 2.0 : 1.5, hole, adapts ? HUGE_VAL : 0.05}, name);
 }

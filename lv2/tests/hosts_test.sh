@@ -34,18 +34,18 @@ for rate in 44100 48000; do
     -c:a pcm_s16le "$here/in.wav"
   ffmpeg -v error -y -i "$here/in.wav" -c:a pcm_f32le "$here/float.wav"
   for preset in night loud; do
-    for block in 1024 770; do
-      low=$((block == 770))
+    for buffer in 1024 770; do
+      low=$((buffer == 770))
       "$build/orvane" render "$here/in.wav" "$here/rendered.wav" -q -f --preset $preset \
-        --cold-start --keep-delay --no-dither --buffer $block
+        --cold-start --keep-delay --no-dither --buffer $buffer
       settings="c=low_latency=$low$(values $preset | sed 's/\(.*\) /|\1=/' | tr -d '\n')"
       ffmpeg -v error -y -i "$here/float.wav" -c:a pcm_f32le \
         -af "lv2=p=urn\\\\:quenthra\\\\:orvane:$settings" "$here/out.wav"
-      compare "$here/out.wav" $block
+      compare "$here/out.wav" $buffer
       # shellcheck disable=SC2046  # words
       lv2apply -i "$here/float.wav" -o "$here/out.wav" -c low_latency $low \
         $(values $preset | sed 's/^/-c /') $uri >/dev/null
-      compare "$here/out.wav" $block
+      compare "$here/out.wav" $buffer
     done
   done
 done

@@ -22,7 +22,7 @@ int allocations = 0, refusedOne = -1;  // counted from 0 while refusedOne isn't 
 static bool IsRefused() {
     return refusedOne >= 0 && allocations++ == refusedOne;
 }
-// These come before the platform's for the plug-in too.
+// The plug-in uses these functions instead of the platform's, too.
 // NOLINTBEGIN(bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)
 extern "C" void* __libc_malloc(size_t);
 extern "C" void* __libc_calloc(size_t, size_t);
@@ -196,7 +196,8 @@ LV2_Handle Instantiate(double rateHz, int refused, ptrdiff_t* lines) {
     return handle;
 }
 
-// One instance with every port connected to a default that `ports` holds, except for audio.
+// An instance. All ports except audio are connected to elements of `ports`, which hold the
+// defaults.
 struct Host {
     explicit Host(double rateHz) {
         ptrdiff_t lines = 0;
