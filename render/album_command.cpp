@@ -65,12 +65,13 @@ public:
           warnings(tagWarnings),
           report(albumReport) {}
 
-    // The source of the next track is opened. Its samples come later: the chain delays them.
+    // Begins the next track, whose source has been opened. Its samples come later, because the
+    // chain delays them.
     void Begin(const AudioReader& file) {
         waiting.push_back({tracks[begun++], file.Tags(), std::nullopt});
     }
-    // Ends a track: its source has been read to its end. `frames` counts the run so far, at its
-    // rate.
+    // Ends the track, whose source has been read to its end. `frames` is the length of the run so
+    // far at the run's rate.
     void End(uint64_t frames) {
         const AlbumTrack& track = waiting.back().track;
         report->tracks.push_back(
@@ -102,7 +103,9 @@ private:
     struct Waiting {
         const AlbumTrack& track;
         AudioTags tags;
-        std::optional<uint64_t> end;  // samples of the run's result before the next track
+        // Where the track ends: the samples of the run's output before the next track. Unset until
+        // End.
+        std::optional<uint64_t> end;
     };
 
     AudioWriter& Writer() {
@@ -138,9 +141,10 @@ private:
     TagWarnings* warnings;
     Report* report;
     size_t begun = 0;
-    uint64_t framesEnded = 0, written = 0;  // written: samples
-    uint64_t lastEnd = 0;                   // of the track that was closed last
-    std::deque<Waiting> waiting;            // the first is being written
+    uint64_t framesEnded = 0;     // the length of the ended tracks at the run's rate
+    uint64_t written = 0;         // samples
+    uint64_t lastEnd = 0;         // the end of the track that was closed last
+    std::deque<Waiting> waiting;  // tracks that are not closed; the first one is being written
     std::unique_ptr<AudioWriter> writer;
 };
 
@@ -158,7 +162,8 @@ std::unique_ptr<JoinedReader> Join(Tracks tracks, JoinedReader::Begins begins = 
                                           std::move(ends));
 }
 
-// Neighbouring tracks of one rate and channel count, whose outputs have one rate, too.
+// Returns the album's runs. A run consists of neighbouring tracks with the same rate and channel
+// count whose outputs have the same rate, too.
 std::vector<Tracks> RunsOf(const Album& album) {
     std::vector<Tracks> runs;
     const auto kind = [](const AlbumTrack& track) {
@@ -205,7 +210,7 @@ public:
     }
 
 private:
-    // Finds what each run is played with. The output gain is that of the run that needs the lowest.
+    // Finds the settings of each run. All runs get the lowest output gain that one of them needs.
     Report Start(const std::optional<Match>& match) {
         for (const Tracks& tracks : runs) {
             RenderJob jobOfRun = job;
@@ -222,9 +227,10 @@ private:
         started.output = job.output;
         started.album = album.title;
         for (size_t i = 1; i < runs.size(); ++i) {
-            started.notes.push_back(fmt::format("another stream begins with {}: {} Hz, {}",
-                                                runs[i].front().name, starts[i].rateHz,
-                                                starts[i].channels == 1 ? "mono" : "stereo"));
+            started.notes.push_back(
+                fmt::format("the chain starts anew at {}, which has another format: {} Hz, {}",
+                            runs[i].front().name, starts[i].rateHz,
+                            starts[i].channels == 1 ? "mono" : "stereo"));
             started.notes.insert(started.notes.end(), starts[i].notes.begin(),
                                  starts[i].notes.end());
         }
@@ -232,7 +238,7 @@ private:
         return started;
     }
 
-    // Makes all files without giving them their names. gain: PcmSink's.
+    // Writes all files under temporary names. `gain` is that of PcmSink.
     void Make(double gain) {
         set.emplace();
         warnings = {};
@@ -244,7 +250,8 @@ private:
         for (const CueSheet& sheet : album.sheets) WriteSheet(sheet);
     }
 
-    // The largest of all tracks. If one is in a lossless format, that of all samples counts, too.
+    // Returns the true peak of the album in dB. It is the largest of the decoded lossy outputs, and
+    // of all samples if at least one output is lossless.
     double PeakDb() const {
         const bool lossy = std::all_of(
             album.tracks.begin(), album.tracks.end(),
@@ -286,14 +293,14 @@ private:
     const Album& album;
     const EffectLibrary& library;
     std::vector<Tracks> runs;
-    std::vector<Report> starts;  // of each run
+    std::vector<Report> starts;  // what is known of each run before it is played
     Report report{};
     TagWarnings warnings;
     std::optional<OutputSet> set;
 };
 
-// The tracks of a folder through one instance of the chain, so that nothing is heard where one
-// goes over into the next.
+// Plays the tracks of a folder through one instance of the chain, so that the transitions between
+// tracks stay seamless.
 class AlbumCommand final : public Command {
 public:
     explicit AlbumCommand(Options& program);
@@ -304,7 +311,7 @@ private:
 
     RenderOptions render;
     RenderJob job;
-    std::string format;  // with a dot, "" for none
+    std::string format;  // the ending with its dot; "" if none was given
 };
 
 AlbumCommand::AlbumCommand(Options& program)

@@ -25,7 +25,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Audio that can only be read. An output's ending counts, too.
+// Endings of audio files that can be read but not written. The endings of outputs count as audio,
+// too.
 constexpr const char* kReadOnlyEndings[] = {".m4a", ".m4b", ".mp4", ".aac", ".wma", ".ape",
                                             ".wv",  ".mpc", ".tta", ".mka", ".mp2", ".aifc",
                                             ".voc", ".dsf", ".dff", ".ac3", ".alac"};
@@ -33,7 +34,7 @@ constexpr const char* kReadOnlyEndings[] = {".m4a", ".m4b", ".mp4", ".aac", ".wm
 struct Found {
     AlbumTrack track;
     std::string albumTag;
-    std::string folder;  // of a disc, "" for the album's own
+    std::string folder;  // the disc's folder; "" if the track lies in the album's own folder
     uint64_t disc = 0, number = 0;
 };
 
@@ -54,7 +55,7 @@ bool IsAudioName(const std::string& name) {
                std::end(kReadOnlyEndings);
 }
 
-// The number that a text begins with: "3/12" is 3. None: 0.
+// Returns the number at the beginning of a text, 3 for "3/12", or 0 if there is none.
 uint64_t NumberAhead(const std::string& text) {
     uint64_t number = 0;
     const size_t start = std::min(text.find_first_not_of(' '), text.size());
@@ -62,10 +63,11 @@ uint64_t NumberAhead(const std::string& text) {
     return number;
 }
 
-// A disc's number in the name of a folder or of an album: "CD1", "disc 2", "The Album (Disc 2)".
-// Returns 0 for none; *rest: the text before it, without brackets.
+// Returns the number of the disc in the name of a folder or an album, such as "CD1", "disc 2" or
+// "The Album (Disc 2)". Sets *rest to the text before it, without the bracket. Returns 0 if there
+// is no number.
 uint64_t DiscNumber(const std::string& text, std::string* rest) {
-    // Not std::regex, which takes ten seconds to compile.
+    // This is not std::regex, because its header takes ten seconds to compile.
     static const regex_t pattern = [] {
         regex_t compiled;
         const char expression[] = R"([[:space:]([,:-]*\b(cd|disc|disk)[ ._-]*([0-9]{1,4})\b)";
@@ -79,7 +81,8 @@ uint64_t DiscNumber(const std::string& text, std::string* rest) {
     return number;
 }
 
-// In order, with digits taken together as numbers; letters count alike in both cases.
+// Returns true if `a` comes before `b`. Neighbouring digits are compared as one number, and upper
+// and lower case are the same.
 bool ComesBefore(const std::string& a, const std::string& b) {
     const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
     size_t i = 0, k = 0;
@@ -104,8 +107,8 @@ bool ComesBefore(const std::string& a, const std::string& b) {
     return a < b;
 }
 
-// Names of files and folders, in order. What begins with a dot is nobody's: a hidden file, or one
-// that a program is still writing.
+// Appends the names of the files and folders in `folder`, in order. Names that begin with a dot are
+// left out: they are hidden files, or files that a program is still writing.
 void List(const fs::path& folder, std::vector<std::string>* files,
           std::vector<std::string>* folders) {
     std::error_code error;
@@ -118,7 +121,8 @@ void List(const fs::path& folder, std::vector<std::string>* files,
         if (type == fs::file_type::directory)
             folders->push_back(name);
         else if (type == fs::file_type::regular || type == fs::file_type::not_found)
-            files->push_back(name);  // a link that leads nowhere is a track that can't be read
+            files->push_back(
+                name);  // type not_found: a broken link is reported as unreadable later
     }
     if (error) throw Failure("{} cannot be read: {}", folder.string(), error.message());
     std::sort(files->begin(), files->end(), ComesBefore);
@@ -142,7 +146,7 @@ public:
         }
         if (found.empty())
             throw Failure("{} holds no audio files{}", path,
-                          others.empty() ? "" : "; the folder of one album is wanted");
+                          others.empty() ? "" : "; name the folder of one album");
     }
 
     std::vector<Album> Albums() {
@@ -152,10 +156,8 @@ public:
             Album album;
             album.title = key;
             if (untagged && !key.empty())
-                album.notes.push_back(
-                    fmt::format("{} is taken for a track of {}, which its tags "
-                                "don't say",
-                                *untagged, key));
+                album.notes.push_back(fmt::format(
+                    "{} has no album tag and is counted as a track of {}", *untagged, key));
             Order(&tracks, &album.notes);
             for (const Found* track : tracks) album.tracks.push_back(track->track);
             albums.push_back(std::move(album));
@@ -219,7 +221,7 @@ private:
         for (const Found& track : found) groups[track.albumTag].push_back(&track);
         const auto none = groups.find("");
         if (none == groups.end() || groups.size() != 2) return;
-        auto& [key, tracks] = *groups.rbegin();  // "" is the first
+        auto& [key, tracks] = *groups.rbegin();  // the group without a tag, "", is the first
         untagged = none->second.front()->track.name;
         if (none->second.size() > 1)
             *untagged += fmt::format(" and {} more", none->second.size() - 1);
@@ -242,14 +244,16 @@ private:
                                     place->second->track.name, track->track.name);
             if (fault.empty()) continue;
             if (tracks->size() > 1)
-                notes->push_back(fmt::format("the order is that of the names: {}", fault));
+                notes->push_back(
+                    fmt::format("the tracks are in the order of their names, because {}", fault));
             return;
         }
         tracks->clear();
         for (const auto& [place, track] : places) tracks->push_back(track);
     }
 
-    // A sheet goes with the track that has its name, or that is alone in its folder.
+    // Adds the cue sheets of the album's tracks. A sheet belongs to the track of the same name, or
+    // to the only track in its folder.
     void AddSheets(Album* album) {
         for (std::string& sheet : sheets) {
             if (sheet.empty()) continue;
@@ -271,7 +275,8 @@ private:
         }
     }
 
-    // The sheet with another file named in its FILE line; none where it isn't a sheet of one file.
+    // Returns the text of the sheet with the output's name in its FILE line. Returns nothing if the
+    // sheet doesn't describe exactly one file.
     std::optional<std::string> SheetFor(const std::string& sheet, const std::string& output) const {
         constexpr uintmax_t kMostBytes = 1 << 20;
         std::error_code error;
@@ -317,8 +322,8 @@ private:
     fs::path in, out;
     std::string ending;
     std::vector<Found> found;
-    std::vector<std::string> sheets;  // "" for one that goes with a track
-    std::vector<std::string> others;  // folders with audio that are no discs
+    std::vector<std::string> sheets;  // "" for a sheet that belongs to a track
+    std::vector<std::string> others;  // folders with audio that are not discs of the album
     size_t leftOut = 0;
     std::optional<std::string> untagged;
     std::map<std::string, std::vector<const Found*>> groups;
@@ -329,8 +334,8 @@ void CheckOutputs(const std::vector<Album>& albums) {
     for (const Album& album : albums)
         for (const AlbumTrack& track : album.tracks)
             if (const auto [place, isNew] = outputs.try_emplace(track.output, &track); !isNew)
-                throw Failure("{} and {} would both become {}", place->second->input, track.input,
-                              track.output);
+                throw Failure("{} and {} would both be written to {}", place->second->input,
+                              track.input, track.output);
 }
 
 }  // namespace

@@ -14,33 +14,35 @@ struct AlbumTrack {
     std::string input, output;  // paths
     uint32_t rateHz, channels;
     bool sixteenBit;
-    std::optional<uint64_t> frames;  // if the file knows
-    FileTimes times;                 // of the source, before it was read
+    std::optional<uint64_t> frames;  // the length; nothing if the file doesn't say it
+    FileTimes times;                 // the source's times before it was read
 };
 
 // A cue sheet beside a file that holds several tracks.
 struct CueSheet {
     std::string output;  // path
-    std::string text;    // as it is to be written
-    FileTimes times;     // of the source
+    std::string text;    // the text to write
+    FileTimes times;     // the source's times
 };
 
 struct Album {
-    std::string title;  // from the tags, "" for none
+    std::string title;  // from the tags; "" if there is none
     std::vector<AlbumTrack> tracks;
     std::vector<CueSheet> sheets;
-    std::vector<std::string> notes;  // what the order follows if not the tags; what is left out
+    std::vector<std::string> notes;  // for example what is left out, or why names define the order
 };
 
-// Finds the albums of a folder. Tracks are the audio files in it and in the folders of discs right
-// below it ("CD1", "Disc 2"). The album tag tells albums apart, without the disc's number that it
-// may end with. Files without the tag belong to the folder's only album, or else together.
+// Finds the albums of a folder. Tracks are the audio files in it and in the folders of discs
+// directly below it ("CD1", "Disc 2"). Tracks with the same album tag form an album; a disc number
+// at the end of the tag doesn't count. Files without the tag belong to the only album of the
+// folder. If there is no such album, they form one.
 //
-// The order is that of disc and track number; the disc's is the tag's, or else the folder's or the
-// album tag's. If a track number is missing or occurs twice, the order is that of the names, in
-// which numbers count as such: "2" comes before "10".
+// Tracks are ordered by disc and track number. The disc number comes from its tag, or else from the
+// folder or the album tag. If a track number is missing or occurs twice, tracks are ordered by
+// name. Numbers in names are compared as numbers, so "2" comes before "10".
 //
-// Outputs lie below outFolder as the tracks do below the folder. format: the ending of all outputs,
-// such as ".flac"; "" keeps each track's own, or .flac where that can't be written.
+// Outputs have the same places below outFolder as the tracks have below the folder. `format` is the
+// ending of all outputs, such as ".flac". With "", each track keeps its ending, or gets .flac if
+// its own format can't be written.
 std::vector<Album> FindAlbums(const std::string& folder, const std::string& outFolder,
                               const std::string& format);

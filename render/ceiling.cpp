@@ -9,8 +9,8 @@
 namespace {
 
 constexpr uint32_t kMostOutputs = 8;
-// How far below the ceiling the second output aims, and how much farther each one after it. A lossy
-// encoder gives other peaks at another gain.
+// The second output aims this far below the ceiling, and each later one further by kFurtherDb. The
+// reason is that a lossy encoder gives other peaks at another gain.
 constexpr double kMarginDb = 0.02, kFurtherDb = 0.1;
 
 }  // namespace
@@ -32,10 +32,10 @@ bool Ceiling::NeedsAnother(double peakDb) {
 void Ceiling::AddTo(Report* report) const {
     if (!wantedDb) {
         if (report->decodedPeakDb.value_or(0) > 0)
-            report->notes.push_back(
-                fmt::format("decoded, the output goes {:.1f} dB over full scale, where players may "
-                            "clip it; --ceiling lowers it",
-                            *report->decodedPeakDb));
+            report->notes.push_back(fmt::format(
+                "the decoded output exceeds full scale by {:.1f} dB, so players may clip "
+                "it; --ceiling lowers it",
+                *report->decodedPeakDb));
         return;
     }
     report->ceiling = {*wantedDb, gainDb, reachedDb, outputs};

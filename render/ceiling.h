@@ -1,14 +1,14 @@
-// How far an output has to be lowered so that its true peak stays below a ceiling.
+// Finds the gain at which the true peak of an output stays below a ceiling.
 //
-// A lossy encoder adds peaks of its own, which are known only once its file is decoded. So the
-// output is made, measured, and made anew with a lower gain until its peak stays below:
+// A lossy encoder adds peaks, which are known only when its file has been decoded. So the output is
+// made and measured, and made again with a lower gain until its peak stays below the ceiling:
 //
 //   Ceiling ceiling(db);
 //   do make the output with ceiling.Gain() and measure it;
 //   while (ceiling.NeedsAnother(peakDb));
 //
-// Several files that have to keep their levels to one another, such as an album's, share one
-// Ceiling; its peak is the largest of theirs.
+// The tracks of an album must keep their relative levels. So they share one Ceiling, and the peak
+// is the largest of all tracks.
 #pragma once
 #include <cstdint>
 #include <optional>
@@ -17,20 +17,21 @@
 
 class Ceiling {
 public:
-    // db: the ceiling in dBTP, at most 0; none if there is no ceiling.
+    // `db` is the ceiling in dBTP, at most 0, or nothing if there is no ceiling.
     explicit Ceiling(std::optional<double> db) : wantedDb(db) {}
 
-    // The linear gain for the output that is made next, at most 1. The first time it is 1.
+    // Returns the linear gain for the next output. It is 1 for the first output and at most 1
+    // later.
     double Gain() const;
 
-    // peakDb: the true peak of the output that was made with Gain(), in dB over full scale; minus
-    // infinity for silence. Returns true if the output has to be made again, with what Gain() then
-    // is. It is asked for at most eight outputs; the last one stands although it may be too loud.
+    // Returns true if the output has to be made again with the new Gain(). `peakDb` is the true
+    // peak of the output that was made with the present Gain(), in dB over full scale. It is minus
+    // infinity for silence. After the eighth output it returns false, even if the peak is too high.
     // Throws Failure if there is a ceiling and the peak is NaN.
     bool NeedsAnother(double peakDb);
 
-    // Tells the ceiling, the gain and the outputs it took, and warns if the last one was too loud.
-    // Without a ceiling, notes that the decoded output exceeds full scale, if it does.
+    // Reports the ceiling, the gain and how many outputs were made. Adds a warning if the last one
+    // is too loud. Without a ceiling, adds a note if the decoded output exceeds full scale.
     void AddTo(Report* report) const;
 
 private:

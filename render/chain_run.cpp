@@ -24,18 +24,18 @@ std::string HertzText(uint32_t rateHz) {
     return std::to_string(rateHz) + " Hz";
 }
 
-// Says which rates differ; with strictRate refuses.
+// Adds a note that says which rates differ. Throws Failure instead if the job has strictRate.
 void CheckRates(const RenderJob& job, Report* report) {
     std::string text;
     if (report->chainRateHz != report->rateHz)
-        text = HertzText(report->rateHz) + " is outside 32000 to 48000 Hz; the chain runs at " +
+        text = HertzText(report->rateHz) + " is outside 32000 to 48000 Hz, so the chain runs at " +
                HertzText(report->chainRateHz);
     if (report->outputRateHz != report->rateHz)
         text += std::string(text.empty() ? "" : "; ") + "the format of " + job.output +
-                " doesn't take " + HertzText(report->rateHz) + ", it gets " +
+                " doesn't take " + HertzText(report->rateHz) + ", so it gets " +
                 HertzText(report->outputRateHz);
     else if (!text.empty())
-        text += ", resampled there and back";
+        text += ", and the output is resampled back";
     if (text.empty()) return;
     if (job.strictRate) throw Failure("{}: {}", job.input, text);
     report->notes.push_back(text);
@@ -120,7 +120,8 @@ void CheckFormat(const std::string& input, const SampleReader& reader) {
                       reader.RateHz(), kLowestHz, kHighestHz);
     if (reader.Channels() > 2)
         throw Failure(
-            "{} has {} channels and the effect takes one or two; downmix first, for example with"
+            "{} has {} channels, but the effect takes one or two; mix it down first, for example "
+            "with"
             " sox {} -c 2 stereo.wav",
             input, reader.Channels(), input == "-" ? input : ShellQuoted(input));
 }
@@ -141,7 +142,7 @@ ChainRun::ChainRun(const RenderJob& renderJob, const EffectLibrary& library,
 
 void ChainRun::Play(AudioWriter& writer, uint32_t outputRateHz, StreamMeter& after, double gain) {
     Progress progress(job.showProgress, reader.RateHz(), reader.Frames());
-    // The piece begins behind a delay that is kept.
+    // If the delay is kept, the piece begins after it.
     PcmSink sink(writer, {format.rateHz, outputRateHz}, format.channels, job.dither, gain, after,
                  job.keepDelay ? AtRate(delayFrames, format.rateHz, outputRateHz) : 0);
     std::vector<int16_t> pcm, processed;
@@ -203,23 +204,26 @@ void AddDecodedPeak(const std::string& path, Report* report) {
 
 void NoteMatch(const std::optional<Match>& match, Report* report) {
     if (!match) {
-        report->notes.push_back("nothing was matched: " + report->input +
-                                " is silent or too short to have a loudness");
+        report->notes.push_back("the loudness was not matched, because " + report->input +
+                                " is silent or too short to have one");
         return;
     }
     const double offLu = report->after.integratedLufs - match->wantedLufs;
     if (report->ceiling && report->ceiling->gainDb < 0) {
-        report->notes.push_back(fmt::format(
-            "the loudness is {} LU off: the ceiling comes before the match", DecibelText(offLu)));
+        report->notes.push_back(
+            fmt::format("the loudness is {} LU away from the wanted one, because the ceiling "
+                        "lowered the output",
+                        DecibelText(offLu)));
         return;
     }
     if (!(std::abs(offLu) > kMatchToleranceLu)) return;
     const Parameter& gain = ParameterOf(PARAM_OUTPUT_GAIN);
     const bool highest = match->gain == gain.maximum;
     report->notes.push_back(
-        "the loudness is " + DecibelText(offLu) + " LU off: the output gain " +
-        (highest ? "ends at " + ValueText(gain, gain.maximum) + ", and the limiters hold the rest"
-                 : "has no step that comes nearer"));
+        "the loudness is " + DecibelText(offLu) + " LU away from the wanted one, because " +
+        (highest ? "the output gain cannot exceed " + ValueText(gain, gain.maximum) +
+                       ", and the limiters hold the peaks"
+                 : "no step of the output gain comes nearer"));
 }
 
 void NoteTags(const std::string& output, const AudioWriter& writer, const AudioTags& tags,
@@ -231,6 +235,6 @@ void NoteTags(const std::string& output, const AudioWriter& writer, const AudioT
         report->warnings.push_back(fmt::format("{} cannot keep {}", output, fmt::join(lost, ", ")));
     if (!tags.gains.empty())
         report->warnings.push_back(
-            fmt::format("{} goes without {}, because the loudness has changed", output,
+            fmt::format("{} is written without {}, because the loudness has changed", output,
                         fmt::join(tags.gains, ", ")));
 }

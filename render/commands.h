@@ -1,14 +1,14 @@
-// The commands of the program: how main makes them, runs them, and documents them.
+// The program's commands, which main creates and runs. Also the texts that document them.
 //
-// Each command is a class of its own file, for example render_command.cpp. That file also documents
-// what the command does. Only main's thread calls these functions.
+// Each command is a class in a file such as render_command.cpp, which also says what the command
+// does. Call these functions only on the main thread.
 #pragma once
 #include <memory>
 #include <string>
 
 #include "render/options.h"
 
-// One command: its options, and what it does with them.
+// A command with its options.
 class Command {
 public:
     // Adds the command `name` to the program. `description` is its line in the help.

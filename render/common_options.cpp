@@ -11,7 +11,8 @@
 
 namespace {
 
-// Folders of builds of the library, the fastest that the processor can run first.
+// Returns the folders of the library's builds that this processor can run, relative to the
+// library's folder. The fastest is first.
 std::vector<std::string> BuildsForThisProcessor() {
 #if defined(__x86_64__)
     if (__builtin_cpu_supports("avx2")) return {"avx2", ""};
@@ -19,7 +20,7 @@ std::vector<std::string> BuildsForThisProcessor() {
     return {""};
 }
 
-// The value of --match: a number, "true" for none, "" if it wasn't given.
+// Reads the value of --match: a number, "true" if it has no value, or "" if it wasn't given.
 std::optional<MatchWish> ReadMatch(const std::string& text) {
     if (text.empty()) return std::nullopt;
     if (text == "true") return MatchWish{};
@@ -29,7 +30,7 @@ std::optional<MatchWish> ReadMatch(const std::string& text) {
     return MatchWish{lufs};
 }
 
-// Reads "-1", "-1dB" or "-1dBTP".
+// Reads the value of --ceiling, such as "-1", "-1dB" or "-1dBTP".
 double ReadCeiling(const std::string& text) {
     constexpr double kLowestDb = -60;
     std::string number = text;

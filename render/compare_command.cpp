@@ -39,7 +39,8 @@ public:
         info.format = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
         SF_VIRTUAL_IO through{Length, Seek, nullptr, WriteBytes, Tell};
         file.reset(sf_open_virtual(&through, SFM_WRITE, &info, &target));
-        if (file == nullptr) throw Failure("no FLAC can be made: {}", sf_strerror(nullptr));
+        if (file == nullptr)
+            throw Failure("the piece cannot be encoded as FLAC: {}", sf_strerror(nullptr));
     }
     FlacBytes(const FlacBytes&) = delete;
     FlacBytes& operator=(const FlacBytes&) = delete;
@@ -48,7 +49,7 @@ public:
     void Write(std::span<const int16_t> samples) {
         const auto count = static_cast<sf_count_t>(samples.size());
         if (sf_write_short(file.get(), samples.data(), count) != count)
-            throw Failure("no FLAC can be made: {}", sf_strerror(file.get()));
+            throw Failure("the piece cannot be encoded as FLAC: {}", sf_strerror(file.get()));
     }
     // Completes the file and returns its bytes. They stay valid as long as the object. Write must
     // not be called afterwards.
@@ -106,7 +107,8 @@ std::string Base64(const std::string& bytes) {
     return text;
 }
 
-// Adds key and value of what is set, as the page counts: a key for each band.
+// Adds the keys and values of all settings that are set. Each band has a key of its own, as in the
+// page.
 void AddValues(const Settings& settings, JsonObject* values) {
     for (const Control& control : kControls)
         if (settings.IsSet(control.parameter->id))
@@ -117,7 +119,7 @@ void AddValues(const Settings& settings, JsonObject* values) {
     throw Failure("{} is longer than {} minutes, too long for a page", input, kMostMinutes);
 }
 
-// The piece as the chain takes it.
+// Returns the piece as FLAC, at the chain's rate and in 16 bits. Sets *damage to PcmSource::Damage.
 std::string FlacOf(const std::string& input, AudioReader& reader, bool dither,
                    std::vector<std::string>* damage) {
     const uint64_t mostFrames = uint64_t{kMostMinutes} * 60 * reader.RateHz();
@@ -136,17 +138,18 @@ std::string FlacOf(const std::string& input, AudioReader& reader, bool dither,
     return flac.Finish();
 }
 
-// Writes the page for browsers with a piece inside: source and result aligned, equally loud, and
-// all settings at hand. The page holds the source and the library; the result is made as it plays.
+// Writes the page for browsers with a piece inside. The page plays the piece before and after,
+// aligned and equally loud, and has all controls. It contains the source and the library, which
+// processes the source during playback.
 class CompareCommand final : public Command {
 public:
     explicit CompareCommand(Options& program);
     void Run() override;
 
 private:
-    // The page without a piece. Failure if there is none.
+    // Returns the page without a piece. Throws Failure if it is not found.
     std::string Page() const;
-    // Returns the element that holds the piece. *damage: as PcmSource::Damage says.
+    // Returns the element that holds the piece. Sets *damage to PcmSource::Damage.
     std::string PieceElement(Settings* played, std::vector<std::string>* damage) const;
 
     SettingsOptions settings;
@@ -173,7 +176,7 @@ std::string CompareCommand::Page() const {
     std::filesystem::path path = page;
     if (page.empty()) {
         const std::filesystem::path own = ProgramFolder();
-        // Beside it, where an installation puts it, where the build does.
+        // Looks beside the program, in the place of an installation, and in the place of a build.
         for (const std::filesystem::path& folder :
              {own, own.parent_path() / "share" / "orvane", own.parent_path() / "web"})
             if (path.empty() && std::filesystem::exists(folder / kPageName))
@@ -186,7 +189,7 @@ std::string CompareCommand::Page() const {
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<size_t>(file.gcount()));
     if (text.find(kPlaceOfPiece) == std::string::npos)
-        throw Failure("{} is not the page that takes a piece", path.string());
+        throw Failure("{} is not an orvane.html, which a piece can be put into", path.string());
     return text;
 }
 
@@ -203,7 +206,7 @@ std::string CompareCommand::PieceElement(Settings* played, std::vector<std::stri
         .Add("settings", values)
         .Add("source", Base64(FlacOf(input, reader, !noDither, damage)));
     std::string json = piece.OneLine();
-    // No title ends the element.
+    // "<" is escaped, because a title with "</script" would end the element.
     for (size_t at = 0; (at = json.find('<', at)) != std::string::npos;)
         json.replace(at, 1, "\\u003c");
     return R"(<script type="application/json" id="orvane-piece">)" + json + "</script>";

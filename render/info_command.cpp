@@ -14,7 +14,7 @@
 
 namespace {
 
-// Of a field of the descriptor, which need not end.
+// Returns the text of a descriptor's field, which may lack the final NUL.
 template <size_t kSize>
 std::string_view FieldText(const char (&field)[kSize]) {
     return {field, strnlen(field, kSize)};
@@ -88,8 +88,8 @@ std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
     return text;
 }
 
-// What the library says of itself: the record, the descriptor, and every parameter with its present
-// value where it can be asked.
+// Prints what the library says about itself: the record, the descriptor and every parameter, with
+// the present value of those that can be queried.
 class InfoCommand final : public Command {
 public:
     explicit InfoCommand(Options& program);

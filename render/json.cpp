@@ -64,7 +64,7 @@ JsonObject& JsonObject::AddNull(const std::string& key) {
 }
 
 std::string JsonObject::Lines() const {
-    // Names of files need not be UTF-8.
+    // File names may contain bytes that are not UTF-8, so they are replaced.
     return members->dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }
 

@@ -1,5 +1,5 @@
-// Objects in JSON. Only json.cpp includes the library that writes them, nlohmann_json: its header
-// takes seconds to compile.
+// Writes JSON objects with nlohmann_json. Only json.cpp includes the full header of that library,
+// which takes seconds to compile.
 #pragma once
 #include <cstdint>
 #include <memory>
@@ -15,7 +15,7 @@ public:
     JsonObject(const JsonObject&) = delete;
     JsonObject& operator=(const JsonObject&) = delete;
 
-    // Adds a member after those already there. A number that is not finite becomes null.
+    // Adds a member after the present ones. A number that is not finite becomes null.
     JsonObject& Add(const std::string& key, bool value);
     JsonObject& Add(const std::string& key, uint32_t value);
     JsonObject& Add(const std::string& key, uint64_t value);
@@ -25,7 +25,7 @@ public:
     JsonObject& Add(const std::string& key, std::span<const double> array);
     JsonObject& Add(const std::string& key, std::span<const std::string> array);
     JsonObject& Add(const std::string& key, const JsonObject& object);
-    // Adds the object to the array that the member is, or begins with it.
+    // Appends the object to the member `key`, which is an array. Creates the array if needed.
     JsonObject& Append(const std::string& key, const JsonObject& object);
     JsonObject& AddNull(const std::string& key);
     template <typename Value>
@@ -33,9 +33,10 @@ public:
         return value ? Add(key, *value) : AddNull(key);
     }
 
-    // The object on indented lines, with a line end. Bytes that are not UTF-8 are replaced.
+    // Returns the object as indented lines with a line end. Bytes that are not UTF-8 become the
+    // replacement character.
     std::string Lines() const;
-    // The object on one line without a line end, in ASCII.
+    // Returns the object in ASCII, on one line without a line end.
     std::string OneLine() const;
 
 private:

@@ -14,8 +14,8 @@ constexpr const char* kExamples[] = {
     "orvane album 'The Album' out --format opus --match",
     "parallel orvane render -q --only-whole {} {.}-night.flac --preset night ::: *.wav"};
 
-// Text as roff takes it: a hyphen would become a typographer's, a control character at the start of
-// a line a request.
+// Escapes text for roff. Otherwise roff would replace hyphens by typographic ones, and take a
+// control character at the start of a line for a request.
 std::string Roff(const std::string& text) {
     std::string escaped;
     for (const char c : text) {
@@ -25,7 +25,8 @@ std::string Roff(const std::string& text) {
     return escaped.starts_with('.') || escaped.starts_with('\'') ? "\\&" + escaped : escaped;
 }
 
-// The commands after the first don't say again what it said.
+// Returns the options of a command. Options that an earlier command explained are only listed by
+// name; `said` contains them.
 std::string ManOptions(const Options& options, std::set<std::string>* said) {
     std::string text, repeated;
     for (const OptionText& option : options.Shown()) {

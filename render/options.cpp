@@ -13,7 +13,7 @@ namespace {
 
 class HelpFormatter final : public CLI::Formatter {
 public:
-    // An option that undoes a switch, without the value that CLI11 puts behind it.
+    // Removes the value that CLI11 puts behind the name of an option that turns a switch off.
     std::string make_option_name(const CLI::Option* option, bool positional) const override {
         std::string name = CLI::Formatter::make_option_name(option, positional);
         const std::string value = "{false}";
@@ -29,7 +29,8 @@ public:
     }
 };
 
-// A misspelt command would else be named among all that was not expected without one.
+// Throws UsageError if no command has the name. Without this check, CLI11 would list a misspelt
+// command among all arguments that it didn't expect.
 void CheckCommand(const CLI::App& program, const std::vector<std::string>& arguments) {
     const auto name = std::find_if(arguments.begin(), arguments.end(),
                                    [](const auto& one) { return !one.starts_with('-'); });
@@ -38,10 +39,11 @@ void CheckCommand(const CLI::App& program, const std::vector<std::string>& argum
         if (name == arguments.end() || command->get_name() == *name) return;
         known += " " + command->get_name();
     }
-    throw UsageError("no command is called \"{}\"; there are{}", *name, known);
+    throw UsageError("no command is called \"{}\"; the commands are{}", *name, known);
 }
 
-// No file, number or curve has an empty name: what was to fill it was not set.
+// Throws UsageError if an option has an empty value. No file, number or curve can be empty, so a
+// variable of the caller's script was probably not set.
 void RefuseEmptyValues(const std::vector<std::string>& arguments) {
     // The parser takes "--match=" as "--match".
     for (const std::string& argument : arguments) {
@@ -143,7 +145,7 @@ Option Options::AddPrinting(const std::string& names, std::function<std::string(
                             const std::string& help) {
     const auto print = [text = std::move(text)] {
         PrintToStandardOutput(text());
-        throw CLI::Success();  // before anything that is missing is missed
+        throw CLI::Success();  // so that required options may be missing
     };
     return Added(app->add_flag_callback(names, print, help));
 }
@@ -204,7 +206,7 @@ CommandLine::CommandLine(const char* name, const char* description, const std::s
     : Options(*new CLI::App(description, name)), program(app) {
     const auto formatter = std::make_shared<HelpFormatter>();
     formatter->column_width(kHelpNameColumns);
-    // The commands inherit both.
+    // The commands inherit formatter and footer.
     app->formatter(formatter);
     app->footer(footer);
     app->require_subcommand(1);
@@ -231,7 +233,7 @@ bool CommandLine::Parse(int argc, char** argv) {
         return false;
     } catch (const CLI::ParseError& error) {
         throw UsageError(error.what());
-    } catch (const std::invalid_argument& error) {  // CLI11's for what a switch can't be
+    } catch (const std::invalid_argument& error) {  // CLI11 throws it for a wrong value of a switch
         throw UsageError(error.what());
     }
 }

@@ -28,8 +28,8 @@
 
 namespace {
 
-// Throws UsageError if the picture would overwrite the audio. role: "IN" or "OUT". stream: the file
-// that "-" stands for.
+// Throws UsageError if the picture would overwrite the audio. `role` is "IN" or "OUT", and `stream`
+// is the file that "-" stands for.
 void CheckPictureName(const std::string& picture, const char* role, const std::string& audio,
                       const char* stream) {
     if (audio == picture || AreOneFile(audio == "-" ? stream : audio, picture))
@@ -60,10 +60,10 @@ std::unique_ptr<AudioWriter> OpenOutput(const RenderJob& job, const Report& repo
                                                               reader.Tags()));
 }
 
-// One file, made once. The members stand in the order in which they are opened.
+// Makes one output once. The members are declared in the order in which they must be opened.
 class Rendering {
 public:
-    // gain: PcmSink's.
+    // `outputGain` is that of PcmSink.
     Rendering(const RenderJob& renderJob, const std::optional<Match>& match,
               const std::string& copyOfPipe, const EffectLibrary& effectLibrary, double outputGain)
         : job(renderJob),
@@ -78,8 +78,8 @@ public:
                                   : std::make_unique<OutputFile>(job.picture, job.overwrite)),
           writer(OpenOutput(job, report, reader)) {}
 
-    // Makes the file without giving it its name. Returns its true peak in dB, of a lossy output
-    // decoded; NaN if it isn't measured.
+    // Writes the file under a temporary name. Returns its true peak in dB, for a lossy format after
+    // decoding, or NaN if the peak is not measured.
     double Make() {
         run.Play(*writer, report.outputRateHz, after, gain);
         run.AddTo(&report);
@@ -100,7 +100,7 @@ public:
         return *report.decodedPeakDb;
     }
 
-    // After Make, once.
+    // Gives the file its name and draws the picture. Call it once, after Make.
     Report Finish() {
         writer->Commit();
         if (!job.output.empty())
@@ -122,7 +122,7 @@ private:
         }
     }
 
-    // Moves the measurements into the result.
+    // Returns what the picture shows. Moves the measurements into it.
     PictureInput TakePictureInput() {
         PictureInput input;
         input.title = TitleOf(job.input, reader);
@@ -156,8 +156,8 @@ private:
     Measured measuredBefore, measuredAfter;
 };
 
-// Throws Failure or UsageError; then no output exists that did not exist before. A picture that
-// cannot be drawn costs the picture alone: the report says what is missing.
+// Throws Failure or UsageError; then no new output exists. If only the picture cannot be drawn, the
+// audio is kept, and the report says what is missing.
 Report Render(const RenderJob& job, const EffectLibrary& library) {
     CheckNames(job);
     std::optional<PipeCopy> pipe;
@@ -230,15 +230,15 @@ void RenderCommand::Run() {
     render.Finish(&report);
     if (!report.missing.empty())
         throw Failure("{}; the audio is {}", report.missing,
-                      report.damage.empty()
-                          ? "complete"
-                          : "as far as it goes: " + DamageText(job.input, report.damage));
+                      report.damage.empty() ? "complete"
+                                            : "written as far as it can be read: " +
+                                                  DamageText(job.input, report.damage));
     if (!report.damage.empty())
         throw DamagedSource("{}; what could be read is written",
                             DamageText(job.input, report.damage));
 }
 
-// Draws an audio file before and after the chain.
+// Draws a picture of an audio file before and after the chain.
 class PictureCommand final : public Command {
 public:
     explicit PictureCommand(Options& program);

@@ -15,7 +15,7 @@ std::string Count(uint64_t count, const char* noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-// "1:00.632 min" or "1:00:00.000 h".
+// Returns a duration such as "1:00.632 min" or "1:00:00.000 h".
 std::string Duration(double seconds) {
     const auto thousandths = static_cast<uint64_t>(std::llround(seconds * 1000));
     const uint64_t minutes = thousandths / 60000;
@@ -24,7 +24,8 @@ std::string Duration(double seconds) {
     return fmt::format("{}:{:02}:{:06.3f} h", minutes / 60, minutes % 60, rest);
 }
 
-// The unit stands with the first that was measured.
+// Returns two levels, such as "-31.0 LUFS before, -30.7 after". Only the first measured level has
+// the unit.
 std::string Levels(double before, double after, const char* unit) {
     const auto text = [](double level, const char* unitOf) {
         return std::isnan(level) ? "not measured" : fmt::format("{:.1f}{}", level, unitOf);
@@ -56,8 +57,8 @@ std::string TextOf(const Report& report) {
             fmt::format(" ({:.1f} ms) ", 1000.0 * report.delayFrames / report.chainRateHz) +
             (report.delayRemoved ? "removed\n" : "kept\n");
     text += report.settlingFrames == 0
-                ? std::string("  start    cold, as the framework's\n")
-                : fmt::format("  start    after {:.1f} s of silence, dropped again\n",
+                ? std::string("  start    without settling, as in the framework\n")
+                : fmt::format("  start    after {:.1f} s of silence, which are removed\n",
                               static_cast<double>(report.settlingFrames) / report.chainRateHz);
     text += "  loudness " +
             Levels(report.before.integratedLufs, report.after.integratedLufs, " LUFS") +
@@ -67,14 +68,14 @@ std::string TextOf(const Report& report) {
     text += "\n";
     if (const auto& ceiling = report.ceiling)
         text += fmt::format(
-            "  ceiling  {:.1f} dBTP: all lowered by {:.2f} dB, peak {:.2f} dB; made {}\n",
+            "  ceiling  {:.1f} dBTP: lowered by {:.2f} dB, true peak {:.2f} dB; written {}\n",
             ceiling->wantedDb, 0 - ceiling->gainDb, ceiling->reachedDb,
             ceiling->outputs == 1 ? "once" : fmt::format("{} times", ceiling->outputs));
     if (!std::isnan(report.before.rangeLu) || !std::isnan(report.after.rangeLu))
         text += "  range    " + Levels(report.before.rangeLu, report.after.rangeLu, " LU") +
                 " (over 3 s, every 1 s)\n";
-    text += "  clipped  " + Count(report.clippedIn, "sample") + " on the way in";
-    if (report.clippedOut > 0) text += ", " + std::to_string(report.clippedOut) + " on the way out";
+    text += "  clipped  " + Count(report.clippedIn, "sample") + " of the input";
+    if (report.clippedOut > 0) text += ", " + std::to_string(report.clippedOut) + " of the output";
     text += report.dithered ? "; dithered to 16 bits\n" : "\n";
     for (const std::string& note : report.notes) text += "  note: " + TerminalText(note) + "\n";
     text += fmt::format("  {:.0f} times real time\n", report.seconds / report.elapsedSeconds);

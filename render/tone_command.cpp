@@ -10,7 +10,8 @@
 
 namespace {
 
-// Levels and output gain, what each asked point gets, how near it all comes.
+// Returns the band levels, the output gain, the gain at each point of the curve, and how near the
+// tone comes to the curve.
 std::string ToneText(const std::vector<TonePoint>& points, const ToneFit& fit,
                      const Settings& settings, double rateHz) {
     std::string text = fmt::format("at a sampling rate of {:.0f} Hz\n", rateHz);
@@ -28,8 +29,8 @@ std::string ToneText(const std::vector<TonePoint>& points, const ToneFit& fit,
     return text;
 }
 
-// A line for each set-parameter command that an application sends: name, values, the record's
-// words.
+// Returns a line for each set-parameter command that an application sends: the parameter's name,
+// the values, and the words of the record.
 std::string Records(const Settings& settings) {
     std::string text;
     for (const ParameterCommand& command : settings.Commands()) {
@@ -51,7 +52,7 @@ public:
     void Run() override;
 
 private:
-    std::vector<std::string> items;  // of the curve
+    std::vector<std::string> items;  // the points of the curve as text
     double rateHz = 44100;
     bool records = false;
 };

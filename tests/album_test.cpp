@@ -171,7 +171,8 @@ TEST_F(Album, AnotherRateBeginsAnotherRun) {
     for (int i = 0; i < 4; ++i) WriteTrack(std::to_string(i) + ".wav", rates[i], 0.7 + 0.1 * i);
     const std::string options = "--preset loud ";
     const Json report = Reports(options + "in out.d").at(0);
-    EXPECT_NE(report["notes"].Text().find("begins with 2.wav: 96000 Hz"), std::string::npos);
+    EXPECT_NE(report["notes"].Text().find("at 2.wav, which has another format: 96000 Hz"),
+              std::string::npos);
     for (const int alone : {2, 3}) {
         const std::string name = std::to_string(alone) + ".wav";
         Report("in/" + name + " alone.wav", options);

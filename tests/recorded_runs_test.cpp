@@ -1,5 +1,5 @@
-// Plays the recorded runs of tests/data/runs through the shared library. Compares the digest of all output samples
-// with that of an independent implementation.
+// Plays the recorded runs of tests/data/runs through the shared library. Compares the digest of all
+// output samples with that of an independent implementation.
 //
 // A run is a list of calls on one new instance. The calls are `configure RATE CHANNELS`,
 // `command CODE`, `set ID VALUES`, `get ID VALUE` and `process FRAMES COUNT`. `configure` also

@@ -174,9 +174,9 @@ TEST_F(Renderer, MatchesALoudnessAndSaysWhereItCannot) {
         {"in.wav out.wav --match=-9 --tone 1000:6", -9},
         {"- out.wav --match=-20 <in.wav", -20, "", "--preset steady "},
         {"pipe out.wav --match=-20 & cat in.wav >pipe; wait $!", -20},
-        {"in.wav out.wav --match=-1 --gate 0.5", -8, "ends at 16"},
+        {"in.wav out.wav --match=-1 --gate 0.5", -8, "cannot exceed 16"},
         {"in.wav out.wav --match=-50", -50, "no step"},
-        {"silent.wav out.wav --match", 0, "nothing was matched"},
+        {"silent.wav out.wav --match", 0, "the loudness was not matched, because "},
     };
     for (const auto& [arguments, lufs, note, preset] : cases) {
         const Json report = Report(arguments, preset);

@@ -79,7 +79,7 @@ TEST_F(Renderer, KeepsTagsAndTheCoverOrSaysWhatIsLost) {
         SCOPED_TRACE(output);
         std::string said =
             "orvane: " + output +
-            " goes without REPLAYGAIN_TRACK_GAIN, because the loudness has changed\n";
+            " is written without REPLAYGAIN_TRACK_GAIN, because the loudness has changed\n";
         if (!lost.empty()) said = "orvane: " + output + " cannot keep " + lost + "\n" + said;
         EXPECT_EQ(Shell("$ORVANE render -fq --preset off in.flac " + output), 0);
         EXPECT_EQ(Slurp("err"), said);
@@ -155,16 +155,18 @@ TEST_F(Renderer, MessagesHaveTheStatedWords) {
         {"--man-page", "\\-\\-skip\\-existing"},
         {"compare long.flac out.html --page page", "long.flac is longer than 10 minutes"},
         {"compare - out.html --page page <long.flac", "- is longer than 10 minutes"},
-        {"compare in.wav out.html --page in.wav", "in.wav is not the page that takes a piece"},
+        {"compare in.wav out.html --page in.wav",
+         "in.wav is not an orvane.html, which a piece can be put into"},
         {"compare in.wav in.wav -f --page page", "IN and OUT are the same file"},
-        {"compare in.wav out.html --page /dev/zero", "/dev/zero is not the page that takes"},
+        {"compare in.wav out.html --page /dev/zero", "/dev/zero is not an orvane.html"},
         {"compare in.wav ''", "OUT is empty"},
         {"compare in.wav out.html --page=", "--page is empty"},
         {"picture in.wav ''", "OUT is empty"},
         {"tone ''", "POINTS is empty"},
         {"response a.png --rate ''", "--rate"},
         {"info ''", "LIBRARY is empty"},
-        {"rendr in.wav out.wav", "orvane: no command is called \"rendr\"; there are render "},
+        {"rendr in.wav out.wav",
+         "orvane: no command is called \"rendr\"; the commands are render "},
     };
     Write("long.flac", std::vector<int16_t>(size_t{601} * 8000), 8000, 1, kFlac16);
     std::ofstream("page") << "<!-- piece -->";

@@ -128,10 +128,13 @@ void AudioReader::OpenDecoder(const std::string& reason) {
                 name, reason);
         faults.push_back(
             parts.size() > 1
-                ? fmt::format("it is {} files joined into one, of which only the first is read "
-                              "without the program ffmpeg",
-                              parts.size())
-                : "it holds more than its header tells, which only the program ffmpeg reads");
+                ? fmt::format(
+                      "it consists of {} files joined into one, and only the first is read, "
+                      "because the program ffmpeg is not installed",
+                      parts.size())
+                : "it holds more audio than its header says, which is not read, because the "
+                  "program "
+                  "ffmpeg is not installed");
         return;
     }
     if (StartPart()) {

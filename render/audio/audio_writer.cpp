@@ -284,7 +284,8 @@ OutputFormat::OutputFormat(const std::string& path) {
     if (const Ending* const entry = FindEnding(path))
         sndfileFormat = entry->sndfileFormat;
     else
-        throw UsageError("{}: the ending names no format; known are{}", path, known);
+        throw UsageError("{} has no ending of a known format; the known endings are{}", path,
+                         known);
     if ((sndfileFormat & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS)
         rates = {8000, 12000, 16000, 24000, 48000};
     if ((sndfileFormat & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG)

@@ -10,7 +10,7 @@ namespace {
 constexpr size_t kBlockFrames = 4096;
 
 void Check(soxr_error_t error) {
-    if (error != nullptr) throw Failure("cannot resample: {}", error);
+    if (error != nullptr) throw Failure("the sound cannot be resampled: {}", error);
 }
 
 }  // namespace

@@ -53,9 +53,9 @@ std::string Resolved(const std::string& path) {
     fs::path place = path;
     std::error_code error;
     for (int links = 0; fs::is_symlink(place, error); ++links) {
-        if (links == kMostLinks) throw Failure("{}: too many links", path);
+        if (links == kMostLinks) throw Failure("{} leads through too many symbolic links", path);
         place = place.parent_path() / fs::read_symlink(place, error);
-        if (error) throw Failure("{}: {}", path, error.message());
+        if (error) throw Failure("{} cannot be followed: {}", path, error.message());
     }
     return place.string();
 }
@@ -197,7 +197,8 @@ FileTimes TimesOf(const std::string& path) {
     struct stat status {};
     const int result = path == "-" ? fstat(STDIN_FILENO, &status) : stat(path.c_str(), &status);
     if (result != 0) throw Failure("{} cannot be read: {}", path, Reason());
-    if (!S_ISREG(status.st_mode)) throw UsageError("{} is no file with times to keep", path);
+    if (!S_ISREG(status.st_mode))
+        throw UsageError("{} is not a regular file, so it has no times to keep", path);
     return {status.st_atim, status.st_mtim};
 }
 
@@ -206,11 +207,11 @@ void OutputFile::CheckName(const std::string& path, bool overwrite) {
     const fs::file_status status = fs::status(path, error);
     if (status.type() == fs::file_type::not_found) {
         if (!overwrite && fs::is_symlink(path, error))
-            throw Failure("{} is a link to a file that doesn't exist (-f makes it)", path);
+            throw Failure("{} is a link to a file that doesn't exist (-f creates it)", path);
         return;
     }
-    if (error) throw Failure("{}: {}", path, error.message());
-    if (status.type() != fs::file_type::regular) throw Failure("{} is not a file", path);
+    if (error) throw Failure("{} cannot be examined: {}", path, error.message());
+    if (status.type() != fs::file_type::regular) throw Failure("{} is not a regular file", path);
     if (!overwrite) throw Failure("{} exists already (-f overwrites it)", path);
 }
 
@@ -262,7 +263,7 @@ OutputFile::~OutputFile() {
 
 void OutputFile::Commit() {
     if (times && futimens(fd, times->data()) != 0)
-        throw Failure("{} cannot get its times: {}", finalPath, Reason());
+        throw Failure("the times of {} cannot be set: {}", finalPath, Reason());
     const bool stored = fsync(fd) == 0;
     if (!stored || close(std::exchange(fd, -1)) != 0)
         throw Failure("{} cannot be written: {}", finalPath, Reason());
@@ -281,7 +282,7 @@ void OutputSet::MakeFolder(const std::string& path) {
     if (mkdir(path.c_str(), 0777) == 0)
         folders.emplace_back(path);
     else if (errno != EEXIST || !fs::is_directory(path, error))
-        throw Failure("{} cannot be made: {}", path, Reason());
+        throw Failure("the folder {} cannot be created: {}", path, Reason());
 }
 
 OutputSet::~OutputSet() {

@@ -35,9 +35,9 @@ bool PcmSource::Read(std::vector<int16_t>* pcm) {
 std::vector<std::string> PcmSource::Damage() const {
     std::vector<std::string> damage = reader.Damage();
     if (NotNumbers() > 0)
-        damage.push_back(
-            fmt::format("{} of its samples {} taken for silence", NotNumbers(),
-                        NotNumbers() == 1 ? "is no number and was" : "are no numbers and were"));
+        damage.push_back(fmt::format("{} of its samples {}", NotNumbers(),
+                                     NotNumbers() == 1 ? "is not a number and counts as silence"
+                                                       : "are not numbers and count as silence"));
     return damage;
 }
 

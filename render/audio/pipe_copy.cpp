@@ -78,7 +78,7 @@ void PipeCopy::Copy(int from, const std::string& name) {
     };
     std::string pattern = std::filesystem::temp_directory_path() / "orvane-XXXXXX";
     fd = mkostemp(pattern.data(), O_CLOEXEC);
-    if (fd < 0) fail("no temporary file for what comes through a pipe");
+    if (fd < 0) fail("the temporary file for a pipe's content cannot be created");
     unlink(pattern.c_str());
     std::array<char, 65536> block;
     ssize_t count = 0;
@@ -86,7 +86,7 @@ void PipeCopy::Copy(int from, const std::string& name) {
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) fail(name + " cannot be read");
         errno = WriteAll(fd, block.data(), static_cast<size_t>(count));
-        if (errno != 0) fail("the temporary file for what comes through a pipe can't be written");
+        if (errno != 0) fail("the temporary file for a pipe's content cannot be written");
     }
 }
 

@@ -100,7 +100,7 @@ public:
             }
             if (chunk.name == kind.dataName)
                 scan->damage.push_back(
-                    fmt::format("a second data chunk of {} bytes in it is not read", chunk.size));
+                    fmt::format("its second data chunk of {} bytes is not read", chunk.size));
             else if (chunk.content + chunk.size > file.Size())
                 scan->damage.push_back(fmt::format("it ends within its chunk {}", chunk.name));
             at = chunk.next;
@@ -110,7 +110,7 @@ public:
     void ReadToTheEnd(SourceScan* scan) {
         const uint64_t present = file.Size() - data.content;
         scan->damage.push_back(
-            fmt::format("its header tells of {} bytes of audio where {} are; all were read",
+            fmt::format("its header promises {} bytes of audio, but it holds {}; all were read",
                         data.size, present));
         scan->patch = {data.sizeAt, SizeAsBytes(kind, std::min(present, kAllOnes32 - 1))};
     }

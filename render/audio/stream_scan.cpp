@@ -201,7 +201,7 @@ private:
         const std::optional<uint64_t> next = NextFrame(file, at, file.Size());
         if (next)
             scan.damage.push_back(
-                fmt::format("{} bytes in its middle are no MP3 frames", *next - at));
+                fmt::format("{} bytes in its middle are not MP3 frames", *next - at));
         return next;
     }
 
