@@ -44,8 +44,9 @@ enum { ORVANE_OK = 0, ORVANE_INVALID = -1 };
 
 /* Choices of orvane_create(), which can be added. */
 enum {
-    /* Blocks have 770 frames instead of 1024. With everything on, latency drops from 2941 to 1663
-     * frames. The automatic gain then measures the level every 770 frames, so samples differ. */
+    /* The effect gets buffers of 770 frames instead of 1024. With everything on, latency drops from
+     * 2941 to 1663 frames. The automatic gain then measures the level every 770 frames, so samples
+     * differ. */
     ORVANE_LOW_LATENCY = 1,
     /* The stream doesn't settle on silence before its first frame, so the automatic gain fades in
      * during the first two seconds, as on a device. */
@@ -105,8 +106,8 @@ int orvane_process_int16(orvane_stream* stream, const int16_t* in, int16_t* out,
 /* Drops the sound that still waits in the stream. Call it after a seek: the next frame begins a
  * new sound, whose result comes out orvane_latency() frames later; until then the output is
  * silent. Changes that are under way end at once. The automatic gain stays where it is. Returns
- * ORVANE_INVALID for NULL. Audio thread; takes as long as processing two blocks, which have 1024
- * or 770 frames. */
+ * ORVANE_INVALID for NULL. Audio thread; takes as long as processing two buffers of 1024 or 770
+ * frames. */
 int orvane_flush(orvane_stream* stream);
 
 /* Returns how many frames later the result of a frame comes out, as of the last processing
