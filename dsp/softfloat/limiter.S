@@ -1,4 +1,5 @@
 #include "dsp/softfloat/arm.inc"
+#include "dsp/softfloat/offsets.h"
 
 @ The output limiter's recurrences, and the products of samples with gains.
 
@@ -127,9 +128,9 @@ routine SoftSmoothing
     sub     r0, r10, r2
     pop     {r4-r11, pc}
 .LkeepTwice:
-    .word   0xe65fd9 << 1           @ Significand(kLimiterKeep) << 1
+    .word   LIMITER_KEEP << 1
 .LkeepsExponent:
-    .word   0x471e7800              @ KeepsExponentFrom(kLimiterKeep)
+    .word   LIMITER_KEEPS_FROM
 .LleastAndOne:
     .word   0x40000080              @ kRaisedOne + 128
 endroutine SoftSmoothing
@@ -157,7 +158,7 @@ routine SoftRecovery
     pop     {r4-r9, pc}
 .Lrises:
     mov     r8, r3, lsr #23         @ ends if the exponent is below that of the added constant
-    subs    lr, r8, #113
+    subs    lr, r8, #LIMITER_RECOVER_STEP_EXPONENT
     blo     .LrecoveryEnds
     mov     r5, r3
     raise   r5
@@ -178,9 +179,9 @@ routine SoftRecovery
     bne     .Lrecovers
     b       .LrecoveryEnds
 .LrecoverKeepTwice:
-    .word   0xfff972 << 1           @ Significand(kLimiterRecoverKeep) << 1
+    .word   LIMITER_RECOVER_KEEP << 1
 .LrecoverStep:
-    .word   0xd1b717 << 7           @ raised significand of kLimiterRecoverStep, whose field is 113
+    .word   LIMITER_RECOVER_STEP << 7   @ raised significand
 endroutine SoftRecovery
 
 @ size_t SoftAmplify(float* samples, size_t count, const SampleGain* gain)

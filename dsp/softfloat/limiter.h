@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "dsp/softfloat/number.h"
+#include "dsp/softfloat/offsets.h"
 
 // The weights of the law that effects/limiter_arithmetic.h explains, in every build.
 inline constexpr float kLimiterKeep = 0.8999F, kLimiterTake = 0.0999F;
@@ -135,11 +136,11 @@ extern "C" size_t SoftSteadyFrames(const float* x, const float* tails, size_t st
 extern "C" size_t SoftSmoothing(float* gains, size_t stride, size_t count, float smoothed,
                                 float taken);
 extern "C" size_t SoftRecovery(float* gains, size_t stride, size_t count, float gain);
-// The constants that the assembly version contains.
-static_assert(softfloat::Significand(kLimiterKeep) == 0xe65fd9 &&
-              softfloat::KeepsExponentFrom(kLimiterKeep) == 0x471e7800 &&
-              softfloat::Significand(kLimiterRecoverKeep) == 0xfff972 &&
-              std::bit_cast<uint32_t>(kLimiterRecoverStep) == 0x38d1b717);
+static_assert(softfloat::Significand(kLimiterKeep) == LIMITER_KEEP &&
+              softfloat::KeepsExponentFrom(kLimiterKeep) == LIMITER_KEEPS_FROM &&
+              softfloat::Significand(kLimiterRecoverKeep) == LIMITER_RECOVER_KEEP &&
+              softfloat::Significand(kLimiterRecoverStep) == LIMITER_RECOVER_STEP &&
+              std::bit_cast<uint32_t>(kLimiterRecoverStep) >> 23U == LIMITER_RECOVER_STEP_EXPONENT);
 #endif
 
 // These call the assembly version where there is one. count >= 1.

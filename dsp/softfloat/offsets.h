@@ -1,5 +1,6 @@
-// Byte offsets of structure members that the assembly routines use. The headers that define the
-// structures check each offset with a static_assert.
+// Numbers that the assembly routines and the headers share: byte offsets of structure members, and
+// the significands of constants. The headers that define the structures and the constants check
+// each number with a static_assert.
 #pragma once
 
 #define CONTOUR_MIX_WEIGHTS 48  // three SoftFactors: high, band, low
@@ -12,6 +13,12 @@
 #define CONTOUR_MIX_X2 120
 #define CONTOUR_MIX_Y1 128
 #define CONTOUR_MIX_Y2 136
+
+#define LIMITER_KEEP 0xe65fd9              // significand of kLimiterKeep
+#define LIMITER_KEEPS_FROM 0x471e7800      // KeepsExponentFrom(kLimiterKeep)
+#define LIMITER_RECOVER_KEEP 0xfff972      // significand of kLimiterRecoverKeep
+#define LIMITER_RECOVER_STEP 0xd1b717      // significand of kLimiterRecoverStep
+#define LIMITER_RECOVER_STEP_EXPONENT 113  // its exponent field
 
 #define MIRRORED_PLACES_SIZE 32
 #define MIRRORED_PLACES_W_IM 8
