@@ -12,8 +12,6 @@ using nlohmann::ordered_json;
 namespace {
 
 constexpr guint kLookSeconds = 1, kSendMs = 100;
-// For so many ticks after a change, the client's word may be older than the change.
-constexpr int kSettleTicks = 4;
 
 std::vector<std::string> TextsOf(const ordered_json& list) {
     std::vector<std::string> texts;
@@ -79,7 +77,8 @@ void Link::Disconnect() {
     reader.reset();
     connection.reset();
     if (editing != 0) g_source_remove(std::exchange(editing, 0));
-    isUnsent = false;
+    isUnsent = hasMissed = false;
+    unanswered = 0;
 }
 
 void Link::ReadLine() {
@@ -114,14 +113,29 @@ void Link::TakeLine(const char* line) {
                       object.at("limiting")};
             levelsChanged();
         } else if (event == "state") {
+            hasMissed = unanswered > 0 || isUnsent;
+            if (hasMissed) return;
             TakeState(object);
             stateChanged();
-        } else if (!object.value("ok", true)) {
-            refused(object.value("error", ""));
+        } else {
+            --unanswered;
+            if (!object.value("ok", true)) {
+                hasMissed = true;
+                refused(object.value("error", ""));
+            }
+            CatchUp();
         }
     } catch (const ordered_json::exception& fault) {
         g_warning("a line of the client can't be read: %s", fault.what());
     }
+}
+
+// A state that comes before the answer to a request may be older than the request, so it isn't
+// shown. Once everything is answered, this asks for the state anew.
+void Link::CatchUp() {
+    if (!hasMissed || unanswered > 0 || isUnsent || !isWatching) return;
+    hasMissed = false;
+    for (const bool on : {false, true}) Ask({{"do", "watch"}, {"on", on}});
 }
 
 void Link::TakeState(const ordered_json& event) {
@@ -131,8 +145,7 @@ void Link::TakeState(const ordered_json& event) {
     rateHz = status.at("rate");
     latencyMs = rateHz > 0 ? 1000 * status.at("latency_frames").get<double>() / rateHz : 0;
     leftOut = TextsOf(status.at("left_out"));
-    told = SettingsIn(status);
-    if (editing == 0 || output != editedOutput) settings = told;
+    settings = SettingsIn(status);
     players.clear();
     for (const ordered_json& player : status.at("players"))
         players.push_back({player.at("application"), player.at("title"), player.at("left_out"),
@@ -149,6 +162,7 @@ void Link::TakeState(const ordered_json& event) {
 
 void Link::Ask(const ordered_json& request) {
     if (!IsConnected()) return;
+    ++unanswered;
     const std::string line =
         request.dump(-1, ' ', true, ordered_json::error_handler_t::replace) + "\n";
     // If this fails, reading ends too, and with it the connection.
@@ -158,39 +172,30 @@ void Link::Ask(const ordered_json& request) {
 
 void Link::Change(const Settings& wanted) {
     if (wanted == settings) return;
-    if (output != editedOutput && isUnsent) SendSettings();
-    settings = edited = wanted;
-    editedOutput = output;
-    stillTicks = 0;
+    settings = wanted;
     isUnsent = true;
     if (editing == 0) {
         SendSettings();
         editing = g_timeout_add(
             kSendMs,
-            [](gpointer link) -> gboolean { return static_cast<Link*>(link)->StepEditing(); },
+            [](gpointer data) -> gboolean {
+                auto* const link = static_cast<Link*>(data);
+                if (link->isUnsent) {
+                    link->SendSettings();
+                    return G_SOURCE_CONTINUE;
+                }
+                link->editing = 0;
+                return G_SOURCE_REMOVE;
+            },
             this);
     }
     stateChanged();
 }
 
-// Returns false when the client's word counts again.
-bool Link::StepEditing() {
-    if (isUnsent) {
-        SendSettings();
-        stillTicks = 0;
-    } else if (++stillTicks == kSettleTicks) {
-        editing = 0;
-        settings = told;
-        stateChanged();
-        return false;
-    }
-    return true;
-}
-
 void Link::SendSettings() {
     isUnsent = false;
-    ordered_json request{{"do", "set"}, {"settings", LinesOf(edited)}};
-    if (!editedOutput.empty()) request["for"] = editedOutput;
+    ordered_json request{{"do", "set"}, {"settings", LinesOf(settings)}};
+    if (!output.empty()) request["for"] = output;
     Ask(request);
 }
 

@@ -79,9 +79,9 @@ private:
     void ReadLine();
     void TakeLine(const char* line);
     void TakeState(const nlohmann::ordered_json& event);
+    void CatchUp();
     void Ask(const nlohmann::ordered_json& request);
     void SendSettings();
-    bool StepEditing();
 
     std::string socketPath;
     std::function<void()> stateChanged, levelsChanged;
@@ -95,15 +95,13 @@ private:
     std::string output;
     bool isOn = false;
     double rateHz = 0, latencyMs = 0;
-    Settings settings, told;  // told: by the client
+    Settings settings;
     std::vector<OutputView> outputs;
     std::vector<PlayerView> players;
     std::vector<std::string> leftOut;
     LevelsView levels;
 
     guint editing = 0;  // the timer that sends changes
-    int stillTicks = 0;
-    bool isUnsent = false;
-    Settings edited;
-    std::string editedOutput;  // to which these settings belong
+    bool isUnsent = false, hasMissed = false;
+    int unanswered = 0;
 };
