@@ -77,7 +77,7 @@ class Session:
 
     def close(self):
         self.kill_client()
-        for name in ("player", "recorder", "client", "manager", "server"):
+        for name in ("window", "player", "recorder", "client", "manager", "server"):
             self.stop(name, signal.SIGKILL)
         os.chdir("/")
         shutil.rmtree(self.folder)

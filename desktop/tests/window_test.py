@@ -117,13 +117,8 @@ def check(session):
     session.stop("window")
 
 
-def main():
-    if "ORVANE_IN_SESSION" in os.environ:
-        with tempfile.TemporaryDirectory() as prefix:
-            subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], check=True, stdout=subprocess.DEVNULL)
-            with Session(prefix) as session:
-                check(session)
-        return 0
+def in_session():
+    """Runs this program again, with a screen and a bus of its own."""
     screen = subprocess.Popen(["Xvfb", "-noreset", "-displayfd", "1"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
     number = screen.stdout.readline().decode().strip()
     try:
@@ -144,5 +139,11 @@ except (ImportError, ValueError):
     missing.append("AT-SPI")
 if missing:
     print(f"skipped: no {missing[0]}")
+elif "ORVANE_IN_SESSION" not in os.environ:
+    sys.exit(in_session())
 else:
-    sys.exit(main())
+    with tempfile.TemporaryDirectory() as installed:
+        subprocess.run(["cmake", "--install", BUILD, "--prefix", installed], check=True,
+                       stdout=subprocess.DEVNULL)
+        with Session(installed) as desktop:
+            check(desktop)
