@@ -1,6 +1,6 @@
 #!/bin/sh
-# Installs what was built into a prefix, and as a Debian package into its own root folder. Uses the
-# programs there and removes the package.
+# Installs what was built into a prefix, and as Debian packages into a root folder. Uses the programs
+# there and removes the packages.
 #   package_test.sh BUILD_FOLDER [page]    page: scripts/web.sh has made the page, so it must be inside
 set -eu
 umask 022
@@ -27,22 +27,24 @@ cmake --install "$build" --prefix "$here/prefix" >/dev/null
 use "$here/prefix"
 
 (cd "$build" && cpack -G DEB -B "$here/package" >/dev/null)
-package=$(ls "$here"/package/*.deb)
-# Building the package again gives the same bytes, although files are newer, the umask is another one,
+# Building the packages again gives the same bytes, although files are newer, the umask is another one,
 # and folders have other sizes on the other file system.
 touch "$build/orvane" "$build/orvane.1.gz" "$build"/orvane.lv2/*.ttl
 (cd "$build" && umask 077 && TZ=Asia/Tokyo cpack -G DEB -B "$elsewhere" >/dev/null)
-cmp "$package" "$elsewhere"/*.deb
-# lintian must find what the overrides name and nothing else.
-lintian --allow-root "$package" | (! grep .)
-lintian --allow-root --no-override "$package" | cut -d ' ' -f 2- | sort >"$here/found"
-grep -v '^#' "$(dirname "$0")/../packaging/lintian-overrides" | sort | cmp - "$here/found"
-
 root=$here/root
 mkdir -p "$root/var/lib/dpkg/updates" "$root/var/lib/dpkg/info"
 touch "$root/var/lib/dpkg/status"
 dpkg() { command dpkg --root="$root" --log="$here/log" --force-not-root,depends,bad-path "$@"; }
-dpkg -i "$package" >/dev/null 2>&1
+for name in orvane orvane-desktop; do
+  package=$(ls "$here/package/${name}_"*.deb)
+  cmp "$package" "$elsewhere/${package##*/}"
+  # lintian must find what the overrides name and nothing else.
+  lintian --allow-root "$package" | (! grep .)
+  lintian --allow-root --no-override "$package" | cut -d ' ' -f 2- | sort >"$here/found"
+  grep -v '^#' "$build/lintian/$name" | sort | cmp - "$here/found"
+  dpkg -i "$package" >/dev/null 2>&1
+done
+desktop-file-validate "$root"/usr/share/applications/*.desktop
 use "$root/usr"
-dpkg -P orvane >/dev/null
+dpkg -P orvane orvane-desktop >/dev/null
 [ ! -e "$root/usr" ] || { find "$root/usr"; exit 1; }
