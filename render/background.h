@@ -1,4 +1,4 @@
-// Processes blocks, in their order, on another thread than the one that makes them.
+// Processes items one after the other on a separate thread. The caller goes on while they wait.
 #pragma once
 #include <condition_variable>
 #include <csignal>
@@ -10,14 +10,14 @@
 #include <thread>
 #include <utility>
 
-template <typename Block>
+template <typename Item>
 class Background {
 public:
-    // The most blocks that may wait.
-    Background(size_t mostBlocks, std::function<void(const Block&)> workOnBlock)
-        : most(mostBlocks), work(std::move(workOnBlock)) {
-        // The main thread handles signals from outside. This thread keeps those that its own
-        // writing raises.
+    // At most `mostItems` items wait at a time. `processItem` processes one item on the thread.
+    Background(size_t mostItems, std::function<void(const Item&)> processItem)
+        : most(mostItems), work(std::move(processItem)) {
+        // The main thread handles signals from outside. The new thread receives only those that its
+        // own writing causes.
         sigset_t outside, before;
         sigfillset(&outside);
         sigdelset(&outside, SIGPIPE);
@@ -26,30 +26,30 @@ public:
         thread = std::thread([this] { Run(); });
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
     }
-    // Discards blocks that have not been processed.
+    // Discards items that have not been processed.
     ~Background() {
         {
             const std::lock_guard lock(mutex);
-            blocks.clear();
+            items.clear();
         }
         End();
     }
     Background(const Background&) = delete;
     Background& operator=(const Background&) = delete;
 
-    // Waits if the most blocks wait already. If the work has thrown, throws the same, and no more
-    // work is done.
-    void Put(Block block) {
+    // Adds an item. Waits while the largest number of items is waiting. If processing has thrown an
+    // exception, throws that exception, and no further items are processed.
+    void Put(Item item) {
         {
             std::unique_lock lock(mutex);
-            changed.wait(lock, [this] { return blocks.size() < most || failure; });
+            changed.wait(lock, [this] { return items.size() < most || failure; });
             if (failure) std::rethrow_exception(failure);
-            blocks.push_back(std::move(block));
+            items.push_back(std::move(item));
         }
         changed.notify_all();
     }
 
-    // Waits until every block is processed. If the work has thrown, throws the same.
+    // Waits until all items are processed. If processing has thrown an exception, throws it.
     void Finish() {
         End();
         if (failure) std::rethrow_exception(failure);
@@ -69,15 +69,15 @@ private:
     void Run() {
         std::unique_lock lock(mutex);
         while (true) {
-            changed.wait(lock, [this] { return ended || !blocks.empty(); });
-            if (blocks.empty()) return;
-            const Block block = std::move(blocks.front());
-            blocks.pop_front();
+            changed.wait(lock, [this] { return ended || !items.empty(); });
+            if (items.empty()) return;
+            const Item item = std::move(items.front());
+            items.pop_front();
             lock.unlock();
             changed.notify_all();
             std::exception_ptr thrown;
             try {
-                work(block);
+                work(item);
             } catch (...) {
                 thrown = std::current_exception();
             }
@@ -90,10 +90,10 @@ private:
     }
 
     size_t most;
-    std::function<void(const Block&)> work;
+    std::function<void(const Item&)> work;
     std::mutex mutex;
     std::condition_variable changed;
-    std::deque<Block> blocks;
+    std::deque<Item> items;
     bool ended = false;
     std::exception_ptr failure;
     std::thread thread;

@@ -53,14 +53,14 @@ double DecodedPeakDb(const std::string& path) {
 // Shows a line on the terminal with the progress and the speed of a run.
 class Progress {
 public:
-    // show: false only measures the time.
+    // If `show` is false, nothing is printed and only the time is measured.
     Progress(bool show, uint32_t streamRateHz, std::optional<uint64_t> allFrames)
         : visible(show),
           rateHz(streamRateHz),
           total(allFrames),
           start(Clock::now()),
           shown(start) {}
-    // Wipes the line.
+    // Erases the line.
     ~Progress() {
         if (visible) std::fputs("\r\033[K", stderr);
     }

@@ -16,15 +16,16 @@
 #include "render/report.h"
 #include "render/settings_options.h"
 
-// The loudness for which the output gain is solved. The output gain of job.settings is then unused.
+// The wanted loudness of the output, for which an output gain is found. The output gain of
+// job.settings is then ignored.
 struct MatchWish {
-    std::optional<double> lufs;  // none: the loudness of the source
+    std::optional<double> lufs;  // nothing: the loudness of the source
 };
 
-// How near the result has to come to the wanted loudness.
+// The loudness may differ this much from the wanted one before a note says so.
 constexpr double kMatchToleranceLu = 0.3;
 
-// The output gain that was found.
+// The output gain that was found for a wanted loudness.
 struct Match {
     double wantedLufs;
     double gain;
@@ -33,7 +34,7 @@ struct Match {
 struct RenderJob {
     std::string input;    // "-" is standard input
     std::string output;   // "-" is standard output; "" if only the picture is wanted
-    std::string picture;  // PNG file that is drawn too, "" for none
+    std::string picture;  // the PNG file to draw; "" if none is wanted
     std::string preset;
     Settings settings;
     ToneWish tone;
@@ -47,9 +48,9 @@ struct RenderJob {
     bool strictRate = false;
     bool keepTimes = false;
     bool onlyWhole = false;          // writes nothing if the source is damaged
-    std::optional<FileTimes> times;  // of the output; none: the present time
+    std::optional<FileTimes> times;  // the output's times; nothing: the present time
     bool showProgress = false;
-    // What the report needs. A picture needs everything.
+    // What to measure for the report. For a picture, everything is measured.
     Metering metering = Metering::kEverything;
 };
 
@@ -67,20 +68,22 @@ public:
     std::vector<std::string> NotKept() const override { return {}; }
 };
 
-// Throws Failure. One thread.
+// Plays one run through one instance. The functions throw Failure. Use an object on one thread.
 class ChainRun {
 public:
-    // settings: those of the job once tone and gain are found. Everything must outlive the run.
+    // `settings` are those of the job with the band levels and the output gain that were found.
+    // `before` measures the input. All arguments must outlive the object.
     ChainRun(const RenderJob& renderJob, const EffectLibrary& library, const Settings& settings,
              SampleReader& sampleReader, StreamMeter& before);
 
-    // Plays everything that the reader has. Call it once. after: measures what is written. gain:
-    // linear; the sink applies it behind the chain.
+    // Plays everything that the reader has. Call it once. `after` measures what is written. `gain`
+    // is a linear gain that is applied after the chain.
     void Play(AudioWriter& writer, uint32_t outputRateHz, StreamMeter& after, double gain = 1);
 
     // Returns the format of the chain's samples.
     const StreamFormat& Format() const { return format; }
-    // Adds what has happened to the report of one or several runs. Call it after Play.
+    // Adds the run's counts and damage to the report, which may be of several runs. Call it after
+    // Play.
     void AddTo(Report* report) const;
 
 private:
@@ -97,28 +100,29 @@ private:
 // Converts a number of frames from one rate to another, rounded to whole frames.
 uint64_t AtRate(uint64_t frames, uint32_t rateHz, uint32_t otherRateHz);
 
-// Returns the output's rate: the source's, or another one if the format doesn't take that.
+// Returns the output's sampling rate. It is the source's rate if the output's format supports that.
 uint32_t OutputRateHz(const std::string& output, uint32_t fileRateHz);
 
-// Throws Failure if the effect can't take that many channels, or if the sampling rate is below
-// 1000 Hz or above 768000 Hz.
+// Throws Failure if the source has more than two channels, or if its sampling rate is below 1000 Hz
+// or above 768000 Hz.
 void CheckFormat(const std::string& input, const SampleReader& reader);
 
 // Returns the title from the file's tags. Without one, returns the file's name.
 std::string TitleOf(const std::string& input, const AudioReader& reader);
 
 // Returns what is known before anything is played: rates, settings with tone and match, and delay.
-// Throws Failure for too many channels, and if the job forbids resampling that would be needed.
+// Throws Failure as CheckFormat does, and if resampling is needed but the job forbids it.
 Report StartReport(const RenderJob& job, const std::optional<Match>& match,
                    const SampleReader& reader);
 
-// Decodes a lossy output that has no name yet, and adds its true peak to the report of one or
-// several files. The peak is NaN at a rate at which it can't be measured.
+// Decodes the lossy output at `path`, which is still a temporary file. If its true peak is larger
+// than that in the report, stores it there. The peak is NaN if it can't be measured at this rate.
 void AddDecodedPeak(const std::string& path, Report* report);
 
-// Adds a note if the loudness is not near the wanted one. match: the result of MatchPiece.
+// Adds a note if the loudness differs from the wanted one by more than kMatchToleranceLu, or if
+// nothing was matched. `match` is the result of MatchPiece.
 void NoteMatch(const std::optional<Match>& match, Report* report);
 
-// Warns of tags that were lost. Call it after the writer has committed.
+// Adds warnings about tags that were lost. Call it after the writer has committed.
 void NoteTags(const std::string& output, const AudioWriter& writer, const AudioTags& tags,
               Report* report);

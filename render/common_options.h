@@ -18,8 +18,8 @@ struct LibraryOptions {
     bool log = false;
 
     void AddTo(Options& options);
-    // Returns the library's file: the one that was named, the one beside the program, or the one of
-    // the installation. Throws Failure if there is none.
+    // Returns the path of the library: the given one, or that of the library beside the program, or
+    // that of the installed one. Throws Failure if there is none.
     std::string Find() const;
     EffectLibrary Open() const { return EffectLibrary(Find(), log); }
 };
@@ -39,7 +39,7 @@ struct CommonOptions {
 struct RenderOptions {
     CommonOptions common;
     bool noDither = false, json = false, skipExisting = false;
-    std::string match;  // a number, or "true" for the source's
+    std::string match;  // a loudness in LUFS, or "true" for that of the source; "" if not given
     std::optional<std::string> ceiling;
 
     // Plain flags are stored directly in the job, which must outlive the options.

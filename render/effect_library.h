@@ -19,7 +19,7 @@ void Check(int32_t status, const std::string& what);
 
 class EffectLibrary {
 public:
-    // showsLog: false hides from standard error what the library logs while it is called.
+    // If `showsLog` is false, log lines that the library writes to standard error are dropped.
     EffectLibrary(const std::string& path, bool showsLog);
 
     const audio_effect_library_t& Record() const { return *file.Record(); }
@@ -34,6 +34,7 @@ private:
     bool showLog;
 };
 
+// Plays a piece as PieceStream does. The library's log stays silent unless it is asked for.
 class AlignedStream {
 public:
     // The library must outlive the stream.
@@ -56,7 +57,8 @@ private:
     std::unique_ptr<PieceStream> stream;
 };
 
-// Plays whole pieces, each through an instance of its own. The library must outlive the object.
+// Returns a function that plays a whole piece of interleaved samples through a new instance. The
+// output is as long as the input, and aligned with it. The library must outlive the function.
 std::function<std::vector<int16_t>(const std::vector<int16_t>&)> AlignedPlayer(
     const EffectLibrary& library, const Settings& settings, const StreamFormat& format,
     bool startsCold = false);

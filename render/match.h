@@ -10,14 +10,14 @@ struct MatchedGain {
     double reachedLufs;  // the loudness with this gain
 };
 
-// loudnessOf: returns the result's integrated loudness with an output gain. It must be finite, and
-// must not fall as the gain rises. It is called up to twelve times. Where the limiters work, the
-// loudness rises by less than the gain. Returns the gain that comes nearest, of equals the lower
-// one.
+// Finds the gain whose loudness comes nearest to the wanted one. loudnessOf(gain) returns the
+// integrated loudness of the output with an output gain. It must be finite, and must not fall as
+// the gain rises. While the limiters work, it rises by less than the gain. It is called up to
+// twelve times. If several of these gains come equally near, the first of them is returned.
 MatchedGain MatchGain(double startGain, double wantedLufs,
                       const std::function<double(double gain)>& loudnessOf);
 
-// Finds the gain with which all runs together have the loudness of job.match. Plays the runs as
-// often as that takes. Returns nothing if no loudness can be measured.
+// Finds the gain with which all runs together have the loudness of job.match. Plays the runs
+// several times. Returns nothing if no loudness can be measured.
 std::optional<Match> MatchPiece(const RenderJob& job, const Runs& runs,
                                 const EffectLibrary& library);
