@@ -13,7 +13,6 @@
 
 #include "render/album_plan.h"
 #include "render/audio/background_writer.h"
-#include "render/audio/joined_reader.h"
 #include "render/audio/output_file.h"
 #include "render/audio/whole_write.h"
 #include "render/ceiling.h"
@@ -21,6 +20,7 @@
 #include "render/commands.h"
 #include "render/common_options.h"
 #include "render/failure.h"
+#include "render/joined_reader.h"
 #include "render/match.h"
 
 namespace fs = std::filesystem;
