@@ -43,7 +43,8 @@ const pw_stream_events AudioPair::kInputEvents = [] {
     };
     // The output runs within the input's cycle, so that the pair adds no more than one quantum.
     events.process = [](void* side) {
-        pw_stream_trigger_process(static_cast<Side*>(side)->pair->output.stream);
+        AudioPair* const pair = static_cast<Side*>(side)->pair;
+        if (!pair->isEnding) pw_stream_trigger_process(pair->output.stream);
     };
     return events;
 }();
@@ -55,7 +56,10 @@ const pw_stream_events AudioPair::kOutputEvents = [] {
         if (id == SPA_PARAM_Latency && param != nullptr)
             static_cast<Side*>(side)->pair->TakeLatency(static_cast<Side*>(side), param);
     };
-    events.process = [](void* side) { static_cast<Side*>(side)->pair->Process(); };
+    events.process = [](void* side) {
+        AudioPair* const pair = static_cast<Side*>(side)->pair;
+        if (!pair->isEnding) pair->Process();
+    };
     return events;
 }();
 
@@ -66,11 +70,29 @@ AudioPair::AudioPair(pw_context* context, pw_core* serverCore, const Settings& f
       settings(firstSettings) {
     latencyMoved = pw_loop_add_event(
         loop, [](void* pair, uint64_t) { static_cast<AudioPair*>(pair)->TellLatency(); }, this);
-    Connect(&input, kInputName, "Audio/Sink/Internal", PW_DIRECTION_INPUT);
-    Connect(&output, kOutputName, nullptr, PW_DIRECTION_OUTPUT);
+    if (latencyMoved == nullptr) throw std::runtime_error("cannot make an event");
+    try {
+        Connect(&input, kInputName, "Audio/Sink/Internal", PW_DIRECTION_INPUT);
+        Connect(&output, kOutputName, nullptr, PW_DIRECTION_OUTPUT);
+    } catch (...) {
+        Disconnect();
+        throw;
+    }
 }
 
 AudioPair::~AudioPair() {
+    Disconnect();
+}
+
+void AudioPair::Disconnect() {
+    // When this returns, the data thread has done all that was sent to it before.
+    pw_data_loop_invoke(
+        dataLoop,
+        [](spa_loop*, bool, uint32_t, const void*, size_t, void* pair) {
+            static_cast<AudioPair*>(pair)->isEnding = true;
+            return 0;
+        },
+        0, nullptr, 0, true, this);
     for (Side* side : {&input, &output})
         if (side->stream != nullptr) pw_stream_destroy(side->stream);
     pw_loop_destroy_source(loop, latencyMoved);

@@ -24,6 +24,7 @@ public:
     // Connects both streams to the sound server. Throws std::runtime_error if a stream can't be
     // made. context, serverCore: must live longer than the pair.
     AudioPair(pw_context* context, pw_core* serverCore, const Settings& firstSettings);
+    // Returns when the data thread has left the pair.
     ~AudioPair();
     AudioPair(const AudioPair&) = delete;
     AudioPair& operator=(const AudioPair&) = delete;
@@ -48,6 +49,7 @@ private:
         uint64_t otherLatencyNs = 0;  // between this side and what is linked to it
     };
 
+    void Disconnect();
     void Connect(Side* side, const char* name, const char* mediaClass, spa_direction direction);
     void SetFormat(const spa_pod* format);
     void TakeLatency(Side* side, const spa_pod* param);
@@ -75,6 +77,7 @@ private:
     // The data thread owns these: the gain of what is heard, where it moves to, and how large it
     // may be without exceeding full scale.
     float gain = 1, wantedGain = 1, room = 1;
+    bool isEnding = false;
 
     std::atomic<uint32_t> latencyFrames{0};
     std::atomic<float> sourceDb{-100}, resultDb{-100}, gainDb{0};

@@ -26,6 +26,12 @@ struct Destroyer {
 using MainLoop = std::unique_ptr<pw_main_loop, Destroyer<pw_main_loop, pw_main_loop_destroy>>;
 using Context = std::unique_ptr<pw_context, Destroyer<pw_context, pw_context_destroy>>;
 
+template <typename Pointer>
+Pointer Made(Pointer object) {
+    if (object == nullptr) throw std::runtime_error("cannot make a loop for the sound server");
+    return object;
+}
+
 void Say(const std::string& line) {
     fmt::print(stderr, "orvane-desktop: {}\n", TerminalText(line));
 }
@@ -34,11 +40,10 @@ class Client final : public RunningClient {
 public:
     Client() {
         for (const std::string& warning : profiles.Warnings()) Say(warning);
-        if (!mainLoop || !context) throw std::runtime_error("cannot start the sound server's loop");
         for (const int signal : {SIGTERM, SIGINT})
-            pw_loop_add_signal(
+            Made(pw_loop_add_signal(
                 loop, signal, [](void* client, int) { static_cast<Client*>(client)->Quit(); },
-                this);
+                this));
         core = pw_context_connect(context.get(), nullptr, 0);
         if (core == nullptr) throw std::runtime_error("no PipeWire is running");
         static const pw_core_events kEvents = [] {
@@ -64,12 +69,7 @@ public:
                                              if (wishes.bypasses) SetBypass(false, 0);
                                          }});
         router.emplace(
-            core, [this] { Update(); },
-            [this] {
-                // A new session manager links only streams that it has seen appear.
-                pair.reset();
-                pair.emplace(context.get(), core, settings);
-            });
+            core, [this] { Update(); }, [this] { RenewPair(); });
         pair.emplace(context.get(), core, settings);
         router->LeaveOut(profiles.LeftOut());
     }
@@ -92,11 +92,15 @@ public:
     std::string PresentOutput() const override { return router->PresentOutput(); }
     std::vector<OutputDevice> Outputs() const override { return router->Outputs(); }
     std::vector<Player> Players() const override { return router->Players(); }
-    LiveStream::Levels Levels() const override { return pair->Meters(); }
-    uint32_t RateHz() const override { return pair->RateHz(); }
-    uint32_t LatencyFrames() const override { return pair->LatencyFrames(); }
+    LiveStream::Levels Levels() const override {
+        return pair ? pair->Meters() : LiveStream::Levels{-100, -100, 0, false};
+    }
+    uint32_t RateHz() const override { return pair ? pair->RateHz() : 0; }
+    uint32_t LatencyFrames() const override { return pair ? pair->LatencyFrames() : 0; }
     void SetBypass(bool wanted, double gainDb) override {
-        if (pair) pair->SetBypass(wanted, static_cast<float>(std::pow(10, gainDb / 20)));
+        bypass = wanted;
+        bypassGain = static_cast<float>(std::pow(10, gainDb / 20));
+        if (pair) pair->SetBypass(bypass, bypassGain);
     }
 
     void ProfilesChanged() override {
@@ -109,6 +113,7 @@ public:
         isEnding = true;
         router->SetOn(false);
         lastAnswer = pw_core_sync(core, PW_ID_CORE, 0);
+        if (lastAnswer < 0) pw_main_loop_quit(mainLoop.get());
     }
 
 private:
@@ -125,6 +130,18 @@ private:
         settings = profile.settings;
         pair->Apply(settings);
     }
+    // A new session manager links only streams that it has seen appear.
+    void RenewPair() {
+        pair.reset();
+        try {
+            pair.emplace(context.get(), core, settings);
+            pair->SetBypass(bypass, bypassGain);
+        } catch (const std::exception& fault) {  // the user's service starts another client
+            Say(fault.what());
+            status = 1;
+            Quit();
+        }
+    }
     void TakeDone(int number) {
         if (isEnding && number == lastAnswer) pw_main_loop_quit(mainLoop.get());
     }
@@ -136,15 +153,16 @@ private:
 
     Profiles profiles;
     Settings settings = profiles.Of("").settings;
-    MainLoop mainLoop{pw_main_loop_new(nullptr)};
+    MainLoop mainLoop = Made(MainLoop{pw_main_loop_new(nullptr)});
     pw_loop* loop = pw_main_loop_get_loop(mainLoop.get());
-    Context context{pw_context_new(loop, nullptr, 0)};
+    Context context = Made(Context{pw_context_new(loop, nullptr, 0)});
     pw_core* core = nullptr;
     spa_hook coreListener{};
     std::optional<ControlSocket> socket;
     std::optional<Router> router;
     std::optional<AudioPair> pair;
-    bool wasLinked = false, isEnding = false;
+    bool wasLinked = false, isEnding = false, bypass = false;
+    float bypassGain = 1;
     int lastAnswer = -1, status = 0;
 };
 
@@ -170,8 +188,9 @@ int RunClient() {
 
 bool ServerRuns() {
     pw_init(nullptr, nullptr);
-    const MainLoop mainLoop{pw_main_loop_new(nullptr)};
-    const Context context{pw_context_new(pw_main_loop_get_loop(mainLoop.get()), nullptr, 0)};
+    const MainLoop mainLoop = Made(MainLoop{pw_main_loop_new(nullptr)});
+    const Context context =
+        Made(Context{pw_context_new(pw_main_loop_get_loop(mainLoop.get()), nullptr, 0)});
     pw_core* const core = pw_context_connect(context.get(), nullptr, 0);
     if (core != nullptr) pw_core_disconnect(core);
     return core != nullptr;

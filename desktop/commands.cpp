@@ -49,8 +49,10 @@ Settings SettingsIn(const ordered_json& request, const Settings& otherwise,
     if (lines == request.end()) return otherwise;
     if (!lines->is_array()) throw Refusal("\"settings\" must be a list of lines");
     std::vector<std::string> texts;
-    for (const ordered_json& text : *lines)
-        texts.push_back(text.is_string() ? text.get<std::string>() : text.dump());
+    for (const ordered_json& text : *lines) {
+        if (!text.is_string()) throw Refusal("\"settings\" must hold texts");
+        texts.push_back(text.get<std::string>());
+    }
     return SettingsOfLines(texts, warnings);
 }
 

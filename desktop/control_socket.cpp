@@ -1,5 +1,6 @@
 #include "desktop/control_socket.h"
 
+#include <fcntl.h>
 #include <fmt/core.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -49,6 +50,21 @@ std::string ControlSocketPath() {
 
 ControlSocket::ControlSocket(pw_loop* serverLoop, Service whatIsServed)
     : loop(serverLoop), service(std::move(whatIsServed)) {
+    // Clients that start at the same moment wait for each other here.
+    const int lock =
+        open((ControlSocketPath() + ".lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+    if (lock >= 0) flock(lock, LOCK_EX);
+    try {
+        Listen();
+    } catch (...) {
+        Close();
+        if (lock >= 0) close(lock);
+        throw;
+    }
+    if (lock >= 0) close(lock);
+}
+
+void ControlSocket::Listen() {
     if (ControlConnection().IsOpen()) throw std::runtime_error("it is running already");
     sockaddr_un address{};
     listening = Open();
@@ -60,25 +76,31 @@ ControlSocket::ControlSocket(pw_loop* serverLoop, Service whatIsServed)
                          listen(listening, static_cast<int>(kMostPrograms)) == 0;
     const int error = errno;
     umask(mask);
-    if (!isBound) {
-        if (listening >= 0) close(listening);
+    if (!isBound)
         throw std::runtime_error(
             fmt::format("cannot make {}: {}", ControlSocketPath(), std::strerror(error)));
-    }
+    ownsPath = true;
     source = pw_loop_add_io(
         loop, listening, SPA_IO_IN, false,
         [](void* socket, int, uint32_t) { static_cast<ControlSocket*>(socket)->Accept(); }, this);
     clock = pw_loop_add_timer(
         loop, [](void* socket, uint64_t) { static_cast<ControlSocket*>(socket)->SendEvents(); },
         this);
+    if (source == nullptr || clock == nullptr)
+        throw std::runtime_error("cannot wait for other programs");
 }
 
 ControlSocket::~ControlSocket() {
     while (!programs.empty()) Drop(programs.begin()->first);
-    pw_loop_destroy_source(loop, clock);
-    pw_loop_destroy_source(loop, source);
-    close(listening);
-    unlink(ControlSocketPath().c_str());
+    Close();
+}
+
+void ControlSocket::Close() {
+    for (spa_source* const waiting : {clock, source})
+        if (waiting != nullptr) pw_loop_destroy_source(loop, waiting);
+    // In this order: as soon as nobody listens, another client may make the path anew.
+    if (ownsPath) unlink(ControlSocketPath().c_str());
+    if (listening >= 0) close(listening);
 }
 
 void ControlSocket::Accept() {
@@ -97,6 +119,10 @@ void ControlSocket::Accept() {
             static_cast<Program*>(data)->socket->Read(descriptor);
         },
         &program);
+    if (program.source == nullptr) {
+        close(file);
+        programs.erase(file);
+    }
 }
 
 void ControlSocket::Read(int file) {

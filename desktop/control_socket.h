@@ -41,6 +41,8 @@ private:
         std::string unread, seenState;
         ConnectionWishes wishes;
     };
+    void Listen();
+    void Close();
     void Accept();
     void Read(int file);
     void SetClock();
@@ -50,6 +52,7 @@ private:
 
     pw_loop* loop;
     Service service;
+    bool ownsPath = false;
     int listening = -1;
     spa_source *source = nullptr, *clock = nullptr;
     bool clockRuns = false;

@@ -1,11 +1,10 @@
 #include "desktop/router.h"
 
-#include <spa/utils/json.h>
 #include <strings.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
+#include <stdexcept>
 
 #include "desktop/audio_pair.h"
 
@@ -18,20 +17,6 @@ constexpr char kNoTarget[] = "-1";                // a listener's "wherever the 
 uint32_t NumberOf(const spa_dict* properties, const char* key) {
     const char* const text = spa_dict_lookup(properties, key);
     return text != nullptr ? static_cast<uint32_t>(std::strtoul(text, nullptr, 10)) : PW_ID_ANY;
-}
-
-// Returns the "name" in an object of JSON, "" if there is none.
-std::string NameIn(const std::string& json) {
-    spa_json outer{}, object{};
-    std::array<char, 256> key{};
-    std::array<char, 1024> value{};
-    spa_json_init(&outer, json.data(), json.size());
-    if (spa_json_enter_object(&outer, &object) <= 0) return "";
-    while (spa_json_get_string(&object, key.data(), key.size()) > 0) {
-        const bool isThere = spa_json_get_string(&object, value.data(), value.size()) > 0;
-        if (isThere && std::strcmp(key.data(), "name") == 0) return value.data();
-    }
-    return "";
 }
 
 }  // namespace
@@ -64,6 +49,7 @@ Router::Router(pw_core* serverCore, std::function<void()> whenChanged,
         };
         return events;
     }();
+    if (registry == nullptr) throw std::runtime_error("cannot read the sound server's objects");
     pw_registry_add_listener(registry, &registryListener, &kEvents, this);
     static const pw_core_events kCoreEvents = [] {
         pw_core_events events{};
@@ -175,7 +161,6 @@ void Router::Remove(uint32_t id) {
         // The session manager has ended, and with it all that it knew.
         DropMetadata();
         targets.clear();
-        defaultOutput.clear();
     } else if (links.erase(id) == 0) {
         return;
     }
@@ -195,8 +180,6 @@ int Router::TakeMetadata(uint32_t subject, const char* key, const char* value) {
         changed();
         return 0;
     }
-    if (key != nullptr && subject == PW_ID_CORE && std::strcmp(key, "default.audio.sink") == 0)
-        defaultOutput = NameIn(target);
     const bool isAll = key == nullptr;  // everything about the node was erased
     if (isAll || std::strcmp(key, kTargetKey) == 0) targets[subject].object = target;
     if (isAll || std::strcmp(key, "target.node") == 0) targets[subject].node = target;
@@ -221,15 +204,18 @@ bool Router::HasOwnTarget(const Node& node) const {
     const Target& target = TargetOf(node);
     return !(target.object.empty() || target.IsOurs()) || !target.node.empty() ||
            !node.Get(kTargetKey).empty() || !node.Get("node.target").empty() ||
-           node.Is("node.dont-reconnect", "true");
+           spa_atob(node.Get("node.dont-reconnect").c_str());
 }
 
 // The session manager sometimes links a player to the target of an earlier day without an entry.
+// The default output is where our own sound is. The entry `default.audio.sink` would tell it as
+// well, but its event has been seen to be missing after a restart of the session manager.
 bool Router::PlaysToDefault(const Node& node) const {
-    return std::any_of(links.begin(), links.end(), [&](const auto& link) {
+    const std::string output = PresentOutput();
+    return !output.empty() && std::any_of(links.begin(), links.end(), [&](const auto& link) {
         const auto to = nodes.find(link.second.to);
         return link.second.from == node.id && to != nodes.end() &&
-               to->second->Is(PW_KEY_NODE_NAME, defaultOutput.c_str());
+               to->second->Is(PW_KEY_NODE_NAME, output.c_str());
     });
 }
 

@@ -58,7 +58,6 @@ private:
         spa_hook listener{};
         std::map<std::string, std::string> properties;
         bool isKnown = false;  // the properties have come
-        bool wasLinked = false;
         const std::string& Get(const char* key) const;
         bool Is(const char* key, const char* value) const { return Get(key) == value; }
     };
@@ -97,7 +96,6 @@ private:
     std::map<uint32_t, std::unique_ptr<Node>> nodes;
     std::map<uint32_t, Link> links;
     std::map<uint32_t, Target> targets;  // also of nodes that come later
-    std::string defaultOutput;           // by the session manager
     std::set<std::string> leftOut;
     bool isOn = false;
 };
