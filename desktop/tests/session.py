@@ -14,7 +14,7 @@ import subprocess
 import tempfile
 import time
 
-SECONDS = 10  # how long to wait for what must happen
+SECONDS = 15  # how long to wait for what must happen
 
 
 def wait_until(what, holds):
@@ -26,35 +26,34 @@ def wait_until(what, holds):
 
 class Session:
     def __init__(self, prefix, rate=48000, outputs=(("speakers", 1000), ("headset", 500))):
-        self.rate = rate
+        self.rate, self.outputs, self.processes = rate, dict(outputs), {}
         self.folder = pathlib.Path(tempfile.mkdtemp())
-        run = self.folder / "run"
-        run.mkdir(mode=0o700)
+        (self.folder / "run").mkdir(mode=0o700)
         drop_in = self.folder / "config/pipewire/pipewire.conf.d"
         drop_in.mkdir(parents=True)
         (drop_in / "rate.conf").write_text(
-            f"context.properties = {{ default.clock.rate = {rate} "
-            f"default.clock.allowed-rates = [ {rate} ] default.clock.quantum = 256 "
-            "default.clock.min-quantum = 256 default.clock.max-quantum = 256 }}\n")
+            f"context.properties = {{ default.clock.rate = {rate} default.clock.allowed-rates = [ {rate} ] "
+            "default.clock.quantum = 256 default.clock.min-quantum = 256 default.clock.max-quantum = 256 }\n")
         os.environ.update(
-            HOME=str(self.folder), XDG_RUNTIME_DIR=str(run), XDG_CONFIG_HOME=str(self.folder / "config"),
-            XDG_STATE_HOME=str(self.folder / "state"),
+            HOME=str(self.folder), XDG_RUNTIME_DIR=str(self.folder / "run"),
+            XDG_CONFIG_HOME=str(self.folder / "config"), XDG_STATE_HOME=str(self.folder / "state"),
             PATH=f"{prefix}/bin:{os.environ['PATH']}")
         os.chdir(self.folder)
-        self.processes = {}
-        self.outputs = dict(outputs)
         self.start_server()
 
     def __enter__(self):
         return self
 
     def __exit__(self, *fault):
-        self.close()
+        self.kill_client()
+        for name in list(self.processes):
+            self.stop(name, signal.SIGKILL)
+        os.chdir("/")
+        shutil.rmtree(self.folder)
 
     def start(self, name, *words):
-        log = open(f"{name}.log", "w")
-        self.processes[name] = subprocess.Popen(words, stdout=log, stderr=log, stdin=subprocess.DEVNULL)
-        return self.processes[name]
+        with open(f"{name}.log", "w") as log:
+            self.processes[name] = subprocess.Popen(words, stdout=log, stderr=log, stdin=subprocess.DEVNULL)
 
     def stop(self, name, how=signal.SIGTERM):
         process = self.processes.pop(name, None)
@@ -68,29 +67,13 @@ class Session:
         self.start_manager()
         for name in self.outputs:
             self.plug(name)
-        first = max(self.outputs, key=self.outputs.get, default=None)
-        wait_until("a default output", lambda: self.default_output() == first)
+        first = max(self.outputs, key=self.outputs.get)
+        wait_until("a default output", lambda: (self.metadata().get((0, "default.audio.sink")) or {})
+                   .get("name") == first)
 
     def start_manager(self):
         self.start("manager", "wireplumber")
         wait_until("a session manager", lambda: "WirePlumber" in self.run("pw-cli", "ls", "Client").stdout)
-
-    def close(self):
-        self.kill_client()
-        for name in ("window", "player", "recorder", "client", "manager", "server"):
-            self.stop(name, signal.SIGKILL)
-        os.chdir("/")
-        shutil.rmtree(self.folder)
-
-    @staticmethod
-    def run(*words, **options):
-        return subprocess.run(words, capture_output=True, text=True, check=False, timeout=30, **options)
-
-    def orvane(self, *words, status=0):
-        """Runs orvane-desktop, which must end with `status`; returns what it printed."""
-        result = self.run("orvane-desktop", *words)
-        assert result.returncode == status, f"{words}: {result.returncode}, {result.stderr}"
-        return result.stdout + result.stderr
 
     def kill_client(self):
         """Kills the process that serves the socket, if there is one."""
@@ -98,6 +81,19 @@ class Session:
             if connection.connect_ex(str(self.folder / "run/orvane-desktop")) == 0:
                 who = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, struct.calcsize("3i"))
                 os.kill(struct.unpack("3i", who)[0], signal.SIGKILL)
+
+    @staticmethod
+    def run(*words):
+        try:
+            return subprocess.run(words, capture_output=True, text=True, check=False, timeout=20)
+        except subprocess.TimeoutExpired:  # pw-cli sometimes waits for ever if the manager starts
+            return subprocess.CompletedProcess(words, -1, "", "")
+
+    def orvane(self, *words, status=0):
+        """Runs orvane-desktop, which must end with `status`; returns what it printed."""
+        result = self.run("orvane-desktop", *words)
+        assert result.returncode == status, f"{words}: {result.returncode}, {result.stderr}"
+        return result.stdout + result.stderr
 
     # Questions to the sound server.
 
@@ -110,37 +106,26 @@ class Session:
             text = text[end:].strip()
         return [item for item in objects.values() if item.get("type")]
 
-    @staticmethod
-    def properties(item):
-        return (item.get("info") or {}).get("props") or item.get("props") or {}
-
     def nodes(self, dump=None):
-        return {item["id"]: self.properties(item) for item in dump or self.dump()
+        return {item["id"]: (item.get("info") or {}).get("props") or {} for item in dump or self.dump()
                 if item["type"] == "PipeWire:Interface:Node"}
 
     def number(self, name):
         return next((n for n, p in self.nodes().items() if p.get("node.name") == name), None)
 
-    def metadata(self, dump=None):
-        """All entries by (node, key), or None without a session manager."""
-        for item in dump or self.dump():
-            if self.properties(item).get("metadata.name") == "default":
-                return {(entry["subject"], entry["key"]): entry["value"]
-                        for entry in item.get("metadata", [])}
-        return None
-
-    def default_output(self):
-        entry = (self.metadata() or {}).get((0, "default.audio.sink"), {})
-        return entry.get("name") if isinstance(entry, dict) else None
+    def metadata(self):
+        """The session manager's entries by (node, key)."""
+        return {(entry["subject"], entry["key"]): entry["value"] for item in self.dump()
+                if (item.get("props") or {}).get("metadata.name") == "default"
+                for entry in item.get("metadata", [])}
 
     def linked_to(self, name, dump=None):
         """The names of the nodes that `name` plays into."""
         dump = dump or self.dump()
         nodes = self.nodes(dump)
-        pairs = [(item["info"]["output-node-id"], item["info"]["input-node-id"]) for item in dump
-                 if item["type"] == "PipeWire:Interface:Link"]
-        return {nodes.get(to, {}).get("node.name") for start, to in pairs
-                if nodes.get(start, {}).get("node.name") == name}
+        return {nodes.get(item["info"]["input-node-id"], {}).get("node.name") for item in dump
+                if item["type"] == "PipeWire:Interface:Link"
+                and nodes.get(item["info"]["output-node-id"], {}).get("node.name") == name}
 
     def heard_on(self, player="player"):
         """The outputs that a player's sound arrives at, and whether it passes through Orvane."""
@@ -149,6 +134,10 @@ class Session:
         if "orvane" not in outputs:
             return outputs, False
         return (outputs - {"orvane"}) | self.linked_to("orvane.out", dump), True
+
+    def hears(self, output, through=True):
+        wait_until(f"{output}, through Orvane: {through}",
+                   lambda: self.heard_on() == ({output}, through))
 
     # Acts of a listener.
 
