@@ -70,7 +70,7 @@ struct Loudness {           // Values that were not measured are NaN.
 };
 
 // The lowest rate that is measured. The shelf of the K-weighting, at 1682 Hz, must lie below half
-// the rate. The library accepts rates from 16 Hz up, but at the lowest of them it writes beyond its
+// the rate. libebur128 accepts rates from 16 Hz up, but at the lowest of them it writes beyond its
 // memory.
 constexpr uint32_t kLowestMeteredRateHz = 2 * 1682;
 
