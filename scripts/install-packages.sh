@@ -17,7 +17,7 @@ render="g++ cmake ninja-build pkg-config libsndfile1-dev libsoxr-dev libebur128-
   nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev gnuplot-nox fonts-dejavu-core
   caveexpress-data dpkg-dev file lv2-dev libspeexdsp-dev libpipewire-0.3-dev"
 window="libadwaita-1-dev"
-test="binutils libgtest-dev clang clang-format clang-tidy clang-tools
+test="binutils libgtest-dev android-libcutils clang clang-format clang-tidy clang-tools
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git
   man-db parallel rsync lintian fretsonfire-songs-muldjord pocketsphinx-testdata alsa-utils
   liblilv-dev lilv-utils sordi ffmpeg jalv jackd1 pipewire-bin libpipewire-0.3-modules wireplumber
