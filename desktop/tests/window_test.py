@@ -113,7 +113,7 @@ def check(session):
     session.stop("manager", signal.SIGKILL)
     session.stop("server", signal.SIGKILL)
     press("Turn On")
-    wait_until("the reason", lambda: find("No PipeWire is running\n", ("label",)))
+    wait_until("the reason", lambda: find("No PipeWire is running", ("label",)))
     session.stop("window")
 
 

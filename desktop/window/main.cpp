@@ -196,6 +196,7 @@ private:
         if (fault.empty()) return;
         if (const size_t colon = fault.find(": "); colon != std::string::npos)
             fault.erase(0, colon + 2);
+        if (fault.ends_with('\n')) fault.pop_back();
         ShowOff("Orvane Can't Be Turned On", Sentence(fault));
     }
 

@@ -121,11 +121,19 @@ void SoundPage::AddPresets() {
         gtk_widget_set_focusable(gtk_widget_get_parent(button), false);  // the button is enough
         presetButtons[&preset] = button;
     }
-    purpose = gtk_label_new("");
-    gtk_label_set_wrap(GTK_LABEL(purpose), true);
-    gtk_label_set_xalign(GTK_LABEL(purpose), 0);
+    // Room for the longest text, so that nothing moves below while the tone is dragged.
+    purpose = gtk_stack_new();
     gtk_widget_set_margin_top(purpose, 6);
-    gtk_widget_add_css_class(purpose, "dim-label");
+    const auto addText = [this](const char* name, const std::string& text) {
+        GtkWidget* const label = gtk_label_new(text.c_str());
+        gtk_label_set_wrap(GTK_LABEL(label), true);
+        gtk_label_set_xalign(GTK_LABEL(label), 0);
+        gtk_label_set_yalign(GTK_LABEL(label), 0);
+        gtk_widget_add_css_class(label, "dim-label");
+        gtk_stack_add_named(GTK_STACK(purpose), label, name);
+    };
+    for (const Preset& preset : Presets()) addText(preset.name, Sentence(preset.description) + ".");
+    addText("", "Your own settings");
     adw_preferences_group_add(group, flow);
     adw_preferences_group_add(group, purpose);
     ofEffect.push_back(GTK_WIDGET(group));
@@ -244,7 +252,7 @@ void SoundPage::Show() {
     const Preset* const preset = PresetLike(settings);
     gtk_toggle_button_set_active(
         GTK_TOGGLE_BUTTON(preset != nullptr ? presetButtons.at(preset) : noPreset), true);
-    SetText(purpose, preset == nullptr ? "Your own settings" : Sentence(preset->description) + ".");
+    gtk_stack_set_visible_child_name(GTK_STACK(purpose), preset != nullptr ? preset->name : "");
     tone->Show(ActingLevels(settings), link->RateHz() > 0 ? link->RateHz() : 48000);
     ShowRouting();
     if (const std::string sound = link->Output() + Describe(settings); sound != matched) {

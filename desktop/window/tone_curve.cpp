@@ -187,7 +187,9 @@ void ToneCurve::MovePoint(double hz, double db) {
     const double high = chosen + 1 == kPoints ? kHighHz : points.at(chosen + 1).hz / kApart;
     points.at(chosen) = {std::clamp(hz, low, high), std::clamp(db, kLowDb, kMostDb)};
     const ToneFit fit = FitTone(points, rateHz);
-    shown = fit.levels;
+    Settings rounded;
+    ApplyTone(fit, false, &rounded);
+    shown = rounded.BandLevels();
     isDrawn = true;
     gtk_widget_set_visible(note, true);
     gtk_label_set_text(
@@ -199,7 +201,7 @@ void ToneCurve::MovePoint(double hz, double db) {
                            std::abs(fit.worstDb), HzText(fit.worstHz)))
             .c_str());
     Tell();
-    moved(fit.levels);
+    moved(shown);
 }
 
 // Tells a screen reader about the chosen point, and draws again.
