@@ -64,7 +64,7 @@ function(install_documents component package)
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides)
 endfunction()
 install_documents(orvane orvane docs/batch.md docs/plugin.md docs/presets.md)
-install_documents(desktop orvane-desktop docs/desktop.md)
+install_documents(desktop orvane-desktop docs/desktop.md docs/window.png)
 
 # The page is installed if scripts/web.sh has made it.
 install(FILES ${CMAKE_BINARY_DIR}/../web/orvane.html DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/orvane
