@@ -11,12 +11,11 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <string>
 
 #include "client/controls.h"
 #include "client/presets.h"
 #include "client/quantize.h"
-#include "client/settings_text.h"
+#include "client/settings_reader.h"
 #include "live/any_rate.h"
 #include "live/live_stream.h"
 
@@ -122,8 +121,8 @@ const char* TextOf(int number, const char* Preset::*text) {
 class ErrorText {
 public:
     ErrorText(char* text, size_t size) : into(size > 0 ? text : nullptr), room(size) { Write(""); }
-    void Write(const char* line) const {
-        if (into != nullptr) std::snprintf(into, room, "%s", line);
+    void Write(const char* line, const char* more = "") const {
+        if (into != nullptr) std::snprintf(into, room, "%s%s", line, more);
     }
 
 private:
@@ -134,24 +133,17 @@ private:
 // Reads the lines of a settings file on top of `settings`. If they are wrong, says so, and returns
 // false.
 bool Read(const char* text, Settings* settings, const ErrorText& error) {
-    try {
-        const std::string fault = ReadSettings(text, settings);
-        error.Write(("settings, line " + fault).c_str());
-        if (fault.empty()) error.Write("");
-        return fault.empty();
-    } catch (...) {
-        error.Write("not enough memory");
-        return false;
-    }
+    Fault fault;
+    if (ReadSettings(text, settings, &fault)) return true;
+    error.Write("settings, line ", fault.Text());
+    return false;
 }
 
 bool ReadWishes(const char* preset, const char* text, Settings* settings, const ErrorText& error) {
     if (preset != nullptr) {
         const Preset* const found = FindPreset(preset);
         if (found == nullptr) {
-            std::array<char, ORVANE_ERROR_SIZE> line{};
-            std::snprintf(line.data(), line.size(), "no preset is called %.200s", preset);
-            error.Write(line.data());
+            error.Write("no preset is called ", Fault().AddQuoted(preset).Text());
             return false;
         }
         *settings = SettingsOf(*found);

@@ -14,7 +14,7 @@
 // A list of commands in the order in which they must be sent.
 class ParameterCommands {
 public:
-    void Add(const ParameterCommand& command) { commands.at(count++) = command; }
+    void Add(const ParameterCommand& command) { commands[count++] = command; }
     const ParameterCommand* begin() const { return commands.data(); }
     const ParameterCommand* end() const { return commands.data() + count; }
 

@@ -1,95 +1,18 @@
 #include "client/settings_text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <vector>
 
 namespace {
 
-constexpr std::string_view kBlank = " \t\r";
-
-std::string_view Trimmed(std::string_view text) {
-    const size_t begin = text.find_first_not_of(kBlank);
-    if (begin == std::string_view::npos) return {};
-    return text.substr(begin, text.find_last_not_of(kBlank) + 1 - begin);
-}
-
-// Returns the parts between separators, each without the blanks around it. There is always at least
-// one part.
+// Returns the parts between separators, each without the blanks around it.
 std::vector<std::string_view> Split(std::string_view text, char separator) {
     std::vector<std::string_view> parts;
-    for (;;) {
-        const size_t end = text.find(separator);
-        parts.push_back(Trimmed(text.substr(0, end)));
-        if (end == std::string_view::npos) return parts;
-        text.remove_prefix(end + 1);
-    }
-}
-
-template <typename Number>
-bool Parse(std::string_view text, Number* value) {
-    if (text.starts_with('+')) text.remove_prefix(1);
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, *value);
-    return error == std::errc() && stop == end;
-}
-#if !defined(__cpp_lib_to_chars)  // std::from_chars reads only integers here
-bool Parse(std::string_view text, double* value) {
-    if (text.starts_with('+')) text.remove_prefix(1);
-    const std::string number(text);
-    if (number.empty() || number.find_first_not_of("0123456789.eE+-") != std::string::npos ||
-        number[0] == '+')
-        return false;
-    char* end = nullptr;
-    *value = std::strtod(number.c_str(), &end);
-    return end == number.c_str() + number.size();
-}
-#endif
-
-// Reads a number. For a gain, also reads decibels ("-3dB") and converts them to a linear gain.
-bool ParseValue(const Parameter& parameter, std::string_view text, double* value) {
-    const bool decibels = parameter.IsGain() && text.ends_with("dB");
-    if (decibels) text = Trimmed(text.substr(0, text.size() - 2));
-    if (!Parse(text, value)) return false;
-    if (decibels) *value = std::pow(10, *value / 20);
-    return true;
-}
-
-std::string Named(std::string_view key, std::string_view value, const std::string& fault) {
-    return std::string(key).append(" ").append(value).append(" ").append(fault);
-}
-
-std::string SetLevels(const Parameter& parameter, std::string_view text, Settings* settings) {
-    std::string form = std::string(parameter.key) + " takes " + std::to_string(kBandCount) +
-                       " levels, or BAND=LEVEL, not \"" + std::string(text) + "\"";
-    const std::vector<std::string_view> items = Split(text, ',');
-    const auto isNamed = [](std::string_view item) {
-        return item.find('=') != std::string_view::npos;
-    };
-    const bool named = isNamed(items.front());
-    if (!named && items.size() != kBandCount) return form;
-    Settings changed = *settings;
-    for (size_t i = 0; i < items.size(); ++i) {
-        size_t band = i;
-        std::string_view number = items[i];
-        if (isNamed(number) != named) return form;
-        if (named) {
-            const std::vector<std::string_view> sides = Split(number, '=');
-            if (sides.size() != 2 || !Parse(sides[0], &band)) return form;
-            number = sides[1];
-        }
-        double level = 0;
-        if (!Parse(number, &level)) return form;
-        if (band >= kBandCount)
-            return std::string(parameter.key) + " has bands 0 to " + std::to_string(kBandCount - 1);
-        if (!changed.SetBand(band, level))
-            return Named(parameter.key, number, "is outside " + RangeText(parameter));
-    }
-    *settings = changed;
-    return "";
+    std::string_view part;
+    while (NextPart(&text, separator, &part)) parts.push_back(part);
+    return parts;
 }
 
 std::string LevelsText(const Settings& settings, const char* separator) {
@@ -139,56 +62,16 @@ std::string HelpText(const Parameter& parameter) {
            (hasUnit ? UnitText(parameter.unit) : "") + "; default " + DefaultText(parameter) + ")";
 }
 
-const Parameter* FindByKey(std::string_view key) {
-    if (key.empty()) return nullptr;
-    const auto* const found =
-        std::find_if(std::begin(kParameters), std::end(kParameters),
-                     [key](const Parameter& parameter) { return key == parameter.key; });
-    return found == std::end(kParameters) ? nullptr : found;
-}
-
 std::string SetFromText(std::string_view key, std::string_view value, Settings* settings) {
-    const Parameter* const parameter = FindByKey(key);
-    if (parameter == nullptr) return "no setting is called " + std::string(key);
-    if (parameter->kind == ParameterKind::kBandValue) return SetLevels(*parameter, value, settings);
-    double number = 0;
-    if (parameter->kind == ParameterKind::kSwitch) {
-        const bool on = value == "on" || value == "1";
-        if (!on && value != "off" && value != "0")
-            return Named(key, value, "is neither on nor off");
-        number = on ? 1 : 0;
-    } else if (!ParseValue(*parameter, value, &number)) {
-        return Named(key, value, "is not a number");
-    }
-    if (number > 0 && parameter->Sendable(number) == 0)
-        return Named(key, value,
-                     "is too little to be sent, the least is " +
-                         ValueText(*parameter, 1.0 / parameter->wireScale));
-    if (settings->Set(parameter->id, number)) return "";
-    return Named(key, value, "is outside " + RangeText(*parameter));
+    Fault fault;
+    SetFromText(key, value, settings, &fault);
+    return fault.Text();
 }
 
 std::string ReadSettings(std::string_view text, Settings* settings) {
-    if (text.size() > kMostSettingsBytes) return "1: longer than a settings file can be";
-    std::vector<std::string_view> keys;
-    size_t number = 0;
-    for (const std::string_view line : Split(text, '\n')) {
-        ++number;
-        const std::string_view content = Trimmed(line.substr(0, line.find('#')));
-        if (content.empty()) continue;
-        const size_t equals = content.find('=');
-        const std::string_view key = Trimmed(content.substr(0, equals));
-        std::string fault;
-        if (equals == std::string_view::npos)
-            fault = "\"" + std::string(content) + "\" is not key = value";
-        else if (std::count(keys.begin(), keys.end(), key) != 0)
-            fault = std::string(key) + " stands here a second time";
-        else
-            fault = SetFromText(key, Trimmed(content.substr(equals + 1)), settings);
-        if (!fault.empty()) return std::to_string(number) + ": " + fault;
-        keys.push_back(key);
-    }
-    return "";
+    Fault fault;
+    ReadSettings(text, settings, &fault);
+    return fault.Text();
 }
 
 std::string SettingsText(const Settings& settings) {
@@ -236,7 +119,8 @@ std::string ReadTone(std::string_view text, std::vector<TonePoint>* points) {
     for (const std::string_view item : Split(text, ',')) {
         const std::vector<std::string_view> sides = Split(item, ':');
         TonePoint point{};
-        if (sides.size() != 2 || !Parse(sides[0], &point.hz) || !Parse(sides[1], &point.db))
+        if (sides.size() != 2 || !ReadNumber(sides[0], &point.hz) ||
+            !ReadNumber(sides[1], &point.db))
             return "takes HZ:DB,HZ:DB,..., not \"" + std::string(text) + "\"";
         if (!(point.hz >= 10 && point.hz <= 24000 && point.db >= -60 && point.db <= 20))
             return std::string(item) + " is outside 10 to 24000 Hz and -60 to 20 dB";

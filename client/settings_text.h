@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "client/settings.h"
+#include "client/settings_reader.h"
 #include "client/tone.h"
 
 // Returns the shortest text of a value, with at most six significant digits (printf's %g).
@@ -39,19 +40,10 @@ std::string DefaultText(const Parameter& parameter);
 // range, unit and default follow: "Treble: gain of ... (0 to 4, factor; 1)".
 std::string HelpText(const Parameter& parameter);
 
-// Returns null if the table has no such key.
-const Parameter* FindByKey(std::string_view key);
-
-// Sets one value from its text. Returns "" if that worked. Otherwise leaves `settings` unchanged
-// and returns what is wrong, without a line end: "ratio 11 is outside 0 to 10".
+// The same as the functions in client/settings_reader.h, for callers that want a string. They
+// return what is wrong, or "".
 std::string SetFromText(std::string_view key, std::string_view value, Settings* settings);
-
-// Sets what the lines of a settings file say. Each key may appear once. Returns "" if all lines
-// were read. Otherwise stops at the first wrong line and returns its number and what is wrong with
-// it: "3: no setting is called rato". Settings of the lines before it stay set. A text of more than
-// kMostSettingsBytes bytes is refused.
 std::string ReadSettings(std::string_view text, Settings* settings);
-constexpr size_t kMostSettingsBytes = 1000000;
 
 // Returns everything that was set, as the lines of a settings file. Reading them gives the same
 // settings again.

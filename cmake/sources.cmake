@@ -14,4 +14,4 @@ set(ORVANE_OPTIONS
 
 # The sources of client/ that need no file system.
 set(ORVANE_CLIENT_SOURCES delay.cpp instance.cpp settings.cpp
-  settings_text.cpp stream.cpp tone.cpp)
+  settings_reader.cpp settings_text.cpp stream.cpp tone.cpp)
