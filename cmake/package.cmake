@@ -1,7 +1,8 @@
-# Defines what `cmake --install` installs and what cpack puts into two Debian packages. "orvane" has the
+# Defines what `cmake --install` installs and what cpack puts into Debian packages. "orvane" has the
 # renderer, the plug-in, manual page, completion and documents. "orvane-desktop" has the client for the
-# desktop's sound, its window and its service. The library goes to a folder of its own, where the renderer
-# finds it. The plug-in goes where hosts look for plug-ins.
+# desktop's sound, its window and its service. "liborvane0" and "liborvane-dev" have the C library; what
+# goes into them stands in capi/CMakeLists.txt. The effect library goes to a folder of its own, where the
+# renderer finds it. The plug-in goes where hosts look for plug-ins.
 
 include(GNUInstallDirs)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME orvane)
@@ -20,14 +21,15 @@ endforeach()
 # make_file FILE LINE: makes the file from the standard output of a line of shell.
 function(make_file file line)
   add_custom_command(OUTPUT ${file} COMMAND sh -c "${line} >${file}"
-    DEPENDS orvane packaging/changelog VERBATIM)
+    DEPENDS orvane liborvane_manual packaging/changelog VERBATIM)
 endfunction()
 list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
 make_file(orvane.1.gz "${emulator} '$<TARGET_FILE:orvane>' --man-page | gzip -9n")
 make_file(orvane.bash "${emulator} '$<TARGET_FILE:orvane>' --bash-completion")
 make_file(changelog.gz "gzip -9nc '${CMAKE_SOURCE_DIR}/packaging/changelog'")
 make_file(orvane-desktop.1.gz "gzip -9nc '${CMAKE_SOURCE_DIR}/packaging/orvane-desktop.1'")
-add_custom_target(manual ALL DEPENDS orvane.1.gz orvane-desktop.1.gz orvane.bash changelog.gz)
+make_file(orvane.3.gz "${emulator} '$<TARGET_FILE:liborvane_manual>' | gzip -9n")
+add_custom_target(manual ALL DEPENDS orvane.1.gz orvane.3.gz orvane-desktop.1.gz orvane.bash changelog.gz)
 install(FILES ${CMAKE_BINARY_DIR}/orvane.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${CMAKE_BINARY_DIR}/orvane.bash RENAME orvane
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
@@ -65,6 +67,10 @@ function(install_documents component package)
 endfunction()
 install_documents(orvane orvane docs/batch.md docs/plugin.md docs/presets.md)
 install_documents(desktop orvane-desktop docs/desktop.md docs/window.png)
+install_documents(library liborvane0)
+install_documents(development liborvane-dev docs/c-library.md)
+install(FILES ${CMAKE_BINARY_DIR}/orvane.3.gz COMPONENT development
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 
 # The page is installed if scripts/web.sh has made it.
 install(FILES ${CMAKE_BINARY_DIR}/../web/orvane.html DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/orvane
@@ -74,7 +80,7 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME orvane)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "Quenthra Orvane project <orvane@quenthra.invalid>")
-set(CPACK_COMPONENTS_ALL orvane desktop)
+set(CPACK_COMPONENTS_ALL orvane desktop library development)
 set(CPACK_COMPONENT_ORVANE_DESCRIPTION
   "renders audio files through the Quenthra Orvane effect
 Levels, equalises, enhances and limits music and speech, exactly as the
@@ -86,6 +92,14 @@ set(CPACK_COMPONENT_DESKTOP_DESCRIPTION
 Passes what applications play through the effect, with settings of its
 own for each output. The volume keys act after the effect.
 A window shows presets, the tone curve, levels, outputs and applications.")
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
+  "Quenthra Orvane effect on a running sound
+A C library that levels, equalises, enhances and limits a running sound.
+Its parameters may change at any time without a click.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+  "Quenthra Orvane effect on a running sound, development files
+The header, the static library, the manual page and an example of the C
+library, and what pkg-config and CMake need to find it.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_SOURCE_DIR}/cmake/reproducible_package.cmake)
@@ -102,4 +116,10 @@ set(CPACK_DEBIAN_ORVANE_PACKAGE_SUGGESTS "parallel")
 set(CPACK_DEBIAN_DESKTOP_PACKAGE_DEPENDS "pipewire, wireplumber")
 set(CPACK_DEBIAN_DESKTOP_PACKAGE_RECOMMENDS "pipewire-pulse")
 set(CPACK_DEBIAN_DESKTOP_PACKAGE_SUGGESTS "orvane")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME liborvane0)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME liborvane-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "liborvane0 (= ${PROJECT_VERSION}), libspeexdsp-dev")
 include(CPack)

@@ -19,6 +19,11 @@ foreach(package ${CPACK_PACKAGE_FILES})
       root=$(mktemp -d)
       trap 'rm -rf "$root"' EXIT
       dpkg-deb -R "$1" "$root/package"
+      # cpack writes scripts that call ldconfig. Debian wants a trigger instead.
+      if grep -sq ldconfig "$root/package/DEBIAN/postinst"; then
+        rm "$root/package/DEBIAN/postinst" "$root/package/DEBIAN/postrm"
+        echo "activate-noawait ldconfig" >"$root/package/DEBIAN/triggers"
+      fi
       find "$root/package" -type d -exec chmod 755 {} +
       chmod 644 "$root"/package/DEBIAN/*
       size=$(find "$root/package" -mindepth 1 -path "$root/package/DEBIAN" -prune -o -printf '%y %s\n' |

@@ -35,7 +35,7 @@ root=$here/root
 mkdir -p "$root/var/lib/dpkg/updates" "$root/var/lib/dpkg/info"
 touch "$root/var/lib/dpkg/status"
 dpkg() { command dpkg --root="$root" --log="$here/log" --force-not-root,depends,bad-path "$@"; }
-for name in orvane orvane-desktop; do
+for name in orvane orvane-desktop liborvane0 liborvane-dev; do
   package=$(ls "$here/package/${name}_"*.deb)
   cmp "$package" "$elsewhere/${package##*/}"
   # lintian must find what the overrides name and nothing else.
@@ -46,5 +46,5 @@ for name in orvane orvane-desktop; do
 done
 desktop-file-validate "$root"/usr/share/applications/*.desktop
 use "$root/usr"
-dpkg -P orvane orvane-desktop >/dev/null
+dpkg -P orvane orvane-desktop liborvane-dev liborvane0 >/dev/null
 [ ! -e "$root/usr" ] || { find "$root/usr"; exit 1; }
