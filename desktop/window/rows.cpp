@@ -33,6 +33,19 @@ std::string SignedText(double db) {
     return fmt::format("{}{:.1f}", rounded < 0 ? "−" : rounded > 0 ? "+" : "", std::abs(rounded));
 }
 
+GtkWidget* NewNote(const std::string& text) {
+    GtkWidget* const note = gtk_label_new(text.c_str());
+    gtk_label_set_wrap(GTK_LABEL(note), true);
+    gtk_label_set_xalign(GTK_LABEL(note), 0);
+    gtk_widget_add_css_class(note, "dim-label");
+    gtk_widget_add_css_class(note, "caption");
+    return note;
+}
+
+std::string HzText(double hz) {
+    return hz < 1000 ? fmt::format("{:.0f} Hz", hz) : fmt::format("{:.2g} kHz", hz / 1000);
+}
+
 void SetName(GtkWidget* widget, const std::string& name, const std::string& description) {
     gtk_accessible_update_property(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_PROPERTY_LABEL,
                                    name.c_str(), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,

@@ -1,5 +1,3 @@
-#include <fmt/core.h>
-
 #include <cmath>
 
 #include "desktop/window/widgets.h"
@@ -18,18 +16,7 @@ std::string UnitOf(const Control& control) {
 
 std::string BandName(int32_t band) {
     const double hz = BandHz(static_cast<size_t>(band), kEqualizerRateHz);
-    const std::string text =
-        hz < 1000 ? fmt::format("{:.0f} Hz", hz) : fmt::format("{:.2g} kHz", hz / 1000);
-    return (band == 0 ? "Below " : "Around ") + text;
-}
-
-GtkWidget* NewNote(const std::string& text) {
-    GtkWidget* const note = gtk_label_new(text.c_str());
-    gtk_label_set_wrap(GTK_LABEL(note), true);
-    gtk_label_set_xalign(GTK_LABEL(note), 0);
-    gtk_widget_add_css_class(note, "dim-label");
-    gtk_widget_add_css_class(note, "caption");
-    return note;
+    return (band == 0 ? "Below " : "Around ") + HzText(hz);
 }
 
 }  // namespace

@@ -43,17 +43,16 @@ void SetText(GtkWidget* label, const std::string& text) {
         gtk_label_set_text(GTK_LABEL(label), text.c_str());
 }
 
+std::string SettingsName(const Preset* preset) {
+    return preset != nullptr ? Sentence(preset->name) : "Your own settings";
+}
+
 std::string LevelText(double db) {
     return db > kQuietDb ? SignedText(db) + " dB" : "–";
 }
 
 Settings::Levels ActingLevels(const Settings& settings) {
     return settings.IsOn(PARAM_EQUALIZER_ENABLE) ? settings.BandLevels() : Settings::Levels{};
-}
-
-std::string NameOfSettings(const Settings& settings) {
-    const Preset* const preset = PresetLike(settings);
-    return preset != nullptr ? Sentence(preset->name) : "Your own settings";
 }
 
 }  // namespace
@@ -125,15 +124,12 @@ void SoundPage::AddPresets() {
     purpose = gtk_stack_new();
     gtk_widget_set_margin_top(purpose, 6);
     const auto addText = [this](const char* name, const std::string& text) {
-        GtkWidget* const label = gtk_label_new(text.c_str());
-        gtk_label_set_wrap(GTK_LABEL(label), true);
-        gtk_label_set_xalign(GTK_LABEL(label), 0);
-        gtk_label_set_yalign(GTK_LABEL(label), 0);
-        gtk_widget_add_css_class(label, "dim-label");
-        gtk_stack_add_named(GTK_STACK(purpose), label, name);
+        GtkWidget* const note = NewNote(text);
+        gtk_label_set_yalign(GTK_LABEL(note), 0);
+        gtk_stack_add_named(GTK_STACK(purpose), note, name);
     };
     for (const Preset& preset : Presets()) addText(preset.name, Sentence(preset.description) + ".");
-    addText("", "Your own settings");
+    addText("", SettingsName(nullptr));
     adw_preferences_group_add(group, flow);
     adw_preferences_group_add(group, purpose);
     ofEffect.push_back(GTK_WIDGET(group));
@@ -208,7 +204,7 @@ void SoundPage::ShowRouting() {
     std::vector<SwitchRows::Row> rows;
     for (const OutputView& output : link->Outputs()) {
         std::string text = !output.hasProfile ? "No settings of its own"
-                           : output.isOn      ? NameOfSettings(output.settings)
+                           : output.isOn      ? SettingsName(PresetLike(output.settings))
                                               : "Off here";
         if (output.isPresent) text += " · you listen to it";
         if (!output.isConnected) text += " · not connected";

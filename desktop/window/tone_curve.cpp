@@ -18,10 +18,6 @@ constexpr char kHelp[] =
     "Left and Right choose a point. Up and Down move it. Left and Right with Control change its "
     "frequency. 0 sets it to zero.";
 
-std::string HzText(double hz) {
-    return hz < 1000 ? fmt::format("{:.0f} Hz", hz) : fmt::format("{:.2g} kHz", hz / 1000);
-}
-
 void UseColour(GtkWidget* widget, cairo_t* cairo, const char* name, double opacity) {
     GtkStyleContext* const style = gtk_widget_get_style_context(widget);
     GdkRGBA colour{};
@@ -55,7 +51,7 @@ ToneCurve::ToneCurve(std::function<void(const Settings::Levels&)> whenMoved)
     : box(gtk_box_new(GTK_ORIENTATION_VERTICAL, 6)),
       area(GTK_WIDGET(g_object_new(GTK_TYPE_DRAWING_AREA, "accessible-role",
                                    GTK_ACCESSIBLE_ROLE_SLIDER, nullptr))),
-      note(gtk_label_new("")),
+      note(NewNote("")),
       moved(std::move(whenMoved)),
       points{{{40, 0}, {90, 0}, {200, 0}, {450, 0}, {1000, 0}, {2500, 0}, {6000, 0}, {13000, 0}}} {
     gtk_drawing_area_set_content_height(GTK_DRAWING_AREA(area), kHeight);
@@ -68,10 +64,6 @@ ToneCurve::ToneCurve(std::function<void(const Settings::Levels&)> whenMoved)
     gtk_widget_set_focusable(area, true);
     gtk_widget_set_tooltip_text(area, kHelp);
     gtk_widget_add_css_class(area, "card");
-    gtk_label_set_wrap(GTK_LABEL(note), true);
-    gtk_label_set_xalign(GTK_LABEL(note), 0);
-    gtk_widget_add_css_class(note, "dim-label");
-    gtk_widget_add_css_class(note, "caption");
     gtk_widget_set_visible(note, false);
     gtk_box_append(GTK_BOX(box), area);
     gtk_box_append(GTK_BOX(box), note);

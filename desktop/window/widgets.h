@@ -24,6 +24,10 @@ std::string Sentence(std::string text);
 const Preset* PresetLike(const Settings& settings);
 // Returns "+3.0" or "−3.0", with the sign of typography.
 std::string SignedText(double db);
+// Returns "200 Hz" or "1.5 kHz".
+std::string HzText(double hz);
+// Returns a small label whose text may take several lines.
+GtkWidget* NewNote(const std::string& text);
 void SetName(GtkWidget* widget, const std::string& name, const std::string& description = "");
 
 // Rows of a group, each with a switch. A row that stays keeps its widgets, and with them the focus.
