@@ -16,8 +16,33 @@
 #include "client/presets.h"
 #include "client/quantize.h"
 #include "client/settings_reader.h"
+#ifndef ORVANE_WITHOUT_RESAMPLER
 #include "live/any_rate.h"
+#endif
 #include "live/live_stream.h"
+
+#ifdef ORVANE_WITHOUT_RESAMPLER
+// Stands in for live/any_rate.h where nothing may be linked. Takes only the rates of the effect.
+template <typename Stream>
+class AnyRate {
+public:
+    static uint32_t FactorOf(uint32_t rateHz) {
+        return rateHz >= kLowestRateHz && rateHz <= kHighestRateHz ? 1 : 0;
+    }
+    explicit AnyRate(uint32_t rateHz) : stream(rateHz) {}
+    const char* Refused() const { return stream.Refused(); }
+    Stream& Inner() { return stream; }
+    uint32_t LatencyFrames() const { return stream.LatencyFrames(); }
+    void Flush() { stream.Flush(); }
+    void Process(const float* const in[2], float* const out[2], size_t frames) {
+        float* const nowhere[2] = {};
+        stream.Process(in, out, nowhere, frames);
+    }
+
+private:
+    Stream stream;
+};
+#endif
 
 struct orvane_stream {
     orvane_stream(uint32_t rateHz, uint32_t channelCount)
