@@ -1,6 +1,6 @@
-// Compares the log lines that are written during its lifetime with a section of tests/data/log. If the
-// environment has ORVANE_WRITE_LOGS, it writes that section anew instead. Read it before you commit
-// it.
+// Compares the log lines that are written during its lifetime with a section of tests/data/log. If
+// the environment has ORVANE_WRITE_LOGS, it writes that section anew instead. Read it before you
+// commit it.
 #pragma once
 #include <gtest/gtest.h>
 
