@@ -7,7 +7,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 build=$1
-folders='platform|host|unit|dsp|effects|client|live|lv2|desktop|render|bench|android|web'
+folders='platform|host|unit|dsp|effects|client|live|lv2|capi|desktop|render|bench|android|web'
 fresh=
 for word in "$@"; do
   case $word in

@@ -37,10 +37,11 @@ def digest(*paths):
 
 def commands_of(build, pattern):
     """Writes the compile commands of the matching sources into a folder for clang-tidy. Precompiled
-    headers are left out, because another compiler made them. Returns the folder, and the commands of
+    headers are left out, because another compiler made them, and so is an option that clang doesn't
+    know. Returns the folder, and the commands of
     each source."""
     text = (build / "compile_commands.json").read_text()
-    text = re.sub(r"-Winvalid-pch -include \S*", "", text)
+    text = re.sub(r"-Winvalid-pch -include \S*|-fno-gnu-unique", "", text)
     entries = [e for e in json.loads(text) if re.search(pattern, e["file"])]
     folder = build / "tidy"
     folder.mkdir(exist_ok=True)
