@@ -1,52 +1,63 @@
 #!/bin/sh
 # Follows docs/integration.md in a fresh clone of what is committed: runs the commands of its blocks in
 # their order. A folder stands in for the device and a script for adb. This is done once for a device
-# with a vendor's list of effects and once for one without. Checks that the effect is installed, and
-# that after the document's last step nothing of it is left.
+# with a vendor's list of effects and once for one without. Checks that the effect is installed, also if
+# that is done twice, and that after the document's last step nothing of it is left. Then each call of
+# adb fails in turn, which must be noticed.
 set -eu
 project=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "check-integration: $*" >&2; exit 1; }
 
-# An adb whose device is the folder $DEVICE. Paths on the device begin there.
-mkdir "$work/bin"
+# An adb whose device is the folder $DEVICE. Paths on the device begin there. Like an adb of Android 4.0's
+# time, it says in its status nothing about the device, and its shell ends lines with \r\n. Call number
+# $FAULTY finds the device offline, or copies only the beginning of its file.
+mkdir "$work/bin" "$work/device-bin"
 cat >"$work/bin/adb" <<'END'
 #!/bin/sh
 set -eu
+echo "$1" >>"$DEVICE/calls"
+cut=
+if [ "$(wc -l <"$DEVICE/calls")" = "${FAULTY:-}" ]; then
+    case $1 in
+    pull | push) cut=yes ;;
+    *) echo "error: device offline" >&2; exit 0 ;;
+    esac
+fi
+copy() { if [ "$cut" ]; then head -c 90 "$1" >"$2"; else cp "$1" "$2"; fi; }
 verb=$1
 shift
 case $verb in
-root | logcat) ;;
+root | wait-for-device | logcat) ;;
 remount) touch "$DEVICE/remounted" ;;
-pull) cp "$DEVICE$1" "$2" ;;
-push | shell)
-    # For push, the second argument is a path on the device. For shell, every absolute path is one.
-    if [ "$verb" = push ]; then
-        [ -e "$DEVICE/remounted" ] || { echo "adb: read-only file system" >&2; exit 1; }
-        cp "$1" "$DEVICE$2"
-        chmod 600 "$DEVICE${2%/}$(case $2 in */) echo "/${1##*/}" ;; esac)"
-        exit
-    fi
-    case $1 in
-    stop | start) echo "$*" >>"$DEVICE/services" ;;
-    chmod | rm)
-        command=$1
-        shift
-        for word in "$@"; do
-            shift
-            case $word in /*) word=$DEVICE$word ;; esac
-            set -- "$@" "$word"
-        done
-        "$command" "$@"
-        ;;
-    *) echo "adb shell: no $1" >&2; exit 1 ;;
-    esac
-    ;;
-*) echo "adb: no $verb" >&2; exit 1 ;;
+pull)
+    if [ -e "$DEVICE$1" ]; then copy "$DEVICE$1" "$2"; else echo "remote object '$1' does not exist" >&2; fi ;;
+push)
+    if [ -e "$DEVICE/remounted" ]; then
+        copy "$1" "$DEVICE$2"
+        chmod 600 "$DEVICE$2"
+    else
+        echo "failed to copy '$1' to '$2': Read-only file system" >&2
+    fi ;;
+shell)
+    command=$(echo "$*" | sed "s#/\(system\|vendor\)/#$DEVICE&#g")
+    { PATH=$(dirname "$0")/../device-bin:$PATH sh -c "$command" 2>&1 || true; } | sed 's/$/\r/' ;;
+*) echo "adb: no $verb" >&2 ;;
 esac
+exit 0
 END
-chmod +x "$work/bin/adb"
+cat >"$work/device-bin/stop" <<'END'
+#!/bin/sh
+echo "${0##*/} $1" >>"$DEVICE/services"
+END
+cp "$work/device-bin/stop" "$work/device-bin/start"
+cat >"$work/device-bin/getprop" <<'END'
+#!/bin/sh
+[ "$(tail -n 1 "$DEVICE/services" 2>/dev/null)" = "stop media" ] && echo stopped || echo running
+END
+printf '#!/bin/sh\n' >"$work/device-bin/sleep"
+chmod +x "$work/bin/adb" "$work"/device-bin/*
 
 git clone -q "$project" "$work/clone"
 cd "$work/clone"
@@ -54,9 +65,8 @@ cd "$work/clone"
 awk -v work="$work" '/^```sh$/ { inside = 1; ++block; next }
     /^```$/ { inside = 0 }
     inside { print >(work "/block." block) }' docs/integration.md
-[ "$(ls "$work"/block.* | wc -l)" -eq 5 ] || fail "the document hasn't five blocks of commands"
+[ "$(ls "$work"/block.* | wc -l)" -eq 4 ] || fail "the document hasn't four blocks of commands"
 cat "$work/block.1" "$work/block.2" >"$work/build"
-cat "$work/block.3" "$work/block.4" >"$work/on"
 
 # make_device OWNER: makes a device with lists of effects, each with one effect. The list of OWNER,
 # "system" or "vendor", is in force.
@@ -69,6 +79,7 @@ make_device() {
     done
     chmod 644 "$DEVICE"/*/etc/*
 }
+run() { PATH=$work/bin:$PATH sh -eu "$1" >"$work/log" 2>&1; }
 files() { (cd "$DEVICE" && find system vendor -type f -printf '%m %p ' -exec sha256sum {} \;); }
 
 sh -eu "$work/build" >"$work/log" 2>&1 || { cat "$work/log"; fail "building"; }
@@ -80,10 +91,14 @@ for owner in system vendor; do
     place=$DEVICE/system/lib/soundfx/$library
     list=$DEVICE/$owner/etc/audio_effects.conf
     files >"$work/before"
-    rm -rf out
-    # All blocks run in one shell, because later blocks use variables of earlier ones.
-    { cat "$work/on"; echo "cp -pr '$DEVICE' '$work/$owner-on'"; cat "$work/block.5"; } >"$work/all"
-    PATH=$work/bin:$PATH sh -eu "$work/all" >"$work/log" 2>&1 || { cat "$work/log"; fail "$owner"; }
+    for step in 3 3 4; do
+        run "$work/block.$step" || { cat "$work/log"; fail "$owner, block $step"; }
+        [ "$step" = 4 ] && break
+        rm -rf "$work/$owner-on"
+        cp -pr "$DEVICE" "$work/$owner-on"
+        files >"$work/installed"
+        rm "$DEVICE/services"
+    done
     files >"$work/after"
     diff "$work/before" "$work/after" || fail "$owner: taken off, something else is left"
 
@@ -97,5 +112,30 @@ for owner in system vendor; do
     grep -q "^  $owner {" "$on${list#"$DEVICE"}" || fail "$owner: the platform's own effect is gone"
     [ "$(cat "$on/services")" = "stop media
 start media" ] || fail "$owner: the media server hasn't read the list again"
+
+done
+
+# One call of adb fails. Either the script says so, or everything is as it should be. If it says so, the
+# same script completes the work afterwards.
+for step in 3:installed 4:before; do
+    calls=100 call=0 noticed=0
+    while [ "$call" -lt "$calls" ]; do
+        call=$((call + 1))
+        rm -rf "$DEVICE"
+        if [ "$step" = 3:installed ]; then make_device "$owner"; else cp -pr "$on" "$DEVICE"; fi
+        rm -f "$DEVICE/calls" "$DEVICE/services" "$DEVICE/remounted"
+        export FAULTY="$call"
+        if run "$work/block.${step%:*}"; then
+            calls=$(wc -l <"$DEVICE/calls")
+        else
+            noticed=$((noticed + 1))
+            unset FAULTY
+            run "$work/block.${step%:*}" || { cat "$work/log"; fail "can't be repeated after $call"; }
+        fi
+        files | diff "$work/${step#*:}" - || fail "block ${step%:*}: a fault in call $call unnoticed"
+        grep -q start "$DEVICE/services" || fail "block ${step%:*}: no start after a fault in call $call"
+    done
+    [ "$noticed" -gt 10 ] || fail "block ${step%:*}: only $noticed faults were noticed"
+    echo "check-integration: block ${step%:*}: $noticed of $calls faults end it, the others do no harm"
 done
 echo "check-integration: docs/integration.md works, from a clone to the device and back"
