@@ -8,6 +8,7 @@
 #include <iterator>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "client/delay.h"
 #include "client/presets.h"
@@ -110,6 +111,56 @@ std::string LevelNumbers() {
                             last ? "\n" : ((decibels - kLowestDb) % 10 == 9 ? ",\n" : ","));
     }
     return text;
+}
+
+// The commands of a preset's list, values first and switches last, and the band or -1. Every list
+// has the same commands, so that nothing of another list remains.
+struct ListedCommand {
+    const Parameter* parameter;
+    int32_t band;
+};
+std::vector<ListedCommand> ListedCommands() {
+    std::vector<ListedCommand> commands;
+    for (const bool switches : {false, true})
+        for (const Parameter& parameter : kParameters) {
+            if (*parameter.key == '\0') continue;
+            if ((parameter.kind == ParameterKind::kSwitch) != switches) continue;
+            const bool isBand = parameter.kind == ParameterKind::kBandValue;
+            for (int32_t band = isBand ? 0 : -1; band < (isBand ? kBandCount : 0); ++band)
+                commands.push_back({&parameter, band});
+        }
+    return commands;
+}
+
+std::string PresetNames() {
+    std::string text;
+    for (const Preset& preset : Presets()) text += fmt::format("        \"{}\",\n", preset.name);
+    return text.erase(text.rfind(',')) + '\n';
+}
+
+std::string PresetCommands() {
+    std::string text;
+    for (const ListedCommand& command : ListedCommands())
+        text += fmt::format("        {{0x{:X}, {}}},\n",
+                            static_cast<unsigned>(command.parameter->id), command.band);
+    return text.erase(text.rfind(',')) + '\n';
+}
+
+std::string PresetValues() {
+    std::string text;
+    for (const Preset& preset : Presets()) {
+        const Settings settings = SettingsOf(preset);
+        std::string row;
+        for (const auto& [parameter, band] : ListedCommands()) {
+            const double value = band >= 0 ? settings.BandLevels().at(static_cast<size_t>(band))
+                                 : parameter->kind == ParameterKind::kSwitch
+                                     ? (settings.IsOn(parameter->id) ? 1 : 0)
+                                     : settings.Get(parameter->id);
+            row += fmt::format("{}{}", row.empty() ? "" : ", ", parameter->OnWire(value));
+        }
+        text += "        {" + row + "},\n";
+    }
+    return text.erase(text.rfind(',')) + '\n';
 }
 
 std::string SetTable() {
@@ -267,8 +318,9 @@ int main() {
           std::pair("set-table", SetTable()), std::pair("get-table", GetTable()),
           std::pair("level-table", LevelTable()), std::pair("terms", TermNumbers()),
           std::pair("band-table", BandTable()), std::pair("term-table", TermTable()),
-          std::pair("preset-table", PresetTable()), std::pair("buffering", BufferingTable()),
-          std::pair("plugin-ports", PortTable())})
+          std::pair("preset-names", PresetNames()), std::pair("preset-commands", PresetCommands()),
+          std::pair("preset-values", PresetValues()), std::pair("preset-table", PresetTable()),
+          std::pair("buffering", BufferingTable()), std::pair("plugin-ports", PortTable())})
         text += std::string("generated: ") + name + '\n' + section + "end generated\n";
     std::cout << text;
     return std::cout.flush() ? EXIT_SUCCESS : EXIT_FAILURE;

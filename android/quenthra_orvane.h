@@ -189,4 +189,73 @@ ORVANE_INLINE int32_t OrvaneBandTerm(int32_t band, int32_t third) {
     return terms[third][band];
 }
 
+/* Gives the commands of a preset one after the other: `index` counts them from 0. Stores the
+ * identifier and 1 or 2 values for OrvanePackSet, and returns the number of values. Returns 0, and
+ * stores nothing, after the last command and if there is no such preset. All presets have the same
+ * commands and set everything that a listener can set. So a preset leaves nothing of another one.
+ * docs/presets.md says what each preset does. */
+ORVANE_INLINE int32_t OrvanePresetCommand(const char* preset, int32_t index, int32_t* id,
+                                          int32_t values[2]) {
+    /* clang-format off */
+    static const char* const names[] = {
+/* generated: preset-names */
+        "music",
+        "bass",
+        "steady",
+        "night",
+        "voice",
+        "loud",
+        "off"
+/* end generated */
+    };
+    static const int32_t commands[][2] = { /* identifier; band or -1 */
+/* generated: preset-commands */
+        {0x20003, -1},
+        {0x20004, -1},
+        {0x20005, -1},
+        {0x20007, 0},
+        {0x20007, 1},
+        {0x20007, 2},
+        {0x20007, 3},
+        {0x20007, 4},
+        {0x20007, 5},
+        {0x20007, 6},
+        {0x20007, 7},
+        {0x20007, 8},
+        {0x20007, 9},
+        {0x20009, -1},
+        {0x2000A, -1},
+        {0x2000B, -1},
+        {0x2000C, -1},
+        {0x20002, -1},
+        {0x20006, -1},
+        {0x20008, -1}
+/* end generated */
+    };
+    static const short numbers[][sizeof commands / sizeof commands[0]] = {
+/* generated: preset-values */
+        {100, 100, 100, -10, 50, 50, 0, 0, -5, -15, 0, 5, 5, 120, 10, 75, 100, 0, 1, 1},
+        {100, 100, 100, -20, 100, 80, 5, -5, -15, 0, -10, 5, -5, 100, 30, 55, 100, 0, 1, 1},
+        {100, 100, 600, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 100, 0, 65, 100, 1, 0, 0},
+        {300, 100, 1200, -70, -40, -10, 0, 0, 0, 0, 10, -10, -5, 100, 0, 25, 100, 1, 1, 0},
+        {200, 100, 400, -60, -55, -45, -20, 0, 5, 20, 40, -15, 10, 100, 0, 55, 100, 1, 1, 0},
+        {100, 100, 400, -10, 50, 50, 0, 0, -5, -15, 0, 5, 5, 120, 10, 125, 78, 1, 1, 1},
+        {100, 100, 100, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 100, 0, 100, 100, 0, 0, 0}
+/* end generated */
+    };
+    /* clang-format on */
+    const int32_t last = (int32_t)(sizeof commands / sizeof commands[0]) - 1;
+    size_t row;
+    if (index < 0 || index > last) return 0;
+    for (row = 0; row < sizeof names / sizeof names[0]; ++row) {
+        int32_t count = 0;
+        if (strcmp(names[row], preset) != 0) continue;
+        *id = commands[index][0];
+        if (commands[index][1] >= 0) values[count++] = commands[index][1];
+        values[count++] = numbers[row][index];
+        return count;
+    }
+    return 0;
+}
+
 #endif

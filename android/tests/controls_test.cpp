@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "android/quenthra_orvane.h"
+#include "client/presets.h"
 #include "tests/library_under_test.h"
 
 namespace {
@@ -71,6 +72,32 @@ TEST(Controls, LevelsOfAllBandsAndOfOneGiveWhatTheTablesSay) {
         // Half a step of the level is 0.005 below 0 dB and 0.01 above; the rest is 16-bit rounding.
         EXPECT_NEAR(gain, wanted, (db <= 0 ? 0.005 : 0.01) + 0.001) << db << " dB";
     }
+}
+
+TEST(Controls, PresetsReplaceWhateverWasSetBefore) {
+    const std::vector<int16_t> in = NoiseSamples(2 * 8192, 20000);
+    for (const Preset& preset : Presets()) {
+        Instance fresh, used;
+        used.SwitchEverythingOn();
+        int32_t id = 0, values[2] = {}, index = 0;
+        while (const int32_t count = OrvanePresetCommand(preset.name, index, &id, values)) {
+            unsigned char record[ORVANE_SET_MAX_BYTES];
+            const size_t size = OrvanePackSet(record, id, values, count);
+            used.Command(EFFECT_CMD_SET_PARAM, static_cast<uint32_t>(size), record);
+            ++index;
+        }
+        EXPECT_EQ(index, 20);
+        Settings settings = SettingsOf(preset);
+        if (!settings.IsSet(PARAM_LIMITER_GATE)) settings.Set(PARAM_LIMITER_GATE, 1);
+        for (const ParameterCommand& command : settings.Commands()) fresh.Set(command);
+        for (Instance* instance : {&fresh, &used}) {
+            instance->Configure(44100, 2);
+            instance->Enable();
+        }
+        EXPECT_EQ(used.Run(in, 1024, 2), fresh.Run(in, 1024, 2)) << preset.name;
+    }
+    int32_t id = 0, values[2] = {};
+    EXPECT_EQ(OrvanePresetCommand("musi", 0, &id, values), 0);
 }
 
 }  // namespace

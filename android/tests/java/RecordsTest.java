@@ -9,7 +9,7 @@ import java.util.Arrays;
 
 /** Makes the right sides of print_records.c's lines again from the left, then tests the example. */
 public final class RecordsTest {
-    private static final int LINES = 74;
+    private static final int LINES = 94;
 
     public static void main(String[] args) throws Exception {
         BufferedReader in = new BufferedReader(new InputStreamReader(System.in));
@@ -60,6 +60,11 @@ public final class RecordsTest {
                 return ""
                         + OrvaneRecords.bandTerm(
                                 Integer.parseInt(words[1]), Integer.parseInt(words[2]));
+            case "preset":
+                StringBuilder command = new StringBuilder();
+                for (int word : OrvaneRecords.preset(words[1])[Integer.parseInt(words[2])])
+                    command.append(command.length() == 0 ? "" : " ").append(word);
+                return command.toString();
             default:
                 return "" + OrvaneRecords.class.getField(words[1]).get(null);
         }

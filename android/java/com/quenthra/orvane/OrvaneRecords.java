@@ -128,6 +128,56 @@ public final class OrvaneRecords {
         // end generated
     };
 
+    private static final String[] PRESETS = {
+        // generated: preset-names
+        "music",
+        "bass",
+        "steady",
+        "night",
+        "voice",
+        "loud",
+        "off"
+        // end generated
+    };
+
+    // Identifier; band or -1.
+    private static final int[][] PRESET_COMMANDS = {
+        // generated: preset-commands
+        {0x20003, -1},
+        {0x20004, -1},
+        {0x20005, -1},
+        {0x20007, 0},
+        {0x20007, 1},
+        {0x20007, 2},
+        {0x20007, 3},
+        {0x20007, 4},
+        {0x20007, 5},
+        {0x20007, 6},
+        {0x20007, 7},
+        {0x20007, 8},
+        {0x20007, 9},
+        {0x20009, -1},
+        {0x2000A, -1},
+        {0x2000B, -1},
+        {0x2000C, -1},
+        {0x20002, -1},
+        {0x20006, -1},
+        {0x20008, -1}
+        // end generated
+    };
+
+    private static final short[][] PRESET_VALUES = {
+        // generated: preset-values
+        {100, 100, 100, -10, 50, 50, 0, 0, -5, -15, 0, 5, 5, 120, 10, 75, 100, 0, 1, 1},
+        {100, 100, 100, -20, 100, 80, 5, -5, -15, 0, -10, 5, -5, 100, 30, 55, 100, 0, 1, 1},
+        {100, 100, 600, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 100, 0, 65, 100, 1, 0, 0},
+        {300, 100, 1200, -70, -40, -10, 0, 0, 0, 0, 10, -10, -5, 100, 0, 25, 100, 1, 1, 0},
+        {200, 100, 400, -60, -55, -45, -20, 0, 5, 20, 40, -15, 10, 100, 0, 55, 100, 1, 1, 0},
+        {100, 100, 400, -10, 50, 50, 0, 0, -5, -15, 0, 5, 5, 120, 10, 125, 78, 1, 1, 1},
+        {100, 100, 100, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 100, 0, 100, 100, 0, 0, 0}
+        // end generated
+    };
+
     private OrvaneRecords() {}
 
     /** Packs words one after the other, as the parameter or the value of {@code setParameter}. */
@@ -202,5 +252,25 @@ public final class OrvaneRecords {
     public static int bandTerm(int band, int third) {
         if (band < 0 || band > 9 || third < 0 || third > 29) return 0;
         return TERMS[third][band];
+    }
+
+    /**
+     * Returns the commands of a preset: for each one the identifier, then 1 or 2 values. All presets
+     * have the same commands and set everything that a listener can set. So a preset leaves nothing
+     * of another one. docs/presets.md says what each preset does.
+     *
+     * @throws IllegalArgumentException if there is no such preset
+     */
+    public static int[][] preset(String name) {
+        int row = java.util.Arrays.asList(PRESETS).indexOf(name);
+        if (row < 0) throw new IllegalArgumentException("no preset " + name);
+        int[][] commands = new int[PRESET_COMMANDS.length][];
+        for (int i = 0; i < commands.length; ++i) {
+            int id = PRESET_COMMANDS[i][0];
+            int band = PRESET_COMMANDS[i][1];
+            int value = PRESET_VALUES[row][i];
+            commands[i] = band < 0 ? new int[] {id, value} : new int[] {id, band, value};
+        }
+        return commands;
     }
 }
