@@ -93,6 +93,26 @@ const Router::Target& Router::TargetOf(const Node& node) const {
     return found != targets.end() ? found->second : kNone;
 }
 
+// Must not be called before the session manager has linked something. Until then it has not bound
+// its own metadata. PipeWire 0.3.65 lets a program that binds it wait for an answer of the manager.
+// If both bind at once, the answers get lost, and the sound server hears no program any more.
+void Router::BindMetadata() {
+    if (metadata != nullptr || metadataId == PW_ID_ANY) return;
+    static const pw_metadata_events kEvents = [] {
+        pw_metadata_events events{};
+        events.version = PW_VERSION_METADATA_EVENTS;
+        events.property = [](void* router, uint32_t subject, const char* key, const char*,
+                             const char* value) {
+            return static_cast<Router*>(router)->TakeMetadata(subject, key, value);
+        };
+        return events;
+    }();
+    metadata = static_cast<pw_proxy*>(
+        pw_registry_bind(registry, metadataId, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+    if (metadata != nullptr)
+        pw_proxy_add_object_listener(metadata, &metadataListener, &kEvents, this);
+}
+
 void Router::DropMetadata() {
     if (metadata != nullptr) pw_proxy_destroy(metadata);
     metadata = nullptr;
@@ -103,6 +123,8 @@ void Router::Add(uint32_t id, const char* type, const spa_dict* properties) {
     if (std::strcmp(type, PW_TYPE_INTERFACE_Link) == 0) {
         links[id] = {NumberOf(properties, PW_KEY_LINK_OUTPUT_NODE),
                      NumberOf(properties, PW_KEY_LINK_INPUT_NODE)};
+        const auto from = nodes.find(links[id].from);
+        if (from != nodes.end() && from->second->Is(PW_KEY_NODE_NAME, kOutputName)) BindMetadata();
     } else if (std::strcmp(type, PW_TYPE_INTERFACE_Node) == 0) {
         auto& node = nodes[id] = std::make_unique<Node>();
         node->router = this;
@@ -127,23 +149,10 @@ void Router::Add(uint32_t id, const char* type, const spa_dict* properties) {
             if (node->proxy != nullptr)
                 pw_proxy_add_object_listener(node->proxy, &node->listener, &kEvents, node.get());
         }
-    } else if (std::strcmp(type, PW_TYPE_INTERFACE_Metadata) == 0 && metadata == nullptr) {
+    } else if (std::strcmp(type, PW_TYPE_INTERFACE_Metadata) == 0 && metadataId == PW_ID_ANY) {
         const char* const name = spa_dict_lookup(properties, PW_KEY_METADATA_NAME);
         if (name == nullptr || std::strcmp(name, "default") != 0) return;
-        static const pw_metadata_events kEvents = [] {
-            pw_metadata_events events{};
-            events.version = PW_VERSION_METADATA_EVENTS;
-            events.property = [](void* router, uint32_t subject, const char* key, const char*,
-                                 const char* value) {
-                return static_cast<Router*>(router)->TakeMetadata(subject, key, value);
-            };
-            return events;
-        }();
-        metadata =
-            static_cast<pw_proxy*>(pw_registry_bind(registry, id, type, PW_VERSION_METADATA, 0));
-        if (metadata == nullptr) return;
         metadataId = id;
-        pw_proxy_add_object_listener(metadata, &metadataListener, &kEvents, this);
         if (hadManager) managerIsBack();
         hadManager = true;
     } else {
@@ -157,9 +166,10 @@ void Router::Remove(uint32_t id) {
         if (node->second->proxy != nullptr) pw_proxy_destroy(node->second->proxy);
         nodes.erase(node);
         targets.erase(id);
-    } else if (id == metadataId && metadata != nullptr) {
+    } else if (id == metadataId) {
         // The session manager has ended, and with it all that it knew.
         DropMetadata();
+        metadataId = PW_ID_ANY;
         targets.clear();
     } else if (links.erase(id) == 0) {
         return;

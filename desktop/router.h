@@ -80,6 +80,7 @@ private:
     bool PlaysToDefault(const Node& node) const;
     void Schedule();
     void Route();
+    void BindMetadata();
     void DropMetadata();
 
     std::function<void()> changed, managerIsBack;
@@ -90,7 +91,7 @@ private:
     pw_registry* registry;
     spa_hook registryListener{};
     pw_proxy* metadata = nullptr;
-    uint32_t metadataId = 0;
+    uint32_t metadataId = PW_ID_ANY;
     spa_hook metadataListener{};
     bool hadManager = false;
     std::map<uint32_t, std::unique_ptr<Node>> nodes;
