@@ -25,15 +25,16 @@ def wait_until(what, holds):
 
 
 class Session:
-    def __init__(self, prefix, rate=48000, outputs=(("speakers", 1000), ("headset", 500))):
-        self.rate, self.outputs, self.processes = rate, dict(outputs), {}
+    def __init__(self, prefix, rate=48000, quantum=256):
+        self.rate, self.outputs, self.processes = rate, {"speakers": 1000, "headset": 500}, {}
         self.folder = pathlib.Path(tempfile.mkdtemp())
         (self.folder / "run").mkdir(mode=0o700)
         drop_in = self.folder / "config/pipewire/pipewire.conf.d"
         drop_in.mkdir(parents=True)
         (drop_in / "rate.conf").write_text(
             f"context.properties = {{ default.clock.rate = {rate} default.clock.allowed-rates = [ {rate} ] "
-            "default.clock.quantum = 256 default.clock.min-quantum = 256 default.clock.max-quantum = 256 }\n")
+            f"default.clock.quantum = {quantum} default.clock.min-quantum = {quantum} "
+            f"default.clock.max-quantum = {quantum} }}\n")
         os.environ.update(
             HOME=str(self.folder), XDG_RUNTIME_DIR=str(self.folder / "run"),
             XDG_CONFIG_HOME=str(self.folder / "config"), XDG_STATE_HOME=str(self.folder / "state"),
@@ -74,6 +75,19 @@ class Session:
     def start_manager(self):
         self.start("manager", "wireplumber")
         wait_until("a session manager", lambda: "WirePlumber" in self.run("pw-cli", "ls", "Client").stdout)
+
+    def restart_manager(self):
+        """Outputs that outlive a manager stay dead, and players are lost, also without Orvane."""
+        plugged = [name for name in self.outputs if self.number(name) is not None]
+        self.stop("player")
+        for name in plugged:
+            self.unplug(name)
+        self.stop("manager", signal.SIGKILL)
+        self.start_manager()
+        for name in plugged:
+            self.plug(name)
+        time.sleep(0.5)
+        self.play("tone.wav")
 
     def kill_client(self):
         """Kills the process that serves the socket, if there is one."""
