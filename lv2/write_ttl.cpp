@@ -22,14 +22,6 @@ constexpr char kPrefixes[] =
     "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
     "@prefix unit: <http://lv2plug.in/ns/extensions/units#> .\n\n";
 
-// Returns the text with its first letter in upper case: "Playback gain".
-std::string Sentence(std::string text) {
-    text[0] = static_cast<char>(std::toupper(text[0]));
-    return text;
-}
-std::string GroupUri(const std::string& group) {
-    return fmt::format("<{}#group_{}>", kPluginUri, Symbol(group));
-}
 std::string PresetUri(const Preset& preset) {
     return fmt::format("<{}#{}>", kPluginUri, preset.name);
 }
@@ -85,8 +77,8 @@ std::string ControlPort(uint32_t index) {
     }
     if (control.IsDecibels()) more += "    unit:unit unit:db ;\n";
     if (control.IsBand()) more += "    unit:unit unit:pc ;\n";
-    more += fmt::format("    pg:group {} ;\n    rdfs:comment \"{}\" ;\n", GroupUri(parameter.group),
-                        parameter.law);
+    // A group would make GStreamer take the port for a channel of audio.
+    more += fmt::format("    rdfs:comment \"{}\" ;\n", parameter.law);
     return PortText(index, "lv2:InputPort , lv2:ControlPort", SymbolOf(control), NameOf(control),
                     more);
 }
@@ -108,18 +100,9 @@ std::string PluginText() {
         "<{0}#output> a pg:StereoGroup , pg:OutputGroup ;\n  lv2:symbol \"output\" ;\n"
         "  lv2:name \"Output\" ;\n  pg:source <{0}#input> .\n\n",
         kPluginUri);
-    std::string last;
-    for (const Control& control : kControls) {
-        const std::string group = control.parameter->group;
-        if (group != last)
-            text +=
-                fmt::format("{} a pg:Group ;\n  lv2:symbol \"group_{}\" ;\n  lv2:name \"{}\" .\n\n",
-                            GroupUri(group), Symbol(group), Sentence(group));
-        last = group;
-    }
     text += fmt::format(
         "<{0}>\n  a lv2:Plugin , lv2:DynamicsPlugin ;\n  lv2:project <{0}#project> ;\n"
-        "  doap:name \"Quenthra Orvane\" ;\n  lv2:minorVersion {1} ;\n  lv2:microVersion 2 ;\n"
+        "  doap:name \"Quenthra Orvane\" ;\n  lv2:minorVersion {1} ;\n  lv2:microVersion 4 ;\n"
         "  lv2:optionalFeature lv2:hardRTCapable ;\n"
         "  pg:mainInput <{0}#input> ;\n  pg:mainOutput <{0}#output> ;\n"
         "  rdfs:comment \"Levels, equalises, enhances and limits, as the effect library does on a "

@@ -14,6 +14,8 @@ uri=urn:quenthra:orvane
 
 lv2_validate "$build"/orvane.lv2/*.ttl >"$here/validate" 2>&1 || { cat "$here/validate"; exit 1; }
 grep -q "Found 0 errors" "$here/validate"
+# GStreamer takes each port with a group for a channel of audio.
+[ "$(grep -c pg:group "$build/orvane.lv2/orvane.ttl")" = 4 ]
 nm -D --defined-only "$build/orvane.lv2/orvane.so" | grep -v ' lv2_descriptor$' | (! grep .)
 
 # Prints "symbol value" for each control of the preset $1, one a line.
