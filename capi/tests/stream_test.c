@@ -179,11 +179,13 @@ static void test_forms(void) {
         orvane_get(reference, orvane_find(parameter->key), &value);
         orvane_set(by_values, n, value);
     }
+    allocations = 0;
     orvane_apply_preset(by_preset, orvane_find_preset("loud"));
     orvane_process_int16(reference, in, whole, SECOND);
     orvane_process_planar(by_values, (const float* const*)io, io, SECOND);
     orvane_process_float(by_preset, mixed, mixed, SECOND);
     orvane_process_int16(mono, single, single, SECOND);
+    CHECK(allocations == 0);
     for (n = 0; n < SECOND; ++n)
         same = same && single[n] == whole[2 * n] && 32768 * left[n] == whole[2 * n] &&
                32768 * right[n] == whole[2 * n + 1] && 32768 * mixed[2 * n] == whole[2 * n];
