@@ -90,13 +90,14 @@ void ChainPair::Jump(const Wires& wanted, uint32_t newBufferFrames) {
     Rest(&Other());
 }
 
-void ChainPair::Clear() {
+uint32_t ChainPair::Clear() {
     for (size_t n = 0; n < kControls.size(); ++n) {
         if (!kControls[n].IsSwitch() || n == kAutomaticGain || Heard().sent[n] == 0) continue;
         const int32_t on = Heard().sent[n];
         Send(&Heard(), n, 0);
         Send(&Heard(), n, on);
     }
+    return StreamDelayFrames(Settings()) + BufferingFrames(switches, bufferFrames);
 }
 
 void ChainPair::Move(const Wires& wanted) {

@@ -55,8 +55,9 @@ public:
 
     // Clears the equalizer and the enhancer of the heard instance, which start anew with the next
     // buffer. The automatic gain and the limiters keep their histories. Call it only where a buffer
-    // begins and no cross-fade is in progress.
-    void Clear();
+    // begins and no cross-fade is in progress. Returns how many frames of the next ones can still
+    // hold earlier sound: the output limiters keep it until the enhancer returns frames.
+    uint32_t Clear();
 
     // Returns the frames from input to output: one buffer and the chain's delay.
     uint32_t LatencyFrames() const;

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "client/delay.h"
 #include "client/quantize.h"
 #include "client/stream.h"
 
@@ -74,15 +73,13 @@ void LiveStream::Flush() {
     if (bufferAt + kForgetFrames > bufferFrames) FillBuffer();
     FillBuffer();
     Jump();
-    chains.Clear();
+    // The chain has also returned a buffer that isn't heard yet.
+    muted = bufferFrames + chains.Clear();
     latencyFrames = chains.LatencyFrames();
     for (float(&channel)[kHistoryFrames] : history) std::fill_n(channel, kHistoryFrames, 0.0F);
     tapFade = open = kFadeFrames;
     duck = Duck::kOpen;
     dry = bypassed ? kFadeFrames : 0;
-    // The result is muted for the buffer that the chain has returned, and for what the output
-    // limiters still hold.
-    muted = bufferFrames + DelayFrames(Settings(), bufferFrames);
     sourceSquares = resultSquares = 0;
     peak = 0;
 }
