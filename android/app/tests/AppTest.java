@@ -24,7 +24,7 @@ final class AppTest {
         testFormats();
         testFlushAndFormatChange();
         testThreads();
-        testStream();
+        testAllocationAndClose();
     }
 
     /** Noise and tones, loud and soft, to the last frame. */
@@ -202,24 +202,29 @@ final class AppTest {
         processor.reset();
     }
 
-    private static void testStream() {
-        final OrvaneStream stream = new OrvaneStream(48000, "music");
-        final ByteBuffer in = direct(sound(1024, 4)), out = direct(new byte[4096]);
+    private static void testAllocationAndClose() {
+        final OrvaneAudioProcessor processor = new OrvaneAudioProcessor("music");
+        configure(processor, 48000);
+        processor.flush();
+        final ByteBuffer in = direct(sound(1024, 4));
         final com.sun.management.ThreadMXBean counter =
                 (com.sun.management.ThreadMXBean) ManagementFactory.getThreadMXBean();
+        final long thread = Thread.currentThread().getId();
         long before = 0;
         for (int n = 0; n < 2000; ++n) {
-            if (n == 1000) before = counter.getThreadAllocatedBytes(Thread.currentThread().getId());
+            if (n == 1000) before = counter.getThreadAllocatedBytes(thread);
             in.clear();
-            out.clear();
-            stream.process(in, out);
+            processor.queueInput(in);
+            processor.getOutput();
         }
-        final long after = counter.getThreadAllocatedBytes(Thread.currentThread().getId());
-        check(after - before < 1000, "allocates " + (after - before) + " bytes in 1000 calls");
+        final long bytes = counter.getThreadAllocatedBytes(thread) - before;
+        check(bytes < 1000, "allocates " + bytes + " bytes in 1000 calls");
+
+        final OrvaneStream stream = new OrvaneStream(48000, "music");
         stream.close();
         stream.set(0, 1);
         try {
-            stream.process(in, out);
+            stream.process(in, in);
             check(false, "plays after close");
         } catch (IllegalStateException wanted) {
         }

@@ -6,9 +6,9 @@ import java.nio.ByteOrder;
 import java.util.Arrays;
 
 /**
- * The Quenthra Orvane effect as an audio processor of Media3 (written for version 1.5; the interface
- * has been the same since 1.0). It processes stereo sound of 16-bit samples at 32000 to 48000 Hz. For
- * other formats it is inactive, and the sound passes unchanged.
+ * The Quenthra Orvane effect as an audio processor of Media3, written for version 1.5. In later
+ * versions, the flush() that tells more calls this one. It processes stereo sound of 16-bit samples
+ * at 32000 to 48000 Hz. For other formats it is inactive, and the sound passes unchanged.
  *
  * <p>As many frames come out as went in, and each at its own place. Methods of AudioProcessor are
  * called by one thread at a time. setPreset(), set() and setBypass() may be called by any thread at any
