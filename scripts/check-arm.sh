@@ -3,12 +3,13 @@
 # use no floating-point or vector unit and no instruction sets besides ARMv5TE's two. Calls from one
 # set to the other must need no stubs. The library must have no writable data of its own.
 #
-# usage: check-arm.sh [LIBRARY]
+# usage: check-arm.sh [LIBRARY]    one with its table of symbols
 set -eu
 cd "$(dirname "$0")/.."
 library=${1:-build/arm-softfloat/libqth_orvane_ics_NOVFP.so}
 prefix=arm-linux-gnueabi-
 failures=0
+"${prefix}readelf" -SW "$library" | grep -q ' \.symtab ' || { echo "check-arm: no symbols" >&2; exit 1; }
 
 scripts/check-library.sh "$library" "$prefix" || failures=1
 

@@ -9,7 +9,8 @@ most_text=106496
 most_heap=230400
 cd "$(dirname "$0")/.."
 build=build/arm-softfloat
-library=$build/android/device/libqth_orvane_ics_NOVFP.so
+file=$build/android/device/libqth_orvane_ics_NOVFP.so # without the symbols that are asked for below
+library=$build/android/device/with_symbols.so
 prefix=arm-linux-gnueabi-
 
 cmake --preset arm-softfloat -DORVANE_BENCH=ON >/dev/null
@@ -69,6 +70,7 @@ $stages
 | bss: zeroed data | $(size_of 3) bytes |
 | objects that stay writable | ${writable:-none} |
 | heap of one instance, 44100 Hz, stereo, everything on | $heap bytes |
+| size of the file | $(stat -c %s "$file") bytes |
 | shared libraries | $needed |
 | functions of them | $undefined |
 | exported symbols | $exported |
