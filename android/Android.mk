@@ -30,10 +30,11 @@ LOCAL_SRC_FILES := $(filter-out platform/log_stderr.cpp,$(patsubst $(LOCAL_PATH)
   $(foreach folder,platform host unit effects dsp dsp/softfloat,$(LOCAL_PATH)/$(folder)/*.cpp))))
 # Arithmetic is scalar, and each product and sum is rounded by itself. NEON would flush subnormal
 # numbers, and a fused multiply-add would round only once. Mathematics functions are called and not
-# evaluated by the compiler, so the run-time library computes every filter design.
+# evaluated by the compiler, so the run-time library computes every filter design. Newer NDKs use NEON
+# whatever LOCAL_ARM_NEON says, so the options name a unit without it.
 LOCAL_ARM_MODE := arm
 LOCAL_ARM_NEON := false
-LOCAL_CFLAGS := -O2 -ffp-contract=off -fvisibility=hidden -U_FORTIFY_SOURCE \
+LOCAL_CFLAGS := -O2 -mfpu=vfpv3-d16 -ffp-contract=off -fvisibility=hidden -U_FORTIFY_SOURCE \
   -ffunction-sections -fdata-sections -fno-unwind-tables -fno-asynchronous-unwind-tables \
   -fno-builtin-sin -fno-builtin-cos -fno-builtin-exp -fno-builtin-pow -fno-builtin-sinf \
   -fno-builtin-cosf -fno-builtin-powf -fno-builtin-logf
