@@ -189,6 +189,8 @@ def leaves_a_listeners_own_target(session):
         session.run("pw-metadata", str(session.number("player")), "target.object",
                     str(session.nodes()[session.number(output)]["object.serial"]), "Spa:Id")
         session.hears(output, False)
+        time.sleep(0.7)
+        assert session.heard_on() == ({output}, False)
     session.stop("player")
     for command in ("status", "off"):  # the session manager brings the choice back
         session.play("tone.wav")
