@@ -93,9 +93,10 @@ const Router::Target& Router::TargetOf(const Node& node) const {
     return found != targets.end() ? found->second : kNone;
 }
 
-// Must not be called before the session manager has linked something. Until then it has not bound
-// its own metadata. PipeWire 0.3.65 lets a program that binds it wait for an answer of the manager.
-// If both bind at once, the answers get lost, and the sound server hears no program any more.
+// Must not be called before the session manager has linked something. With PipeWire 0.3.65 the
+// sound server was seen to answer no program any more if we bound the metadata while a restarted
+// session manager was still about to do so. Since we wait, that has not been seen again. The cause
+// isn't known.
 void Router::BindMetadata() {
     if (metadata != nullptr || metadataId == PW_ID_ANY) return;
     static const pw_metadata_events kEvents = [] {
