@@ -75,7 +75,7 @@ TEST(Controls, LevelsOfAllBandsAndOfOneGiveWhatTheTablesSay) {
 }
 
 TEST(Controls, PresetsReplaceWhateverWasSetBefore) {
-    const std::vector<int16_t> in = NoiseSamples(2 * 8192, 20000);
+    const std::vector<int16_t> in = NoiseSamples(16384, 20000);
     for (const Preset& preset : Presets()) {
         Instance fresh, used;
         used.SwitchEverythingOn();
