@@ -21,7 +21,8 @@ test="binutils libgtest-dev android-libcutils clang clang-format clang-tidy clan
   libclang-rt-14-dev llvm-14 python3 android-liblog-dev valgrind default-jdk-headless make git
   man-db parallel rsync lintian fretsonfire-songs-muldjord pocketsphinx-testdata alsa-utils
   liblilv-dev lilv-utils sordi ffmpeg jalv jackd1 pipewire-bin libpipewire-0.3-modules wireplumber
-  dbus-daemon systemd xvfb at-spi2-core gir1.2-atspi-2.0 python3-gi desktop-file-utils"
+  dbus-daemon systemd xvfb at-spi2-core gir1.2-atspi-2.0 python3-gi python3-z3
+  desktop-file-utils libstdc++-12-dev-armel-cross"
 arm="cmake ninja-build python3 g++-arm-linux-gnueabi g++-aarch64-linux-gnu qemu-user googletest
   android-liblog-dev"
 wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs esbuild dpkg-dev"
