@@ -74,7 +74,7 @@ struct orvane_stream {
 
     AnyRate<LiveStream> stream;
     const uint32_t channels;
-    // What was set, in the units of the table.
+    // The values that were set last, in the units of the table.
     std::array<std::atomic<double>, kControls.size()> values{};
     std::atomic<uint32_t> changes = 0;  // counts the calls that set values
     uint32_t taken = 0;                 // the count when values were last taken over
@@ -87,25 +87,6 @@ static_assert(std::atomic<double>::is_always_lock_free);
 
 namespace {
 
-constexpr size_t kKeySize = 32;
-
-// The key of a control, as a text of constant storage.
-struct KeyText {
-    std::array<char, kKeySize> text{};
-};
-constexpr auto kKeys = [] {
-    std::array<KeyText, kControls.size()> keys{};
-    for (size_t n = 0; n < keys.size(); ++n) {
-        const char* const key = kControls[n].parameter->key;
-        size_t at = 0;
-        for (; key[at] != '\0'; ++at) keys[n].text[at] = key[at];
-        if (kControls[n].parameter->kind != ParameterKind::kBandValue) continue;
-        keys[n].text[at++] = '-';
-        keys[n].text[at] = static_cast<char>('0' + kControls[n].band);
-    }
-    return keys;
-}();
-
 constexpr int ControlOf(ParameterId id) {
     for (size_t n = 0; n < kControls.size(); ++n)
         if (kControls[n].parameter->id == id) return static_cast<int>(n);
@@ -116,7 +97,7 @@ constexpr auto kList = [] {
     for (size_t n = 0; n < list.size(); ++n) {
         const Parameter& row = *kControls[n].parameter;
         const bool isBand = row.kind == ParameterKind::kBandValue;
-        list[n] = {kKeys[n].text.data(),
+        list[n] = {kControlKeys[n].text.data(),
                    row.label,
                    row.group,
                    UnitText(row.unit),

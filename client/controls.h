@@ -82,10 +82,26 @@ constexpr auto kControls = [] {
     return controls;
 }();
 
-// Returns the table's key, with the band's number if the control is a band: "output-gain", "eq-3".
+// The keys of the controls, in their order: the table's key, with the band's number if the control
+// is a band: "output-gain", "eq-3".
+struct ControlKey {
+    std::array<char, 32> text{};
+};
+constexpr auto kControlKeys = [] {
+    static_assert(kBandCount <= 10, "a band's number is one digit");
+    std::array<ControlKey, kControls.size()> keys;
+    for (size_t n = 0; n < keys.size(); ++n) {
+        size_t at = 0;
+        for (const char* c = kControls[n].parameter->key; *c != '\0'; ++c) keys[n].text[at++] = *c;
+        if (kControls[n].parameter->kind != ParameterKind::kBandValue) continue;
+        keys[n].text[at++] = '-';
+        keys[n].text[at] = static_cast<char>('0' + kControls[n].band);
+    }
+    return keys;
+}();
+// `control` must be an element of kControls.
 inline std::string KeyOf(const Control& control) {
-    const std::string key = control.parameter->key;
-    return control.IsBand() ? key + '-' + std::to_string(control.band) : key;
+    return kControlKeys[static_cast<size_t>(&control - kControls.data())].text.data();
 }
 
 // Returns the name that a listener reads: the table's words, then the parameter's name if it

@@ -9,9 +9,8 @@
 //   {"do": "set", "key": "process", "value": "1.2", "for": NAME}
 //   {"do": "leave-out", "application": NAME, "out": false}
 //   {"do": "set", "settings": [...], "for": NAME} all settings; whether the output is on stays
-//   {"do": "bypass", "on": true, "gain_db": -3}   the input is heard, with the same latency and
-//   this
-//                                                 gain, until the connection ends
+//   {"do": "bypass", "on": true, "gain_db": -3}   plays the input with this gain and the same
+//                                                 latency, until the connection ends
 //   {"do": "watch", "on": true}                   from now on, events come without being asked for
 //   {"do": "quit"}                                the sound goes on without us
 //
@@ -50,7 +49,7 @@ public:
     virtual void Quit() = 0;
 };
 
-// What a program wants as long as its connection lasts.
+// Holds what a program has asked for. The wishes end with its connection.
 struct ConnectionWishes {
     bool watches = false;   // it gets events
     bool bypasses = false;  // it hears the input

@@ -25,7 +25,7 @@
 class LiveStream {
 public:
     static constexpr uint32_t kBufferFrames = 1024;
-    // With buffers of the enhancer's block size, the enhancer returns no silent buffers.
+    // This is the enhancer's block size. With such buffers the enhancer never returns silence.
     static constexpr uint32_t kLowLatencyFrames = 770;
 
     // rateHz: 32000 to 48000; the library refuses others. Every processor is off at first.

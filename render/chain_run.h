@@ -50,7 +50,7 @@ struct RenderJob {
     bool onlyWhole = false;          // writes nothing if the source is damaged
     std::optional<FileTimes> times;  // the output's times; nothing: the present time
     bool showProgress = false;
-    // What to measure for the report. For a picture, everything is measured.
+    // Says what is measured for the report. For a picture, everything is measured.
     Metering metering = Metering::kEverything;
 };
 

@@ -38,8 +38,7 @@ def digest(*paths):
 def commands_of(build, pattern):
     """Writes the compile commands of the matching sources into a folder for clang-tidy. Precompiled
     headers are left out, because another compiler made them, and so is an option that clang doesn't
-    know. Returns the folder, and the commands of
-    each source."""
+    know. Returns the folder, and the commands of each source."""
     text = (build / "compile_commands.json").read_text()
     text = re.sub(r"-Winvalid-pch -include \S*|-fno-gnu-unique", "", text)
     entries = [e for e in json.loads(text) if re.search(pattern, e["file"])]

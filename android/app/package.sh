@@ -13,8 +13,8 @@ lowest_sdk=21 # Android 5.0, the first with 64 bits
 check() {
   wrong=$("${2}readelf" -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/needs \1/p' |
     grep -vxE 'needs lib[cm]\.so' || true)
-  sed -n 's/^PLATFORM_FUNCTION(\(.*\))/imports \1/p' "$root/android/app/platform.c" |
-    sort -u >"$work/allowed"
+  sed -n 's/^PLATFORM_FUNCTION(\(.*\))/imports \1/p' "$root"/android/app/platform.c \
+    "$root"/android/device/lib[cm].c | sort -u >"$work/allowed"
   wrong="$wrong$("${2}nm" -D -u "$1" | sed 's/^.* [Uw] /imports /; s/@.*//' |
     grep -vxFf "$work/allowed" || true)"
   wrong="$wrong$("${2}nm" -D --defined-only "$1" | sed 's/^.* /exports /' |

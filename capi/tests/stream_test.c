@@ -51,6 +51,12 @@ static double level_db(const int16_t* samples, size_t from, size_t frames) {
     return 10 * log10(squares / (double)frames);
 }
 
+static int is_silent(const int16_t* samples, size_t frames) {
+    size_t n = 0;
+    while (n < 2 * frames && samples[n] == 0) ++n;
+    return n == 2 * frames;
+}
+
 /* Whatever allocation of a creation fails, there is no stream, and a line says why. */
 static void test_refused_allocations(uint32_t rate) {
     char error[ORVANE_ERROR_SIZE];
@@ -140,17 +146,14 @@ static void test_seeks(const char* preset, unsigned flags) {
             orvane_process_int16(with, in + 2 * n, sought + 2 * n,
                                  frames - n < 100 + seek ? frames - n : 100 + seek);
         CHECK(allocations == 0);
-        for (n = 0; n < 2 * (size_t)(latency - 640); ++n)
-            if (sought[n] != 0) break;
-        CHECK(seek == 0 || n == 2 * (size_t)(latency - 640));
+        CHECK(seek == 0 || is_silent(sought, latency - 640));
         for (n = latency + SECOND / 100; n < SECOND * 3 / 4; n += SECOND / 10)
             CHECK(fabs(level_db(sought, n, SECOND / 10) - level_db(plain, n, SECOND / 10)) < 1);
     }
     orvane_flush(with);
     memset(in, 0, sizeof in);
     orvane_process_int16(with, in, sought, SECOND);
-    for (n = 0; n < 2 * SECOND && sought[n] == 0; ++n) continue;
-    CHECK(n == 2 * SECOND);
+    CHECK(is_silent(sought, SECOND));
     orvane_destroy(without);
     orvane_destroy(with);
 }
@@ -201,15 +204,13 @@ static void test_forms(void) {
 static void test_flush_while_resampling(void) {
     static int16_t samples[2 * SECOND];
     orvane_stream* stream = orvane_create(4 * RATE, 2, "loud", NULL, 0, NULL, 0);
-    int n;
     fill(samples, 0, SECOND);
     orvane_process_int16(stream, samples, samples, SECOND / 2 + 1);
     CHECK(level_db(samples, 0, SECOND / 2) > 30);
     orvane_flush(stream);
     memset(samples, 0, sizeof samples);
     orvane_process_int16(stream, samples, samples, SECOND);
-    for (n = 0; n < 2 * SECOND && samples[n] == 0; ++n) continue;
-    CHECK(n == 2 * SECOND);
+    CHECK(is_silent(samples, SECOND));
     orvane_destroy(stream);
 }
 

@@ -52,7 +52,7 @@ public:
     void Watch(bool wanted);
 
     bool IsConnected() const { return connection != nullptr; }
-    // Of the present output; "" if there is none.
+    // Returns the name of the present output; "" if there is none.
     const std::string& Output() const { return output; }
     bool IsOn() const { return isOn; }
     double RateHz() const { return rateHz; }

@@ -26,7 +26,7 @@ public:
         gtk_widget_set_size_request(window, 360, 294);
         MakeHeader();
         MakeOffPage();
-        MakeActions(application);
+        MakeActions();
         gtk_stack_set_transition_type(GTK_STACK(stack), GTK_STACK_TRANSITION_TYPE_SLIDE_LEFT_RIGHT);
         gtk_widget_set_vexpand(stack, true);
         gtk_stack_add_named(GTK_STACK(stack), off, "off");
@@ -95,7 +95,7 @@ private:
         g_strfreev(words);
     }
 
-    void MakeActions(AdwApplication*) {
+    void MakeActions() {
         Add("back", "Escape <Alt>Left", [](Window* self) {
             if (self->link.IsConnected()) self->ShowPage("sound");
         });
@@ -167,7 +167,7 @@ private:
         link.Watch(wanted);
     }
 
-    // As `orvane-desktop on` does, whose message is shown if it fails.
+    // Runs `orvane-desktop on` and shows its message if it fails.
     void TurnOn() {
         gtk_widget_set_sensitive(turnOn, false);
         GError* fault = nullptr;

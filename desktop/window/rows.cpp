@@ -28,9 +28,13 @@ const Preset* PresetLike(const Settings& settings) {
     return nullptr;
 }
 
-std::string SignedText(double db) {
-    const double rounded = std::round(db * 10) / 10;
-    return fmt::format("{}{:.1f}", rounded < 0 ? "−" : rounded > 0 ? "+" : "", std::abs(rounded));
+std::string SignedText(double db, int decimals) {
+    const double scale = std::pow(10, decimals), rounded = std::round(db * scale) / scale;
+    return fmt::format("{}{:.{}f}",
+                       rounded < 0   ? "−"
+                       : rounded > 0 ? "+"
+                                     : "",
+                       std::abs(rounded), decimals);
 }
 
 GtkWidget* NewNote(const std::string& text) {

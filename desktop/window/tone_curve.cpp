@@ -242,14 +242,7 @@ void ToneCurve::DrawGrid(cairo_t* cairo, const Area& plot) {
         UseColour(area, cairo, nullptr, db == 0 ? 0.45 : 0.1);
         Line(cairo, plot.left, y, plot.left + plot.width, y);
         UseColour(area, cairo, nullptr, 0.7);
-        Text(cairo,
-             db == kHighDb ? "dB"
-                           : fmt::format("{}{}",
-                                         db < 0   ? "−"
-                                         : db > 0 ? "+"
-                                                  : "",
-                                         std::abs(db)),
-             plot.left - 6, y, 1);
+        Text(cairo, db == kHighDb ? "dB" : SignedText(db, 0), plot.left - 6, y, 1);
     }
 }
 

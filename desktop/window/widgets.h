@@ -22,8 +22,8 @@ void Connect(gpointer object, const char* signal, std::function<void()> action);
 std::string Sentence(std::string text);
 // Returns the preset that sounds like these settings, or null.
 const Preset* PresetLike(const Settings& settings);
-// Returns "+3.0" or "−3.0", with the sign of typography.
-std::string SignedText(double db);
+// Returns "+3.0" or "−3.0", with a minus sign instead of a hyphen; 0 has no sign.
+std::string SignedText(double db, int decimals = 1);
 // Returns "200 Hz" or "1.5 kHz".
 std::string HzText(double hz);
 // Returns a small label whose text may take several lines.
