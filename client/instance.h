@@ -9,7 +9,7 @@
 
 #include "client/parameter_command.h"
 #include "host/identity.h"
-#include "platform/effect_api.h"
+#include "platform/library_record.h"
 
 // Returns a configuration with 16-bit PCM on both sides. rateHz is 32000 to 48000; channels is 1
 // or 2.

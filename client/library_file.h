@@ -5,7 +5,7 @@
 #pragma once
 #include <string>
 
-#include "platform/effect_api.h"
+#include "platform/library_record.h"
 
 class LibraryFile {
 public:

@@ -208,8 +208,10 @@ int32_t EffectRelease(effect_handle_t handle) {
 // with the first names, so a name that is looked up would lead to the loader.
 #define OWN_FUNCTION(name) \
     __attribute__((alias("Effect" #name), visibility("hidden"))) decltype(Effect##name) Own##name
+#if ORVANE_LIBRARY_INTERFACE == 2
 OWN_FUNCTION(QueryNumberEffects);
 OWN_FUNCTION(QueryEffect);
+#endif
 OWN_FUNCTION(Create);
 OWN_FUNCTION(Release);
 OWN_FUNCTION(GetDescriptor);
@@ -218,8 +220,10 @@ const audio_effect_library_t AELI = {AUDIO_EFFECT_LIBRARY_TAG,
                                      EFFECT_LIBRARY_API_VERSION,
                                      kEffectName,
                                      kImplementor,
+#if ORVANE_LIBRARY_INTERFACE == 2
                                      OwnQueryNumberEffects,
                                      OwnQueryEffect,
+#endif
                                      OwnCreate,
                                      OwnRelease,
                                      OwnGetDescriptor};

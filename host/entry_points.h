@@ -1,10 +1,10 @@
-// The library's boundary: the exported record AELI with its five entry points, the version getters,
-// and two helpers that tests use.
+// The library's boundary: the exported record AELI with its entry points, the version getters, and
+// two helpers that tests use.
 #pragma once
 #include <cstddef>
 
-#include "platform/effect_api.h"
 #include "platform/export.h"
+#include "platform/library_record.h"
 
 extern "C" {
 ORVANE_API extern const audio_effect_library_t AELI;

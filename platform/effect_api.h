@@ -25,7 +25,8 @@ struct effect_descriptor_t {
     char implementor[64];
 };
 
-// frameCount frames of interleaved 16-bit samples.
+// frameCount frames of interleaved 16-bit samples. In 64-bit processes the framework's frameCount
+// has 64 bits. The field here is its lower half, and the upper half is 0.
 struct audio_buffer_s {
     uint32_t frameCount;
     int16_t* s16;
@@ -72,24 +73,6 @@ struct effect_interface_s {
     int32_t (*process_reverse)(effect_handle_t self, audio_buffer_s* in, audio_buffer_s* out);
 };
 
-struct audio_effect_library_t {
-    uint32_t tag;      // AUDIO_EFFECT_LIBRARY_TAG
-    uint32_t version;  // major in the upper half, minor in the lower
-    const char* name;
-    const char* implementor;
-    int32_t (*query_num_effects)(uint32_t* pNumEffects);
-    int32_t (*query_effect)(uint32_t index, effect_descriptor_t* pDescriptor);
-    int32_t (*create_effect)(const effect_uuid_s* uuid, int32_t sessionId, int32_t ioId,
-                             effect_handle_t* pHandle);
-    int32_t (*release_effect)(effect_handle_t handle);
-    int32_t (*get_descriptor)(const effect_uuid_s* uuid, effect_descriptor_t* pDescriptor);
-};
-
-// Name of the exported audio_effect_library_t.
-#define AUDIO_EFFECT_LIBRARY_INFO_SYM_AS_STR "AELI"
-
-constexpr uint32_t AUDIO_EFFECT_LIBRARY_TAG = 0x41454C54;  // 'A' 'E' 'L' 'T', big-endian
-constexpr uint32_t EFFECT_LIBRARY_API_VERSION = 0x00020000;
 constexpr uint32_t EFFECT_CONTROL_API_VERSION = 0x00020000;
 
 constexpr uint32_t EFFECT_FLAG_INSERT_LAST = 0x00000010;
@@ -133,8 +116,8 @@ static_assert(offsetof(effect_descriptor_t, implementor) == 108);
 static_assert(sizeof(effect_param_t) == 12);
 static_assert(offsetof(effect_config_t, outputCfg) == sizeof(buffer_config_t));
 static_assert(sizeof(effect_interface_s) == 4 * sizeof(void*));
-static_assert(sizeof(void*) != 4 || sizeof(audio_effect_library_t) == 36);
-static_assert(sizeof(void*) != 4 || sizeof(effect_config_t) == 64);
+static_assert(sizeof(effect_config_t) == (sizeof(void*) == 4 ? 64 : 112));
+static_assert(offsetof(audio_buffer_s, s16) == sizeof(void*));
 static_assert(sizeof(void*) != 4 || sizeof(audio_buffer_s) == 8);
 static_assert(sizeof(void*) != 4 || offsetof(buffer_config_t, samplingRate) == 8);
 static_assert(sizeof(void*) != 4 || offsetof(buffer_config_t, format) == 28);

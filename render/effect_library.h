@@ -12,7 +12,7 @@
 
 #include "client/library_file.h"
 #include "client/stream.h"
-#include "platform/effect_api.h"
+#include "platform/library_record.h"
 
 // Throws "the library refuses to ..." if the status isn't 0.
 void Check(int32_t status, const std::string& what);
