@@ -12,49 +12,21 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "client/instance.h"
 #include "client/library_file.h"
 #include "client/stderr_silencer.h"
-#include "tests/histories.h"
+#include "tests/history_player.h"
 
 namespace {
 
-// Makes calls on one instance. The output of a buffer is in `out`. Every second buffer is processed
-// in place.
-class Player {
-public:
-    explicit Player(const audio_effect_library_t& library) : instance(library) {
-        if (instance.handle == nullptr) std::abort();
-    }
-    int32_t Play(const HistoryCall& call, const int16_t* input, uint32_t channels) {
-        const auto first = static_cast<uint32_t>(call.first);
-        switch (call.kind) {
-            case HistoryCall::kConfigure:
-                return instance.Configure(first, static_cast<uint32_t>(call.values[0]));
-            case HistoryCall::kCommand:
-                return instance.Command(first);
-            case HistoryCall::kSet:
-                return instance.Set(call.first, {call.values[0], call.values[1]});
-            case HistoryCall::kProcess:
-                break;
-        }
-        const size_t count = size_t{first} * channels;
-        inPlace = !inPlace;
-        if (inPlace) std::memcpy(out, input, count * sizeof *out);
-        return instance.Process(inPlace ? out : input, out, first);
-    }
-
-    int16_t out[2 * History::kMostFrames];
-
-private:
-    ClientInstance instance;
-    bool inPlace = false;
-};
+std::unique_ptr<HistoryPlayer> NewPlayer(const audio_effect_library_t& library) {
+    auto player = std::make_unique<HistoryPlayer>(library);
+    if (!player->HasInstance()) std::abort();
+    return player;
+}
 
 void PrintCall(const HistoryCall& call) {
     constexpr const char* kNames[] = {"configure", "command", "set", "process"};
@@ -65,7 +37,7 @@ void PrintCall(const HistoryCall& call) {
 // Plays one history and returns its digest. With `print`, prints a line for each call.
 uint64_t Play(const audio_effect_library_t& library, uint32_t number, bool print) {
     const auto history = std::make_unique<History>(number);
-    const auto player = std::make_unique<Player>(library);
+    const auto player = NewPlayer(library);
     while (const HistoryCall* const call = history->Next()) {
         history->Answer(player->Play(*call, history->Input(), history->Channels()), player->out);
         if (!print) continue;
@@ -80,7 +52,7 @@ uint64_t Play(const audio_effect_library_t& library, uint32_t number, bool print
 bool Agree(const audio_effect_library_t& library, const audio_effect_library_t& other,
            uint32_t number, uint64_t* frames) {
     const auto history = std::make_unique<History>(number);
-    const auto one = std::make_unique<Player>(library), two = std::make_unique<Player>(other);
+    const auto one = NewPlayer(library), two = NewPlayer(other);
     for (uint32_t calls = 0; const HistoryCall* const call = history->Next(); ++calls) {
         const int32_t status = one->Play(*call, history->Input(), history->Channels());
         const int32_t otherStatus = two->Play(*call, history->Input(), history->Channels());
