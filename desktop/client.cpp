@@ -44,21 +44,14 @@ public:
             Made(pw_loop_add_signal(
                 loop, signal, [](void* client, int) { static_cast<Client*>(client)->Quit(); },
                 this));
-        core = pw_context_connect(context.get(), nullptr, 0);
-        if (core == nullptr) throw std::runtime_error("no PipeWire is running");
-        static const pw_core_events kEvents = [] {
-            pw_core_events events{};
-            events.version = PW_VERSION_CORE_EVENTS;
-            events.done = [](void* client, uint32_t, int number) {
-                static_cast<Client*>(client)->TakeDone(number);
-            };
-            events.error = [](void* client, uint32_t id, int, int result, const char*) {
-                if (id == PW_ID_CORE && result == -EPIPE)
-                    static_cast<Client*>(client)->ServerEnded();
-            };
-            return events;
-        }();
-        pw_core_add_listener(core, &coreListener, &kEvents, this);
+        renewal = Made(pw_loop_add_event(
+            loop, [](void* client, uint64_t) { static_cast<Client*>(client)->Renew(); }, this));
+        deadline = Made(pw_loop_add_timer(
+            loop,
+            [](void* client, uint64_t) {
+                pw_main_loop_quit(static_cast<Client*>(client)->mainLoop.get());
+            },
+            this));
         socket.emplace(
             loop, ControlSocket::Service{[this](const std::string& line, ConnectionWishes* wishes) {
                                              return AnswerRequest(line, &profiles, this, wishes);
@@ -68,20 +61,12 @@ public:
                                          [this](const ConnectionWishes& wishes) {
                                              if (wishes.bypasses) SetBypass(false, 0);
                                          }});
-        router.emplace(
-            core, [this] { Update(); }, [this] { RenewPair(); });
-        pair.emplace(context.get(), core, settings);
-        router->LeaveOut(profiles.LeftOut());
+        Connect();
     }
 
     ~Client() override {
-        pair.reset();
-        router.reset();
+        Disconnect();
         socket.reset();
-        if (core != nullptr) {
-            spa_hook_remove(&coreListener);
-            pw_core_disconnect(core);
-        }
     }
 
     int Run() {
@@ -108,12 +93,14 @@ public:
         Update();
     }
 
-    // Gives all players back, and ends when the server has heard of it.
+    // Gives all players back, and ends when the server has heard of it. The server doesn't answer
+    // while a session manager that hangs should tell us its entries, so the wait is limited.
     void Quit() override {
         isEnding = true;
-        router->SetOn(false);
+        router->GiveAllBack();
         lastAnswer = pw_core_sync(core, PW_ID_CORE, 0);
-        if (lastAnswer < 0) pw_main_loop_quit(mainLoop.get());
+        timespec longest{1, 0};
+        pw_loop_update_timer(loop, deadline, &longest, nullptr, false);
     }
 
 private:
@@ -130,16 +117,48 @@ private:
         settings = profile.settings;
         pair->Apply(settings);
     }
-    // A new session manager links only streams that it has seen appear.
-    void RenewPair() {
+    void Connect() {
+        core = pw_context_connect(context.get(), nullptr, 0);
+        if (core == nullptr) throw std::runtime_error("no PipeWire is running");
+        static const pw_core_events kEvents = [] {
+            pw_core_events events{};
+            events.version = PW_VERSION_CORE_EVENTS;
+            events.done = [](void* client, uint32_t, int number) {
+                static_cast<Client*>(client)->TakeDone(number);
+            };
+            events.error = [](void* client, uint32_t id, int, int result, const char*) {
+                if (id == PW_ID_CORE && result == -EPIPE)
+                    static_cast<Client*>(client)->ServerEnded();
+            };
+            return events;
+        }();
+        pw_core_add_listener(core, &coreListener, &kEvents, this);
+        router.emplace(
+            core, [this] { Update(); }, [this] { pw_loop_signal_event(loop, renewal); });
+        pair.emplace(context.get(), core, settings);
+        pair->SetBypass(bypass, bypassGain);
+        router->LeaveOut(profiles.LeftOut());
+    }
+    void Disconnect() {
         pair.reset();
+        router.reset();
+        if (core == nullptr) return;
+        spa_hook_remove(&coreListener);
+        pw_core_disconnect(core);
+        core = nullptr;
+    }
+    // A new session manager links only streams that it has seen appear. The connection is made
+    // again as well: if a session manager ends while it should tell us its entries, the sound
+    // server (PipeWire 0.3.65) takes nothing more from us.
+    void Renew() {
+        if (isEnding) return;
         try {
-            pair.emplace(context.get(), core, settings);
-            pair->SetBypass(bypass, bypassGain);
+            Disconnect();
+            Connect();
         } catch (const std::exception& fault) {  // the user's service starts another client
             Say(fault.what());
             status = 1;
-            Quit();
+            pw_main_loop_quit(mainLoop.get());
         }
     }
     void TakeDone(int number) {
@@ -156,6 +175,7 @@ private:
     MainLoop mainLoop = Made(MainLoop{pw_main_loop_new(nullptr)});
     pw_loop* loop = pw_main_loop_get_loop(mainLoop.get());
     Context context = Made(Context{pw_context_new(loop, nullptr, 0)});
+    spa_source *renewal = nullptr, *deadline = nullptr;  // owned by the loop
     pw_core* core = nullptr;
     spa_hook coreListener{};
     std::optional<ControlSocket> socket;

@@ -11,8 +11,8 @@
 namespace {
 
 constexpr char kTargetKey[] = "target.object";
-constexpr char kSettledKey[] = "orvane.settled";  // of our own node: goes with it
-constexpr char kNoTarget[] = "-1";                // a listener's "wherever the default is"
+constexpr char kNoTarget[] = "-1";  // a listener's "wherever the default is"
+constexpr int kFirstWaitMs = 500, kLongestWaitMs = 60'000;
 
 uint32_t NumberOf(const spa_dict* properties, const char* key) {
     const char* const text = spa_dict_lookup(properties, key);
@@ -32,10 +32,12 @@ bool Router::Target::IsOurs() const {
 }
 
 Router::Router(pw_core* serverCore, std::function<void()> whenChanged,
-               std::function<void()> whenBack)
+               std::function<void()> whenReplaced)
     : changed(std::move(whenChanged)),
-      managerIsBack(std::move(whenBack)),
+      replaced(std::move(whenReplaced)),
       core(serverCore),
+      loop(pw_context_get_main_loop(pw_core_get_context(core))),
+      waitMs(kFirstWaitMs),
       registry(pw_core_get_registry(core, PW_VERSION_REGISTRY, 0)) {
     static const pw_registry_events kEvents = [] {
         pw_registry_events events{};
@@ -49,20 +51,21 @@ Router::Router(pw_core* serverCore, std::function<void()> whenChanged,
         };
         return events;
     }();
-    if (registry == nullptr) throw std::runtime_error("cannot read the sound server's objects");
+    clock = pw_loop_add_timer(
+        loop, [](void* router, uint64_t) { static_cast<Router*>(router)->AskAgain(); }, this);
+    if (registry == nullptr || clock == nullptr)
+        throw std::runtime_error("cannot read the sound server's objects");
     pw_registry_add_listener(registry, &registryListener, &kEvents, this);
     static const pw_core_events kCoreEvents = [] {
         pw_core_events events{};
         events.version = PW_VERSION_CORE_EVENTS;
         events.done = [](void* data, uint32_t, int number) {
-            auto* const router = static_cast<Router*>(data);
-            if (number != router->scheduled) return;
-            router->scheduled = -1;
-            router->changed();
+            static_cast<Router*>(data)->TakeDone(number);
         };
         return events;
     }();
     pw_core_add_listener(core, &coreListener, &kCoreEvents, this);
+    listed = pw_core_sync(core, PW_ID_CORE, 0);
 }
 
 Router::~Router() {
@@ -71,20 +74,26 @@ Router::~Router() {
     DropMetadata();
     pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
     spa_hook_remove(&coreListener);
+    pw_loop_destroy_source(loop, clock);
 }
 
-// Routes once the session manager has told everything that it knows now. It hands its entries on
-// through another connection than its links, so that a link can be seen before the entry which it
-// follows. An entry of our own comes back behind all of them.
 void Router::Schedule() {
-    const auto own = std::find_if(nodes.begin(), nodes.end(), [](const auto& node) {
-        return node.second->Is(PW_KEY_NODE_NAME, kOutputName);
-    });
-    if (metadata != nullptr && own != nodes.end())
-        pw_metadata_set_property(reinterpret_cast<pw_metadata*>(metadata), own->first, kSettledKey,
-                                 "Spa:Int", std::to_string(++asked).c_str());
-    else
-        scheduled = pw_core_sync(core, PW_ID_CORE, 0);
+    scheduled = pw_core_sync(core, PW_ID_CORE, 0);
+}
+
+void Router::TakeDone(int number) {
+    if (number == listed) {
+        listed = -1;
+    } else if (number == reading) {
+        reading = -1;
+        targets = std::move(arriving);
+        Route();
+        changed();
+    } else if (number == scheduled) {
+        scheduled = -1;
+        changed();
+        Check();
+    }
 }
 
 const Router::Target& Router::TargetOf(const Node& node) const {
@@ -93,12 +102,24 @@ const Router::Target& Router::TargetOf(const Node& node) const {
     return found != targets.end() ? found->second : kNone;
 }
 
-// Must not be called before the session manager has linked something. With PipeWire 0.3.65 the
-// sound server was seen to answer no program any more if we bound the metadata while a restarted
-// session manager was still about to do so. Since we wait, that has not been seen again. The cause
-// isn't known.
-void Router::BindMetadata() {
-    if (metadata != nullptr || metadataId == PW_ID_ANY) return;
+// Reads the entries if a player isn't where it should be and the session manager hasn't just been
+// asked. Waits until our output is linked. With PipeWire 0.3.65 the sound server was seen to answer
+// no program any more if we bound the metadata while a restarted session manager was still about to
+// do so. Since we wait, that has not been seen again. The cause isn't known.
+void Router::Check() {
+    if (metadataId == PW_ID_ANY || reading >= 0 || PresentOutput().empty()) return;
+    const bool differs = std::any_of(nodes.begin(), nodes.end(), [this](const auto& entry) {
+        const Act act = ActFor(*entry.second);
+        return act != Act::kNone && act != entry.second->asked;
+    });
+    if (differs || metadata == nullptr) ReadEntries();
+}
+
+// A new listener is told all entries, and none of them is dropped. The answer comes behind them:
+// the sound server takes nothing more from us before the session manager has told everything.
+void Router::ReadEntries() {
+    DropMetadata();
+    arriving.clear();
     static const pw_metadata_events kEvents = [] {
         pw_metadata_events events{};
         events.version = PW_VERSION_METADATA_EVENTS;
@@ -112,6 +133,7 @@ void Router::BindMetadata() {
         pw_registry_bind(registry, metadataId, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
     if (metadata != nullptr)
         pw_proxy_add_object_listener(metadata, &metadataListener, &kEvents, this);
+    reading = pw_core_sync(core, PW_ID_CORE, 0);
 }
 
 void Router::DropMetadata() {
@@ -124,8 +146,6 @@ void Router::Add(uint32_t id, const char* type, const spa_dict* properties) {
     if (std::strcmp(type, PW_TYPE_INTERFACE_Link) == 0) {
         links[id] = {NumberOf(properties, PW_KEY_LINK_OUTPUT_NODE),
                      NumberOf(properties, PW_KEY_LINK_INPUT_NODE)};
-        const auto from = nodes.find(links[id].from);
-        if (from != nodes.end() && from->second->Is(PW_KEY_NODE_NAME, kOutputName)) BindMetadata();
     } else if (std::strcmp(type, PW_TYPE_INTERFACE_Node) == 0) {
         auto& node = nodes[id] = std::make_unique<Node>();
         node->router = this;
@@ -153,9 +173,8 @@ void Router::Add(uint32_t id, const char* type, const spa_dict* properties) {
     } else if (std::strcmp(type, PW_TYPE_INTERFACE_Metadata) == 0 && metadataId == PW_ID_ANY) {
         const char* const name = spa_dict_lookup(properties, PW_KEY_METADATA_NAME);
         if (name == nullptr || std::strcmp(name, "default") != 0) return;
+        if (listed < 0) return replaced();
         metadataId = id;
-        if (hadManager) managerIsBack();
-        hadManager = true;
     } else {
         return;
     }
@@ -167,6 +186,7 @@ void Router::Remove(uint32_t id) {
         if (node->second->proxy != nullptr) pw_proxy_destroy(node->second->proxy);
         nodes.erase(node);
         targets.erase(id);
+        arriving.erase(id);
     } else if (id == metadataId) {
         // The session manager has ended, and with it all that it knew.
         DropMetadata();
@@ -185,16 +205,11 @@ void Router::TakeProperties(Node* node, const spa_dict* properties) {
 
 int Router::TakeMetadata(uint32_t subject, const char* key, const char* value) {
     const std::string target = value != nullptr && std::strcmp(value, kNoTarget) != 0 ? value : "";
-    if (key != nullptr && std::strcmp(key, kSettledKey) == 0) {
-        if (target != std::to_string(asked)) return 0;
-        Route();
-        changed();
-        return 0;
-    }
+    auto& entries = reading >= 0 ? arriving : targets;
     const bool isAll = key == nullptr;  // everything about the node was erased
-    if (isAll || std::strcmp(key, kTargetKey) == 0) targets[subject].object = target;
-    if (isAll || std::strcmp(key, "target.node") == 0) targets[subject].node = target;
-    Schedule();
+    if (isAll || std::strcmp(key, kTargetKey) == 0) entries[subject].object = target;
+    if (isAll || std::strcmp(key, "target.node") == 0) entries[subject].node = target;
+    if (reading < 0) Schedule();
     return 0;
 }
 
@@ -218,35 +233,75 @@ bool Router::HasOwnTarget(const Node& node) const {
            spa_atob(node.Get("node.dont-reconnect").c_str());
 }
 
-// The session manager sometimes links a player to the target of an earlier day without an entry.
-// The default output is where our own sound is. The entry `default.audio.sink` would tell it as
-// well, but its event has been seen to be missing after a restart of the session manager.
-bool Router::PlaysToDefault(const Node& node) const {
-    const std::string output = PresentOutput();
-    return !output.empty() && std::any_of(links.begin(), links.end(), [&](const auto& link) {
+bool Router::IsLinkedTo(const Node& node, const std::string& name) const {
+    return std::any_of(links.begin(), links.end(), [&](const auto& link) {
         const auto to = nodes.find(link.second.to);
         return link.second.from == node.id && to != nodes.end() &&
-               to->second->Is(PW_KEY_NODE_NAME, output.c_str());
+               to->second->Is(PW_KEY_NODE_NAME, name.c_str());
     });
+}
+
+// Returns what would bring a player to where it should be. A player that doesn't play to the
+// default output isn't routed, because the session manager sometimes links a player to the target
+// of an earlier day without an entry. The default output is where our own sound is. The entry
+// `default.audio.sink` would tell it as well, but its change can be dropped.
+Router::Act Router::ActFor(const Node& node) const {
+    if (!IsPlayer(node) || !node.isKnown) return Act::kNone;
+    const bool isOwn = HasOwnTarget(node), isLinked = IsLinkedTo(node, kInputName);
+    if (isOn && !isOwn && !IsLeftOut(node)) {
+        const std::string output = PresentOutput();
+        const bool playsToDefault = !output.empty() && IsLinkedTo(node, output);
+        return !isLinked && playsToDefault ? Act::kRoute : Act::kNone;
+    }
+    const bool isRouted = !isOwn && (isLinked || node.asked == Act::kRoute);
+    return isRouted || TargetOf(node).IsOurs() ? Act::kGiveBack : Act::kNone;
 }
 
 void Router::Route() {
     if (metadata == nullptr) return;
+    bool waits = false;
     for (const auto& [id, node] : nodes) {
-        if (!IsPlayer(*node) || !node->isKnown) continue;
-        const bool isOurs = TargetOf(*node).IsOurs();
-        const bool mayBe = isOn && !IsLeftOut(*node) && !HasOwnTarget(*node);
-        if (mayBe == isOurs || (mayBe && !PlaysToDefault(*node))) continue;
-        targets[id].object = mayBe ? kInputName : "";
-        // By name: a serial number would be saved by the session manager as the listener's choice.
-        pw_metadata_set_property(reinterpret_cast<pw_metadata*>(metadata), id, kTargetKey,
-                                 mayBe ? "Spa:String" : nullptr, mayBe ? kInputName : nullptr);
+        const Act act = ActFor(*node);
+        if (act == Act::kNone || act == node->asked) continue;
+        node->asked = act;
+        Write(*node, act == Act::kRoute);
+        waits = true;
     }
+    if (!waits) return;
+    timespec first{waitMs / 1000, waitMs % 1000 * 1'000'000L};
+    pw_loop_update_timer(loop, clock, &first, nullptr, false);
+}
+
+// Asks again for players that are not where they were asked to be, less and less often.
+void Router::AskAgain() {
+    bool differs = false;
+    for (const auto& [id, node] : nodes) {
+        node->asked = Act::kNone;
+        differs = differs || ActFor(*node) != Act::kNone;
+    }
+    waitMs = differs ? std::min(2 * waitMs, kLongestWaitMs) : kFirstWaitMs;
+    Check();
+}
+
+// By name: a serial number would be saved by the session manager as the listener's choice. An entry
+// that is as it should be and isn't followed is changed to and fro, because only a change is told.
+void Router::Write(const Node& node, bool routed) {
+    const auto write = [&](bool isOurs) {
+        pw_metadata_set_property(reinterpret_cast<pw_metadata*>(metadata), node.id, kTargetKey,
+                                 isOurs ? "Spa:String" : nullptr, isOurs ? kInputName : nullptr);
+    };
+    if (TargetOf(node).IsOurs() == routed) write(!routed);
+    write(routed);
 }
 
 void Router::SetOn(bool wanted) {
     if (isOn == wanted) return;
     isOn = wanted;
+    Check();
+}
+
+void Router::GiveAllBack() {
+    isOn = false;
     Route();
 }
 
@@ -269,8 +324,8 @@ std::vector<Player> Router::Players() const {
         if (!IsPlayer(*node)) continue;
         const std::string& application = node->Get(PW_KEY_APP_NAME);
         players.push_back({id, application.empty() ? node->Get(PW_KEY_NODE_NAME) : application,
-                           node->Get(PW_KEY_MEDIA_NAME), TargetOf(*node).IsOurs(), IsLeftOut(*node),
-                           HasOwnTarget(*node)});
+                           node->Get(PW_KEY_MEDIA_NAME), IsLinkedTo(*node, kInputName),
+                           IsLeftOut(*node), HasOwnTarget(*node)});
     }
     return players;
 }

@@ -7,6 +7,11 @@
 // told its entries: otherwise the manager would take our entry for the listener's, and save it over
 // the listener's own.
 //
+// The sound server (PipeWire 0.3.65) drops changes of entries while another program begins to read
+// them. This can hide a change from us, and our own entry from the session manager. Only links are
+// reliable. So a player counts as routed when it is linked to our input, the entries are read anew
+// before each decision, and an entry that isn't followed is written again.
+//
 // Thread: the loop's thread.
 #pragma once
 #include <pipewire/extensions/metadata.h>
@@ -33,15 +38,19 @@ struct Player {
 
 class Router {
 public:
-    // whenChanged: called when outputs, players or the present output have changed. whenBack:
-    // called when another session manager has come, which knows none of our streams.
-    Router(pw_core* serverCore, std::function<void()> whenChanged, std::function<void()> whenBack);
+    // whenChanged: called when outputs, players or the present output have changed. whenReplaced:
+    // called when a session manager has started later than this router. The router doesn't serve
+    // it, and must be made again outside of the call.
+    Router(pw_core* serverCore, std::function<void()> whenChanged,
+           std::function<void()> whenReplaced);
     ~Router();
     Router(const Router&) = delete;
     Router& operator=(const Router&) = delete;
 
     // Routes all players that may be routed, or gives all back.
     void SetOn(bool wanted);
+    // Gives all players back without waiting for an answer of the sound server.
+    void GiveAllBack();
     // names: of applications, in any case of letters.
     void LeaveOut(const std::set<std::string>& names);
 
@@ -51,13 +60,15 @@ public:
     std::string PresentOutput() const;
 
 private:
+    enum class Act { kNone, kRoute, kGiveBack };
     struct Node {
         Router* router = nullptr;
         uint32_t id = 0;
         pw_proxy* proxy = nullptr;  // of a player: its properties come by an event
         spa_hook listener{};
         std::map<std::string, std::string> properties;
-        bool isKnown = false;  // the properties have come
+        bool isKnown = false;    // the properties have come
+        Act asked = Act::kNone;  // what was asked of the session manager last, for a while
         const std::string& Get(const char* key) const;
         bool Is(const char* key, const char* value) const { return Get(key) == value; }
     };
@@ -77,26 +88,32 @@ private:
     bool IsLeftOut(const Node& node) const;
     bool HasOwnTarget(const Node& node) const;
     const Target& TargetOf(const Node& node) const;
-    bool PlaysToDefault(const Node& node) const;
+    bool IsLinkedTo(const Node& node, const std::string& name) const;
+    Act ActFor(const Node& node) const;
     void Schedule();
+    void TakeDone(int number);
+    void Check();
+    void ReadEntries();
     void Route();
-    void BindMetadata();
+    void AskAgain();
+    void Write(const Node& node, bool routed);
     void DropMetadata();
 
-    std::function<void()> changed, managerIsBack;
+    std::function<void()> changed, replaced;
     pw_core* core;
     spa_hook coreListener{};
-    int scheduled = -1;  // the number of an answer that is waited for
-    uint32_t asked = 0;  // the value of an entry that is waited for
+    int listed = -1, scheduled = -1, reading = -1;  // numbers of answers that are waited for
+    pw_loop* loop;
+    spa_source* clock = nullptr;  // runs while we wait for the session manager to follow
+    int waitMs;
     pw_registry* registry;
     spa_hook registryListener{};
     pw_proxy* metadata = nullptr;
     uint32_t metadataId = PW_ID_ANY;
     spa_hook metadataListener{};
-    bool hadManager = false;
     std::map<uint32_t, std::unique_ptr<Node>> nodes;
     std::map<uint32_t, Link> links;
-    std::map<uint32_t, Target> targets;  // also of nodes that come later
+    std::map<uint32_t, Target> targets, arriving;  // also of nodes that come later
     std::set<std::string> leftOut;
     bool isOn = false;
 };

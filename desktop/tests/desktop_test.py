@@ -2,10 +2,9 @@
 """Everything that docs/desktop.md promises, in a desktop without a screen.
 
 desktop_test.py BUILD_FOLDER [ROUNDS [CHECK...]]
-    ROUNDS: random steps to try, 12 if not given. CHECK: names of functions below; if not given, all but
-    moves_without_a_click, which takes minutes.
+    ROUNDS: random steps to try, 12 if not given; the environment variable SEED chooses other steps. CHECK:
+    names of functions below; if not given, all but moves_without_a_click, which takes minutes.
 """
-import array
 import collections
 import json
 import os
@@ -21,7 +20,7 @@ import sys
 import tempfile
 import time
 
-from session import Session, wait_until
+from session import Session, make_sound, record, recorded, samples, wait_until
 
 BUILD = pathlib.Path(sys.argv[1]).resolve()
 ROUNDS = int(sys.argv[2]) if len(sys.argv) > 2 else 12
@@ -36,40 +35,10 @@ NONSENSE = ("", "hello", "[]", '{"do": 3}', '{"do": "sing"}', '{"do": "set", "ke
             '{"do": "on", "settings": [' + 30000 * "[" + 30000 * "]" + "]}")
 
 
-def make_sound(file, rate, seconds, expression):
-    """Stereo, 16 bits, with half a second of silence before and after."""
-    subprocess.run(["ffmpeg", "-y", "-v", "error", "-f", "lavfi", "-i",
-                    f"aevalsrc={expression}:s={rate}:d={seconds}", "-af",
-                    "adelay=500|500,apad=pad_dur=0.5", "-c:a", "pcm_s16le", file], check=True)
-
-
-def samples(file):
-    """Interleaved 16-bit samples of any audio file."""
-    return array.array("h", subprocess.run(["ffmpeg", "-v", "error", "-i", file, "-f", "s16le", "-"],
-                                           capture_output=True, check=True).stdout)
-
-
 def windows(values):
     """All runs of 16 stereo frames that aren't silent."""
     raw = values.tobytes()
     return {raw[at:at + 64] for at in range(0, len(raw) - 63, 4) if any(raw[at:at + 64])}
-
-
-def record(session, links=()):
-    """Records the loudspeakers, or the two ports that `links` name, until `recorded` is called."""
-    target = ["0"] if links else ["speakers", "-P", '{ "stream.capture.sink": true }']
-    session.start("recorder", "pw-record", "--target", *target, "--rate", str(session.rate), "--channels",
-                  "2", "--format", "f32", "out.wav")
-    for start, side in zip(links, ("FL", "FR")):
-        wait_until(f"a link from {start}",
-                   lambda: session.run("pw-link", start, f"pw-record:input_{side}").returncode == 0)
-    wait_until("a recording", lambda: links or "pw-record" in session.linked_to("speakers"))
-
-
-def recorded(session):
-    time.sleep(0.3)
-    session.stop("recorder", signal.SIGINT)
-    return samples("out.wav")
 
 
 def plays_the_renderers_samples(session):
@@ -235,6 +204,29 @@ def bypasses_while_somebody_asks(session):
     wait_until("the effect again", lambda: -21 < gain_db() < -19)
 
 
+def follows_in_spite_of_dropped_changes(session):
+    """PipeWire drops changes of the manager's entries while another program begins to read them."""
+    session.play("tone.wav")
+    session.hears("speakers")
+    for word, through in (("leave-out", False), ("bring-back", True)):
+        session.processes["manager"].send_signal(signal.SIGSTOP)
+        session.orvane(word, "player")
+        time.sleep(0.3)
+        session.start("reader", "pw-metadata")
+        time.sleep(0.3)
+        session.processes["manager"].send_signal(signal.SIGCONT)
+        session.hears("speakers", through)
+        assert json.loads(session.orvane("status", "--json"))["players"][0]["routed"] == through
+    # A program whose question no manager answers any more is never answered by the server either.
+    session.processes["manager"].send_signal(signal.SIGSTOP)
+    session.orvane("leave-out", "player")
+    time.sleep(0.3)
+    session.stop("manager", signal.SIGKILL)
+    session.restart_manager()
+    session.orvane("bring-back", "player")
+    session.hears("speakers")
+
+
 def outlives_an_update(session):
     """The program on the disk is replaced while it runs, as a package does."""
     session.play("tone.wav")
@@ -309,7 +301,7 @@ def keeps_the_older_settings(session):
 
 def stays_on_the_right_output(session):
     """After each step the sound is where it would be without Orvane."""
-    random.seed(1)
+    random.seed(int(os.environ.get("SEED", "1")))
     make_sound("tone.wav", 48000, 60 + 10 * ROUNDS, "0.25*sin(2*PI*440*t)")
     chosen, plugged, is_on, late, steps = "speakers", set(session.outputs), True, 0, collections.Counter()
     session.choose(chosen)
@@ -358,8 +350,8 @@ def stays_on_the_right_output(session):
 
 CHECKS = (plays_the_renderers_samples, tells_its_latency, keys_act_behind_the_effect,
           keeps_a_profile_for_each_output, leaves_a_listeners_own_target, answers_every_line,
-          bypasses_while_somebody_asks, outlives_an_update, survives_failures, keeps_the_older_settings,
-          stays_on_the_right_output)
+          bypasses_while_somebody_asks, follows_in_spite_of_dropped_changes, outlives_an_update,
+          survives_failures, keeps_the_older_settings, stays_on_the_right_output)
 RATES = {plays_the_renderers_samples: (44100, 48000), tells_its_latency: (44100, 48000, 96000)}
 
 

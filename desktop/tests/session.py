@@ -3,6 +3,7 @@
 Programs run in folders of their own, so that nothing of the listener's is read or changed. Must be
 started within `dbus-run-session`.
 """
+import array
 import json
 import os
 import pathlib
@@ -173,3 +174,33 @@ class Session:
         words = {"node.name": name, "application.name": name, **properties}
         self.start(name, "pw-cat", "-p", "-P", json.dumps(words), file)
         wait_until(f"{name} plays", lambda: self.linked_to(name))
+
+
+def make_sound(file, rate, seconds, expression):
+    """Stereo, 16 bits, with half a second of silence before and after."""
+    subprocess.run(["ffmpeg", "-y", "-v", "error", "-f", "lavfi", "-i",
+                    f"aevalsrc={expression}:s={rate}:d={seconds}", "-af",
+                    "adelay=500|500,apad=pad_dur=0.5", "-c:a", "pcm_s16le", file], check=True)
+
+
+def samples(file):
+    """Interleaved 16-bit samples of any audio file."""
+    return array.array("h", subprocess.run(["ffmpeg", "-v", "error", "-i", file, "-f", "s16le", "-"],
+                                           capture_output=True, check=True).stdout)
+
+
+def record(session, links=()):
+    """Records the loudspeakers, or the two ports that `links` name, until `recorded` is called."""
+    target = ["0"] if links else ["speakers", "-P", '{ "stream.capture.sink": true }']
+    session.start("recorder", "pw-record", "--target", *target, "--rate", str(session.rate), "--channels",
+                  "2", "--format", "f32", "out.wav")
+    for start, side in zip(links, ("FL", "FR")):
+        wait_until(f"a link from {start}",
+                   lambda: session.run("pw-link", start, f"pw-record:input_{side}").returncode == 0)
+    wait_until("a recording", lambda: links or "pw-record" in session.linked_to("speakers"))
+
+
+def recorded(session):
+    time.sleep(0.3)
+    session.stop("recorder", signal.SIGINT)
+    return samples("out.wav")
