@@ -3,17 +3,35 @@
 # and the log, and have the old hash table. Its stack must not be executable. Every instruction must
 # round as the sources say: none may be fused, and on 32-bit ARM none may be NEON's.
 #
-# usage: check-library.sh LIBRARY [PREFIX of the binutils]
+# With --interface-3, the library is one for Android 4.3 to 13. It must export only its record, which has
+# 7 words instead of 9, and its segments must begin at pages of 16 KB.
+#
+# usage: check-library.sh [--interface-3] LIBRARY [PREFIX of the binutils]
 set -eu
+interface=2
+if [ "$1" = --interface-3 ]; then interface=3; shift; fi
 library=$1
 prefix=${2:-}
 here=$(dirname "$0")
 failed=0
 fail() { echo "check-library: $*" >&2; failed=1; }
 
-"${prefix}nm" -DC --defined-only "$library" | sed 's/^[0-9a-f]* . //' | sort -u |
-  diff -u "$here/../cmake/exported_names.txt" - >&2 ||
-  fail "the exported names differ from cmake/exported_names.txt"
+if [ "$interface" = 3 ]; then
+  exported=$("${prefix}nm" -D --defined-only "$library" | sed 's/^[0-9a-f]* . //')
+  [ "$exported" = AELI ] || fail "exports $(echo "$exported" | wc -l) names instead of AELI alone"
+  case $("${prefix}readelf" -h "$library" | sed -n 's/ *Class: *//p') in
+    ELF32) bytes=28 ;;
+    *) bytes=48 ;;
+  esac
+  "${prefix}nm" -DS "$library" | grep -q "^[0-9a-f]* 0*$(printf %x "$bytes") D AELI\$" ||
+    fail "AELI hasn't $bytes bytes"
+  "${prefix}readelf" -lW "$library" | awk '$1 == "LOAD" { ++all } $1 == "LOAD" && $NF != "0x4000" { bad = 1 }
+    END { exit bad || all < 2 }' || fail "segments that don't begin at pages of 16 KB"
+else
+  "${prefix}nm" -DC --defined-only "$library" | sed 's/^[0-9a-f]* . //' | sort -u |
+    diff -u "$here/../cmake/exported_names.txt" - >&2 ||
+    fail "the exported names differ from cmake/exported_names.txt"
+fi
 
 extra=$("${prefix}readelf" -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
   grep -Ev '^(libc|libm|liblog|libpthread)\.so(\.6|\.0)?$' || true)

@@ -19,6 +19,7 @@
 #include "client/library_file.h"
 #include "client/stderr_silencer.h"
 #include "tests/history_player.h"
+#include "tests/later_loader.h"
 
 namespace {
 
@@ -97,10 +98,22 @@ int Compare(const audio_effect_library_t& library, const std::string& path) {
     return different == 0 ? 0 : 1;
 }
 
-const audio_effect_library_t* RecordOf(const LibraryFile& file) {
-    if (file.Record() == nullptr) std::fprintf(stderr, "histories: %s\n", file.Fault().c_str());
-    return file.Record();
-}
+// A library of interface 2.0 or 3.0.
+class AnyLibrary {
+public:
+    explicit AnyLibrary(const std::string& path) : file(path), later(path) {
+        if (Record() == nullptr)
+            std::fprintf(stderr, "histories: %s; %s\n", file.Fault().c_str(),
+                         later.Fault().c_str());
+    }
+    const audio_effect_library_t* Record() const {
+        return file.Record() != nullptr ? file.Record() : later.ForTests();
+    }
+
+private:
+    const LibraryFile file;
+    const LaterLibrary later;
+};
 
 uint32_t NumberOf(const char* text) {
     return static_cast<uint32_t>(std::strtoul(text, nullptr, 10));
@@ -116,12 +129,12 @@ int main(int argc, char** argv) {
                    stderr);
         return 2;
     }
-    const LibraryFile file(words[0]);
-    const audio_effect_library_t* const library = RecordOf(file);
+    const AnyLibrary file(words[0]);
+    const audio_effect_library_t* const library = file.Record();
     if (library == nullptr) return 2;
     if (words.size() == 4) {
-        const LibraryFile otherFile(words[1]);
-        const audio_effect_library_t* const other = RecordOf(otherFile);
+        const AnyLibrary otherFile(words[1]);
+        const audio_effect_library_t* const other = otherFile.Record();
         if (other == nullptr) return 2;
         const StderrSilencer muted;
         const uint32_t from = NumberOf(argv[3]), count = NumberOf(argv[4]);

@@ -10,24 +10,32 @@
 
 #include "client/instance.h"
 #include "host/identity.h"
+#include "later_loader.h"
 #include "signals.h"
 #include "table/parameters.h"
 
-// Returns the handle of the shared library under test: the one that the environment names in
+// Returns the path of the shared library under test: the one that the environment names in
 // ORVANE_LIBRARY, or else the build's.
+inline const char* LibraryPath() {
+    const char* const named = std::getenv("ORVANE_LIBRARY");
+    return named != nullptr ? named : ORVANE_LIBRARY_PATH;
+}
+
 inline void* LibraryHandle() {
-    static void* const library = [] {
-        const char* const named = std::getenv("ORVANE_LIBRARY");
-        return dlopen(named != nullptr ? named : ORVANE_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
-    }();
+    static void* const library = dlopen(LibraryPath(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) std::abort();
     return library;
 }
 
+// Returns the library's record. A library of interface 3.0 has no query functions; they are null.
 inline const audio_effect_library_t& LoadedLibrary() {
+    static const LaterLibrary later(LibraryPath());
+    if (later.ForTests() != nullptr) return *later.ForTests();
     void* const symbol = dlsym(LibraryHandle(), AUDIO_EFFECT_LIBRARY_INFO_SYM_AS_STR);
     if (symbol == nullptr) std::abort();
-    return *static_cast<const audio_effect_library_t*>(symbol);
+    const auto& record = *static_cast<const audio_effect_library_t*>(symbol);
+    if (record.version >> 16 != EFFECT_LIBRARY_API_VERSION >> 16) std::abort();
+    return record;
 }
 
 // Returns noise, uniform in [-amplitude, amplitude].

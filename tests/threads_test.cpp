@@ -42,8 +42,11 @@ void SendAnything(Instance& instance, std::mt19937& random) {
 int ComeAndGo() {
     effect_descriptor_t seen[3] = {};
     const Instance instance;
-    LoadedLibrary().query_effect(0, &seen[0]);
-    LoadedLibrary().get_descriptor(&kOrvaneUuid, &seen[1]);
+    LoadedLibrary().get_descriptor(&kOrvaneUuid, &seen[0]);
+    if (LoadedLibrary().query_effect == nullptr)  // not in interface 3.0
+        seen[1] = seen[0];
+    else
+        LoadedLibrary().query_effect(0, &seen[1]);
     (*instance.handle)->get_descriptor(instance.handle, &seen[2]);
     return static_cast<int>(std::count_if(seen, seen + 3, [](const effect_descriptor_t& d) {
         return d.type.timeLow != kOrvaneType.timeLow && d.type.timeLow != kBassBoostType.timeLow;

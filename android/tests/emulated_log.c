@@ -1,4 +1,4 @@
-/* Stands in for the platform's log under emulation. Writes to standard error. */
+/* Stands in for the platform's log under emulation. Writes to standard error, as log_stderr.cpp does. */
 #include <stdarg.h>
 #include <stdio.h>
 
@@ -6,7 +6,7 @@ int __android_log_print(int priority, const char* tag, const char* format, ...);
 
 int __android_log_print(int priority, const char* tag, const char* format, ...) {
     va_list arguments;
-    fprintf(stderr, "%d/%s: ", priority, tag);
+    fprintf(stderr, "%c/%s: ", "??VDIWEFS"[priority], tag);
     va_start(arguments, format);
     vfprintf(stderr, format, arguments);
     va_end(arguments);
