@@ -10,13 +10,20 @@ namespace {
 constexpr std::streamsize kMostBytes = 65536;
 }
 
-std::string ReadSettingsFile(const std::string& path, Settings* settings) {
+std::string ReadSmallFile(const std::string& path, const char* what, std::string* text) {
     std::ifstream file(path);
-    std::string text(static_cast<size_t>(kMostBytes) + 1, '\0');
-    file.read(text.data(), kMostBytes + 1);
+    text->assign(static_cast<size_t>(kMostBytes) + 1, '\0');
+    file.read(text->data(), kMostBytes + 1);
     if (!file.is_open() || file.bad()) return path + " cannot be read";
-    if (file.gcount() > kMostBytes) return path + " is too long for a settings file";
-    text.resize(static_cast<size_t>(file.gcount()));
+    if (file.gcount() > kMostBytes) return path + " is too long for " + what;
+    text->resize(static_cast<size_t>(file.gcount()));
+    return "";
+}
+
+std::string ReadSettingsFile(const std::string& path, Settings* settings) {
+    std::string text;
+    if (std::string fault = ReadSmallFile(path, "a settings file", &text); !fault.empty())
+        return fault;
     const std::string fault = ReadSettings(text, settings);
     return fault.empty() ? "" : path + ':' + fault;
 }

@@ -135,9 +135,13 @@ std::string ReadTone(std::string_view text, std::vector<TonePoint>* points) {
 }
 
 std::string FitText(const ToneFit& fit) {
-    std::array<char, 96> text{};
-    std::snprintf(text.data(), text.size(), "%s %.1f dB (rms), furthest off at %.0f Hz: ",
+    std::array<char, 160> text{};
+    std::array<char, 48> middle{};
+    if (fit.focus == ToneFocus::kMiddle)
+        std::snprintf(middle.data(), middle.size(), "; %.1f dB from 60 Hz to 8 kHz",
+                      fit.middleRmsDb);
+    std::snprintf(text.data(), text.size(), "%s %.1f dB (rms%s), furthest off at %.0f Hz: ",
                   fit.IsNear() ? "within" : "ten bands can't give this curve: off by", fit.rmsDb,
-                  fit.worstHz);
+                  middle.data(), fit.worstHz);
     return text.data() + DecibelText(fit.worstDb) + " dB";
 }

@@ -59,5 +59,6 @@ std::string Describe(const Settings& settings);
 std::string ReadTone(std::string_view text, std::vector<TonePoint>* points);
 
 // Returns how near a fit comes to its curve: "within 0.3 dB (rms), furthest off at 60 Hz: -0.8 dB".
+// For ToneFocus::kMiddle, "; 0.2 dB from 60 Hz to 8 kHz" is added within the parentheses.
 // If the fit is not near (ToneFit::IsNear), the text says that ten bands can't give such a curve.
 std::string FitText(const ToneFit& fit);

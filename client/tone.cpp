@@ -11,9 +11,11 @@ constexpr double kLowestHz = 20, kHighestHz = 20000;
 // The highest frequency of a fit, as a part of the rate. Resamplers and converters attenuate what
 // is above it.
 constexpr double kHighestOfRate = 0.45;
-constexpr double kPerOctave = 24;  // frequencies at which a fit looks
-constexpr double kMostGain = 3;    // linear, of level 1
-constexpr int kRounds = 8;         // of reweighting; two suffice for curves that ten bands can give
+constexpr double kMiddleLowestHz = 60, kMiddleHighestHz = 8000;
+constexpr double kOutsideWeight = 1.0 / 16;  // of the square of a deviation, for ToneFocus::kMiddle
+constexpr double kPerOctave = 24;            // frequencies at which a fit looks
+constexpr double kMostGain = 3;              // linear, of level 1
+constexpr int kRounds = 8;  // of reweighting; two suffice for curves that ten bands can give
 
 constexpr size_t kBands = kBandCount;
 using Terms = std::array<double, kBands>;
@@ -103,6 +105,14 @@ double DecibelWeight(double ratio) {
     return std::abs(r - 1) < 1e-3 ? 1 : std::log(r) / (r * (r - 1));
 }
 
+bool IsMiddle(double hz) {
+    return hz >= kMiddleLowestHz && hz <= kMiddleHighestHz;
+}
+
+double FocusWeight(ToneFocus focus, double hz) {
+    return focus == ToneFocus::kEven || IsMiddle(hz) ? 1 : kOutsideWeight;
+}
+
 double HighestHz(double rateHz) {
     return std::min(kHighestHz, kHighestOfRate * rateHz);
 }
@@ -155,7 +165,7 @@ double CurveDb(std::span<const TonePoint> points, double hz) {
     return from.db + part * (above->db - from.db);
 }
 
-ToneFit FitTone(std::span<const TonePoint> points, double rateHz) {
+ToneFit FitTone(std::span<const TonePoint> points, double rateHz, ToneFocus focus) {
     Terms gains;
     gains.fill(1);
     for (int round = 0; round < kRounds; ++round) {
@@ -164,15 +174,17 @@ ToneFit FitTone(std::span<const TonePoint> points, double rateHz) {
             const double wanted = std::pow(10, CurveDb(points, hz) / 20);
             Terms terms = TermsAt(hz, rateHz);
             for (double& term : terms) term /= wanted;
-            squares.Add(terms, round == 0 ? 1 : DecibelWeight(Dot(gains, terms)));
+            const double weight = round == 0 ? 1 : DecibelWeight(Dot(gains, terms));
+            squares.Add(terms, weight * FocusWeight(focus, hz));
         });
         squares.Descend(&gains);
         if (round + 1 == kRounds) squares.DescendInSteps(&gains);
     }
 
     ToneFit fit{};
+    fit.focus = focus;
     std::transform(gains.begin(), gains.end(), fit.levels.begin(), LevelOfGain);
-    double sum = 0, count = 0;
+    double sum = 0, count = 0, middleSum = 0, middleCount = 0;
     const auto deviation = [&](double hz) {
         const double db = ToneDb(fit.levels, hz, rateHz) - CurveDb(points, hz);
         if (std::abs(db) >= std::abs(fit.worstDb)) {
@@ -185,10 +197,14 @@ ToneFit FitTone(std::span<const TonePoint> points, double rateHz) {
         const double db = deviation(hz);
         sum += db * db;
         ++count;
+        if (!IsMiddle(hz)) return;
+        middleSum += db * db;
+        ++middleCount;
     });
     for (const TonePoint& point : points)
         if (point.hz >= kLowestHz && point.hz <= HighestHz(rateHz)) deviation(point.hz);
     fit.rmsDb = std::sqrt(sum / count);
+    fit.middleRmsDb = std::sqrt(middleSum / middleCount);
     fit.peakDb = kFloorDb;
     for (double hz = rateHz / 2; hz > 1; hz *= std::exp2(-1 / kPerOctave))
         fit.peakDb = std::max(fit.peakDb, ToneDb(fit.levels, hz, rateHz));

@@ -41,14 +41,22 @@ struct TonePoint {
 // least one point, and the points must ascend in frequency.
 double CurveDb(std::span<const TonePoint> points, double hz);
 
+// Where a fit has to come near to its curve.
+enum class ToneFocus {
+    kEven,    // everywhere alike
+    kMiddle,  // most of all from 60 Hz to 8 kHz: a deviation outside counts a quarter of one inside
+};
+
 struct ToneFit {
     Settings::Levels levels;  // rounded to what can be sent
     // The root mean square of the deviation from the curve in dB, over 20 Hz to the lower of 20 kHz
     // and 0.45 times the rate.
     double rmsDb;
-    double worstDb;  // the largest deviation there or at a point: result minus curve, signed
-    double worstHz;  // the frequency of worstDb
-    double peakDb;   // the result's largest magnitude up to half the rate
+    double worstDb;      // the largest deviation there or at a point: result minus curve, signed
+    double worstHz;      // the frequency of worstDb
+    double middleRmsDb;  // as rmsDb, but from 60 Hz to 8 kHz
+    ToneFocus focus;
+    double peakDb;  // the result's largest magnitude up to half the rate
 
     // Returns true if every deviation is below 1.5 dB. Curves that change no faster than the bands
     // are wide are fitted that well.
@@ -57,7 +65,8 @@ struct ToneFit {
 
 // Finds the levels, -1 to 1, with the least squares of the deviation in dB from the curve, at 24
 // frequencies per octave. The points are those of CurveDb.
-ToneFit FitTone(std::span<const TonePoint> points, double rateHz);
+ToneFit FitTone(std::span<const TonePoint> points, double rateHz,
+                ToneFocus focus = ToneFocus::kEven);
 
 // Replaces the band levels of `settings` by those of the fit. With `headroom`, lowers the output
 // gain if its product with the curve's peak exceeds 1.

@@ -10,7 +10,7 @@ namespace {
 
 constexpr const char* kExamples[] = {
     "orvane render song.flac louder.flac --preset loud --picture louder.png",
-    "orvane render song.mp3 - --tone 60:6,200:0,8000:3 | aplay",
+    "orvane render song.mp3 - --tone 60:4,500:0,8000:3 | aplay",
     "orvane album 'The Album' out --format opus --match",
     "parallel orvane render -q --only-whole {} {.}-night.flac --preset night ::: *.wav"};
 

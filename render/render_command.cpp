@@ -127,7 +127,7 @@ private:
         PictureInput input;
         input.title = TitleOf(job.input, reader);
         input.settings = job.preset + ": " + Describe(report.settings);
-        input.asked = job.tone.points;
+        input.asked = job.tone.curve.points;
         for (TonePoint& point : input.asked)
             point.db += 20 * std::log10(report.settings.Get(PARAM_OUTPUT_GAIN));
         input.seconds = report.seconds;

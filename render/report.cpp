@@ -112,6 +112,7 @@ std::string JsonOf(const Report& report) {
     json.Add("preset", report.preset).Add("settings", settings);
     if (report.tone)
         json.Add("tone", tone.Add("rmsDb", report.tone->rmsDb)
+                             .Add("middleRmsDb", report.tone->middleRmsDb)
                              .Add("worstDb", report.tone->worstDb)
                              .Add("worstHz", report.tone->worstHz));
     else

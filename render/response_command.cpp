@@ -72,7 +72,7 @@ void ResponseCommand::Run() {
     const StreamFormat format{rateHz, channels, common.bufferFrames};
     ResponseInput input;
     input.settings = Describe(both);
-    input.asked = tone.points;
+    input.asked = tone.curve.points;
     input.rateHz = rateHz;
     input.channels = static_cast<int>(channels);
     input.enhances = both.IsOn(PARAM_ENHANCER_ENABLE);

@@ -35,8 +35,9 @@ void SettingsOptions::AddTo(Options& options) {
         .Add("--tone", &tone,
              "a tone curve in hertz and decibels. The ten band levels are computed from it. The "
              "curve has straight lines between the points and is flat outside them. The output "
-             "gain is lowered to leave headroom")
-        .Type("HZ:DB,HZ:DB,...");
+             "gain is lowered to leave headroom. A file holds the curve of a headphone, as AutoEq "
+             "publishes it: GraphicEQ or ParametricEQ")
+        .Type("HZ:DB,HZ:DB,... or FILE");
     for (const Parameter& parameter : kParameters) {
         const std::string key = parameter.key;
         if (key.empty()) continue;
@@ -75,7 +76,7 @@ ToneWish SettingsOptions::Tone() const {
     wish.headroom = !Gives(PARAM_OUTPUT_GAIN);
     if (tone.empty()) return wish;
     if (Gives(PARAM_EQUALIZER_BANDLEVEL)) throw UsageError("--tone and --eq set the same levels");
-    const std::string fault = ReadTone(tone, &wish.points);
+    const std::string fault = ReadToneNamed(tone, &wish.curve);
     if (!fault.empty()) throw UsageError("--tone {}", fault);
     return wish;
 }
@@ -108,8 +109,8 @@ void SettingsOptions::Save(const Settings& settings, bool overwrite) const {
 }
 
 std::optional<ToneFit> ToneWish::Grant(double rateHz, Settings* settings) const {
-    if (points.empty()) return std::nullopt;
-    const ToneFit fit = FitTone(points, rateHz);
+    if (curve.points.empty()) return std::nullopt;
+    const ToneFit fit = FitTone(curve.points, rateHz, curve.focus);
     ApplyTone(fit, headroom, settings);
     return fit;
 }

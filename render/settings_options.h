@@ -6,13 +6,13 @@
 #include <vector>
 
 #include "client/settings.h"
-#include "client/tone.h"
+#include "client/tone_file.h"
 #include "render/options.h"
 
 // A tone curve that was asked for. The band levels that give it depend on the stream's rate.
 struct ToneWish {
-    std::vector<TonePoint> points;  // empty if no curve was asked for
-    bool headroom = true;           // false: the output gain must not change
+    ToneCurve curve;       // without points if no curve was asked for
+    bool headroom = true;  // false: the output gain must not change
 
     // Puts the band levels into `settings`. Returns how near they come to the curve, or nothing if
     // no curve was asked for.

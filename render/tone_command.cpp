@@ -2,7 +2,7 @@
 
 #include "client/parameter_command.h"
 #include "client/settings_text.h"
-#include "client/tone.h"
+#include "client/tone_file.h"
 #include "dsp/samples.h"
 #include "render/audio/whole_write.h"
 #include "render/commands.h"
@@ -27,6 +27,15 @@ std::string ToneText(const std::vector<TonePoint>& points, const ToneFit& fit,
                         DecibelText(ToneDb(fit.levels, point.hz, rateHz)));
     text += "  " + FitText(fit) + "\n";
     return text;
+}
+
+// Returns the points at which the text shows the curve: its own, or those of a file's curve at the
+// octaves.
+std::vector<TonePoint> Shown(const ToneCurve& curve) {
+    if (curve.focus == ToneFocus::kEven) return curve.points;
+    std::vector<TonePoint> points;
+    for (double hz = 31.25; hz <= 16000; hz *= 2) points.push_back({hz, CurveDb(curve.points, hz)});
+    return points;
 }
 
 // Returns a line for each set-parameter command that an application sends: the parameter's name,
@@ -59,7 +68,11 @@ private:
 
 ToneCommand::ToneCommand(Options& program)
     : Command(program, "tone", "find the ten equalizer levels for a tone curve") {
-    options.Add("POINTS", &items, "points HZ:DB ... of the curve, joined by straight lines")
+    options
+        .Add(
+            "POINTS", &items,
+            "points HZ:DB ... of the curve, joined by straight lines, or the file of a headphone's "
+            "curve (GraphicEQ or ParametricEQ of AutoEq)")
         .Required();
     options.Add("--rate", &rateHz, "sampling rate; the levels depend on it")
         .Type("HZ")
@@ -71,13 +84,14 @@ ToneCommand::ToneCommand(Options& program)
 }
 
 void ToneCommand::Run() {
-    std::vector<TonePoint> points;
-    const std::string fault = ReadTone(fmt::format("{}", fmt::join(items, ",")), &points);
+    ToneCurve curve;
+    const std::string fault = ReadToneNamed(fmt::format("{}", fmt::join(items, ",")), &curve);
     if (!fault.empty()) throw UsageError("tone {}", fault);
-    const ToneFit fit = FitTone(points, rateHz);
+    const ToneFit fit = FitTone(curve.points, rateHz, curve.focus);
     Settings settings;
     ApplyTone(fit, true, &settings);
-    PrintToStandardOutput(records ? Records(settings) : ToneText(points, fit, settings, rateHz));
+    PrintToStandardOutput(records ? Records(settings)
+                                  : ToneText(Shown(curve), fit, settings, rateHz));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <numbers>
 #include <vector>
 
+#include "client/tone_file.h"
 #include "effects/fir_equalizer.h"
 #include "signals.h"
 
@@ -107,4 +108,41 @@ TEST(Tone, LevelsComeAsCloseToACurveAsTenBandsCan) {
                     EXPECT_GT(rmsDb(other), 0.99 * fit.rmsDb - 0.001) << name << ' ' << band;
                 }
         }
+}
+
+TEST(Tone, CurvesOfHeadphonesAreReadFromBothFormsOfFile) {
+    ToneCurve curve;
+    ASSERT_EQ(ReadToneFile("\xEF\xBB\xBF"
+                           "Preamp: -6.5 dB\r\n# a comment\r\nChannel: all\r\n"
+                           "Filter 1: ON LSC Fc 105 Hz Gain 8 dB Q 0.70\r\n"
+                           "Filter 2: ON PK Fc 1000 Hz Gain -5.5 dB Q 6\r\n"
+                           "Filter 3: OFF PK Fc 3000 Hz Gain 9 dB Q 1\r\n"
+                           "Filter 4: ON HS Fc 9000 Hz Gain 4 dB\r\n",
+                           &curve),
+              "");
+    const std::pair<double, double> wanted[] = {{20, 1.5},    {105, -2.5},  {400, -6.5},
+                                                {1000, -12},  {3000, -6.5}, {9000, -4.5},
+                                                {20000, -2.5}};
+    for (const auto& [hz, db] : wanted) EXPECT_NEAR(CurveDb(curve.points, hz), db, 0.2) << hz;
+
+    std::string graph = "GraphicEQ: 10 -84; ";
+    for (int i = 0; i < 127; ++i)
+        graph += std::to_string(20 + i * i) + " " + std::to_string(0.1 * i - 6) + "; ";
+    ASSERT_EQ(ReadToneFile(graph, &curve), "");
+    ASSERT_EQ(curve.points.size(), 128U);
+    EXPECT_EQ(curve.points.front().db, -60);
+    EXPECT_NEAR(CurveDb(curve.points, 20 + 100 * 100), 4, 1e-6);
+
+    // The bands can't follow this dip, and must not try at the expense of the middle.
+    ASSERT_EQ(ReadToneFile("GraphicEQ: 20 0; 8000 0; 11000 -20; 14000 0", &curve), "");
+    EXPECT_LT(FitTone(curve.points, 44100, curve.focus).middleRmsDb,
+              0.9 * FitTone(curve.points, 44100).middleRmsDb);
+
+    for (const char* const wrong :
+         {"", "60:6", "Preamp: -3 dB\nFilter 1: OFF PK Fc 9 Hz Gain 1 dB Q 1", "GraphicEQ: 20",
+          "GraphicEQ:", "GraphicEQ: 20 0; 20 1", "GraphicEQ: 20 0 1", "GraphicEQ: 50 21",
+          "Filter 1: ON NO Fc 60 Hz", "Filter 1: ON PK Fc 60 Hz Gain 3 dB",
+          "Filter 1: ON PK Fc 60 Hz Gain x dB Q 1", "Filter 1: ON PK Fc 60 Hz Gain 30 dB Q 1",
+          "Filter 1: ON PK Fc 24000 Hz Gain 3 dB Q 1", "Preamp: loud\nGraphicEQ: 20 0"})
+        EXPECT_NE(ReadToneFile(wrong, &curve), "") << wrong;
 }
