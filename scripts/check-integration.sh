@@ -3,7 +3,7 @@
 # their order. A folder stands in for the device and a script for adb. This is done once for a device
 # with a vendor's list of effects and once for one without. Checks that the effect is installed, also if
 # that is done twice, and that after the document's last step nothing of it is left. Then each call of
-# adb fails in turn, which must be noticed.
+# adb fails in turn, which must be noticed. At last orvane-check checks the library, under emulation.
 set -eu
 project=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d)
@@ -34,14 +34,19 @@ remount) touch "$DEVICE/remounted" ;;
 pull)
     if [ -e "$DEVICE$1" ]; then copy "$DEVICE$1" "$2"; else echo "remote object '$1' does not exist" >&2; fi ;;
 push)
-    if [ -e "$DEVICE/remounted" ]; then
+    if [ -e "$DEVICE/remounted" ] || [ "${2#/data/local/tmp/}" != "$2" ]; then
         copy "$1" "$DEVICE$2"
+        case $2 in
+        */orvane-check*) # a program of the device, for the emulator
+            mv "$DEVICE$2" "$DEVICE$2.arm"
+            echo 'LD_LIBRARY_PATH=$EMULATED qemu-arm -L "$EMULATED" "$0.arm" "$@" 2>/dev/null' >"$DEVICE$2" ;;
+        esac
         chmod 600 "$DEVICE$2"
     else
         echo "failed to copy '$1' to '$2': Read-only file system" >&2
     fi ;;
 shell)
-    command=$(echo "$*" | sed "s#/\(system\|vendor\)/#$DEVICE&#g")
+    command=$(echo "$*" | sed "s#/\(system\|vendor\|data\)/#$DEVICE&#g")
     { PATH=$(dirname "$0")/../device-bin:$PATH sh -c "$command" 2>&1 || true; } | sed 's/$/\r/' ;;
 *) echo "adb: no $verb" >&2 ;;
 esac
@@ -65,14 +70,14 @@ cd "$work/clone"
 awk -v work="$work" '/^```sh$/ { inside = 1; ++block; next }
     /^```$/ { inside = 0 }
     inside { print >(work "/block." block) }' docs/integration.md
-[ "$(ls "$work"/block.* | wc -l)" -eq 4 ] || fail "the document hasn't four blocks of commands"
+[ "$(ls "$work"/block.* | wc -l)" -eq 5 ] || fail "the document hasn't five blocks of commands"
 cat "$work/block.1" "$work/block.2" >"$work/build"
 
 # make_device OWNER: makes a device with lists of effects, each with one effect. The list of OWNER,
 # "system" or "vendor", is in force.
 make_device() {
     export DEVICE="$work/$1"
-    mkdir -p "$DEVICE/system/lib/soundfx" "$DEVICE/system/etc" "$DEVICE/vendor/etc"
+    mkdir -p "$DEVICE/data/local/tmp" "$DEVICE/system/lib/soundfx" "$DEVICE/system/etc" "$DEVICE/vendor/etc"
     for owner in system "$1"; do
         printf '%s {\n  %s {\n    %s\n  }\n}\n' libraries bundle 'path /system/lib/soundfx/libb.so' \
             effects "$owner" 'library bundle' >"$DEVICE/$owner/etc/audio_effects.conf"
@@ -138,4 +143,15 @@ for step in 3:installed 4:before; do
     [ "$noticed" -gt 10 ] || fail "block ${step%:*}: only $noticed faults were noticed"
     echo "check-integration: block ${step%:*}: $noticed of $calls faults end it, the others do no harm"
 done
+
+# orvane-check passes on a device without root.
+unset FAULTY
+rm -rf "$work/system"
+make_device system
+export EMULATED="$work/clone/build/arm-softfloat/android/emulated"
+cmake --build build/arm-softfloat --target emulated_log >/dev/null
+run "$work/block.5" || { cat "$work/log"; fail "block 5"; }
+[ "$(tail -n 1 "$work/log" | tr -d '\r')" = PASSED ] || { cat "$work/log"; fail "orvane-check hasn't passed"; }
+[ ! -e "$DEVICE/remounted" ] || fail "block 5 needs root"
+[ "$(ls "$DEVICE/data/local/tmp")" = orvane-check-4.0.arm ] || fail "block 5 leaves something"
 echo "check-integration: docs/integration.md works, from a clone to the device and back"
