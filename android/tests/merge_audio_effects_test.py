@@ -8,6 +8,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import xml.etree.ElementTree
 
 SCRIPT = os.path.join(os.path.dirname(__file__), "..", "merge_audio_effects.py")
 PARSER = f"/usr/lib/{os.uname().machine}-linux-gnu/android/libcutils.so.0"
@@ -42,6 +43,31 @@ EFFECT = b"""\t  qth_orvane {
 \t  }
 """
 MERGED = STOCK.replace(b"}\n\n#", LIBRARY + b"}\n\n#").replace(b"\t}", EFFECT + b"\t}")
+
+
+XML = b"""\xef\xbb\xbf<?xml version="1.0" encoding="UTF-8"?>
+<audio_effects_conf version="2.0" xmlns="http://schemas.android.com/audio/audio_effects_conf/v2_0">
+    <libraries>
+        <library name="bundle" path="libbundlewrapper.so"/>
+    </libraries>
+    <effects>
+        <effect name="bassboost" library="bundle" uuid="8631f300-72e2-11df-b57e-0002a5d5c51b"/>
+        <!-- </effects> caf\xc3\xa9 -->
+    </effects>
+</audio_effects_conf>
+"""
+XML_LIBRARY = b'        <library name="qth_orvane" path="libqth_orvane.so"/>\n'
+XML_EFFECT = (b'        <effect name="qth_orvane" library="qth_orvane" '
+              b'uuid="d92c3a90-3e26-11e2-a25f-0800200c9a66"/>\n')
+XML_MERGED = XML.replace(b"    </libr", XML_LIBRARY + b"    </libr").replace(
+    b"    </effects>\n<", XML_EFFECT + b"    </effects>\n<")
+
+
+def load_script():
+    module = importlib.util.spec_from_file_location("merge_audio_effects", SCRIPT)
+    script = importlib.util.module_from_spec(module)
+    module.loader.exec_module(script)
+    return script
 
 
 class Merge(unittest.TestCase):
@@ -87,7 +113,7 @@ class Merge(unittest.TestCase):
         self.assertEqual(self.merge(), MERGED)
 
     def test_refuses_what_it_cannot_read_and_writes_nothing(self):
-        self.assertIn("no audio_effects.conf", self.merge())
+        self.assertIn("no list of effects", self.merge())
         for given, complaint in (
                 (b"", "no section libraries"),
                 (STOCK.replace(b"effects\n", b"}\neffects\n"), "no section effects; line 9"),
@@ -101,6 +127,47 @@ class Merge(unittest.TestCase):
                                b"D92C3A90-3E26-11E2-A25F-0800200C9A66"), "the same uuid")):
             self.put("system/etc/audio_effects.conf", given)
             self.assertIn(complaint, str(self.merge()), given)
+
+    def test_changes_lists_in_xml_before_others(self):
+        later = ("--library", "/vendor/lib64/soundfx/libqth_orvane.so")
+        self.put("vendor/etc/audio_effects.conf", STOCK)
+        for given, wanted, without in (
+                (XML, XML_MERGED, XML), (XML.replace(b"\n", b"\r\n"), XML_MERGED.replace(b"\n", b"\r\n"),
+                                         XML.replace(b"\n", b"\r\n")),
+                (XML_MERGED.replace(XML_EFFECT, 2 * XML_EFFECT), XML_MERGED.replace(XML_EFFECT, 2 * XML_EFFECT),
+                 XML)):
+            self.put("vendor/etc/audio_effects.xml", given)
+            self.assertEqual(self.merge(*later), wanted)
+            self.put("vendor/etc/audio_effects.xml", wanted)
+            self.assertEqual(self.merge("--remove"), without)
+        os.remove(os.path.join(self.folder.name, "output"))
+        for old, new, complaint in (
+                (b"</libraries>", b"", "mismatched tag"), (b"effects>", b"x>", "no section effects"),
+                (b"audio_effects_conf", b"x", "another kind"), (b"?>\n", b"?><!DOCTYPE x>", "document type"),
+                (b"8631f300-72e2-11df-b57e-0002a5d5c51b", b"D92C3A90-3E26-11E2-A25F-0800200C9A66", "same uuid"),
+                (b"    </libr", XML_LIBRARY.replace(b"ne.so", b"n.so") + b"    </libr", "another qth")):
+            self.put("vendor/etc/audio_effects.xml", XML.replace(old, new))
+            self.assertIn(complaint, str(self.merge(*later)))
+
+    def test_random_lists_in_xml_keep_all_but_our_entries(self):
+        def tree(text):
+            return [(element.tag, sorted(element.items())) for element in
+                    xml.etree.ElementTree.fromstring(text.encode("latin-1")).iter()
+                    if element.get("name") != "qth_orvane"]
+        pieces = ("<!-- <effects> -->", "<?x > ?>", "\n", "\r\n", "\t", " ", "<x a='>' b = \"/>\" />", "<x>/></x>",
+                  "<effects/>", "<libraries><x/></libraries >", "t", "<![CDATA[</effects>]]>")
+        script, pick = load_script(), random.Random(2)
+        for _ in range(3000):
+            some = ["".join(pick.choices(pieces, k=pick.randrange(6))) for _ in range(4)]
+            text = ("\xef\xbb\xbf" * pick.randrange(2) + "<audio_effects_conf>" + some[0] + "<libraries a='/>'>" +
+                    some[1] + "</libraries>" + some[2] + "<effects>" + some[3] + "</effects \n></audio_effects_conf>")
+            merged = script.merge(text, script.XML)
+            self.assertEqual(tree(merged), tree(text), text)
+            entries = xml.etree.ElementTree.fromstring(merged.encode("latin-1"))
+            self.assertEqual([len(entries.findall(f"{path}[@name='qth_orvane']")) for path in
+                              ("libraries/library", "effects/effect")], [1, 1], text)
+            self.assertEqual(script.merge(merged, script.XML), merged)
+            self.assertEqual(script.remove(merged, script.XML), text)
 
 
 
@@ -123,9 +190,7 @@ class Platform(unittest.TestCase):
         cls.parser = ctypes.CDLL(PARSER)
         cls.parser.config_node.restype = ctypes.POINTER(PlatformNode)
         cls.parser.config_load.argtypes = [ctypes.POINTER(PlatformNode), ctypes.c_char_p]
-        module = importlib.util.spec_from_file_location("merge_audio_effects", SCRIPT)
-        cls.script = importlib.util.module_from_spec(module)
-        module.loader.exec_module(cls.script)
+        cls.script = load_script()
 
     def seen(self, text):
         """Returns what the platform reads as a list of (name, value, list)."""
@@ -159,7 +224,7 @@ class Platform(unittest.TestCase):
                 continue
             changed += 1
             after = self.seen(merged)
-            for section, ours in self.script.OURS.items():
+            for section, ours in self.script.ours(self.script.LIBRARY).items():
                 at = [name for name, _, _ in before].index(section)
                 entry = ("qth_orvane", "", [(key, value, []) for key, value in ours.items()])
                 before[at][2].append(entry)
