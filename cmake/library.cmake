@@ -2,7 +2,7 @@
 # library that the framework loads.
 
 include(cmake/sources.cmake)
-set(platform_sources platform/clock.cpp platform/file.cpp)
+set(platform_sources platform/system.cpp)
 if(ORVANE_LIBLOG)
   list(APPEND platform_sources platform/log_liblog.cpp)
 else()
@@ -42,7 +42,7 @@ if(ORVANE_ASSEMBLY)
   set(small_sources ${ORVANE_SOURCES})
   list(REMOVE_ITEM small_sources dsp/softfloat/equalizer_core.cpp effects/loudness.cpp
     effects/playback_gain.cpp effects/steady_gains.cpp)
-  set_source_files_properties(${small_sources} platform/clock.cpp platform/file.cpp
+  set_source_files_properties(${small_sources} platform/system.cpp
     PROPERTIES COMPILE_OPTIONS "-Os;-mthumb")
   # With this option calls change the state themselves. Otherwise the linker adds the stubs that ARMv4T
   # needs.

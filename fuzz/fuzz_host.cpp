@@ -36,7 +36,7 @@
 #include "client/instance.h"
 #include "fuzz/fuzz_input.h"
 #include "host/entry_points.h"
-#include "platform/file.h"
+#include "platform/system.h"
 #include "platform/log.h"
 #include "table/parameters.h"
 

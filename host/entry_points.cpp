@@ -9,7 +9,7 @@
 
 #include "host/effect.h"
 #include "host/identity.h"
-#include "platform/file.h"
+#include "platform/system.h"
 #include "platform/log.h"
 #include "table/parameters.h"
 

@@ -5,7 +5,7 @@
 #include <new>
 
 #include "host/reply.h"
-#include "platform/clock.h"
+#include "platform/system.h"
 #include "platform/log.h"
 #include "table/parameters.h"
 

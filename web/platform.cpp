@@ -1,8 +1,7 @@
 // The platform layer of a page: it has no log, no marker file and no clock. The module imports
 // nothing.
-#include "platform/clock.h"
-#include "platform/file.h"
 #include "platform/log.h"
+#include "platform/system.h"
 
 void LogInfo(const char*, ...) {}
 
