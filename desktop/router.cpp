@@ -115,8 +115,8 @@ void Router::Check() {
     if (differs || metadata == nullptr) ReadEntries();
 }
 
-// A new listener is told all entries, and none of them is dropped. The answer comes behind them:
-// the sound server takes nothing more from us before the session manager has told everything.
+// Binds the metadata anew, because only a new listener is told all entries. The answer comes behind
+// them: the sound server takes nothing more from us before the session manager has told them all.
 void Router::ReadEntries() {
     DropMetadata();
     arriving.clear();
@@ -244,7 +244,7 @@ bool Router::IsLinkedTo(const Node& node, const std::string& name) const {
 // Returns what would bring a player to where it should be. A player that doesn't play to the
 // default output isn't routed, because the session manager sometimes links a player to the target
 // of an earlier day without an entry. The default output is where our own sound is. The entry
-// `default.audio.sink` would tell it as well, but its change can be dropped.
+// `default.audio.sink` would tell it as well, but its change can be hidden from us.
 Router::Act Router::ActFor(const Node& node) const {
     if (!IsPlayer(node) || !node.isKnown) return Act::kNone;
     const bool isOwn = HasOwnTarget(node), isLinked = IsLinkedTo(node, kInputName);

@@ -7,10 +7,10 @@
 // told its entries: otherwise the manager would take our entry for the listener's, and save it over
 // the listener's own.
 //
-// The sound server (PipeWire 0.3.65) drops changes of entries while another program begins to read
-// them. This can hide a change from us, and our own entry from the session manager. Only links are
-// reliable. So a player counts as routed when it is linked to our input, the entries are read anew
-// before each decision, and an entry that isn't followed is written again.
+// The sound server (PipeWire 0.3.65) hides changes of entries from us while another program begins
+// to read them. It never hides links. So a player counts as routed when it is linked to our input,
+// and all entries are read anew before one is changed. An entry that isn't followed is written
+// again.
 //
 // Thread: the loop's thread.
 #pragma once

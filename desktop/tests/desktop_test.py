@@ -217,6 +217,11 @@ def follows_in_spite_of_dropped_changes(session):
         session.processes["manager"].send_signal(signal.SIGCONT)
         session.hears("speakers", through)
         assert json.loads(session.orvane("status", "--json"))["players"][0]["routed"] == through
+    time.sleep(1)  # a volume control erases our entry, long after we wrote it
+    entry = (session.number("player"), "target.object")
+    session.run("pw-metadata", "-d", *map(str, entry))
+    wait_until("our entry again", lambda: session.metadata().get(entry) == "orvane")
+    session.hears("speakers")
     # A program whose question no manager answers any more is never answered by the server either.
     session.processes["manager"].send_signal(signal.SIGSTOP)
     session.orvane("leave-out", "player")
