@@ -304,6 +304,15 @@ TEST_F(Renderer, HoldsTheWholeOutputBelowACeiling) {
 TEST_F(Renderer, WritesToTheEndOrSaysThatItCannot) {
     Write("long.wav", Sine(0.1, 440, 44100, 2, 15), 44100, 2);
     EXPECT_EQ(Shell("trap '' XFSZ; ulimit -f 100; timeout 60 $ORVANE render long.wav out.wav"), 1);
+#ifdef ORVANE_MISREAD_FILE
+    for (const std::string wrong : {"frames", "rate", "channels", "file"}) {
+        EXPECT_EQ(Shell("LD_PRELOAD=" ORVANE_MISREAD_FILE " ORVANE_MISREAD=" + wrong +
+                        " $ORVANE render -q long.wav out.wav"),
+                  1);
+        EXPECT_NE(Slurp("err").find("out.wav is not written: "), std::string::npos) << wrong;
+        EXPECT_FALSE(fs::exists("out.wav")) << wrong;
+    }
+#endif
 }
 
 }  // namespace
