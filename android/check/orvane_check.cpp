@@ -65,6 +65,8 @@ void Take(Function* to, void (*from)()) {
 // Loads the library and fills in the functions of its record. Returns false if the platform would
 // refuse it, and prints why.
 bool Load(const char* path, audio_effect_library_t* record) {
+    // With 32 bits, Android's RTLD_NOW is 0, and this C library's 2 is its RTLD_GLOBAL. Android's
+    // loader resolves every function at once in both cases.
     void* const library = dlopen(path, RTLD_NOW);
     if (library == nullptr) {
         std::printf("The library can't be loaded: %s\n", dlerror());
@@ -87,6 +89,10 @@ bool Load(const char* path, audio_effect_library_t* record) {
         return false;
     }
     void (*const* const functions)() = any.functions + (major == 2 ? 2 : 0);
+    if (functions[0] == nullptr || functions[1] == nullptr || functions[2] == nullptr) {
+        std::printf("The record lacks a function.\n");
+        return false;
+    }
     *record = {};
     Take(&record->create_effect, functions[0]);
     Take(&record->release_effect, functions[1]);

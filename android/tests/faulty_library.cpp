@@ -61,6 +61,7 @@ __attribute__((constructor)) void MakeRecord() {
     realCreate = reinterpret_cast<decltype(realCreate)>(AELI.functions[create]);
     AELI.functions[create] = reinterpret_cast<void*>(Create);
     if (Has("effect")) AELI.functions[create + 2] = reinterpret_cast<void*>(GetNoDescriptor);
+    if (Has("function")) AELI.functions[create + 1] = nullptr;
     if (Has("tag")) AELI.tag ^= 1U;
     if (Has("version")) AELI.version += 0x00020000;
 }
