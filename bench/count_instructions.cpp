@@ -19,6 +19,8 @@
 //                 that overlap.
 //   entry=NAME    count the calls of this function of the interface (InterfaceCommand) instead of
 //                 InterfaceProcess
+//   cycles=yes    also model the cycles that three processors take (cycle_model.h). Only for code
+//                 of ARMv5TE. Takes ten times as long.
 //
 // Prints lines of fields that are separated by tabs:
 //   calls N                   the number of calls
@@ -26,6 +28,8 @@
 //   stage STAGE               each stage, in the chain's order
 //   count STAGE N NAME        the instructions of a function that count for a stage
 //   misaligned NAME           a function that accessed two words at another address
+//   cycles PROCESSOR STAGE N  the cycles of a stage
+//   worst-cycles PROCESSOR N  the cycles of the slowest call
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -35,7 +39,9 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <vector>
 
+#include "bench/cycle_model.h"
 #include "table/stages.h"
 
 // The part of QEMU's plug-in interface, version 1, that is used here.
@@ -46,6 +52,7 @@ struct qemu_plugin_tb;
 struct qemu_plugin_insn;
 size_t qemu_plugin_tb_n_insns(const qemu_plugin_tb* tb);
 uint64_t qemu_plugin_tb_vaddr(const qemu_plugin_tb* tb);
+uint64_t qemu_plugin_insn_vaddr(const qemu_plugin_insn* instruction);
 qemu_plugin_insn* qemu_plugin_tb_get_insn(const qemu_plugin_tb* tb, size_t index);
 const void* qemu_plugin_insn_data(const qemu_plugin_insn* instruction);
 size_t qemu_plugin_insn_size(const qemu_plugin_insn* instruction);
@@ -82,9 +89,22 @@ struct Function {
     uint64_t counts[kNobody] = {};
     bool misaligned = false;
 };
+// An instruction with its times on each processor.
+struct Modelled {
+    cycles::Instruction instruction;
+    cycles::Timed timed[cycles::kProcessors];
+};
 struct Block {
     Function* function;
-    uint64_t instructions;
+    uint64_t instructions, address;
+    std::vector<Modelled> modelled;  // empty without `cycles=yes`
+};
+// Counts cycles on one processor.
+struct Cycles {
+    explicit Cycles(const cycles::Rules& rules) : processor(rules) {}
+    cycles::Processor processor;
+    int64_t counts[kNobody] = {};
+    int64_t callBegan = 0, worst = 0;
 };
 // An instruction that loads or stores two words: the emulator accesses one after the other.
 struct TwoWords {
@@ -97,6 +117,12 @@ std::map<uint64_t, Function> functions;  // by address
 // The emulator keeps addresses of these elements, so they must not move.
 std::deque<Block> blocks;
 std::deque<TwoWords> twoWords;
+std::deque<Cycles> processors;  // empty without `cycles=yes`
+// The block that is being executed, and what it has accessed. It is modelled when it has ended,
+// because only then is it known which of its instructions accessed memory and whether it branched.
+const Block* running = nullptr;
+std::vector<uint64_t>
+    accesses;  // the address of the code in the upper half, of the data in the lower
 Part stage = kCaller;
 uint64_t calls = 0, inThisCall = 0, worst = 0;
 
@@ -110,7 +136,34 @@ Part OwnerOf(const std::string& name) {
     return kNobody;
 }
 
+// Models the block that was executed, for the present stage. The block at `next` follows.
+void ModelBlock(uint64_t next) {
+    if (running == nullptr) return;
+    const std::vector<Modelled>& modelled = running->modelled;
+    for (size_t p = 0; p < processors.size(); ++p) {
+        cycles::Processor& processor = processors[p].processor;
+        const int64_t began = processor.Now();
+        size_t at = 0;  // in `accesses`
+        for (size_t n = 0; n < modelled.size(); ++n) {
+            const cycles::Instruction& instruction = modelled[n].instruction;
+            const size_t first = at;
+            while (at < accesses.size() && accesses[at] >> 32U == instruction.address) ++at;
+            processor.Execute(instruction, modelled[n].timed[p], accesses.data() + first,
+                              at - first,
+                              n + 1 < modelled.size() ? modelled[n + 1].instruction.address
+                                                      : static_cast<uint32_t>(next));
+        }
+        processors[p].counts[stage] += processor.Now() - began;
+    }
+    running = nullptr;
+    accesses.clear();
+}
+
 void FinishCall() {
+    for (Cycles& on : processors) {
+        on.worst = std::max(on.worst, on.processor.Now() - on.callBegan);
+        on.callBegan = on.processor.Now();
+    }
     ++calls;
     if (inThisCall > worst) worst = inThisCall;
     inThisCall = 0;
@@ -119,6 +172,7 @@ void FinishCall() {
 void Executed(unsigned, void* data) {
     const Block& block = *static_cast<const Block*>(data);
     Function& function = *block.function;
+    ModelBlock(block.address);
     if (stage == kCaller) {
         if (function.name.find(entry) == std::string::npos) return;
         stage = kUnit;
@@ -133,6 +187,13 @@ void Executed(unsigned, void* data) {
     }
     function.counts[stage] += block.instructions;
     inThisCall += block.instructions;
+    if (!processors.empty()) running = &block;
+}
+
+void AccessedModelled(unsigned, uint32_t, uint64_t address, void* data) {
+    if (running == nullptr) return;
+    const auto& instruction = *static_cast<const cycles::Instruction*>(data);
+    accesses.push_back(uint64_t{instruction.address} << 32U | static_cast<uint32_t>(address));
 }
 
 void Accessed(unsigned, uint32_t, uint64_t address, void* data) {
@@ -141,12 +202,39 @@ void Accessed(unsigned, uint32_t, uint64_t address, void* data) {
     access.second = !access.second;
 }
 
+uint32_t CodeOf(const qemu_plugin_insn* instruction) {
+    uint32_t code = 0;
+    std::memcpy(&code, qemu_plugin_insn_data(instruction), qemu_plugin_insn_size(instruction));
+    return code;
+}
+
 // Returns true for LDRD and STRD in ARM state.
 bool TakesTwoWords(const qemu_plugin_insn* instruction) {
-    uint32_t code = 0;
-    if (qemu_plugin_insn_size(instruction) != sizeof code) return false;
-    std::memcpy(&code, qemu_plugin_insn_data(instruction), sizeof code);
+    if (qemu_plugin_insn_size(instruction) != sizeof(uint32_t)) return false;
+    const uint32_t code = CodeOf(instruction);
     return (code & 0x0e1000d0U) == 0xd0U && code >> 28U != 15U;
+}
+
+// Decodes a block's instructions. A block is in one state, and only Thumb state has instructions of
+// two bytes.
+void Model(qemu_plugin_tb* tb, Block& block) {
+    bool thumb = false;
+    for (size_t i = 0; i < block.instructions; ++i)
+        thumb |= qemu_plugin_insn_size(qemu_plugin_tb_get_insn(tb, i)) == 2;
+    block.modelled.reserve(block.instructions);  // the emulator keeps addresses of the elements
+    for (size_t i = 0; i < block.instructions; ++i) {
+        qemu_plugin_insn* const instruction = qemu_plugin_tb_get_insn(tb, i);
+        const auto address = static_cast<uint32_t>(qemu_plugin_insn_vaddr(instruction));
+        block.modelled.push_back(
+            {cycles::Decode(address, CodeOf(instruction),
+                            static_cast<uint8_t>(qemu_plugin_insn_size(instruction)), thumb),
+             {}});
+        Modelled& one = block.modelled.back();
+        for (size_t p = 0; p < cycles::kProcessors; ++p)
+            one.timed[p] = cycles::TimesOf(one.instruction, cycles::kRules[p]);
+        if (one.instruction.UsesMemory())
+            qemu_plugin_register_vcpu_mem_cb(instruction, AccessedModelled, 0, 3, &one.instruction);
+    }
 }
 
 void Translated(qemu_plugin_id_t, qemu_plugin_tb* tb) {
@@ -154,7 +242,8 @@ void Translated(qemu_plugin_id_t, qemu_plugin_tb* tb) {
     if (next == functions.begin()) return;
     Function* const function = &std::prev(next)->second;
     const size_t instructions = qemu_plugin_tb_n_insns(tb);
-    blocks.push_back({function, instructions});
+    blocks.push_back({function, instructions, qemu_plugin_tb_vaddr(tb), {}});
+    if (!processors.empty()) Model(tb, blocks.back());
     qemu_plugin_register_vcpu_tb_exec_cb(tb, Executed, 0, &blocks.back());
     for (size_t i = 0; i < instructions; ++i) {
         qemu_plugin_insn* const instruction = qemu_plugin_tb_get_insn(tb, i);
@@ -168,6 +257,13 @@ void Report(qemu_plugin_id_t, void*) {
     std::string text =
         "calls\t" + std::to_string(calls) + "\nworst\t" + std::to_string(worst) + "\n";
     for (Part part = kUnit; part < kNobody; ++part) text += "stage\t" + NameOf(part) + "\n";
+    for (size_t p = 0; p < processors.size(); ++p) {
+        const std::string name = cycles::kRules[p].name;
+        text += "worst-cycles\t" + name + "\t" + std::to_string(processors[p].worst) + "\n";
+        for (Part part = kUnit; part < kNobody; ++part)
+            text += "cycles\t" + name + "\t" + NameOf(part) + "\t" +
+                    std::to_string(processors[p].counts[part]) + "\n";
+    }
     for (const auto& [address, function] : functions) {
         if (function.misaligned) text += "misaligned\t" + function.name + "\n";
         for (Part part = kUnit; part < kNobody; ++part)
@@ -207,7 +303,15 @@ int qemu_plugin_install(qemu_plugin_id_t id, const qemu_info_t*, int argc, char*
         const std::string argument = argv[i];
         const size_t equals = argument.find('=');
         if (equals == std::string::npos) return 1;
-        (argument.substr(0, equals) == "entry" ? entry : symbols) = argument.substr(equals + 1);
+        const std::string key = argument.substr(0, equals), value = argument.substr(equals + 1);
+        if (key == "symbols")
+            symbols = value;
+        else if (key == "entry")
+            entry = value;
+        else if (key == "cycles" && value == "yes")
+            for (const cycles::Rules& rules : cycles::kRules) processors.emplace_back(rules);
+        else
+            return 1;
     }
     if (!ReadSymbols(symbols)) return 1;
     qemu_plugin_register_vcpu_tb_trans_cb(id, Translated);
