@@ -163,6 +163,9 @@ TEST(Settings, AreReadAsTheyWereWrittenOrRefusedWithTheLine) {
              {"eq = 1=0,0", "1: eq takes 10 levels, or BAND=LEVEL, not \"1=0,0\""},
          })
         EXPECT_EQ(ReadSettings(text, &flat), fault) << text;
+    EXPECT_EQ(ReadSettings(std::string(kMostSettingsBytes, '\n'), &flat), "");
+    EXPECT_EQ(ReadSettings(std::string(kMostSettingsBytes + 1, '\n'), &flat),
+              "1: longer than a settings file can be");
 }
 
 TEST(BlockStream, IsOneStreamWhateverPiecesItArrivesInOrSilentWhereRefused) {
