@@ -32,9 +32,11 @@ using Tracks = std::span<const AlbumTrack>;
 // Collects the tag warnings of an album's tracks. Tracks with the same warning share one line.
 class TagWarnings {
 public:
-    void Add(const std::string& output, const AudioWriter& writer, const AudioTags& tags) {
+    void Add(const std::string& output, const AudioWriter& writer, const AudioTags& tags,
+             bool getsGains) {
         Report report{};
-        NoteTags("", writer, tags, &report);
+        NoteTags("", writer, tags, getsGains ? std::optional(Gains{{}, Loudness{}}) : std::nullopt,
+                 &report);
         for (const std::string& text : report.warnings) {
             auto& [first, count] = said[text];
             if (count++ == 0) first = output;
@@ -52,17 +54,26 @@ private:
     std::map<std::string, std::pair<std::string, size_t>> said;  // first output, count
 };
 
+// A track under its temporary name.
+struct ClosedTrack {
+    std::string path, output;
+    bool getsGains;
+};
+
 // Cuts the result of a run where its tracks end, and writes each part to its own file.
 class TrackCutter final : public AudioWriter {
 public:
     // Everything must outlive the cutter.
     TrackCutter(const RenderJob& renderJob, Tracks runTracks, uint32_t rateHz, OutputSet* outputSet,
-                TagWarnings* tagWarnings, Report* albumReport)
+                TagWarnings* tagWarnings, std::vector<ClosedTrack>* closedTracks,
+                StreamMeter* albumMeter, Report* albumReport)
         : job(renderJob),
           tracks(runTracks),
           outputRateHz(rateHz),
           set(outputSet),
           warnings(tagWarnings),
+          closed(closedTracks),
+          after(albumMeter),
           report(albumReport) {}
 
     // Begins the next track, whose source has been opened. Its samples come later, because the
@@ -86,6 +97,7 @@ public:
             if (const auto end = waiting.front().end)
                 count = static_cast<size_t>(std::min<uint64_t>(count, *end - written));
             if (count > 0) Writer().Write(samples.first(count));
+            after->Add(samples.first(count));
             written += count;
             samples = samples.subspan(count);
             if (!samples.empty()) CloseTrack();
@@ -116,20 +128,24 @@ private:
                 {.rateHz = outputRateHz,
                  .channels = next.track.channels,
                  .frames = next.track.frames,
-                 .times = job.keepTimes ? std::optional(next.track.times) : std::nullopt},
+                 .times = job.keepTimes ? std::optional(next.track.times) : std::nullopt,
+                 .quality = job.quality},
                 next.tags, set));
         return *writer;
     }
 
     void CloseTrack() {
         Writer().Close();
-        const AlbumTrack& track = waiting.front().track;
+        after->EndPart();
+        const auto& [track, tags, end] = waiting.front();
+        const bool getsGains = GetsGains(job, track.output, tags);
+        closed->push_back({writer->ClosedPath(), track.output, getsGains});
         if (job.metering != Metering::kNothing && OutputFormat(track.output).IsLossy() &&
-            waiting.front().end != lastEnd)
+            end != lastEnd)
             AddDecodedPeak(writer->ClosedPath(), report);
-        lastEnd = waiting.front().end.value_or(0);
+        lastEnd = end.value_or(0);
         writer->Commit();
-        warnings->Add(waiting.front().track.output, *writer, waiting.front().tags);
+        warnings->Add(track.output, *writer, tags, getsGains);
         writer.reset();
         waiting.pop_front();
     }
@@ -139,6 +155,8 @@ private:
     uint32_t outputRateHz;
     OutputSet* set;
     TagWarnings* warnings;
+    std::vector<ClosedTrack>* closed;
+    StreamMeter* after;  // measures each track as a part
     Report* report;
     size_t begun = 0;
     uint64_t framesEnded = 0;     // the length of the ended tracks at the run's rate
@@ -202,6 +220,9 @@ public:
             report = started;
             Make(ceiling.Gain());
         } while (ceiling.NeedsAnother(PeakDb()));
+        for (size_t i = 0; i < gains.size(); ++i)
+            if (closed[i].getsGains)
+                WriteGains(closed[i].path, closed[i].output, {gains[i], report.after});
         set->Commit();
         ceiling.AddTo(&report);
         warnings.AddTo(&report);
@@ -243,10 +264,14 @@ private:
         set.emplace();
         warnings = {};
         for (const AlbumTrack& track : album.tracks) MakeFolderOf(track.output);
-        StreamMeter before(job.metering), after(job.metering);
+        closed.clear();
+        const bool tags = job.metering != Metering::kNothing && job.gainTags != GainTags::kNever;
+        StreamMeter before(job.metering), after(tags ? Metering::kParts : job.metering);
         for (size_t i = 0; i < runs.size(); ++i) Play(runs[i], starts[i], gain, &before, &after);
         report.before = before.Finish().loudness;
-        report.after = after.Finish().loudness;
+        const Measured measured = after.Finish();
+        report.after = measured.loudness;
+        gains = measured.parts;  // none if memory ran out
         for (const CueSheet& sheet : album.sheets) WriteSheet(sheet);
     }
 
@@ -262,12 +287,16 @@ private:
 
     void Play(Tracks tracks, const Report& start, double gain, StreamMeter* before,
               StreamMeter* after) {
-        TrackCutter cutter(job, tracks, start.outputRateHz, &*set, &warnings, &report);
+        // The cutter measures the output, because it knows where the tracks end.
+        StreamMeter noMeter(Metering::kNothing);
+        after->StartRun(tracks.front().channels, start.outputRateHz);
+        TrackCutter cutter(job, tracks, start.outputRateHz, &*set, &warnings, &closed, after,
+                           &report);
         const auto reader = Join(
             tracks, [&cutter](const AudioReader& file) { cutter.Begin(file); },
             [&cutter](uint64_t frames) { cutter.End(frames); });
         ChainRun run(job, library, start.settings, *reader, *before);
-        run.Play(cutter, start.outputRateHz, *after, gain);
+        run.Play(cutter, start.outputRateHz, noMeter, gain);
         run.AddTo(&report);
         if (!report.damage.empty())
             throw Failure("{}; nothing of the album is written",
@@ -296,6 +325,8 @@ private:
     std::vector<Report> starts;  // what is known of each run before it is played
     Report report{};
     TagWarnings warnings;
+    std::vector<ClosedTrack> closed;
+    std::vector<Loudness> gains;  // of the closed tracks
     std::optional<OutputSet> set;
 };
 
@@ -357,6 +388,7 @@ void AlbumCommand::RunAlbum(const Album& album, const EffectLibrary& library) {
     std::vector<std::string> outputs;
     for (const AlbumTrack& track : album.tracks) outputs.push_back(track.output);
     if (render.Skips(outputs)) return;
+    render.CheckQuality(outputs);
     Report report = AlbumRendering(job, album, library).Run();
     render.Finish(&report);
 }

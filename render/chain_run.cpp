@@ -226,15 +226,30 @@ void NoteMatch(const std::optional<Match>& match, Report* report) {
                  : "no step of the output gain comes nearer"));
 }
 
+bool GetsGains(const RenderJob& job, const std::string& output, const AudioTags& tags) {
+    if (output.empty() || output == "-" || job.metering == Metering::kNothing) return false;
+    const OutputFormat format(output);
+    if (job.gainTags != GainTags::kIfMeasured)
+        return job.gainTags == GainTags::kAlways && format.TakesTags();
+    return format.IsForPlayers() || (format.TakesTags() && !tags.gains.empty());
+}
+
 void NoteTags(const std::string& output, const AudioWriter& writer, const AudioTags& tags,
-              Report* report) {
+              const std::optional<Gains>& gains, Report* report) {
     std::vector<std::string> lost = writer.NotKept();
     for (const auto& unread : {tags.unread, tags.marks.unread})
         lost.insert(lost.end(), unread.begin(), unread.end());
     if (!lost.empty())
         report->warnings.push_back(fmt::format("{} cannot keep {}", output, fmt::join(lost, ", ")));
-    if (!tags.gains.empty())
+    std::vector<std::string> old = tags.gains;
+    if (gains)
+        old.erase(std::remove_if(old.begin(), old.end(),
+                                 [&](const std::string& name) {
+                                     return gains->album || name.find("ALBUM") == std::string::npos;
+                                 }),
+                  old.end());
+    if (!old.empty())
         report->warnings.push_back(
             fmt::format("{} is written without {}, because the loudness has changed", output,
-                        fmt::join(tags.gains, ", ")));
+                        fmt::join(old, ", ")));
 }

@@ -31,6 +31,14 @@ struct Match {
     double gain;
 };
 
+// Whether an output gets tags with the gain for players.
+enum class GainTags {
+    // if it is measured, and its format is for players or the source had such tags
+    kIfMeasured,
+    kAlways,  // if its format has tags; it is measured for them
+    kNever
+};
+
 struct RenderJob {
     std::string input;    // "-" is standard input
     std::string output;   // "-" is standard output; "" if only the picture is wanted
@@ -40,6 +48,8 @@ struct RenderJob {
     ToneWish tone;
     std::optional<MatchWish> match;
     std::optional<double> ceilingDb;  // limit of the output's true peak, in dBTP
+    GainTags gainTags = GainTags::kIfMeasured;
+    std::optional<double> quality;  // as in AudioFormat
     uint32_t bufferFrames = 1024;
     bool overwrite = false;
     bool keepDelay = false;
@@ -123,6 +133,10 @@ void AddDecodedPeak(const std::string& path, Report* report);
 // nothing was matched. `match` is the result of MatchPiece.
 void NoteMatch(const std::optional<Match>& match, Report* report);
 
-// Adds warnings about tags that were lost. Call it after the writer has committed.
+// Returns whether the output gets new gain tags. `tags` are those of its source.
+bool GetsGains(const RenderJob& job, const std::string& output, const AudioTags& tags);
+
+// Says in the report which tags and marks the output can't keep. `gains` are the gains that are
+// written, if any: old gain tags that are replaced aren't lost.
 void NoteTags(const std::string& output, const AudioWriter& writer, const AudioTags& tags,
-              Report* report);
+              const std::optional<Gains>& gains, Report* report);

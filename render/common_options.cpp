@@ -42,6 +42,13 @@ double ReadCeiling(const std::string& text) {
     return db;
 }
 
+double ReadQuality(const std::string& text) {
+    double quality = 0;
+    if (!ReadNumber(text, &quality) || !(quality >= 0 && quality <= 10))
+        throw UsageError("--quality={} is not a number from 0 to 10", text);
+    return quality;
+}
+
 }  // namespace
 
 std::filesystem::path ProgramFolder() {
@@ -114,6 +121,16 @@ void RenderOptions::AddTo(Options& options, RenderJob* job) {
             "lower the whole output until its true peak stays below this. In a lossy format, the "
             "decoded output counts. The output is made again until it fits, at most eight times")
         .Type("-1dB");
+    options.AddSwitch(
+        "--gain-tags,!--no-gain-tags", [this](bool on) { gainTags = on; },
+        "write the loudness of the output into its tags, for players that level pieces: R128_* in "
+        "Opus, REPLAYGAIN_* elsewhere. By default FLAC, Ogg, Opus and MP3 get it, and WAV and AIFF "
+        "if the source has it. --quiet measures nothing and writes it only with --gain-tags");
+    options
+        .Add(
+            "--quality", [this](const std::string& text) { quality = ReadQuality(text); },
+            "quality of a lossy output, from 0 (smallest file) to 10")
+        .Type("NUMBER");
     common.AddTo(options);
 }
 
@@ -127,7 +144,10 @@ void RenderOptions::Fill(RenderJob* job) const {
         throw UsageError("--match and --output-gain set the same gain");
     if (job->match) job->tone.headroom = false;
     if (ceiling) job->ceilingDb = ReadCeiling(*ceiling);
-    job->metering = json || !common.quiet || ceiling ? Metering::kEverything : Metering::kNothing;
+    if (gainTags) job->gainTags = *gainTags ? GainTags::kAlways : GainTags::kNever;
+    job->quality = quality;
+    const bool measures = json || !common.quiet || ceiling || job->gainTags == GainTags::kAlways;
+    job->metering = measures ? Metering::kEverything : Metering::kNothing;
 }
 
 bool RenderOptions::Skips(const std::vector<std::string>& outputs) const {
@@ -139,6 +159,12 @@ bool RenderOptions::Skips(const std::vector<std::string>& outputs) const {
     if (!common.quiet)
         for (const std::string& output : outputs) PrintMessage(output + " exists already, skipped");
     return true;
+}
+
+void RenderOptions::CheckQuality(const std::vector<std::string>& outputs) const {
+    const auto isLossy = [](const std::string& output) { return OutputFormat(output).IsLossy(); };
+    if (quality && std::none_of(outputs.begin(), outputs.end(), isLossy))
+        throw UsageError("--quality needs a lossy output: .opus, .ogg or .mp3");
 }
 
 void RenderOptions::Finish(Report* report) const {

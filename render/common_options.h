@@ -41,12 +41,16 @@ struct RenderOptions {
     bool noDither = false, json = false, skipExisting = false;
     std::string match;  // a loudness in LUFS, or "true" for that of the source; "" if not given
     std::optional<std::string> ceiling;
+    std::optional<bool> gainTags;
+    std::optional<double> quality;
 
     // Plain flags are stored directly in the job, which must outlive the options.
     void AddTo(Options& options, RenderJob* job);
     void Fill(RenderJob* job) const;
     // Returns true, and says so, if --skip-existing was given and all outputs exist.
     bool Skips(const std::vector<std::string>& outputs) const;
+    // Throws UsageError if --quality was given and no output is lossy.
+    void CheckQuality(const std::vector<std::string>& outputs) const;
     // Saves the settings if that was asked for, and prints the report and the warnings.
     void Finish(Report* report) const;
 };

@@ -56,7 +56,8 @@ std::unique_ptr<AudioWriter> OpenOutput(const RenderJob& job, const Report& repo
                                                                .channels = report.channels,
                                                                .frames = reader.Frames(),
                                                                .delayFrames = delay,
-                                                               .times = job.times},
+                                                               .times = job.times,
+                                                               .quality = job.quality},
                                                               reader.Tags()));
 }
 
@@ -93,8 +94,8 @@ public:
             throw Failure("{}; nothing is written", DamageText(job.input, report.damage));
         if (job.metering == Metering::kNothing || job.output.empty() || job.output == "-")
             return std::numeric_limits<double>::quiet_NaN();
-        if (!OutputFormat(job.output).IsLossy()) return report.after.truePeakDb;
         writer->Close();
+        if (!OutputFormat(job.output).IsLossy()) return report.after.truePeakDb;
         if (report.frames == 0) return -std::numeric_limits<double>::infinity();
         AddDecodedPeak(writer->ClosedPath(), &report);
         return *report.decodedPeakDb;
@@ -102,10 +103,15 @@ public:
 
     // Gives the file its name and draws the picture. Call it once, after Make.
     Report Finish() {
+        std::optional<Gains> gains;
+        if (GetsGains(job, job.output, reader.Tags())) {
+            gains = {report.after, std::nullopt};
+            WriteGains(writer->ClosedPath(), job.output, *gains);
+        }
         writer->Commit();
         if (!job.output.empty())
             NoteTags(job.output == "-" ? "standard output" : job.output, *writer, reader.Tags(),
-                     &report);
+                     gains, &report);
         if (png) Draw();
         return report;
     }
@@ -210,6 +216,7 @@ RenderCommand::RenderCommand(Options& program)
 void RenderCommand::Run() {
     render.Fill(&job);
     if (render.Skips({job.output})) return;
+    render.CheckQuality({job.output});
     if (job.onlyWhole && job.output == "-")
         throw UsageError(
             "--only-whole needs a file as output, because audio in a pipe cannot be taken back");

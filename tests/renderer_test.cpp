@@ -175,6 +175,7 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
         "2 in.wav new.wav --tone 60; 2 in.wav new.wav --tone 60:6,60:3; "
         "2 in.wav new.wav --tone 60:6 --eq 0=0.1; 2 in.wav new.wav --tone 5:6; "
         "2 in.wav new.wav --tone sub/none; 2 in.wav new.wav --tone old.wav; "
+        "2 in.wav new.wav --quality 5; 2 in.wav new.ogg --quality 11; "
         "2 in.wav new.wav --ceiling 1; 2 in.wav new.wav --ceiling=-61; 2 in.wav new.wav "
         "--ceiling=-1TP; "
         "2 in.wav new.wav --ceiling=loud; 2 in.wav - --ceiling=-1; "

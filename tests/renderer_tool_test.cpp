@@ -97,7 +97,7 @@ TEST_F(Renderer, KeepsTagsAndTheCoverOrSaysWhatIsLost) {
             file.file()->setProperties(fields);
             file.save();
         }
-        said = Report(output + " back.flac")["warnings"].Text();
+        said = Report(output + " back.flac --no-gain-tags")["warnings"].Text();
         EXPECT_EQ(said.find("R128_TRACK_GAIN") != std::string::npos, lost.empty()) << said;
         TagLib::FLAC::File back("back.flac", false);
         std::string names;
@@ -124,6 +124,66 @@ TEST_F(Renderer, KeepsTagsAndTheCoverOrSaysWhatIsLost) {
                   1);
         ExpectOneLine(output);
         EXPECT_EQ(Slurp(output), "old");
+    }
+}
+
+// Returns the gain tags of a file, such as "R128_TRACK_GAIN=-300 ".
+std::string GainTagsOf(const std::string& path) {
+    std::string text;
+    const TagLib::FileRef file(path.c_str(), false);
+    if (file.isNull()) return "";
+    for (const auto& [name, values] : file.file()->properties())
+        if (name.startsWith("REPLAYGAIN_") || name.startsWith("R128_"))
+            text += name.to8Bit() + "=" + values.front().to8Bit() + " ";
+    return text;
+}
+
+TEST_F(Renderer, WritesTheGainOfTheOutputForPlayers) {
+    fs::create_directory("in");
+    for (const auto& [name, amplitude] : {std::pair("in/1.flac", 0.5), {"in/2.flac", 0.05}})
+        Write(name, Sine(amplitude, 1000, 48000, 1, 4), 48000, 1, kFlac16);
+    // A sine of 1 kHz at -6 dB over one channel has -9.03 LUFS.
+    const std::string track = "REPLAYGAIN_TRACK_GAIN=-8.96 dB REPLAYGAIN_TRACK_PEAK=0.49";
+    const std::pair<std::string, std::string> outputs[] = {{"out.flac", track},
+                                                           {"out.ogg", track},
+                                                           {"out.mp3", track},
+                                                           {"out.opus", "R128_TRACK_GAIN=-35"},
+                                                           {"out.wav", ""},
+                                                           {"out.w64", ""},
+                                                           {"out.flac -q", ""},
+                                                           {"out.flac --no-gain-tags", ""},
+                                                           {"out.aiff -q --gain-tags", track}};
+    for (const auto& [output, tags] : outputs) {
+        EXPECT_EQ(Shell("$ORVANE render -f --preset off in/1.flac " + output), 0);
+        const std::string found = GainTagsOf(output.substr(0, output.find(' ')));
+        EXPECT_EQ(found.substr(0, tags.size()), tags) << output << ": " << found;
+        EXPECT_EQ(found.empty(), tags.empty()) << output << ": " << found;
+    }
+    EXPECT_EQ(Shell("$ORVANE album --preset off in all && $ORVANE album --preset off in q -q"), 0);
+    // The relative gate ignores the softer track.
+    const std::string album = "REPLAYGAIN_ALBUM_GAIN=-8.7";
+    EXPECT_EQ(GainTagsOf("all/1.flac").substr(0, album.size()), album);
+    EXPECT_EQ(GainTagsOf("all/2.flac").substr(0, album.size()), album);
+    EXPECT_NE(GainTagsOf("all/2.flac").find("TRACK_GAIN=+11.0"), std::string::npos);
+    EXPECT_EQ(GainTagsOf("q/1.flac"), "");
+
+    // Tags that are replaced are not reported as lost, and those of an album are.
+    WriteTagged("in/1.flac");
+    EXPECT_EQ(Report("in/1.flac new.flac")["warnings"].Size(), 0);
+    EXPECT_EQ(Shell("$ORVANE render -f --preset off all/1.flac new.flac"), 0);
+    EXPECT_NE(Slurp("err").find("without REPLAYGAIN_ALBUM_GAIN, REPLAYGAIN_ALBUM_PEAK,"),
+              std::string::npos);
+
+    Write("noise.wav", NoiseSamples(200000, 12000), 48000, 2);
+    for (const char* const ending : {"ogg", "opus", "mp3"}) {
+        const std::string out = std::string("out.") + ending;
+        uintmax_t last = 0;
+        for (const char* const quality : {"0", "4.5", "10"}) {
+            EXPECT_EQ(Shell("$ORVANE render -fq noise.wav --quality " + (quality + (" " + out))),
+                      0);
+            EXPECT_GT(fs::file_size(out), 1.2 * static_cast<double>(last)) << out << quality;
+            last = fs::file_size(out);
+        }
     }
 }
 

@@ -1,11 +1,14 @@
 #include "render/audio/audio_writer.h"
 
+#include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <string_view>
@@ -77,6 +80,31 @@ private:
     }
 };
 
+bool IsOpus(int sndfileFormat) {
+    return (sndfileFormat & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS;
+}
+
+// Adds the fields of one gain. `scope` is TRACK or ALBUM.
+void AddGainFields(const Loudness& loudness, const std::string& scope, bool isOpus,
+                   TagLib::PropertyMap* fields) {
+    constexpr double kR128Lufs = -23, kReplayGainLufs = -18;
+    if (!std::isfinite(loudness.integratedLufs)) return;
+    const auto add = [&](const std::string& name, const std::string& value) {
+        fields->insert(name, TagLib::String(value));
+    };
+    if (isOpus) {
+        const double steps = 256 * (kR128Lufs - loudness.integratedLufs);
+        add("R128_" + scope + "_GAIN",
+            std::to_string(std::lround(std::clamp(steps, -32768.0, 32767.0))));
+        return;
+    }
+    add("REPLAYGAIN_" + scope + "_GAIN",
+        fmt::format("{:+.2f} dB", kReplayGainLufs - loudness.integratedLufs));
+    if (std::isfinite(loudness.truePeakDb))
+        add("REPLAYGAIN_" + scope + "_PEAK",
+            fmt::format("{:.6f}", std::pow(10, loudness.truePeakDb / 20)));
+}
+
 class FileWriter : public AudioWriter {
 public:
     FileWriter(const std::string& path, bool overwrite, const AudioFormat& format,
@@ -101,6 +129,10 @@ public:
                               NotedFile::Tell};
         file.reset(sf_open_virtual(&through, SFM_WRITE, &info, &target));
         if (file == nullptr) Refuse(sf_error(nullptr));
+        if (format.quality && OutputFormat(path).IsLossy()) {
+            double compression = 1 - *format.quality / 10;
+            sf_command(file.get(), SFC_SET_COMPRESSION_LEVEL, &compression, sizeof compression);
+        }
         if (isWav && !format.frames)
             sf_command(file.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
         notKept = KeepsStrings() ? WriteStrings(file.get(), tags) : tags.Names();
@@ -129,7 +161,7 @@ public:
         std::vector<std::string> marks = tags.marks.Names();
         if (BytesFit()) {
             marks = PutMarks();
-            if (TakesTags(info.format) && !tags.Names().empty())
+            if (OutputFormat(name).TakesTags() && !tags.Names().empty())
                 notKept = WriteTags(target.fd, info.format, tags, name);
         }
         for (const auto& lost : {marks, output.NotKept()})
@@ -162,8 +194,7 @@ private:
     // wrong. An empty file is not checked.
     void ReadBack() const {
         if (framesWritten == 0) return;
-        const bool isOpus = (info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS;
-        const uint64_t resultHz = isOpus ? 48000 : rateHz;
+        const uint64_t resultHz = IsOpus(info.format) ? 48000 : rateHz;
         const StderrSilencer silencer;
         SF_INFO result{};
         const std::string path = "/proc/self/fd/" + std::to_string(target.fd);
@@ -307,4 +338,42 @@ std::unique_ptr<AudioWriter> OpenAudioWriter(const std::string& path, bool overw
                                              OutputSet* together) {
     if (path == "-") return std::make_unique<StreamWriter>(format, tags);
     return std::make_unique<FileWriter>(path, overwrite, format, tags, together);
+}
+
+bool OutputFormat::TakesTags() const {
+    switch (sndfileFormat & SF_FORMAT_TYPEMASK) {
+        case SF_FORMAT_WAV:
+        case SF_FORMAT_AIFF:
+        case SF_FORMAT_FLAC:
+        case SF_FORMAT_OGG:
+        case SF_FORMAT_MPEG:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool OutputFormat::IsForPlayers() const {
+    const int type = sndfileFormat & SF_FORMAT_TYPEMASK;
+    return TakesTags() && type != SF_FORMAT_WAV && type != SF_FORMAT_AIFF;
+}
+
+void WriteGains(const std::string& path, const std::string& output, const Gains& gains) {
+    const int format = OutputFormat(output).SndfileFormat();
+    TagLib::PropertyMap fields;
+    AddGainFields(gains.piece, "TRACK", IsOpus(format), &fields);
+    if (gains.album) AddGainFields(*gains.album, "ALBUM", IsOpus(format), &fields);
+    if (fields.isEmpty()) return;
+    const FileTimes times = TimesOf(path);
+    const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd < 0) throw Failure("{} cannot be written: {}", output, std::strerror(errno));
+    try {
+        AddFields(fd, format, fields, output);
+    } catch (...) {
+        close(fd);
+        throw;
+    }
+    const bool stored = futimens(fd, times.data()) == 0 && fsync(fd) == 0;
+    if (close(fd) != 0 || !stored)
+        throw Failure("{} cannot be written: {}", output, std::strerror(errno));
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "render/audio/loudness.h"
 #include "render/audio/output_file.h"
 #include "render/audio/tags.h"
 
@@ -23,6 +24,10 @@ public:
     bool TakesRate(uint32_t rateHz) const;
     // Returns true if decoding does not give back the samples that were encoded.
     bool IsLossy() const;
+    // Returns true if all tags can be written. Otherwise libsndfile writes a few.
+    bool TakesTags() const;
+    // Returns true if music players play the format, and no other program expects it without tags.
+    bool IsForPlayers() const;
     int SndfileFormat() const { return sndfileFormat; }
 
 private:
@@ -62,6 +67,8 @@ struct AudioFormat {
     uint64_t mostWavBytes = kMostWavBytes;
     uint64_t delayFrames = 0;          // frames of silence before the sound begins
     std::optional<FileTimes> times{};  // the file's times; unset for the present
+    // of a lossy format, 0 (smallest file) to 10; unset for libsndfile's default
+    std::optional<double> quality{};
 };
 
 // `path`: "-" is standard output, as a WAV stream whose header leaves the length open. `together`:
@@ -69,3 +76,14 @@ struct AudioFormat {
 std::unique_ptr<AudioWriter> OpenAudioWriter(const std::string& path, bool overwrite,
                                              const AudioFormat& format, const AudioTags& tags,
                                              OutputSet* together = nullptr);
+
+// The loudness that players level by. The album's is unset for a single piece.
+struct Gains {
+    Loudness piece{};
+    std::optional<Loudness> album{};
+};
+
+// Writes the gains into the tags of a complete file: R128_TRACK_GAIN and R128_ALBUM_GAIN for Opus,
+// REPLAYGAIN_* with the true peak for other formats. `output` is the final name of the file at
+// `path`, whose times are kept. What has no loudness gets no tags. Throws Failure.
+void WriteGains(const std::string& path, const std::string& output, const Gains& gains);

@@ -13,13 +13,36 @@ namespace {
 
 constexpr uint32_t kRangeSeconds = 3;  // a shorter stream has at most one window
 
+double LufsOf(double meanSquare) {
+    return -0.691 + 10 * std::log10(meanSquare);
+}
+
+// Returns the integrated loudness of BS.1770-4: the mean of the blocks of 0.4 s that are louder
+// than -70 LUFS and than 10 LU below the mean of these. Minus infinity if no block is. `tenths`:
+// K-weighted mean squares of tenths of a second.
+double IntegratedLufs(const std::vector<float>& tenths) {
+    constexpr size_t kBlockTenths = 4;
+    const auto meanAbove = [&](double gateLufs) {
+        double sum = 0, count = 0;
+        for (size_t i = 0; i + kBlockTenths <= tenths.size(); ++i) {
+            double block = 0;
+            for (size_t k = 0; k < kBlockTenths; ++k) block += tenths[i + k] / kBlockTenths;
+            if (!(LufsOf(block) > gateLufs)) continue;
+            sum += block;
+            ++count;
+        }
+        return LufsOf(sum / std::max(count, 1.0));
+    };
+    return meanAbove(std::max(meanAbove(-70) - 10, -70.0));
+}
+
 }  // namespace
 
 LoudnessMeter::LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering,
                              uint64_t firstFrame)
     : channels(channelCount),
       rate(rateHz),
-      overTime(metering == Metering::kOverTime),
+      takesTenths(metering == Metering::kParts || metering == Metering::kOverTime),
       first(firstFrame) {
     if (metering == Metering::kNothing || rateHz < kLowestMeteredRateHz) return;
     state.reset(ebur128_init(channelCount, rateHz, EBUR128_MODE_I | EBUR128_MODE_LRA));
@@ -34,6 +57,8 @@ void LoudnessMeter::Continue(uint32_t channelCount, uint32_t rateHz) {
     }
     channels = channelCount;
     rate = rateHz;
+    first = frames;
+    tenths.clear();
     if (rateHz < kLowestMeteredRateHz ||
         ebur128_change_parameters(state.get(), channels, rate) == EBUR128_ERROR_NOMEM)
         state.reset();
@@ -49,17 +74,29 @@ void LoudnessMeter::Add(std::span<const float> samples) {
     if (truePeak) truePeak->Add(samples);
     while (!samples.empty()) {
         size_t count = samples.size() / channels;
-        if (overTime) count = std::min<uint64_t>(count, TenthEnds() - frames);
+        if (takesTenths) count = std::min<uint64_t>(count, TenthEnds() - frames);
         // If libebur128 continued after this error, it would write beyond its buffer.
         if (ebur128_add_frames_float(state.get(), samples.data(), count) == EBUR128_ERROR_NOMEM)
             throw std::bad_alloc();
         samples = samples.subspan(count * channels);
         frames += count;
-        if (!overTime || frames < TenthEnds()) continue;
+        if (!takesTenths || frames < TenthEnds()) continue;
         double lufs = 0;
         ebur128_loudness_window(state.get(), 100, &lufs);
         tenths.push_back(static_cast<float>(std::pow(10, (lufs + 0.691) / 10)));
     }
+}
+
+void LoudnessMeter::EndPart() {
+    if (state == nullptr || !truePeak) {
+        parts.push_back({NAN, NAN, NAN});
+        return;
+    }
+    parts.push_back({IntegratedLufs(tenths), NAN, 20 * std::log10(truePeak->Peak())});
+    earlierPeak = std::max(earlierPeak, truePeak->Peak());
+    truePeak.emplace(channels, rate);
+    first = frames;
+    tenths.clear();
 }
 
 Loudness LoudnessMeter::Result() const {

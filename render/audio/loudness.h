@@ -78,6 +78,7 @@ enum class Metering {
     kNothing,
     kLoudness,    // integrated loudness and range
     kEverything,  // also true peak
+    kParts,       // also integrated loudness and true peak of each part of the stream
     kOverTime,    // also loudness over time and spectrum, for a picture
 };
 
@@ -95,6 +96,11 @@ public:
 
     // `samples`: whole interleaved frames; full scale is 1.0.
     void Add(std::span<const float> samples);
+    // Ends a part of the stream, with Metering::kParts. The next one begins. Parts are measured on
+    // their own, up to their last complete tenth of a second.
+    void EndPart();
+    // Returns integrated loudness and true peak of the parts that have ended; the range is NaN.
+    const std::vector<Loudness>& Parts() const { return parts; }
     // Returns the measurements so far. Values that were not measured are NaN.
     Loudness Result() const;
     // Returns the K-weighted mean square, summed over the channels, of each complete tenth of a
@@ -107,10 +113,11 @@ private:
 
     Ebur128Handle state;
     uint32_t channels, rate;
-    bool overTime;
-    uint64_t first;
+    bool takesTenths;
+    uint64_t first;  // the frame at which the tenths begin
     std::optional<TruePeakMeter> truePeak;
-    double earlierPeak = 0;  // true peak before the last Continue, linear
+    double earlierPeak = 0;  // true peak before the last Continue or EndPart, linear
+    std::vector<Loudness> parts;
     std::vector<float> tenths;
     uint64_t frames = 0;
 };

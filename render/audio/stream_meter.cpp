@@ -46,6 +46,12 @@ void StreamMeter::Add(std::span<const int16_t> samples) {
     if (gathered.sixteenBits.size() >= kBlockSamples) HandOver();
 }
 
+void StreamMeter::EndPart() {
+    if (!background) return;
+    gathered.endsPart = true;
+    HandOver();
+}
+
 void StreamMeter::HandOver() {
     background->Put(std::move(gathered));
     gathered = {};
@@ -56,8 +62,10 @@ Measured StreamMeter::Finish() {
         HandOver();
         background->Finish();
     }
-    if (failed || !loudness) return {.loudness = {NAN, NAN, NAN}, .tenths = {}, .spectrum = {}};
-    return {loudness->Result(), loudness->Tenths(), spectrum ? spectrum->Finish() : Spectrum{}};
+    if (failed || !loudness)
+        return {.loudness = {NAN, NAN, NAN}, .tenths = {}, .spectrum = {}, .parts = {}};
+    return {loudness->Result(), loudness->Tenths(), spectrum ? spectrum->Finish() : Spectrum{},
+            loudness->Parts()};
 }
 
 void StreamMeter::MeterBlock(const Block& block) {
@@ -68,6 +76,7 @@ void StreamMeter::MeterBlock(const Block& block) {
                    [](int16_t sample) { return static_cast<float>(sample) / 32768.0F; });
     samples.insert(samples.end(), block.floats.begin(), block.floats.end());
     loudness->Add(samples);
+    if (block.endsPart) loudness->EndPart();
     if (!spectrum) return;
     const size_t skipped = std::min<uint64_t>(samplesToSkip, samples.size());
     samplesToSkip -= skipped;

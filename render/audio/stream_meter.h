@@ -14,6 +14,7 @@ struct Measured {
     Loudness loudness;
     std::vector<float> tenths;  // as LoudnessMeter::Tenths returns them
     Spectrum spectrum;
+    std::vector<Loudness> parts;  // as LoudnessMeter::Parts returns them
 };
 
 // All calls must come from one thread.
@@ -31,6 +32,9 @@ public:
     void Add(std::span<const float> samples);
     void Add(std::span<const int16_t> samples);
 
+    // Ends a part of the stream, with Metering::kParts.
+    void EndPart();
+
     // Ends the stream, waits for the meters and returns their results. If memory ran out on the
     // way, nothing was measured.
     Measured Finish();
@@ -43,6 +47,7 @@ private:
         std::optional<Run> run;  // set if a run other than the first begins with this block
         std::vector<float> floats;
         std::vector<int16_t> sixteenBits;
+        bool endsPart = false;
     };
     void HandOver();
     void MeterBlock(const Block& block);

@@ -341,19 +341,6 @@ std::vector<std::string> WriteStrings(SNDFILE* file, const AudioTags& tags) {
     return rest.Names();
 }
 
-bool TakesTags(int format) {
-    switch (format & SF_FORMAT_TYPEMASK) {
-        case SF_FORMAT_WAV:
-        case SF_FORMAT_AIFF:
-        case SF_FORMAT_FLAC:
-        case SF_FORMAT_OGG:
-        case SF_FORMAT_MPEG:
-            return true;
-        default:
-            return false;
-    }
-}
-
 std::vector<std::string> WriteTags(int fd, int format, const AudioTags& tags,
                                    const std::string& name) {
     TagStream stream(fd);
@@ -390,4 +377,16 @@ std::vector<std::string> WriteTags(int fd, int format, const AudioTags& tags,
     const std::vector<std::string> names = refused.Names();
     tooLarge.insert(tooLarge.begin(), names.begin(), names.end());
     return tooLarge;
+}
+
+void AddFields(int fd, int format, const TagLib::PropertyMap& fields, const std::string& name) {
+    TagStream stream(fd);
+    TagFile to;
+    OpenTags(&stream, format, true, &to);
+    if (to.xiph == nullptr && to.id3 == nullptr) return;
+    TagLib::PropertyMap all = to.xiph != nullptr ? to.xiph->properties() : to.id3->properties();
+    for (const auto& [key, values] : fields) all.replace(key, values);
+    to.xiph != nullptr ? to.xiph->setProperties(all) : to.id3->setProperties(all);
+    if (!to.save() || stream.Error() != 0)
+        throw Failure("{} cannot be written: {}", name, std::strerror(stream.Error()));
 }

@@ -2,7 +2,7 @@
 // pictures and ID3 frames without a field name are kept. For formats that TagLib does not know,
 // libsndfile transfers a few fields.
 //
-// Use an object on one thread. Only WriteTags throws Failure.
+// Use an object on one thread. WriteTags and AddFields throw Failure.
 #pragma once
 #include <sndfile.h>
 #include <taglib/tbytevector.h>
@@ -48,11 +48,12 @@ AudioTags ReadTags(SNDFILE* file, int fd, int format);
 // of the tags that were not written.
 std::vector<std::string> WriteStrings(SNDFILE* file, const AudioTags& tags);
 
-// Returns whether WriteTags can write to files of this format.
-bool TakesTags(int format);
-
 // Writes tags to a complete file that is open for reading and writing. Returns the names of the
 // tags that the format has no place for. If the disk is full, the file is damaged: throws Failure
 // with `name`, the name to show.
 std::vector<std::string> WriteTags(int fd, int format, const AudioTags& tags,
                                    const std::string& name);
+
+// Adds fields to the tags of such a file, or replaces them. Does nothing if the format has no tags.
+// Throws Failure as WriteTags does.
+void AddFields(int fd, int format, const TagLib::PropertyMap& fields, const std::string& name);
