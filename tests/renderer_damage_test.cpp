@@ -205,6 +205,12 @@ TEST_F(DamagedSource, CrashesOnlyTheProcessThatDecodesIt) {
 // The user sees no message of the decoder itself. A file that comes through a pipe is decoded as a
 // file.
 TEST_F(DamagedSource, GivesOneMessageIfItIsInTheMiddle) {
+    for (const std::string name : {"a.ogg", "a.opus"}) {  // one page is missing
+        std::string bytes = Slurp(name);
+        const size_t at = bytes.find("OggS", bytes.size() / 2);
+        WriteBytes("gap", bytes.erase(at, bytes.find("OggS", at + 1) - at));
+        Render("gap", 3);
+    }
     const std::string mp3 = Slurp("a.mp3");
     for (const size_t step : {97U, 997U, 3001U, 9001U}) {
         std::string bytes = mp3;
