@@ -210,6 +210,7 @@ TEST_F(DamagedSource, GivesOneMessageIfItIsInTheMiddle) {
         const size_t at = bytes.find("OggS", bytes.size() / 2);
         WriteBytes("gap", bytes.erase(at, bytes.find("OggS", at + 1) - at));
         Render("gap", 3);
+        EXPECT_NE(Slurp("err").find("1 of its Ogg pages are missing"), std::string::npos) << name;
     }
     const std::string mp3 = Slurp("a.mp3");
     for (const size_t step : {97U, 997U, 3001U, 9001U}) {
