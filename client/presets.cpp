@@ -9,35 +9,34 @@ namespace {
 constexpr Preset kPresets[] = {
     {.name = "music",
      .purpose = "more bass and air",
-     .description = "a livelier sound: against the middle, bass below 100 Hz is 3 to 4 dB louder "
-                    "and treble above 5 kHz is 2 to 3 dB louder. The loudness stays about the "
-                    "same; loud masters and speech become up to 2.5 LU softer",
+     .description =
+         "a livelier sound: against the middle, bass below 100 Hz is 3 to 4 dB louder and treble "
+         "above 5 kHz is 2 to 3 dB louder. Music and speech stay as loud as before within 2 LU",
      .values = {{PARAM_ENHANCER_ENABLE, 1},
                 {PARAM_ENHANCER_PROCESS, 1.2},
                 {PARAM_ENHANCER_LOCONTOUR, 0.1},
-                {PARAM_OUTPUT_GAIN, 0.75}},
+                {PARAM_OUTPUT_GAIN, 0.88}},
      .levels = {-0.1, 0.5, 0.5, 0, 0, -0.05, -0.15, 0, 0.05, 0.05}},
     {.name = "bass",
      .purpose = "much more bass",
-     .description =
-         "against the rest, bass below 110 Hz is 7 dB louder. Music with much bass stays about as "
-         "loud. Loud masters, speech and music with little bass become up to 5 LU softer",
+     .description = "against the rest, bass below 110 Hz is 7 dB louder. Music stays as loud as "
+                    "before within 2.5 LU; speech becomes 1 to 3.5 LU softer",
      .values = {{PARAM_ENHANCER_ENABLE, 1},
                 {PARAM_ENHANCER_LOCONTOUR, 0.3},
-                {PARAM_OUTPUT_GAIN, 0.55}},
+                {PARAM_OUTPUT_GAIN, 0.7}},
      .levels = {-0.2, 1, 0.8, 0.05, -0.05, -0.15, 0, -0.1, 0.05, -0.05}},
     {.name = "steady",
      .purpose = "soft passages lifted",
-     .description = "soft passages are lifted and the tone stays as it is. A wide loudness range "
-                    "shrinks by a quarter to two fifths. Pieces at -20 LUFS or below become 1 to "
-                    "11 LU louder, loud masters up to 4 LU softer",
+     .description = "soft passages are lifted and the tone stays as it is. A loudness range of 5 "
+                    "LU or more shrinks by a sixth to two thirds. Music at -26 to -20 LUFS becomes "
+                    "1.5 to 4.5 LU louder, loud masters 1.5 to 4.5 LU softer",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 6},
                 {PARAM_OUTPUT_GAIN, 0.65}}},
     {.name = "night",
      .purpose = "quiet listening at night",
-     .description = "a wide loudness range shrinks to half or less, deep bass is reduced, and true "
-                    "peaks stay 10 dB below full scale",
+     .description = "a loudness range of 5 LU or more shrinks to three fifths or less, deep bass "
+                    "is reduced, and true peaks stay 10 dB below full scale",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_RATIO, 3},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 12},
@@ -46,7 +45,8 @@ constexpr Preset kPresets[] = {
     {.name = "voice",
      .purpose = "speech, easier to follow",
      .description = "brings speech out: evens its level, raises 1 to 6 kHz and lowers everything "
-                    "below 200 Hz. Speech becomes up to 4 LU louder, or at most 1 LU softer",
+                    "below 200 Hz. Speech at -26 to -20 LUFS becomes up to 3.5 LU louder, louder "
+                    "speech up to 4 LU softer",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_RATIO, 2},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 4},
@@ -54,8 +54,9 @@ constexpr Preset kPresets[] = {
      .levels = {-0.6, -0.55, -0.45, -0.2, 0, 0.05, 0.2, 0.4, -0.15, 0.1}},
     {.name = "loud",
      .purpose = "noisy places",
-     .description = "for noisy places: music and speech become 4 to 14 LU louder, loud masters up "
-                    "to 3 LU softer. True peaks stay below full scale",
+     .description =
+         "for noisy places: music at -20 to -14 LUFS becomes 3 to 8 LU louder, softer music more; "
+         "loud masters become at most 2.5 LU softer. True peaks stay below full scale",
      .values = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                 {PARAM_PLAYBACKGAIN_MAXGAIN, 4},
                 {PARAM_ENHANCER_ENABLE, 1},

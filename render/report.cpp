@@ -76,7 +76,7 @@ std::string TextOf(const Report& report) {
                 " (over 3 s, every 1 s)\n";
     text += "  clipped  " + Count(report.clippedIn, "sample") + " of the input";
     if (report.clippedOut > 0) text += ", " + std::to_string(report.clippedOut) + " of the output";
-    text += report.dithered ? "; dithered to 16 bits\n" : "\n";
+    text += report.dithered ? "; dithered to 16 bits before the chain\n" : "\n";
     for (const std::string& note : report.notes) text += "  note: " + TerminalText(note) + "\n";
     text += fmt::format("  {:.0f} times real time\n", report.seconds / report.elapsedSeconds);
     return text;

@@ -43,10 +43,10 @@ struct Report {
     uint32_t delayFrames;  // of the chain, at its rate
     bool delayRemoved;
     uint64_t settlingFrames;  // of silence before the first frame, at the chain's rate
-    bool dithered;
-    uint64_t clippedIn;   // samples of the input beyond full scale
-    uint64_t notNumbers;  // samples of the input that were NaN or infinite and count as silence
-    uint64_t clippedOut;  // samples of the result beyond full scale after resampling
+    bool dithered;            // the input, to the 16 bits that the chain takes
+    uint64_t clippedIn;       // samples of the input beyond full scale
+    uint64_t notNumbers;      // samples of the input that were NaN or infinite and count as silence
+    uint64_t clippedOut;      // samples of the result beyond full scale after resampling
     Loudness before, after;
     std::optional<double> decodedPeakDb;   // true peak of a lossy output after decoding
     std::optional<CeilingResult> ceiling;  // if one was asked for
