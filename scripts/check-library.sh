@@ -6,17 +6,19 @@
 # With --interface-3, the library is one for Android 4.3 to 13. It must export only its record, which has
 # 7 words instead of 9, and its segments must begin at pages of 16 KB.
 #
-# usage: check-library.sh [--interface-3] LIBRARY [PREFIX of the binutils]
+# With --instructions, its exported names aren't checked, which differ from compiler to compiler.
+#
+# usage: check-library.sh [--interface-3 | --instructions] LIBRARY [PREFIX of the binutils]
 set -eu
-interface=2
-if [ "$1" = --interface-3 ]; then interface=3; shift; fi
+form=--interface-2
+case $1 in --*) form=$1; shift ;; esac
 library=$1
 prefix=${2:-}
 here=$(dirname "$0")
 failed=0
 fail() { echo "check-library: $*" >&2; failed=1; }
 
-if [ "$interface" = 3 ]; then
+if [ "$form" = --interface-3 ]; then
   exported=$("${prefix}nm" -D --defined-only "$library" | sed 's/^[0-9a-f]* . //')
   [ "$exported" = AELI ] || fail "exports $(echo "$exported" | wc -l) names instead of AELI alone"
   case $("${prefix}readelf" -h "$library" | sed -n 's/ *Class: *//p') in
@@ -27,7 +29,7 @@ if [ "$interface" = 3 ]; then
     fail "AELI hasn't $bytes bytes"
   "${prefix}readelf" -lW "$library" | awk '$1 == "LOAD" { ++all } $1 == "LOAD" && $NF != "0x4000" { bad = 1 }
     END { exit bad || all < 2 }' || fail "segments that don't begin at pages of 16 KB"
-else
+elif [ "$form" = --interface-2 ]; then
   "${prefix}nm" -DC --defined-only "$library" | sed 's/^[0-9a-f]* . //' | sort -u |
     diff -u "$here/../cmake/exported_names.txt" - >&2 ||
     fail "the exported names differ from cmake/exported_names.txt"
