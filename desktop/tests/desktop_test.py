@@ -355,6 +355,10 @@ def stays_on_the_right_output(session):
             return session.heard_on() == expected
 
         time.sleep(1)
+        if session.processes["manager"].poll() is not None:  # seen after an unplug, also without Orvane
+            print(f"  round {turn}, {step}: the session manager has crashed and is started again")
+            session.restart_manager()
+            time.sleep(1)
         steps[step] += 1
         if not is_right():
             late += 1
