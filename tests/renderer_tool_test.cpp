@@ -211,7 +211,7 @@ TEST_F(Renderer, MessagesHaveTheStatedWords) {
         {"render --skip-existing in.wav out.wav", "out.wav exists already, skipped"},
         {"render --help",
          "  --ratio NUMBER                  Levelling strength: a level that is L dB away from"},
-        {"render --help", "  night                           a wide loudness range shrinks"},
+        {"render --help", "  night                           a loudness range of 5 LU or"},
         {"--man-page", "\\-\\-skip\\-existing"},
         {"compare long.flac out.html --page page", "long.flac is longer than 10 minutes"},
         {"compare - out.html --page page <long.flac", "- is longer than 10 minutes"},
