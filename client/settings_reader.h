@@ -34,7 +34,7 @@ std::string_view Trimmed(std::string_view text);
 bool NextPart(std::string_view* rest, char separator, std::string_view* part);
 
 // Reads a decimal number: "-0.45", "+3", "1e-2". Returns false if that isn't all of the text. Up to
-// 15 digits, it is the double that is nearest to the number.
+// 15 digits without an exponent, it is the double that is nearest to the number.
 bool ReadNumber(std::string_view text, double* value);
 
 // Returns null if the table has no such key.

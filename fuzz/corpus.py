@@ -1,17 +1,23 @@
 #!/usr/bin/env python3
 """Packs and unpacks the kept inputs of the fuzz targets, and writes first inputs of fuzz_host.
 
-    corpus.py unpack CORPUS.txt FOLDER        writes a file for each input
-    corpus.py pack FOLDER... CORPUS.txt       collects the files of folders
-    corpus.py runs RUNS FOLDER                writes first inputs
+    corpus.py unpack TARGET FOLDER    writes a file for each input
+    corpus.py pack TARGET FOLDER      keeps the files of a folder instead of the earlier inputs
+    corpus.py runs RUNS FOLDER        writes first inputs
 
-A packed corpus is text. Each input is one line of hexadecimal digits. The lines are sorted, and no
-input occurs twice. `runs` converts the recorded runs (tests/data/runs) and adds one input with a
-refused allocation. Long stretches of equal buffers become a few, so that an input runs
-in milliseconds. The byte form is described in fuzz_host.cpp. All other inputs were found by
-fuzzing, or contain settings that are not numbers.
+The kept inputs are in corpus.txt, which has one line for each target: its name, and in base64 a
+text that LZMA compressed. In this text, each input is one line of hexadecimal digits. The lines are
+sorted, and no input occurs twice.
+
+`runs` converts the recorded runs (tests/data/runs) and adds one input with a refused allocation.
+Long stretches of equal buffers become a few, so that an input runs in milliseconds. The byte form
+is described in fuzz_host.cpp. The inputs of fuzz_reader and fuzz_tags began as small files that
+libsndfile, ffmpeg and metaflac wrote, and as files with marks and with damaged headers. All other
+inputs were found by fuzzing, or contain settings that are not numbers.
 """
+import base64
 import hashlib
+import lzma
 import pathlib
 import struct
 import sys
@@ -76,15 +82,25 @@ REFUSED = (
 )
 
 
-def unpack(corpus, folder):
-    for line in corpus.read_text().split():
+CORPUS = pathlib.Path(__file__).with_name("corpus.txt")
+
+
+def read_corpus():
+    return dict(line.split() for line in CORPUS.read_text().splitlines())
+
+
+def unpack(target, folder):
+    packed = read_corpus().get(target)
+    for line in lzma.decompress(base64.b64decode(packed)).decode().split() if packed else []:
         data = bytes.fromhex(line)
         (folder / hashlib.sha1(data).hexdigest()).write_bytes(data)
 
 
-def pack(*folders, corpus):
-    inputs = {path.read_bytes().hex() for folder in folders for path in folder.iterdir()}
-    corpus.write_text("".join(line + "\n" for line in sorted(inputs)))
+def pack(target, folder):
+    text = "\n".join(sorted({path.read_bytes().hex() for path in folder.iterdir()}))
+    packed = base64.b64encode(lzma.compress(text.encode(), preset=9)).decode()
+    lines = read_corpus() | {target: packed}
+    CORPUS.write_text("".join(f"{name} {lines[name]}\n" for name in sorted(lines)))
 
 
 def runs(path, folder):
@@ -95,18 +111,14 @@ def runs(path, folder):
 
 
 def main():
-    verb, *paths = sys.argv[1:] or [""]
-    *sources, target = map(pathlib.Path, paths or ["."])
-    if verb not in ("unpack", "pack", "runs") or not sources:
+    if len(sys.argv) != 4 or sys.argv[1] not in ("unpack", "pack", "runs"):
         sys.exit(__doc__)
-    if verb == "pack":
-        pack(*sources, corpus=target)
-        return
-    target.mkdir(parents=True, exist_ok=True)
-    if verb == "unpack":
-        unpack(*sources, target)
+    verb, source, folder = sys.argv[1], sys.argv[2], pathlib.Path(sys.argv[3])
+    folder.mkdir(parents=True, exist_ok=True)
+    if verb == "runs":
+        runs(pathlib.Path(source), folder)
     else:
-        runs(*sources, folder=target)
+        (unpack if verb == "unpack" else pack)(source, folder)
 
 
 main()

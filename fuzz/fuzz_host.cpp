@@ -13,6 +13,16 @@
 //   3  release
 //   4  refuse      one byte n: the library's n-th allocation from here fails
 //   5  look up     descriptors of the effect, of others and of the instance; null pointers
+//   6  configure   rate (two bytes: 32000 Hz and more, or from 65024 on a usual one), channels (bit
+//   0)
+//                  and fields that are left out (bits 1 to 4); then the number of a byte to change,
+//                  and what to change in it
+//   7  order       one byte: a command without a block
+//   8  set         one byte: which parameter; then two values, a byte for a small one or five bytes
+//   9  get         one byte: which parameter
+//
+// Calls 6 to 9 are well formed, because random bytes almost never are. A history begins with an
+// instance.
 //
 // Blocks are heap blocks of exactly the stated size. After every call the target demands what the
 // headers promise:
@@ -124,10 +134,11 @@ struct Model {
 };
 
 struct Session {
-    void Create(FuzzInput& input) {
+    // `choice` is the argument of call 0.
+    void Create(unsigned choice) {
         Release();
         effect_uuid_s uuid = kOrvaneUuid;
-        const unsigned choice = input.Take<uint8_t>(), spoiled = choice & 127U;
+        const unsigned spoiled = choice & 127U;
         markerIsThere = (choice & 128U) != 0;
         if (spoiled != 0) reinterpret_cast<uint8_t*>(&uuid)[spoiled % sizeof uuid] ^= 1U;
         refusedBefore = refusedAllocations;
@@ -149,16 +160,67 @@ struct Session {
         handle = nullptr;
     }
 
-    void Command(FuzzInput& input) {
+    void AnyCommand(FuzzInput& input) {
         uint32_t code = input.Take<uint8_t>();
         const unsigned flags = input.Take<uint8_t>();
         const uint32_t size = input.Take<uint8_t>(), replyBytes = input.Take<uint8_t>();
         if (code == 255) code = input.Take<uint32_t>();
+        std::vector<uint8_t> bytes(size);
+        input.Take(bytes.data(), size);
+        Command(code, bytes, flags, replyBytes);
+    }
+
+    void Configure(FuzzInput& input) {
+        constexpr uint32_t kFirstUsual = 65024, kUsual[] = {32000, 44100, 48000, 37800};
+        const uint32_t rate = input.Take<uint16_t>();
+        const unsigned bits = input.Take<uint8_t>();
+        effect_config_t config =
+            MakeConfig(rate < kFirstUsual ? 32000 + rate % 16001 : kUsual[rate % 4], 1 + bits % 2);
+        constexpr uint16_t kFields[] = {EFFECT_CONFIG_SMP_RATE, EFFECT_CONFIG_CHANNELS,
+                                        EFFECT_CONFIG_FORMAT, EFFECT_CONFIG_ACC_MODE};
+        for (size_t i = 0; i < std::size(kFields); ++i)
+            if ((bits >> (i + 1) & 1U) != 0)
+                config.inputCfg.mask &= static_cast<uint16_t>(~kFields[i]);
+        std::vector<uint8_t> bytes = BytesOf(config);
+        const size_t spoiled = input.Take<uint8_t>();
+        if (spoiled < bytes.size()) bytes[spoiled] ^= input.Take<uint8_t>();
+        Command(EFFECT_CMD_CONFIGURE, bytes, 0, kStatusReply);
+    }
+
+    void Order(FuzzInput& input) {
+        constexpr uint32_t kCodes[] = {EFFECT_CMD_ENABLE, EFFECT_CMD_DISABLE, EFFECT_CMD_RESET,
+                                       EFFECT_CMD_INIT, EFFECT_CMD_SET_PARAM_COMMIT};
+        Command(kCodes[input.Take<uint8_t>() % std::size(kCodes)], {}, 0, kStatusReply);
+    }
+
+    void Parameter(FuzzInput& input, bool sets) {
+        const auto value = [&input] {
+            const int32_t small = input.Take<uint8_t>();
+            return small < 240 ? small - 40 : input.Take<int32_t>();
+        };
+        const auto id = kParameters[input.Take<uint8_t>() % std::size(kParameters)].id;
+        if (sets)
+            Command(EFFECT_CMD_SET_PARAM, BytesOf(PackSet(id, {value(), value()})), 0,
+                    kStatusReply);
+        else
+            Command(EFFECT_CMD_GET_PARAM, BytesOf(PackSet(id, {0})), 0, kParameterReply);
+    }
+
+    template <typename Record>
+    static std::vector<uint8_t> BytesOf(const Record& record) {
+        const auto* const bytes = reinterpret_cast<const uint8_t*>(&record);
+        return {bytes, bytes + sizeof record};
+    }
+
+    // Sends a command and checks the answer. `flags` are those of call 1.
+    void Command(uint32_t code, const std::vector<uint8_t>& bytes, unsigned flags,
+                 uint32_t replyBytes) {
+        if (!handle) return;
+        const auto size = static_cast<uint32_t>(bytes.size());
         const bool noBlock = (flags & 1U) != 0, noReply = (flags & 2U) != 0,
                    noReplySize = (flags & 4U) != 0;
         const ExactBlock<uint8_t> block(size, flags >> 3U & 1U);
-        input.Take(block.data(), size);
-        if (!handle) return;
+        std::copy(bytes.begin(), bytes.end(), block.data());
 
         const uint32_t offered = noReply ? 0 : noReplySize ? kStatusReply : replyBytes;
         const ExactBlock<uint8_t> reply(offered, flags >> 4U & 1U);
@@ -276,6 +338,9 @@ struct Session {
               table.command(nullptr, 0, 0, nullptr, nullptr, nullptr)})
             Demand(status == kStatusInvalid, "null pointers and unequal buffers are refused");
         Demand(EffectQueryEffect(1, &found) == kStatusNotFound, "query out of range");
+        const int version = GetLibraryVersionMain() << 24 | GetLibraryVersionSub() << 16 |
+                            GetLibraryVersionExt() << 8 | GetLibraryVersionBuild();
+        Demand(version == kLibraryVersionWord && GetLibraryVersionCodename() != nullptr, "version");
         Demand(EffectGetDescriptor(&listed.type, &found) == kStatusNotFound, "other uuid");
     }
 
@@ -295,14 +360,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     markerIsThere = false;
     std::feclearexcept(FE_ALL_EXCEPT);
     Session session;
+    session.Create(0);
     while (!input.Empty()) {
-        const unsigned call = input.Take<uint8_t>() % 6;
-        if (call == 0) session.Create(input);
-        if (call == 1) session.Command(input);
+        const unsigned call = input.Take<uint8_t>() % 10;
+        if (call == 0) session.Create(input.Take<uint8_t>());
+        if (call == 1) session.AnyCommand(input);
         if (call == 2) session.Process(input);
         if (call == 3) session.Release();
         if (call == 4) allocationToRefuse = input.Take<uint8_t>();
         if (call == 5) session.LookUp();
+        if (call == 6) session.Configure(input);
+        if (call == 7) session.Order(input);
+        if (call == 8 || call == 9) session.Parameter(input, call == 8);
     }
     session.Release();
     return 0;

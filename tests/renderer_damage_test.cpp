@@ -114,6 +114,14 @@ TEST_F(DamagedSource, IsFoundByTheHeaderOfAWavFile) {
     WriteBytes("empty.wav", withSize(0).substr(0, data + 8) + std::string("LIST\4\0\0\0INFO", 12));
     EXPECT_EQ(Shell("$ORVANE render -qf empty.wav out.wav"), 0) << Slurp("err");
 
+    // The size in the ds64 chunk leads from the data chunk back to the first chunk.
+    std::string loop = "RF64" + std::string(4, '\xFF') + "WAVEds64\x1C" + std::string(31, '\0') +
+                       "data" + std::string(4, '\xFF') + std::string(64, '\0');
+    const uint64_t back = 12 - loop.find("data") - 8;
+    std::memcpy(loop.data() + 28, &back, sizeof(back));
+    WriteBytes("loop.wav", loop);
+    EXPECT_NE(Shell("timeout 60 $ORVANE render -q loop.wav out.wav"), 124);
+
     Floats odd = Sine(0.1, 1000, kRate, 2, 1);
     odd[3000] = std::numeric_limits<float>::quiet_NaN();
     Write("nan.wav", odd, kRate, 2, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
@@ -158,6 +166,17 @@ TEST_F(DamagedSource, IsReadCompletelyByFfmpegIfItWasJoined) {
     EXPECT_GT(Render("joined", 0), 2 * kFrames);
     EXPECT_EQ(Render("joined", 3, "PATH=/"), kFrames);
     EXPECT_EQ(Render("./-v=1,a:b.mp3", 0), kFrames);
+}
+
+TEST_F(DamagedSource, MayPromiseTagsBeyondItsEnd) {
+    ASSERT_EQ(Shell("ffmpeg -v error -i a.wav -metadata title=T a.wma"), 0) << Slurp("err");
+    std::string bytes = Slurp("a.wma");
+    // The extended content description: its identifier, its size, and the number of its attributes.
+    const size_t at = bytes.find("\x40\xA4\xD0\xD2\x07\xE3\xD2\x11");
+    ASSERT_NE(at, std::string::npos);
+    WriteBytes("endless.wma", bytes.replace(at + 24, 2, "\xFF\xFF"));
+    EXPECT_NE(Report("endless.wma out.flac")["warnings"].Text().find("damaged tags"),
+              std::string::npos);
 }
 
 TEST_F(DamagedSource, CrashesOnlyTheProcessThatDecodesIt) {

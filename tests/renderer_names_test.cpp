@@ -129,6 +129,12 @@ TEST_F(Renderer, ACueSheetStaysOrBecomesCuesOrChapters) {
             std::string::npos);
         EXPECT_EQ(Chapters(output), "0.000000,Track 1\n3.500000,Track 2\n") << output;
     }
+    // A cue sheet with another number of tracks would make the output unreadable.
+    bytes[bytes.find(CueSheet(true, 0)) + 395] = '\2';
+    std::ofstream("damaged.flac", std::ios::binary) << bytes;
+    EXPECT_NE(Report("damaged.flac out.flac")["warnings"].Text().find("damaged cue sheet"),
+              std::string::npos);
+    EXPECT_EQ(Read("out.flac").size(), 176400);
 }
 
 TEST_F(Renderer, CopiesId3FramesWithoutAFieldName) {

@@ -27,9 +27,12 @@ bool IsMpeg(int format) {
     return (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
 }
 
-uint64_t SizeOf(int fd) {
+// Returns the number of bytes from `start` to the end of the file. Standard input may have been
+// read to a place beyond its end.
+uint64_t SizeFrom(int fd, uint64_t start) {
     struct stat status {};
-    return fstat(fd, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+    const uint64_t size = fstat(fd, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+    return size - std::min(start, size);
 }
 
 }  // namespace
@@ -46,7 +49,7 @@ AudioReader::AudioReader(const std::string& path, const std::string& copyOfPipe)
     if (!scan.parts.empty())
         parts = scan.parts;
     else if (file == nullptr || isLonger)
-        parts = {{0, SizeOf(input.fd) - start}};
+        parts = {{0, SizeFrom(input.fd, start)}};
     if (!piped && !parts.empty()) OpenDecoder(reason);
     if (file == nullptr && decoder == nullptr) throw Failure("{} cannot be read: {}", name, reason);
 }
@@ -102,7 +105,7 @@ sf_count_t AudioReader::ReadView(void* bytes, sf_count_t count, void* self) {
 }
 
 void AudioReader::OpenView() {
-    view = {input.fd, start, scan.end.value_or(SizeOf(input.fd) - start), 0, scan.patch};
+    view = {input.fd, start, scan.end.value_or(SizeFrom(input.fd, start)), 0, scan.patch};
     const auto length = [](void* self) {
         return static_cast<sf_count_t>(static_cast<View*>(self)->size);
     };

@@ -220,6 +220,18 @@ uint64_t Marks::Bytes() const {
     return bytes;
 }
 
+bool IsCueSheet(const std::string& block) {
+    size_t tracks = 0, end = kSheetHeader;
+    ForTracks(
+        block,
+        [&](size_t at) {
+            ++tracks;
+            end = at + kTrack;
+        },
+        [&](size_t at, uint64_t /*track*/) { end = at + kIndex; });
+    return block.size() == end && tracks == Get<uint8_t>(block, kSheetHeader - 1);
+}
+
 std::vector<Marks::Chunk> ChunksOf(const std::vector<Mark>& points) {
     Marks::Chunk cue{"cue ", std::string(4, '\0')}, labels{"adtl", ""};
     Put<uint32_t>(&cue.bytes, 0, points.size());

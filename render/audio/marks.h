@@ -44,6 +44,10 @@ struct Marks {
     uint64_t Bytes() const;
 };
 
+// Returns whether the content of a CUESHEET block holds the tracks and index points that it counts,
+// and nothing else. Decoders of FLAC refuse a file with another block.
+bool IsCueSheet(const std::string& block);
+
 // Returns the points as the chunks "cue " and "adtl" of a WAV file.
 std::vector<Marks::Chunk> ChunksOf(const std::vector<Mark>& points);
 

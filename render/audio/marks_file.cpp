@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "render/audio/bytes.h"
 #include "render/audio/marks.h"
@@ -62,6 +63,8 @@ void ReadChunks(int fd, Order order, Marks* marks) {
         if (name == "ds64") longSize = Get<uint64_t>(ReadAt(fd, from + 8, 8), 0);
         if (name == "data" && size == UINT32_MAX) size = longSize;
         if (name == "data" && size == 0) return;  // the end of the samples is not known
+        // No file is that long, and `at` must not wrap around to a chunk that was read already.
+        if (size > INT64_MAX - kChunkHeader - at) return;
         at = from + size + size % 2;
         if (name == "LIST" && size >= 4) {
             name = header.substr(kChunkHeader);
@@ -95,7 +98,13 @@ void ReadBlocks(int fd, Marks* marks) {
         if (header.size() < 8) return;
         type = Get<uint8_t>(header, 0);
         const uint32_t size = Get<uint32_t>(header, 0, Order::kHighFirst) & 0xFFFFFF;
-        if ((type & ~kLast) == kCueSheet) marks->cueSheet = ReadAt(fd, at + 4, size);
+        if ((type & ~kLast) == kCueSheet) {
+            std::string sheet = ReadAt(fd, at + 4, size);
+            if (IsCueSheet(sheet))
+                marks->cueSheet = std::move(sheet);
+            else
+                marks->unread.emplace_back("damaged cue sheet");
+        }
         if ((type & ~kLast) == kApplication && IsName(header.substr(4)))
             marks->unread.push_back(header.substr(4) + " application block");
         at += 4 + size;

@@ -76,10 +76,14 @@ void PipeCopy::Copy(int from, const std::string& name) {
     const auto fail = [](const std::string& what) {
         throw Failure("{}: {}", what, std::strerror(errno));
     };
-    std::string pattern = std::filesystem::temp_directory_path() / "orvane-XXXXXX";
-    fd = mkostemp(pattern.data(), O_CLOEXEC);
+    const std::string folder = std::filesystem::temp_directory_path().string();
+    fd = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (fd < 0) {  // a file system that has no files without a name
+        std::string pattern = folder + "/orvane-XXXXXX";
+        fd = mkostemp(pattern.data(), O_CLOEXEC);
+        if (fd >= 0) unlink(pattern.c_str());
+    }
     if (fd < 0) fail("the temporary file for a pipe's content cannot be created");
-    unlink(pattern.c_str());
     std::array<char, 65536> block;
     ssize_t count = 0;
     while ((count = read(from, block.data(), block.size())) != 0) {

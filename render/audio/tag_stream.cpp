@@ -7,7 +7,11 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "render/failure.h"
+
 namespace {
+
+constexpr int kMostEmptyReads = 10'000;
 
 constexpr long kBlockBytes = 1 << 18;
 
@@ -15,6 +19,8 @@ constexpr long kBlockBytes = 1 << 18;
 
 TagLib::ByteVector TagStream::readBlock(unsigned long size) {
     const long present = std::clamp<long>(static_cast<long>(size), 0, std::max(length() - at, 0L));
+    if (present == 0 && ++emptyReads > kMostEmptyReads)
+        throw Failure("the tags lead beyond the end of the file");
     TagLib::ByteVector data(static_cast<unsigned>(present), 0);
     const ssize_t count = pread(fd, data.data(), data.size(), at);
     if (count < 0) error = errno;

@@ -1,5 +1,8 @@
 // The stream through which TagLib reads and writes a file, given by its descriptor. TagLib's own
 // stream ignores failed writes; this one remembers the first error. Use an object on one thread.
+//
+// TagLib believes the counts in a damaged file and goes on reading at its end, for hours if the
+// file says so. After many reads that give nothing, readBlock throws Failure.
 #pragma once
 #include <taglib/tiostream.h>
 
@@ -33,5 +36,6 @@ private:
 
     int fd;
     int error = 0;
+    int emptyReads = 0;  // reads that found the end of the file
     long at = 0;
 };

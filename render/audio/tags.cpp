@@ -304,7 +304,11 @@ AudioTags ReadTags(SNDFILE* file, int fd, int format) {
     if (fd >= 0) {
         TagStream stream(fd);
         TagFile from;
-        OpenTags(&stream, format, false, &from);
+        try {
+            OpenTags(&stream, format, false, &from);
+        } catch (const Failure&) {  // from TagStream
+            tags.unread.emplace_back("damaged tags");
+        }
         if (from.xiph != nullptr) Add(from.xiph->properties(), &tags);
         if (from.id3 != nullptr) {
             TagLib::PropertyMap fields = from.id3->properties();
