@@ -9,8 +9,8 @@
 
 #include "host/effect.h"
 #include "host/identity.h"
-#include "platform/system.h"
 #include "platform/log.h"
+#include "platform/system.h"
 #include "table/parameters.h"
 
 namespace {
