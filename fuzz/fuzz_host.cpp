@@ -46,8 +46,8 @@
 #include "client/instance.h"
 #include "fuzz/fuzz_input.h"
 #include "host/entry_points.h"
-#include "platform/system.h"
 #include "platform/log.h"
+#include "platform/system.h"
 #include "table/parameters.h"
 
 // Discards the log, because its lines would take most of the time.

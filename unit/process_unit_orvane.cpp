@@ -5,8 +5,8 @@
 #include <new>
 
 #include "host/reply.h"
-#include "platform/system.h"
 #include "platform/log.h"
+#include "platform/system.h"
 #include "table/parameters.h"
 
 namespace {
