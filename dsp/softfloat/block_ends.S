@@ -78,8 +78,10 @@ routine \name
     rsb     r10, r9, r4, asr #3
     add     r6, r9, r4, asr #3
     add     r5, r5, #46             @ pack expects the exponent plus 46
-    normround r10, r11, r5, unclean=1
-    normround r6, r7, r5, unclean=1-\overlapping
+    normroundboth r10, r11, r5, r6, r7, r5, unclean=1
+    .if \overlapping
+    bic     r6, r6, #63
+    .endif
     pack    r10, r11, r8, .LrareHigh
     str     r10, [r3], #4           @ *high++ = difference
     .if \overlapping

@@ -27,8 +27,7 @@
     difference \bm, \am, \backward
     add     \am, r9, \am, asr #3
     .endif
-    normround \bm, \be, \ae
-    normround \am, \ae, \ae
+    normroundboth \bm, \be, \ae, \am, \ae, \ae
 .endm
 .macro difference m, am, backward
     .if \backward
@@ -90,24 +89,16 @@
     bne     \label
 .endm
 
-@ turnproducts re, im: the products of y with the factor whose parts are at these addresses, in the
-@ registers that `turned` expects. y is in r6, r7 and r10, r11. "Turns".
-.macro turnproducts re, im
-    ldrd    r8, r9, \re
-    realproducts
-    ldrd    r8, r9, \im
-    imaginaryproducts
-.endm
-
-@ settlefour fail: settle for the four numbers of r2 to r7, r10, r11. Changes r8 and r9.
+@ settlefour fail: settle for the four numbers of r2 to r7, r10, r11.
 .macro settlefour fail
     cmp     r2, #0
     moveq   r3, #0
     cmp     r4, #0
     moveq   r5, #0
-    orrs    r9, r3, r5
-    movmi   r0, #0
-    bmi     \fail
+    cmp     r3, #0
+    cmpge   r5, #0
+    movlt   r0, #0
+    blt     \fail
     settle  r6, r7, r10, r11, \fail
 .endm
 
@@ -205,24 +196,27 @@ routine SoftTwiddledButterflies
     pair    r4, r5, r10, r11
     strd    r2, r3, [r0, #-32]
     strd    r4, r5, [r0, #-24]
+    ldrd    r8, r9, [r1, #W2_RE + 8]!
     orrs    lr, r7, r11
     blmi    .LsettleEven
-    turnproducts "[r1, #W2_RE + 8]!", "[r1, #8]" @ y2 *= w2, which r1 then points to
+    turnproducts "[r1, #8]"         @ y2 *= w2, which r1 points to
     turned  r2, r3, r4, r5
     stmia   r0, {r2-r5}
     ldmdb   r0, {r2-r5}             @ x1
     ldmia   sp!, {r6, r7, r10, r11} @ x3
     pair    r4, r5, r6, r7, swap=1  @ y1, y3 = x1 + i x3, x1 - i x3
     pair    r2, r3, r10, r11
+    ldrd    r8, r9, [r1, #W1_RE - W2_RE]
     orrs    lr, r3, r5
     orrspl  lr, r7, r11
     blmi    .LsettleOdd
     stmdb   sp!, {r2-r5}
-    turnproducts "[r1, #W1_RE - W2_RE]", "[r1, #W1_IM - W2_RE]" @ y1 *= w1
+    turnproducts "[r1, #W1_IM - W2_RE]" @ y1 *= w1
     turned  r10, r11, r2, r3, back=1
+    ldrd    r8, r9, [r1, #W3_RE - W2_RE]
     stmdb   r0, {r2, r3, r10, r11}
     ldmia   sp!, {r6, r7, r10, r11}
-    turnproducts "[r1, #W3_RE - W2_RE]", "[r1, #W3_IM - W2_RE]!" @ y3 *= w3
+    turnproducts "[r1, #W3_IM - W2_RE]!" @ y3 *= w3
     turned  r2, r3, r4, r5
     add     r0, r0, #16
     stmia   r0!, {r2-r5}
@@ -268,21 +262,24 @@ routine SoftTwiddledGroups
 .LtwiddledNext:
     firsthalf 48
     evenpairs
+    ldrd    r8, r9, [sp, #16 + W2_RE]
     orrs    lr, r7, r11
     blmi    .LsettleEven
-    turnproducts "[sp, #16 + W2_RE]", "[sp, #16 + W2_IM]" @ y2 *= w2; x3 is pushed
+    turnproducts "[sp, #16 + W2_IM]" @ y2 *= w2; x3 is pushed
     turned  r2, r3, r4, r5
     stmia   r12!, {r2-r5}
     oddpairs
+    ldrd    r8, r9, [sp, #W1_RE]
     orrs    lr, r3, r5
     orrspl  lr, r7, r11
     blmi    .LsettleOdd
     stmdb   sp!, {r2-r5}
-    turnproducts "[sp, #16 + W1_RE]", "[sp, #16 + W1_IM]" @ y1 *= w1; y3 is pushed
+    turnproducts "[sp, #16 + W1_IM]" @ y1 *= w1; y3 is pushed
     turned  r10, r11, r2, r3, back=1
+    ldrd    r8, r9, [sp, #16 + W3_RE]
     stmia   r1!, {r2, r3, r10, r11}
     ldmia   sp!, {r6, r7, r10, r11}
-    turnproducts "[sp, #W3_RE]", "[sp, #W3_IM]" @ y3 *= w3
+    turnproducts "[sp, #W3_IM]"     @ y3 *= w3
     turned  r2, r3, r4, r5
     storelast 48, .LtwiddledNext, r2-r5
     ldrd    r2, r3, [sp, #56]

@@ -7,6 +7,8 @@
 @ time. Their first terms are in r2, r3 (real part) and r4, r5 (imaginary part), as a value lies in
 @ memory. Their second terms are in r10, r11 and r6, r7.
 
+.equ    W_IM, MIRRORED_PLACES_W_IM
+
 @ mirrordifference carried: y = left - conj(right), left in r2 to r5, right in r10, r11 and r6, r7.
 @ y has its real part in r6, r7 and its imaginary part in r10, r11, as realproducts expects.
 .macro mirrordifference carried=0
@@ -14,20 +16,16 @@
     add     r4, r9, r4, asr #3      @ left.im + right.im
     align   r2, r3, r10, r11, .LfarRe, carried=\carried
     rsb     r6, r9, r2, asr #3      @ left.re - right.re
-    normround r6, r7, r3
     mov     r10, r4
-    normround r10, r11, r5
+    normroundboth r6, r7, r3, r10, r11, r5
 .endm
 
 @ kernelproduct at: the value at `at` times the kernel's factor for it, to r2 to r5. r1 is the
 @ distance in bytes from a value to its factor.
 .macro kernelproduct at
-    ldmia   \at, {r6, r7, r10, r11}
     ldrd    r8, r9, [\at, r1]
-    realproducts
-    add     lr, \at, r1
-    ldrd    r8, r9, [lr, #8]
-    imaginaryproducts
+    ldmia   \at, {r6, r7, r10, r11}
+    turnproducts "[lr, #8]", "add lr, \at, r1"
     turned  r2, r3, r4, r5
 .endm
 
@@ -37,17 +35,18 @@
 .macro storeexchanged op, right, places
     align   r4, r5, r6, r7, .LfarIm, carried=1-\right
     rsb     r4, r9, r4, asr #3
-    normround r4, r5, r5
     align   r2, r3, r10, r11, .LfarRe, carried=1-\right
     \op     r8, r9, r2, asr #3
-    normround r8, r9, r3
-    ldr     r2, [sp, #\places]
+    normroundboth r4, r5, r5, r8, r9, r3, spare=r2, unclean=1
+    ldr     lr, [sp, #\places]
+    bic     r4, r4, #63
+    bic     r8, r8, #63
     .if \right
-    ldrd    r2, r3, [r2, #MIRRORED_PLACES_RIGHT]
+    ldrd    r2, r3, [lr, #MIRRORED_PLACES_RIGHT]
     add     r5, r5, r3              @ raise both exponents
     add     r9, r9, r3
     .else
-    ldr     r2, [r2, #MIRRORED_PLACES_LEFT]
+    ldr     r2, [lr, #MIRRORED_PLACES_LEFT]
     .endif
     stmia   r2, {r4, r5, r8, r9}
 .endm
@@ -73,15 +72,12 @@ routine SoftSpectrumProduct
     ldrd    r10, r11, [sp, #16]
     ldrd    r6, r7, [sp, #24]
     mirrordifference carried=1      @ y = left - conj(right)
+    ldr     r2, [sp, #32]           @ y *= conj((++places)->w)
     orrs    lr, r11, r7
     blmi    .LsettleProduct
-    ldr     lr, [sp, #32]           @ y *= conj((++places)->w)
-    ldrd    r8, r9, [lr, #MIRRORED_PLACES_SIZE]!
-    str     lr, [sp, #32]
-    realproducts
-    ldr     lr, [sp, #32]
-    ldrd    r8, r9, [lr, #MIRRORED_PLACES_W_IM]
-    imaginaryproducts
+    ldrd    r8, r9, [r2, #MIRRORED_PLACES_SIZE]!
+    str     r2, [sp, #32]
+    turnproducts "[lr, #W_IM]", "ldr lr, [sp, #32]"
     turned  r10, r11, r6, r7, back=1
     ldmia   sp!, {r2-r5}
     storeexchanged rsb, 0, 16       @ left - y
@@ -109,10 +105,9 @@ endroutine SoftSpectrumProduct
     ldmia   \at, {r2-r5}
     align   r2, r3, r10, r11, .LfarRe
     \op     r2, r9, r2, asr #3
-    normround r2, r3, r3
     align   r4, r5, r6, r7, .LfarIm
     rsb     r4, r9, r4, asr #3
-    normround r4, r5, r5
+    normroundboth r2, r3, r3, r4, r5, r5
     orrs    lr, r3, r5
     blmi    .LsettleResult
     stmia   \at, {r2-r5}
@@ -131,12 +126,10 @@ routine SoftRealStep
     ldrd    r10, r11, [r12]         @ right
     ldrd    r6, r7, [r12, #8]
     mirrordifference                @ y = left - conj(right)
+    ldrd    r8, r9, [r1, #MIRRORED_PLACES_SIZE]! @ y *= (++places)->w
     orrs    lr, r11, r7
     blmi    .LsettleReal
-    ldrd    r8, r9, [r1, #MIRRORED_PLACES_SIZE]! @ y *= (++places)->w
-    realproducts
-    ldrd    r8, r9, [r1, #MIRRORED_PLACES_W_IM]
-    imaginaryproducts
+    turnproducts "[r1, #W_IM]"
     turned  r10, r11, r6, r7
     realresult rsb, r0              @ left - y
     realresult add, r12             @ right + conj(y)
