@@ -217,11 +217,11 @@ TEST(SoftFloatLoops, AveragesGiveTheValuesOfTheirPortableVersion) {
             return AverageRow{nextSum(raised - kRaised), numbers.Next(bits - 30 + raised)};
         });
         auto got = expected;
-        std::vector<int32_t> entering(frames), leaving(first ? frames + 1 : frames);
+        std::vector<int32_t> entering(frames + 1), leaving(first ? frames + 1 : frames);
         std::generate(entering.begin(), entering.end(), sample);
         std::generate(leaving.begin(), leaving.end(), sample);
         // In every fourth turn, the sum becomes 0.
-        if (n % 4 == 0) std::copy(entering.begin(), entering.end(), leaving.begin());
+        if (n % 4 == 0) std::copy_n(entering.begin(), frames, leaving.begin());
         SampleSum sum = n % 4 == 0 ? SampleSum{0, raised} : nextSum(raised);
         // This sum falls to 2^25 - 1, which is rounded up.
         if (n % 64 == 1) sum = {0x800001, 2 + raised}, entering[0] = -5;

@@ -11,12 +11,15 @@
 @ SoftNewBinade returns here instead of rounding what it has rounded itself.
 .equ    ROUNDING_BYTES, 12
 
-@ joinsum at, factor: adds factor * the sample at the pointer `at` to the sum and advances `at`. The
-@ factor is r6 or r10. Changes r8 and r9, and in SoftNewBinade also r2 and r3.
-.macro joinsum at, factor
-    ldr     r8, [\at], #4
+@ A sample joins the sum in two parts with other work between them, because the product is late.
+@ startjoin factor: begins to add factor * the sample in r8. The factor is r6 or r10. Then r4:r9 is the
+@ sum, not rounded.
+.macro startjoin factor
     mov     r9, #0
     smlal   r9, r4, r8, \factor     @ r4:r9 += x * 2^(32 - s)
+.endm
+@ endjoin: rounds the sum. Changes r8 and r9; SoftNewBinade may change r10.
+.macro endjoin
     teq     r11, r4, asr #23
     blne    SoftNewBinade           @ the sum left its binade, or is below 2^25
 .Lround\@:
@@ -29,10 +32,25 @@
     .endif
 .endm
 
-@ averagestep first, far: one frame. `first` is 1 for the narrowest average; `far` is addband's.
-@ Changes r2, r3, r8 and r9.
+@ shiftjoining factor: startjoin, interleaved with the first part of normround r2, r3, r3. roundoff is the
+@ second part. docs/soft-float.md, "Normalise and round".
+.macro shiftjoining factor
+    eor     lr, r2, r2, lsl #2
+    mov     r9, #0
+    clz     lr, lr
+    smlal   r9, r4, r8, \factor     @ r4:r9 += x * 2^(32 - s)
+    mov     r2, r2, lsl lr
+    sub     r3, r3, lr
+.endm
+.macro roundoff
+    movs    lr, r2, lsr #7          @ r2 += 31 + its last kept bit
+    adc     r2, r2, #31
+    bic     r2, r2, #63
+.endm
+
+@ averagestep first, far: one frame, whose entering sample has begun to join. At the end the next one
+@ has. `first` is 1 for the narrowest average; `far` is addband's. Changes r2, r3, r8 and r9.
 .macro averagestep first, far
-    joinsum r1, r6                  @ sum += *entering++
     .if \first
     ldr     r2, [r12, #4]           @ r2, r3 = leaving[1] as a sum of 24 bits
     eor     r3, r2, r2, lsl #1
@@ -43,26 +61,34 @@
     .else
     ldrd    r2, r3, [r0]            @ r2, r3 = rows->sum, the narrower one
     .endif
+    endjoin                         @ sum += *entering
     subs    r8, r5, r3              @ r9 = sum << (difference of the exponents + 2)
     rsbspl  r9, r8, #5 - \first
     movpl   r9, r4, lsl r8
     blmi    .LfarSum
 .Lsubtract\@:
-    rsb     r8, r9, r2, lsl #3      @ r8, r9 = 2 * narrower sum - sum
+    rsb     r2, r9, r2, lsl #3      @ r2, r3 = 2 * narrower sum - sum
 .Lsubtracted\@:
     .if     .Lsubtracted\@ - .Lsubtract\@ != SUBTRACTION_BYTES
     .error  "LfarSum returns past a subtraction of another length"
     .endif
-    normround r8, r9, r3
-    ldrd    r2, r3, [sp, #4]        @ r8, r9 *= gain: the band
-    product r8, r9, r8, r9, fm=r2, fe=r3, unclean=1-\first
-    .ifeq \first
-    ldrd    r2, r3, [r0, #8]        @ r8, r9 = band + rows->output
-    addband r8, r9, r2, r3, \far
-    normround r8, r9, r9
+    ldr     r8, [r12], #4           @ *leaving++
+    strd    r4, r5, [r0], #8        @ rows->sum = sum
+    shiftjoining r10
+    endjoin                         @ sum -= *leaving
+    ldrd    r8, r9, [sp, #4]        @ r2, r3 *= gain: the band
+    roundoff
+    .if \first
+    product r2, r3, r2, r3, meanwhile="ldr r8, [r1], #4" @ *++entering
+    startjoin r6
+    .else
+    product r2, r3, r2, r3, unclean=1, meanwhile="ldrd r8, r9, [r0]"
+    addband r2, r3, r8, r9, \far    @ r2, r3 = band + rows->output
+    ldr     r8, [r1], #4            @ *++entering
+    shiftjoining r6
+    roundoff
     .endif
-    stmia   r0!, {r4, r5, r8, r9}   @ *rows++ = {sum, output}
-    joinsum r12, r10                @ sum -= *leaving++
+    strd    r2, r3, [r0], #8        @ rows++->output = r2, r3
 .endm
 .equ    SUBTRACTION_BYTES, 4
 
@@ -71,8 +97,9 @@
 @           RunningAverage* state, size_t frames)
 @ The loop of RunAveragePortable (average.h). docs/soft-float.md, "Running sums".
 @   in    r0 rows, r1 entering, r2 leaving, r3 state; stack: frames, at least 1
-@   uses  r2, r3 the narrower sum, the gain, the output; r8, r9 the band; r7 end of rows;
-@         r12 leaving
+@         Also reads entering[frames].
+@   uses  r2, r3 the narrower sum, then the band; r8, r9 a sample, the gain, the output;
+@         r7 end of rows; r12 leaving
 @   stack [0] state, [4] gain, [12] raised
 routine \name
     push    {r4-r11, lr}
@@ -93,6 +120,8 @@ routine \name
     mov     r11, r4, asr #31        @ r11 = 1 or -2 by the sign; 8 for a sum below 2^25
     eor     r11, r11, #1
     movgt   r11, #8
+    ldr     r8, [r1], #4            @ *entering
+    startjoin r6
     .ifeq \first
     sub     r2, r7, r0              @ two frames in each turn of the loop, an odd one first
     tst     r2, #16
@@ -107,7 +136,8 @@ routine \name
     .endif
     cmp     r0, r7
     bne     .L\name\()Next
-    ldr     r3, [sp]                @ state->sum = sum
+    ldr     r3, [sp]                @ state->sum = sum, without entering[frames]
+    smlal   r9, r4, r8, r10
     strd    r4, r5, [r3]
     add     sp, sp, #16
     pop     {r4-r11, pc}
@@ -117,8 +147,8 @@ endroutine \name
     averageloop SoftFirstAverage, 1
     averageloop SoftAverage, 0
 
-@ Called by joinsum with the sum's upper word in r4 and its lower word in r9, if the sum has left its
-@ binade or is below 2^25 units. Finds the new s and what follows from it. Returns to joinsum's
+@ Called by endjoin with the sum's upper word in r4 and its lower word in r9, if the sum has left its
+@ binade or is below 2^25 units. Finds the new s and what follows from it. Returns to endjoin's
 @ rounding, or past it if the sum was rounded here. "Running sums".
 routine SoftNewBinade
     cmp     r6, #1
@@ -139,48 +169,48 @@ routine SoftNewBinade
 .LlargeNow:
     eor     r9, r4, r4, lsl #1      @ 2^25 and more: s = 7 - clz
     clz     r9, r9
-    rsb     r2, r9, #7              @ r2 = s
-    add     r3, r9, #25             @ r3 = 32 - s
-    add     r5, r5, r2
+    rsb     r8, r9, #7              @ r8 = s
+    add     r10, r9, #25             @ r10 = 32 - s
+    add     r5, r5, r8
     mov     r6, #1
-    mov     r6, r6, lsl r3
-    mov     r9, r4, lsl r3          @ split the sum into r4 * 2^s and the lower word
-    mov     r4, r4, asr r2
+    mov     r6, r6, lsl r10
+    mov     r9, r4, lsl r10          @ split the sum into r4 * 2^s and the lower word
+    mov     r4, r4, asr r8
     b       .LinBinade
 .LlargeBefore:
-    eor     r2, r4, r4, lsl #1
-    clz     r2, r2
-    subs    r2, r2, #7              @ r2 = binades that the sum fell
+    eor     r8, r4, r4, lsl #1
+    clz     r8, r8
+    subs    r8, r8, #7              @ r8 = binades that the sum fell
     ble     .Lup
-    movs    r6, r6, lsl r2
+    movs    r6, r6, lsl r8
     ble     .LsmallNow              @ 2^(32 - s) is 2^31 or more: s is 1 or less
-    sub     r5, r5, r2              @ shift both words left by r2
-    rsb     r3, r2, #32
-    mov     r4, r4, lsl r2
-    orr     r4, r4, r9, lsr r3
-    mov     r9, r9, lsl r2
+    sub     r5, r5, r8              @ shift both words left by r8
+    rsb     r10, r8, #32
+    mov     r4, r4, lsl r8
+    orr     r4, r4, r9, lsr r10
+    mov     r9, r9, lsl r8
 .LinBinade:
     rsb     r10, r6, #0
     mov     r11, r4, asr #23
     bx      lr
 .Lup:
-    add     r3, r2, #32             @ shift both words right by -r2
-    rsb     r2, r2, #0
-    mov     r9, r9, lsr r2          @ exact: r9 is a multiple of r6
-    orr     r9, r9, r4, lsl r3
-    mov     r4, r4, asr r2
-    mov     r6, r6, lsr r2
-    add     r5, r5, r2
+    add     r10, r8, #32             @ shift both words right by -r8
+    rsb     r8, r8, #0
+    mov     r9, r9, lsr r8          @ exact: r9 is a multiple of r6
+    orr     r9, r9, r4, lsl r10
+    mov     r4, r4, asr r8
+    mov     r6, r6, lsr r8
+    add     r5, r5, r8
     rsb     r10, r6, #0
     mov     r11, r4, asr #23
     bx      lr
 .LsmallNow:
-    ldr     r3, [sp, #12]           @ raised
-    sub     r2, r5, r3              @ r4 = r4:r9 as a whole number, s = 0
-    mov     r5, r3
-    rsb     r3, r2, #32
-    mov     r4, r4, lsl r2
-    orr     r4, r4, r9, lsr r3
+    ldr     r10, [sp, #12]           @ raised
+    sub     r8, r5, r10              @ r4 = r4:r9 as a whole number, s = 0
+    mov     r5, r10
+    rsb     r10, r8, #32
+    mov     r4, r4, lsl r8
+    orr     r4, r4, r9, lsr r10
     mov     r6, #1
     mvn     r10, #0
     mov     r11, #8
@@ -188,7 +218,7 @@ routine SoftNewBinade
 endroutine SoftNewBinade
 
 @ Called by averagestep if the exponents of the two sums are outside the near window. r8 is their
-@ difference. Returns with r9 for the subtraction, or past the subtraction with its result in r8.
+@ difference. Returns with r9 for the subtraction, or past the subtraction with its result in r2.
 routine SoftAverageFar
 .LfarSum:
     cmp     r8, #0
@@ -205,8 +235,8 @@ routine SoftAverageFar
     mov     r2, r9, asr r8
     cmp     r9, r2, lsl r8
     orrne   r2, r2, #1
-    sub     r8, r2, r4, lsl #4
+    sub     r2, r2, r4, lsl #4
     add     pc, lr, #SUBTRACTION_BYTES
-    farband .LfarFirst, r8, r9, r2, r3
-    farband .LfarSecond, r8, r9, r2, r3
+    farband .LfarFirst, r2, r3, r8, r9
+    farband .LfarSecond, r2, r3, r8, r9
 endroutine SoftAverageFar

@@ -90,7 +90,8 @@ extern "C" void SoftAverage(AverageRow* rows, const int32_t* entering, const int
                             RunningAverage* state, size_t frames);
 #endif
 
-// Calls the assembly version where there is one. frames >= 1.
+// Calls the assembly version where there is one. frames >= 1. entering[frames] must be readable;
+// its value doesn't matter.
 template <bool first>
 inline void RunAverage(AverageRow* rows, const int32_t* entering, const int32_t* leaving,
                        RunningAverage* state, size_t frames) {

@@ -52,8 +52,9 @@ private:
     void MakeRoom(size_t frames);
 
     SampleSum sums[kMaxChannels][kAverages];
-    int32_t history[kMaxChannels]
-                   [kHistory + kRoom];  // in units of 2^-30; the newest samples lie before `end`
+    // In units of 2^-30. The newest samples lie before `end`; the assembly version of RunAverage
+    // also reads one behind them.
+    int32_t history[kMaxChannels][kHistory + kRoom + 1];
     size_t end;
     size_t silent;  // frames of silence before `end`, counted up to kHistory + kChunk
     bool inUse;
