@@ -36,12 +36,12 @@ LIMITS = {
     "instructions, slowest call of 256": 12900,
     "instructions, slowest call of 1024": 7900,
     "commands": 0.02,
-    "cycles, ARM926EJ-S": 7600,
-    "cycles, ARM1136": 8430,
-    "cycles, Cortex-A8": 6270,
-    "cycles, ARM926EJ-S, slowest call of 1024": 12000,
-    "cycles, ARM1136, slowest call of 1024": 13100,
-    "cycles, Cortex-A8, slowest call of 1024": 9100,
+    "cycles, ARM926EJ-S": 7500,
+    "cycles, ARM1136": 7640,
+    "cycles, Cortex-A8": 5430,
+    "cycles, ARM926EJ-S, slowest call of 1024": 11900,
+    "cycles, ARM1136, slowest call of 1024": 12000,
+    "cycles, Cortex-A8, slowest call of 1024": 8100,
 }
 
 

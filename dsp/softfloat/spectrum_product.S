@@ -10,7 +10,7 @@
 .equ    W_IM, MIRRORED_PLACES_W_IM
 
 @ mirrordifference carried: y = left - conj(right), left in r2 to r5, right in r10, r11 and r6, r7.
-@ y has its real part in r6, r7 and its imaginary part in r10, r11, as realproducts expects.
+@ y has its real part in r6, r7 and its imaginary part in r10, r11, as turnproducts expects.
 .macro mirrordifference carried=0
     align   r4, r5, r6, r7, .LfarIm, carried=\carried
     add     r4, r9, r4, asr #3      @ left.im + right.im
