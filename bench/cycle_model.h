@@ -275,10 +275,7 @@ private:
         const bool predicted =
             !branch.conditional || (known ? entry.taken >= 2 : branch.target < branch.address);
         if (taken && !known) entry = {branch.address, 2};
-        if (taken)
-            Strengthen(entry);
-        else if (known)
-            Weaken(entry);
+        if (taken || known) Learn(entry, taken);
         if (predicted != taken) return 5;
         return taken && !known ? 3 : 0;
     }
@@ -295,18 +292,13 @@ private:
         if (!branch.conditional) return 0;
         Prediction& entry = branches_[(branch.address / 2 ^ history_ * 4) % branches_.size()];
         const bool predicted = entry.taken >= 2;
-        if (taken)
-            Strengthen(entry);
-        else
-            Weaken(entry);
+        Learn(entry, taken);
         history_ = (history_ * 2 + (taken ? 1 : 0)) % 1024;
         return predicted != taken ? kWrong : 0;
     }
-    static void Strengthen(Prediction& entry) {
-        if (entry.taken < 3) ++entry.taken;
-    }
-    static void Weaken(Prediction& entry) {
-        if (entry.taken > 0) --entry.taken;
+    static void Learn(Prediction& entry, bool taken) {
+        if (taken && entry.taken < 3) ++entry.taken;
+        if (!taken && entry.taken > 0) --entry.taken;
     }
 
     const Rules& rules_;
