@@ -58,6 +58,11 @@ static bool markerIsThere = false;
 bool DataFileExists(const char*) {
     return markerIsThere;
 }
+// Stands for the clock. It advances by a quarter of a second each time it is read.
+static uint32_t clockMs = 0;
+int32_t WallClockMilliseconds() {
+    return static_cast<int32_t>(clockMs += 250);
+}
 
 // The library's allocation number `allocationToRefuse` from now on fails, once. 1 is the next
 // allocation, 0 is none.
@@ -356,7 +361,7 @@ struct Session {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput input(data, size);
-    allocationToRefuse = 0;
+    allocationToRefuse = clockMs = 0;
     markerIsThere = false;
     std::feclearexcept(FE_ALL_EXCEPT);
     Session session;
