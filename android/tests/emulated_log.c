@@ -2,6 +2,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the platform's name
 int __android_log_print(int priority, const char* tag, const char* format, ...);
 
 int __android_log_print(int priority, const char* tag, const char* format, ...) {
@@ -12,3 +13,4 @@ int __android_log_print(int priority, const char* tag, const char* format, ...) 
     va_end(arguments);
     return fputc('\n', stderr);
 }
+// NOLINTEND(bugprone-reserved-identifier)
