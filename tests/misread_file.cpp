@@ -1,6 +1,7 @@
 // Stands before libsndfile's sf_open. If a descriptor's path is opened, as the renderer does to
 // read its result back, it tells of one frame, hertz or channel more, or of no file: what
-// ORVANE_MISREAD names.
+// ORVANE_MISREAD names. "later" is one frame more when this happens for the third time, which is
+// after the gain tags.
 #include <dlfcn.h>
 #include <sndfile.h>
 
@@ -13,7 +14,9 @@ extern "C" __attribute__((visibility("default"))) SNDFILE* sf_open(const char* p
     SNDFILE* const file = real(path, mode, info);
     if (std::string(path).rfind("/proc/self/fd/", 0) != 0) return file;
     const std::string wrong = std::getenv("ORVANE_MISREAD");
-    if (wrong == "frames") ++info->frames;
+    static int opened = 0;
+    ++opened;
+    if (wrong == "frames" || (wrong == "later" && opened == 3)) ++info->frames;
     if (wrong == "rate") ++info->samplerate;
     if (wrong == "channels") ++info->channels;
     if (wrong != "file") return file;

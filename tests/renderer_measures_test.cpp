@@ -312,6 +312,11 @@ TEST_F(Renderer, WritesToTheEndOrSaysThatItCannot) {
         EXPECT_NE(Slurp("err").find("out.wav is not written: "), std::string::npos) << wrong;
         EXPECT_FALSE(fs::exists("out.wav")) << wrong;
     }
+    EXPECT_EQ(Shell("LD_PRELOAD=" ORVANE_MISREAD_FILE
+                    " ORVANE_MISREAD=later $ORVANE render long.wav out.flac"),
+              1);
+    EXPECT_NE(Slurp("err").find("its gain tags damaged it"), std::string::npos) << Slurp("err");
+    EXPECT_FALSE(fs::exists("out.flac"));
 #endif
 }
 

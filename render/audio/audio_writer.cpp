@@ -84,6 +84,17 @@ bool IsOpus(int sndfileFormat) {
     return (sndfileFormat & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS;
 }
 
+// Opens the file `fd` and returns what its header says. Throws Failure if it can't be read.
+SF_INFO HeaderOf(int fd, const std::string& name) {
+    const StderrSilencer silencer;
+    SF_INFO info{};
+    const SndfileHandle file(
+        sf_open(("/proc/self/fd/" + std::to_string(fd)).c_str(), SFM_READ, &info));
+    if (file == nullptr)
+        throw Failure("{} is not written: it cannot be read back: {}", name, sf_strerror(nullptr));
+    return info;
+}
+
 // Adds the fields of one gain. `scope` is TRACK or ALBUM.
 void AddGainFields(const Loudness& loudness, const std::string& scope, bool isOpus,
                    TagLib::PropertyMap* fields) {
@@ -195,13 +206,7 @@ private:
     void ReadBack() const {
         if (framesWritten == 0) return;
         const uint64_t resultHz = IsOpus(info.format) ? 48000 : rateHz;
-        const StderrSilencer silencer;
-        SF_INFO result{};
-        const std::string path = "/proc/self/fd/" + std::to_string(target.fd);
-        const SndfileHandle back(sf_open(path.c_str(), SFM_READ, &result));
-        if (back == nullptr)
-            throw Failure("{} is not written: it cannot be read back: {}", name,
-                          sf_strerror(nullptr));
+        const SF_INFO result = HeaderOf(target.fd, name);
         const uint64_t frames = framesWritten * resultHz / rateHz;
         if (static_cast<uint64_t>(result.frames) != frames || result.channels != info.channels ||
             static_cast<uint64_t>(result.samplerate) != resultHz)
@@ -368,7 +373,12 @@ void WriteGains(const std::string& path, const std::string& output, const Gains&
     const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
     if (fd < 0) throw Failure("{} cannot be written: {}", output, std::strerror(errno));
     try {
+        const SF_INFO before = HeaderOf(fd, output);
         AddFields(fd, format, fields, output);
+        const SF_INFO after = HeaderOf(fd, output);
+        if (after.frames != before.frames || after.channels != before.channels ||
+            after.samplerate != before.samplerate)
+            throw Failure("{} is not written: its gain tags damaged it", output);
     } catch (...) {
         close(fd);
         throw;
