@@ -11,6 +11,7 @@
 #include <numbers>
 #include <random>
 #include <span>
+#include <tuple>
 
 #include "render/audio/loudness.h"
 #include "render/audio/spectrum.h"
@@ -96,6 +97,44 @@ TEST(Analysis, LoudnessFollowsAStepWhereItHappens) {
     memoryIsShort = true;
     EXPECT_THROW(meter.Add(samples), std::bad_alloc);
     memoryIsShort = false;
+}
+
+// libebur128 measures integrated loudness and range by itself, too. The level changes often, so all
+// gates take part. At the last
+// rate a tenth of a second isn't a whole number of frames.
+TEST(Analysis, IntegratedLoudnessAndRangeAreThoseOfLibebur128) {
+    std::mt19937 random(5);
+    int ranges = 0;
+    for (const auto& [rateHz, channels, most] :
+         {std::tuple(44100U, 2U, 1e-9), {48000U, 1U, 1e-9}, {11025U, 2U, 0.02}}) {
+        const Ebur128Handle own(ebur128_init(channels, rateHz, EBUR128_MODE_I | EBUR128_MODE_LRA));
+        LoudnessMeter meter(channels, rateHz, Metering::kLoudness);
+        for (const double seconds : {0.5, 2.9, 40.0, 25.0}) {
+            if (seconds == 25) {  // a stream of the same kind follows
+                ebur128_change_parameters(own.get(), 6, rateHz);
+                ebur128_change_parameters(own.get(), channels, rateHz);
+                meter.Continue(channels, rateHz);
+            }
+            std::vector<float> samples(static_cast<size_t>(seconds * rateHz) * channels);
+            float level = 1;
+            for (size_t i = 0; i < samples.size(); ++i) {
+                if (i % 30000 == 0) level = std::ldexp(1.0F, -static_cast<int>(random() % 15));
+                samples[i] = level * (static_cast<float>(random()) / 2147483648.0F - 1);
+            }
+            Feed(&meter, samples, channels);
+            ebur128_add_frames_float(own.get(), samples.data(), samples.size() / channels);
+            double integratedLufs = 0, rangeLu = 0;
+            ebur128_loudness_global(own.get(), &integratedLufs);
+            ebur128_loudness_range(own.get(), &rangeLu);
+            const Loudness result = meter.Result();
+            EXPECT_NEAR(result.integratedLufs, integratedLufs, most) << rateHz;
+            if (!std::isnan(result.rangeLu)) {
+                EXPECT_NEAR(result.rangeLu, rangeLu, most) << rateHz;
+                ++ranges;
+            }
+        }
+    }
+    EXPECT_EQ(ranges, 9);
 }
 
 // The signals are noise in bursts of many levels. Some contain the samples for which an

@@ -6,34 +6,55 @@
 #include <cstring>
 #include <new>
 #include <numbers>
+#include <numeric>
 
 #include "dsp/lanes.h"
 
 namespace {
 
 constexpr uint32_t kRangeSeconds = 3;  // a shorter stream has at most one window
+constexpr size_t kBlockTenths = 4, kWindowTenths = 10 * kRangeSeconds, kWindowStepTenths = 10;
+constexpr double kAbsoluteGateLufs = -70;
 
 double LufsOf(double meanSquare) {
     return -0.691 + 10 * std::log10(meanSquare);
 }
 
+template <typename Number>
+double Mean(std::span<const Number> numbers) {
+    return std::accumulate(numbers.begin(), numbers.end(), 0.0) /
+           static_cast<double>(std::max<size_t>(numbers.size(), 1));
+}
+
 // Returns the integrated loudness of BS.1770-4: the mean of the blocks of 0.4 s that are louder
-// than -70 LUFS and than 10 LU below the mean of these. Minus infinity if no block is. `tenths`:
-// K-weighted mean squares of tenths of a second.
-double IntegratedLufs(const std::vector<float>& tenths) {
-    constexpr size_t kBlockTenths = 4;
+// than -70 LUFS and than 10 LU below the mean of these. Minus infinity if no block is. `blocks`:
+// K-weighted mean squares.
+double IntegratedLufs(std::span<const double> blocks) {
     const auto meanAbove = [&](double gateLufs) {
         double sum = 0, count = 0;
-        for (size_t i = 0; i + kBlockTenths <= tenths.size(); ++i) {
-            double block = 0;
-            for (size_t k = 0; k < kBlockTenths; ++k) block += tenths[i + k] / kBlockTenths;
+        for (const double block : blocks) {
             if (!(LufsOf(block) > gateLufs)) continue;
             sum += block;
             ++count;
         }
         return LufsOf(sum / std::max(count, 1.0));
     };
-    return meanAbove(std::max(meanAbove(-70) - 10, -70.0));
+    return meanAbove(std::max(meanAbove(kAbsoluteGateLufs) - 10, kAbsoluteGateLufs));
+}
+
+// Returns the loudness range of EBU Tech 3342: from the 10th to the 95th percentile of the windows
+// that are louder than 20 LU below their mean. `windows`: K-weighted mean squares of windows that
+// are louder than -70 LUFS.
+double RangeLu(std::vector<double> windows) {
+    const double gate = Mean(std::span<const double>(windows)) / 100;
+    std::erase_if(windows, [&](double window) { return window < gate; });
+    if (windows.empty()) return 0;
+    std::sort(windows.begin(), windows.end());
+    const auto percentile = [&](double part) {
+        return LufsOf(
+            windows[static_cast<size_t>(static_cast<double>(windows.size() - 1) * part + 0.5)]);
+    };
+    return percentile(0.95) - percentile(0.1);
 }
 
 }  // namespace
@@ -45,7 +66,7 @@ LoudnessMeter::LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering me
       takesTenths(metering == Metering::kParts || metering == Metering::kOverTime),
       first(firstFrame) {
     if (metering == Metering::kNothing || rateHz < kLowestMeteredRateHz) return;
-    state.reset(ebur128_init(channelCount, rateHz, EBUR128_MODE_I | EBUR128_MODE_LRA));
+    state.reset(ebur128_init(channelCount, rateHz, EBUR128_MODE_M));
     if (metering != Metering::kLoudness) truePeak.emplace(channelCount, rateHz);
 }
 
@@ -57,16 +78,20 @@ void LoudnessMeter::Continue(uint32_t channelCount, uint32_t rateHz) {
     }
     channels = channelCount;
     rate = rateHz;
-    first = frames;
+    first = gatesFrom = frames;
     tenths.clear();
+    gates.clear();
     if (rateHz < kLowestMeteredRateHz ||
         ebur128_change_parameters(state.get(), channels, rate) == EBUR128_ERROR_NOMEM)
         state.reset();
 }
 
-// Returns the number of frames from the start of the stream to the end of the current tenth.
+// Both return the number of frames from the start of the stream to the end of the current tenth.
 uint64_t LoudnessMeter::TenthEnds() const {
     return first + ((tenths.size() + 1) * rate + 5) / 10;
+}
+uint64_t LoudnessMeter::GateEnds() const {
+    return gatesFrom + (gates.size() + 1) * ((rate + 5) / 10);  // as libebur128 divides a stream
 }
 
 void LoudnessMeter::Add(std::span<const float> samples) {
@@ -74,17 +99,37 @@ void LoudnessMeter::Add(std::span<const float> samples) {
     if (truePeak) truePeak->Add(samples);
     while (!samples.empty()) {
         size_t count = samples.size() / channels;
+        count = std::min<uint64_t>(count, GateEnds() - frames);
         if (takesTenths) count = std::min<uint64_t>(count, TenthEnds() - frames);
         // If libebur128 continued after this error, it would write beyond its buffer.
         if (ebur128_add_frames_float(state.get(), samples.data(), count) == EBUR128_ERROR_NOMEM)
             throw std::bad_alloc();
         samples = samples.subspan(count * channels);
         frames += count;
-        if (!takesTenths || frames < TenthEnds()) continue;
-        double lufs = 0;
-        ebur128_loudness_window(state.get(), 100, &lufs);
-        tenths.push_back(static_cast<float>(std::pow(10, (lufs + 0.691) / 10)));
+        if (takesTenths && frames == TenthEnds()) tenths.push_back(static_cast<float>(LastTenth()));
+        if (frames == GateEnds()) EndGate();
     }
+}
+
+// Returns the K-weighted mean square of the last tenth of a second, summed over the channels. At
+// rates that are no multiple of 10 Hz, it lacks up to one frame.
+double LoudnessMeter::LastTenth() const {
+    double lufs = 0;
+    ebur128_loudness_window(state.get(), 100, &lufs);
+    return std::pow(10, (lufs + 0.691) / 10);
+}
+
+// Ends a tenth of a second, and with it a gating block and perhaps a window of the range.
+void LoudnessMeter::EndGate() {
+    gates.push_back(LastTenth());
+    const std::span<const double> all(gates);
+    const auto keep = [&](size_t tenthsCount, std::vector<double>* kept) {
+        if (gates.size() < tenthsCount) return;
+        const double mean = Mean(all.last(tenthsCount));
+        if (LufsOf(mean) >= kAbsoluteGateLufs) kept->push_back(mean);
+    };
+    keep(kBlockTenths, &blocks);
+    if (gates.size() % kWindowStepTenths == 0) keep(kWindowTenths, &windows);
 }
 
 void LoudnessMeter::EndPart() {
@@ -92,7 +137,11 @@ void LoudnessMeter::EndPart() {
         parts.push_back({NAN, NAN, NAN});
         return;
     }
-    parts.push_back({IntegratedLufs(tenths), NAN, 20 * std::log10(truePeak->Peak())});
+    std::vector<double> partBlocks;
+    const std::span<const float> all(tenths);
+    for (size_t i = kBlockTenths; i <= tenths.size(); ++i)
+        partBlocks.push_back(Mean(all.subspan(i - kBlockTenths, kBlockTenths)));
+    parts.push_back({IntegratedLufs(partBlocks), NAN, 20 * std::log10(truePeak->Peak())});
     earlierPeak = std::max(earlierPeak, truePeak->Peak());
     truePeak.emplace(channels, rate);
     first = frames;
@@ -102,9 +151,9 @@ void LoudnessMeter::EndPart() {
 Loudness LoudnessMeter::Result() const {
     Loudness result{NAN, NAN, NAN};
     if (state == nullptr) return result;
-    ebur128_loudness_global(state.get(), &result.integratedLufs);
+    result.integratedLufs = IntegratedLufs(blocks);
     if (frames >= uint64_t{kRangeSeconds} * rate && std::isfinite(result.integratedLufs))
-        ebur128_loudness_range(state.get(), &result.rangeLu);
+        result.rangeLu = RangeLu(windows);
     if (truePeak) result.truePeakDb = 20 * std::log10(std::max(earlierPeak, truePeak->Peak()));
     return result;
 }

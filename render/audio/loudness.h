@@ -82,6 +82,9 @@ enum class Metering {
     kOverTime,    // also loudness over time and spectrum, for a picture
 };
 
+// libebur128 filters the samples and sums the squares of each tenth of a second. Blocks and windows
+// are means of these sums. libebur128's own integrated loudness and range would sum every square
+// seven times, because blocks and windows overlap.
 class LoudnessMeter {
 public:
     // Measures nothing for Metering::kNothing, or if rateHz is below kLowestMeteredRateHz. The
@@ -110,6 +113,9 @@ public:
 
 private:
     uint64_t TenthEnds() const;
+    uint64_t GateEnds() const;
+    double LastTenth() const;
+    void EndGate();
 
     Ebur128Handle state;
     uint32_t channels, rate;
@@ -120,4 +126,8 @@ private:
     std::vector<Loudness> parts;
     std::vector<float> tenths;
     uint64_t frames = 0;
+    // K-weighted mean squares of the tenths of a second from frame `gatesFrom` on, and of the
+    // blocks of 0.4 s and windows of 3 s that end with them and reach -70 LUFS.
+    std::vector<double> gates, blocks, windows;
+    uint64_t gatesFrom = 0;
 };
