@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
+#include "client/history_player.h"
 #include "client/library_file.h"
 #include "client/stderr_silencer.h"
-#include "tests/history_player.h"
 #include "tests/later_loader.h"
 
 namespace {

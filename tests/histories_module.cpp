@@ -2,7 +2,7 @@
 // library's module. Addresses are bytes of this module's memory.
 #include <new>
 
-#include "tests/histories.h"
+#include "client/histories.h"
 
 #define HISTORY_EXPORT(name) extern "C" __attribute__((export_name("history_" #name)))
 

@@ -6,7 +6,7 @@
 //   HISTORIES  how many of the recorded histories are played, 1 to 400; usually 60
 //
 // The program loads the library as the platform does and looks at its record. Then it plays
-// histories (tests/histories.h) and compares the digest of all answers and samples with the
+// histories (client/histories.h) and compares the digest of all answers and samples with the
 // recorded one. At last it measures what a buffer costs, for each choice of stages and for several
 // sizes. Times never decide about the result.
 //
@@ -25,8 +25,8 @@
 #include <iterator>
 #include <new>
 
+#include "client/history_player.h"
 #include "table/stages.h"
-#include "tests/history_player.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "client/histories.h"
 #include "client/instance.h"
-#include "tests/histories.h"
 
 // Makes calls on one instance. Every second buffer is processed in place. Allocates nothing itself.
 class HistoryPlayer {
