@@ -7,6 +7,7 @@
 #include <iostream>
 #include <iterator>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -92,9 +93,12 @@ std::string CIdentifiers() {
 std::string JavaIdentifiers() {
     const effect_descriptor_t descriptor = Descriptor();
     std::string text;
-    for (const auto& [name, uuid] :
-         {std::pair("UUID_TEXT", descriptor.uuid), std::pair("TYPE_TEXT", descriptor.type)})
-        text += fmt::format("    public static final String {} = \"{}\";\n", name, UuidText(uuid));
+    for (const auto& [name, uuid, what] :
+         {std::tuple("UUID_TEXT", descriptor.uuid, "effect"),
+          std::tuple("TYPE_TEXT", descriptor.type, "effect's type outside safe mode")})
+        text += fmt::format(
+            "{}    /** Identifies the {}. */\n    public static final String {} = \"{}\";\n",
+            text.empty() ? "" : "\n", what, name, UuidText(uuid));
     for (const Parameter& parameter : kParameters)
         text += fmt::format("\n    /** {} */\n    public static final int {} = 0x{:X};\n",
                             Values(parameter), parameter.name, static_cast<unsigned>(parameter.id));

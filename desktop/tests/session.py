@@ -15,7 +15,7 @@ import subprocess
 import tempfile
 import time
 
-SECONDS = 15  # how long to wait for what must happen
+SECONDS = 30  # how long to wait for what must happen
 
 
 def wait_until(what, holds):

@@ -49,7 +49,12 @@ public final class OrvaneAudioProcessor implements AudioProcessor {
         setPreset(preset);
     }
 
-    /** Sets everything to what a preset says. For null, every processor is switched off. */
+    /**
+     * Sets everything to what a preset says. For null, every processor is switched off.
+     *
+     * @param name the name of a preset, or null
+     * @throws IllegalArgumentException if there is no such preset
+     */
     public synchronized void setPreset(String name) {
         final int number = name != null ? OrvaneStream.findPreset(name) : OrvaneStream.NO_PRESET;
         if (name != null && number < 0) throw new IllegalArgumentException("preset: " + name);
@@ -59,7 +64,13 @@ public final class OrvaneAudioProcessor implements AudioProcessor {
         if (next != null) next.applyPreset(number);
     }
 
-    /** Sets a parameter; see OrvaneStream.find(). Call it after setPreset(), which sets all. */
+    /**
+     * Sets a parameter; see OrvaneStream.find(). Call it after setPreset(), which sets all.
+     *
+     * @param parameter a number that OrvaneStream.find() returned
+     * @param value in the units of settings files
+     * @throws IllegalArgumentException if there is no such parameter, or the value is not a number
+     */
     public synchronized void set(int parameter, double value) {
         if (parameter < 0 || parameter >= MOST_PARAMETERS || value != value)
             throw new IllegalArgumentException("parameter " + parameter + ": " + value);
@@ -68,7 +79,11 @@ public final class OrvaneAudioProcessor implements AudioProcessor {
         if (next != null) next.set(parameter, value);
     }
 
-    /** Lets the sound pass with the same delay, or ends that. Fades. */
+    /**
+     * Lets the sound pass with the same delay, or ends that. Fades.
+     *
+     * @param bypassed true to let the sound pass
+     */
     public synchronized void setBypass(boolean bypassed) {
         this.bypassed = bypassed;
         if (stream != null) stream.setBypass(bypassed);

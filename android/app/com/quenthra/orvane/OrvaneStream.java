@@ -12,8 +12,11 @@ import java.nio.ByteOrder;
  * when they do nothing. Only the constructor allocates.
  */
 public final class OrvaneStream implements AutoCloseable {
+    /** The lowest rate of a stream, in frames per second. */
     public static final int LOWEST_RATE_HZ = 32000;
+    /** The highest rate of a stream, in frames per second. */
     public static final int HIGHEST_RATE_HZ = 48000;
+    /** Stands for no preset: every processor is off. */
     public static final int NO_PRESET = -1;
     /** The bytes of one frame: left and right, 16 bits each, in the machine's order of bytes. */
     public static final int FRAME_BYTES = 4;
@@ -46,6 +49,9 @@ public final class OrvaneStream implements AutoCloseable {
     /**
      * Takes as many whole frames from `in` as `out` has room for, writes what is ready to `out`, and
      * moves both positions. Each buffer must be direct, and they must not be the same memory.
+     *
+     * @param in 16-bit samples, left and right in turn
+     * @param out takes the processed samples in the same form
      */
     public void process(ByteBuffer in, ByteBuffer out) {
         checkDirect(in);
@@ -56,7 +62,11 @@ public final class OrvaneStream implements AutoCloseable {
         out.position(out.position() + given * FRAME_BYTES);
     }
 
-    /** Writes frames that still wait to `out`, a direct buffer, and moves its position. */
+    /**
+     * Writes frames that still wait to `out`, a direct buffer, and moves its position.
+     *
+     * @param out takes samples as process() writes them
+     */
     public void drain(ByteBuffer out) {
         checkDirect(out);
         final int frames = out.remaining() / FRAME_BYTES;
@@ -64,7 +74,11 @@ public final class OrvaneStream implements AutoCloseable {
         out.position(out.position() + given * FRAME_BYTES);
     }
 
-    /** Returns how many frames came in and have not come out yet. */
+    /**
+     * Returns how many frames came in and have not come out yet.
+     *
+     * @return a number of frames, 0 or more
+     */
     public int waitingFrames() {
         return waiting(handle());
     }
@@ -84,26 +98,52 @@ public final class OrvaneStream implements AutoCloseable {
     /**
      * Returns the number of a parameter, or a negative number if there is none of this key. Keys are
      * those of settings files; the bands of the equalizer are "eq-0" to "eq-9".
+     *
+     * @param key the key of the parameter
+     * @return a number for set()
      */
     public static native int find(String key);
 
-    /** Returns the number of a preset, or a negative number if none has this name. */
+    /**
+     * Returns the number of a preset, or a negative number if none has this name.
+     *
+     * @param name the name of a preset
+     * @return a number for applyPreset()
+     */
     public static native int findPreset(String name);
 
-    /** Returns the name of a preset, or null beyond the last one. Numbers begin with 0. */
+    /**
+     * Returns the name of a preset, or null beyond the last one. Numbers begin with 0.
+     *
+     * @param number the number of a preset
+     * @return the name that findPreset() knows
+     */
     public static native String presetName(int number);
 
-    /** Sets a parameter that find() returned. Values beyond its range become the nearest in it. */
+    /**
+     * Sets a parameter that find() returned. Values beyond its range become the nearest in it.
+     *
+     * @param parameter a number that find() returned
+     * @param value in the units of settings files
+     */
     public synchronized void set(int parameter, double value) {
         if (handle != 0) set(handle, parameter, value);
     }
 
-    /** Sets everything to what a preset says. For NO_PRESET, every processor is switched off. */
+    /**
+     * Sets everything to what a preset says. For NO_PRESET, every processor is switched off.
+     *
+     * @param preset a number that findPreset() returned, or NO_PRESET
+     */
     public synchronized void applyPreset(int preset) {
         if (handle != 0) applyPreset(handle, preset);
     }
 
-    /** Passes the sound through with the same delay, or ends that. Fades. */
+    /**
+     * Passes the sound through with the same delay, or ends that. Fades.
+     *
+     * @param bypassed true to let the sound pass
+     */
     public synchronized void setBypass(boolean bypassed) {
         if (handle != 0) setBypass(handle, bypassed);
     }

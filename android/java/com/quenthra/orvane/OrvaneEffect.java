@@ -35,6 +35,7 @@ public final class OrvaneEffect {
 
     /**
      * @param priority of this client over others that control the effect; usually 0
+     * @param session the audio session that the effect works on
      * @throws UnsupportedOperationException if the device lacks the effect or these hidden methods
      */
     public OrvaneEffect(int priority, int session) {
@@ -57,7 +58,11 @@ public final class OrvaneEffect {
         }
     }
 
-    /** Returns the framework's object, to enable or release it or to learn who has control. */
+    /**
+     * Returns the framework's object, to enable or release it or to learn who has control.
+     *
+     * @return the framework's object, always the same
+     */
     public AudioEffect effect() {
         return effect;
     }
@@ -66,6 +71,10 @@ public final class OrvaneEffect {
      * Sets a parameter to 1 to 4 values. Returns 0 or more on success; later releases return a
      * count. Returns a negative error of AudioEffect on failure, -5 while another client has
      * control. An unknown identifier, or a value that the effect ignores, counts as success.
+     *
+     * @param id the parameter's identifier, one of OrvaneRecords.PARAM_*
+     * @param values 1 to 4 values, as they are sent
+     * @return 0 or more on success, a negative error on failure
      */
     public int set(int id, int... values) {
         // The overload for ints takes at most two values.
@@ -76,6 +85,8 @@ public final class OrvaneEffect {
     /**
      * Asks for a value.
      *
+     * @param id the parameter's identifier, one of OrvaneRecords.PARAM_GET_*
+     * @return the value
      * @throws IllegalStateException with the error, if the effect refuses
      */
     public int get(int id) {

@@ -12,7 +12,10 @@ import java.nio.ByteOrder;
  */
 public final class OrvaneRecords {
     // generated: java-identifiers
+    /** Identifies the effect. */
     public static final String UUID_TEXT = "d92c3a90-3e26-11e2-a25f-0800200c9a66";
+
+    /** Identifies the effect's type outside safe mode. */
     public static final String TYPE_TEXT = "aa48cf24-9ae1-4045-acb9-4fe1e156475b";
 
     /** 0 off, 1 on */
@@ -76,6 +79,7 @@ public final class OrvaneRecords {
     public static final int PARAM_GET_CHANNELS = 0x8007;
     // end generated
 
+    /** The most values that one parameter has. */
     public static final int MAX_VALUES = 4;
 
     /** Status of a reply that is too short or has no value. */
@@ -180,7 +184,12 @@ public final class OrvaneRecords {
 
     private OrvaneRecords() {}
 
-    /** Packs words one after the other, as the parameter or the value of {@code setParameter}. */
+    /**
+     * Packs words one after the other, as the parameter or the value of {@code setParameter}.
+     *
+     * @param words 32-bit words
+     * @return their bytes in the device's order
+     */
     public static byte[] words(int... words) {
         ByteBuffer buffer = ByteBuffer.allocate(4 * words.length).order(ByteOrder.nativeOrder());
         for (int word : words) buffer.putInt(word);
@@ -190,7 +199,9 @@ public final class OrvaneRecords {
     /**
      * Packs the data of a whole set-parameter command.
      *
+     * @param id the parameter's identifier, one of PARAM_*
      * @param values 1 to {@link #MAX_VALUES}
+     * @return the bytes of the command
      * @throws IllegalArgumentException for another number of values
      */
     public static byte[] set(int id, int... values) {
@@ -204,12 +215,22 @@ public final class OrvaneRecords {
         return words(record);
     }
 
-    /** Packs the data of a whole get-parameter command. Its reply takes 20 bytes. */
+    /**
+     * Packs the data of a whole get-parameter command. Its reply takes 20 bytes.
+     *
+     * @param id the parameter's identifier, one of PARAM_*
+     * @return the bytes of the command
+     */
     public static byte[] get(int id) {
         return words(0, 4, 4, id);
     }
 
-    /** Returns the status of a reply to a get-parameter command: 0, or negative if refused. */
+    /**
+     * Returns the status of a reply to a get-parameter command: 0, or negative if refused.
+     *
+     * @param reply the bytes of the reply
+     * @return 0, or a negative status
+     */
     public static int status(byte[] reply) {
         if (reply.length < 4) return REFUSED;
         int status = word(reply, 0);
@@ -217,12 +238,23 @@ public final class OrvaneRecords {
         return reply.length >= 20 && word(reply, 2) == 4 ? 0 : REFUSED;
     }
 
-    /** Returns the value of a reply whose {@link #status} is 0. */
+    /**
+     * Returns the value of a reply whose {@link #status} is 0.
+     *
+     * @param reply the bytes of the reply
+     * @return the value
+     */
     public static int value(byte[] reply) {
         return word(reply, 4);
     }
 
-    /** Returns one of the 32-bit words in {@code bytes}; {@code index} counts words. */
+    /**
+     * Returns one of the 32-bit words in {@code bytes}; {@code index} counts words.
+     *
+     * @param bytes words in the device's byte order
+     * @param index the number of the word, from 0
+     * @return the word
+     */
     public static int word(byte[] bytes, int index) {
         return ByteBuffer.wrap(bytes).order(ByteOrder.nativeOrder()).getInt(4 * index);
     }
@@ -232,6 +264,9 @@ public final class OrvaneRecords {
      * #PARAM_EQUALIZER_BANDLEVEL}. Below -40 dB it is -100 (mute); above 9 dB it is the highest,
      * 100 (9.5 dB). One band alone does less at its own frequency and the opposite an octave above
      * it. Band 9 alone removes everything below it. {@link #bandTerm} gives the numbers.
+     *
+     * @param decibels the gain of all bands in dB
+     * @return the value to send for each band, -100 to 100
      */
     public static int levelOfDb(int decibels) {
         if (decibels < -40) return -100;
@@ -245,6 +280,7 @@ public final class OrvaneRecords {
      * by 1000. It can be negative. To find the ten gains for a curve, solve a linear least-squares
      * problem with bounds of 0 and 3.
      *
+     * @param band 0 to 9, from the lowest band to the highest
      * @param third counts thirds of an octave from 0 (25 Hz) to 29 (20 kHz) at a sampling rate of
      *     44100 Hz; at other rates the frequencies are in proportion to the rate
      * @return the term, or 0 for any other band or third
@@ -259,6 +295,8 @@ public final class OrvaneRecords {
      * have the same commands and set everything that a listener can set. So a preset leaves nothing
      * of another one. docs/presets.md says what each preset does.
      *
+     * @param name the name of the preset, in lower case
+     * @return a new array with one row for each command
      * @throws IllegalArgumentException if there is no such preset
      */
     public static int[][] preset(String name) {
