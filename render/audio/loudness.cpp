@@ -13,7 +13,8 @@
 namespace {
 
 constexpr uint32_t kRangeSeconds = 3;  // a shorter stream has at most one window
-constexpr size_t kBlockTenths = 4, kWindowTenths = 10 * kRangeSeconds, kWindowStepTenths = 10;
+constexpr size_t kBlockTenths = 4, kWindowTenths = size_t{10} * kRangeSeconds,
+                 kWindowStepTenths = 10;
 constexpr double kAbsoluteGateLufs = -70;
 
 double LufsOf(double meanSquare) {
@@ -51,8 +52,8 @@ double RangeLu(std::vector<double> windows) {
     if (windows.empty()) return 0;
     std::sort(windows.begin(), windows.end());
     const auto percentile = [&](double part) {
-        return LufsOf(
-            windows[static_cast<size_t>(static_cast<double>(windows.size() - 1) * part + 0.5)]);
+        const auto last = static_cast<double>(windows.size() - 1);
+        return LufsOf(windows[static_cast<size_t>(std::lround(last * part))]);
     };
     return percentile(0.95) - percentile(0.1);
 }
