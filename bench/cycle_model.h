@@ -19,7 +19,7 @@
 
 namespace cycles {
 
-// What tells the processors apart, in cycles unless a comment says otherwise.
+// Holds what tells the processors apart, in cycles unless a comment says otherwise.
 struct Rules {
     const char* name;
     bool issuesTwo = false;   // in a cycle; never two products, two accesses or dependent ones

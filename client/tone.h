@@ -41,7 +41,7 @@ struct TonePoint {
 // least one point, and the points must ascend in frequency.
 double CurveDb(std::span<const TonePoint> points, double hz);
 
-// Where a fit has to come near to its curve.
+// Says where a fit has to come near to its curve.
 enum class ToneFocus {
     kEven,    // everywhere alike
     kMiddle,  // most of all from 60 Hz to 8 kHz: a deviation outside counts a quarter of one inside

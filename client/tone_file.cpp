@@ -69,7 +69,7 @@ bool ReadKind(std::string_view word, FilterKind* kind) {
     return true;
 }
 
-// What the lines of a file say.
+// Holds what the lines of a file say.
 struct FileCurve {
     double preampDb = 0;
     std::vector<Filter> filters;

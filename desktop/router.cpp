@@ -283,8 +283,9 @@ void Router::AskAgain() {
     Check();
 }
 
-// By name: a serial number would be saved by the session manager as the listener's choice. An entry
-// that is as it should be and isn't followed is changed to and fro, because only a change is told.
+// The target is a name, because a serial number would be saved by the session manager as the
+// listener's choice. An entry that is as it should be and isn't followed is changed to and fro,
+// because only a change is told.
 void Router::Write(const Node& node, bool routed) {
     const auto write = [&](bool isOurs) {
         pw_metadata_set_property(reinterpret_cast<pw_metadata*>(metadata), node.id, kTargetKey,

@@ -1,4 +1,4 @@
-// What the library asks the operating system, besides memory and locks. Any thread.
+// Asks the operating system for what the library needs besides memory and locks. Thread: any.
 #pragma once
 #include <cstdint>
 

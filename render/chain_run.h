@@ -31,11 +31,11 @@ struct Match {
     double gain;
 };
 
-// Whether an output gets tags with the gain for players.
+// Says whether an output gets tags with the gain for players.
 enum class GainTags {
-    // if it is measured, and its format is for players or the source had such tags
+    // It gets them if it is measured, and if its format is for players or the source had such tags.
     kIfMeasured,
-    kAlways,  // if its format has tags; it is measured for them
+    kAlways,  // if its format has tags; the output is measured for them
     kNever
 };
 

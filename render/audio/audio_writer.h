@@ -85,5 +85,6 @@ struct Gains {
 
 // Writes the gains into the tags of a complete file: R128_TRACK_GAIN and R128_ALBUM_GAIN for Opus,
 // REPLAYGAIN_* with the true peak for other formats. `output` is the final name of the file at
-// `path`, whose times are kept. What has no loudness gets no tags. Throws Failure.
+// `path`, whose times are kept. What has no loudness gets no tags. Throws
+// Failure, also if the file then has another length, rate or number of channels.
 void WriteGains(const std::string& path, const std::string& output, const Gains& gains);

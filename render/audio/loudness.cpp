@@ -79,9 +79,9 @@ void LoudnessMeter::Continue(uint32_t channelCount, uint32_t rateHz) {
     }
     channels = channelCount;
     rate = rateHz;
-    first = gatesFrom = frames;
+    first = stepsFrom = frames;
     tenths.clear();
-    gates.clear();
+    steps.clear();
     if (rateHz < kLowestMeteredRateHz ||
         ebur128_change_parameters(state.get(), channels, rate) == EBUR128_ERROR_NOMEM)
         state.reset();
@@ -91,8 +91,8 @@ void LoudnessMeter::Continue(uint32_t channelCount, uint32_t rateHz) {
 uint64_t LoudnessMeter::TenthEnds() const {
     return first + ((tenths.size() + 1) * rate + 5) / 10;
 }
-uint64_t LoudnessMeter::GateEnds() const {
-    return gatesFrom + (gates.size() + 1) * ((rate + 5) / 10);  // as libebur128 divides a stream
+uint64_t LoudnessMeter::StepEnds() const {
+    return stepsFrom + (steps.size() + 1) * ((rate + 5) / 10);  // as libebur128 divides a stream
 }
 
 void LoudnessMeter::Add(std::span<const float> samples) {
@@ -100,7 +100,7 @@ void LoudnessMeter::Add(std::span<const float> samples) {
     if (truePeak) truePeak->Add(samples);
     while (!samples.empty()) {
         size_t count = samples.size() / channels;
-        count = std::min<uint64_t>(count, GateEnds() - frames);
+        count = std::min<uint64_t>(count, StepEnds() - frames);
         if (takesTenths) count = std::min<uint64_t>(count, TenthEnds() - frames);
         // If libebur128 continued after this error, it would write beyond its buffer.
         if (ebur128_add_frames_float(state.get(), samples.data(), count) == EBUR128_ERROR_NOMEM)
@@ -108,7 +108,7 @@ void LoudnessMeter::Add(std::span<const float> samples) {
         samples = samples.subspan(count * channels);
         frames += count;
         if (takesTenths && frames == TenthEnds()) tenths.push_back(static_cast<float>(LastTenth()));
-        if (frames == GateEnds()) EndGate();
+        if (frames == StepEnds()) EndStep();
     }
 }
 
@@ -121,16 +121,16 @@ double LoudnessMeter::LastTenth() const {
 }
 
 // Ends a tenth of a second, and with it a gating block and perhaps a window of the range.
-void LoudnessMeter::EndGate() {
-    gates.push_back(LastTenth());
-    const std::span<const double> all(gates);
+void LoudnessMeter::EndStep() {
+    steps.push_back(LastTenth());
+    const std::span<const double> all(steps);
     const auto keep = [&](size_t tenthsCount, std::vector<double>* kept) {
-        if (gates.size() < tenthsCount) return;
+        if (steps.size() < tenthsCount) return;
         const double mean = Mean(all.last(tenthsCount));
         if (LufsOf(mean) >= kAbsoluteGateLufs) kept->push_back(mean);
     };
     keep(kBlockTenths, &blocks);
-    if (gates.size() % kWindowStepTenths == 0) keep(kWindowTenths, &windows);
+    if (steps.size() % kWindowStepTenths == 0) keep(kWindowTenths, &windows);
 }
 
 void LoudnessMeter::EndPart() {

@@ -113,9 +113,9 @@ public:
 
 private:
     uint64_t TenthEnds() const;
-    uint64_t GateEnds() const;
+    uint64_t StepEnds() const;
     double LastTenth() const;
-    void EndGate();
+    void EndStep();
 
     Ebur128Handle state;
     uint32_t channels, rate;
@@ -126,8 +126,8 @@ private:
     std::vector<Loudness> parts;
     std::vector<float> tenths;
     uint64_t frames = 0;
-    // K-weighted mean squares of the tenths of a second from frame `gatesFrom` on, and of the
+    // K-weighted mean squares of the tenths of a second from frame `stepsFrom` on, and of the
     // blocks of 0.4 s and windows of 3 s that end with them and reach -70 LUFS.
-    std::vector<double> gates, blocks, windows;
-    uint64_t gatesFrom = 0;
+    std::vector<double> steps, blocks, windows;
+    uint64_t stepsFrom = 0;
 };
