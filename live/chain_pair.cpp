@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr size_t kFadeFrames = 4096;
+constexpr size_t kFadeFrames = 2048;
 
 constexpr size_t ControlOf(ParameterId id) {
     size_t control = 0;
@@ -17,6 +17,8 @@ constexpr size_t ControlOf(ParameterId id) {
 constexpr size_t kAutomaticGain = ControlOf(PARAM_PLAYBACKGAIN_ENABLE);
 constexpr size_t kOutputGain = ControlOf(PARAM_OUTPUT_GAIN);
 constexpr size_t kGate = ControlOf(PARAM_LIMITER_GATE);
+constexpr size_t kLoContour = ControlOf(PARAM_ENHANCER_LOCONTOUR);
+constexpr int32_t kMiddleLoContour = kControls[kLoContour].parameter->OnWire(1);
 
 }  // namespace
 
@@ -120,6 +122,8 @@ void ChainPair::Begin(const Wires& wanted) {
     Wires wires = wanted;
     for (size_t n = 0; n < wires.size(); ++n)
         if (kControls[n].IsSwitch()) wires[n] = Heard().sent[n];
+    const auto [low, high] = std::minmax(Heard().sent[kLoContour], wires[kLoContour]);
+    if (low < kMiddleLoContour && kMiddleLoContour < high) wires[kLoContour] = kMiddleLoContour;
     Tune(&next, wires);
     state = State::kFilling;
     left = LatencyFrames() + kSettleFrames;
