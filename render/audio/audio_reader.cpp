@@ -176,6 +176,7 @@ std::optional<uint64_t> AudioReader::Frames() const {
 }
 
 bool AudioReader::IsSixteenBit() const {
+    if (decoder != nullptr) return tags.isSixteenBitAlac && parts.size() == 1;
     switch (info.format & SF_FORMAT_SUBMASK) {
         case SF_FORMAT_PCM_S8:
         case SF_FORMAT_PCM_U8:
@@ -240,6 +241,14 @@ std::span<const float> AudioReader::Read() {
 
 std::span<const int16_t> AudioReader::ReadSixteenBit() {
     sixteenBits.resize(kReadFrames * Channels());
+    if (decoder != nullptr) {
+        const std::span<const float> samples = Read();
+        // ffmpeg's floats of 16-bit samples are these samples / 32768, without rounding.
+        std::transform(samples.begin(), samples.end(), sixteenBits.begin(), [](float sample) {
+            return static_cast<int16_t>(std::clamp(sample * 32768.0f, -32768.0f, 32767.0f));
+        });
+        return {sixteenBits.data(), samples.size()};
+    }
     return {sixteenBits.data(),
             Samples(sf_readf_short(file.get(), sixteenBits.data(), kReadFrames))};
 }

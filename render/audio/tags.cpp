@@ -69,6 +69,7 @@ struct TagFile {
     TagLib::RIFF::Info::Tag* info = nullptr;
     TagLib::MP4::Tag* mp4 = nullptr;
     TagLib::ASF::Tag* asf = nullptr;
+    bool isSixteenBitAlac = false;
     std::function<bool()> save;
 };
 
@@ -84,8 +85,14 @@ File* Open(TagFile* tags, Arguments... arguments) {
 // Opens the tags of a file that libsndfile does not know.
 void OpenForeignTags(TagStream* stream, TagFile* tags) {
     if (TagLib::MP4::File::isSupported(stream)) {
-        if (auto* const file = Open<TagLib::MP4::File>(tags, stream, false))
+        // The properties of an MP4 file are among what is read for the tags anyway.
+        if (auto* const file = Open<TagLib::MP4::File>(tags, stream, true)) {
             tags->others = {tags->mp4 = file->tag()};
+            const TagLib::MP4::Properties* const sound = file->audioProperties();
+            tags->isSixteenBitAlac = sound != nullptr &&
+                                     sound->codec() == TagLib::MP4::Properties::ALAC &&
+                                     sound->bitsPerSample() == 16;
+        }
     } else if (TagLib::ASF::File::isSupported(stream)) {
         if (auto* const file = Open<TagLib::ASF::File>(tags, stream, false))
             tags->others = {tags->asf = file->tag()};
@@ -98,8 +105,8 @@ void OpenForeignTags(TagStream* stream, TagFile* tags) {
     }
 }
 
-// Opens the tags of a file. Does not ask TagLib for audio properties, which would read much of the
-// file.
+// Opens the tags of a file. Asks TagLib for audio properties only in MP4 files. In others it would
+// read much of the file.
 void OpenTags(TagStream* stream, int format, bool create, TagFile* tags) {
     auto* const frames = TagLib::ID3v2::FrameFactory::instance();
     switch (format & SF_FORMAT_TYPEMASK) {
@@ -309,6 +316,7 @@ AudioTags ReadTags(SNDFILE* file, int fd, int format) {
         } catch (const Failure&) {  // from TagStream
             tags.unread.emplace_back("damaged tags");
         }
+        tags.isSixteenBitAlac = from.isSixteenBitAlac;
         if (from.xiph != nullptr) Add(from.xiph->properties(), &tags);
         if (from.id3 != nullptr) {
             TagLib::PropertyMap fields = from.id3->properties();

@@ -29,6 +29,7 @@ struct AudioTags {
     std::vector<std::string> gains;
     std::vector<std::string> unread;  // names of what only the file's own format can hold
     Marks marks;
+    bool isSixteenBitAlac = false;  // the file is an MP4 file with lossless sound of 16 bits
 
     // Returns the first value of a field, or "" if there is none.
     std::string First(const char* field) const;
