@@ -12,7 +12,7 @@
 // Only frames since limiting began count. Earlier frames did not exceed the gate. As long as the
 // gate stays the same, including them changes no target. After a change of the gate, the window is
 // computed from the frames that count, until all of its frames are newer than the change. A NaN
-// magnitude counts as 0.
+// magnitude counts as 0, except where floats are unpacked: there no sample may be NaN.
 #pragma once
 #include <cstddef>
 #include <cstdint>

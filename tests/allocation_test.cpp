@@ -118,8 +118,8 @@ TEST(Allocation, CreateRefusesOrLeavesTheInstanceNotReadyForGood) {
         Instance instance(handle);
         instance.Start(44100, 2);
         EXPECT_EQ(IsReady(instance, 44100, 2), !refused);
-        instance.Configure(44100, 1);
-        EXPECT_EQ(IsReady(instance, 44100, 1), !refused);
+        instance.Configure(48000, 1);
+        EXPECT_EQ(IsReady(instance, 48000, 1), !refused);
         return refused;
     });
     EXPECT_GT(all, 10);
@@ -165,6 +165,25 @@ TEST(Allocation, ABufferThatCannotGrowIsLeftOutOfTheChainAndTheNextGoesOn) {
         return refused;
     });
     EXPECT_GE(all, 2);
+}
+
+// The output limiters delay by 255 frames and multiply by 0.998.
+TEST(Allocation, ABufferThatCannotGrowIsStillLevelled) {
+    const StderrSilencer muted;
+    constexpr uint32_t kLong = 4096;
+    const Samples first = NoiseSamples(size_t{2} * 200 * 256, 9000, 1);
+    const Samples grown = NoiseSamples(size_t{2} * kLong, 900, 2);
+    Instance instance, healthy;
+    for (Instance* each : {&instance, &healthy}) {
+        each->Configure(44100, 2);
+        each->Set(PARAM_PLAYBACKGAIN_ENABLE, {1});
+        each->Enable();
+        each->Run(first, 256, 2);
+    }
+    Samples out(grown.size());
+    Refusing(1, true, [&] { instance.Process(grown.data(), out.data(), kLong); });
+    const Samples wanted = healthy.Run(grown, kLong, 2);
+    for (size_t i = 510; i < wanted.size(); ++i) ASSERT_NEAR(wanted[i], 0.998 * out[i - 510], 1);
 }
 
 TEST(Allocation, TheAudioThreadNeitherAllocatesNorFreesUpTo2048Frames) {

@@ -108,6 +108,7 @@ TEST(Commands, QueriesAnswerAsSet) {
     };
     device.clockUs = int64_t{1} << 41;  // far from 0, which means that no buffer was processed
     EXPECT_EQ(values(), (std::vector<int32_t>{0x02010002, 0, 0, 0, 0, 44100, 2}));
+    EXPECT_EQ(instance.Get(PARAM_SET_MODE), -22);
     instance.Configure(48000, 1);
     EXPECT_EQ(instance.Enable(), 0);
     for (const int32_t mode : {1, 2, -1}) EXPECT_EQ(instance.Set(PARAM_SET_MODE, {mode}), 0);

@@ -132,7 +132,7 @@ TEST(Host, RefusedEntryPointsLeaveTheCallersMemoryAlone) {
 }
 
 TEST(Host, ConfigurationsAreJudgedFieldByField) {
-    enum Field { kRate, kChannels, kFormat, kAccess };
+    enum Field { kRate, kChannels, kChannelsAt48000, kFormat, kAccess };
     // Each row changes one field on both sides of a good configuration for 44100 Hz, stereo, and
     // says which fields the configuration names.
     const struct {
@@ -156,6 +156,7 @@ TEST(Host, ConfigurationsAreJudgedFieldByField) {
         {"mono to stereo", false, kChannels, 1, 3},
         {"an unknown mask", false, kChannels, 3, 12},
         {"twice the same unknown mask", false, kChannels, 12, 12},
+        {"a rate with mono to stereo", false, kChannelsAt48000, 1, 3, 0x1E, 0x1E, 48000},
         {"channels of the output alone", true, kChannels, 3, 9, 2, 4},
         {"input format", false, kFormat, 0, 1},
         {"output format", false, kFormat, 1, 3},
@@ -165,7 +166,8 @@ TEST(Host, ConfigurationsAreJudgedFieldByField) {
     };
     const auto change = [](buffer_config_t& side, Field field, uint32_t value, uint16_t mask) {
         if (field == kRate) side.samplingRate = value;
-        if (field == kChannels) side.channels = value;
+        if (field == kChannelsAt48000) side.samplingRate = 48000;
+        if (field == kChannels || field == kChannelsAt48000) side.channels = value;
         if (field == kFormat) side.format = static_cast<uint8_t>(value);
         if (field == kAccess) side.accessMode = static_cast<uint8_t>(value);
         side.mask = mask;

@@ -53,10 +53,13 @@ TEST(PlaybackGain, MovesTheLevelOfTheLouderChannelTowardTheReference) {
 
 // At ratio 0 every input asks for a gain of 1. What is left is the straight line toward the volume,
 // the ends of the gain's range, and the limiters. The line is a sixteenth as steep upward as
-// downward.
+// downward. The last volume is so little above the gain that it asks for a step of 1, which is
+// none.
 TEST(PlaybackGain, MovesItsGainInALineBetweenItsEndsInAnyBuffersAndChannels) {
     constexpr float kVolumes[] = {1, 0, 0.5F, 4, -4, 127.9F, -128},
-                    kHighest[] = {16, 1, 0.3F, 128, 0, -2};
+                    kHighest[] = {16, 1, 0.3F, 128, 0, -2},
+                    kLastVolumes[] = {127.9F, 0.5F, 0.5F + 0x880p-24F};
+    constexpr unsigned kTurns = 600, kLastFrom = 589;
     std::mt19937 random(7);
     for (const size_t channels : {1U, 2U}) {
         PlaybackGain playbackGain;
@@ -65,18 +68,20 @@ TEST(PlaybackGain, MovesItsGainInALineBetweenItsEndsInAnyBuffersAndChannels) {
         playbackGain.SetEnable(true);
         Limiter_FP limiters[2];
         int64_t gain = 0, volume = 1 << 24, highest = 1 << 24;
-        for (unsigned turn = 0; turn < 600; ++turn) {
+        for (unsigned turn = 0; turn < kTurns; ++turn) {
             if (turn % 5 == 4) {
-                const float v = kVolumes[random() % std::size(kVolumes)],
-                            h = kHighest[random() % std::size(kHighest)];
+                float v = kVolumes[random() % std::size(kVolumes)],
+                      h = kHighest[random() % std::size(kHighest)];
+                if (turn >= kLastFrom) v = kLastVolumes[(turn - kLastFrom) / 5], h = 128;
                 playbackGain.SetVolume(v);
                 playbackGain.SetMaxGainFactor(h);
                 volume = ToQ24(v);
                 highest = ToQ24(h);
             }
-            const auto frames = static_cast<unsigned>(1 + random() % (turn % 8 == 0 ? 2000 : 300));
-            const auto input =
-                Noise<int16_t>(frames * channels, turn % 3 == 0 ? 32768 : 3000, turn);
+            auto frames = static_cast<unsigned>(1 + random() % (turn % 8 == 0 ? 2000 : 300));
+            if (turn >= kLastFrom) frames = 1102;
+            const bool isLoud = turn % 3 == 0 || turn + 1 == kTurns;
+            const auto input = Noise<int16_t>(frames * channels, isLoud ? 32768 : 3000, turn);
             Samples output(input.size());
             playbackGain.Process(input.data(), output.data(), frames);
             int64_t step = (volume - gain) / std::max(1102U, frames);
