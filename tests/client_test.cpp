@@ -200,4 +200,31 @@ TEST(BlockStream, IsOneStreamWhateverPiecesItArrivesInOrSilentWhereRefused) {
     EXPECT_EQ(out, Samples(in.size()));
 }
 
+TEST(PieceStream, HasSettledBeforeThePieceWhateverItsBuffersAndTellsARefusalInTheMiddle) {
+    const StderrSilencer muted;
+    const Settings steady = SettingsOf(*FindPreset("steady"));
+    const Samples piece = NoiseSamples(40000, 500);
+    const auto play = [&](const Samples& in, uint32_t buffer) {
+        PieceStream stream(LoadedLibrary(), steady, {44100, 2, buffer}, {});
+        Samples out;
+        stream.Process(in, &out);
+        stream.Finish(&out);
+        EXPECT_EQ(out.size(), in.size());
+        double sum = 0;
+        for (size_t i = in.size() - piece.size(); i < out.size(); ++i) sum += std::abs(out[i]);
+        return sum;
+    };
+    for (const uint32_t buffer : {128U, 16384U}) {
+        Samples later(size_t{200} * buffer);
+        later.insert(later.end(), piece.begin(), piece.end());
+        EXPECT_NEAR(play(later, buffer) / play(piece, buffer), 1, 0.01) << buffer;
+    }
+    BlockStream ended(LoadedLibrary(), {44100, 2, 300}, steady);
+    ended.instance.Disable();
+    Samples out = piece;
+    ended.Process(out.data(), out.data(), out.size() / 2);
+    EXPECT_STREQ(ended.Refused(), "process");
+    EXPECT_EQ(out, Samples(out.size()));
+}
+
 }  // namespace

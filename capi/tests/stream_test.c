@@ -200,17 +200,22 @@ static void test_forms(void) {
     orvane_destroy(mono);
 }
 
-/* Nothing of the sound before a flush stays in the resamplers of a stream at a higher rate. */
+/* Nothing of the sound before a flush stays in the resamplers of a stream at a higher rate, nor in
+ * a bypass. */
 static void test_flush_while_resampling(void) {
     static int16_t samples[2 * SECOND];
     orvane_stream* stream = orvane_create(4 * RATE, 2, "loud", NULL, 0, NULL, 0);
-    fill(samples, 0, SECOND);
-    orvane_process_int16(stream, samples, samples, SECOND / 2 + 1);
-    CHECK(level_db(samples, 0, SECOND / 2) > 30);
-    orvane_flush(stream);
-    memset(samples, 0, sizeof samples);
-    orvane_process_int16(stream, samples, samples, SECOND);
-    CHECK(is_silent(samples, SECOND));
+    int bypassed;
+    for (bypassed = 0; bypassed < 2; ++bypassed) {
+        orvane_set_bypass(stream, bypassed);
+        fill(samples, 0, SECOND);
+        orvane_process_int16(stream, samples, samples, SECOND / 2 + 1);
+        CHECK(level_db(samples, 0, SECOND / 2) > 30);
+        orvane_flush(stream);
+        memset(samples, 0, sizeof samples);
+        orvane_process_int16(stream, samples, samples, SECOND);
+        CHECK(is_silent(samples, SECOND));
+    }
     orvane_destroy(stream);
 }
 

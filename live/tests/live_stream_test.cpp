@@ -268,6 +268,10 @@ TEST(LiveStream, TellsLevelsGainAndWhetherTheLimitersWork) {
     Play(stream, &tone, 256);
     EXPECT_NEAR(stream.Meters().gainDb, 12.03, 0.05);
     EXPECT_TRUE(stream.Meters().limiting);
+    stream.Set(ControlOf(PARAM_OUTPUT_GAIN), -2);  // is clamped to 0
+    tone = Tone(6 * kSecond, 2 * kSecond);
+    Play(stream, &tone, 256);
+    EXPECT_LT(stream.Meters().resultDb, -20);
     EXPECT_NE(LiveStream(96000).Refused(), nullptr);
 }
 
