@@ -1,13 +1,11 @@
 // Tests the measurements behind the pictures on signals whose measurements are known.
 #include "render/pictures/analysis.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <new>
 #include <numbers>
 #include <random>
 #include <span>
@@ -40,8 +38,6 @@ void Feed(Meter* meter, std::span<const float> samples, size_t channels) {
     }
 }
 
-bool memoryIsShort = false;
-
 Spectrum SpectrumOf(const std::vector<float>& samples) {
     SpectrumMeter meter(2, kRateHz);
     Feed(&meter, samples, 2);
@@ -49,13 +45,6 @@ Spectrum SpectrumOf(const std::vector<float>& samples) {
 }
 
 }  // namespace
-
-// Stands before libebur128's own function.
-extern "C" int ebur128_add_frames_float(ebur128_state* state, const float* samples, size_t count) {
-    static const auto real = reinterpret_cast<decltype(&ebur128_add_frames_float)>(
-        dlsym(RTLD_NEXT, "ebur128_add_frames_float"));
-    return memoryIsShort ? EBUR128_ERROR_NOMEM : real(state, samples, count);
-}
 
 TEST(Analysis, TheSpectrumCountsEverySampleAlikeAtItsFrequency) {
     std::vector<float> samples;
@@ -94,19 +83,15 @@ TEST(Analysis, LoudnessFollowsAStepWhereItHappens) {
         EXPECT_NEAR(curve[50], -23 + 10 * std::log10(0.55), 0.1);
     EXPECT_NEAR(shortTerm[60], -23 + 10 * std::log10((25 + 0.5) / 30), 0.1);
     EXPECT_NEAR(meter.Result().integratedLufs, -23 + 10 * std::log10(0.55), 0.2);
-    memoryIsShort = true;
-    EXPECT_THROW(meter.Add(samples), std::bad_alloc);
-    memoryIsShort = false;
 }
 
 // libebur128 measures integrated loudness and range by itself, too. The level changes often, so all
-// gates take part. At the last
-// rate a tenth of a second isn't a whole number of frames.
+// gates take part. At 11025 Hz a tenth of a second isn't a whole number of frames.
 TEST(Analysis, IntegratedLoudnessAndRangeAreThoseOfLibebur128) {
     std::mt19937 random(5);
     int ranges = 0;
-    for (const auto& [rateHz, channels, most] :
-         {std::tuple(44100U, 2U, 1e-9), {48000U, 1U, 1e-9}, {11025U, 2U, 0.02}}) {
+    for (const auto& [rateHz, channels] :
+         {std::pair(44100U, 2U), {48000U, 1U}, {11025U, 2U}, {kLowestMeteredRateHz, 1U}}) {
         const Ebur128Handle own(ebur128_init(channels, rateHz, EBUR128_MODE_I | EBUR128_MODE_LRA));
         LoudnessMeter meter(channels, rateHz, Metering::kLoudness);
         for (const double seconds : {0.5, 2.9, 40.0, 25.0}) {
@@ -127,14 +112,14 @@ TEST(Analysis, IntegratedLoudnessAndRangeAreThoseOfLibebur128) {
             ebur128_loudness_global(own.get(), &integratedLufs);
             ebur128_loudness_range(own.get(), &rangeLu);
             const Loudness result = meter.Result();
-            EXPECT_NEAR(result.integratedLufs, integratedLufs, most) << rateHz;
+            EXPECT_NEAR(result.integratedLufs, integratedLufs, 1e-9) << rateHz;
             if (!std::isnan(result.rangeLu)) {
-                EXPECT_NEAR(result.rangeLu, rangeLu, most) << rateHz;
+                EXPECT_NEAR(result.rangeLu, rangeLu, 1e-9) << rateHz;
                 ++ranges;
             }
         }
     }
-    EXPECT_EQ(ranges, 9);
+    EXPECT_EQ(ranges, 12);
 }
 
 // The signals are noise in bursts of many levels. Some contain the samples for which an

@@ -4,11 +4,9 @@
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <new>
 #include <numbers>
 #include <numeric>
-
-#include "dsp/lanes.h"
+#include <utility>
 
 namespace {
 
@@ -60,69 +58,143 @@ double RangeLu(std::vector<double> windows) {
 
 }  // namespace
 
-LoudnessMeter::LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering,
+// Both filters are bilinear transforms of analog ones with these frequencies, quality factors and
+// gains. At 48 kHz they give the coefficients that BS.1770 tabulates.
+KWeighting::KWeighting(uint32_t channelCount, uint32_t rateHz) : channels(channelCount) {
+    const auto tangent = [&](double hz) { return std::tan(std::numbers::pi * hz / rateHz); };
+    const double shelfQ = 0.7071752369554196, shelf = tangent(1681.974450955533);
+    const double high = std::pow(10, 3.999843853973347 / 20);
+    const double middle = std::pow(high, 0.4996667741545416);
+    const double square = shelf * shelf, shelfScale = 1 + shelf / shelfQ + square;
+    const std::array shelfForward{(high + middle * shelf / shelfQ + square) / shelfScale,
+                                  2 * (square - high) / shelfScale,
+                                  (high - middle * shelf / shelfQ + square) / shelfScale};
+    const std::array shelfBack{1.0, 2 * (square - 1) / shelfScale,
+                               (1 - shelf / shelfQ + square) / shelfScale};
+    const double passQ = 0.5003270373238773, pass = tangent(38.13547087602444);
+    const double passScale = 1 + pass / passQ + pass * pass;
+    const std::array passForward{1.0, -2.0, 1.0};
+    const std::array passBack{1.0, 2 * (pass * pass - 1) / passScale,
+                              (1 - pass / passQ + pass * pass) / passScale};
+    for (size_t i = 0; i < shelfBack.size(); ++i)
+        for (size_t k = 0; k < passBack.size(); ++k) {
+            feedForward[i + k] += shelfForward[i] * passForward[k];
+            feedBack[i + k] += shelfBack[i] * passBack[k];
+        }
+}
+
+void KWeighting::AddSquares(std::span<const float> samples, Pair* sum) {
+    *sum = channels == 1 ? Filter<1>(samples, *sum) : Filter<2>(samples, *sum);
+}
+
+void KWeighting::ClearInaudible() {
+    // In silence, a tenth of a second makes the history smaller by a factor of about 1e-10.
+    constexpr double kInaudible = 1e-30;
+    for (Pair& values : history)
+        for (const size_t channel : {0U, 1U})
+            if (std::abs(values[channel]) < kInaudible) values[channel] = 0;
+}
+
+template <size_t channelCount>
+KWeighting::Pair KWeighting::Filter(std::span<const float> samples, Pair sum) {
+    std::array<Pair, kOrder + 1> forward{}, back{};
+    for (size_t k = 0; k <= kOrder; ++k) {
+        forward[k] = Broadcast<Pair>(feedForward[k]);
+        back[k] = Broadcast<Pair>(feedBack[k]);
+    }
+    // `oldest` receives the newest value. The product that waits for the frame before comes last.
+    const auto filterFrame = [&](const float* frame, Pair latest, Pair second, Pair third,
+                                 Pair& oldest) {
+        Pair value{frame[0], channelCount == 1 ? 0 : frame[channelCount - 1]};
+        value -= back[4] * oldest;
+        value -= back[3] * third;
+        value -= back[2] * second;
+        value -= back[1] * latest;
+        const Pair weighted = forward[0] * value + forward[1] * latest + forward[2] * second +
+                              forward[3] * third + forward[4] * oldest;
+        sum += weighted * weighted;
+        oldest = value;
+    };
+    auto [a, b, c, d] = history;
+    const float* frame = samples.data();
+    size_t left = samples.size() / channelCount;
+    for (; left >= kOrder; left -= kOrder, frame += kOrder * channelCount) {
+        filterFrame(frame, a, b, c, d);
+        filterFrame(frame + channelCount, d, a, b, c);
+        filterFrame(frame + 2 * channelCount, c, d, a, b);
+        filterFrame(frame + 3 * channelCount, b, c, d, a);
+    }
+    history = {a, b, c, d};
+    for (; left > 0; --left, frame += channelCount) {
+        filterFrame(frame, history[0], history[1], history[2], history[3]);
+        std::rotate(history.begin(), history.end() - 1, history.end());
+    }
+    return sum;
+}
+
+double LoudnessMeter::RunningMean::Take() {
+    const RunningMean taken = std::exchange(*this, {});
+    return (taken.sum[0] + taken.sum[1]) / static_cast<double>(taken.frames);
+}
+
+LoudnessMeter::LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering whatToMeter,
                              uint64_t firstFrame)
-    : channels(channelCount),
-      rate(rateHz),
-      takesTenths(metering == Metering::kParts || metering == Metering::kOverTime),
-      first(firstFrame) {
-    if (metering == Metering::kNothing || rateHz < kLowestMeteredRateHz) return;
-    state.reset(ebur128_init(channelCount, rateHz, EBUR128_MODE_M));
-    if (metering != Metering::kLoudness) truePeak.emplace(channelCount, rateHz);
+    : metering(whatToMeter), channels(channelCount), rate(rateHz), first(firstFrame) {
+    Start();
+}
+
+// Begins to measure at the present rate and number of channels.
+void LoudnessMeter::Start() {
+    weighting.reset();
+    truePeak.reset();
+    if (metering == Metering::kNothing || rate < kLowestMeteredRateHz || channels > 2) return;
+    weighting.emplace(channels, rate);
+    if (metering != Metering::kLoudness) truePeak.emplace(channels, rate);
 }
 
 void LoudnessMeter::Continue(uint32_t channelCount, uint32_t rateHz) {
-    if (state == nullptr) return;
-    if (truePeak) {
-        earlierPeak = std::max(earlierPeak, truePeak->Peak());
-        truePeak.emplace(channelCount, rateHz);
-    }
+    if (!weighting) return;
+    if (truePeak) earlierPeak = std::max(earlierPeak, truePeak->Peak());
     channels = channelCount;
     rate = rateHz;
-    first = stepsFrom = frames;
+    first = frames;
+    tenth = step = {};
     tenths.clear();
     steps.clear();
-    if (rateHz < kLowestMeteredRateHz ||
-        ebur128_change_parameters(state.get(), channels, rate) == EBUR128_ERROR_NOMEM)
-        state.reset();
+    Start();
 }
 
-// Both return the number of frames from the start of the stream to the end of the current tenth.
+// Returns the number of frames from the start of the stream to the end of the current tenth.
 uint64_t LoudnessMeter::TenthEnds() const {
     return first + ((tenths.size() + 1) * rate + 5) / 10;
 }
-uint64_t LoudnessMeter::StepEnds() const {
-    return stepsFrom + (steps.size() + 1) * ((rate + 5) / 10);  // as libebur128 divides a stream
-}
 
 void LoudnessMeter::Add(std::span<const float> samples) {
-    if (state == nullptr) return;
+    if (!weighting) return;
     if (truePeak) truePeak->Add(samples);
+    const bool takesTenths = metering == Metering::kParts || metering == Metering::kOverTime;
+    const uint64_t stepFrames = (rate + 5) / 10;  // as libebur128 divides a stream
     while (!samples.empty()) {
-        size_t count = samples.size() / channels;
-        count = std::min<uint64_t>(count, StepEnds() - frames);
-        if (takesTenths) count = std::min<uint64_t>(count, TenthEnds() - frames);
-        // If libebur128 continued after this error, it would write beyond its buffer.
-        if (ebur128_add_frames_float(state.get(), samples.data(), count) == EBUR128_ERROR_NOMEM)
-            throw std::bad_alloc();
+        uint64_t count = std::min<uint64_t>(samples.size() / channels, stepFrames - step.frames);
+        if (takesTenths) count = std::min(count, (frames < first ? first : TenthEnds()) - frames);
+        const KWeighting::Pair before = step.sum;
+        weighting->AddSquares(samples.first(count * channels), &step.sum);
         samples = samples.subspan(count * channels);
         frames += count;
-        if (takesTenths && frames == TenthEnds()) tenths.push_back(static_cast<float>(LastTenth()));
-        if (frames == StepEnds()) EndStep();
+        step.frames += count;
+        if (takesTenths && frames > first) {
+            tenth.sum += step.sum - before;
+            tenth.frames += count;
+            if (frames == TenthEnds()) tenths.push_back(static_cast<float>(tenth.Take()));
+        }
+        if (step.frames == stepFrames) EndStep();
     }
 }
 
-// Returns the K-weighted mean square of the last tenth of a second, summed over the channels. At
-// rates that are no multiple of 10 Hz, it lacks up to one frame.
-double LoudnessMeter::LastTenth() const {
-    double lufs = 0;
-    ebur128_loudness_window(state.get(), 100, &lufs);
-    return std::pow(10, (lufs + 0.691) / 10);
-}
-
-// Ends a tenth of a second, and with it a gating block and perhaps a window of the range.
+// Ends a step of a tenth of a second, and with it a gating block and perhaps a window of the range.
 void LoudnessMeter::EndStep() {
-    steps.push_back(LastTenth());
+    weighting->ClearInaudible();
+    steps.push_back(step.Take());
     const std::span<const double> all(steps);
     const auto keep = [&](size_t tenthsCount, std::vector<double>* kept) {
         if (steps.size() < tenthsCount) return;
@@ -134,7 +206,7 @@ void LoudnessMeter::EndStep() {
 }
 
 void LoudnessMeter::EndPart() {
-    if (state == nullptr || !truePeak) {
+    if (!truePeak) {
         parts.push_back({NAN, NAN, NAN});
         return;
     }
@@ -146,12 +218,13 @@ void LoudnessMeter::EndPart() {
     earlierPeak = std::max(earlierPeak, truePeak->Peak());
     truePeak.emplace(channels, rate);
     first = frames;
+    tenth = {};
     tenths.clear();
 }
 
 Loudness LoudnessMeter::Result() const {
     Loudness result{NAN, NAN, NAN};
-    if (state == nullptr) return result;
+    if (!weighting) return result;
     result.integratedLufs = IntegratedLufs(blocks);
     if (frames >= uint64_t{kRangeSeconds} * rate && std::isfinite(result.integratedLufs))
         result.rangeLu = RangeLu(windows);

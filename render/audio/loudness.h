@@ -1,13 +1,17 @@
 // Measures the loudness (ITU-R BS.1770, EBU R 128), the loudness range (EBU Tech 3342) and the true
-// peak of a stream, with libebur128. Use an object on one thread.
+// peak of a stream of one or two channels. Use an object on one thread.
 #pragma once
 #include <ebur128.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
 #include <vector>
+
+#include "dsp/lanes.h"
 
 struct Ebur128Deleter {
     void operator()(ebur128_state* state) const { ebur128_destroy(&state); }
@@ -60,6 +64,37 @@ private:
     double peak = 0;
 };
 
+// The K-weighting of BS.1770: a shelf above 1682 Hz and a high-pass at 38 Hz, as one filter of
+// fourth order. Both channels are filtered at once, as the lanes of a vector, in a fifth of
+// libebur128's time. The mean squares differ from libebur128's by less than 1e-10 dB.
+class KWeighting {
+public:
+    // `channelCount`: 1 or 2.
+    KWeighting(uint32_t channelCount, uint32_t rateHz);
+
+    // One number for each channel. A mono stream leaves the second one zero.
+    using Pair = VectorOf<double, 2>::Type;
+
+    // Filters whole interleaved frames of finite samples; full scale is 1.0. Adds the squares to
+    // *sum one by one, so the sum's bits don't depend on how a stream is divided into calls.
+    void AddSquares(std::span<const float> samples, Pair* sum);
+
+    // Clears values that would become subnormal, and slow, in a long silence. Call it once every
+    // tenth of a second.
+    void ClearInaudible();
+
+private:
+    static constexpr size_t kOrder = 4;
+
+    template <size_t channelCount>
+    Pair Filter(std::span<const float> samples, Pair sum);
+
+    size_t channels;
+    // Coefficients of the transfer function; element k is that of the sample k frames earlier.
+    std::array<double, kOrder + 1> feedForward{}, feedBack{};
+    std::array<Pair, kOrder> history{};  // from the latest value on
+};
+
 struct Loudness {           // Values that were not measured are NaN.
     double integratedLufs;  // -infinity if the stream is silent or shorter than 0.4 s
     // The range of the loudness over windows of 3 s, taken every 1 s. Meters that take windows
@@ -70,8 +105,7 @@ struct Loudness {           // Values that were not measured are NaN.
 };
 
 // The lowest rate that is measured. The shelf of the K-weighting, at 1682 Hz, must lie below half
-// the rate. libebur128 accepts rates from 16 Hz up, but at the lowest of them it writes beyond its
-// memory.
+// the rate.
 constexpr uint32_t kLowestMeteredRateHz = 2 * 1682;
 
 enum class Metering {
@@ -82,13 +116,13 @@ enum class Metering {
     kOverTime,    // also loudness over time and spectrum, for a picture
 };
 
-// libebur128 filters the samples and sums the squares of each tenth of a second. Blocks and windows
-// are means of these sums. libebur128's own integrated loudness and range would sum every square
-// seven times, because blocks and windows overlap.
+// The squares of each tenth of a second are summed once. Blocks and windows, which overlap, are
+// means of these sums.
 class LoudnessMeter {
 public:
-    // Measures nothing for Metering::kNothing, or if rateHz is below kLowestMeteredRateHz. The
-    // tenths of a second that Tenths() returns begin at frame `firstFrame`.
+    // Measures nothing for Metering::kNothing, if rateHz is below kLowestMeteredRateHz, or if there
+    // are more than two channels. The tenths of a second that Tenths() returns begin at frame
+    // `firstFrame`.
     LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering,
                   uint64_t firstFrame = 0);
 
@@ -112,22 +146,29 @@ public:
     const std::vector<float>& Tenths() const { return tenths; }
 
 private:
+    // K-weighted squares since the last Take.
+    struct RunningMean {
+        KWeighting::Pair sum{};
+        uint64_t frames = 0;
+
+        // Returns the mean square, summed over the channels, and starts again.
+        double Take();
+    };
+    void Start();
     uint64_t TenthEnds() const;
-    uint64_t StepEnds() const;
-    double LastTenth() const;
     void EndStep();
 
-    Ebur128Handle state;
+    Metering metering;
     uint32_t channels, rate;
-    bool takesTenths;
-    uint64_t first;  // the frame at which the tenths begin
+    uint64_t first;                       // the frame at which the tenths begin
+    std::optional<KWeighting> weighting;  // unset if nothing is measured
     std::optional<TruePeakMeter> truePeak;
     double earlierPeak = 0;  // true peak before the last Continue or EndPart, linear
     std::vector<Loudness> parts;
     std::vector<float> tenths;
     uint64_t frames = 0;
-    // K-weighted mean squares of the tenths of a second from frame `stepsFrom` on, and of the
-    // blocks of 0.4 s and windows of 3 s that end with them and reach -70 LUFS.
+    RunningMean tenth, step;  // of the tenth and the step that are not complete
+    // K-weighted mean squares of the steps of a tenth of a second since the last Continue, and of
+    // the blocks of 0.4 s and windows of 3 s that end with them and reach -70 LUFS.
     std::vector<double> steps, blocks, windows;
-    uint64_t stepsFrom = 0;
 };

@@ -4,10 +4,28 @@
 #include <cmath>
 #include <new>
 
+#include "dsp/lanes.h"
+
 namespace {
 
 constexpr size_t kBlockSamples = 65536;  // large enough that handing a block over costs little
 constexpr size_t kMostBlocks = 8;
+
+// Replaces the content of *out with the samples as floats; full scale is 1.0. The results are
+// exact.
+void ToFloats(std::span<const int16_t> samples, std::vector<float>* out) {
+    constexpr float kFromInt16 = 1.0F / 32768;
+    out->resize(samples.size());
+    size_t i = 0;
+    if constexpr (kLanes > 1)
+        for (; i + 2 * kLanes <= samples.size(); i += 2 * kLanes) {
+            IntLanes first, second;
+            LoadShorts(first, second, &samples[i]);
+            Store(&(*out)[i], ConvertLanes<Lanes>(first) * kFromInt16);
+            Store(&(*out)[i + kLanes], ConvertLanes<Lanes>(second) * kFromInt16);
+        }
+    for (; i < samples.size(); ++i) (*out)[i] = static_cast<float>(samples[i]) * kFromInt16;
+}
 
 }  // namespace
 
@@ -36,12 +54,14 @@ void StreamMeter::StartRun(uint32_t channelCount, uint32_t rateHz, uint64_t firs
 
 void StreamMeter::Add(std::span<const float> samples) {
     if (!background) return;
+    gathered.floats.reserve(kBlockSamples + samples.size());
     gathered.floats.insert(gathered.floats.end(), samples.begin(), samples.end());
     if (gathered.floats.size() >= kBlockSamples) HandOver();
 }
 
 void StreamMeter::Add(std::span<const int16_t> samples) {
     if (!background) return;
+    gathered.sixteenBits.reserve(kBlockSamples + samples.size());
     gathered.sixteenBits.insert(gathered.sixteenBits.end(), samples.begin(), samples.end());
     if (gathered.sixteenBits.size() >= kBlockSamples) HandOver();
 }
@@ -71,14 +91,12 @@ Measured StreamMeter::Finish() {
 void StreamMeter::MeterBlock(const Block& block) {
     if (block.run) loudness->Continue(block.run->channels, block.run->rateHz);
     if (!loudness) return;
-    std::vector<float> samples(block.sixteenBits.size());
-    std::transform(block.sixteenBits.begin(), block.sixteenBits.end(), samples.begin(),
-                   [](int16_t sample) { return static_cast<float>(sample) / 32768.0F; });
-    samples.insert(samples.end(), block.floats.begin(), block.floats.end());
+    if (!block.sixteenBits.empty()) ToFloats(block.sixteenBits, &converted);
+    const std::span<const float> samples(block.sixteenBits.empty() ? block.floats : converted);
     loudness->Add(samples);
     if (block.endsPart) loudness->EndPart();
     if (!spectrum) return;
     const size_t skipped = std::min<uint64_t>(samplesToSkip, samples.size());
     samplesToSkip -= skipped;
-    spectrum->Add(std::span(samples).subspan(skipped));
+    spectrum->Add(samples.subspan(skipped));
 }

@@ -56,6 +56,7 @@ private:
     uint64_t samplesToSkip = 0;  // samples before the frame at which the spectrum begins
     std::optional<LoudnessMeter> loudness;
     std::optional<SpectrumMeter> spectrum;
+    std::vector<float> converted;  // a block of 16-bit samples as floats
 
     bool failed = false;                          // memory for the meters ran out
     Block gathered;                               // samples that the thread has not received yet
