@@ -1,7 +1,7 @@
-// Tests the built page in a browser. It is opened as a file, without a network.
+// Tests the built page and the package's node in a browser. The page is opened as a file, without a network.
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
-import { mkdtempSync, rmSync, truncateSync, writeFileSync } from "node:fs";
+import { mkdtempSync, readFileSync, rmSync, truncateSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { pathToFileURL } from "node:url";
@@ -250,4 +250,47 @@ test("points don't cross, and a curve that can't be followed is told", () =>
     const next = await page.locator(".point").nth(4).boundingBox();
     await drag(4, [next.x + 18, plot.y + plot.height]);
     await page.getByText(/can't follow this curve everywhere/).waitFor();
+  }));
+
+// Tones play while each value jumps to its other end, and while it is dragged back for 2 s. A click is a large second
+// difference, compared with that of the steady sounds or with 16 steps of 16 bits. While the output gain is dragged,
+// the limiters rest where a steady tone of 60 Hz is 1.9 times as rough.
+test("no value of the node clicks while it moves", () =>
+  withPage({}, async (page) => {
+    const clicks = await page.evaluate(
+      async (text) => {
+        const { OrvaneNode, parameters } = await import(`data:text/javascript,${encodeURIComponent(text)}`);
+        const rate = 48000;
+        const clickOf = async ({ key, min, max, needs }, frequency) => {
+          const wait = needs === "playback-gain" ? 4 : 1.5;
+          const context = new OfflineAudioContext(2, (3 * wait + 2) * rate, rate);
+          const settings = { ...(needs && { [needs]: 1 }), [key]: min };
+          const node = await OrvaneNode.create(context, { settings });
+          const tone = new OscillatorNode(context, { frequency });
+          tone
+            .connect(new GainNode(context, { gain: 0.25 }))
+            .connect(node)
+            .connect(context.destination);
+          tone.start();
+          const value = node.parameters.get(key).setValueAtTime(max, wait);
+          value.setValueAtTime(max, 2 * wait).linearRampToValueAtTime(min, 2 * wait + 2);
+          const out = (await context.startRendering()).getChannelData(0);
+          const bend = (from, to) => {
+            let most = 16 / 32768;
+            for (let n = from * rate; n < to * rate; ++n)
+              most = Math.max(most, Math.abs(out[n] - 2 * out[n - 1] + out[n - 2]));
+            return most;
+          };
+          return bend(wait, 3 * wait + 2) / Math.max(bend(wait - 0.5, wait), bend(2 * wait - 0.5, 2 * wait));
+        };
+        const clicks = {};
+        for (const one of parameters.filter(({ kind }) => kind === "value"))
+          for (const hz of [440, 60]) clicks[`${one.key}, ${hz} Hz`] = await clickOf(one, hz);
+        return clicks;
+      },
+      readFileSync("build/web/package/index.js", "utf8"),
+    );
+    assert.ok(Object.keys(clicks).length > 30);
+    for (const [move, click] of Object.entries(clicks))
+      assert.ok(click < (move.startsWith("output-gain") ? 2 : 1.5), `${move}: ${click}`);
   }));
