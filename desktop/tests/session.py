@@ -204,3 +204,23 @@ def recorded(session):
     time.sleep(0.3)
     session.stop("recorder", signal.SIGINT)
     return samples("out.wav")
+
+
+def click_of_a_move(session, key, value, back):
+    """The largest second difference, divided by that of the steady sounds, or by 16 steps of 16 bits."""
+    ratio = 9
+    for _ in range(5):  # a busy machine drops buffers here and there
+        record(session)
+        time.sleep(0.5)
+        session.orvane("set", key, str(value))
+        time.sleep(0.7)
+        heard = recorded(session)[::2]
+        bends = [abs(a - 2 * b + c) for a, b, c in zip(heard, heard[1:], heard[2:])][9600:]
+        steady = max(16, *bends[:6000], *bends[-6000:])
+        if steady < 100:  # of a tone, and not of a dropped buffer
+            ratio = min(ratio, max(bends) / steady)
+        if ratio <= 1.5:
+            break
+        session.orvane("set", key, str(back))
+        time.sleep(1)
+    return ratio
