@@ -77,6 +77,7 @@ TEST_F(Bundle, TellsRangesInAListenersUnits) {
         {"gate", -20, 0, -0.0008686F, "db"},
     };
     LilvNode* const unit = lilv_new_uri(world, "http://lv2plug.in/ns/extensions/units#unit");
+    LilvNode* const toggled = lilv_new_uri(world, LV2_CORE__toggled);
     for (const auto& row : rows) {
         LilvNode* const symbol = lilv_new_string(world, row.symbol);
         const LilvPort* const port = lilv_plugin_get_port_by_symbol(plugin, symbol);
@@ -85,12 +86,15 @@ TEST_F(Bundle, TellsRangesInAListenersUnits) {
         EXPECT_NEAR(least[n], row.least, 1e-4) << row.symbol;
         EXPECT_NEAR(most[n], row.most, 1e-4) << row.symbol;
         EXPECT_NEAR(normal[n], row.normal, 1e-4) << row.symbol;
+        EXPECT_EQ(lilv_port_has_property(plugin, port, toggled), row.least == 0 && row.most == 1)
+            << row.symbol;
         LilvNode* const found = lilv_port_get(plugin, port, unit);
         const std::string text = found != nullptr ? lilv_node_as_uri(found) : "#";
         EXPECT_EQ(text.substr(text.find('#') + 1), row.unit) << row.symbol;
         lilv_node_free(found);
         lilv_node_free(symbol);
     }
+    lilv_node_free(toggled);
     lilv_node_free(unit);
 }
 
@@ -100,6 +104,7 @@ TEST_F(Bundle, HasEveryPresetWithItsValues) {
     EXPECT_EQ(lilv_nodes_size(found), Presets().size());
     lilv_nodes_free(found);
     lilv_node_free(kind);
+    LilvNode* const label = lilv_new_uri(world, LILV_NS_RDFS "label");
     static const LV2_URID_Map kMap = {
         nullptr, [](LV2_URID_Map_Handle, const char* text) -> LV2_URID {
             static std::map<std::string, LV2_URID> known;
@@ -108,6 +113,10 @@ TEST_F(Bundle, HasEveryPresetWithItsValues) {
     for (const Preset& preset : Presets()) {
         const std::string name = std::string(kPluginUri) + '#' + preset.name;
         LilvNode* const node = lilv_new_uri(world, name.c_str());
+        // Hosts list presets by their labels before they load any.
+        LilvNode* const listed = lilv_world_get(world, node, label, nullptr);
+        EXPECT_STREQ(lilv_node_as_string(listed), preset.name);
+        lilv_node_free(listed);
         lilv_world_load_resource(world, node);
         LilvState* const state =
             lilv_state_new_from_world(world, const_cast<LV2_URID_Map*>(&kMap), node);
@@ -133,6 +142,7 @@ TEST_F(Bundle, HasEveryPresetWithItsValues) {
         lilv_state_free(state);
         lilv_node_free(node);
     }
+    lilv_node_free(label);
 }
 
 TEST_F(Bundle, PlaysInPlaceTellsItsLatencyAndRefusesOtherRates) {

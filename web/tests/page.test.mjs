@@ -21,13 +21,14 @@ before(async () => {
 after(() => browser.close());
 
 // Calls `use` with a new page. Afterwards the page must have reported no error.
-async function withPage({ hash = "", width = 1280, ...options }, use) {
+async function withPage({ hash = "", width = 1280, script = () => {}, ...options }, use) {
   const context = await browser.newContext({ viewport: { width, height: 900 }, offline: true, ...options });
   const page = await context.newPage();
   page.setDefaultTimeout(10000);
   const faults = [];
   page.on("pageerror", ({ message }) => faults.push(message));
   page.on("console", (line) => line.type() === "error" && faults.push(line.text()));
+  await page.addInitScript(script);
   await page.goto(address + hash);
   await page.locator("[name=preset]").first().waitFor({ state: "attached" });
   await use(page);
@@ -88,6 +89,8 @@ test("the link holds the settings and restores them", async () => {
     await page.getByText("Settings", { exact: true }).click();
     await page.getByLabel("Output gain, number").fill("-6");
     await page.keyboard.press("Enter");
+    await page.keyboard.press("b"); // in a number's box, it is no command
+    assert(await page.locator("[name=side][value=after]").isChecked());
     await page.waitForFunction(() => location.hash.includes("output-gain=0.5"));
     hash = hashOf(page);
   });
@@ -213,11 +216,67 @@ test("a piece of two hours is refused at once, and reading can be cancelled", ()
     await page.locator("#file").setInputFiles(path);
     await page.getByText(/long.wav is 2.0 hours long.*orvane render/).waitFor();
     rmSync(folder, { recursive: true });
-    await page.evaluate(() => (Blob.prototype.arrayBuffer = () => new Promise(() => {})));
-    await page.locator("#file").setInputFiles(file("slow.wav", "RIFF"));
+    await page.evaluate(() => {
+      const { decodeAudioData } = OfflineAudioContext.prototype;
+      OfflineAudioContext.prototype.decodeAudioData = async function (bytes) {
+        await new Promise((resolve) => (window.goOn = resolve));
+        setTimeout(() => (window.hasGoneOn = true));
+        return decodeAudioData.call(this, bytes);
+      };
+    });
+    const slow = Buffer.concat([wavHeader(2000, 22050, 1), Buffer.alloc(2000)]);
+    await page.locator("#file").setInputFiles({ name: "slow.wav", mimeType: "audio/wav", buffer: slow });
+    await page.waitForFunction(() => window.goOn);
     await page.getByText("Cancel").click();
     await page.getByText("slow.wav was not opened.").waitFor();
+    await page.evaluate(() => window.goOn());
+    await page.waitForFunction(() => window.hasGoneOn);
+    await page.waitForTimeout(200);
     assert.equal(await page.locator("#piece-name").textContent(), "Built-in piece");
+  }));
+
+// Notes the rate of each context in window.rates.
+function noteRates() {
+  const Context = AudioContext;
+  window.rates = [];
+  window.AudioContext = class extends Context {
+    constructor(options) {
+      super(options);
+      window.rates.push(this.sampleRate);
+    }
+  };
+}
+
+test("a seek and a pause keep the place, a moved value is heard, and a new file starts at its own rate", () =>
+  withPage({ script: noteRates }, async (page) => {
+    const at = () => page.locator("#seek").evaluate((one) => one.valueAsNumber);
+    const passes = (place) =>
+      page.waitForFunction((place) => document.getElementById("seek").valueAsNumber > place, place);
+    await page.locator("#play").click();
+    await isPlaying(page, true);
+    await page.locator("#seek").fill("5");
+    await passes(5);
+    await page.locator("#play").click();
+    await isPlaying(page, false);
+    const paused = await at();
+    assert(paused > 5 && paused < 15, `${paused}`);
+    await page.locator("#play").click();
+    await passes(paused);
+    // The equalizer follows its bands, which lower everything by 20 dB.
+    await page.evaluate((levels) => (location.hash = `#eq=${levels}`), new Array(10).fill(-0.9).join());
+    await page.waitForFunction(() => {
+      const [before, after] = ["before", "after"].map((side) =>
+        parseFloat(document.getElementById(`short-${side}`).textContent.replace("−", "-")),
+      );
+      return after < before - 15;
+    });
+    const short = Buffer.concat([wavHeader(88200, 44100, 1), Buffer.alloc(88200)]);
+    await page.locator("#file").setInputFiles({ name: "short.wav", mimeType: "audio/wav", buffer: short });
+    await page.getByText("short.wav is ready.").waitFor();
+    await page.waitForFunction(() => document.getElementById("seek").valueAsNumber === 0);
+    await page.locator("#play").click();
+    await page.waitForFunction(() => window.rates.length === 2);
+    assert.deepEqual(await page.evaluate(() => window.rates), [48000, 44100]);
   }));
 
 test("a phone shows play, presets and tone at once, and before and after always", () =>
