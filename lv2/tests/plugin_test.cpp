@@ -321,6 +321,9 @@ TEST_F(Bundle, DesignatesItsLatencyItsSwitchAndItsChannels) {
     EXPECT_TRUE(
         lilv_port_has_property(plugin, lilv_plugin_get_port_by_index(plugin, kLatency), reports));
     lilv_node_free(reports);
+    LilvNode* const realTime = lilv_new_uri(world, LV2_CORE__hardRTCapable);
+    EXPECT_TRUE(lilv_plugin_has_feature(plugin, realTime));
+    lilv_node_free(realTime);
     const struct {
         const char* designation;
         const char* kind;
