@@ -191,6 +191,10 @@ TEST(BlockStream, IsOneStreamWhateverPiecesItArrivesInOrSilentWhereRefused) {
         }
         EXPECT_EQ(stream.Refused(), nullptr);
         EXPECT_TRUE(out == expected) << pieces[0];
+        stream.Restart(kBuffer);
+        Samples rest(size_t{2} * 2 * kBuffer);
+        stream.Process(rest.data(), rest.data(), rest.size() / 2);
+        EXPECT_EQ(rest, Samples(rest.size())) << "nothing is left after a restart";
     }
     BlockStream refused(LoadedLibrary(), {22050, 2, kBuffer}, loud);
     EXPECT_STREQ(refused.Refused(), "take the configuration");

@@ -248,7 +248,7 @@ function noteRates() {
 }
 
 test("a seek and a pause keep the place, a moved value is heard, and a new file starts at its own rate", () =>
-  withPage({ script: noteRates }, async (page) => {
+  withPage({ script: noteRates, hash: "#output-gain=1" }, async (page) => {
     const at = () => page.locator("#seek").evaluate((one) => one.valueAsNumber);
     // Sooner than a start at the beginning would.
     const passes = (place) =>
