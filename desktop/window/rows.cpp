@@ -56,6 +56,11 @@ void SetName(GtkWidget* widget, const std::string& name, const std::string& desc
                                    description.c_str(), -1);
 }
 
+void SetSwitch(GtkWidget* toggle, bool isOn) {
+    if ((gtk_switch_get_active(GTK_SWITCH(toggle)) != 0) != isOn)
+        gtk_switch_set_active(GTK_SWITCH(toggle), isOn);
+}
+
 SwitchRows::SwitchRows(AdwPreferencesGroup* parent,
                        std::function<void(const std::string&, bool)> whenMoved)
     : group(parent), moved(std::move(whenMoved)) {}
@@ -86,7 +91,7 @@ void SwitchRows::Show(const std::vector<Row>& wanted) {
         char* const subtitle = g_markup_escape_text(row.subtitle.c_str(), -1);
         adw_action_row_set_subtitle(ADW_ACTION_ROW(widgets.row), subtitle);
         g_free(subtitle);
-        gtk_switch_set_active(GTK_SWITCH(widgets.toggle), row.isOn);
+        SetSwitch(widgets.toggle, row.isOn);
         gtk_widget_set_sensitive(widgets.row, row.isSensitive);
         // The row itself gives the switch its name.
         gtk_accessible_update_property(GTK_ACCESSIBLE(widgets.toggle),

@@ -118,7 +118,7 @@ void SettingsPage::Show() {
     for (const auto& row : rows) {
         const double value = ValueOf(settings, *row->control);
         if (row->toggle != nullptr)
-            gtk_switch_set_active(GTK_SWITCH(row->toggle), value != 0);
+            SetSwitch(row->toggle, value != 0);
         else if (std::abs(gtk_adjustment_get_value(row->adjustment) - row->control->ToPort(value)) >
                  0.5 * gtk_adjustment_get_step_increment(row->adjustment))
             gtk_adjustment_set_value(row->adjustment, row->control->ToPort(value));

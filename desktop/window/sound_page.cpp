@@ -242,7 +242,7 @@ void SoundPage::Show() {
                                     ? fmt::format("{:.0f} ms of latency", link->LatencyMs()).c_str()
                                     : "");
     gtk_widget_set_sensitive(onRow, hasOutput);
-    gtk_switch_set_active(GTK_SWITCH(onSwitch), link->IsOn());
+    SetSwitch(onSwitch, link->IsOn());
     for (GtkWidget* const widget : ofEffect) gtk_widget_set_sensitive(widget, link->IsOn());
 
     const Preset* const preset = PresetLike(settings);
