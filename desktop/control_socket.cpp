@@ -48,20 +48,24 @@ std::string ControlSocketPath() {
            "/orvane-desktop";
 }
 
+StartLock::StartLock()
+    : file(open((ControlSocketPath() + ".lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600)) {
+    if (file >= 0) flock(file, LOCK_EX);
+}
+
+StartLock::~StartLock() {
+    if (file >= 0) close(file);
+}
+
 ControlSocket::ControlSocket(pw_loop* serverLoop, Service whatIsServed)
     : loop(serverLoop), service(std::move(whatIsServed)) {
-    // Clients that start at the same moment wait for each other here.
-    const int lock =
-        open((ControlSocketPath() + ".lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
-    if (lock >= 0) flock(lock, LOCK_EX);
+    const StartLock lock;
     try {
         Listen();
     } catch (...) {
         Close();
-        if (lock >= 0) close(lock);
         throw;
     }
-    if (lock >= 0) close(lock);
 }
 
 void ControlSocket::Listen() {

@@ -15,6 +15,19 @@
 
 std::string ControlSocketPath();
 
+// Held while a client starts and while the entries of a killed one are erased. Each waits for the
+// others here. Without a file for the lock, nobody waits.
+class StartLock {
+public:
+    StartLock();
+    ~StartLock();
+    StartLock(const StartLock&) = delete;
+    StartLock& operator=(const StartLock&) = delete;
+
+private:
+    int file;
+};
+
 // Serves on the loop's thread.
 class ControlSocket {
 public:

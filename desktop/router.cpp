@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr char kTargetKey[] = "target.object";
 constexpr char kNoTarget[] = "-1";  // a listener's "wherever the default is"
 constexpr int kFirstWaitMs = 500, kLongestWaitMs = 60'000;
 
@@ -263,7 +262,8 @@ void Router::Route() {
     for (const auto& [id, node] : nodes) {
         const Act act = ActFor(*node);
         if (act == Act::kNone || act == node->asked) continue;
-        node->asked = act;
+        if (act != node->unmet) waitMs = kFirstWaitMs;
+        node->asked = node->unmet = act;
         Write(*node, act == Act::kRoute);
         waits = true;
     }
@@ -272,12 +272,15 @@ void Router::Route() {
     pw_loop_update_timer(loop, clock, &first, nullptr, false);
 }
 
-// Asks again for players that are not where they were asked to be, less and less often.
+// Asks again for players that are not where they were asked to be, less and less often until
+// something else is asked.
 void Router::AskAgain() {
     bool differs = false;
     for (const auto& [id, node] : nodes) {
+        const Act act = ActFor(*node);
         node->asked = Act::kNone;
-        differs = differs || ActFor(*node) != Act::kNone;
+        if (act == Act::kNone) node->unmet = Act::kNone;
+        differs = differs || act != Act::kNone;
     }
     waitMs = differs ? std::min(2 * waitMs, kLongestWaitMs) : kFirstWaitMs;
     Check();

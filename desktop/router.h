@@ -25,6 +25,8 @@
 #include <string>
 #include <vector>
 
+constexpr char kTargetKey[] = "target.object";  // of an entry that tells where a node should play
+
 struct OutputDevice {
     std::string name;         // `node.name`, the same after it was unplugged and plugged in again
     std::string description;  // for a listener
@@ -69,6 +71,7 @@ private:
         std::map<std::string, std::string> properties;
         bool isKnown = false;    // the properties have come
         Act asked = Act::kNone;  // what was asked of the session manager last, for a while
+        Act unmet = Act::kNone;  // the same, until the session manager has followed
         const std::string& Get(const char* key) const;
         bool Is(const char* key, const char* value) const { return Get(key) == value; }
     };

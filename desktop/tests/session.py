@@ -10,6 +10,7 @@ import pathlib
 import shutil
 import signal
 import socket
+import statistics
 import struct
 import subprocess
 import tempfile
@@ -23,6 +24,10 @@ def wait_until(what, holds):
     while not holds():
         assert time.monotonic() < end, f"not within {SECONDS} s: {what}"
         time.sleep(0.05)
+
+
+def wait_for_end(processes):
+    wait_until("the end of all", lambda: not any(pathlib.Path(f"/proc/{one}").exists() for one in processes))
 
 
 class Session:
@@ -90,12 +95,19 @@ class Session:
         time.sleep(0.5)
         self.play("tone.wav")
 
-    def kill_client(self):
-        """Kills the process that serves the socket, if there is one."""
+    def client(self):
+        """The process that serves the socket, and those that it has started; nothing if none runs."""
         with socket.socket(socket.AF_UNIX) as connection:
-            if connection.connect_ex(str(self.folder / "run/orvane-desktop")) == 0:
-                who = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, struct.calcsize("3i"))
-                os.kill(struct.unpack("3i", who)[0], signal.SIGKILL)
+            if connection.connect_ex(str(self.folder / "run/orvane-desktop")) != 0:
+                return []
+            who = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, struct.calcsize("3i"))
+        first = struct.unpack("3i", who)[0]
+        return [first, *map(int, pathlib.Path(f"/proc/{first}/task/{first}/children").read_text().split())]
+
+    def kill_client(self, count=1):
+        """Kills the client itself, or with count=2 also the process that cleans up after it."""
+        for process in reversed(self.client()[:count]):
+            os.kill(process, signal.SIGKILL)
 
     @staticmethod
     def run(*words):
@@ -134,6 +146,10 @@ class Session:
                 if (item.get("props") or {}).get("metadata.name") == "default"
                 for entry in item.get("metadata", [])}
 
+    def targets(self):
+        """Where the entries send players, by their numbers."""
+        return {number: value for (number, key), value in self.metadata().items() if key == "target.object"}
+
     def linked_to(self, name, dump=None):
         """The names of the nodes that `name` plays into."""
         dump = dump or self.dump()
@@ -153,6 +169,13 @@ class Session:
     def hears(self, output, through=True):
         wait_until(f"{output}, through Orvane: {through}",
                    lambda: self.heard_on() == ({output}, through))
+
+    def told_latency(self):
+        """The frames that Orvane tells players, with a quantum of 256."""
+        latency = next(entry for item in self.dump() if item["type"] == "PipeWire:Interface:Node"
+                       and item["info"]["props"].get("node.name") == "orvane"
+                       for entry in item["info"]["params"]["Latency"] if entry["direction"] == "Input")
+        return round(latency["minNs"] * self.rate / 1e9) + 256 * round(latency["minQuantum"])
 
     # Acts of a listener.
 
@@ -175,6 +198,11 @@ class Session:
         self.start(name, "pw-cat", "-p", "-P", json.dumps(words), file)
         wait_until(f"{name} plays", lambda: self.linked_to(name))
 
+    def play_through(self):
+        """Plays the tone, and waits until it passes through Orvane to the loudspeakers."""
+        self.play("tone.wav")
+        self.hears("speakers")
+
 
 def make_sound(file, rate, seconds, expression):
     """Stereo, 16 bits, with half a second of silence before and after."""
@@ -187,6 +215,19 @@ def samples(file):
     """Interleaved 16-bit samples of any audio file."""
     return array.array("h", subprocess.run(["ffmpeg", "-v", "error", "-i", file, "-f", "s16le", "-"],
                                            capture_output=True, check=True).stdout)
+
+
+def right_to_left(values):
+    """The ratio of the two sides' levels: the median of spans of 10 ms, which passes over dropped buffers."""
+    right, left = ([sum(map(abs, values[at + side:at + 960:2])) for at in range(0, len(values), 960)]
+                   for side in (1, 0))
+    return statistics.median(after / max(1, before) for after, before in zip(right, left))
+
+
+def windows(values):
+    """All runs of 16 stereo frames that aren't silent."""
+    raw = values.tobytes()
+    return {raw[at:at + 64] for at in range(0, len(raw) - 63, 4) if any(raw[at:at + 64])}
 
 
 def record(session, links=()):
