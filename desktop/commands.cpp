@@ -3,12 +3,10 @@
 #include <fmt/core.h>
 
 #include <cmath>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "client/json.h"
 #include "client/settings_text.h"
-
-using nlohmann::ordered_json;
 
 namespace {
 
@@ -19,91 +17,82 @@ struct Refusal : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-std::string TextOf(const ordered_json& request, const char* key, const char* otherwise = nullptr) {
-    const auto found = request.find(key);
-    if (found == request.end() && otherwise != nullptr) return otherwise;
-    if (found == request.end() || !found->is_string())
-        throw Refusal(fmt::format("\"{}\" must be a text", key));
-    return found->get<std::string>();
-}
-bool SwitchOf(const ordered_json& request, const char* key, bool otherwise) {
-    const auto found = request.find(key);
-    if (found == request.end()) return otherwise;
-    if (!found->is_boolean()) throw Refusal(fmt::format("\"{}\" must be true or false", key));
-    return found->get<bool>();
+std::string TextOf(const JsonValue& request, const char* key, const char* otherwise = nullptr) {
+    if (!request.Has(key) && otherwise != nullptr) return otherwise;
+    const std::optional<std::string> text = request[key].Text();
+    if (!text) throw Refusal(fmt::format("\"{}\" must be a text", key));
+    return *text;
 }
 
-double NumberOf(const ordered_json& request, const char* key, double otherwise, double most) {
-    const auto found = request.find(key);
-    if (found == request.end()) return otherwise;
-    const double number = found->is_number() ? found->get<double>() : NAN;
+bool SwitchOf(const JsonValue& request, const char* key, bool otherwise) {
+    if (!request.Has(key)) return otherwise;
+    const std::optional<bool> value = request[key].Switch();
+    if (!value) throw Refusal(fmt::format("\"{}\" must be true or false", key));
+    return *value;
+}
+
+double NumberOf(const JsonValue& request, const char* key, double otherwise, double most) {
+    if (!request.Has(key)) return otherwise;
+    const double number = request[key].Number().value_or(NAN);
     if (!(number >= -most && number <= most))
         throw Refusal(fmt::format("\"{}\" must be a number from -{} to {}", key, most, most));
     return number;
 }
 
 // Returns the settings that a request has, or `otherwise`. Lines that can't be read add a warning.
-Settings SettingsIn(const ordered_json& request, const Settings& otherwise,
+Settings SettingsIn(const JsonValue& request, const Settings& otherwise,
                     std::vector<std::string>* warnings) {
-    const auto lines = request.find("settings");
-    if (lines == request.end()) return otherwise;
-    if (!lines->is_array()) throw Refusal("\"settings\" must be a list of lines");
-    std::vector<std::string> texts;
-    for (const ordered_json& text : *lines) {
-        if (!text.is_string()) throw Refusal("\"settings\" must hold texts");
-        texts.push_back(text.get<std::string>());
-    }
+    if (!request.Has("settings")) return otherwise;
+    const JsonValue lines = request["settings"];
+    if (!lines.IsArray()) throw Refusal("\"settings\" must be a list of lines");
+    const std::vector<std::string> texts = lines.Texts();
+    if (texts.size() != lines.Elements().size()) throw Refusal("\"settings\" must hold texts");
     return SettingsOfLines(texts, warnings);
 }
 
-// Returns one line. JSON knows no infinity, and texts from other programs need not be UTF-8.
-std::string LineOf(const ordered_json& object) {
-    return object.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-}
-
-ordered_json ToJson(const Profile& profile) {
+JsonValue ToJson(const Profile& profile) {
     return {{"on", profile.isOn},
             {"settings", LinesOf(profile.settings)},
             {"text", Describe(profile.settings)}};
 }
 
-ordered_json ToJson(const LiveStream::Levels& levels) {
+JsonValue ToJson(const LiveStream::Levels& levels) {
     return {{"before_db", levels.sourceDb},
             {"after_db", levels.resultDb},
             {"gain_db", levels.gainDb},
             {"limiting", levels.limiting}};
 }
 
-ordered_json Status(const Profiles& profiles, const RunningClient* client) {
-    ordered_json answer{{"running", client != nullptr},
-                        {"left_out", profiles.LeftOut()},
-                        {"ignored", profiles.Warnings()}};
+JsonValue Status(const Profiles& profiles, const RunningClient* client) {
     const std::string output = client != nullptr ? client->PresentOutput() : "";
-    answer["output"] = output;
-    answer.update(ToJson(profiles.Of(output)));
+    const std::vector<std::string> leftOut(profiles.LeftOut().begin(), profiles.LeftOut().end());
+    JsonValue answer{{"running", client != nullptr},
+                     {"left_out", leftOut},
+                     {"ignored", profiles.Warnings()},
+                     {"output", output}};
+    answer.AddAll(ToJson(profiles.Of(output)));
     if (client == nullptr) return answer;
-    answer["rate"] = client->RateHz();
-    answer["latency_frames"] = client->LatencyFrames();
-    answer["players"] = ordered_json::array();
+    std::vector<JsonValue> players;
     for (const Player& player : client->Players())
-        answer["players"].push_back({{"id", player.id},
-                                     {"application", player.application},
-                                     {"title", player.title},
-                                     {"routed", player.isRouted},
-                                     {"left_out", player.isLeftOut},
-                                     {"own_target", player.hasOwnTarget}});
-    return answer;
+        players.push_back({{"id", player.id},
+                           {"application", player.application},
+                           {"title", player.title},
+                           {"routed", player.isRouted},
+                           {"left_out", player.isLeftOut},
+                           {"own_target", player.hasOwnTarget}});
+    return answer.Add("rate", client->RateHz())
+        .Add("latency_frames", client->LatencyFrames())
+        .Add("players", players);
 }
 
-ordered_json Outputs(const Profiles& profiles, const RunningClient* client) {
-    ordered_json outputs = ordered_json::array();
+JsonValue Outputs(const Profiles& profiles, const RunningClient* client) {
+    std::vector<JsonValue> outputs;
     const auto add = [&](const std::string& name, const std::string& description, bool isThere) {
         outputs.push_back({{"name", name},
                            {"description", description},
                            {"connected", isThere},
                            {"present", client != nullptr && client->PresentOutput() == name},
-                           {"profile", nullptr}});
-        if (profiles.Has(name)) outputs.back()["profile"] = ToJson(profiles.Of(name));
+                           {"profile", profiles.Has(name) ? ToJson(profiles.Of(name)) : nullptr}});
     };
     std::set<std::string> connected;
     if (client != nullptr)
@@ -117,7 +106,7 @@ ordered_json Outputs(const Profiles& profiles, const RunningClient* client) {
 }
 
 // Does what only a running client can do. Returns false for all other requests.
-bool DoAtClient(const std::string& what, const ordered_json& request, RunningClient* client,
+bool DoAtClient(const std::string& what, const JsonValue& request, RunningClient* client,
                 ConnectionWishes* wishes) {
     if (what != "quit" && what != "bypass" && what != "watch") return false;
     if (client == nullptr || wishes == nullptr) throw Refusal("it isn't running");
@@ -133,18 +122,18 @@ bool DoAtClient(const std::string& what, const ordered_json& request, RunningCli
     return true;
 }
 
-ordered_json Do(const ordered_json& request, Profiles* profiles, RunningClient* client,
-                ConnectionWishes* wishes) {
+JsonValue Do(const JsonValue& request, Profiles* profiles, RunningClient* client,
+             ConnectionWishes* wishes) {
     const std::string what = TextOf(request, "do");
     if (what == "status") {
-        ordered_json status = Status(*profiles, client);
-        if (client != nullptr) status["levels"] = ToJson(client->Levels());
+        JsonValue status = Status(*profiles, client);
+        if (client != nullptr) status.Add("levels", ToJson(client->Levels()));
         return status;
     }
     if (what == "outputs") return {{"outputs", Outputs(*profiles, client)}};
-    if (DoAtClient(what, request, client, wishes)) return ordered_json::object();
+    if (DoAtClient(what, request, client, wishes)) return {};
     std::string fault;
-    ordered_json answer = ordered_json::object();
+    JsonValue answer;
     if (what == "leave-out") {
         fault = profiles->LeaveOut(TextOf(request, "application"), SwitchOf(request, "out", true));
     } else {
@@ -155,14 +144,14 @@ ordered_json Do(const ordered_json& request, Profiles* profiles, RunningClient* 
             profile.isOn = true;
             std::vector<std::string> warnings = profiles->Warnings();
             profile.settings = SettingsIn(request, profile.settings, &warnings);
-            answer["ignored"] = warnings;
+            answer.Add("ignored", warnings);
         } else if (what == "off") {
             if (output.empty()) throw Refusal("there is no output");
             profile.isOn = false;
-        } else if (what == "set" && request.contains("settings")) {
+        } else if (what == "set" && request.Has("settings")) {
             std::vector<std::string> warnings;
             profile.settings = SettingsIn(request, profile.settings, &warnings);
-            answer["ignored"] = warnings;
+            answer.Add("ignored", warnings);
         } else if (what == "set") {
             const std::string wrong =
                 SetFromText(TextOf(request, "key"), TextOf(request, "value"), &profile.settings);
@@ -181,26 +170,26 @@ ordered_json Do(const ordered_json& request, Profiles* profiles, RunningClient* 
 
 std::string AnswerRequest(const std::string& line, Profiles* profiles, RunningClient* client,
                           ConnectionWishes* wishes) {
-    ordered_json answer;
+    JsonValue answer;
     try {
-        const ordered_json request = ordered_json::parse(line, nullptr, false);
-        if (!request.is_object()) throw Refusal("a request is one JSON object on a line");
+        const JsonValue request = JsonValue::Parse(line);
+        if (!request.IsObject()) throw Refusal("a request is one JSON object on a line");
         answer = Do(request, profiles, client, wishes);
-        answer["ok"] = true;
+        answer.Add("ok", true);
     } catch (const std::exception& fault) {
         answer = {{"ok", false}, {"error", fault.what()}};
     }
-    return LineOf(answer);
+    return answer.OneLine();
 }
 
 std::string LevelsEvent(const RunningClient& client) {
-    ordered_json event{{"event", "levels"}};
-    event.update(ToJson(client.Levels()));
-    return LineOf(event);
+    JsonValue event{{"event", "levels"}};
+    return event.AddAll(ToJson(client.Levels())).OneLine();
 }
 
 std::string StateEvent(const Profiles& profiles, const RunningClient& client) {
-    return LineOf({{"event", "state"},
-                   {"status", Status(profiles, &client)},
-                   {"outputs", Outputs(profiles, &client)}});
+    const JsonValue event{{"event", "state"},
+                          {"status", Status(profiles, &client)},
+                          {"outputs", Outputs(profiles, &client)}};
+    return event.OneLine();
 }

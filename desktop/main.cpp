@@ -12,11 +12,11 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "client/json.h"
 #include "client/settings_file.h"
 #include "client/terminal_text.h"
 #include "desktop/client.h"
@@ -24,8 +24,6 @@
 #include "desktop/control_socket.h"
 
 namespace {
-
-using nlohmann::ordered_json;
 
 constexpr char kUsage[] =
     "usage: orvane-desktop on [PRESET or settings file] [--for OUTPUT]\n"
@@ -51,9 +49,13 @@ constexpr char kUsage[] =
     std::exit(2);
 }
 
+bool IsOn(const JsonValue& object, const char* key, bool otherwise = false) {
+    return object[key].Switch().value_or(otherwise);
+}
+
 // Asks the running client, or changes the file if none runs. Ends the program if it is refused.
-ordered_json Ask(const ordered_json& request) {
-    const std::string line = request.dump(-1, ' ', true, ordered_json::error_handler_t::replace);
+JsonValue Ask(const JsonValue& request) {
+    const std::string line = request.OneLineOfAscii();
     ControlConnection connection;
     std::string text;
     if (connection.IsOpen()) {
@@ -63,11 +65,11 @@ ordered_json Ask(const ordered_json& request) {
         Profiles profiles;
         text = AnswerRequest(line, &profiles, nullptr, nullptr);
     }
-    ordered_json answer = ordered_json::parse(text, nullptr, false);
-    if (!answer.is_object()) Fail("the running client's answer is broken");
-    if (!answer.value("ok", false)) Fail(answer.value("error", "it is refused"));
-    for (const ordered_json& warning : answer.value("ignored", ordered_json::array()))
-        fmt::print(stderr, "orvane-desktop: {}\n", TerminalText(warning.get<std::string>()));
+    JsonValue answer = JsonValue::Parse(text);
+    if (!answer.IsObject()) Fail("the running client's answer is broken");
+    if (!IsOn(answer, "ok")) Fail(answer["error"].Text().value_or("it is refused"));
+    for (const std::string& warning : answer["ignored"].Texts())
+        fmt::print(stderr, "orvane-desktop: {}\n", TerminalText(warning));
     return answer;
 }
 
@@ -111,25 +113,25 @@ void Start() {
     if (!Within(5, [] { return ControlConnection().IsOpen(); }))
         Fail("the client doesn't start; `orvane-desktop run` tells why");
     // The settings belong to an output, so they wait until the sound has one.
-    Within(3, [] { return !Ask({{"do", "status"}}).value("output", "").empty(); });
+    Within(3, [] { return !Ask({{"do", "status"}})["output"].Text().value_or("").empty(); });
 }
 
-int TurnOn(const char* what, ordered_json request) {
-    request["do"] = "on";
+int TurnOn(const char* what, JsonValue request) {
+    request.Add("do", "on");
     if (what != nullptr) {
         Settings settings;
         const std::string fault = SettingsNamed(what, &settings);
         if (!fault.empty()) Fail(fault);
-        request["settings"] = LinesOf(settings);
+        request.Add("settings", LinesOf(settings));
     }
-    if (!request.contains("for") && !ControlConnection().IsOpen()) Start();
+    if (!request.Has("for") && !ControlConnection().IsOpen()) Start();
     Ask(request);
     return 0;
 }
 
-int TurnOff(ordered_json request) {
-    request["do"] = request.contains("for") ? "off" : "quit";
-    const bool quits = request["do"] == "quit";
+int TurnOff(JsonValue request) {
+    const bool quits = !request.Has("for");
+    request.Add("do", quits ? "quit" : "off");
     if (quits && !ControlConnection().IsOpen()) return 0;
     Ask(request);
     if (quits && !Within(5, [] { return !ControlConnection().IsOpen(); }))
@@ -137,17 +139,17 @@ int TurnOff(ordered_json request) {
     return 0;
 }
 
-std::string Quoted(const ordered_json& object, const char* key) {
-    return TerminalText(object.value(key, ""));
+std::string Quoted(const JsonValue& object, const char* key) {
+    return TerminalText(object[key].Text().value_or(""));
 }
 
 int TellStatus(bool asJson) {
-    const ordered_json status = Ask({{"do", "status"}});
+    const JsonValue status = Ask({{"do", "status"}});
     if (asJson) {
-        fmt::print("{}\n", status.dump(2));
+        fmt::print("{}", status.Lines());
         return 0;
     }
-    if (!status.value("running", false)) {
+    if (!IsOn(status, "running")) {
         fmt::print("off\n");
         return 0;
     }
@@ -155,34 +157,34 @@ int TellStatus(bool asJson) {
     if (output.empty())
         fmt::print("on, but there is no output\n");
     else
-        fmt::print("{} {}\n", status.value("on", true) ? "on, for" : "off for", output);
+        fmt::print("{} {}\n", IsOn(status, "on", true) ? "on, for" : "off for", output);
     fmt::print("{}\n", Quoted(status, "text"));
-    const uint32_t rate = status.value("rate", 0U), frames = status.value("latency_frames", 0U);
-    if (rate != 0) fmt::print("latency {} frames ({:.1f} ms)\n", frames, 1000.0 * frames / rate);
-    for (const ordered_json& player : status.value("players", ordered_json::array()))
+    const double rate = status["rate"].Number().value_or(0);
+    const double frames = status["latency_frames"].Number().value_or(0);
+    if (rate != 0) fmt::print("latency {:.0f} frames ({:.1f} ms)\n", frames, 1000 * frames / rate);
+    for (const JsonValue& player : status["players"].Elements())
         fmt::print("{}: {}\n", Quoted(player, "application"),
-                   player.value("routed", false)       ? "passes through it"
-                   : player.value("left_out", false)   ? "left out"
-                   : player.value("own_target", false) ? "has an output of its own"
-                                                       : "direct");
+                   IsOn(player, "routed")       ? "passes through it"
+                   : IsOn(player, "left_out")   ? "left out"
+                   : IsOn(player, "own_target") ? "has an output of its own"
+                                                : "direct");
     return 0;
 }
 
 int ListDevices(bool asJson) {
-    const ordered_json answer = Ask({{"do", "outputs"}});
+    const JsonValue answer = Ask({{"do", "outputs"}});
     if (asJson) {
-        fmt::print("{}\n", answer.dump(2));
+        fmt::print("{}", answer.Lines());
         return 0;
     }
-    for (const ordered_json& output : answer.at("outputs")) {
-        const ordered_json& profile = output.at("profile");
-        fmt::print("{} {}{}\n    {}\n", output.value("present", false) ? "*" : " ",
-                   Quoted(output, "name"),
-                   output.value("connected", false) ? "  " + Quoted(output, "description")
-                                                    : "  (not connected)",
-                   profile.is_null()            ? "no settings of its own"
-                   : !profile.value("on", true) ? "off"
-                                                : Quoted(profile, "text"));
+    for (const JsonValue& output : answer["outputs"].Elements()) {
+        const JsonValue profile = output["profile"];
+        fmt::print(
+            "{} {}{}\n    {}\n", IsOn(output, "present") ? "*" : " ", Quoted(output, "name"),
+            IsOn(output, "connected") ? "  " + Quoted(output, "description") : "  (not connected)",
+            profile.IsNull()             ? "no settings of its own"
+            : !IsOn(profile, "on", true) ? "off"
+                                         : Quoted(profile, "text"));
     }
     return 0;
 }
@@ -224,14 +226,13 @@ int Main(int argc, char** argv) {
     if (command == "status" && words.size() == asJson) return TellStatus(asJson);
     if (command == "devices" && words.size() == asJson) return ListDevices(asJson);
 
-    ordered_json request = ordered_json::object();
-    if (const char* const output = TakeOption(&words, "--for")) request["for"] = output;
+    JsonValue request;
+    if (const char* const output = TakeOption(&words, "--for")) request.Add("for", output);
     if (command == "on" && words.size() <= 1)
         return TurnOn(words.empty() ? nullptr : words[0], request);
     if (command == "off" && words.empty()) return TurnOff(request);
     if (command == "set" && words.size() == 2) {
-        request.update({{"do", "set"}, {"key", words[0]}, {"value", words[1]}});
-        Ask(request);
+        Ask(request.Add("do", "set").Add("key", words[0]).Add("value", words[1]));
         return 0;
     }
     if ((command == "leave-out" || command == "bring-back") && words.size() == 1) {

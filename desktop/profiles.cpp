@@ -10,13 +10,11 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "client/json.h"
 #include "client/presets.h"
 #include "client/settings_text.h"
-
-using nlohmann::ordered_json;
 
 namespace {
 
@@ -36,15 +34,6 @@ std::vector<std::string> SplitLines(const std::string& text) {
     std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);) lines.push_back(line);
     return lines;
-}
-
-// A member of the wrong kind counts as an empty one.
-std::vector<std::string> TextsOf(const ordered_json& object, const char* key) {
-    std::vector<std::string> texts;
-    if (const auto found = object.find(key); found != object.end() && found->is_array())
-        for (const ordered_json& text : *found)
-            if (text.is_string()) texts.push_back(text.get<std::string>());
-    return texts;
 }
 
 }  // namespace
@@ -86,22 +75,20 @@ Profiles::Profiles(std::filesystem::path where)
 }
 
 void Profiles::Read(const std::string& text) {
-    const ordered_json all = ordered_json::parse(text, nullptr, false);
-    if (!all.is_object()) {
+    const JsonValue all = JsonValue::Parse(text);
+    if (!all.IsObject()) {
         warnings.push_back(
             fmt::format("{} is broken and is ignored; the next change saves it as {}.broken",
                         (folder / kFileName).string(), kFileName));
         return;
     }
-    if (all.contains("last")) last = SettingsOfLines(TextsOf(all, "last"), &warnings);
-    if (const auto found = all.find("profiles"); found != all.end() && found->is_object())
-        for (const auto& [name, profile] : found->items()) {
-            if (!profile.is_object()) continue;
-            const auto on = profile.find("on");
-            profiles[name] = {on == profile.end() || !on->is_boolean() || on->get<bool>(),
-                              SettingsOfLines(TextsOf(profile, "settings"), &warnings)};
-        }
-    for (const std::string& name : TextsOf(all, "left_out")) leftOut.insert(name);
+    // A member of the wrong kind counts as an empty one.
+    if (all.Has("last")) last = SettingsOfLines(all["last"].Texts(), &warnings);
+    for (const auto& [name, profile] : all["profiles"].Members())
+        if (profile.IsObject())
+            profiles[name] = {profile["on"].Switch().value_or(true),
+                              SettingsOfLines(profile["settings"].Texts(), &warnings)};
+    for (const std::string& name : all["left_out"].Texts()) leftOut.insert(name);
 }
 
 Profile Profiles::Of(const std::string& output) const {
@@ -124,19 +111,19 @@ std::string Profiles::LeaveOut(const std::string& application, bool isOut) {
 }
 
 std::string Profiles::Write() const {
-    ordered_json all;
-    all["last"] = LinesOf(last);
-    all["profiles"] = ordered_json::object();
+    JsonValue saved;
     for (const auto& [name, profile] : profiles)
-        all["profiles"][name] = {{"on", profile.isOn}, {"settings", LinesOf(profile.settings)}};
-    all["left_out"] = leftOut;
-    const std::string text = all.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+        saved.Add(name, {{"on", profile.isOn}, {"settings", LinesOf(profile.settings)}});
+    const JsonValue all{{"last", LinesOf(last)},
+                        {"profiles", saved},
+                        {"left_out", std::vector<std::string>(leftOut.begin(), leftOut.end())}};
+    const std::string text = all.Lines();
 
     const std::filesystem::path path = folder / kFileName;
     std::error_code fault;
     std::filesystem::create_directories(folder, fault);
     // A broken file may hold somebody's work, so it is kept under another name.
-    if (std::filesystem::exists(path, fault) && !ordered_json::accept(ReadText(path)))
+    if (std::filesystem::exists(path, fault) && !JsonValue::Parse(ReadText(path)).IsObject())
         std::filesystem::rename(path, path.string() + ".broken", fault);
     std::string fresh = path.string() + ".XXXXXX";
     const int file = mkostemp(fresh.data(), O_CLOEXEC);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "client/controls.h"
+#include "client/json.h"
 #include "render/audio/audio_reader.h"
 #include "render/audio/conversion.h"
 #include "render/audio/output_file.h"
@@ -18,7 +19,6 @@
 #include "render/commands.h"
 #include "render/common_options.h"
 #include "render/failure.h"
-#include "render/json.h"
 #include "render/report.h"
 #include "render/settings_options.h"
 
@@ -109,7 +109,7 @@ std::string Base64(const std::string& bytes) {
 
 // Adds the keys and values of all settings that are set. Each band has a key of its own, as in the
 // page.
-void AddValues(const Settings& settings, JsonObject* values) {
+void AddValues(const Settings& settings, JsonValue* values) {
     for (const Control& control : kControls)
         if (settings.IsSet(control.parameter->id))
             values->Add(KeyOf(control), ValueOf(settings, control));
@@ -199,13 +199,13 @@ std::string CompareCommand::PieceElement(Settings* played, std::vector<std::stri
     const uint32_t rateHz = ChainRateHz(reader.RateHz());
     *played = settings.Resolve();
     settings.Tone().Grant(rateHz, played);
-    JsonObject values, piece;
+    JsonValue values, piece;
     AddValues(*played, &values);
     piece.Add("name", TitleOf(input, reader))
         .Add("rate", rateHz)
         .Add("settings", values)
         .Add("source", Base64(FlacOf(input, reader, !noDither, damage)));
-    std::string json = piece.OneLine();
+    std::string json = piece.OneLineOfAscii();
     // "<" is escaped, because a title with "</script" would end the element.
     for (size_t at = 0; (at = json.find('<', at)) != std::string::npos;)
         json.replace(at, 1, "\\u003c");

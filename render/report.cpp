@@ -4,10 +4,10 @@
 
 #include <cmath>
 
+#include "client/json.h"
 #include "client/settings_text.h"
 #include "client/terminal_text.h"
 #include "render/audio/whole_write.h"
-#include "render/json.h"
 
 namespace {
 
@@ -92,23 +92,23 @@ std::string DamageText(const std::string& input, const std::vector<std::string>&
 }
 
 std::string JsonOf(const Report& report) {
-    JsonObject settings, tone, loudness, range, peak, ceiling, json;
+    JsonValue settings, tone, loudness, range, peak, ceiling, json;
     for (const Parameter& parameter : kParameters)
         if (*parameter.key != '\0' && parameter.kind == ParameterKind::kSwitch)
             settings.Add(parameter.key, report.settings.IsOn(parameter.id));
         else if (parameter.id == PARAM_EQUALIZER_BANDLEVEL)
-            settings.Add(parameter.key, report.settings.BandLevels());
+            settings.Add(parameter.key, std::span<const double>(report.settings.BandLevels()));
         else if (*parameter.key != '\0')
             settings.Add(parameter.key, report.settings.Get(parameter.id));
     json.Add("input", report.input).Add("output", report.output);
-    if (!report.tracks.empty()) json.Add("album", report.album);
+    std::vector<JsonValue> tracks;
     for (const TrackReport& track : report.tracks)
-        json.Append("tracks", JsonObject()
-                                  .Add("input", track.input)
-                                  .Add("output", track.output)
-                                  .Add("rateHz", track.rateHz)
-                                  .Add("channels", track.channels)
-                                  .Add("frames", track.frames));
+        tracks.push_back({{"input", track.input},
+                          {"output", track.output},
+                          {"rateHz", track.rateHz},
+                          {"channels", track.channels},
+                          {"frames", track.frames}});
+    if (!tracks.empty()) json.Add("album", report.album).Add("tracks", tracks);
     json.Add("preset", report.preset).Add("settings", settings);
     if (report.tone)
         json.Add("tone", tone.Add("rmsDb", report.tone->rmsDb)
@@ -116,7 +116,7 @@ std::string JsonOf(const Report& report) {
                              .Add("worstDb", report.tone->worstDb)
                              .Add("worstHz", report.tone->worstHz));
     else
-        json.AddNull("tone");
+        json.Add("tone", nullptr);
     json.Add("matchedLufs", report.matchedLufs)
         .Add("rateHz", report.rateHz)
         .Add("channels", report.channels)
@@ -145,7 +145,7 @@ std::string JsonOf(const Report& report) {
                                 .Add("reachedDb", report.ceiling->reachedDb)
                                 .Add("outputs", report.ceiling->outputs));
     else
-        json.AddNull("ceiling");
+        json.Add("ceiling", nullptr);
     json.Add("speed", report.seconds / report.elapsedSeconds)
         .Add("notes", report.notes)
         .Add("warnings", report.warnings)

@@ -10,9 +10,13 @@
 #include <fstream>
 #include <iterator>
 #include <numbers>
+#include <optional>
 #include <sndfile.hh>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "client/json.h"
 
 namespace fs = std::filesystem;
 using Floats = std::vector<float>;  // interleaved samples, full scale 1.0
@@ -66,25 +70,45 @@ inline void ExpectOneLine(const std::string& line) {
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << line << ": " << said;
 }
 
-// A value of a report. Its members are defined in renderer_tool_test.cpp. No other renderer test
-// includes the JSON library, because a file that does takes seconds more to compile.
+// A value of a report.
 class Json {
 public:
-    explicit Json(const std::string& json);  // throws if the text isn't JSON
-    // Returns the values of a text in which several follow each other.
-    static std::vector<Json> All(const std::string& json);
+    explicit Json(const std::string& text) : value(JsonValue::Parse(text)) {
+        EXPECT_FALSE(value.IsNull()) << "no JSON: " << text;
+    }
+    // Returns the objects of a text in which several follow each other.
+    static std::vector<Json> All(const std::string& text) {
+        const std::string end = "\n}\n";
+        std::vector<Json> values;
+        for (size_t at = 0, next = 0; at < text.size(); at = next) {
+            next = std::min(text.find(end, at), text.size() - end.size()) + end.size();
+            values.emplace_back(text.substr(at, next - at));
+        }
+        return values;
+    }
 
-    Json operator[](const char* key) const;
-    std::vector<Json> Elements() const;  // of an array
-    size_t Size() const { return Elements().size(); }
-    // A number; 0 or 1 for false or true; NaN for null.
-    operator double() const;
-    std::string String() const;                       // without quotes
-    const std::string& Text() const { return text; }  // as JSON
-    friend bool operator==(const Json& a, const Json& b) { return a.text == b.text; }
+    Json operator[](const char* key) const {
+        EXPECT_TRUE(value.Has(key)) << key;
+        return Json(value[key]);
+    }
+    std::vector<Json> Elements() const {  // of an array
+        std::vector<Json> elements;
+        for (const JsonValue& element : value.Elements()) elements.push_back(Json(element));
+        return elements;
+    }
+    size_t Size() const { return value.Elements().size(); }
+    // A number; 0 or 1 for false or true; NaN for all others.
+    operator double() const {
+        const std::optional<bool> isOn = value.Switch();
+        return isOn ? *isOn : value.Number().value_or(NAN);
+    }
+    std::string String() const { return value.Text().value_or("no text"); }  // without quotes
+    std::string Text() const { return value.OneLine(); }                     // as JSON
+    friend bool operator==(const Json& a, const Json& b) { return a.Text() == b.Text(); }
 
 private:
-    std::string text;
+    explicit Json(JsonValue wanted) : value(std::move(wanted)) {}
+    JsonValue value;
 };
 
 // Renders, expects the exit status `status`, and returns the report.

@@ -8,40 +8,11 @@
 #include <taglib/mpegfile.h>
 #include <taglib/tpropertymap.h>
 
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "render/audio/audio_writer.h"
 #include "tests/library_under_test.h"
 #include "tests/renderer_fixture.h"
-
-Json::Json(const std::string& json) : text(nlohmann::json::parse(json).dump()) {}
-std::vector<Json> Json::All(const std::string& json) {
-    std::istringstream stream(json);
-    std::vector<Json> values;
-    for (nlohmann::json value; (stream >> std::ws).peek() != EOF;) {
-        stream >> value;
-        values.emplace_back(value.dump());
-    }
-    return values;
-}
-Json Json::operator[](const char* key) const {
-    return Json(nlohmann::json::parse(text).at(key).dump());
-}
-std::vector<Json> Json::Elements() const {
-    const nlohmann::json array = nlohmann::json::parse(text);
-    std::vector<Json> elements;
-    for (const nlohmann::json& element : array) elements.emplace_back(element.dump());
-    return elements;
-}
-Json::operator double() const {
-    if (text == "null") return NAN;
-    if (text == "true" || text == "false") return text == "true" ? 1 : 0;
-    return nlohmann::json::parse(text).get<double>();
-}
-std::string Json::String() const {
-    return nlohmann::json::parse(text).get<std::string>();
-}
 
 namespace {
 

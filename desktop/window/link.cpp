@@ -2,27 +2,34 @@
 
 #include <gio/gunixsocketaddress.h>
 
-#include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <utility>
 
 #include "desktop/profiles.h"
-
-using nlohmann::ordered_json;
 
 namespace {
 
 constexpr guint kLookSeconds = 1, kSendMs = 100;
 
-std::vector<std::string> TextsOf(const ordered_json& list) {
-    std::vector<std::string> texts;
-    for (const ordered_json& text : list)
-        if (text.is_string()) texts.push_back(text.get<std::string>());
-    return texts;
+// Return what the member holds. Throw if it holds something else.
+template <typename Value>
+Value Wanted(const std::optional<Value>& value, const char* key) {
+    if (!value) throw std::runtime_error(std::string("it has no valid ") + key);
+    return *value;
+}
+std::string TextOf(const JsonValue& object, const char* key) {
+    return Wanted(object[key].Text(), key);
+}
+bool SwitchOf(const JsonValue& object, const char* key) {
+    return Wanted(object[key].Switch(), key);
+}
+double NumberOf(const JsonValue& object, const char* key) {
+    return Wanted(object[key].Number(), key);
 }
 
-Settings SettingsIn(const ordered_json& profile) {
+Settings SettingsIn(const JsonValue& profile) {
     std::vector<std::string> ignored;
-    return SettingsOfLines(TextsOf(profile.at("settings")), &ignored);
+    return SettingsOfLines(profile["settings"].Texts(), &ignored);
 }
 
 }  // namespace
@@ -106,11 +113,12 @@ void Link::ReadLine() {
 
 void Link::TakeLine(const char* line) {
     try {
-        const ordered_json object = ordered_json::parse(line);
-        const std::string event = object.value("event", "");
+        const JsonValue object = JsonValue::Parse(line);
+        if (!object.IsObject()) throw std::runtime_error("it is no object");
+        const std::string event = object["event"].Text().value_or("");
         if (event == "levels") {
-            levels = {object.at("before_db"), object.at("after_db"), object.at("gain_db"),
-                      object.at("limiting")};
+            levels = {NumberOf(object, "before_db"), NumberOf(object, "after_db"),
+                      NumberOf(object, "gain_db"), SwitchOf(object, "limiting")};
             levelsChanged();
         } else if (event == "state") {
             hasMissed = unanswered > 0 || isUnsent;
@@ -119,13 +127,13 @@ void Link::TakeLine(const char* line) {
             stateChanged();
         } else {
             --unanswered;
-            if (!object.value("ok", true)) {
+            if (!object["ok"].Switch().value_or(true)) {
                 hasMissed = true;
-                refused(object.value("error", ""));
+                refused(object["error"].Text().value_or(""));
             }
             CatchUp();
         }
-    } catch (const ordered_json::exception& fault) {
+    } catch (const std::runtime_error& fault) {
         g_warning("a line of the client can't be read: %s", fault.what());
     }
 }
@@ -138,33 +146,33 @@ void Link::CatchUp() {
     for (const bool on : {false, true}) Ask({{"do", "watch"}, {"on", on}});
 }
 
-void Link::TakeState(const ordered_json& event) {
-    const ordered_json& status = event.at("status");
-    output = status.at("output");
-    isOn = status.at("on");
-    rateHz = status.at("rate");
-    latencyMs = rateHz > 0 ? 1000 * status.at("latency_frames").get<double>() / rateHz : 0;
-    leftOut = TextsOf(status.at("left_out"));
+void Link::TakeState(const JsonValue& event) {
+    const JsonValue status = event["status"];
+    output = TextOf(status, "output");
+    isOn = SwitchOf(status, "on");
+    rateHz = NumberOf(status, "rate");
+    latencyMs = rateHz > 0 ? 1000 * NumberOf(status, "latency_frames") / rateHz : 0;
+    leftOut = status["left_out"].Texts();
     settings = SettingsIn(status);
     players.clear();
-    for (const ordered_json& player : status.at("players"))
-        players.push_back({player.at("application"), player.at("title"), player.at("left_out"),
-                           player.at("own_target")});
+    for (const JsonValue& player : status["players"].Elements())
+        players.push_back({TextOf(player, "application"), TextOf(player, "title"),
+                           SwitchOf(player, "left_out"), SwitchOf(player, "own_target")});
     outputs.clear();
-    for (const ordered_json& one : event.at("outputs")) {
-        const ordered_json& profile = one.at("profile");
-        const bool has = !profile.is_null();
-        outputs.push_back({one.at("name"), one.at("description"), one.at("connected"),
-                           one.at("present"), has, !has || profile.at("on").get<bool>(),
+    for (const JsonValue& one : event["outputs"].Elements()) {
+        const JsonValue profile = one["profile"];
+        const bool has = !profile.IsNull();
+        outputs.push_back({TextOf(one, "name"), TextOf(one, "description"),
+                           SwitchOf(one, "connected"), SwitchOf(one, "present"), has,
+                           !has || SwitchOf(profile, "on"),
                            has ? SettingsIn(profile) : Settings()});
     }
 }
 
-void Link::Ask(const ordered_json& request) {
+void Link::Ask(const JsonValue& request) {
     if (!IsConnected()) return;
     ++unanswered;
-    const std::string line =
-        request.dump(-1, ' ', true, ordered_json::error_handler_t::replace) + "\n";
+    const std::string line = request.OneLineOfAscii() + "\n";
     // If this fails, reading ends too, and with it the connection.
     g_output_stream_write_all(g_io_stream_get_output_stream(G_IO_STREAM(connection.get())),
                               line.data(), line.size(), nullptr, nullptr, nullptr);
@@ -194,14 +202,14 @@ void Link::Change(const Settings& wanted) {
 
 void Link::SendSettings() {
     isUnsent = false;
-    ordered_json request{{"do", "set"}, {"settings", LinesOf(settings)}};
-    if (!output.empty()) request["for"] = output;
+    JsonValue request{{"do", "set"}, {"settings", LinesOf(settings)}};
+    if (!output.empty()) request.Add("for", output);
     Ask(request);
 }
 
 void Link::SetOn(const std::string& outputName, bool wanted) {
-    ordered_json request{{"do", wanted ? "on" : "off"}};
-    if (!outputName.empty()) request["for"] = outputName;
+    JsonValue request{{"do", wanted ? "on" : "off"}};
+    if (!outputName.empty()) request.Add("for", outputName);
     Ask(request);
 }
 

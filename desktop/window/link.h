@@ -7,10 +7,10 @@
 
 #include <functional>
 #include <memory>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
+#include "client/json.h"
 #include "client/settings.h"
 
 template <typename Type>
@@ -78,9 +78,9 @@ private:
     void Disconnect();
     void ReadLine();
     void TakeLine(const char* line);
-    void TakeState(const nlohmann::ordered_json& event);
+    void TakeState(const JsonValue& event);
     void CatchUp();
-    void Ask(const nlohmann::ordered_json& request);
+    void Ask(const JsonValue& request);
     void SendSettings();
 
     std::string socketPath;
