@@ -25,6 +25,9 @@ if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
   # sample.
   set(hot_sources ${ORVANE_SOURCES})
   list(FILTER hot_sources INCLUDE REGEX "^(dsp|effects|unit)/")
+  if(NOT ORVANE_SOFTFLOAT)  # only tests run the code for unpacked numbers
+    list(FILTER hot_sources EXCLUDE REGEX "/softfloat/")
+  endif()
   set_source_files_properties(${hot_sources} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-O3>")
 endif()
 
@@ -52,8 +55,11 @@ endif()
 # Adds orvane_objectsSUFFIX, orvane_staticSUFFIX and the shared qth_orvaneSUFFIX, which goes to `folder`.
 # Further arguments are compile options for them and for targets that link with the objects.
 function(add_orvane_library suffix folder)
-  add_library(orvane_objects${suffix} OBJECT
-    ${ORVANE_SOURCES} ${hand_written} ${platform_sources})
+  set(sources ${ORVANE_SOURCES})
+  if(suffix AND NOT ORVANE_SOFTFLOAT)  # the tests of the other library suffice for unpacked numbers
+    list(FILTER sources EXCLUDE REGEX "/softfloat/")
+  endif()
+  add_library(orvane_objects${suffix} OBJECT ${sources} ${hand_written} ${platform_sources})
   target_compile_options(orvane_objects${suffix} PUBLIC ${ARGN} PRIVATE ${ORVANE_OPTIONS})
 
   add_library(orvane_static${suffix} STATIC)
