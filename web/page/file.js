@@ -5,14 +5,22 @@ import { fromDecoded } from "../samples.js";
 /** @import { Settings } from "../package/index.d.ts" */
 /** @import { NamedPiece } from "../types.d.ts" */
 /** @typedef {(text: string, at: number) => boolean} Has whether the bytes hold a text there */
-/** @typedef {{ rate: number, bits: number, pcm?: { start: number, channels: number } }} Format */
+/** @typedef {{ start: number, channels: number }} Pcm */
+/** @typedef {{ start: number, channels: number, frames: number }} Flac */
+/** @typedef {{ rate: number, bits: number, pcm?: Pcm, flac?: Flac }} Format */
 
 // Pieces of two hours and more do not fit in the memory of a page.
 const kLongSeconds = 2 * 3600;
 // The size from which a file of unknown duration is refused.
 const kManyBytes = 400e6;
+// "fLaC" and the block that describes the stream.
+const kFlacBytes = 42;
 const kHeadBytes = 1 << 24;
 const kPartBytes = 1 << 22;
+// Some seconds of FLAC, so that the page soon takes clicks again.
+const kFlacPartBytes = 1 << 20;
+// The part of a FLAC file in which the next frame is looked for. Frames are much shorter.
+const kSoughtBytes = 1 << 18;
 const kPatienceMs = 4000;
 // The longest time that the page takes no click while it converts.
 const kBusySamples = 1 << 20;
@@ -20,7 +28,7 @@ const kBusySamples = 1 << 20;
 // Returns the rate at which the file is decoded, 44100 or 48000 Hz, and how many bits its samples
 // have (0: not known, or no whole numbers of 16 bits at this rate). Headers of WAV, FLAC, Ogg Vorbis
 // and MP3 are read; every other file is decoded at 48000 Hz. `pcm` tells where the samples of a
-// 16-bit WAV file start.
+// 16-bit WAV file start, and `flac` where the frames of a FLAC file start.
 /** @type {(head: ArrayBuffer) => Format} */
 export function formatOf(head) {
   const view = new DataView(head);
@@ -31,10 +39,8 @@ export function formatOf(head) {
   /** @type {Format} */
   let format = { rate: 0, bits: 0 };
   if (has("RIFF", 0) && has("WAVE", 8)) format = wavFormat(view, has);
-  else if (has("fLaC", 0) && view.byteLength >= 22) {
-    const word = view.getUint32(18);
-    format = { rate: word >>> 12, bits: ((word >>> 4) & 31) + 1 };
-  } else if (has("OggS", 0) && has("\x01vorbis", 28) && view.byteLength >= 44)
+  else if (has("fLaC", 0) && view.byteLength >= kFlacBytes) format = flacFormat(view);
+  else if (has("OggS", 0) && has("\x01vorbis", 28) && view.byteLength >= 44)
     format.rate = view.getUint32(40, true);
   else format.rate = mpegRate(view, has);
   return [44100, 48000].includes(format.rate) ? format : { rate: 48000, bits: 0 };
@@ -65,6 +71,24 @@ function wavFormat(view, has) {
   return format;
 }
 
+// Reads the blocks in front of the frames (RFC 9639, 8). The first one describes the stream.
+/** @type {(view: DataView) => Format} */
+function flacFormat(view) {
+  const word = view.getUint32(18);
+  /** @type {Format} */
+  const format = { rate: word >>> 12, bits: ((word >>> 4) & 31) + 1 };
+  let start = 4;
+  for (let isLast = false; !isLast;) {
+    if (start + 4 > view.byteLength) return format;
+    const head = view.getUint32(start);
+    isLast = head >>> 31 === 1;
+    start += 4 + (head & 0xffffff);
+  }
+  const frames = (word & 15) * 2 ** 32 + view.getUint32(22);
+  if (frames > 0) format.flac = { start, channels: ((word >>> 9) & 7) + 1, frames };
+  return format;
+}
+
 // Returns the rate in the header of the first frame behind an ID3 tag (ISO 11172-3, 2.4.1.3).
 /** @type {(view: DataView, has: Has) => number} */
 function mpegRate(view, has) {
@@ -85,6 +109,10 @@ export async function readAudio(file, step) {
   try {
     const format = formatOf(await file.slice(0, kHeadBytes).arrayBuffer());
     if (format.pcm !== undefined) return await readPcm(file, format.rate, format.pcm, step);
+    if (format.flac !== undefined && file.size > kFlacPartBytes) {
+      const piece = await readFlac(file, format, format.flac, step).catch(() => undefined);
+      if (piece !== undefined) return piece;
+    }
     const bytes = await file.arrayBuffer();
     return step(null) ? await decode(file.name, bytes, format, () => step(null)) : null;
   } catch {
@@ -170,6 +198,69 @@ async function readPcm(file, rate, { start, channels: count }, step) {
     if (!step(Math.min(1, (at + kPartBytes - start) / (end - start)))) return null;
   }
   return piece;
+}
+
+// Decodes a FLAC file part by part, because decoding it at once takes twice the memory of its samples.
+// Throws an Error if the parts don't have as many frames as the file says.
+/** @type {(file: File, format: Format, flac: Flac, step: (part: number) => boolean) => Promise<NamedPiece | null>} */
+async function readFlac(file, { rate, bits }, { start, channels, frames }, step) {
+  // Of a part, neither the length nor the checksum is known: both are 0.
+  const head = new Uint8Array(await file.slice(0, kFlacBytes).arrayBuffer());
+  head[4] = 0x80; // the last block before the frames
+  head[21] &= 0xf0;
+  head.fill(0, 22);
+  const numberOfChannels = Math.min(2, channels);
+  const buffer = new AudioBuffer({ numberOfChannels, length: frames, sampleRate: rate });
+  const piece = pieceOf(file.name, buffer, bits !== 16);
+  const context = new OfflineAudioContext(2, 1, rate);
+  let frame = 0;
+  for (let at = start; at < file.size;) {
+    const end = await flacFrame(file, start, at + kFlacPartBytes);
+    const part = await new Blob([head, file.slice(at, end)]).arrayBuffer();
+    const audio = await context.decodeAudioData(part);
+    piece.channels.forEach((channel, side) => {
+      const samples = audio.getChannelData(side);
+      channel.set(bits === 16 ? fromDecoded(samples) : samples, frame);
+    });
+    frame += audio.length;
+    at = end;
+    if (!step(at / file.size)) return null;
+  }
+  if (frame !== frames) throw new Error("some frames are missing");
+  return piece;
+}
+
+// Returns where the first frame at or behind `from` starts, or the file's size if there is none. A
+// frame is known by its sync code, by bytes that are the same in all frames, and by its checksum.
+/** @type {(file: File, start: number, from: number) => Promise<number>} */
+async function flacFrame(file, start, from) {
+  const first = new Uint8Array(await file.slice(start, start + 4).arrayBuffer());
+  const bytes = new Uint8Array(await file.slice(from, from + kSoughtBytes).arrayBuffer());
+  for (let at = 0; at + 16 < bytes.length; ++at) {
+    if ([0, 1, 2].some((n) => bytes[at + n] !== first[n])) continue;
+    // The frame's number has as many bytes as its first byte has leading ones, or one byte.
+    const size = 4 + Math.max(1, Math.clz32(~(bytes[at + 4] << 24)));
+    const blockSize = bytes[at + 2] >>> 4;
+    const rate = bytes[at + 2] & 15;
+    const end =
+      at +
+      size +
+      (blockSize === 6 ? 1 : blockSize === 7 ? 2 : 0) +
+      (rate === 12 ? 1 : rate > 12 ? 2 : 0);
+    if (crc8(bytes.subarray(at, end)) === bytes[end]) return from + at;
+  }
+  return file.size;
+}
+
+// Returns the checksum of a frame's header, with the polynomial x^8 + x^2 + x + 1.
+/** @param {Uint8Array} bytes */
+function crc8(bytes) {
+  let sum = 0;
+  for (const byte of bytes) {
+    sum ^= byte;
+    for (let n = 0; n < 8; ++n) sum = (sum << 1) ^ (sum & 0x80 ? 0x107 : 0);
+  }
+  return sum;
 }
 
 /** @type {(name: string, bytes: ArrayBuffer, format: Format, step: () => boolean) => Promise<NamedPiece | null>} */

@@ -87,7 +87,7 @@ test("rate and bits are read from a file's header", () => {
     [44100, 24, `${wav}\x44\xac\0\0${"\0".repeat(6)}\x18\0`],
     [44100, 0, `${wav.replace("\x01\0\x02", "\x03\0\x02")}\x44\xac\0\0${"\0".repeat(6)}\x10\0`],
     [48000, 0, `${wav}\0\x77\x01\0${"\0".repeat(6)}\x10\0`], // 96000
-    [44100, 16, `fLaC${"\0".repeat(14)}\x0a\xc4\x42\xf0`],
+    [44100, 16, `fLaC${"\0".repeat(14)}\x0a\xc4\x42\xf0${"\0".repeat(20)}`],
     [44100, 0, `OggS${"\0".repeat(24)}\x01vorbis\0\0\0\0\x02\x44\xac\0\0`],
     [44100, 0, `ID3\x04\0\0\0\0\x01\x02${"x".repeat(130)}\xff\xfb\x90\x00`],
     [48000, 0, "\xff\xfb\x94\x00"],

@@ -49,3 +49,25 @@ export function renderFile(bytes, ...options) {
     rmSync(folder, { recursive: true });
   }
 }
+
+// Returns steady stereo noise with stronger low frequencies, two seconds unless `frames` says otherwise. Every
+// part of it is equally loud.
+export function noise(frames = 96000) {
+  let seed = 1,
+    last = 0;
+  return Int16Array.from({ length: 2 * frames }, () => {
+    seed = (Math.imul(seed, 1103515245) + 12345) >>> 0;
+    last = 0.9 * last + (seed / 2 ** 32 - 0.5) * 2000;
+    return last;
+  });
+}
+
+// Returns a WAV file with a title.
+export function titled(file, title) {
+  const text = Buffer.from(title + "\0".repeat(2 - (title.length % 2)));
+  const size = (bytes) => Buffer.from(Uint32Array.of(bytes).buffer);
+  const list = ["LIST", size(12 + text.length), "INFOINAM", size(text.length), text];
+  const whole = Buffer.concat([file, ...list.map((part) => Buffer.from(part))]);
+  whole.writeUInt32LE(whole.length - 8, 4);
+  return whole;
+}

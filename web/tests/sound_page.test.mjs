@@ -10,7 +10,7 @@ import { chromium } from "playwright-core";
 import { instantiate, Piece, Stream } from "../module.js";
 import { presetValues, ready, valuesOf, withSwitches } from "../rules.js";
 import { parameters } from "../table.js";
-import { dataOf, interleave, left, music, planar, render, renderFile, run, wav } from "./renderer.mjs";
+import { dataOf, interleave, left, music, noise, planar, render, renderFile, run, titled, wav } from "./renderer.mjs";
 
 await ready();
 const kBlock = 1024;
@@ -138,15 +138,30 @@ async function savedBy(page) {
   return dataOf(bytes);
 }
 
-// Returns a WAV file with a title.
-function titled(file, title) {
-  const text = Buffer.from(title + "\0".repeat(2 - (title.length % 2)));
-  const size = (bytes) => Buffer.from(Uint32Array.of(bytes).buffer);
-  const list = ["LIST", size(12 + text.length), "INFOINAM", size(text.length), text];
-  const whole = Buffer.concat([file, ...list.map((part) => Buffer.from(part))]);
-  whole.writeUInt32LE(whole.length - 8, 4);
-  return whole;
-}
+test("a FLAC file is decoded in small parts and comes out as the renderer's", () => {
+  const folder = mkdtempSync(join(tmpdir(), "orvane-"));
+  const [wave, flac, to] = ["in.wav", "in.flac", "out.wav"].map((name) => join(folder, name));
+  writeFileSync(wave, wav(noise(1e6), 44100, 2));
+  run("render", wave, flac, "-q", "--output-gain", "5");
+  run("render", flac, to, "-q", "--preset", "loud");
+  const noteParts = () => {
+    window.parts = [];
+    const { decodeAudioData } = OfflineAudioContext.prototype;
+    OfflineAudioContext.prototype.decodeAudioData = function (bytes) {
+      window.parts.push(bytes.byteLength);
+      return decodeAudioData.call(this, bytes);
+    };
+  };
+  const use = async (page) => {
+    await page.locator("#file").setInputFiles(flac);
+    await page.locator("#piece-name").filter({ hasText: "in.flac" }).waitFor();
+    const parts = await page.evaluate(() => window.parts);
+    assert.ok(parts.length > 2 && Math.max(...parts) < 1.2e6, `${parts}`);
+    await page.locator("[name=preset][value=loud]").check({ force: true });
+    assert.deepEqual(await savedBy(page), dataOf(readFileSync(to)));
+  };
+  return withPage(use, { script: noteParts }).finally(() => rmSync(folder, { recursive: true }));
+});
 
 test("a page with a piece inside plays it with its settings", () => {
   const folder = mkdtempSync(join(tmpdir(), "orvane-"));
@@ -192,17 +207,6 @@ function noteWhatIsHeard() {
     }
     return connect.call(this, to, ...more);
   };
-}
-
-// Returns two seconds of steady noise with stronger low frequencies. Every part of it is equally loud.
-function noise() {
-  let seed = 1,
-    last = 0;
-  return Int16Array.from({ length: 2 * 96000 }, () => {
-    seed = (Math.imul(seed, 1103515245) + 12345) >>> 0;
-    last = 0.9 * last + (seed / 2 ** 32 - 0.5) * 2000;
-    return last;
-  });
 }
 
 test("before and after are equally loud as they are heard", () =>
