@@ -168,8 +168,8 @@ TEST(Allocation, ABufferThatCannotGrowIsLeftOutOfTheChainAndTheNextGoesOn) {
 }
 
 // The output limiters delay by 255 frames and multiply by 0.998.
-TEST(Allocation, ABufferThatCannotGrowIsStillLevelled) {
-    const StderrSilencer muted;
+TEST(Allocation, ABufferThatCannotGrowIsStillLevelledAndLogged) {
+    testing::internal::CaptureStderr();
     constexpr uint32_t kLong = 4096;
     const Samples first = NoiseSamples(size_t{2} * 200 * 256, 9000, 1);
     const Samples grown = NoiseSamples(size_t{2} * kLong, 900, 2);
@@ -184,6 +184,7 @@ TEST(Allocation, ABufferThatCannotGrowIsStillLevelled) {
     Refusing(1, true, [&] { instance.Process(grown.data(), out.data(), kLong); });
     const Samples wanted = healthy.Run(grown, kLong, 2);
     for (size_t i = 510; i < wanted.size(); ++i) ASSERT_NEAR(wanted[i], 0.998 * out[i - 510], 1);
+    EXPECT_TRUE(testing::internal::GetCapturedStderr().ends_with("Memory not enough!\n"));
 }
 
 TEST(Allocation, TheAudioThreadNeitherAllocatesNorFreesUpTo2048Frames) {

@@ -15,6 +15,13 @@ use() {
   "$1/bin/orvane" info | head -n 1 | grep "^$1/lib/orvane/soundfx/"
   LV2_PATH=$1/lib/lv2 lv2ls | grep -qx urn:quenthra:orvane
   man -l "$1/share/man/man1/orvane.1.gz" | grep -q skip-existing
+  man -l "$1/share/man/man1/orvane-desktop.1.gz" | grep -q leave-out
+  # What the service and the window's entry name is there.
+  service=$1/lib/systemd/user/orvane-desktop.service
+  [ -e "$service" ]
+  for path in $(sed -n 's|.*[=/]/usr/\([^ ]*\).*|\1|p' "$service"); do [ -e "$1/$path" ]; done
+  icon=$(sed -n 's/^Icon=//p' "$1"/share/applications/*.desktop)
+  [ -e "$1/share/icons/hicolor/scalable/apps/$icon.svg" ]
   for program in bin/orvane bin/orvane-desktop lib/lv2/orvane.lv2/orvane.so; do
     readelf -d "$1/$program" | grep -q BIND_NOW
     [ "${program#bin}" = "$program" ] || readelf --dyn-syms -W "$1/$program" | grep -q _chk@
