@@ -139,7 +139,7 @@ TEST(Settings, AreReadAsTheyWereWrittenOrRefusedWithTheLine) {
     }
     Settings settings, flat;
     EXPECT_EQ(ReadSettings("# by hand\r\n\n eq=3=0.5, 9 = -1  # two bands\r\nequalizer = off\n"
-                           "\tprocess = +0.126\ngate=1",
+                           "\tprocess = +0.126\ngate=1.00000000000000000000",
                            &settings),
               "");
     EXPECT_EQ(SettingsText(settings),
@@ -163,6 +163,9 @@ TEST(Settings, AreReadAsTheyWereWrittenOrRefusedWithTheLine) {
              {"eq = 1=0,0", "1: eq takes 10 levels, or BAND=LEVEL, not \"1=0,0\""},
          })
         EXPECT_EQ(ReadSettings(text, &flat), fault) << text;
+    Settings untouched;
+    EXPECT_NE(SetFromText("eq", "1,1,1,1,1,1,1,1,1,2", &untouched), "");
+    EXPECT_EQ(untouched, Settings());
     EXPECT_EQ(ReadSettings(std::string(kMostSettingsBytes, '\n'), &flat), "");
     EXPECT_EQ(ReadSettings(std::string(kMostSettingsBytes + 1, '\n'), &flat),
               "1: longer than a settings file can be");

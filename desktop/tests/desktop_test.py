@@ -33,6 +33,7 @@ MOVES = {"output-gain": (1, 0.25), "gate": (0.9999, 0.2), "playback-gain": ("off
 # Requests that must be refused.
 NONSENSE = ("", "hello", "[]", '{"do": 3}', '{"do": "sing"}', '{"do": "set", "key": "ratio"}',
             '{"do": "on", "settings": 5}', '{"do": "off", "for": []}', "[" * 30000, "\0",
+            '{"do": "bypass", "gain_db": 99}',
             '{"do": "on", "settings": [' + 30000 * "[" + 30000 * "]" + "]}")
 
 
@@ -64,6 +65,7 @@ def tells_its_latency(session):
     while len(wrong) < 5:  # a busy machine drops buffers here and there
         session.play("impulse.wav")
         session.hears("speakers")
+        wait_until("the least latency", lambda: "latency 1025 frames" in session.orvane("status"))
         record(session, links=("player:output_FL", "speakers:monitor_FL"))
         told = session.told_latency()
         session.processes["player"].wait()
@@ -110,10 +112,12 @@ def keeps_a_profile_for_each_output(session):
     session.play("tone.wav")
     session.choose("headset")
     session.hears("headset")
+    wait_until("the last settings", lambda: "ratio 3" in session.orvane("status"))
     session.orvane("on", "music")
     for output, word in (("speakers", "ratio 3"), ("headset", "process 1.2")):
         session.choose(output)
         wait_until(f"{word} again", lambda: word in session.orvane("status"))
+    assert "* headset" in session.orvane("devices")
     session.orvane("set", "output-gain", "-20dB", "--for", "speakers")
     assert "-20.0 dB" in session.orvane("devices") and "-20.0 dB" not in session.orvane("status")
     assert "orvane" not in session.orvane("devices")  # nobody can choose it, and it never becomes the default
@@ -132,6 +136,7 @@ def leaves_a_listeners_own_target(session):
     session.play("tone.wav", "fixed", **{"node.dont-reconnect": "true"})
     session.play_through()
     assert session.heard_on("fixed") == ({"speakers"}, False)
+    assert "fixed: has an output of its own" in session.orvane("status")
     for output in ("speakers", "headset"):
         session.run("pw-metadata", str(session.number("player")), "target.object",
                     str(session.nodes()[session.number(output)]["object.serial"]), "Spa:Id")
@@ -240,6 +245,7 @@ def outlives_an_update(session):
 def survives_failures(session):
     session.play_through()
     state = pathlib.Path("config/orvane/desktop.json")
+    session.orvane("leave-out", "another player")
     # Killed: the sound goes on directly, nothing is left behind, and the next client knows the settings.
     processes = session.client()
     assert session.targets() == {session.number("player"): "orvane"} and len(processes) == 2
@@ -251,6 +257,7 @@ def survives_failures(session):
     session.orvane("on")
     session.hears("speakers")
     assert "ratio 3" in session.orvane("status")
+    assert json.loads(session.orvane("status", "--json"))["left_out"] == ["another player"]
     assert "already" in session.orvane("run", status=1)
     # Killed together with the process that cleans up, a client leaves the entry to the next one.
     session.kill_client(2)
@@ -305,7 +312,7 @@ def keeps_the_older_settings(session):
         state.write_text(before + " " * (4096 - len(before) % 4096))
         assert "No space left" in session.orvane("set", "output-gain", "-20dB", status=1)
         assert "-20.0 dB" in session.orvane("status")
-        assert state.read_text().startswith(before)
+        assert state.read_text().startswith(before) and list(state.parent.iterdir()) == [state]
     finally:
         session.run("umount", str(state.parent))
 

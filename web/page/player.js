@@ -8,7 +8,7 @@ import { drawWave, peakOf } from "./draw.js";
 const kColumns = 240;
 // The longest time that the page takes no click while it makes the outline of a long piece.
 const kBusyMs = 12;
-// What the keyboard presses with Space if the focus is visible on it.
+// What Space presses if the keyboard has reached it.
 const kPressed = "button, summary, [type=checkbox], [type=radio]:not(:checked), [type=file]";
 
 const chosen = () =>
@@ -107,12 +107,15 @@ export function makePlayer(sound, { onMove, tell }) {
   for (const input of document.querySelectorAll("[name=side]"))
     input.addEventListener("change", compare);
 
-  // A click or touch leaves an invisible focus on what it hit. Space then plays; it presses only what
-  // the keyboard has reached.
+  // A click or touch leaves the focus on what it hit. Space then plays; it presses only what the
+  // keyboard has reached. (Chromium's :focus-visible becomes true with the key itself.)
+  let isByPointer = false;
+  document.addEventListener("pointerdown", () => (isByPointer = true));
   /** @param {Element} target */
-  const isPressed = (target) => target.matches(kPressed) && target.matches(":focus-visible");
+  const isPressed = (target) => target.matches(kPressed) && !isByPointer;
   let isTaken = false;
   document.addEventListener("keydown", (event) => {
+    if (event.key === "Tab") isByPointer = false;
     const target = /** @type {Element} */ (event.target);
     if (event.ctrlKey || event.metaKey || event.altKey || target.matches("[type=number]")) return;
     if (event.key === " ") {

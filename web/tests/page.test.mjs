@@ -100,6 +100,7 @@ test("the link holds the settings and restores them", async () => {
     assert.equal(await page.locator("#set-eq-0").inputValue(), "-0.7");
     assert.equal(await page.locator("[name=preset]:checked").count(), 0);
     await page.getByText("Settings", { exact: true }).click();
+    assert((await page.locator("#set-ratio").isVisible()) && !(await page.locator("#set-process").isVisible()));
     await page.locator("#set-output-gain").dblclick();
     assert.equal(await page.locator("#set-output-gain").inputValue(), "0");
   });
@@ -170,6 +171,11 @@ test("Space plays after a click, and presses what Tab has reached", () =>
     await page.keyboard.press(" ");
     await isPlaying(page, true);
     await page.getByText("Night", { exact: true }).click();
+    await page.keyboard.press(" ");
+    await isPlaying(page, false);
+    await page.locator("#flat").click();
+    await page.keyboard.press(" ");
+    await isPlaying(page, true);
     await page.keyboard.press(" ");
     await isPlaying(page, false);
     await page.locator("#seek").focus();
