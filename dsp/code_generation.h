@@ -7,19 +7,18 @@
 #include <utility>
 
 // ORVANE_LANE_INLINE stands before a function whose arguments are vectors. A call would pass them
-// through memory, so the function is always inlined. On processors without a floating-point unit
-// each operation is a call of a helper anyway. Inlining would save nothing there and would double
-// the size of the code.
-#if defined(__arm__) && defined(__SOFTFP__)
+// through memory, so the function is always inlined. Files that are compiled for size (on the
+// device) have no vectors. There inlining would save little and would double the size of the code.
+#if defined(__OPTIMIZE_SIZE__)
 #define ORVANE_LANE_INLINE inline
-// ORVANE_LANE_CALL stands before a function that makes several such calls. It is never inlined
-// there, and always inlined elsewhere.
+// ORVANE_LANE_CALL stands before a function that is large enough to be never inlined there. It is
+// always inlined elsewhere.
 #define ORVANE_LANE_CALL [[gnu::noinline]] inline
-inline constexpr bool kUnrolls = false;
+constexpr bool kUnrolls = false;
 #else
 #define ORVANE_LANE_INLINE [[gnu::always_inline]] inline
 #define ORVANE_LANE_CALL ORVANE_LANE_INLINE
-inline constexpr bool kUnrolls = true;
+constexpr bool kUnrolls = true;
 #endif
 
 // Calls act(k) for k from 0 to count - 1, each k a constant.

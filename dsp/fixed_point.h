@@ -2,6 +2,7 @@
 // integer whose result is defined for every value.
 #pragma once
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -10,13 +11,6 @@
 constexpr int kQ24Bits = 24;
 constexpr int32_t kQ24One = 1 << kQ24Bits;
 constexpr int kSampleShift = 9;  // left shift that takes 16-bit samples (full scale 2^15) to Q24
-
-// True if one instruction multiplies or divides 64-bit integers.
-#if defined(__wasm__)
-inline constexpr bool kWideProducts = true;
-#else
-inline constexpr bool kWideProducts = sizeof(void*) == sizeof(int64_t);
-#endif
 
 static_assert((-1 >> 1) == -1, "a right shift keeps the sign");
 
@@ -36,6 +30,43 @@ constexpr int32_t MulQ24(int32_t a, int32_t b) {
     return static_cast<int32_t>(int64_t{a} * s >> 16);
 #endif
 }
+
+// Returns a * 2^24 / b, truncated, where 0 <= a < b, without a 64-bit division. It
+// multiplies by the reciprocal of d = b * 2^zeros, which is from 1/2 to 1. The
+// Newton-Raphson iteration begins with 48/17 - 32/17 d, which is off by at most 1/17; each step
+// squares the error. The reciprocal is then made slightly too small, so that at most 1 must be
+// added to the quotient.
+ORVANE_ARM_STATE inline int32_t ShortQuotient(int32_t a, int32_t b) {
+    constexpr uint32_t kOnce = 3031741620, kTimes = 2021161080;  // 48/17 and 32/17, times 2^30
+    constexpr uint32_t kTwo = 1U << 31U, kMargin = 4;
+    const auto upper = [](uint32_t x, uint32_t y) {
+        return static_cast<uint32_t>(uint64_t{x} * y >> 32U);
+    };
+    const auto divisor = static_cast<uint32_t>(b), dividend = static_cast<uint32_t>(a);
+    const int zeros = std::countl_zero(divisor);
+    const uint32_t d = divisor << zeros;
+    uint32_t reciprocal = kOnce - upper(kTimes, d);  // times 2^30
+    for (int step = 0; step < 3; ++step)
+        reciprocal = upper(reciprocal, kTwo - upper(reciprocal, d)) << 2U;
+    uint32_t quotient = upper(dividend << zeros, reciprocal - kMargin) >> 6U;
+    const uint32_t rest = (dividend << static_cast<uint32_t>(kQ24Bits)) - quotient * divisor;
+    quotient += static_cast<uint32_t>(rest >= divisor);
+    return static_cast<int32_t>(quotient);
+}
+
+// Registers of 64 bits multiply and divide 64-bit integers by one instruction. QuotientQ24 is
+// ShortQuotient or the same quotient by that division.
+#if defined(__LP64__) || defined(__wasm__)
+inline constexpr bool kWideRegisters = true;
+inline int32_t QuotientQ24(int32_t a, int32_t b) {
+    return static_cast<int32_t>((static_cast<int64_t>(a) << kQ24Bits) / b);
+}
+#else
+inline constexpr bool kWideRegisters = false;
+inline int32_t QuotientQ24(int32_t a, int32_t b) {
+    return ShortQuotient(a, b);
+}
+#endif
 
 // Replaces gains[i], which must not be negative, by MulQ24(samples[i] * 2^kShift, gains[i]).
 //

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
+#include <utility>
 
 #if defined(ORVANE_LANES)  // for tests: any width works on any processor, but slowly
 inline constexpr size_t kLanes = ORVANE_LANES;
@@ -94,15 +95,25 @@ template <typename V = Lanes, typename T>
         return x - V{};  // keeps the sign of a zero
 }
 
+// Returns `width` lanes. Lane i is the one that index(i) names: 0 and up are the lanes of a, and
+// those of b follow.
+template <size_t width, auto index, typename V>
+[[gnu::always_inline]] inline auto Shuffled(V a, V b) {
+    return [=]<size_t... i>(std::index_sequence<i...>) __attribute__((always_inline)) {
+        return __builtin_shufflevector(a, b, index(i)...);
+    }
+    (std::make_index_sequence<width>());
+}
+
 // Returns the lanes in reverse order.
 template <typename V>
 [[gnu::always_inline]] inline V Reversed(V v) {
-    if constexpr (std::is_arithmetic_v<V>)
+    if constexpr (std::is_arithmetic_v<V>) {
         return v;
-    else if constexpr (sizeof(V) == 4 * sizeof(v[0]))
-        return __builtin_shufflevector(v, v, 3, 2, 1, 0);
-    else
-        return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0);
+    } else {
+        constexpr size_t W = sizeof v / sizeof v[0];
+        return Shuffled<W, [](size_t i) { return W - 1 - i; }>(v, v);
+    }
 }
 
 // Returns |x| of a float or of each lane of a vector of floats.
@@ -133,26 +144,18 @@ template <typename Mask>
 // Single numbers stay as they are.
 template <typename V>
 [[gnu::always_inline]] inline void Transpose(V& a, V& b, V& c, V& d) {
-    if constexpr (std::is_arithmetic_v<V>) {
-        return;
-    } else if constexpr (sizeof(V) == 4 * sizeof(a[0])) {
-        const V a0b0a1b1 = __builtin_shufflevector(a, b, 0, 4, 1, 5);
-        const V a2b2a3b3 = __builtin_shufflevector(a, b, 2, 6, 3, 7);
-        const V c0d0c1d1 = __builtin_shufflevector(c, d, 0, 4, 1, 5);
-        const V c2d2c3d3 = __builtin_shufflevector(c, d, 2, 6, 3, 7);
-        a = __builtin_shufflevector(a0b0a1b1, c0d0c1d1, 0, 1, 4, 5);
-        b = __builtin_shufflevector(a0b0a1b1, c0d0c1d1, 2, 3, 6, 7);
-        c = __builtin_shufflevector(a2b2a3b3, c2d2c3d3, 0, 1, 4, 5);
-        d = __builtin_shufflevector(a2b2a3b3, c2d2c3d3, 2, 3, 6, 7);
-    } else {
-        const V a0b0a1b1 = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
-        const V a2b2a3b3 = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
-        const V c0d0c1d1 = __builtin_shufflevector(c, d, 0, 8, 1, 9, 4, 12, 5, 13);
-        const V c2d2c3d3 = __builtin_shufflevector(c, d, 2, 10, 3, 11, 6, 14, 7, 15);
-        a = __builtin_shufflevector(a0b0a1b1, c0d0c1d1, 0, 1, 8, 9, 4, 5, 12, 13);
-        b = __builtin_shufflevector(a0b0a1b1, c0d0c1d1, 2, 3, 10, 11, 6, 7, 14, 15);
-        c = __builtin_shufflevector(a2b2a3b3, c2d2c3d3, 0, 1, 8, 9, 4, 5, 12, 13);
-        d = __builtin_shufflevector(a2b2a3b3, c2d2c3d3, 2, 3, 10, 11, 6, 7, 14, 15);
+    if constexpr (!std::is_arithmetic_v<V>) {
+        constexpr size_t W = sizeof a / sizeof a[0];
+        constexpr auto lower = [](size_t i) { return i / 4 * 4 + i % 4 / 2 + i % 2 * W; };
+        constexpr auto upper = [](size_t i) { return i / 4 * 4 + i % 4 / 2 + i % 2 * W + 2; };
+        constexpr auto first = [](size_t i) { return i / 4 * 4 + i % 2 + i % 4 / 2 * W; };
+        constexpr auto second = [](size_t i) { return i / 4 * 4 + i % 2 + i % 4 / 2 * W + 2; };
+        const V a0b0a1b1 = Shuffled<W, lower>(a, b), a2b2a3b3 = Shuffled<W, upper>(a, b);
+        const V c0d0c1d1 = Shuffled<W, lower>(c, d), c2d2c3d3 = Shuffled<W, upper>(c, d);
+        a = Shuffled<W, first>(a0b0a1b1, c0d0c1d1);
+        b = Shuffled<W, second>(a0b0a1b1, c0d0c1d1);
+        c = Shuffled<W, first>(a2b2a3b3, c2d2c3d3);
+        d = Shuffled<W, second>(a2b2a3b3, c2d2c3d3);
     }
 }
 
@@ -221,25 +224,18 @@ template <typename V, typename T>
         even = p[0];
         odd = p[1];
     } else {
-        const V first = Load<V>(p), second = Load<V>(p + kWidth<V, T>);
-        if constexpr (kWidth<V, T> == 4) {
-            even = __builtin_shufflevector(first, second, 0, 2, 4, 6);
-            odd = __builtin_shufflevector(first, second, 1, 3, 5, 7);
-        } else {
-            even = __builtin_shufflevector(first, second, 0, 2, 4, 6, 8, 10, 12, 14);
-            odd = __builtin_shufflevector(first, second, 1, 3, 5, 7, 9, 11, 13, 15);
-        }
+        constexpr size_t W = kWidth<V, T>;
+        const V first = Load<V>(p), second = Load<V>(p + W);
+        even = Shuffled<W, [](size_t i) { return 2 * i; }>(first, second);
+        odd = Shuffled<W, [](size_t i) { return 2 * i + 1; }>(first, second);
     }
 }
 template <typename V, typename T>
 [[gnu::always_inline]] inline void StorePairs(T* p, V even, V odd) {
     V first = even, second = odd;
-    if constexpr (kWidth<V, T> == 4) {
-        first = __builtin_shufflevector(even, odd, 0, 4, 1, 5);
-        second = __builtin_shufflevector(even, odd, 2, 6, 3, 7);
-    } else if constexpr (kWidth<V, T> == 8) {
-        first = __builtin_shufflevector(even, odd, 0, 8, 1, 9, 2, 10, 3, 11);
-        second = __builtin_shufflevector(even, odd, 4, 12, 5, 13, 6, 14, 7, 15);
+    if constexpr (constexpr size_t W = kWidth<V, T>; W > 1) {
+        first = Shuffled<W, [](size_t i) { return i / 2 + i % 2 * W; }>(even, odd);
+        second = Shuffled<W, [](size_t i) { return W / 2 + i / 2 + i % 2 * W; }>(even, odd);
     }
     Store(p, first);
     Store(p + kWidth<V, T>, second);
@@ -280,15 +276,8 @@ template <typename V>
     } else {
         // Put each number into both halves of 32 bits; the shift down then extends its sign.
         const auto v = Load<typename VectorOf<int16_t, 2 * kWide>::Type>(p);
-        auto low = v, high = v;
-        if constexpr (kWide == 4) {
-            low = __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3);
-            high = __builtin_shufflevector(v, v, 4, 4, 5, 5, 6, 6, 7, 7);
-        } else {
-            low = __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7);
-            high = __builtin_shufflevector(v, v, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13, 14, 14,
-                                           15, 15);
-        }
+        const auto low = Shuffled<2 * kWide, [](size_t i) { return i / 2; }>(v, v);
+        const auto high = Shuffled<2 * kWide, [](size_t i) { return kWide + i / 2; }>(v, v);
         first = std::bit_cast<V>(low) >> 16;
         second = std::bit_cast<V>(high) >> 16;
     }
@@ -303,10 +292,6 @@ template <typename V>
         static_assert(std::endian::native == std::endian::little, "a low half lies first");
         using Shorts = typename VectorOf<int16_t, 2 * kWide>::Type;
         const auto a = std::bit_cast<Shorts>(first), b = std::bit_cast<Shorts>(second);
-        if constexpr (kWide == 4)
-            Store(p, __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14));
-        else
-            Store(p, __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24,
-                                             26, 28, 30));
+        Store(p, Shuffled<2 * kWide, [](size_t i) { return 2 * i; }>(a, b));
     }
 }

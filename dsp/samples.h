@@ -3,6 +3,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 constexpr uint32_t kLowestRateHz = 32000, kHighestRateHz = 48000;
 constexpr uint32_t kMaxChannels = 2;  // interleaved
@@ -19,6 +20,21 @@ void ShortsToFloats(const int16_t* from, float* to, size_t count);
 // Each sample times 32767, toward zero, saturated to 32 bits, of which the low 16 are kept: nothing
 // is clipped, 1.5 wraps to -16386. Not a number gives 0.
 void FloatsToShorts(const float* from, int16_t* to, size_t count);
+
+// Convert samples of any two types: as above from and to 16 bits, otherwise as static_cast does.
+template <typename From, typename To>
+void ConvertSamples(const From* from, To* to, size_t count) {
+    for (size_t i = 0; i < count; ++i) to[i] = static_cast<To>(from[i]);
+}
+inline void ConvertSamples(const float* from, float* to, size_t count) {
+    if (count != 0) std::memcpy(to, from, count * sizeof(float));
+}
+inline void ConvertSamples(const int16_t* from, float* to, size_t count) {
+    ShortsToFloats(from, to, count);
+}
+inline void ConvertSamples(const float* from, int16_t* to, size_t count) {
+    FloatsToShorts(from, to, count);
+}
 
 // In place: each sample times the gain.
 void Amplify(float* samples, size_t count, float gain);

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "dsp/samples.h"
-
 WaveBuffer_R32::WaveBuffer_R32(uint32_t channelCount, uint32_t frames) : channels(channelCount) {
     const uint64_t wanted = static_cast<uint64_t>(channelCount) * frames;
     if (wanted > UINT32_MAX || !samples.Allocate(static_cast<size_t>(wanted))) return;
@@ -96,36 +94,14 @@ uint32_t WaveBuffer_R32::GetBufferSize() const {
 }
 
 void WaveBuffer_R32::Short2Float(const int16_t* source, float* destination, uint32_t frames) const {
-    ShortsToFloats(source, destination, static_cast<size_t>(frames) * channels);
+    Convert(source, destination, frames);
 }
-
 void WaveBuffer_R32::Float2Short(const float* source, int16_t* destination, uint32_t frames) const {
-    FloatsToShorts(source, destination, static_cast<size_t>(frames) * channels);
+    Convert(source, destination, frames);
 }
-
 void WaveBuffer_R32::Double2Float(const double* source, float* destination, uint32_t frames) const {
-    const size_t total = static_cast<size_t>(frames) * channels;
-    for (size_t i = 0; i < total; ++i) destination[i] = static_cast<float>(source[i]);
+    Convert(source, destination, frames);
 }
-
 void WaveBuffer_R32::Float2Double(const float* source, double* destination, uint32_t frames) const {
-    const size_t total = static_cast<size_t>(frames) * channels;
-    for (size_t i = 0; i < total; ++i) destination[i] = source[i];
-}
-
-void WaveBuffer_R32::Convert(const int16_t* source, float* destination, uint32_t frames) const {
-    Short2Float(source, destination, frames);
-}
-void WaveBuffer_R32::Convert(const float* source, float* destination, uint32_t frames) const {
-    const size_t bytes = static_cast<size_t>(frames) * channels * sizeof(float);
-    if (bytes != 0) std::memcpy(destination, source, bytes);
-}
-void WaveBuffer_R32::Convert(const double* source, float* destination, uint32_t frames) const {
-    Double2Float(source, destination, frames);
-}
-void WaveBuffer_R32::Convert(const float* source, int16_t* destination, uint32_t frames) const {
-    Float2Short(source, destination, frames);
-}
-void WaveBuffer_R32::Convert(const float* source, double* destination, uint32_t frames) const {
-    Float2Double(source, destination, frames);
+    Convert(source, destination, frames);
 }

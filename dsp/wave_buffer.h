@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "dsp/owned_array.h"
+#include "dsp/samples.h"
 #include "platform/export.h"
 
 class ORVANE_API WaveBuffer_R32 {
@@ -61,11 +62,10 @@ public:
     void Float2Double(const float* source, double* destination, uint32_t frames) const;
 
 private:
-    ORVANE_LOCAL void Convert(const int16_t* source, float* destination, uint32_t frames) const;
-    ORVANE_LOCAL void Convert(const float* source, float* destination, uint32_t frames) const;
-    ORVANE_LOCAL void Convert(const double* source, float* destination, uint32_t frames) const;
-    ORVANE_LOCAL void Convert(const float* source, int16_t* destination, uint32_t frames) const;
-    ORVANE_LOCAL void Convert(const float* source, double* destination, uint32_t frames) const;
+    template <typename From, typename To>
+    ORVANE_LOCAL void Convert(const From* source, To* destination, uint32_t frames) const {
+        ConvertSamples(source, destination, size_t{frames} * channels);
+    }
     template <typename Sample>
     ORVANE_LOCAL uint32_t Push(const Sample* source, uint32_t frames);
     template <typename Sample>

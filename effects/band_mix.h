@@ -112,16 +112,3 @@ void AddToChannels(const Real* contour, size_t channels, size_t count, Real* fra
         }
     });
 }
-
-// Computes the weighted sums with the contour added, in unpacked floats. Returns false, with the
-// filter unchanged, if these can't hold a value.
-inline bool MixUnpacked(const std::array<DelayedBands<float>, 2>& bands,
-                        Biquad<float, float>* filter, size_t pairs, size_t channels,
-                        float* frames) {
-    BandSamples samples[2];
-    for (size_t c = 0; c < 2; ++c)
-        samples[c] = {{bands[c].high.re, bands[c].high.im},
-                      {bands[c].band.re, bands[c].band.im},
-                      {bands[c].low.re, bands[c].low.im}};
-    return MixWithContour(samples, bands[0].weights, filter, frames, 2 * pairs, channels);
-}

@@ -45,14 +45,6 @@ ORVANE_LANE_INLINE void ToFloats(float* to, V from) {
         Store(to, from);
 }
 
-[[maybe_unused]] void Convert(const int16_t* from, float* to, size_t count) {
-    ShortsToFloats(from, to, count);
-}
-template <typename Real>
-void Convert(const float* from, Real* to, size_t count) {
-    for (size_t i = 0; i < count; ++i) to[i] = static_cast<Real>(from[i]);
-}
-
 // Appends a chunk of at most kChunkFrames frames to the history and returns the centre of the first
 // one. `State` is FIREqualizer::State.
 template <uint32_t kInterleaved, typename State, typename Sample>
@@ -63,7 +55,7 @@ auto TakeIn(State& s, const Sample* samples, uint32_t frames) {
         s.next = State::kReach;
     }
     auto* const newest = s.history + size_t{s.next} * kInterleaved;
-    Convert(samples, newest, size_t{frames} * kInterleaved);
+    ConvertSamples(samples, newest, size_t{frames} * kInterleaved);
     s.next += frames;
     return newest - size_t{State::kDelay} * kInterleaved;
 }
@@ -95,18 +87,6 @@ void ProcessChunk(State& s, float* samples, uint32_t frames) {
         run.Keep(s.runningSums, c);
     }
     AddAllBands<kRow>(s, centre, rows, size_t{frames} * kInterleaved, samples);
-}
-
-// Copies history and sums from the core, as if it had never been in use.
-template <typename State>
-void LeaveCore(State& s, size_t channels) {
-    for (size_t c = 0; c < channels; ++c) {
-        for (size_t i = 0; i < State::kReach; ++i)
-            s.history[i * channels + c] = s.core.Past(c, State::kReach - i);
-        for (size_t k = 0; k < kSums; ++k) s.runningSums[k][c] = s.core.Sum(c, k);
-    }
-    s.next = State::kReach;
-    s.core.Leave();
 }
 
 // The differences between the variants.
@@ -204,9 +184,9 @@ void FIREqualizer<Sample, Real>::Process(float* samples, unsigned int frames) {
 template <typename Sample, typename Real>
 size_t FIREqualizer<Sample, Real>::ProcessUnpacked(const int16_t* in, float* samples,
                                                    size_t frames) {
-    if (!state->core.InUse()) return 0;
     const size_t done = state->core.Process(in, samples, frames, channels, state->bandGains);
-    if (done < frames) LeaveCore(*state, channels);
+    if (done < frames && state->core.HandOver(state->history, state->runningSums, channels))
+        state->next = State::kReach;
     return done;
 }
 

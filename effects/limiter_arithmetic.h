@@ -8,7 +8,6 @@
 // The first two weights add up to 0.9998, so a steady target of 1 becomes 0.0999 / 0.1001 = 0.998.
 // V is the type of a sample or, for floats, a vector of samples.
 #pragma once
-#include <bit>
 #include <cstdint>
 #include <type_traits>
 
@@ -16,25 +15,12 @@
 #include "dsp/lanes.h"
 #include "dsp/samples.h"
 #include "dsp/softfloat/limiter.h"
-
-// The law's two recurrences for as many channels as V has lanes.
-template <typename Arithmetic, typename V>
-struct GainRecurrence {
-    // Moves on by one frame with the given target and returns the gain.
-    [[gnu::always_inline]] V Step(V target) {
-        smoothed = Arithmetic::Smooth(smoothed, target);
-        const V recovered = Arithmetic::Recover(gain);
-        gain = smoothed < recovered ? smoothed : recovered;
-        return gain;
-    }
-    V Smoothed() const { return smoothed; }
-    V Gain() const { return gain; }
-
-    V smoothed, gain;
-};
+#include "dsp/softfloat/samples.h"
+#include "effects/limiter_runs.h"
+#include "effects/steady_gains.h"
 
 // Floats on processors with a floating-point unit.
-struct PlainLimiting {
+struct PlainLimiting : LimiterLoops<PlainLimiting, float> {
     using Sample = float;
     static constexpr float kUnity = 1.0F;
     static constexpr float kInitialGate = 0.9999F;
@@ -89,35 +75,34 @@ struct PlainLimiting {
     };
 };
 
-// Unpacked floats: the same law with other runs (limiter_runs.h).
-struct UnpackedLimiting : PlainLimiting {};
+// Unpacked floats: the same law with other loops.
+struct UnpackedLimiting : PlainLimiting {
+    // Takes one channel after the other, and within it peak by peak.
+    template <bool kLimiting, uint32_t kChannels, typename Runner>
+    static void RunGains(const GainFrames<float>& frames, LimiterState<float, kChannels>& state,
+                         uint32_t count, Runner runner) {
+        for (uint32_t c = 0; c < kChannels; ++c) {
+            SteadyGains run = {.in = frames.in + c,
+                               .tails = frames.tails + c,
+                               .gains = frames.gains + c,
+                               .stride = kChannels,
+                               .gate = frames.gate,
+                               .running = state.running[c],
+                               .smoothed = state.smoothed[c],
+                               .gain = state.gain[c],
+                               .age = state.age[c]};
+            kLimiting ? run.Limit(count) : run.Rest(count);
+        }
+        runner();
+    }
+    static bool MakeShorts(const float* x, float* gains, float gate, int16_t* out, size_t count) {
+        return ShortProducts(gate).MakeRun(x, gains, out, count) == count;
+    }
+};
 using FloatLimiting = std::conditional_t<kSoftFloat, UnpackedLimiting, PlainLimiting>;
 
-// Returns gate * 2^24 / peak, truncated, where 0 <= gate < peak, for processors without a 64-bit
-// division. It multiplies by the reciprocal of d = peak * 2^zeros, which is from 1/2 to 1. The
-// Newton-Raphson iteration begins with 48/17 - 32/17 d, which is off by at most 1/17; each step
-// squares the error. The reciprocal is then made slightly too small, so that at most 1 must be
-// added to the quotient.
-ORVANE_ARM_STATE inline int32_t ShortQuotient(int32_t gate, int32_t peak) {
-    constexpr uint32_t kOnce = 3031741620, kTimes = 2021161080;  // 48/17 and 32/17, times 2^30
-    constexpr uint32_t kTwo = 1U << 31U, kMargin = 4;
-    const auto upper = [](uint32_t a, uint32_t b) {
-        return static_cast<uint32_t>(uint64_t{a} * b >> 32U);
-    };
-    const auto divisor = static_cast<uint32_t>(peak), dividend = static_cast<uint32_t>(gate);
-    const int zeros = std::countl_zero(divisor);
-    const uint32_t d = divisor << zeros;
-    uint32_t reciprocal = kOnce - upper(kTimes, d);  // times 2^30
-    for (int step = 0; step < 3; ++step)
-        reciprocal = upper(reciprocal, kTwo - upper(reciprocal, d)) << 2U;
-    uint32_t quotient = upper(dividend << zeros, reciprocal - kMargin) >> 6U;
-    const uint32_t rest = (dividend << static_cast<uint32_t>(kQ24Bits)) - quotient * divisor;
-    quotient += static_cast<uint32_t>(rest >= divisor);
-    return static_cast<int32_t>(quotient);
-}
-
 // Q24 integers. Every product is rounded toward minus infinity by itself.
-struct Q24Limiting {
+struct Q24Limiting : LimiterLoops<Q24Limiting, int32_t> {
     using Sample = int32_t;
     static constexpr int32_t kUnity = kQ24One;
     static constexpr int32_t kInitialGate = kQ24One - 1;
@@ -145,6 +130,10 @@ struct Q24Limiting {
                         Load<IntLanes>(from + i + kLanes) >> kSampleShift);
         for (; i < count; ++i) to[i] = static_cast<int16_t>(from[i] >> kSampleShift);
     }
+    // Those of LimiterLoops, or loops over single samples where there are no vectors.
+    static bool AnyAbove(const int32_t* samples, size_t count, int32_t gate);
+    static bool MakeShorts(const int32_t* x, int32_t* gains, int32_t gate, int16_t* out,
+                           size_t count);
     static int32_t Smooth(int32_t smoothed, int32_t target) {
         constexpr int32_t kKeep = ToQ24(0.8999), kTake = ToQ24(0.0999);
         return WrapAdd(MulQ24(kKeep, smoothed), MulQ24(kTake, target));
@@ -160,9 +149,7 @@ struct Q24Limiting {
         int32_t operator()(int32_t gate, int32_t peak) {
             if (peak != lastPeak) {
                 lastPeak = peak;
-                last = kWideProducts
-                           ? static_cast<int32_t>((static_cast<int64_t>(gate) << kQ24Bits) / peak)
-                           : ShortQuotient(gate, peak);
+                last = QuotientQ24(gate, peak);
             }
             return last;
         }

@@ -3,14 +3,11 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <type_traits>
-
-#include "dsp/softfloat/samples.h"
 
 namespace {
 
 // Finds out whether any sample exceeds a gate that isn't negative, in the sense of
-// Q24Limiting::Above.
+// Q24Limiting::Above, one sample at a time.
 class Exceeding {
 public:
     explicit Exceeding(int32_t gate) : offset(static_cast<uint32_t>(gate)) {}
@@ -24,41 +21,9 @@ private:
     uint32_t offset, largest = 0;
 };
 
-// Returns true if any sample's magnitude exceeds the gate. A lane is a sample.
-template <typename Arithmetic, typename Sample>
-ORVANE_ARM_STATE bool AnySampleAbove(const Sample* samples, size_t count, Sample gate) {
-    if constexpr (kLanes == 1 && std::is_same_v<Sample, int32_t>) {
-        Exceeding exceeding(gate);
-        for (size_t i = 0; i < count; ++i) exceeding.Take(samples[i]);
-        return exceeding.Any();
-    }
-    using V = typename VectorOf<Sample, kLanes>::Type;
-    const V gates = Broadcast<V>(gate);
-    auto above = Arithmetic::Above(V{}, gates);
-    size_t i = 0;
-    for (; count - i >= kLanes; i += kLanes)
-        above = above | Arithmetic::Above(Load<V>(samples + i), gates);
-    bool any = AnyLane(above);
-    for (; i < count; ++i) any = any | Arithmetic::Above(samples[i], gate);
-    return any;
-}
-
-// Writes samples times gains as 16 bits; overwrites the gains. Returns false if a product exceeds
-// the gate.
-template <typename Arithmetic, typename Sample>
-bool ShortsOf(Arithmetic, const Sample* x, Sample* gains, Sample gate, int16_t* out, size_t count) {
-    Arithmetic::ApplyRun(x, gains, count);
-    if (AnySampleAbove<Arithmetic>(gains, count, gate)) return false;
-    Arithmetic::Shorten(gains, out, count);
-    return true;
-}
-[[maybe_unused]] bool ShortsOf(UnpackedLimiting, const float* x, float* gains, float gate,
-                               int16_t* out, size_t count) {
-    return ShortProducts(gate).MakeRun(x, gains, out, count) == count;
-}
-// The same in one pass, for processors without vectors.
-[[maybe_unused]] ORVANE_ARM_STATE bool ShortsInOnePass(const int32_t* x, const int32_t* gains,
-                                                       int32_t gate, int16_t* out, size_t count) {
+// Q24Limiting::MakeShorts in one pass, for processors without vectors.
+ORVANE_ARM_STATE bool ShortsInOnePass(const int32_t* x, const int32_t* gains, int32_t gate,
+                                      int16_t* out, size_t count) {
     Exceeding exceeding(gate);
     for (size_t i = 0; i < count; ++i) {
         const int32_t output = MulQ24(x[i], gains[i]);
@@ -67,15 +32,21 @@ bool ShortsOf(Arithmetic, const Sample* x, Sample* gains, Sample gate, int16_t* 
     }
     return !exceeding.Any();
 }
-bool ShortsOf(Q24Limiting, const int32_t* x, int32_t* gains, int32_t gate, int16_t* out,
-              size_t count) {
-    if constexpr (kLanes == 1)
-        return ShortsInOnePass(x, gains, gate, out, count);
-    else
-        return ShortsOf<Q24Limiting>(Q24Limiting(), x, gains, gate, out, count);
-}
 
 }  // namespace
+
+ORVANE_ARM_STATE bool Q24Limiting::AnyAbove(const int32_t* samples, size_t count, int32_t gate) {
+    if constexpr (kLanes > 1) return LimiterLoops::AnyAbove(samples, count, gate);
+    Exceeding exceeding(gate);
+    for (size_t i = 0; i < count; ++i) exceeding.Take(samples[i]);
+    return exceeding.Any();
+}
+
+bool Q24Limiting::MakeShorts(const int32_t* x, int32_t* gains, int32_t gate, int16_t* out,
+                             size_t count) {
+    if constexpr (kLanes > 1) return LimiterLoops::MakeShorts(x, gains, gate, out, count);
+    return ShortsInOnePass(x, gains, gate, out, count);
+}
 
 template <typename Arithmetic, uint32_t kChannels>
 LimiterCore<Arithmetic, kChannels>::LimiterCore() {
@@ -99,7 +70,7 @@ void LimiterCore<Arithmetic, kChannels>::Reset() {
 
 template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::AnyAbove(const Sample* samples, size_t count) const {
-    return AnySampleAbove<Arithmetic>(samples, count, gate);
+    return Arithmetic::AnyAbove(samples, count, gate);
 }
 
 template <typename Arithmetic, uint32_t kChannels>
@@ -263,7 +234,7 @@ auto LimiterCore<Arithmetic, kChannels>::Delayed() -> const Sample* {
 // Applies the gains and writes 16 bits. Returns false if an output exceeds the gate.
 template <typename Arithmetic, uint32_t kChannels>
 bool LimiterCore<Arithmetic, kChannels>::MakeShorts(Sample* gains, uint32_t count, int16_t* out) {
-    return ShortsOf(Arithmetic(), Delayed(), gains, gate, out, size_t{count} * kChannels);
+    return Arithmetic::MakeShorts(Delayed(), gains, gate, out, size_t{count} * kChannels);
 }
 
 // Stores the samples in the ring.
@@ -280,7 +251,5 @@ template class LimiterCore<FloatLimiting, 1>;
 template class LimiterCore<FloatLimiting, 2>;
 template class LimiterCore<Q24Limiting, 1>;
 template class LimiterCore<Q24Limiting, 2>;
-template void LimiterCore<FloatLimiting, 1>::ProcessChunkToShort(float*, uint32_t, int16_t*, Alone);
-template void LimiterCore<FloatLimiting, 2>::ProcessChunkToShort(float*, uint32_t, int16_t*, Alone);
 template void LimiterCore<Q24Limiting, 1>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*, Alone);
 template void LimiterCore<Q24Limiting, 2>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*, Alone);

@@ -20,7 +20,7 @@
 
 #include "dsp/code_generation.h"
 #include "dsp/samples.h"
-#include "effects/limiter_runs.h"
+#include "effects/limiter_arithmetic.h"
 
 template <typename Arithmetic, uint32_t kChannels>
 class LimiterCore {
@@ -106,26 +106,17 @@ void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32
             ForgetWindow();
         else if (InLap() == 0)
             framesSinceGate < kWindow ? MakeWindow() : OpenLap();
-        RunGains<true>(Arithmetic(), frames, state, count, runner);
+        Arithmetic::template RunGains<true>(frames, state, count, runner);
     } else if (AtRest()) {
         for (uint32_t i = 0; i < count; ++i)
             std::memcpy(gains + i * kChannels, state.gain, sizeof state.gain);
         runner();
     } else {
-        RunGains<false>(Arithmetic(), frames, state, count, runner);
+        Arithmetic::template RunGains<false>(frames, state, count, runner);
     }
 }
 
-extern template class LimiterCore<FloatLimiting, 1>;
-extern template class LimiterCore<FloatLimiting, 2>;
-extern template class LimiterCore<Q24Limiting, 1>;
-extern template class LimiterCore<Q24Limiting, 2>;
-
 // The version with the runner Alone is compiled once.
-extern template void LimiterCore<FloatLimiting, 1>::ProcessChunkToShort(float*, uint32_t, int16_t*,
-                                                                        Alone);
-extern template void LimiterCore<FloatLimiting, 2>::ProcessChunkToShort(float*, uint32_t, int16_t*,
-                                                                        Alone);
 extern template void LimiterCore<Q24Limiting, 1>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*,
                                                                       Alone);
 extern template void LimiterCore<Q24Limiting, 2>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*,

@@ -1,13 +1,14 @@
-// The limiters' recurrences over many frames: the window's peak, the target, the gain. They run
-// alone or interleaved with another recurrence (dsp/runs.h).
+// The limiters' loops over many frames. The recurrences (the window's peak, the target, the gain)
+// run alone or interleaved with another recurrence (dsp/runs.h). `Arithmetic` is one of
+// limiter_arithmetic.h.
 #pragma once
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
+#include "dsp/code_generation.h"
+#include "dsp/lanes.h"
 #include "dsp/runs.h"
-#include "effects/limiter_arithmetic.h"
-#include "effects/steady_gains.h"
 
 // The state of a limiter between frames, for each channel.
 template <typename Sample, uint32_t kChannels>
@@ -42,7 +43,8 @@ struct GainRun {
           gains(frames.gains + first),
           gate(Broadcast<V>(frames.gate)),
           running(Load<V>(state.running + first)),
-          recurrence{Load<V>(state.smoothed + first), Load<V>(state.gain + first)},
+          smoothed(Load<V>(state.smoothed + first)),
+          gain(Load<V>(state.gain + first)),
           age(Load<Ages>(state.age + first)) {}
 
     [[gnu::always_inline]] void Step(size_t i) {
@@ -58,21 +60,24 @@ struct GainRun {
         else
             Follow(i, limiting ? quotient(gate, peak) : unity);
     }
+    // Moves the law's two recurrences on by one frame.
     [[gnu::always_inline]] void Follow(size_t i, V target) {
-        Store(gains + i * kChannels, recurrence.Step(target));
+        smoothed = Arithmetic::Smooth(smoothed, target);
+        const V recovered = Arithmetic::Recover(gain);
+        gain = smoothed < recovered ? smoothed : recovered;
+        Store(gains + i * kChannels, gain);
     }
     void Keep(State& kept, size_t first) const {
         Store(kept.running + first, running);
-        Store(kept.smoothed + first, recurrence.Smoothed());
-        Store(kept.gain + first, recurrence.Gain());
+        Store(kept.smoothed + first, smoothed);
+        Store(kept.gain + first, gain);
         Store(kept.age + first, age);
     }
 
     const Sample* in;
     const Sample* tails;
     Sample* gains;
-    V gate, running;
-    GainRecurrence<Arithmetic, V> recurrence;
+    V gate, running, smoothed, gain;
     Ages age;
     typename Arithmetic::template Quotient<V> quotient;
 };
@@ -86,42 +91,48 @@ struct RestRun : GainRun<Arithmetic, V, kChannels> {
     }
 };
 
-// Computes the gains of `count` frames and moves the state on. kLimiting is true if the window may
-// exceed the gate. Two channels share a vector, or are interleaved.
-template <bool kLimiting, typename Arithmetic, uint32_t kChannels, typename Runner>
-void RunGains(Arithmetic, const GainFrames<typename Arithmetic::Sample>& frames,
-              LimiterState<typename Arithmetic::Sample, kChannels>& state, uint32_t count,
-              Runner runner) {
-    constexpr bool kTogether = kChannels == 1 || Arithmetic::kTakesVectors;
-    using V = typename VectorOf<typename Arithmetic::Sample, kTogether ? kChannels : 1>::Type;
-    using Run = std::conditional_t<kLimiting, GainRun<Arithmetic, V, kChannels>,
-                                   RestRun<Arithmetic, V, kChannels>>;
-    if constexpr (kTogether) {
-        Run all(frames, state, 0);
-        runner(all, count);
-        all.Keep(state, 0);
-    } else {
-        BothRuns<Run> both = {{frames, state, 0}, {frames, state, 1}};
-        runner(both, count);
-        both.first.Keep(state, 0);
-        both.second.Keep(state, 1);
+// The loops of a limiter. An arithmetic inherits them, and replaces those that it does otherwise.
+template <typename Arithmetic, typename Sample>
+struct LimiterLoops {
+    // Computes the gains of `count` frames and moves the state on. kLimiting is true if the window
+    // may exceed the gate. Two channels share a vector, or are interleaved.
+    template <bool kLimiting, uint32_t kChannels, typename Runner>
+    static void RunGains(const GainFrames<Sample>& frames, LimiterState<Sample, kChannels>& state,
+                         uint32_t count, Runner runner) {
+        constexpr bool kTogether = kChannels == 1 || Arithmetic::kTakesVectors;
+        using V = typename VectorOf<Sample, kTogether ? kChannels : 1>::Type;
+        using Run = std::conditional_t<kLimiting, GainRun<Arithmetic, V, kChannels>,
+                                       RestRun<Arithmetic, V, kChannels>>;
+        if constexpr (kTogether) {
+            Run all(frames, state, 0);
+            runner(all, count);
+            all.Keep(state, 0);
+        } else {
+            BothRuns<Run> both = {{frames, state, 0}, {frames, state, 1}};
+            runner(both, count);
+            both.first.Keep(state, 0);
+            both.second.Keep(state, 1);
+        }
     }
-}
-// The same for unpacked floats: one channel after the other, and within it peak by peak.
-template <bool kLimiting, uint32_t kChannels, typename Runner>
-void RunGains(UnpackedLimiting, const GainFrames<float>& frames,
-              LimiterState<float, kChannels>& state, uint32_t count, Runner runner) {
-    for (uint32_t c = 0; c < kChannels; ++c) {
-        SteadyGains run = {.in = frames.in + c,
-                           .tails = frames.tails + c,
-                           .gains = frames.gains + c,
-                           .stride = kChannels,
-                           .gate = frames.gate,
-                           .running = state.running[c],
-                           .smoothed = state.smoothed[c],
-                           .gain = state.gain[c],
-                           .age = state.age[c]};
-        kLimiting ? run.Limit(count) : run.Rest(count);
+    // Returns true if any sample's magnitude exceeds the gate. A lane is a sample.
+    ORVANE_ARM_STATE static bool AnyAbove(const Sample* samples, size_t count, Sample gate) {
+        using V = typename VectorOf<Sample, kLanes>::Type;
+        const V gates = Broadcast<V>(gate);
+        auto above = Arithmetic::Above(V{}, gates);
+        size_t i = 0;
+        for (; count - i >= kLanes; i += kLanes)
+            above = above | Arithmetic::Above(Load<V>(samples + i), gates);
+        bool any = AnyLane(above);
+        for (; i < count; ++i) any = any | Arithmetic::Above(samples[i], gate);
+        return any;
     }
-    runner();
-}
+    // Writes samples times gains as 16 bits; overwrites the gains. Returns false if a product
+    // exceeds the gate.
+    static bool MakeShorts(const Sample* x, Sample* gains, Sample gate, int16_t* out,
+                           size_t count) {
+        Arithmetic::ApplyRun(x, gains, count);
+        if (Arithmetic::AnyAbove(gains, count, gate)) return false;
+        Arithmetic::Shorten(gains, out, count);
+        return true;
+    }
+};

@@ -46,34 +46,27 @@ void AddInputs(const BiquadCoefficients<int32_t>& c, const int16_t* __restrict s
     }
 }
 
-// The run that adds the part of earlier outputs to one channel's outputs and sums the squares. With
-// 64-bit registers the factors are 64 bits wide and shifted up, so that one shift extracts the 32
-// bits of a sum with their sign. With 32-bit registers the factors have 32 bits, because one
-// instruction multiplies these to 64 bits.
+// A run that adds the part of earlier outputs to one channel's outputs and sums the squares. Factor
+// is the type of the registers. The sums are shifted left by kShift.
+template <typename Factor, int kShift>
 struct OutputRun {
-    using Factor = std::conditional_t<kWideProducts, int64_t, int32_t>;
-    static constexpr int kShift = kWideProducts ? 32 : kQ24Bits;
-    static constexpr int kUp = kShift - kQ24Bits;
-
     OutputRun(const int32_t* shares, const BiquadCoefficients<int32_t>& c,
               const BiquadHistory<int32_t>& history, uint64_t sofar)
         : inputs(shares),
-          fb1(static_cast<Factor>(c.fb1) * (Factor{1} << kUp)),
-          fb2(static_cast<Factor>(c.fb2) * (Factor{1} << kUp)),
+          fb1(static_cast<Factor>(c.fb1) * (Factor{1} << (kShift - kQ24Bits))),
+          fb2(static_cast<Factor>(c.fb2) * (Factor{1} << (kShift - kQ24Bits))),
           y1(history.y1),
           y2(history.y2),
           energy(sofar) {}
-    [[gnu::always_inline]] void Step(size_t i) {
-        const uint32_t older = static_cast<uint32_t>(inputs[2 * i]) +
-                               static_cast<uint32_t>(Product(fb2, y2) >> kShift);
+    // Returns the sum of output i without the part of y1.
+    [[gnu::always_inline]] uint32_t WithoutNewest(size_t i) const {
+        return static_cast<uint32_t>(inputs[2 * i]) +
+               static_cast<uint32_t>(Product(fb2, y2) >> kShift);
+    }
+    [[gnu::always_inline]] void Push(int32_t y) {
         y2 = y1;
-        if constexpr (kUp == 0) {
-            y1 = static_cast<int32_t>(older + static_cast<uint32_t>(Product(fb1, y1) >> kShift));
-        } else {
-            const uint64_t sum = (static_cast<uint64_t>(older) << kShift) + Product(fb1, y1);
-            y1 = static_cast<int32_t>(static_cast<int64_t>(sum) >> kShift);
-        }
-        energy += Product(y1, y1);
+        y1 = y;
+        energy += Product(y, y);
     }
     [[gnu::always_inline]] static uint64_t Product(int64_t fb, int64_t y) {
         return static_cast<uint64_t>(fb) * static_cast<uint64_t>(y);
@@ -82,16 +75,32 @@ struct OutputRun {
     Factor fb1, fb2, y1, y2;
     uint64_t energy;
 };
-
-// Runs both channels, interleaved if there are enough registers, otherwise one after the other.
-void RunBoth(OutputRun& left, OutputRun& right, size_t count) {
-    if constexpr (kWideProducts) {
-        RunTogether(left, count, right, count);
-    } else {
+// For 32-bit registers. One instruction multiplies two of them to 64 bits. There are too few to
+// interleave both channels.
+struct NarrowRun : OutputRun<int32_t, kQ24Bits> {
+    using OutputRun::OutputRun;
+    [[gnu::always_inline]] void Step(size_t i) {
+        const uint32_t older = WithoutNewest(i);
+        Push(static_cast<int32_t>(older + static_cast<uint32_t>(Product(fb1, y1) >> kQ24Bits)));
+    }
+    static void RunBoth(NarrowRun& left, NarrowRun& right, size_t count) {
         RunAlone(left, count);
         RunAlone(right, count);
     }
-}
+};
+// For 64-bit registers. The factors are shifted up, so that one shift extracts the 32 bits of a sum
+// with their sign.
+struct WideRun : OutputRun<int64_t, 32> {
+    using OutputRun::OutputRun;
+    [[gnu::always_inline]] void Step(size_t i) {
+        const uint64_t sum = (uint64_t{WithoutNewest(i)} << 32U) + Product(fb1, y1);
+        Push(static_cast<int32_t>(static_cast<int64_t>(sum) >> 32));
+    }
+    static void RunBoth(WideRun& left, WideRun& right, size_t count) {
+        RunTogether(left, count, right, count);
+    }
+};
+using ChannelRun = std::conditional_t<kWideRegisters, WideRun, NarrowRun>;
 
 }  // namespace
 
@@ -118,11 +127,11 @@ uint64_t LargerEnergy(const int16_t* frames, size_t count, Biquad_FP* filters) {
     if (first < count) {
         BiquadHistory<int32_t>&left = filters[0].History(), &right = filters[1].History();
         int32_t inputs[kChunk];
-        OutputRun l(inputs, c, left, energies[0]), r(inputs + 1, c, right, energies[1]);
+        ChannelRun l(inputs, c, left, energies[0]), r(inputs + 1, c, right, energies[1]);
         for (size_t at = 2 * first; at < 2 * count;) {
             const size_t size = std::min(2 * count - at, kChunk);
             (c.b1 == 0 ? AddInputs<false> : AddInputs<true>)(c, frames + at, size, inputs);
-            RunBoth(l, r, size / 2);
+            ChannelRun::RunBoth(l, r, size / 2);
             at += size;
         }
         const int16_t* const last = frames + 2 * (count - 1);

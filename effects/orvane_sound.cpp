@@ -227,29 +227,25 @@ void OrvaneSound<Sample, Real>::RunBlock() {
     }
 }
 
-// Appends a block to the output buffer, which has room for it, and returns where it begins.
-template <typename Sample, typename Real>
-float* OrvaneSound<Sample, Real>::AppendBlock() {
-    const uint32_t held = outputBuffer->GetBufferOffset();
-    outputBuffer->SetBufferOffset(held + kBlock);
-    return outputBuffer->GetCurrentBufferR32Ptr() + size_t{held} * channels;
-}
-
-// Writes the weighted sums of a block's bands to the output. With unpacked floats, adds the contour
-// at once.
+// Appends the weighted sums of a block's bands to the output buffer, which has room for them. With
+// unpacked floats, adds the contour at once.
 template <typename Sample, typename Real>
 void OrvaneSound<Sample, Real>::PushBands() {
     if constexpr (kContourLast) {
         const std::array bands = {BandsOf(state[0], 0, weights),
                                   BandsOf(state[channels - 1], 0, weights)};
-        if constexpr (kSoftFloat) AddContourToWaiting();
-        float* const frames = AppendBlock();
-        if constexpr (kSoftFloat)
-            if (MixUnpacked(bands, &loContourFilter, kPairs, channels, frames)) {
-                contoured += kBlock;
-                return;
-            }
-        WeaveChannels(bands, channels, kPairs, frames);
+        const uint32_t held = outputBuffer->GetBufferOffset();
+        float* const frames = outputBuffer->GetCurrentBufferR32Ptr() + size_t{held} * channels;
+        bool mixed = false;
+        if constexpr (kSoftFloat) {
+            AddContourToWaiting();
+            const BandSamples samples[] = {{bands[0].high, bands[0].band, bands[0].low},
+                                           {bands[1].high, bands[1].band, bands[1].low}};
+            mixed = MixWithContour(samples, weights, &loContourFilter, frames, kBlock, channels);
+            if (mixed) contoured += kBlock;
+        }
+        if (!mixed) WeaveChannels(bands, channels, kPairs, frames);
+        outputBuffer->SetBufferOffset(held + kBlock);
     } else {
         PushBandsAndContour();
     }

@@ -132,7 +132,6 @@ private:
     ORVANE_LOCAL void DesignFilters();
     ORVANE_LOCAL void DesignContour();
     ORVANE_LOCAL void RunBlock();
-    ORVANE_LOCAL float* AppendBlock();
     ORVANE_LOCAL void PushBands();
     ORVANE_LOCAL void PushBandsAndContour();
     ORVANE_LOCAL void AddContour(uint32_t n);

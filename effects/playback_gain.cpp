@@ -73,22 +73,10 @@ void PlaybackGain::SetMaxGainFactor(float factor) {
 }
 
 void PlaybackGain::Set(ParameterId id, float value, int /*band*/) {
-    switch (id) {
-        case PARAM_PLAYBACKGAIN_ENABLE:
-            SetEnable(value != 0);
-            break;
-        case PARAM_PLAYBACKGAIN_RATIO:
-            SetRatio(value);
-            break;
-        case PARAM_PLAYBACKGAIN_VOLUME:
-            SetVolume(value);
-            break;
-        case PARAM_PLAYBACKGAIN_MAXGAIN:
-            SetMaxGainFactor(value);
-            break;
-        default:
-            break;
-    }
+    if (id == PARAM_PLAYBACKGAIN_ENABLE) SetEnable(value != 0);
+    if (id == PARAM_PLAYBACKGAIN_RATIO) SetRatio(value);
+    if (id == PARAM_PLAYBACKGAIN_VOLUME) SetVolume(value);
+    if (id == PARAM_PLAYBACKGAIN_MAXGAIN) SetMaxGainFactor(value);
 }
 
 int PlaybackGain::SetEnable(bool enable) {

@@ -62,20 +62,19 @@ int32_t Effect::configure(const void* pConfig, DeferredLog* log) {
         }
         channels = ins;
     }
-    if (Names(in, EFFECT_CONFIG_FORMAT)) {
-        log->LogInfo("Configuring input sample format, in = %d", in.format);
-        if (in.format != AUDIO_FORMAT_PCM_16_BIT) {
-            log->LogInfo("Quenthra disabled, reason [in.format = %d]", in.format);
-            return kStatusInvalid;
-        }
-    }
-    if (Names(out, EFFECT_CONFIG_FORMAT)) {
-        log->LogInfo("Configuring output sample format, out = %d", out.format);
-        if (out.format != AUDIO_FORMAT_PCM_16_BIT) {
-            log->LogInfo("Quenthra disabled, reason [out.format = %d]", out.format);
-            return kStatusInvalid;
-        }
-    }
+    const auto refuses = [log](const buffer_config_t& side, const char* configuring,
+                               const char* reason) {
+        if (!Names(side, EFFECT_CONFIG_FORMAT)) return false;
+        log->LogInfo(configuring, side.format);
+        if (side.format == AUDIO_FORMAT_PCM_16_BIT) return false;
+        log->LogInfo(reason, side.format);
+        return true;
+    };
+    if (refuses(in, "Configuring input sample format, in = %d",
+                "Quenthra disabled, reason [in.format = %d]") ||
+        refuses(out, "Configuring output sample format, out = %d",
+                "Quenthra disabled, reason [out.format = %d]"))
+        return kStatusInvalid;
     if (Names(in, EFFECT_CONFIG_ACC_MODE))
         log->LogInfo("Configuring input buffer access mode, in = %d", in.accessMode);
     if (Names(out, EFFECT_CONFIG_ACC_MODE))

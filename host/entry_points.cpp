@@ -49,12 +49,14 @@ EffectInstance* InstanceOf(effect_handle_t handle) {
     return reinterpret_cast<EffectInstance*>(handle);
 }
 
-bool SafeMode() {
-    return checkSignal(kSafeModeMarker) == 1;
+const effect_descriptor_t& ChosenDescriptor() {
+    return checkSignal(kSafeModeMarker) == 1 ? gDescriptorSafeMode : gDescriptorNormal;
 }
 
-const effect_descriptor_t& ChosenDescriptor(bool safeMode) {
-    return safeMode ? gDescriptorSafeMode : gDescriptorNormal;
+// Logs why a call fails. Returns its status.
+int32_t Refused(const char* reason, int32_t status = kStatusInvalid) {
+    LogInfo("%s", reason);
+    return status;
 }
 
 bool SameUuid(const effect_uuid_s& a, const effect_uuid_s& b) {
@@ -67,6 +69,11 @@ effect_uuid_s ReadUuid(const effect_uuid_s* uuid) {
     effect_uuid_s copy;
     std::memcpy(&copy, reinterpret_cast<const char*>(uuid), sizeof copy);
     return copy;
+}
+void LogUuid(const char* function, const effect_uuid_s& uuid) {
+    char text[kUuidTextSize];
+    uuidToString(&uuid, text);
+    LogInfo("%s(), uuid = %s", function, text);
 }
 void WriteDescriptor(const effect_descriptor_t& descriptor, effect_descriptor_t* destination) {
     std::memcpy(reinterpret_cast<char*>(destination), &descriptor, sizeof descriptor);
@@ -117,38 +124,23 @@ int32_t EffectQueryNumberEffects(uint32_t* pNumEffects) {
 
 int32_t EffectQueryEffect(uint32_t index, effect_descriptor_t* pDescriptor) {
     LogInfo("Enter EffectQueryEffect(), index = %d", static_cast<int>(index));
-    if (pDescriptor == nullptr) {
-        LogInfo("EffectQueryEffect(), Error [pDescriptor = NULL]");
-        return kStatusInvalid;
-    }
-    if (index != 0) {
-        LogInfo("EffectQueryEffect(), Error [index out of range]");
-        return kStatusNotFound;
-    }
-    WriteDescriptor(ChosenDescriptor(SafeMode()), pDescriptor);
+    if (pDescriptor == nullptr) return Refused("EffectQueryEffect(), Error [pDescriptor = NULL]");
+    if (index != 0)
+        return Refused("EffectQueryEffect(), Error [index out of range]", kStatusNotFound);
+    WriteDescriptor(ChosenDescriptor(), pDescriptor);
     LogInfo("Exit EffectQueryEffect()");
     return kStatusOk;
 }
 
 int32_t EffectGetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDescriptor) {
     LogInfo("Enter EffectGetDescriptor()");
-    if (uuid == nullptr) {
-        LogInfo("EffectGetDescriptor(), uuid = NULL");
-        return kStatusInvalid;
-    }
-    if (pDescriptor == nullptr) {
-        LogInfo("EffectGetDescriptor(), pDescriptor = NULL");
-        return kStatusInvalid;
-    }
+    if (uuid == nullptr) return Refused("EffectGetDescriptor(), uuid = NULL");
+    if (pDescriptor == nullptr) return Refused("EffectGetDescriptor(), pDescriptor = NULL");
     const effect_uuid_s wanted = ReadUuid(uuid);
-    char text[kUuidTextSize];
-    uuidToString(&wanted, text);
-    LogInfo("EffectGetDescriptor(), uuid = %s", text);
-    const effect_descriptor_t& descriptor = ChosenDescriptor(SafeMode());
-    if (!SameUuid(wanted, descriptor.uuid)) {
-        LogInfo("EffectGetDescriptor(), Error [effect not found]");
-        return kStatusNotFound;
-    }
+    LogUuid("EffectGetDescriptor", wanted);
+    const effect_descriptor_t& descriptor = ChosenDescriptor();
+    if (!SameUuid(wanted, descriptor.uuid))
+        return Refused("EffectGetDescriptor(), Error [effect not found]", kStatusNotFound);
     WriteDescriptor(descriptor, pDescriptor);
     return kStatusOk;
 }
@@ -156,31 +148,18 @@ int32_t EffectGetDescriptor(const effect_uuid_s* uuid, effect_descriptor_t* pDes
 int32_t EffectCreate(const effect_uuid_s* uuid, int32_t /*sessionId*/, int32_t /*ioId*/,
                      effect_handle_t* pHandle) {
     LogInfo("Enter EffectCreate()");
-    if (uuid == nullptr) {
-        LogInfo("EffectCreate(), Error [uuid = NULL]");
-        return kStatusInvalid;
-    }
-    if (pHandle == nullptr) {
-        LogInfo("EffectCreate(), Error [pEffect = NULL]");
-        return kStatusInvalid;
-    }
+    if (uuid == nullptr) return Refused("EffectCreate(), Error [uuid = NULL]");
+    if (pHandle == nullptr) return Refused("EffectCreate(), Error [pEffect = NULL]");
     const effect_uuid_s wanted = ReadUuid(uuid);
-    char text[kUuidTextSize];
-    uuidToString(&wanted, text);
-    LogInfo("EffectCreate(), uuid = %s", text);
-    const bool safeMode = SafeMode();
-    const effect_descriptor_t& descriptor = ChosenDescriptor(safeMode);
-    if (!SameUuid(wanted, descriptor.uuid)) {
-        LogInfo("EffectCreate(), Error [effect not found]");
-        return kStatusNotFound;
-    }
+    LogUuid("EffectCreate", wanted);
+    const effect_descriptor_t& descriptor = ChosenDescriptor();
+    if (!SameUuid(wanted, descriptor.uuid))
+        return Refused("EffectCreate(), Error [effect not found]", kStatusNotFound);
     auto* const instance = static_cast<EffectInstance*>(std::calloc(1, sizeof(EffectInstance)));
-    if (instance == nullptr) {
-        LogInfo("EffectCreate(), qth orvane effect, Error [calloc() return NULL]");
-        return kStatusInvalid;
-    }
+    if (instance == nullptr)
+        return Refused("EffectCreate(), qth orvane effect, Error [calloc() return NULL]");
     LogInfo("EffectCreate(), qth orvane effect (%s), Constructing ProcessUnit_Orvane",
-            safeMode ? "safemode" : "normal");
+            &descriptor == &gDescriptorSafeMode ? "safemode" : "normal");
     instance->interface = &gEffectInterface;
     instance->unit = MakeEffect();
     if (instance->unit == nullptr) {

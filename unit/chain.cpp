@@ -4,21 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
-namespace {
-
 constexpr uint32_t kWaveBufferFrames = 2048;
-
-// Calls `apply` with the default of every setting of the chain.
-template <typename Apply>
-void ForEachDefault(Apply apply) {
-    for (const ParameterRule& rule : kParameterRules) {
-        const bool perBand = rule.kind == ParameterKind::kBandValue;
-        const int bands = perBand ? kBandCount : 1;
-        for (int band = 0; band < bands; ++band) apply(rule.id, rule.defaultValue, band);
-    }
-}
-
-}  // namespace
 
 template <typename Visit>
 void Chain::ForEachStage(Visit visit) {
@@ -41,22 +27,19 @@ Chain::Chain(uint32_t rateHz, uint32_t channelCount)
     equalizer.Make();
     enhancer.Make(0U);
     limiters.Make();
-    HandOnSamplingRate();
-    HandOnChannels();
-    ForEachDefault([this](ParameterId id, float value, int band) { Set(id, value, band); });
+    HandOn();
+    for (const ParameterRule& rule : kParameterRules) {
+        const int bands = rule.kind == ParameterKind::kBandValue ? kBandCount : 1;
+        for (int band = 0; band < bands; ++band) Set(rule.id, rule.defaultValue, band);
+    }
     Reset();
     ready = Complete();
 }
 
-void Chain::HandOnSamplingRate() {
+void Chain::HandOn() {
     ForEach([this](auto& processor) {
         if constexpr (requires { processor.SetSamplingRate(samplingRate); })
             processor.SetSamplingRate(samplingRate);
-    });
-}
-
-void Chain::HandOnChannels() {
-    ForEach([this](auto& processor) {
         if constexpr (requires { processor.SetChannels(channels); })
             processor.SetChannels(channels);
     });
@@ -74,14 +57,14 @@ bool Chain::Complete() {
 
 void Chain::SetSamplingRate(uint32_t rateHz) {
     samplingRate = rateHz;
-    HandOnSamplingRate();
+    HandOn();
     ready = ready && Complete();
     Reset();
 }
 
 void Chain::SetChannels(uint32_t count) {
     channels = count;
-    HandOnChannels();
+    HandOn();
     waveBuffer.Make(channels, kWaveBufferFrames);
     ready = ready && Complete();
     Reset();

@@ -92,8 +92,9 @@ private:
     template <typename Action>
     void ForEach(Action act);
 
-    void HandOnSamplingRate();
-    void HandOnChannels();
+    // Gives every processor the rate and the channel count. One that has them already keeps its
+    // state.
+    void HandOn();
     bool Complete();
     void Begin(const int16_t* in, int16_t* out, float* samples, uint32_t frames);
     uint32_t Finish(float* samples, int16_t* out, uint32_t frames);

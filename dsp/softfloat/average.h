@@ -83,21 +83,16 @@ inline void RunAveragePortable(AverageRow* rows, const int32_t* entering, const 
     state->sum = SumOf(running, raised);
 }
 
+// RunAverage is the assembly version where there is one. frames >= 1. entering[frames] must be
+// readable; its value doesn't matter.
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
 extern "C" void SoftFirstAverage(AverageRow* rows, const int32_t* entering, const int32_t* leaving,
                                  RunningAverage* state, size_t frames);
 extern "C" void SoftAverage(AverageRow* rows, const int32_t* entering, const int32_t* leaving,
                             RunningAverage* state, size_t frames);
-#endif
-
-// Calls the assembly version where there is one. frames >= 1. entering[frames] must be readable;
-// its value doesn't matter.
 template <bool first>
-inline void RunAverage(AverageRow* rows, const int32_t* entering, const int32_t* leaving,
-                       RunningAverage* state, size_t frames) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    (first ? SoftFirstAverage : SoftAverage)(rows, entering, leaving, state, frames);
+inline constexpr auto& RunAverage = first ? SoftFirstAverage : SoftAverage;
 #else
-    RunAveragePortable<first>(rows, entering, leaving, state, frames);
+template <bool first>
+inline constexpr auto& RunAverage = RunAveragePortable<first>;
 #endif
-}

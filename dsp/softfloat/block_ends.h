@@ -1,8 +1,8 @@
 // The two ends of a block: its samples become unpacked floats, and the convolved samples become
 // floats again, with the previous block's overlap added.
 //
-// The functions named ...Portable are the definition. The others call the assembly version where
-// there is one.
+// The functions named ...Portable are the definition. The names without it mean the assembly
+// version where there is one.
 #pragma once
 #include <bit>
 #include <cstddef>
@@ -72,17 +72,10 @@ extern "C" void SoftLastInverseStage(const SoftFloat* a, size_t span, size_t cou
                                      float* high);
 extern "C" void SoftLastInverseOverlap(const SoftFloat* a, size_t span, size_t count, float* low,
                                        float* high, const float* tail);
-#endif
-
-// pairs >= 1.
-inline LoadedBlock LoadBlock(const float* re, const float* im, const TransformPlace* places,
-                             Complex<SoftFloat>* out, size_t pairs) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftLoadBlock(re, im, places, out, pairs);
+inline constexpr auto& LoadBlock = SoftLoadBlock;  // pairs >= 1
 #else
-    return LoadBlockPortable(re, im, places, out, pairs);
+inline constexpr auto& LoadBlock = LoadBlockPortable;
 #endif
-}
 
 // `tail` is null if nothing is to be added.
 inline void LastInverseStage(const SoftFloat* a, size_t span, size_t count, float* low, float* high,

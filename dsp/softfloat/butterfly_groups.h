@@ -2,8 +2,8 @@
 // butterflies whose four values are `span` apart. Exponents are raised by kAligned for each later
 // radix-2 stage in which a value is the first operand ("Exponents that carry the alignment").
 //
-// The functions named ...Portable are the definition. The others call the assembly version where
-// there is one.
+// The functions named ...Portable are the definition. The names without it mean the assembly
+// version where there is one.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -83,9 +83,8 @@ extern "C" bool SoftTwiddledButterflies(Complex<SoftFloat>* a, const SoftTwiddle
                                         size_t groups);
 extern "C" bool SoftTwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
                                    size_t groups);
-inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
-    SoftUntwiddledGroup(a, span);
-}
+inline constexpr auto& UntwiddledGroup = SoftUntwiddledGroup;
+inline constexpr auto& LastStage = SoftLastStage;
 inline bool EighthGroup(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
     return SoftEighthGroup(a, span, u.m, u.e);
 }
@@ -94,21 +93,9 @@ inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddle
     return span == 1 ? SoftTwiddledButterflies(a, w, groups)
                      : SoftTwiddledGroups(a, span, w, groups);
 }
-inline void LastStage(SoftFloat* a, size_t count) {
-    SoftLastStage(a, count);
-}
 #else
-inline void UntwiddledGroup(Complex<SoftFloat>* a, size_t span) {
-    UntwiddledGroupPortable(a, span);
-}
-inline bool EighthGroup(Complex<SoftFloat>* a, size_t span, SoftFactor u) {
-    return EighthGroupPortable(a, span, u);
-}
-inline bool TwiddledGroups(Complex<SoftFloat>* a, size_t span, const SoftTwiddles* w,
-                           size_t groups) {
-    return TwiddledGroupsPortable(a, span, w, groups);
-}
-inline void LastStage(SoftFloat* a, size_t count) {
-    LastStagePortable(a, count);
-}
+inline constexpr auto& UntwiddledGroup = UntwiddledGroupPortable;
+inline constexpr auto& LastStage = LastStagePortable;
+inline constexpr auto& EighthGroup = EighthGroupPortable;
+inline constexpr auto& TwiddledGroups = TwiddledGroupsPortable;
 #endif

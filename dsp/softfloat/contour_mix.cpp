@@ -48,11 +48,9 @@ bool MixWithContour(const BandSamples* bands, const BandWeights<float>& weights,
         return false;
     const float** from = mix.from;
     for (size_t odd = 0; odd < 2; ++odd)
-        for (size_t c = 0; c < channels; ++c) {
-            *from++ = bands[c].high[odd];
-            *from++ = bands[c].band[odd];
-            *from++ = bands[c].low[odd];
-        }
+        for (size_t c = 0; c < channels; ++c)
+            for (const Planar<const float>& band : {bands[c].high, bands[c].band, bands[c].low})
+                *from++ = odd == 0 ? band.re : band.im;
     Biquad<float, float> plain = *filter;
     size_t n = 0;
     if (mix.filter.Take(plain)) {

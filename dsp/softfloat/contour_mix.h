@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "dsp/biquad.h"
+#include "dsp/planar.h"
 #include "dsp/softfloat/number.h"
 #include "dsp/softfloat/offsets.h"
 
@@ -45,9 +46,9 @@ template <typename Real>
 struct BandWeights {
     Real high, band, low;
 };
-// The bands of one channel, planar: [0] has samples 2q, [1] has samples 2q + 1.
+// The bands of one channel, as planar pairs of samples.
 struct BandSamples {
-    const float *high[2], *band[2], *low[2];
+    Planar<const float> high, band, low;
 };
 
 // Writes interleaved frames: out[n * channels + c] is the weighted (high + band) + low of channel c
@@ -103,6 +104,7 @@ inline size_t RunContourMixPortable(ContourMix* mix, float* out, size_t frames, 
     return frames;
 }
 
+// RunContourMix is the assembly version where there is one. frames >= 1.
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
 extern "C" size_t SoftContourMix(ContourMix* mix, float* out, size_t frames, size_t channels);
 static_assert(offsetof(ContourMix, from) == 0 && sizeof(SoftFactor) == 8 &&
@@ -116,13 +118,7 @@ static_assert(offsetof(ContourMix, from) == 0 && sizeof(SoftFactor) == 8 &&
               offsetof(ContourMix, filter.x2) == CONTOUR_MIX_X2 &&
               offsetof(ContourMix, filter.y1) == CONTOUR_MIX_Y1 &&
               offsetof(ContourMix, filter.y2) == CONTOUR_MIX_Y2);
-#endif
-
-// Calls the assembly version where there is one. frames >= 1.
-inline size_t RunContourMix(ContourMix* mix, float* out, size_t frames, size_t channels) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftContourMix(mix, out, frames, channels);
+inline constexpr auto& RunContourMix = SoftContourMix;
 #else
-    return RunContourMixPortable(mix, out, frames, channels);
+inline constexpr auto& RunContourMix = RunContourMixPortable;
 #endif
-}

@@ -32,11 +32,16 @@ void SoftEqualizerCore::Reset() {
     inUse = true;
 }
 
-float SoftEqualizerCore::Past(size_t channel, size_t ago) const {
-    return Packed(NumberOf(history[channel][end - ago]));
-}
-float SoftEqualizerCore::Sum(size_t channel, size_t k) const {
-    return Packed(NumberOf(sums[channel][k], RaisedBy(k)));
+bool SoftEqualizerCore::HandOver(float* frames, float (*averages)[kMaxChannels], size_t channels) {
+    if (!inUse) return false;
+    inUse = false;
+    for (size_t c = 0; c < channels; ++c) {
+        for (size_t n = 0; n < kHistory; ++n)
+            frames[n * channels + c] = Packed(NumberOf(history[c][end - kHistory + n]));
+        for (size_t k = 0; k < kAverages; ++k)
+            averages[k][c] = Packed(NumberOf(sums[c][k], RaisedBy(k)));
+    }
+    return true;
 }
 
 void SoftEqualizerCore::MakeRoom(size_t frames) {
@@ -67,6 +72,7 @@ bool SoftEqualizerCore::Take(const int16_t* shorts, const float* samples, size_t
 
 size_t SoftEqualizerCore::Process(const int16_t* shorts, float* samples, size_t frames,
                                   size_t channels, const float* gains) {
+    if (!inUse) return 0;
     // The gains correct that sums are not divided by their 2, 4 ... samples and have raised
     // exponents.
     SoftFactor factors[kBands];

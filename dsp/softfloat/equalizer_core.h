@@ -25,22 +25,19 @@ public:
     // Sets the history and the sums to silence. The core is in use from then on.
     void Reset();
 
-    // Returns whether the history and the sums are kept here. After Leave the plain form has them.
-    bool InUse() const { return inUse; }
-    void Leave() { inUse = false; }
-
     // Equalizes `frames` frames of `channels` interleaved samples. Reads `shorts`, or `samples` if
     // `shorts` is null, and writes `samples`. `gains` has kBands gains, the highest band first.
     // Returns the number of frames before the first chunk that can't be processed; that chunk stays
     // unchanged. A chunk can't be processed if a float sample or a gain doesn't fit. So the result
-    // is `frames` if `shorts` are given and the gains fit, and 0 if a gain doesn't fit.
+    // is `frames` if `shorts` are given and the gains fit, and 0 if a gain doesn't fit. It is also
+    // 0 if the core isn't in use.
     size_t Process(const int16_t* shorts, float* samples, size_t frames, size_t channels,
                    const float* gains);
 
-    // Used to continue with the plain form. They return the sample that is `ago` frames old (1: the
-    // newest, at most 512), and the sum of average k, as floats.
-    float Past(size_t channel, size_t ago) const;
-    float Sum(size_t channel, size_t k) const;
+    // Copies the last 2 * kReach interleaved frames and the sums ([average][channel]) to the plain
+    // form, as floats. The core isn't in use from then on. Returns false, and copies nothing, if it
+    // wasn't in use before.
+    bool HandOver(float* frames, float (*averages)[kMaxChannels], size_t channels);
 
 private:
     static constexpr size_t kChunk = 128;  // frames at a time
@@ -63,14 +60,14 @@ private:
 // Stands in for the core where floats aren't unpacked: never in use, and empty.
 struct NoEqualizerCore {
     static void Reset() {}
-    static bool InUse() { return false; }
-    static void Leave() {}
     template <typename Real>
     static size_t Process(const int16_t*, float*, size_t, size_t, const Real*) {
         return 0;
     }
-    static float Past(size_t, size_t) { return 0; }
-    static float Sum(size_t, size_t) { return 0; }
+    template <typename Real>
+    static bool HandOver(Real*, Real (*)[kMaxChannels], size_t) {
+        return false;
+    }
 };
 template <typename Real>
 using EqualizerCore = std::conditional_t<kSoftFloat && std::is_same_v<Real, float>,

@@ -1,8 +1,8 @@
 // How samples enter and leave the equalizer in unpacked floats: floats or 16-bit samples become
 // integers in units of 2^-30, and the outputs become floats.
 //
-// The functions named ...Portable are the definition. The others call the assembly version where
-// there is one.
+// The functions named ...Portable are the definition. The names without it mean the assembly
+// version where there is one.
 #pragma once
 #include <algorithm>
 #include <bit>
@@ -58,20 +58,9 @@ extern "C" int32_t SoftTakeShorts(const int16_t* samples, int32_t* units, size_t
                                   size_t channels);
 extern "C" void SoftFinishRows(const AverageRow* rows, const SoftFactor* gain, float* samples,
                                size_t frames, size_t channels);
-#endif
-
-inline int32_t TakeShorts(const int16_t* samples, int32_t* units, size_t frames, size_t channels) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftTakeShorts(samples, units, frames, channels);
+inline constexpr auto& TakeShorts = SoftTakeShorts;
+inline constexpr auto& FinishRows = SoftFinishRows;
 #else
-    return TakeShortsPortable(samples, units, frames, channels);
+inline constexpr auto& TakeShorts = TakeShortsPortable;
+inline constexpr auto& FinishRows = FinishRowsPortable;
 #endif
-}
-inline void FinishRows(const AverageRow* rows, const SoftFactor* gain, float* samples,
-                       size_t frames, size_t channels) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    SoftFinishRows(rows, gain, samples, frames, channels);
-#else
-    FinishRowsPortable(rows, gain, samples, frames, channels);
-#endif
-}

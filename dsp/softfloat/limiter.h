@@ -130,6 +130,7 @@ inline size_t RunRecoveryPortable(float* gains, size_t stride, size_t count, flo
     return count;
 }
 
+// The assembly versions where there are some. count >= 1.
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
 extern "C" size_t SoftSteadyFrames(const float* x, const float* tails, size_t stride, size_t count,
                                    float peak, float* largest);
@@ -141,28 +142,11 @@ static_assert(softfloat::Significand(kLimiterKeep) == LIMITER_KEEP &&
               softfloat::Significand(kLimiterRecoverKeep) == LIMITER_RECOVER_KEEP &&
               softfloat::Significand(kLimiterRecoverStep) == LIMITER_RECOVER_STEP &&
               std::bit_cast<uint32_t>(kLimiterRecoverStep) >> 23U == LIMITER_RECOVER_STEP_EXPONENT);
-#endif
-
-// These call the assembly version where there is one. count >= 1.
-inline size_t SteadyFrames(const float* x, const float* tails, size_t stride, size_t count,
-                           float peak, float* largest) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftSteadyFrames(x, tails, stride, count, peak, largest);
+inline constexpr auto& SteadyFrames = SoftSteadyFrames;
+inline constexpr auto& RunSmoothing = SoftSmoothing;
+inline constexpr auto& RunRecovery = SoftRecovery;
 #else
-    return SteadyFramesPortable(x, tails, stride, count, peak, largest);
+inline constexpr auto& SteadyFrames = SteadyFramesPortable;
+inline constexpr auto& RunSmoothing = RunSmoothingPortable;
+inline constexpr auto& RunRecovery = RunRecoveryPortable;
 #endif
-}
-inline size_t RunSmoothing(float* gains, size_t stride, size_t count, float smoothed, float taken) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftSmoothing(gains, stride, count, smoothed, taken);
-#else
-    return RunSmoothingPortable(gains, stride, count, smoothed, taken);
-#endif
-}
-inline size_t RunRecovery(float* gains, size_t stride, size_t count, float gain) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftRecovery(gains, stride, count, gain);
-#else
-    return RunRecoveryPortable(gains, stride, count, gain);
-#endif
-}

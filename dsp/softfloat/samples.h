@@ -78,17 +78,13 @@ inline size_t AmplifySimplePortable(float* samples, size_t count, const SampleGa
     }
     return count;
 }
+// The assembly version where there is one. count >= 1.
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
 extern "C" size_t SoftAmplify(float* samples, size_t count, const SampleGain* gain);
-#endif
-// Calls the assembly version where there is one. count >= 1.
-inline size_t AmplifySimple(float* samples, size_t count, const SampleGain* gain) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftAmplify(samples, count, gain);
+inline constexpr auto& AmplifySimple = SoftAmplify;
 #else
-    return AmplifySimplePortable(samples, count, gain);
+inline constexpr auto& AmplifySimple = AmplifySimplePortable;
 #endif
-}
 
 // Multiplies `count` samples by any gain in place.
 inline void SoftAmplified(float* samples, size_t count, float gain) {

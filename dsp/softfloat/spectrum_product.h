@@ -2,8 +2,8 @@
 // Multiplies it by a kernel's spectrum and goes back to the spectrum from which the inverse
 // transform starts.
 //
-// The functions named ...Portable are the definition. The others call the assembly version where
-// there is one.
+// The functions named ...Portable are the definition. The names without it mean the assembly
+// version where there is one.
 #pragma once
 #include <cstddef>
 
@@ -70,21 +70,9 @@ static_assert(sizeof(MirroredPlaces) == MIRRORED_PLACES_SIZE &&
               offsetof(MirroredPlaces, right) == MIRRORED_PLACES_RIGHT &&
               offsetof(MirroredPlaces, raised) == MIRRORED_PLACES_RIGHT + 4 &&
               offsetof(MirroredPlaces, left) == MIRRORED_PLACES_LEFT);
-#endif
-
-inline bool RealStep(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftRealStep(a, places, half);
+inline constexpr auto& RealStep = SoftRealStep;
+inline constexpr auto& SpectrumProduct = SoftSpectrumProduct;
 #else
-    return RealStepPortable(a, places, half);
+inline constexpr auto& RealStep = RealStepPortable;
+inline constexpr auto& SpectrumProduct = SpectrumProductPortable;
 #endif
-}
-
-inline bool SpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
-                            const MirroredPlaces* places, size_t half) {
-#if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-    return SoftSpectrumProduct(spectrum, kernel, places, half);
-#else
-    return SpectrumProductPortable(spectrum, kernel, places, half);
-#endif
-}
