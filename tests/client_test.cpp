@@ -145,6 +145,7 @@ TEST(Settings, AreReadAsTheyWereWrittenOrRefusedWithTheLine) {
     EXPECT_EQ(SettingsText(settings),
               "equalizer = off\neq = 0,0,0,0.5,0,0,0,0,0,-1\nprocess = 0.13\ngate = 1\n");
     EXPECT_EQ(Describe(settings), "gate 1");
+    EXPECT_EQ(DecibelText(-0.04), "+0.0");
     const ParameterCommands commands = settings.Commands();
     EXPECT_EQ(commands.end() - commands.begin(), 2 + kBandCount + 1);
     for (const auto& [text, fault] : {

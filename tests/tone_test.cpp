@@ -93,7 +93,16 @@ TEST(Tone, LevelsComeAsCloseToACurveAsTenBandsCan) {
                                      testing::PrintToString(rateHz) + " Hz";
             EXPECT_LT(fit.rmsDb, c.mostRmsDb) << name;
             EXPECT_NEAR(fit.rmsDb, rmsDb(fit.levels), 0.02 + 0.02 * fit.rmsDb) << name;
-            EXPECT_NEAR(deviationDb(fit.levels, fit.worstHz), std::abs(fit.worstDb), 1e-9) << name;
+            EXPECT_NEAR(ToneDb(fit.levels, fit.worstHz, rateHz) - CurveDb(c.points, fit.worstHz),
+                        fit.worstDb, 1e-9)
+                << name;
+            Settings settings, soft;
+            soft.Set(PARAM_OUTPUT_GAIN, 0.05);
+            for (Settings* const each : {&settings, &soft}) ApplyTone(fit, true, each);
+            EXPECT_EQ(soft.Get(PARAM_OUTPUT_GAIN), 0.05) << name;
+            const double headroom = std::min(1.0, std::pow(10, -fit.peakDb / 20));
+            EXPECT_LE(settings.Get(PARAM_OUTPUT_GAIN), headroom) << name;
+            EXPECT_GT(settings.Get(PARAM_OUTPUT_GAIN), headroom - 0.0101) << name;
             EXPECT_GE(fit.peakDb, ToneDb(fit.levels, 500, rateHz)) << name;
             for (const TonePoint& point : c.points) {
                 if (point.hz > 0.45 * rateHz) continue;
