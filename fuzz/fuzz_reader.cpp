@@ -21,6 +21,7 @@
 #include <sys/stat.h>
 
 #include <cmath>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -63,7 +64,7 @@ void ReadAll(AudioReader& reader, bool dither, double gain) {
         PcmSource source(reader, ChainRateHz(rateHz), dither, noMeter);
         NoWriter writer;
         PcmSink sink(writer, {ChainRateHz(rateHz), rateHz}, channels, dither, gain, noMeter);
-        std::vector<int16_t> pcm;
+        std::span<const int16_t> pcm;
         while (source.FramesRead() < kMostFrames && source.Read(&pcm)) {
             Demand(pcm.size() % channels == 0, "whole frames");
             sink.Write(pcm);

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <thread>
 #include <utility>
+#include <vector>
 
 template <typename Item>
 class Background {
@@ -38,15 +39,22 @@ public:
     Background& operator=(const Background&) = delete;
 
     // Adds an item. Waits while the largest number of items is waiting. If processing has thrown an
-    // exception, throws that exception, and no further items are processed.
-    void Put(Item item) {
+    // exception, throws that exception, and no further items are processed. Returns a processed
+    // item if there is one, otherwise an empty item. Its memory can be used again.
+    Item Put(Item item) {
+        Item processed;
         {
             std::unique_lock lock(mutex);
             changed.wait(lock, [this] { return items.size() < most || failure; });
             if (failure) std::rethrow_exception(failure);
             items.push_back(std::move(item));
+            if (!spare.empty()) {
+                processed = std::move(spare.back());
+                spare.pop_back();
+            }
         }
         changed.notify_all();
+        return processed;
     }
 
     // Waits until all items are processed. If processing has thrown an exception, throws it.
@@ -71,7 +79,7 @@ private:
         while (true) {
             changed.wait(lock, [this] { return ended || !items.empty(); });
             if (items.empty()) return;
-            const Item item = std::move(items.front());
+            Item item = std::move(items.front());
             items.pop_front();
             lock.unlock();
             changed.notify_all();
@@ -82,6 +90,7 @@ private:
                 thrown = std::current_exception();
             }
             lock.lock();
+            spare.push_back(std::move(item));
             if (!thrown) continue;
             failure = thrown;
             changed.notify_all();
@@ -94,6 +103,7 @@ private:
     std::mutex mutex;
     std::condition_variable changed;
     std::deque<Item> items;
+    std::vector<Item> spare;  // processed items that Put has not returned
     bool ended = false;
     std::exception_ptr failure;
     std::thread thread;

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
+#include <span>
 
 #include "client/delay.h"
 #include "client/settings_text.h"
@@ -145,7 +146,8 @@ void ChainRun::Play(AudioWriter& writer, uint32_t outputRateHz, StreamMeter& aft
     // If the delay is kept, the piece begins after it.
     PcmSink sink(writer, {format.rateHz, outputRateHz}, format.channels, job.dither, gain, after,
                  job.keepDelay ? AtRate(delayFrames, format.rateHz, outputRateHz) : 0);
-    std::vector<int16_t> pcm, processed;
+    std::span<const int16_t> pcm;
+    std::vector<int16_t> processed;
     while (source.Read(&pcm)) {
         processed.clear();
         chain.Process(pcm, &processed);

@@ -128,7 +128,7 @@ std::string FlacOf(const std::string& input, AudioReader& reader, bool dither,
     StreamMeter noMeter(Metering::kNothing);
     PcmSource source(reader, rateHz, dither, noMeter);
     FlacBytes flac(rateHz, reader.Channels());
-    std::vector<int16_t> pcm;
+    std::span<const int16_t> pcm;
     while (source.Read(&pcm)) {
         if (source.FramesRead() > mostFrames) RefuseLength(input);
         flac.Write(pcm);

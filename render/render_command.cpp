@@ -51,14 +51,16 @@ std::unique_ptr<AudioWriter> OpenOutput(const RenderJob& job, const Report& repo
     if (job.output.empty()) return std::make_unique<NoWriter>();
     const uint64_t delay =
         job.keepDelay ? AtRate(report.delayFrames, report.chainRateHz, report.outputRateHz) : 0;
-    return std::make_unique<BackgroundWriter>(OpenAudioWriter(job.output, job.overwrite,
-                                                              {.rateHz = report.outputRateHz,
-                                                               .channels = report.channels,
-                                                               .frames = reader.Frames(),
-                                                               .delayFrames = delay,
-                                                               .times = job.times,
-                                                               .quality = job.quality},
-                                                              reader.Tags()));
+    auto writer = OpenAudioWriter(job.output, job.overwrite,
+                                  {.rateHz = report.outputRateHz,
+                                   .channels = report.channels,
+                                   .frames = reader.Frames(),
+                                   .delayFrames = delay,
+                                   .times = job.times,
+                                   .quality = job.quality},
+                                  reader.Tags());
+    if (job.output == "-") return std::make_unique<BackgroundWriter>(std::move(writer), 1);
+    return std::make_unique<BackgroundWriter>(std::move(writer));
 }
 
 // Makes one output once. The members are declared in the order in which they must be opened.

@@ -1,6 +1,7 @@
 // An AudioWriter that encodes and writes on a separate thread. All its functions are called from
 // one thread, the one that produces the samples.
 #pragma once
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -13,29 +14,46 @@
 
 class BackgroundWriter final : public AudioWriter {
 public:
-    explicit BackgroundWriter(std::unique_ptr<AudioWriter> audioWriter)
+    // Samples are written in blocks of at least `samplesPerBlock`. Large blocks wake the thread and
+    // call the system less often. With 1, every Write is passed on at once, as a pipe needs it.
+    explicit BackgroundWriter(std::unique_ptr<AudioWriter> audioWriter,
+                              size_t samplesPerBlock = 65536)
         : writer(std::move(audioWriter)),
+          blockSamples(samplesPerBlock),
           background(kMostBlocks, [this](const auto& samples) { writer->Write(samples); }) {}
 
-    // Copies the samples and waits if 64 blocks are pending. A failure of an earlier Write is
-    // thrown by the next Write, Close or Commit.
+    // Copies the samples and waits if 8 blocks are pending. A failure of an earlier block is thrown
+    // by the next Write, Close or Commit.
     void Write(std::span<const int16_t> samples) override {
-        background.Put({samples.begin(), samples.end()});
+        gathered.reserve(blockSamples + samples.size());
+        gathered.insert(gathered.end(), samples.begin(), samples.end());
+        if (gathered.size() >= blockSamples) HandOver();
     }
     void Close() override {
-        background.Finish();
+        Finish();
         writer->Close();
     }
     std::string ClosedPath() const override { return writer->ClosedPath(); }
     void Commit() override {
-        background.Finish();
+        Finish();
         writer->Commit();
     }
     std::vector<std::string> NotKept() const override { return writer->NotKept(); }
 
 private:
-    static constexpr size_t kMostBlocks = 64;
+    static constexpr size_t kMostBlocks = 8;
+
+    void HandOver() {
+        gathered = background.Put(std::move(gathered));
+        gathered.clear();
+    }
+    void Finish() {
+        if (!gathered.empty()) HandOver();
+        background.Finish();
+    }
 
     std::unique_ptr<AudioWriter> writer;
+    size_t blockSamples;
+    std::vector<int16_t> gathered;  // samples that the thread has not received yet
     Background<std::vector<int16_t>> background;
 };

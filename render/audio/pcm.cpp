@@ -14,8 +14,8 @@ PcmSource::PcmSource(SampleReader& sampleReader, uint32_t chainRateHz, bool dith
     meter.StartRun(reader.Channels(), reader.RateHz());
 }
 
-bool PcmSource::Read(std::vector<int16_t>* pcm) {
-    pcm->clear();
+bool PcmSource::Read(std::span<const int16_t>* pcm) {
+    *pcm = {};
     if (ended) return false;
     if (reader.IsSixteenBit() && resampler.IsIdle()) return ReadSixteenBit(pcm);
     resampled.clear();
@@ -28,7 +28,9 @@ bool PcmSource::Read(std::vector<int16_t>* pcm) {
         meter.Add(samples);
         resampler.Process(samples, &resampled);
     }
-    quantizer.Process(resampled, pcm);
+    quantized.clear();
+    quantizer.Process(resampled, &quantized);
+    *pcm = quantized;
     return true;
 }
 
@@ -41,12 +43,11 @@ std::vector<std::string> PcmSource::Damage() const {
     return damage;
 }
 
-bool PcmSource::ReadSixteenBit(std::vector<int16_t>* pcm) {
-    const std::span<const int16_t> samples = reader.ReadSixteenBit();
-    framesRead += samples.size() / reader.Channels();
-    meter.Add(samples);
-    pcm->assign(samples.begin(), samples.end());
-    ended = samples.empty();
+bool PcmSource::ReadSixteenBit(std::span<const int16_t>* pcm) {
+    *pcm = reader.ReadSixteenBit();
+    framesRead += pcm->size() / reader.Channels();
+    meter.Add(*pcm);
+    ended = pcm->empty();
     return !ended;
 }
 

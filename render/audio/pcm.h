@@ -18,9 +18,10 @@ public:
     PcmSource(SampleReader& sampleReader, uint32_t chainRateHz, bool dither,
               StreamMeter& streamMeter);
 
-    // Replaces the content of *pcm with the next interleaved samples, whole frames. Some calls give
-    // none. Returns false after the last samples. Throws Failure if the reader does.
-    bool Read(std::vector<int16_t>* pcm);
+    // Sets *pcm to the next interleaved samples, whole frames. They are valid until the next call.
+    // Some calls give none. Returns false after the last samples. Throws Failure if the reader
+    // does.
+    bool Read(std::span<const int16_t>* pcm);
 
     bool Dithers() const { return dithers; }
     uint64_t FramesRead() const { return framesRead; }  // in frames of the input
@@ -33,7 +34,7 @@ public:
     std::vector<std::string> Damage() const;
 
 private:
-    bool ReadSixteenBit(std::vector<int16_t>* pcm);
+    bool ReadSixteenBit(std::span<const int16_t>* pcm);
 
     SampleReader& reader;
     Resampler resampler;
@@ -41,6 +42,7 @@ private:
     Quantizer quantizer;
     StreamMeter& meter;
     std::vector<float> resampled;
+    std::vector<int16_t> quantized;
     uint64_t framesRead = 0;
     bool ended = false;
 };

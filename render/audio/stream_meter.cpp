@@ -73,8 +73,11 @@ void StreamMeter::EndPart() {
 }
 
 void StreamMeter::HandOver() {
-    background->Put(std::move(gathered));
-    gathered = {};
+    gathered = background->Put(std::move(gathered));
+    gathered.run.reset();
+    gathered.floats.clear();
+    gathered.sixteenBits.clear();
+    gathered.endsPart = false;
 }
 
 Measured StreamMeter::Finish() {
