@@ -106,6 +106,16 @@ export type NothingElseIsOffered = Assert<keyof Offered, keyof Contract>;
 
 // The audio thread's globals, which TypeScript's own library lacks.
 declare global {
+    /** What the tests keep in the window of a page. */
+    interface Window {
+        heard: any;
+        goOn: (value?: unknown) => void;
+        hasGoneOn: boolean;
+        hit: unknown;
+        parts: number[];
+        rates: number[];
+        waiting: Set<Element | null>;
+    }
     const sampleRate: number;
     class AudioWorkletProcessor {
         readonly port: MessagePort;

@@ -10,7 +10,11 @@ import axe from "axe-core";
 import { chromium } from "playwright-core";
 import { wavHeader } from "../samples.js";
 
+/** @import { Browser, BrowserContextOptions, Locator, Page } from "playwright-core" */
+/** @import { Parameter } from "../package/index.d.ts" */
+
 const address = pathToFileURL(process.env.ORVANE_PAGE ?? "build/web/orvane.html").href;
+/** @type {Browser} */
 let browser;
 before(async () => {
   browser = await chromium.launch({
@@ -21,10 +25,12 @@ before(async () => {
 after(() => browser.close());
 
 // Calls `use` with a new page. Afterwards the page must have reported no error.
+/** @param {BrowserContextOptions & { hash?: string, width?: number, script?: () => void }} wanted @param {(page: Page) => Promise<unknown>} use */
 async function withPage({ hash = "", width = 1280, script = () => {}, ...options }, use) {
   const context = await browser.newContext({ viewport: { width, height: 900 }, offline: true, ...options });
   const page = await context.newPage();
   page.setDefaultTimeout(10000);
+  /** @type {string[]} */
   const faults = [];
   page.on("pageerror", ({ message }) => faults.push(message));
   page.on("console", (line) => line.type() === "error" && faults.push(line.text()));
@@ -36,11 +42,17 @@ async function withPage({ hash = "", width = 1280, script = () => {}, ...options
   await context.close();
 }
 
-const message = (page) => page.locator("#message");
-const file = (name, text) => ({ name, mimeType: "text/plain", buffer: Buffer.from(text) });
-const hashOf = (page) => new URL(page.url()).hash;
+// Returns where an element is on the page.
+const boxOf = async (/** @type {Locator} */ one) => (await one.boundingBox()) ?? assert.fail("it is not shown");
+const message = (/** @type {Page} */ page) => page.locator("#message");
+const file = (/** @type {string} */ name, /** @type {string} */ text) => ({
+  name,
+  mimeType: "text/plain",
+  buffer: Buffer.from(text),
+});
+const hashOf = (/** @type {Page} */ page) => new URL(page.url()).hash;
 
-for (const colorScheme of ["light", "dark"])
+for (const colorScheme of /** @type {const} */ (["light", "dark"]))
   test(`every control has a name and every text contrast, ${colorScheme}`, () =>
     withPage({ colorScheme }, async (page) => {
       await page.getByText("Loud", { exact: true }).click();
@@ -62,7 +74,8 @@ test("every control is reached by Tab", () =>
     await page.getByText("Settings", { exact: true }).click();
     await page.getByText("Its ten bands").click();
     const count = await page.evaluate(() => {
-      const isStop = (one) => one.checkVisibility() && !one.disabled && (one.type !== "radio" || one.checked);
+      const isStop = (/** @type {any} */ one) =>
+        one.checkVisibility() && !one.disabled && (one.type !== "radio" || one.checked);
       window.waiting = new Set([...document.querySelectorAll("button, input, summary")].filter(isStop));
       return window.waiting.size;
     });
@@ -71,7 +84,7 @@ test("every control is reached by Tab", () =>
       await page.keyboard.press("Tab");
       await page.evaluate(() => window.waiting.delete(document.activeElement));
     }
-    assert.deepEqual(await page.evaluate(() => [...window.waiting].map((one) => one.outerHTML)), []);
+    assert.deepEqual(await page.evaluate(() => [...window.waiting].map((one) => one?.outerHTML)), []);
   }));
 
 test("nothing is wider than a narrow phone", () =>
@@ -83,6 +96,7 @@ test("nothing is wider than a narrow phone", () =>
   }));
 
 test("the link holds the settings and restores them", async () => {
+  /** @type {string | undefined} */
   let hash;
   await withPage({}, async (page) => {
     await page.getByText("Night", { exact: true }).click();
@@ -105,7 +119,7 @@ test("the link holds the settings and restores them", async () => {
     assert.equal(await page.locator("#set-output-gain").inputValue(), "0");
   });
   await withPage({ hash: "#ratio=11" }, async (page) => {
-    assert.match(await message(page).textContent(), /ratio 11 is outside 0 to 10/);
+    assert.match(String(await message(page).textContent()), /ratio 11 is outside 0 to 10/);
     assert(await page.locator("[name=preset][value=music]").isChecked());
   });
 });
@@ -126,12 +140,12 @@ test("a wrong file is told, a settings file of the renderer is taken", () =>
 test("a dragged point and an arrow key raise the tone", () =>
   withPage({}, async (page) => {
     await page.getByText("Off", { exact: true }).click();
-    const { x, y, width, height } = await page.locator(".point").nth(4).boundingBox();
+    const { x, y, width, height } = await boxOf(page.locator(".point").nth(4));
     await page.mouse.move(x + width / 2, y + height / 2);
     await page.mouse.down();
     await page.mouse.move(x + width / 2, y + height / 2 - 40, { steps: 5 });
     await page.mouse.up();
-    assert.match(await page.locator("#fit").textContent(), /^As drawn within|can't follow/);
+    assert.match(String(await page.locator("#fit").textContent()), /^As drawn within|can't follow/);
     assert(await page.locator("#set-equalizer").isChecked());
     const input = page.getByLabel("Point 5, decibels");
     const dragged = Number(await input.inputValue());
@@ -145,23 +159,24 @@ test("a dragged point and an arrow key raise the tone", () =>
 test("it plays at a click, and a key switches before and after", () =>
   withPage({}, async (page) => {
     await page.locator("#play").click();
-    await page.waitForFunction(() => document.getElementById("short-after").textContent !== "–");
+    await page.waitForFunction(() => document.getElementById("short-after")?.textContent !== "–");
     await page.keyboard.press("b");
     assert(await page.locator("[name=side][value=before]").isChecked());
     assert.equal(await page.locator("#spoken").textContent(), "before");
     await page.keyboard.press("b");
     assert(await page.locator("[name=side][value=after]").isChecked());
-    await page.waitForFunction(() => / dB$|as they are/.test(document.getElementById("match").textContent));
+    await page.waitForFunction(() => / dB$|as they are/.test(document.getElementById("match")?.textContent ?? ""));
     await page.keyboard.press(" ");
     assert.equal(
       await page
         .locator("#play")
         .textContent()
-        .then((text) => text.trim()),
+        .then((text) => text?.trim()),
       "Play",
     );
   }));
 
+/** @param {Page} page @param {boolean} wanted */
 const isPlaying = (page, wanted) =>
   page.waitForFunction((wanted) => document.body.classList.contains("playing") === wanted, wanted);
 
@@ -186,15 +201,16 @@ test("Space plays after a click, and presses what Tab has reached", () =>
   }));
 
 // Drops files, each [name, text], or a link onto the page.
+/** @param {Page} page @param {string[][]} files @param {string} [link] */
 const drop = (page, files, link) =>
   page.evaluate(
-    ([files, link]) => {
+    ({ files, link }) => {
       const dataTransfer = new DataTransfer();
       for (const [name, text] of files) dataTransfer.items.add(new File([text], name));
       if (link) dataTransfer.setData("text/uri-list", link);
       document.body.dispatchEvent(new DragEvent("drop", { dataTransfer, bubbles: true, cancelable: true }));
     },
-    [files, link],
+    { files, link },
   );
 
 test("settings are dropped and come from a changed link; what can't be opened is answered", () =>
@@ -203,7 +219,7 @@ test("settings are dropped and come from a changed link; what can't be opened is
     await page.getByText("The settings of mine.conf are in use.").waitFor();
     assert.equal(await page.locator("#set-ratio").inputValue(), "4");
     await page.evaluate(() => (location.hash = "#ratio=5"));
-    await page.waitForFunction(() => document.getElementById("set-ratio").value === "5");
+    await page.waitForFunction(() => /** @type {any} */ (document.getElementById("set-ratio")).value === "5");
     await drop(page, [
       ["a.wav", ""],
       ["b.wav", ""],
@@ -224,7 +240,7 @@ test("a piece of two hours is refused at once, and reading can be cancelled", ()
     rmSync(folder, { recursive: true });
     await page.evaluate(() => {
       const { decodeAudioData } = OfflineAudioContext.prototype;
-      OfflineAudioContext.prototype.decodeAudioData = async function (bytes) {
+      OfflineAudioContext.prototype.decodeAudioData = async function (/** @type {ArrayBuffer} */ bytes) {
         await new Promise((resolve) => (window.goOn = resolve));
         setTimeout(() => (window.hasGoneOn = true));
         return decodeAudioData.call(this, bytes);
@@ -246,7 +262,7 @@ function noteRates() {
   const Context = AudioContext;
   window.rates = [];
   window.AudioContext = class extends Context {
-    constructor(options) {
+    constructor(/** @type {AudioContextOptions=} */ options) {
       super(options);
       window.rates.push(this.sampleRate);
     }
@@ -255,10 +271,14 @@ function noteRates() {
 
 test("a seek and a pause keep the place, a moved value is heard, and a new file starts at its own rate", () =>
   withPage({ script: noteRates, hash: "#output-gain=1" }, async (page) => {
-    const at = () => page.locator("#seek").evaluate((one) => one.valueAsNumber);
+    const at = () => page.locator("#seek").evaluate((/** @type {HTMLInputElement} */ one) => one.valueAsNumber);
     // Sooner than a start at the beginning would.
-    const passes = (place) =>
-      page.waitForFunction((place) => document.getElementById("seek").valueAsNumber > place, place, { timeout: 5000 });
+    const passes = (/** @type {number} */ place) =>
+      page.waitForFunction(
+        (place) => /** @type {any} */ (document.getElementById("seek")).valueAsNumber > place,
+        place,
+        { timeout: 5000 },
+      );
     await page.locator("#play").click();
     await isPlaying(page, true);
     await page.locator("#seek").fill("8");
@@ -273,14 +293,14 @@ test("a seek and a pause keep the place, a moved value is heard, and a new file 
     await page.evaluate((levels) => (location.hash = `#eq=${levels}`), new Array(10).fill(-0.9).join());
     await page.waitForFunction(() => {
       const [before, after] = ["before", "after"].map((side) =>
-        parseFloat(document.getElementById(`short-${side}`).textContent.replace("−", "-")),
+        parseFloat((document.getElementById(`short-${side}`)?.textContent ?? "").replace("−", "-")),
       );
       return after < before - 15;
     });
     const short = Buffer.concat([wavHeader(88200, 44100, 1), Buffer.alloc(88200)]);
     await page.locator("#file").setInputFiles({ name: "short.wav", mimeType: "audio/wav", buffer: short });
     await page.getByText("short.wav is ready.").waitFor();
-    await page.waitForFunction(() => document.getElementById("seek").valueAsNumber === 0);
+    await page.waitForFunction(() => /** @type {any} */ (document.getElementById("seek")).valueAsNumber === 0);
     await page.locator("#play").click();
     await page.waitForFunction(() => window.rates.length === 2);
     assert.deepEqual(await page.evaluate(() => window.rates), [48000, 44100]);
@@ -289,31 +309,32 @@ test("a seek and a pause keep the place, a moved value is heard, and a new file 
 test("a phone shows play, presets and tone at once, and before and after always", () =>
   withPage({ width: 390 }, async (page) => {
     await page.setViewportSize({ width: 390, height: 844 });
-    const bottom = (id) => page.evaluate((id) => document.getElementById(id).getBoundingClientRect().bottom, id);
+    const bottom = (/** @type {string} */ id) =>
+      page.evaluate((id) => document.getElementById(id)?.getBoundingClientRect().bottom ?? NaN, id);
     for (const id of ["play", "presets", "preset-purpose", "tone"]) assert((await bottom(id)) <= 844, id);
     assert(!(await page.locator("#groups").isVisible()));
     await page.locator("#file").setInputFiles(file(`${"long name ".repeat(90)}.wav`, "no sound"));
     await page.getByText(/is not a sound file/).waitFor();
-    assert((await page.locator(".message").boundingBox()).height < 300);
+    assert((await boxOf(page.locator(".message"))).height < 300);
     await page.mouse.wheel(0, 500);
     await page.waitForFunction(() => scrollY > 300);
-    assert.equal((await page.locator(".compare").boundingBox()).y, 0);
+    assert.equal((await boxOf(page.locator(".compare"))).y, 0);
   }));
 
 test("points don't cross, and a curve that can't be followed is told", () =>
   withPage({}, async (page) => {
-    const drag = async (index, [x, y]) => {
-      const box = await page.locator(".point").nth(index).boundingBox();
+    const drag = async (/** @type {number} */ index, /** @type {number[]} */ [x, y]) => {
+      const box = await boxOf(page.locator(".point").nth(index));
       await page.mouse.move(box.x + 18, box.y + 18);
       await page.mouse.down();
       await page.mouse.move(x, y, { steps: 4 });
       await page.mouse.up();
     };
-    const plot = await page.locator("#plot").boundingBox();
+    const plot = await boxOf(page.locator("#plot"));
     await drag(3, [plot.x + plot.width, plot.y]);
-    const step = async (n) => Number(await page.getByLabel(`Point ${n}, frequency`).inputValue());
+    const step = async (/** @type {number} */ n) => Number(await page.getByLabel(`Point ${n}, frequency`).inputValue());
     assert((await step(4)) < (await step(5)));
-    const next = await page.locator(".point").nth(4).boundingBox();
+    const next = await boxOf(page.locator(".point").nth(4));
     await drag(4, [next.x + 18, plot.y + plot.height]);
     await page.getByText(/can't follow this curve everywhere/).waitFor();
   }));
@@ -327,7 +348,7 @@ test("no value of the node clicks while it moves", () =>
       async (text) => {
         const { OrvaneNode, parameters } = await import(`data:text/javascript,${encodeURIComponent(text)}`);
         const rate = 48000;
-        const clickOf = async ({ key, min, max, needs }, frequency) => {
+        const clickOf = async (/** @type {Parameter} */ { key, min, max, needs }, /** @type {number} */ frequency) => {
           const wait = needs === "playback-gain" ? 4 : 1.5;
           const context = new OfflineAudioContext(2, (3 * wait + 2) * rate, rate);
           const settings = { ...(needs && { [needs]: 1 }), [key]: min };
@@ -341,7 +362,7 @@ test("no value of the node clicks while it moves", () =>
           const value = node.parameters.get(key).setValueAtTime(max, wait);
           value.setValueAtTime(max, 2 * wait).linearRampToValueAtTime(min, 2 * wait + 2);
           const out = (await context.startRendering()).getChannelData(0);
-          const bend = (from, to) => {
+          const bend = (/** @type {number} */ from, /** @type {number} */ to) => {
             let most = 16 / 32768;
             for (let n = from * rate; n < to * rate; ++n)
               most = Math.max(most, Math.abs(out[n] - 2 * out[n - 1] + out[n - 2]));
@@ -349,8 +370,9 @@ test("no value of the node clicks while it moves", () =>
           };
           return bend(wait, 3 * wait + 2) / Math.max(bend(wait - 0.5, wait), bend(2 * wait - 0.5, 2 * wait));
         };
+        /** @type {Record<string, number>} */
         const clicks = {};
-        for (const one of parameters.filter(({ kind }) => kind === "value"))
+        for (const one of parameters.filter((/** @type {Parameter} */ { kind }) => kind === "value"))
           for (const hz of [440, 60]) clicks[`${one.key}, ${hz} Hz`] = await clickOf(one, hz);
         return clicks;
       },

@@ -12,23 +12,25 @@ import { readSettings, ready, settingsText } from "../rules.js";
 import { parameters, presets } from "../table.js";
 
 await ready();
+/** @type {any} */
 const kColours = { after: "after", before: "before", rest: "rest" };
 
 // Returns a canvas context that records its calls, each with the colours of that moment.
 function recorder() {
+  /** @type {{ name: string, args: number[], fill: string, stroke: string }[]} */
   const calls = [];
-  const context = new Proxy(
-    {},
-    {
-      get: (target, name) =>
-        target[name] ?? ((...args) => calls.push({ name, args, fill: target.fillStyle, stroke: target.strokeStyle })),
-    },
-  );
-  const named = (...names) => calls.filter((call) => names.includes(call.name));
+  const context = new Proxy(/** @type {any} */ ({}), {
+    get: (target, /** @type {string} */ name) =>
+      target[name] ??
+      ((/** @type {number[]} */ ...args) =>
+        calls.push({ name, args, fill: target.fillStyle, stroke: target.strokeStyle })),
+  });
+  const named = (/** @type {string[]} */ ...names) => calls.filter((call) => names.includes(call.name));
   return { context, named };
 }
 
 test("a state keeps values in range and tells changes once", () => {
+  /** @type {string[]} */
   const told = [];
   const state = createState(parameters);
   state.listen((key) => told.push(key));
@@ -80,9 +82,9 @@ test("settings are read as the renderer reads them", () => {
 });
 
 test("rate and bits are read from a file's header", () => {
-  const bytes = (text) => Uint8Array.from(text, (letter) => letter.charCodeAt(0)).buffer;
+  const bytes = (/** @type {string} */ text) => Uint8Array.from(text, (letter) => letter.charCodeAt(0)).buffer;
   const wav = "RIFF____WAVELIST\x03\0\0\0abc\0fmt \x10\0\0\0\x01\0\x02\0";
-  for (const [rate, bits, text] of [
+  for (const [rate, bits, text] of /** @type {[number, number, string][]} */ ([
     [44100, 16, `${wav}\x44\xac\0\0${"\0".repeat(6)}\x10\0`],
     [44100, 24, `${wav}\x44\xac\0\0${"\0".repeat(6)}\x18\0`],
     [44100, 0, `${wav.replace("\x01\0\x02", "\x03\0\x02")}\x44\xac\0\0${"\0".repeat(6)}\x10\0`],
@@ -93,7 +95,7 @@ test("rate and bits are read from a file's header", () => {
     [48000, 0, "\xff\xfb\x94\x00"],
     [48000, 0, "no sound"],
     [48000, 0, ""],
-  ])
+  ]))
     assert.deepEqual(formatOf(bytes(text)), { rate, bits }, text);
 });
 
@@ -122,7 +124,7 @@ test("the tone is drawn where its decibels are, cut below the plot", () => {
       [20000, 6],
     ],
     true,
-    {},
+    kColours,
   );
   const points = named("moveTo", "lineTo").map(({ args }) => args);
   assert.deepEqual(points.slice(0, 2), [

@@ -1,4 +1,4 @@
-// A piece of music, and what the renderer makes of it.
+// A piece of music, what the renderer makes of it, and what a page plays.
 import { execFileSync } from "node:child_process";
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
@@ -13,17 +13,21 @@ export const music = new Int16Array(readFileSync(new URL("tests/data/input.s16",
 // Every second sample of it: the left channel.
 export const left = music.filter((_, n) => n % 2 === 0);
 
+/** @type {(samples: Int16Array, channels: number) => Float32Array<ArrayBuffer>[]} */
 export const planar = (samples, channels) =>
   Array.from({ length: channels }, (_, side) =>
     Float32Array.from({ length: samples.length / channels }, (_, n) => samples[n * channels + side] / 32768),
   );
 
+/** @type {(samples: Int16Array, rate: number, channels: number) => Buffer} */
 export const wav = (samples, rate, channels) =>
   Buffer.concat([wavHeader(samples.byteLength, rate, channels), Buffer.from(samples.buffer)]);
 
+/** @type {(channels: Float32Array<ArrayBuffer>[]) => Int16Array} */
 export const interleave = (channels) => new Quantizer(false).interleave(channels);
 
 // Returns the samples of a WAV file of 16 bits.
+/** @param {Uint8Array} file */
 export function dataOf(file) {
   const bytes = Buffer.from(file),
     at = bytes.indexOf("data");
@@ -32,12 +36,15 @@ export function dataOf(file) {
   );
 }
 
+/** @type {(...words: string[]) => string} */
 export const run = (...words) => execFileSync(renderer, words, { encoding: "utf8" });
 
 // Returns {samples, report} of `orvane render` for interleaved samples and options.
+/** @type {(samples: Int16Array, rate: number, channels: number, ...options: string[]) => { samples: Int16Array, report: any }} */
 export const render = (samples, rate, channels, ...options) => renderFile(wav(samples, rate, channels), ...options);
 
 // Returns the same for the bytes of a file.
+/** @param {Uint8Array} bytes @param {string[]} options */
 export function renderFile(bytes, ...options) {
   const folder = mkdtempSync(join(tmpdir(), "orvane-"));
   try {
@@ -63,11 +70,36 @@ export function noise(frames = 96000) {
 }
 
 // Returns a WAV file with a title.
+/** @param {Buffer} file @param {string} title */
 export function titled(file, title) {
   const text = Buffer.from(title + "\0".repeat(2 - (title.length % 2)));
-  const size = (bytes) => Buffer.from(Uint32Array.of(bytes).buffer);
+  const size = (/** @type {number} */ bytes) => Buffer.from(Uint32Array.of(bytes).buffer);
   const list = ["LIST", size(12 + text.length), "INFOINAM", size(text.length), text];
   const whole = Buffer.concat([file, ...list.map((part) => Buffer.from(part))]);
   whole.writeUInt32LE(whole.length - 8, 4);
   return whole;
+}
+
+// In a page: records what goes to the speakers in window.heard: blocks of two channels.
+export function noteWhatIsHeard() {
+  window.heard = [];
+  /** @type {any} */
+  const connect = AudioNode.prototype.connect;
+  /** @type {ScriptProcessorNode | undefined} */
+  let recorder;
+  AudioNode.prototype.connect = /** @type {(this: AudioNode, to: any, ...more: any[]) => any} */ function (
+    to,
+    ...more
+  ) {
+    if (to instanceof AudioDestinationNode) {
+      if (recorder === undefined) {
+        recorder = to.context.createScriptProcessor(4096, 2, 2);
+        recorder.onaudioprocess = ({ inputBuffer }) =>
+          window.heard.push([0, 1].map((n) => [...inputBuffer.getChannelData(n)]));
+        connect.call(recorder, to);
+      }
+      connect.call(this, recorder);
+    }
+    return connect.call(this, to, ...more);
+  };
 }

@@ -8,19 +8,25 @@ import { presetValues, ready, valuesOf, withSwitches } from "../rules.js";
 import { parameters, presets } from "../table.js";
 import { interleave, left, music, planar, render, run } from "./renderer.mjs";
 
+/** @import { Settings } from "../package/index.d.ts" */
+/** @import { Bytes } from "../types.d.ts" */
+
 await ready();
 const kBlock = 1024;
 const modules = ["build/wasm/orvane.wasm", "build/wasm/plain/orvane.wasm"].map((path) =>
   readFileSync(new URL(`../../${path}`, import.meta.url)),
 );
+/** @param {string} key */
 const control = (key) => parameters.findIndex((one) => one.key === key);
 
+/** @param {Bytes} bytes @param {number} rate @param {Settings} settings */
 function startStream(bytes, rate, settings) {
   return new Stream(instantiate(bytes), rate, valuesOf(withSwitches(settings)));
 }
 
 // Plays two channels and then silence. Calls turn(frame) before each quantum. Returns result and
 // source, which are as long as the channels and the silence together.
+/** @param {Stream} stream @param {Float32Array[]} channels @param {number} silentFrames @param {(at: number) => void} turn */
 function play(stream, [one, other], silentFrames, turn = () => {}, quanta = [128, 1, 128, 77]) {
   const frames = one.length + silentFrames;
   const result = [0, 1].map(() => new Float32Array(frames)),
@@ -42,12 +48,13 @@ function play(stream, [one, other], silentFrames, turn = () => {}, quanta = [128
   return { result, source };
 }
 
+/** @param {Float32Array<ArrayBuffer>} samples @param {number} frames */
 const behind = (samples, frames) => samples.slice(frames);
 
-for (const [kind, bytes] of [
+for (const [kind, bytes] of /** @type {[string, Bytes][]} */ ([
   ["vectors", modules[0]],
   ["plain", modules[1]],
-])
+]))
   for (const rate of [44100, 48000])
     test(`a running stream gives the renderer's samples: ${kind}, ${rate} Hz`, () => {
       const { samples } = render(
@@ -74,11 +81,11 @@ for (const [kind, bytes] of [
       );
     });
 
-for (const [name, samples, rate, channels] of [
+for (const [name, samples, rate, channels] of /** @type {[string, Int16Array, number, number][]} */ ([
   ["stereo", music, 44100, 2],
   ["mono", left, 48000, 1],
-])
-  for (const preset of ["night", "loud"])
+]))
+  for (const preset of /** @type {const} */ (["night", "loud"]))
     test(`a whole piece is the renderer's, and as loud: ${name}, ${preset}`, () => {
       const expected = render(samples, rate, channels, "--preset", preset);
       const piece = new Piece(instantiate(modules[0]), rate, channels, valuesOf(presetValues(preset)));
@@ -88,7 +95,7 @@ for (const [name, samples, rate, channels] of [
       out.push(...piece.finish());
       assert.deepEqual(Int16Array.from(out), expected.samples);
       const loudness = piece.loudness();
-      for (const side of ["before", "after"])
+      for (const side of /** @type {const} */ (["before", "after"]))
         assert.ok(Math.abs(loudness[side] - expected.report.loudnessLufs[side]) < 0.01, side);
     });
 
@@ -104,6 +111,7 @@ test("a running stream's true peaks are the renderer's", () => {
 test("a value moves with the first block that begins with it", () => {
   const gain = control("output-gain"),
     channels = planar(music, 2);
+  /** @param {number} frame */
   const changed = (frame) => {
     const stream = startStream(modules[0], 48000, {});
     let isSet = false;
@@ -120,6 +128,7 @@ test("a value moves with the first block that begins with it", () => {
     ).result[0];
   };
   const plain = changed(Infinity);
+  /** @param {number} frame */
   const firstDifference = (frame) => changed(frame).findIndex((sample, n) => sample !== plain[n]);
   // The cross-fade begins when the block's frames have passed a block and the output limiters' 255
   // frames, and when 1024 frames more have settled. Its first frames are too soft to differ.
@@ -134,6 +143,7 @@ test("switches, bypass and both back make no click, and the source stays in step
     seconds = 4;
   const tone = Float32Array.from({ length: seconds * rate }, (_, n) => 0.25 * Math.sin((2 * Math.PI * 440 * n) / rate));
   const stream = startStream(modules[0], rate, {});
+  /** @type {[number, () => void][]} */
   const turns = [
     [0.5, () => stream.set(control("enhancer"), 1)],
     [1, () => stream.set(control("equalizer"), 1)],
@@ -142,8 +152,9 @@ test("switches, bypass and both back make no click, and the source stays in step
     [2.5, () => stream.set(control("enhancer"), 0)],
   ];
   const { result, source } = play(stream, [tone, tone], 0, (at) => {
-    if (turns.length > 0 && at >= turns[0][0] * rate) turns.shift()[1]();
+    if (turns.length > 0 && at >= turns[0][0] * rate) turns.shift()?.[1]();
   });
+  /** @param {Float32Array} samples */
   const secondDifference = (samples) =>
     samples.reduce(
       (most, sample, n) =>
@@ -180,12 +191,15 @@ test("no number and infinity count as silence", () => {
 
 test("a rate that the effect doesn't take is told", () => {
   assert.throws(() => startStream(modules[0], 96000, {}), /96000 Hz/);
+  // @ts-expect-error
   assert.throws(() => presetValues("nigth"), /nigth.*night/);
+  // @ts-expect-error
   assert.throws(() => valuesOf({ rato: 1 }), /rato/);
 });
 
 test("the package can be imported without Web Audio", async () => {
   const exported = await import("../../build/web/package/index.js");
+  // @ts-expect-error
   await assert.rejects(exported.OrvaneNode.create({ sampleRate: 96000 }), RangeError);
 });
 

@@ -10,7 +10,10 @@ import { chromium } from "playwright-core";
 import { instantiate, Piece, Stream } from "../module.js";
 import { presetValues, ready, valuesOf, withSwitches } from "../rules.js";
 import { parameters } from "../table.js";
-import { dataOf, interleave, left, music, noise, planar, render, renderFile, run, titled, wav } from "./renderer.mjs";
+import { dataOf, interleave, left, music, planar, render, renderFile, run, wav } from "./renderer.mjs";
+import { noise, noteWhatIsHeard, titled } from "./renderer.mjs";
+
+/** @import { Browser, Page } from "playwright-core" */
 
 await ready();
 const kBlock = 1024;
@@ -19,6 +22,7 @@ const address = process.env.ORVANE_PAGE ? pathToFileURL(process.env.ORVANE_PAGE)
 const packageText = readFileSync(new URL("web/package/index.js", built), "utf8");
 const exports = instantiate(readFileSync(new URL("wasm/orvane.wasm", built)));
 
+/** @type {Browser} */
 let browser;
 before(async () => {
   browser = await chromium.launch({
@@ -28,9 +32,11 @@ before(async () => {
 });
 after(() => browser.close());
 
+/** @param {(page: Page) => Promise<unknown>} use */
 async function withPage(use, { script = () => {}, url = address.href } = {}) {
   const context = await browser.newContext({ offline: true, acceptDownloads: true });
   const page = await context.newPage();
+  /** @type {string[]} */
   const faults = [];
   page.on("pageerror", ({ message }) => faults.push(message));
   await page.addInitScript(script);
@@ -42,9 +48,13 @@ async function withPage(use, { script = () => {}, url = address.href } = {}) {
 }
 
 // Plays `samples` offline through a node. Returns both outputs as four channels, and the latency in seconds.
+/**
+ * @param {Page} page @param {ArrayLike<number>[]} samples @param {number} rate @param {import("../package/index.d.ts").Options} options
+ * @param {[string, number, number][]} automation
+ */
 function playOffline(page, samples, rate, options, automation) {
   return page.evaluate(
-    async ([text, pcm, rate, options, automation]) => {
+    async ({ text, pcm, rate, options, automation }) => {
       const { OrvaneNode } = await import(`data:text/javascript,${encodeURIComponent(text)}`);
       const frames = pcm[0].length;
       const context = new OfflineAudioContext(4, frames, rate);
@@ -65,18 +75,19 @@ function playOffline(page, samples, rate, options, automation) {
       const out = await context.startRendering();
       return { channels: [0, 1, 2, 3].map((n) => [...out.getChannelData(n)]), latency: node.latency };
     },
-    [packageText, samples.map((side) => [...side]), rate, options, automation],
+    { text: packageText, pcm: samples.map((side) => Array.from(side)), rate, options, automation },
   );
 }
 
 test("the node gives the library's samples, a value from its block on, and the source in step", () =>
   withPage(async (page) => {
-    const rate = 48000,
-      change = ["output-gain", 0.5, (20 * kBlock) / rate];
+    const rate = 48000;
+    /** @type {[string, number, number]} */
+    const change = ["output-gain", 0.5, (20 * kBlock) / rate];
     const channels = planar(music, 2);
     const { channels: out, latency } = await playOffline(page, channels, rate, { preset: "voice" }, [change]);
     const stream = new Stream(exports, rate, valuesOf(withSwitches(presetValues("voice"))));
-    const expected = [0, 1, 2, 3].map(() => []);
+    const expected = [0, 1, 2, 3].map(() => /** @type {number[]} */ ([]));
     for (let at = 0; at + 128 <= channels[0].length; at += 128) {
       if (at === 20 * kBlock)
         stream.set(
@@ -97,32 +108,35 @@ test("the node gives the library's samples, a value from its block on, and the s
   }));
 
 // Returns the lag, at most 300 frames, at which two signals are most similar.
+/** @param {number[]} one @param {number[]} other */
 function lagOf(one, other) {
-  const at = (lag) => one.slice(30000, 60000).reduce((sum, sample, n) => sum + sample * other[30000 + n + lag], 0);
+  const at = (/** @type {number} */ lag) =>
+    one.slice(30000, 60000).reduce((sum, sample, n) => sum + sample * other[30000 + n + lag], 0);
   const lags = Array.from({ length: 601 }, (_, n) => n - 300);
   return lags.reduce((best, lag) => (at(lag) > at(best) ? lag : best), 0);
 }
 
 test("a wrong rate, preset and setting are told", () =>
   withPage(async (page) => {
-    for (const [rate, options] of [
+    for (const [rate, options] of /** @type {[number, any][]} */ ([
       [96000, {}],
       [48000, { preset: "nigth" }],
       [48000, { settings: { rato: 1 } }],
-    ])
+    ]))
       await assert.rejects(playOffline(page, [[0], [0]], rate, options, []), /RangeError.*(96000|nigth|rato)/);
   }));
 
+/** @param {Page} page @param {Int16Array} samples @param {number} rate @param {number} channels */
 const drop = (page, samples, rate, channels) =>
   page
     .locator("#file")
     .setInputFiles({ name: "music.wav", mimeType: "audio/wav", buffer: wav(samples, rate, channels) });
 
-for (const [samples, rate, channels] of [
+for (const [samples, rate, channels] of /** @type {[Int16Array, number, number][]} */ ([
   [music, 44100, 2],
   [music, 48000, 2],
   [left, 48000, 1],
-])
+]))
   test(`a 16-bit file comes out as the renderer's: ${rate} Hz, ${channels} channels`, () =>
     withPage(async (page) => {
       await drop(page, samples, rate, channels);
@@ -131,6 +145,7 @@ for (const [samples, rate, channels] of [
       assert.deepEqual(await savedBy(page), render(samples, rate, channels, "--preset", "loud").samples);
     }));
 
+/** @param {Page} page */
 async function savedBy(page) {
   const [download] = await Promise.all([page.waitForEvent("download"), page.locator("#save-wav").click()]);
   const bytes = readFileSync(await download.path());
@@ -147,12 +162,12 @@ test("a FLAC file is decoded in small parts and comes out as the renderer's", ()
   const noteParts = () => {
     window.parts = [];
     const { decodeAudioData } = OfflineAudioContext.prototype;
-    OfflineAudioContext.prototype.decodeAudioData = function (bytes) {
+    OfflineAudioContext.prototype.decodeAudioData = function (/** @type {ArrayBuffer} */ bytes) {
       window.parts.push(bytes.byteLength);
       return decodeAudioData.call(this, bytes);
     };
   };
-  const use = async (page) => {
+  const use = async (/** @type {Page} */ page) => {
     await page.locator("#file").setInputFiles(flac);
     await page.locator("#piece-name").filter({ hasText: "in.flac" }).waitFor();
     const parts = await page.evaluate(() => window.parts);
@@ -190,25 +205,6 @@ test("a page with a piece inside plays it with its settings", () => {
   ).finally(() => rmSync(folder, { recursive: true }));
 });
 
-// Records what goes to the speakers in window.heard: blocks of two channels.
-function noteWhatIsHeard() {
-  window.heard = [];
-  const { connect } = AudioNode.prototype;
-  let recorder;
-  AudioNode.prototype.connect = function (to, ...more) {
-    if (to instanceof AudioDestinationNode) {
-      if (recorder === undefined) {
-        recorder = to.context.createScriptProcessor(4096, 2, 2);
-        recorder.onaudioprocess = ({ inputBuffer }) =>
-          window.heard.push([0, 1].map((n) => [...inputBuffer.getChannelData(n)]));
-        connect.call(recorder, to);
-      }
-      connect.call(this, recorder);
-    }
-    return connect.call(this, to, ...more);
-  };
-}
-
 test("before and after are equally loud as they are heard", () =>
   withPage(
     async (page) => {
@@ -217,14 +213,14 @@ test("before and after are equally loud as they are heard", () =>
       await page.locator("[name=preset][value=bass]").check({ force: true });
       await page.waitForTimeout(1500); // until the piece is measured with these settings
       await page.locator("#play").click();
-      const loudness = {};
-      for (const side of ["after", "before"]) {
+      const loudness = { before: NaN, after: NaN };
+      for (const side of /** @type {const} */ (["after", "before"])) {
         await page.locator(`[name=side][value=${side}]`).check({ force: true });
         await page.waitForTimeout(500);
-        const start = await page.evaluate(() => window.heard.length);
-        const blocks = 48;
-        await page.waitForFunction((end) => window.heard.length >= end, start + blocks);
-        const heard = await page.evaluate(([from, to]) => window.heard.slice(from, to), [start, start + blocks]);
+        const end = 48 + (await page.evaluate(() => window.heard.length));
+        await page.waitForFunction((end) => window.heard.length >= end, end);
+        /** @type {number[][][]} */
+        const heard = await page.evaluate((end) => window.heard.slice(end - 48, end), end);
         const samples = heard.flatMap((block) => [...interleave(block.map((channel) => Float32Array.from(channel)))]);
         const meter = new Piece(exports, 48000, 2, valuesOf({}));
         for (let at = 0; at < samples.length; at += Piece.samples)
@@ -237,7 +233,7 @@ test("before and after are equally loud as they are heard", () =>
       const softer = Math.min(...Object.values(report.loudnessLufs));
       assert.ok(Math.abs(loudness.after - softer) < 0.5, `${loudness.after} and ${softer}`);
       for (const side of ["before", "after"]) {
-        const shown = parseFloat((await page.locator(`#whole-${side}`).textContent()).replace("−", "-"));
+        const shown = parseFloat(String(await page.locator(`#whole-${side}`).textContent()).replace("−", "-"));
         assert.ok(Math.abs(shown - report.loudnessLufs[side]) < 0.11, `${side}: ${shown}`);
       }
     },
@@ -261,7 +257,9 @@ test("the node tells a changed latency, and goes back to defaults", () =>
       return {
         before,
         after: await latency,
-        wrong: parameters.filter((one) => Math.abs(node.parameters.get(one.key).value - one.default) > 1e-6),
+        wrong: parameters.filter(
+          (/** @type {any} */ one) => Math.abs(node.parameters.get(one.key).value - one.default) > 1e-6,
+        ),
       };
     }, packageText);
     assert.ok(told.after < told.before, JSON.stringify(told));
@@ -270,20 +268,20 @@ test("the node tells a changed latency, and goes back to defaults", () =>
 
 test("a strict content security policy lets the worklet come from its URL", async () => {
   const server = createServer(({ url }, answer) => {
-    const isScript = url.endsWith(".js");
+    const isScript = url?.endsWith(".js");
     answer.setHeader("content-type", isScript ? "text/javascript" : "text/html");
     answer.setHeader("content-security-policy", "default-src 'none'; script-src 'self' 'wasm-unsafe-eval'");
     answer.end(isScript ? readFileSync(new URL(`web/package${url}`, built)) : "");
   });
-  await new Promise((resolve) => server.listen(0, "localhost", resolve));
+  await new Promise((resolve) => server.listen(0, "localhost", () => resolve(undefined)));
   const page = await browser.newPage();
-  await page.goto(`http://localhost:${server.address().port}/`);
-  const make = (processorUrl) =>
+  await page.goto(`http://localhost:${/** @type {import("node:net").AddressInfo} */ (server.address()).port}/`);
+  const make = (/** @type {string | undefined} */ processorUrl) =>
     page.evaluate(async (processorUrl) => {
-      const { OrvaneNode } = await import("/index.js");
+      const { OrvaneNode } = await import(`${"/index.js"}`);
       return (await OrvaneNode.create(new OfflineAudioContext(2, 128, 48000), { processorUrl })).latency;
     }, processorUrl);
-  await assert.rejects(make());
+  await assert.rejects(make(undefined));
   assert.ok((await make("/processor.js")) > 0);
   await page.close();
   server.close();
@@ -331,15 +329,19 @@ test("a dropped mono file is heard on both sides, ends without Loop, and is save
       await page.locator("#loop").uncheck();
       await page.getByText("Play", { exact: true }).waitFor();
       const energy = await page.evaluate(() =>
-        [0, 1].map((side) => window.heard.flatMap((block) => block[side]).reduce((sum, one) => sum + one * one, 0)),
+        [0, 1].map((side) =>
+          /** @type {number[][][]} */ (window.heard)
+            .flatMap((block) => block[side])
+            .reduce((sum, one) => sum + one * one, 0),
+        ),
       );
       assert.ok(energy[0] > 1 && Math.abs(energy[1] / energy[0] - 1) < 1e-3, `${energy}`);
       await page.waitForTimeout(600); // the peak stays shown
-      const peak = parseFloat((await page.locator("#peak-after").textContent()).replace("−", "-"));
+      const peak = parseFloat(String(await page.locator("#peak-after").textContent()).replace("−", "-"));
       assert.ok(peak > -40, `${peak}`);
       await page.locator("[name=preset][value=night]").check({ force: true });
       await page.waitForFunction(
-        () => !(parseFloat(document.getElementById("peak-after").textContent.replace("−", "-")) > -40),
+        () => !(parseFloat((document.getElementById("peak-after")?.textContent ?? "").replace("−", "-")) > -40),
       );
       const [download] = await Promise.all([page.waitForEvent("download"), page.locator("#save-wav").click()]);
       assert.equal(download.suggestedFilename(), "mono.song-orvane.wav");
@@ -349,8 +351,8 @@ test("a dropped mono file is heard on both sides, ends without Loop, and is save
 
 // Lets the page play into an OfflineAudioContext, window.heard, which starts when the test says so.
 function playOffTheClock() {
-  window.AudioContext = class extends OfflineAudioContext {
-    constructor({ sampleRate }) {
+  /** @type {any} */ (window).AudioContext = class extends OfflineAudioContext {
+    constructor(/** @type {{ sampleRate: number }} */ { sampleRate }) {
       super(2, 2 * sampleRate, sampleRate);
       window.heard = this;
     }
@@ -372,10 +374,10 @@ test("the position shown is the one heard, and before and after fade into each o
         const pause = window.heard.suspend(1);
         const rendering = window.heard.startRendering();
         await pause;
-        document.querySelector("[name=side][value=before]").click();
-        document.getElementById("loop").click();
+        /** @type {any} */ (document.querySelector("[name=side][value=before]")).click();
+        document.getElementById("loop")?.click();
         await new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
-        const shown = document.getElementById("seek").valueAsNumber;
+        const shown = /** @type {any} */ (document.getElementById("seek")).valueAsNumber;
         OfflineAudioContext.prototype.resume.call(window.heard);
         return { shown, out: [...(await rendering).getChannelData(0)].slice(47000, 50000) };
       });
