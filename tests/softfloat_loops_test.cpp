@@ -49,7 +49,7 @@ public:
         return {power ? a.m : 2 * a.m, a.m == 0 ? 0 : a.e % 8 - 4};
     }
     Complex<SoftFloat> NextComplex(int32_t centre) { return {Next(centre), Next(centre)}; }
-    SoftTurn ComplexFactor() { return {Factor(), Factor()}; }
+    SoftTurn ComplexFactor() { return {Packed(Factor()), Packed(Factor())}; }
     uint32_t Bits() { return static_cast<uint32_t>(random()); }
 
 private:
@@ -156,11 +156,12 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirPortableVersions) {
         const size_t half = 8;
         const int32_t centre = Centre(numbers, n);
         std::vector<Complex<SoftFloat>> spectrum;
-        std::vector<SoftTurn> kernel, w;
+        std::vector<SoftTurn> w;
+        std::vector<MirroredTurns> kernel;
         for (size_t k = 0; k < half; ++k) {
             spectrum.push_back(numbers.NextComplex(centre));
             if (!softfloat::Settles(spectrum[k].re, spectrum[k].im)) spectrum[k] = {};
-            kernel.push_back(numbers.ComplexFactor());
+            kernel.push_back({numbers.ComplexFactor(), numbers.ComplexFactor()});
             w.push_back(numbers.ComplexFactor());
         }
         Surrounded<Complex<SoftFloat>> expected(half, [&] { return numbers.NextComplex(centre); });

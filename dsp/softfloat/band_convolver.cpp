@@ -14,16 +14,17 @@ float PowerOf2(int32_t exponent) {
     return std::bit_cast<float>(static_cast<uint32_t>(exponent + 127) << 23U);
 }
 
-// Returns the complex factor. If a part can't be a factor, returns 0 and sets *fits to false.
-SoftTurn TurnOf(float re, float im, float smallest, bool* fits) {
+// Returns the complex factor with its exponents raised by `raised`. If a part can't be a factor,
+// returns 0 and sets *fits to false.
+SoftTurn TurnOf(float re, float im, float smallest, int32_t raised, bool* fits) {
     if (!softfloat::CanBeFactor(re, smallest) || !softfloat::CanBeFactor(im, smallest)) {
         *fits = false;
         return {};
     }
-    SoftTurn turn = {softfloat::FactorOf(re), softfloat::FactorOf(im)};
-    turn.re.e += softfloat::kAligned;
-    turn.im.e += kTurnLower;
-    return turn;
+    SoftFactor real = softfloat::FactorOf(re), imaginary = softfloat::FactorOf(im);
+    real.e += raised + softfloat::kAligned;
+    imaginary.e += raised + kTurnLower;
+    return {Packed(real), Packed(imaginary)};
 }
 
 }  // namespace
@@ -33,8 +34,9 @@ bool SoftBandConvolver::Allocate(uint32_t n) {
     const size_t m = n / 2;
     if (m < 8 || m > UINT16_MAX || !std::has_single_bit(m) || std::countr_zero(m) % 2 == 0)
         return true;
-    if (!factors.Allocate(m / 4) || !places.Allocate(m / 2) || !kernels.Allocate(kBands * m) ||
-        !reversed.Allocate(m) || !spectrum.Allocate(m) || !work.Allocate(m))
+    if (!factors.Allocate(m / 4) || !places.Allocate(m / 2) ||
+        !kernels.Allocate(kBands * (m / 2)) || !reversed.Allocate(m) || !spectrum.Allocate(m) ||
+        !work.Allocate(m))
         return false;
     const int bits = std::countr_zero(m);
     for (size_t k = 0; k < m; ++k) {
@@ -55,13 +57,13 @@ void SoftBandConvolver::SetFactors(const float* twiddles, Planar<const float> re
     for (size_t t = 2; t < half / 4; ++t) {
         const Twiddles<float> w = GroupTwiddles(twiddles, t);
         const auto turn = [=, this](Complex<float> factor) {
-            return TurnOf(factor.re, factor.im, smallest, &factorsFit);
+            return TurnOf(factor.re, factor.im, smallest, 0, &factorsFit);
         };
         factors[t] = {turn(w.w1), turn(w.w2), turn(w.w3)};
     }
     for (size_t k = 1; k < half / 2; ++k) {
         const TransformPlace left = reversed[k], right = reversed[half - k];
-        places[k] = {TurnOf(real.re[k], real.im[k], smallest, &factorsFit), &work[right.at],
+        places[k] = {TurnOf(real.re[k], real.im[k], smallest, 0, &factorsFit), &work[right.at],
                      right.raised - left.raised, &work[left.at]};
     }
 }
@@ -70,22 +72,17 @@ void SoftBandConvolver::SetKernels(const Planar<const float> (&bands)[kBands]) {
     if (half == 0) return;
     kernelsFit = true;
     for (size_t b = 0; b < kBands; ++b)
-        for (size_t k = 0; k < half; ++k) {
-            // The upper bins are stored behind the middle one, in falling order.
-            const size_t bin = k <= half / 2 ? k : half / 2 + half - k;
-            SoftTurn& factor = kernels[b * half + k];
-            factor = TurnOf(bands[b].re[bin], bands[b].im[bin], 0x1p-46F, &kernelsFit);
-            if (k == 0) {
-                factor.re.e -= softfloat::kAligned;
-                factor.im.e -= kTurnLower;
-            }
-            // Raise the exponents as SpectrumProduct expects. Bin 0 and the middle bin are not
-            // aligned there.
-            const bool left = k > 0 && k < half / 2;
-            const int32_t raised =
-                reversed[std::min(k, half - k)].raised + (left ? softfloat::kAligned : 0);
-            factor.re.e += raised;
-            factor.im.e += raised;
+        for (size_t k = 0; k < half / 2; ++k) {
+            // The upper bins are stored behind the middle one, in falling order. The exponents are
+            // raised as SpectrumProduct expects. Bin 0 and the middle bin are not aligned there.
+            const auto turn = [&](size_t bin, int32_t raised) {
+                return TurnOf(bands[b].re[bin], bands[b].im[bin], 0x1p-46F, raised, &kernelsFit);
+            };
+            const int32_t raised = reversed[k].raised;
+            kernels[b * (half / 2) + k] =
+                k == 0 ? MirroredTurns{turn(0, raised), turn(half / 2, reversed[half / 2].raised)}
+                       : MirroredTurns{turn(k, raised + softfloat::kAligned),
+                                       turn(half / 2 + k, raised)};
         }
 }
 
@@ -110,7 +107,7 @@ bool SoftBandConvolver::Convolve(Planar<const float> block, size_t pairs,
         for (const bool last : {false, true})
             for (size_t b = 0; b < kBands; ++b) {
                 if ((bands[b].re == block.re) != last) continue;
-                if (!ProductToWork(&kernels[b * half]) || !Stages(work.data())) return false;
+                if (!ProductToWork(&kernels[b * (half / 2)]) || !Stages(work.data())) return false;
                 Finish(bands[b], pairs, tailOf(b));
             }
     }
@@ -155,17 +152,20 @@ bool SoftBandConvolver::RealSpectrum() {
 // Multiplies by a kernel's spectrum and goes back to the spectrum of complex values, in
 // bit-reversed order. Real and imaginary parts are exchanged, which turns the forward transform
 // into the inverse.
-bool SoftBandConvolver::ProductToWork(const SoftTurn* kernel) {
+bool SoftBandConvolver::ProductToWork(const MirroredTurns* kernel) {
     const Number* const a = spectrum.data();
     Number* const out = work.data();
-    const SoftFloat sum = kernel[0].re * a[0].re;
-    SoftFloat difference = sum - kernel[0].im * a[0].im;
+    SoftFactor first = Unpacked(kernel[0].left.re), second = Unpacked(kernel[0].left.im);
+    first.e -= softfloat::kAligned;
+    second.e -= kTurnLower;
+    const SoftFloat sum = first * a[0].re;
+    SoftFloat difference = sum - second * a[0].im;
     // Halving rounds only a float that is subnormal. Like the checks before products, this one
     // refuses every number below 2^-80, which is more than it must: such numbers are rare.
     if (difference.m != 0 && difference.e < 0) return false;
     --difference.e;  // halved
     out[0] = {difference, sum - difference};
-    const Number middle = Twiddle(kernel[half / 2], a[half / 2]);
+    const Number middle = Twiddle(kernel[0].right, a[half / 2]);
     out[1] = {middle.im, middle.re};
     return SpectrumProduct(a, kernel, places.data(), half);
 }

@@ -44,7 +44,7 @@ private:
 
     bool Stages(Number* a) const;
     bool RealSpectrum();
-    bool ProductToWork(const SoftTurn* kernel);
+    bool ProductToWork(const MirroredTurns* kernel);
     void PassSilence(Planar<float> band, size_t pairs, Planar<const float> tail) const;
     void Finish(Planar<float> band, size_t pairs, Planar<const float> tail) const;
 
@@ -53,9 +53,9 @@ private:
     SoftFactor eighth = {};             // cos(pi / 4)
     OwnedArray<SoftTwiddles> factors;   // [t]: factors of group t in any stage; half / 4
     OwnedArray<MirroredPlaces> places;  // half / 2, the first unused; point into `work`
-    // `half` factors for each band; the first one holds two real factors. Exponents are raised as
-    // the inverse transform's places need.
-    OwnedArray<SoftTurn> kernels;
+    // half / 2 for each band. The first one holds two real factors (left) and the middle value's
+    // factor (right). Exponents are raised as the inverse transform's places need.
+    OwnedArray<MirroredTurns> kernels;
     OwnedArray<TransformPlace> reversed;  // [k]: the place with k's bits reversed
     OwnedArray<Number> spectrum, work;
 };

@@ -8,12 +8,9 @@
 @ of A, B and C and of the results in their places. The stack holds the address of D and the address
 @ where D ends.
 
-.equ    W1_RE, TWIDDLES_W1_RE
-.equ    W1_IM, TWIDDLES_W1_IM
-.equ    W2_RE, TWIDDLES_W2_RE
-.equ    W2_IM, TWIDDLES_W2_IM
-.equ    W3_RE, TWIDDLES_W3_RE
-.equ    W3_IM, TWIDDLES_W3_IM
+.equ    W1, TWIDDLES_W1
+.equ    W2, TWIDDLES_W2
+.equ    W3, TWIDDLES_W3
 
 @ pair am, ae, bm, be: a becomes a + b and b becomes a - b, for a stage's pair. With `swap` the two
 @ results change places. With `backward` the difference is b - a. With `alike`, no exponent is lowered.
@@ -175,7 +172,7 @@ endroutine SoftEighthGroup
 @   out   r0 false if a number was too small for a product
 routine SoftTwiddledButterflies
     push    {r4-r11, lr}
-    sub     sp, sp, #68
+    sub     sp, sp, #44
     add     r0, r0, #32             @ the value size is 16: A, B, C, D at -32, -16, 0, 16
     add     r12, r0, r2, lsl #6
     sub     r1, r1, #8
@@ -196,27 +193,27 @@ routine SoftTwiddledButterflies
     pair    r4, r5, r10, r11
     strd    r2, r3, [r0, #-32]
     strd    r4, r5, [r0, #-24]
-    ldrd    r8, r9, [r1, #W2_RE + 8]!
+    ldrd    r8, r9, [r1, #W2 + 8]!
     orrs    lr, r7, r11
     blmi    .LsettleEven
-    turnproducts "[r1, #8]"         @ y2 *= w2, which r1 points to
+    turnproducts                    @ y2 *= w2, which r1 points to
     turned  r2, r3, r4, r5
     stmia   r0, {r2-r5}
     ldmdb   r0, {r2-r5}             @ x1
     ldmia   sp!, {r6, r7, r10, r11} @ x3
     pair    r4, r5, r6, r7, swap=1  @ y1, y3 = x1 + i x3, x1 - i x3
     pair    r2, r3, r10, r11
-    ldrd    r8, r9, [r1, #W1_RE - W2_RE]
+    ldrd    r8, r9, [r1, #W1 - W2]
     orrs    lr, r3, r5
     orrspl  lr, r7, r11
     blmi    .LsettleOdd
     stmdb   sp!, {r2-r5}
-    turnproducts "[r1, #W1_IM - W2_RE]" @ y1 *= w1
+    turnproducts                    @ y1 *= w1
     turned  r10, r11, r2, r3, back=1
-    ldrd    r8, r9, [r1, #W3_RE - W2_RE]
+    ldrd    r8, r9, [r1, #W3 - W2]!
     stmdb   r0, {r2, r3, r10, r11}
     ldmia   sp!, {r6, r7, r10, r11}
-    turnproducts "[r1, #W3_IM - W2_RE]!" @ y3 *= w3
+    turnproducts                    @ y3 *= w3
     turned  r2, r3, r4, r5
     add     r0, r0, #16
     stmia   r0!, {r2-r5}
@@ -239,56 +236,56 @@ endroutine SoftTwiddledButterflies
 @                         size_t groups)
 @ The loops of TwiddledGroupsPortable (butterfly_groups.h). docs/soft-float.md, "A butterfly".
 @   in    r0 a, r1 span, r2 w, r3 groups, at least 1
-@   stack [0] the group's factors w1, w2, w3; [48] D, [52] end of D; [56] next w, [60] end of w;
-@         [64] 16 * span
+@   stack [0] the group's factors w1, w2, w3; [24] D, [28] end of D; [32] next w, [36] end of w;
+@         [40] 16 * span
 @   out   r0 false if a number was too small for a product
 routine SoftTwiddledGroups
     push    {r4-r11, lr}
-    sub     sp, sp, #68
+    sub     sp, sp, #44
     mov     r1, r1, lsl #4
-    str     r1, [sp, #64]
-    add     r3, r3, r3, lsl #1      @ r3 = w + groups, 48 bytes each
-    add     r3, r2, r3, lsl #4
-    str     r3, [sp, #60]
+    str     r1, [sp, #40]
+    add     r3, r3, r3, lsl #1      @ r3 = w + groups, 24 bytes each
+    add     r3, r2, r3, lsl #3
+    str     r3, [sp, #36]
     mov     r8, r0
 .LtwiddledGroup:
-    ldmia   r2!, {r0, r1, r3-r7, r9-r12, lr} @ copy the group's factors to the stack
-    stmia   sp, {r0, r1, r3-r7, r9-r12, lr}
-    str     r2, [sp, #56]
-    ldr     lr, [sp, #64]
+    ldmia   r2!, {r0, r1, r3-r6}    @ copy the group's factors to the stack
+    stmia   sp, {r0, r1, r3-r6}
+    str     r2, [sp, #32]
+    ldr     lr, [sp, #40]
     mov     r0, r8
     addresses
-    strd    r8, r9, [sp, #48]
+    strd    r8, r9, [sp, #24]
 .LtwiddledNext:
-    firsthalf 48
+    firsthalf 24
     evenpairs
-    ldrd    r8, r9, [sp, #16 + W2_RE]
+    ldrd    r8, r9, [sp, #16 + W2]
     orrs    lr, r7, r11
     blmi    .LsettleEven
-    turnproducts "[sp, #16 + W2_IM]" @ y2 *= w2; x3 is pushed
+    turnproducts                    @ y2 *= w2; x3 is pushed
     turned  r2, r3, r4, r5
     stmia   r12!, {r2-r5}
     oddpairs
-    ldrd    r8, r9, [sp, #W1_RE]
+    ldrd    r8, r9, [sp, #W1]
     orrs    lr, r3, r5
     orrspl  lr, r7, r11
     blmi    .LsettleOdd
     stmdb   sp!, {r2-r5}
-    turnproducts "[sp, #16 + W1_IM]" @ y1 *= w1; y3 is pushed
+    turnproducts                    @ y1 *= w1; y3 is pushed
     turned  r10, r11, r2, r3, back=1
-    ldrd    r8, r9, [sp, #16 + W3_RE]
+    ldrd    r8, r9, [sp, #16 + W3]
     stmia   r1!, {r2, r3, r10, r11}
     ldmia   sp!, {r6, r7, r10, r11}
-    turnproducts "[sp, #W3_IM]"     @ y3 *= w3
+    turnproducts                    @ y3 *= w3
     turned  r2, r3, r4, r5
-    storelast 48, .LtwiddledNext, r2-r5
-    ldrd    r2, r3, [sp, #56]
+    storelast 24, .LtwiddledNext, r2-r5
+    ldrd    r2, r3, [sp, #32]
     cmp     r2, r3
     bne     .LtwiddledGroup         @ r8: the next A is where D ends
 .LtwiddledSettled:
     mov     r0, #1
 .LtwiddledEnd:
-    add     sp, sp, #68
+    add     sp, sp, #44
     pop     {r4-r11, pc}
 .LtwiddledPushed:
     add     sp, sp, #16

@@ -70,12 +70,9 @@ inline void LastStagePortable(SoftFloat* a, size_t count) {
 }
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-static_assert(offsetof(SoftTwiddles, w1.re) == TWIDDLES_W1_RE &&
-              offsetof(SoftTwiddles, w1.im) == TWIDDLES_W1_IM &&
-              offsetof(SoftTwiddles, w2.re) == TWIDDLES_W2_RE &&
-              offsetof(SoftTwiddles, w2.im) == TWIDDLES_W2_IM &&
-              offsetof(SoftTwiddles, w3.re) == TWIDDLES_W3_RE &&
-              offsetof(SoftTwiddles, w3.im) == TWIDDLES_W3_IM && sizeof(SoftTwiddles) == 48);
+static_assert(offsetof(SoftTwiddles, w1) == TWIDDLES_W1 &&
+              offsetof(SoftTwiddles, w2) == TWIDDLES_W2 &&
+              offsetof(SoftTwiddles, w3) == TWIDDLES_W3 && sizeof(SoftTwiddles) == TWIDDLES_SIZE);
 extern "C" void SoftLastStage(SoftFloat* a, size_t count);
 extern "C" void SoftUntwiddledGroup(Complex<SoftFloat>* a, size_t span);
 extern "C" bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e);

@@ -207,25 +207,40 @@ struct LoweredFloat {
 #endif
 }
 
+// A factor in one word, because tables of factors are read often: e from -64 to 63 at bits 31 to 25
+// and the upper 25 bits of m below. "Turns".
+struct PackedFactor {
+    uint32_t bits;
+};
+inline PackedFactor Packed(SoftFactor a) {
+    const int32_t e = std::max(a.e, -64);  // only a zero's exponent can be less
+    return {static_cast<uint32_t>(e) << 25U | static_cast<uint32_t>(a.m) >> 7U};
+}
+[[gnu::always_inline]] inline SoftFactor Unpacked(PackedFactor a) {
+    return {static_cast<int32_t>(a.bits << 7U), static_cast<int32_t>(a.bits) >> 25U};
+}
+
 // A complex factor. The exponent of its real part is raised by kAligned, so that the sums of its
 // products need no addition to align. The exponent of its imaginary part is raised by kTurnLower,
 // because the assembly version leaves the products one bit lower than numbers. "Turns".
 inline constexpr int32_t kTurnLower = 1;
-struct SoftTurn {
-    SoftFactor re, im;
+struct alignas(8) SoftTurn {
+    PackedFactor re, im;
 };
 struct SoftTwiddles {  // the factors of one group of butterflies
     SoftTurn w1, w2, w3;
 };
 [[gnu::always_inline]] inline Complex<SoftFloat> Twiddle(SoftTurn w, Complex<SoftFloat> y) {
-    const SoftFloat ofReal = w.re * y.re, ofImaginary = w.re * y.im;
-    const SoftFactor second = {w.im.m, w.im.e - kTurnLower};
+    const SoftFactor first = Unpacked(w.re);
+    SoftFactor second = Unpacked(w.im);
+    second.e -= kTurnLower;
+    const SoftFloat ofReal = first * y.re, ofImaginary = first * y.im;
     const softfloat::Aligned re = softfloat::Align(ofReal, second * y.im, ofReal.e);
     const softfloat::Aligned im = softfloat::Align(ofImaginary, second * y.re, ofImaginary.e);
     return {softfloat::Rounded(re.a - re.b, re.e), softfloat::Rounded(im.a + im.b, im.e)};
 }
 inline SoftTurn Conjugate(SoftTurn w) {
-    return {w.re, -w.im};
+    return {w.re, Packed(-Unpacked(w.im))};
 }
 
 namespace softfloat {

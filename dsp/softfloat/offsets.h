@@ -20,17 +20,17 @@
 #define LIMITER_RECOVER_STEP 0xd1b717      // significand of kLimiterRecoverStep
 #define LIMITER_RECOVER_STEP_EXPONENT 113  // its exponent field
 
-#define MIRRORED_PLACES_SIZE 32
-#define MIRRORED_PLACES_W_IM 8
-#define MIRRORED_PLACES_RIGHT 16  // followed by `raised`
-#define MIRRORED_PLACES_LEFT 24
+#define MIRRORED_PLACES_SIZE 24
+#define MIRRORED_PLACES_RIGHT 8  // followed by `raised`
+#define MIRRORED_PLACES_LEFT 16
+
+#define MIRRORED_TURNS_SIZE 16
+#define MIRRORED_TURNS_RIGHT 8
 
 #define TRANSFORM_PLACE_SIZE 4
 #define TRANSFORM_PLACE_RAISED 2
 
-#define TWIDDLES_W1_RE 0
-#define TWIDDLES_W1_IM 8
-#define TWIDDLES_W2_RE 16
-#define TWIDDLES_W2_IM 24
-#define TWIDDLES_W3_RE 32
-#define TWIDDLES_W3_IM 40
+#define TWIDDLES_SIZE 24
+#define TWIDDLES_W1 0
+#define TWIDDLES_W2 8
+#define TWIDDLES_W3 16

@@ -7,8 +7,6 @@
 @ time. Their first terms are in r2, r3 (real part) and r4, r5 (imaginary part), as a value lies in
 @ memory. Their second terms are in r10, r11 and r6, r7.
 
-.equ    W_IM, MIRRORED_PLACES_W_IM
-
 @ mirrordifference carried: y = left - conj(right), left in r2 to r5, right in r10, r11 and r6, r7.
 @ y has its real part in r6, r7 and its imaginary part in r10, r11, as turnproducts expects.
 .macro mirrordifference carried=0
@@ -20,12 +18,12 @@
     normroundboth r6, r7, r3, r10, r11, r5
 .endm
 
-@ kernelproduct at: the value at `at` times the kernel's factor for it, to r2 to r5. r1 is the
-@ distance in bytes from a value to its factor.
-.macro kernelproduct at
-    ldrd    r8, r9, [\at, r1]
+@ kernelproduct at, factor: the value at `at` times the kernel's factor at the address `factor`, to r2
+@ to r5.
+.macro kernelproduct at, factor:vararg
+    ldrd    r8, r9, \factor
     ldmia   \at, {r6, r7, r10, r11}
-    turnproducts "[lr, #8]", "add lr, \at, r1"
+    turnproducts
     turned  r2, r3, r4, r5
 .endm
 
@@ -51,23 +49,23 @@
     stmia   r2, {r4, r5, r8, r9}
 .endm
 
-@ bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
+@ bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const MirroredTurns* kernel,
 @                          const MirroredPlaces* places, size_t half)
 @ The loop of SpectrumProductPortable (spectrum_product.h). docs/soft-float.md, "The real spectrum".
 @   in    r0 spectrum, r1 kernel, r2 places, r3 half
-@   uses  r1 bytes from a value to its factor
+@   uses  r1 kernel[k]
 @   stack [0] places; left and then right are pushed while they wait
 @   out   r0 false if a number was too small for a product
 routine SoftSpectrumProduct
     push    {r4-r11, lr}
     str     r2, [sp, #-4]!
     add     r12, r0, r3, lsl #4
-    sub     r1, r1, r0
+    add     r1, r1, #MIRRORED_TURNS_SIZE
     b       .LproductTest
 .LproductNext:
-    kernelproduct r12               @ right
+    kernelproduct r12, [r1, #MIRRORED_TURNS_RIGHT] @ right
     stmdb   sp!, {r2-r5}
-    kernelproduct r0                @ left
+    kernelproduct r0, [r1], #MIRRORED_TURNS_SIZE   @ left
     stmdb   sp!, {r2-r5}
     ldrd    r10, r11, [sp, #16]
     ldrd    r6, r7, [sp, #24]
@@ -77,7 +75,7 @@ routine SoftSpectrumProduct
     blmi    .LsettleProduct
     ldrd    r8, r9, [r2, #MIRRORED_PLACES_SIZE]!
     str     r2, [sp, #32]
-    turnproducts "[lr, #W_IM]", "ldr lr, [sp, #32]"
+    turnproducts
     turned  r10, r11, r6, r7, back=1
     ldmia   sp!, {r2-r5}
     storeexchanged rsb, 0, 16       @ left - y
@@ -129,7 +127,7 @@ routine SoftRealStep
     ldrd    r8, r9, [r1, #MIRRORED_PLACES_SIZE]! @ y *= (++places)->w
     orrs    lr, r11, r7
     blmi    .LsettleReal
-    turnproducts "[r1, #W_IM]"
+    turnproducts
     turned  r10, r11, r6, r7
     realresult rsb, r0              @ left - y
     realresult add, r12             @ right + conj(y)

@@ -22,6 +22,11 @@ struct MirroredPlaces {
     Complex<SoftFloat>* left;
 };
 
+// A kernel's factors for values k and half - k. Assembly reads this: see offsets.h.
+struct MirroredTurns {
+    SoftTurn left, right;
+};
+
 // For 0 < k < half / 2, replaces values k (left) and half - k (right):
 //   y = w (left - conj(right)),  left - y and right + conj(y)
 // Returns false, with `a` in any state, if y or a result has a number too small for products.
@@ -43,14 +48,14 @@ inline bool RealStepPortable(Complex<SoftFloat>* a, const MirroredPlaces* places
 // computes
 //   y = conj(w) (left - conj(right)),  left - y and right + conj(y)
 // and stores both at their places with real and imaginary parts exchanged. The exponents of
-// kernel[k] are raised by kAligned, so that y and left - y need no addition to align. Settles must
-// hold for the spectrum's numbers. Returns false, with the places in any state, if y has a number
-// too small for products.
-inline bool SpectrumProductPortable(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
+// kernel[k].left are raised by kAligned, so that y and left - y need no addition to align. Settles
+// must hold for the spectrum's numbers. Returns false, with the places in any state, if y has a
+// number too small for products.
+inline bool SpectrumProductPortable(const Complex<SoftFloat>* spectrum, const MirroredTurns* kernel,
                                     const MirroredPlaces* places, size_t half) {
     for (size_t k = 1; k < half / 2; ++k) {
-        const Complex<SoftFloat> left = Twiddle(kernel[k], spectrum[k]);
-        const Complex<SoftFloat> right = Twiddle(kernel[half - k], spectrum[half - k]);
+        const Complex<SoftFloat> left = Twiddle(kernel[k].left, spectrum[k]);
+        const Complex<SoftFloat> right = Twiddle(kernel[k].right, spectrum[half - k]);
         Complex<SoftFloat> y = {left.re - AsLowered(right.re), left.im + AsLowered(right.im)};
         if (!softfloat::Settles(y.re, y.im)) return false;
         y = Twiddle(Conjugate(places[k].w), y);
@@ -63,13 +68,14 @@ inline bool SpectrumProductPortable(const Complex<SoftFloat>* spectrum, const So
 
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
 extern "C" bool SoftRealStep(Complex<SoftFloat>* a, const MirroredPlaces* places, size_t half);
-extern "C" bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const SoftTurn* kernel,
+extern "C" bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const MirroredTurns* kernel,
                                     const MirroredPlaces* places, size_t half);
 static_assert(sizeof(MirroredPlaces) == MIRRORED_PLACES_SIZE &&
-              offsetof(MirroredPlaces, w.im) == MIRRORED_PLACES_W_IM &&
               offsetof(MirroredPlaces, right) == MIRRORED_PLACES_RIGHT &&
               offsetof(MirroredPlaces, raised) == MIRRORED_PLACES_RIGHT + 4 &&
               offsetof(MirroredPlaces, left) == MIRRORED_PLACES_LEFT);
+static_assert(sizeof(MirroredTurns) == MIRRORED_TURNS_SIZE &&
+              offsetof(MirroredTurns, right) == MIRRORED_TURNS_RIGHT);
 inline constexpr auto& RealStep = SoftRealStep;
 inline constexpr auto& SpectrumProduct = SoftSpectrumProduct;
 #else
