@@ -8,9 +8,6 @@
 @   r11  the value that r4 >> 23 has while the sum stays in its binade: 1 or -2; 8, which it never
 @        has, for a sum below 2^25 units
 
-@ SoftNewBinade returns here instead of rounding what it has rounded itself.
-.equ    ROUNDING_BYTES, 12
-
 @ A sample joins the sum in two parts with other work between them, because the product is late.
 @ startjoin factor: begins to add factor * the sample in r8. The factor is r6 or r10. Then r4:r9 is the
 @ sum, not rounded.
@@ -22,14 +19,9 @@
 .macro endjoin
     teq     r11, r4, asr #23
     blne    SoftNewBinade           @ the sum left its binade, or is below 2^25
-.Lround\@:
     movs    r8, r4, lsr #1          @ carry = last bit of r4
     sbcs    r9, r9, #0x80000000     @ no borrow if the lower word rounds up, ties to even
     adc     r4, r4, #0
-.Lrounded\@:
-    .if     .Lrounded\@ - .Lround\@ != ROUNDING_BYTES
-    .error  "SoftNewBinade returns past a rounding of another length"
-    .endif
 .endm
 
 @ shiftjoining factor: startjoin, interleaved with the first part of normround r2, r3, r3. roundoff is the
@@ -148,8 +140,8 @@ endroutine \name
     averageloop SoftAverage, 0
 
 @ Called by endjoin with the sum's upper word in r4 and its lower word in r9, if the sum has left its
-@ binade or is below 2^25 units. Finds the new s and what follows from it. Returns to endjoin's
-@ rounding, or past it if the sum was rounded here. "Running sums".
+@ binade or is below 2^25 units. Finds the new s and what follows from it. If the sum was rounded here,
+@ the lower word becomes 0. "Running sums".
 routine SoftNewBinade
     cmp     r6, #1
     bne     .LlargeBefore
@@ -157,15 +149,16 @@ routine SoftNewBinade
     add     r4, r4, r9
 .Lsmall:
     eor     r9, r4, r4, lsl #1      @ below 2^24 the sum is exact
-    movs    r9, r9, lsr #25
-    addeq   pc, lr, #ROUNDING_BYTES
+    movs    r9, r9, lsr #25         @ r9 = 0: endjoin's rounding changes nothing
+    bxeq    lr
     cmp     r9, #1
     bne     .LlargeNow
     movs    r4, r4, asr #1          @ 2^24 to 2^25: round the last bit away, ties to even
     andcs   r9, r4, #1
     addcs   r4, r4, r9
     mov     r4, r4, lsl #1
-    add     pc, lr, #ROUNDING_BYTES
+    mov     r9, #0
+    bx      lr
 .LlargeNow:
     eor     r9, r4, r4, lsl #1      @ 2^25 and more: s = 7 - clz
     clz     r9, r9

@@ -15,38 +15,103 @@
     normround r2, r3, r3, unclean=\unclean
 .endm
 
-@ weightedsample m, e, weight: the present sample of the next array times the weight at that offset of
-@ the ContourMix. r11 is 2^31. Changes r4 to r9. "A number", "Products".
-.macro weightedsample m, e, weight
-    ldr     r6, [r12], #4
-    ldr     r6, [r6, r1]
-    ldrd    r8, r9, [r0, #\weight]
-    unpack  r4, r5, r6, r11, .LsampleIsZero, raised=1
-    product \m, \e, r4, r5, raised=1
+@ addtermbeside am, ae, factor, raised: sum += term. Meanwhile the next term is formed: am, ae times the
+@ factor at that offset of the ContourMix. `raised` is product's. Changes r8 and r9. "Products".
+.macro addtermbeside am, ae, factor, raised=0
+    align   r2, r3, r4, r5, .LfarTerm, carried=1
+    add     r2, r9, r2, asr #3
+    ldrd    r8, r9, [r0, #\factor]
+    eor     lr, r2, r2, lsl #2      @ the steps of normround r2, r3, r3 and of product r4, r5 in turn
+    clz     lr, lr
+    smull   r5, r4, r8, \am
+    mov     r2, r2, lsl lr
+    sub     r3, r3, lr
+    movs    lr, r2, lsr #7
+    adc     r2, r2, #31
+    cmp     r5, #1
+    adc     r4, r4, r4
+    .if \raised
+    add     r5, r9, \ae, lsr #24
+    .else
+    add     r5, r9, \ae
+    .endif
+    teq     r4, r4, lsl #2
+    movpl   r4, r4, lsl #1
+    subpl   r5, r5, #1
+    movs    lr, r4, lsr #7
+    adc     r4, r4, #31
+    bic     r2, r2, #63
+    bic     r4, r4, #63
 .endm
 
-@ channelsum: the sum of the next channel's three weighted bands, to r2, r3.
+@ twoterms raised: replaces the sum by its product with the factor in r8, r9, and the term by its product
+@ with the factor in r6, r7. `raised` is product's. Changes r8. "Products".
+.macro twoterms raised=0
+    smull   lr, r2, r8, r2          @ the steps of product for both in turn
+    smull   r8, r4, r6, r4
+    .if \raised
+    add     r3, r9, r3, lsr #24
+    add     r5, r7, r5, lsr #24
+    .else
+    add     r3, r9, r3
+    add     r5, r7, r5
+    .endif
+    cmp     lr, #1
+    adc     r2, r2, r2
+    cmp     r8, #1
+    adc     r4, r4, r4
+    teq     r2, r2, lsl #2
+    movpl   r2, r2, lsl #1
+    subpl   r3, r3, #1
+    teq     r4, r4, lsl #2
+    movpl   r4, r4, lsl #1
+    subpl   r5, r5, #1
+    movs    lr, r2, lsr #7
+    adc     r2, r2, #31
+    movs    r8, r4, lsr #7
+    adc     r4, r4, #31
+    bic     r2, r2, #63
+    bic     r4, r4, #63
+.endm
+
+@ Of a float's bits, shifted left by 1: what unpack subtracts, and from where on its result is too large.
+.equ    LEAST, 47 << 24
+.equ    BEYOND, (187 - 47) << 24
+@ pack's 46 and the 9 that the exponents of outputs are lowered by.
+.equ    PACKED, 55
+
+@ channelsum: the sum of the next channel's three weighted bands, to r2, r3. Changes r4 to r10. "A
+@ number".
 .macro channelsum
-    weightedsample r2, r3, CONTOUR_MIX_WEIGHTS
-    weightedsample r4, r5, CONTOUR_MIX_WEIGHTS + 8
+    ldmia   r12!, {r6, r7, r10}
+    ldrd    r8, r9, [r0, #CONTOUR_MIX_WEIGHTS]
+    ldr     r6, [r6, r1]            @ the channel's samples of the three bands
+    ldr     r7, [r7, r1]
+    ldr     r10, [r10, r1]
+    orr     r2, r11, r6, lsl #8     @ the steps of unpack for the first two in turn
+    orr     r4, r11, r7, lsl #8
+    mov     r2, r2, lsr #2
+    mov     r4, r4, lsr #2
+    movs    r3, r6, lsl #1
+    rsbcs   r2, r2, #0
+    movs    r5, r7, lsl #1
+    rsbcs   r4, r4, #0
+    ldrd    r6, r7, [r0, #CONTOUR_MIX_WEIGHTS + 8]
+    sub     r3, r3, #LEAST
+    sub     r5, r5, #LEAST
+    cmp     r3, #BEYOND
+    cmplo   r5, #BEYOND
+    blhs    .LsampleOfTwoIsZero
+    twoterms raised=1
+    unpack  r6, r7, r10, r11, .LsampleIsZero, raised=1
+    addtermbeside r6, r7, CONTOUR_MIX_WEIGHTS + 16, raised=1
     addterm
-    weightedsample r4, r5, CONTOUR_MIX_WEIGHTS + 16
-    addterm
-.endm
-
-@ channelout place: *r6++ = the sum stored at sp + place, plus the contour in r4, r5.
-.macro channelout place
-    ldrd    r2, r3, [sp, #\place]
-    addterm unclean=1
-    add     r3, r3, #55             @ pack's 46 and the 9 that exponents are lowered by
-    pack    r2, r3, r7, .LmixRare
-    str     r2, [r6], #4
 .endm
 
 @ size_t SoftContourMix(ContourMix* mix, float* out, size_t frames, size_t channels)
 @ The loop of RunContourMixPortable (contour_mix.h). docs/soft-float.md, "Bands and contour".
 @   in    r0 mix, r1 out, r2 frames, at least 1; r3 channels, 1 or 2
-@   uses  r4, r5 the contour, once it is known; r11 2^31, then r10, r11 x2
+@   uses  r4, r5 the contour, once it is known; r11 2^31, then r10, r11 x2, y2 and mixed[0]
 @   stack [0], [8] the channels' sums; [16] channels; [20] end of mix->from; [24] frames left;
 @         [28] frames; [32] out
 @   out   r0 the frames done
@@ -78,35 +143,40 @@ routine SoftContourMix
     orrs    lr, r3, r7
     blmi    .LsettleMix             @ x and y1 must not be too small for a product
     ldrd    r4, r5, [r0, #CONTOUR_MIX_X1]
+    ldrd    r8, r9, [r0, #CONTOUR_MIX_B0]
     strd    r2, r3, [r0, #CONTOUR_MIX_X1] @ x1 becomes x, and x2 becomes x1
     ldrd    r10, r11, [r0, #CONTOUR_MIX_X2]
+    ldrd    r6, r7, [r0, #CONTOUR_MIX_B1]
     strd    r4, r5, [r0, #CONTOUR_MIX_X2]
-    ldrd    r8, r9, [r0, #CONTOUR_MIX_B0] @ sum = b0 * x
-    product r2, r3, r2, r3
-    ldrd    r8, r9, [r0, #CONTOUR_MIX_B1] @ sum += b1 * x1
-    product r4, r5, r4, r5
-    addterm
-    ldrd    r8, r9, [r0, #CONTOUR_MIX_B2] @ sum += b2 * x2
-    product r4, r5, r10, r11
-    addterm
-    ldrd    r8, r9, [r0, #CONTOUR_MIX_FB1] @ sum += fb1 * y1
-    product r4, r5, r6, r7
-    addterm
-    ldrd    r4, r5, [r0, #CONTOUR_MIX_Y2] @ y = sum + fb2 * y2, and y2 becomes y1
-    strd    r6, r7, [r0, #CONTOUR_MIX_Y2]
-    ldrd    r8, r9, [r0, #CONTOUR_MIX_FB2]
-    product r4, r5, r4, r5
+    twoterms                        @ sum = b0 * x, term = b1 * x1
+    ldrd    r6, r7, [r0, #CONTOUR_MIX_Y1]
+    addtermbeside r10, r11, CONTOUR_MIX_B2 @ sum += term, term = b2 * x2
+    ldrd    r10, r11, [r0, #CONTOUR_MIX_Y2]
+    strd    r6, r7, [r0, #CONTOUR_MIX_Y2] @ y2 becomes y1
+    addtermbeside r6, r7, CONTOUR_MIX_FB1 @ sum += term, term = fb1 * y1
+    addtermbeside r10, r11, CONTOUR_MIX_FB2 @ sum += term, term = fb2 * y2
     align   r2, r3, r4, r5, .LfarTerm, carried=1
-    add     r4, r9, r2, asr #3
+    ldrd    r10, r11, [sp]          @ mixed[0]
+    add     r4, r9, r2, asr #3      @ y = sum + term
+    ldr     r6, [sp, #32]
     normround r4, r5, r3
     strd    r4, r5, [r0, #CONTOUR_MIX_Y1]
 
-    ldr     r6, [sp, #32]
-    channelout 0                    @ *out++ = mixed[0] + y
+    align   r10, r11, r4, r5, .LfarOut, carried=1
     ldr     lr, [sp, #16]
+    add     r10, r9, r10, asr #3    @ mixed[0] + y
     cmp     lr, #1
-    beq     .LmixOut
-    channelout 8                    @ *out++ = mixed[1] + y
+    beq     .LmixOneOut
+    ldrd    r2, r3, [sp, #8]
+    align   r2, r3, r4, r5, .LfarTerm, carried=1
+    add     r2, r9, r2, asr #3      @ mixed[1] + y
+    normroundboth r10, r11, r11, r2, r3, r3, unclean=1
+    add     r11, r11, #PACKED       @ *out++ = both
+    add     r3, r3, #PACKED
+    pack    r10, r11, r7, .LmixRareFirst
+    str     r10, [r6], #4
+    pack    r2, r3, r7, .LmixRare
+    str     r2, [r6], #4
 .LmixOut:
     str     r6, [sp, #32]
     ldr     lr, [sp, #20]           @ after an odd frame: first arrays, next pair
@@ -124,12 +194,32 @@ routine SoftContourMix
     add     sp, sp, #36
     pop     {r4-r11, pc}
 
-@ `rare` of unpack: returns the number of a zero; for any other sample ends the loop.
+.LmixOneOut:
+    normround r10, r11, r11, unclean=1
+    add     r11, r11, #PACKED       @ *out++ = mixed[0] + y
+    pack    r10, r11, r7, .LmixRareFirst
+    str     r10, [r6], #4
+    b       .LmixOut
+
+@ `rare` of unpack: makes the number of a zero; for any other sample ends the loop.
 .LsampleIsZero:
-    movs    r5, r6, lsl #1
+    cmn     r7, #LEAST              @ 0 for a zero
     bne     .LmixEnd
-    mov     r4, #0
+    mov     r6, #0
+    mov     r7, #0
     bx      lr
+@ The same for two samples, at least one of which is rare.
+.LsampleOfTwoIsZero:
+    cmn     r3, #LEAST
+    moveq   r2, #0
+    moveq   r3, #0
+    cmn     r5, #LEAST
+    moveq   r4, #0
+    moveq   r5, #0
+    cmp     r3, #BEYOND
+    cmplo   r5, #BEYOND
+    bxlo    lr
+    b       .LmixEnd
 
 @ Called if the exponent of x or y1 is below 0. Returns if only zeros have such exponents, which
 @ become 0; otherwise ends the loop.
@@ -143,5 +233,7 @@ routine SoftContourMix
     b       .LmixEnd
 
     farout  .LfarTerm, r2, r3, r4, r5
+    farout  .LfarOut, r10, r11, r4, r5
     packrare .LmixRare, r2, r3
+    packrare .LmixRareFirst, r10, r11
 endroutine SoftContourMix
