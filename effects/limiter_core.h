@@ -108,8 +108,7 @@ void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32
             framesSinceGate < kWindow ? MakeWindow() : OpenLap();
         Arithmetic::template RunGains<true>(frames, state, count, runner);
     } else if (AtRest()) {
-        for (uint32_t i = 0; i < count; ++i)
-            std::memcpy(gains + i * kChannels, state.gain, sizeof state.gain);
+        for (uint32_t i = 0; i < count * kChannels; ++i) gains[i] = state.gain[i % kChannels];
         runner();
     } else {
         Arithmetic::template RunGains<false>(frames, state, count, runner);

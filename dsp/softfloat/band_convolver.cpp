@@ -100,7 +100,11 @@ bool SoftBandConvolver::Convolve(Planar<const float> block, size_t pairs,
     if (loaded == LoadedBlock::kSilence) {
         for (size_t b = 0; b < kBands; ++b) PassSilence(bands[b], pairs, tailOf(b));
     } else {
-        for (size_t q = pairs; q < half; ++q) spectrum[reversed[q].at] = {};
+        for (size_t q = pairs; q < half; ++q) {
+            Number& padding = spectrum[reversed[q].at];  // each part by itself: no call of memset
+            padding.re = {};
+            padding.im = {};
+        }
         if (!Stages(spectrum.data()) || !RealSpectrum()) return false;
         // The band that shares the block's memory comes last, because the caller needs the block if
         // this function returns false.

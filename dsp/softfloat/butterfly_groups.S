@@ -121,6 +121,25 @@ routine SoftUntwiddledGroup
     pop     {r4-r11, pc}
 endroutine SoftUntwiddledGroup
 
+@ beginscaling, doublescaled, roundscaled m, e: the number times the factor in r8, r9. These are the steps
+@ of product, which leave lr free for another product after the second one. "Products".
+.macro beginscaling m, e
+    smull   lr, \m, r8, \m          @ m:lr = factor * m
+    add     \e, \e, r9
+.endm
+.macro doublescaled m
+    cmp     lr, #1                  @ carry = lower half is not 0
+    adc     \m, \m, \m
+.endm
+.macro roundscaled m, e
+    teq     \m, \m, lsl #2          @ 29 bits: shift m to 30
+    movpl   \m, \m, lsl #1
+    subpl   \e, \e, #1
+    tst     \m, \m, lsr #7          @ carry = bit 6, the last kept bit
+    adc     \m, \m, #31
+    bic     \m, \m, #63
+.endm
+
 @ bool SoftEighthGroup(Complex<SoftFloat>* a, size_t span, int32_t m, int32_t e)
 @ The loop of EighthGroupPortable (butterfly_groups.h). docs/soft-float.md, "A butterfly".
 @   in    r0 a, r1 span, r2, r3 the factor u = cos(pi / 4)
@@ -146,11 +165,19 @@ routine SoftEighthGroup
     pair    r2, r3, r10, r11, swap=1           @ x1.re, x3.im
     pair    r2, r3, r6, r7, swap=1, alike=1    @ y1 and y3 before they are scaled
     pair    r4, r5, r10, r11, swap=1, alike=1
-    ldrd    r8, r9, [sp]            @ times u
-    product r2, r3, r2, r3
-    product r4, r5, r4, r5
-    product r6, r7, r6, r7
-    product r10, r11, r10, r11
+    ldrd    r8, r9, [sp]            @ times u, each product begun while the one before is rounded
+    beginscaling r2, r3
+    doublescaled r2
+    beginscaling r4, r5
+    roundscaled r2, r3
+    doublescaled r4
+    beginscaling r6, r7
+    roundscaled r4, r5
+    doublescaled r6
+    beginscaling r10, r11
+    roundscaled r6, r7
+    doublescaled r10
+    roundscaled r10, r11
     orrs    lr, r3, r5
     orrspl  lr, r7, r11
     blmi    .LsettleEighth
