@@ -169,8 +169,9 @@ TEST(SoftFloatLoops, SpectraGiveTheValuesOfTheirPortableVersions) {
         const auto placesIn = [&](Surrounded<Complex<SoftFloat>>& out) {
             std::vector<MirroredPlaces> places;
             for (size_t k = 0; k < half / 2; ++k)
-                places.push_back({w[k], out.begin() + half - 1 - k, static_cast<int32_t>(k) * 6 - 9,
-                                  out.begin() + k});
+                places.push_back({w[k], out.begin() + half - 1 - k,
+                                  static_cast<int8_t>(static_cast<int>(k) * 6 - 9), 0,
+                                  static_cast<int16_t>(2 * k + 1 - half)});
             return places;
         };
         const auto places = placesIn(got), placesPortable = placesIn(expected);

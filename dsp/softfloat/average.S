@@ -15,10 +15,12 @@
     mov     r9, #0
     smlal   r9, r4, r8, \factor     @ r4:r9 += x * 2^(32 - s)
 .endm
-@ endjoin: rounds the sum. Changes r8 and r9; SoftNewBinade may change r10.
-.macro endjoin
+@ endjoin meanwhile: rounds the sum. Changes r8 and r9; SoftNewBinade may change r10. `meanwhile` is an
+@ instruction that runs before the rounding.
+.macro endjoin meanwhile
     teq     r11, r4, asr #23
     blne    SoftNewBinade           @ the sum left its binade, or is below 2^25
+    \meanwhile
     movs    r8, r4, lsr #1          @ carry = last bit of r4
     sbcs    r9, r9, #0x80000000     @ no borrow if the lower word rounds up, ties to even
     adc     r4, r4, #0
@@ -50,10 +52,10 @@
     mov     r2, r2, lsl r3
     mov     r2, r2, asr #7
     rsb     r3, r3, #5
-    .else
-    ldrd    r2, r3, [r0]            @ r2, r3 = rows->sum, the narrower one
-    .endif
     endjoin                         @ sum += *entering
+    .else
+    endjoin "ldrd r2, r3, [r0]"     @ the same; r2, r3 = rows->sum, the narrower one
+    .endif
     subs    r8, r5, r3              @ r9 = sum << (difference of the exponents + 2)
     rsbspl  r9, r8, #5 - \first
     movpl   r9, r4, lsl r8
@@ -187,8 +189,8 @@ routine SoftNewBinade
     mov     r11, r4, asr #23
     bx      lr
 .Lup:
-    add     r10, r8, #32             @ shift both words right by -r8
-    rsb     r8, r8, #0
+    rsb     r8, r8, #0              @ shift both words right by r8
+    rsb     r10, r8, #32
     mov     r9, r9, lsr r8          @ exact: r9 is a multiple of r6
     orr     r9, r9, r4, lsl r10
     mov     r4, r4, asr r8

@@ -64,7 +64,8 @@ void SoftBandConvolver::SetFactors(const float* twiddles, Planar<const float> re
     for (size_t k = 1; k < half / 2; ++k) {
         const TransformPlace left = reversed[k], right = reversed[half - k];
         places[k] = {TurnOf(real.re[k], real.im[k], smallest, 0, &factorsFit), &work[right.at],
-                     right.raised - left.raised, &work[left.at]};
+                     static_cast<int8_t>(right.raised - left.raised), 0,
+                     static_cast<int16_t>(left.at - right.at)};
     }
 }
 

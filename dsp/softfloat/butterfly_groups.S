@@ -76,10 +76,15 @@
     pair    r2, r3, r10, r11        @ x1.re, x3.im
 .endm
 
-@ storelast dplace, label, registers: stores y3 in D's place, and branches to the label for the next
-@ butterfly unless this was the last one of the group.
-.macro storelast dplace, label, registers:vararg
+@ storelast dplace, label, unclean, registers: stores y3 in D's place, and branches to the label for the
+@ next butterfly unless this was the last one of the group. With `unclean`, y3 is in r2 to r5 and the six
+@ lowest bits of its significands are undefined.
+.macro storelast dplace, label, unclean, registers:vararg
     ldrd    r8, r9, [sp, #\dplace]
+    .if \unclean
+    bic     r2, r2, #63
+    bic     r4, r4, #63
+    .endif
     stmia   r8!, {\registers}
     str     r8, [sp, #\dplace]
     cmp     r8, r9
@@ -116,7 +121,7 @@ routine SoftUntwiddledGroup
     oddpairs
     strd    r10, r11, [r1], #8      @ y1
     strd    r6, r7, [r1], #8
-    storelast 0, .LuntwiddledNext, r2-r5
+    storelast 0, .LuntwiddledNext, 0, r2-r5
     add     sp, sp, #12
     pop     {r4-r11, pc}
 endroutine SoftUntwiddledGroup
@@ -182,7 +187,7 @@ routine SoftEighthGroup
     orrspl  lr, r7, r11
     blmi    .LsettleEighth
     stmia   r1!, {r2, r3, r6, r7}   @ y1
-    storelast 8, .LeighthNext, r4, r5, r10, r11
+    storelast 8, .LeighthNext, 0, r4, r5, r10, r11
     mov     r0, #1
 .LeighthEnd:
     add     sp, sp, #20
@@ -304,8 +309,8 @@ routine SoftTwiddledGroups
     stmia   r1!, {r2, r3, r10, r11}
     ldmia   sp!, {r6, r7, r10, r11}
     turnproducts                    @ y3 *= w3
-    turned  r2, r3, r4, r5
-    storelast 24, .LtwiddledNext, r2-r5
+    turned  r2, r3, r4, r5, unclean=1
+    storelast 24, .LtwiddledNext, 1, r2-r5
     ldrd    r2, r3, [sp, #32]
     cmp     r2, r3
     bne     .LtwiddledGroup         @ r8: the next A is where D ends

@@ -20,9 +20,9 @@
 #define LIMITER_RECOVER_STEP 0xd1b717      // significand of kLimiterRecoverStep
 #define LIMITER_RECOVER_STEP_EXPONENT 113  // its exponent field
 
-#define MIRRORED_PLACES_SIZE 24
-#define MIRRORED_PLACES_RIGHT 8  // followed by `raised`
-#define MIRRORED_PLACES_LEFT 16
+#define MIRRORED_PLACES_SIZE 16
+#define MIRRORED_PLACES_RIGHT 8  // followed by the word that begins with `raised`
+#define MIRRORED_PLACES_RAISED 12
 
 #define MIRRORED_TURNS_SIZE 16
 #define MIRRORED_TURNS_RIGHT 8

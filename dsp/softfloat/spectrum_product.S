@@ -40,11 +40,13 @@
     bic     r4, r4, #63
     bic     r8, r8, #63
     .if \right
-    ldrd    r2, r3, [lr, #MIRRORED_PLACES_RIGHT]
+    ldrsb   r3, [lr, #MIRRORED_PLACES_RAISED]
+    ldr     r2, [lr, #MIRRORED_PLACES_RIGHT]
     add     r5, r5, r3              @ raise both exponents
     add     r9, r9, r3
     .else
-    ldr     r2, [lr, #MIRRORED_PLACES_LEFT]
+    ldrd    r2, r3, [lr, #MIRRORED_PLACES_RIGHT]
+    add     r2, r2, r3, asr #12     @ right + leftFromRight; a value has 16 bytes
     .endif
     stmia   r2, {r4, r5, r8, r9}
 .endm

@@ -18,8 +18,9 @@
 struct MirroredPlaces {
     SoftTurn w;
     Complex<SoftFloat>* right;
-    int32_t raised;
-    Complex<SoftFloat>* left;
+    int8_t raised;
+    uint8_t zero;           // assembly shifts it to the right of leftFromRight
+    int16_t leftFromRight;  // in values
 };
 
 // A kernel's factors for values k and half - k. Assembly reads this: see offsets.h.
@@ -59,7 +60,8 @@ inline bool SpectrumProductPortable(const Complex<SoftFloat>* spectrum, const Mi
         Complex<SoftFloat> y = {left.re - AsLowered(right.re), left.im + AsLowered(right.im)};
         if (!softfloat::Settles(y.re, y.im)) return false;
         y = Twiddle(Conjugate(places[k].w), y);
-        *places[k].left = {left.im - AsLowered(y.im), left.re - AsLowered(y.re)};
+        places[k].right[places[k].leftFromRight] = {left.im - AsLowered(y.im),
+                                                    left.re - AsLowered(y.re)};
         *places[k].right = {Raised(right.im - y.im, places[k].raised),
                             Raised(right.re + y.re, places[k].raised)};
     }
@@ -72,8 +74,8 @@ extern "C" bool SoftSpectrumProduct(const Complex<SoftFloat>* spectrum, const Mi
                                     const MirroredPlaces* places, size_t half);
 static_assert(sizeof(MirroredPlaces) == MIRRORED_PLACES_SIZE &&
               offsetof(MirroredPlaces, right) == MIRRORED_PLACES_RIGHT &&
-              offsetof(MirroredPlaces, raised) == MIRRORED_PLACES_RIGHT + 4 &&
-              offsetof(MirroredPlaces, left) == MIRRORED_PLACES_LEFT);
+              offsetof(MirroredPlaces, raised) == MIRRORED_PLACES_RAISED &&
+              offsetof(MirroredPlaces, leftFromRight) == MIRRORED_PLACES_RAISED + 2);
 static_assert(sizeof(MirroredTurns) == MIRRORED_TURNS_SIZE &&
               offsetof(MirroredTurns, right) == MIRRORED_TURNS_RIGHT);
 inline constexpr auto& RealStep = SoftRealStep;
