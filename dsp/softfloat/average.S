@@ -46,13 +46,12 @@
 @ has. `first` is 1 for the narrowest average; `far` is addband's. Changes r2, r3, r8 and r9.
 .macro averagestep first, far
     .if \first
-    ldr     r2, [r12, #4]           @ r2, r3 = leaving[1] as a sum of 24 bits
-    eor     r3, r2, r2, lsl #1
+    endjoin "ldr r2, [r12, #4]"     @ sum += *entering
+    eor     r3, r2, r2, lsl #1      @ r2, r3 = leaving[1] as a sum of 24 bits
     clz     r3, r3
     mov     r2, r2, lsl r3
     mov     r2, r2, asr #7
     rsb     r3, r3, #5
-    endjoin                         @ sum += *entering
     .else
     endjoin "ldrd r2, r3, [r0]"     @ the same; r2, r3 = rows->sum, the narrower one
     .endif
@@ -163,11 +162,11 @@ routine SoftNewBinade
     bx      lr
 .LlargeNow:
     eor     r9, r4, r4, lsl #1      @ 2^25 and more: s = 7 - clz
+    mov     r6, #1
     clz     r9, r9
     rsb     r8, r9, #7              @ r8 = s
     add     r10, r9, #25             @ r10 = 32 - s
     add     r5, r5, r8
-    mov     r6, #1
     mov     r6, r6, lsl r10
     mov     r9, r4, lsl r10          @ split the sum into r4 * 2^s and the lower word
     mov     r4, r4, asr r8

@@ -226,9 +226,7 @@ routine SoftTwiddledButterflies
     strd    r2, r3, [r0, #-32]
     strd    r4, r5, [r0, #-24]
     ldrd    r8, r9, [r1, #W2 + 8]!
-    orrs    lr, r7, r11
-    blmi    .LsettleEven
-    turnproducts                    @ y2 *= w2, which r1 points to
+    turnproducts .LsettleEven       @ y2 *= w2, which r1 points to
     turned  r2, r3, r4, r5
     stmia   r0, {r2-r5}
     ldmdb   r0, {r2-r5}             @ x1
@@ -292,9 +290,7 @@ routine SoftTwiddledGroups
     firsthalf 24
     evenpairs
     ldrd    r8, r9, [sp, #16 + W2]
-    orrs    lr, r7, r11
-    blmi    .LsettleEven
-    turnproducts                    @ y2 *= w2; x3 is pushed
+    turnproducts .LsettleEven       @ y2 *= w2; x3 is pushed
     turned  r2, r3, r4, r5
     stmia   r12!, {r2-r5}
     oddpairs

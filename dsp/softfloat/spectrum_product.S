@@ -73,11 +73,9 @@ routine SoftSpectrumProduct
     ldrd    r6, r7, [sp, #24]
     mirrordifference carried=1      @ y = left - conj(right)
     ldr     r2, [sp, #32]           @ y *= conj((++places)->w)
-    orrs    lr, r11, r7
-    blmi    .LsettleProduct
     ldrd    r8, r9, [r2, #MIRRORED_PLACES_SIZE]!
     str     r2, [sp, #32]
-    turnproducts
+    turnproducts .LsettleProduct
     turned  r10, r11, r6, r7, back=1
     ldmia   sp!, {r2-r5}
     storeexchanged rsb, 0, 16       @ left - y
@@ -127,9 +125,7 @@ routine SoftRealStep
     ldrd    r6, r7, [r12, #8]
     mirrordifference                @ y = left - conj(right)
     ldrd    r8, r9, [r1, #MIRRORED_PLACES_SIZE]! @ y *= (++places)->w
-    orrs    lr, r11, r7
-    blmi    .LsettleReal
-    turnproducts
+    turnproducts .LsettleReal
     turned  r10, r11, r6, r7
     realresult rsb, r0              @ left - y
     realresult add, r12             @ right + conj(y)
