@@ -16,7 +16,6 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "dsp/code_generation.h"
 #include "dsp/samples.h"
