@@ -19,7 +19,7 @@ struct MirroredPlaces {
     SoftTurn w;
     Complex<SoftFloat>* right;
     int8_t raised;
-    uint8_t zero;           // assembly shifts it to the right of leftFromRight
+    uint8_t zero;           // lies below leftFromRight in the word that assembly shifts
     int16_t leftFromRight;  // in values
 };
 
