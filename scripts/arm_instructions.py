@@ -29,19 +29,19 @@ PROCESSORS = "ARM926EJ-S", "ARM1136", "Cortex-A8"
 # slowest call. The limit of commands holds for a reset, a disable, an enable and a change of mode
 # together, as a part of a call of 1024 frames.
 LIMITS = {
-    "instructions, music": 4900,
+    "instructions, music": 4920,
     "instructions, noise": 5250,
     "instructions, silence": 1000,
     "instructions, decay": 4000,
     "instructions, slowest call of 256": 12900,
     "instructions, slowest call of 1024": 7900,
     "commands": 0.02,
-    "cycles, ARM926EJ-S": 7500,
-    "cycles, ARM1136": 7640,
-    "cycles, Cortex-A8": 5430,
-    "cycles, ARM926EJ-S, slowest call of 1024": 11900,
-    "cycles, ARM1136, slowest call of 1024": 12000,
-    "cycles, Cortex-A8, slowest call of 1024": 8100,
+    "cycles, ARM926EJ-S": 7280,
+    "cycles, ARM1136": 7200,
+    "cycles, Cortex-A8": 5190,
+    "cycles, ARM926EJ-S, slowest call of 1024": 11600,
+    "cycles, ARM1136, slowest call of 1024": 11400,
+    "cycles, Cortex-A8, slowest call of 1024": 7600,
 }
 
 
