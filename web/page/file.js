@@ -7,7 +7,7 @@ import { fromDecoded } from "../samples.js";
 /** @typedef {(text: string, at: number) => boolean} Has whether the bytes hold a text there */
 /** @typedef {{ start: number, channels: number }} Pcm */
 /** @typedef {{ start: number, channels: number, frames: number }} Flac */
-/** @typedef {{ rate: number, bits: number, pcm?: Pcm, flac?: Flac }} Format */
+/** @typedef {{ rate: number, bits: number, pcm?: Pcm, flac?: Flac, mp3?: number }} Format */
 
 // Pieces of two hours and more do not fit in the memory of a page.
 const kLongSeconds = 2 * 3600;
@@ -21,6 +21,16 @@ const kPartBytes = 1 << 22;
 const kFlacPartBytes = 1 << 20;
 // The part of a FLAC file in which the next frame is looked for. Frames are much shorter.
 const kSoughtBytes = 1 << 18;
+// The bit rates of MPEG-1 layer III in kbit/s (ISO 11172-3, 2.4.2.3).
+const kMp3Rates = [0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320];
+const kMp3Frame = 1152;
+// Frames of a part: 25 s at 48 kHz.
+const kMp3Part = 1024;
+// Frames that are decoded once more in front of a part. A frame uses up to 511 bytes of the frames
+// before it, of which even the smallest hold 58, and the decoder's state of two frames.
+const kMp3Lead = 12;
+// Samples that decoders of MP3 are late by.
+const kMp3Late = 529;
 const kPatienceMs = 4000;
 // The longest time that the page takes no click while it converts.
 const kBusySamples = 1 << 20;
@@ -28,7 +38,7 @@ const kBusySamples = 1 << 20;
 // Returns the rate at which the file is decoded, 44100 or 48000 Hz, and how many bits its samples
 // have (0: not known, or no whole numbers of 16 bits at this rate). Headers of WAV, FLAC, Ogg Vorbis
 // and MP3 are read; every other file is decoded at 48000 Hz. `pcm` tells where the samples of a
-// 16-bit WAV file start, and `flac` where the frames of a FLAC file start.
+// 16-bit WAV file start, and `flac` and `mp3` where the frames of a FLAC and of an MP3 file start.
 /** @type {(head: ArrayBuffer) => Format} */
 export function formatOf(head) {
   const view = new DataView(head);
@@ -42,7 +52,7 @@ export function formatOf(head) {
   else if (has("fLaC", 0) && view.byteLength >= kFlacBytes) format = flacFormat(view);
   else if (has("OggS", 0) && has("\x01vorbis", 28) && view.byteLength >= 44)
     format.rate = view.getUint32(40, true);
-  else format.rate = mpegRate(view, has);
+  else format = mpegFormat(view, has);
   return [44100, 48000].includes(format.rate) ? format : { rate: 48000, bits: 0 };
 }
 
@@ -89,14 +99,16 @@ function flacFormat(view) {
   return format;
 }
 
-// Returns the rate in the header of the first frame behind an ID3 tag (ISO 11172-3, 2.4.1.3).
-/** @type {(view: DataView, has: Has) => number} */
-function mpegRate(view, has) {
+// Reads the header of the first frame behind an ID3 tag (ISO 11172-3, 2.4.1.3).
+/** @type {(view: DataView, has: Has) => Format} */
+function mpegFormat(view, has) {
   let at = 0;
   if (has("ID3", 0) && view.byteLength >= 10)
     at = 10 + [6, 7, 8, 9].reduce((size, n) => size * 128 + view.getUint8(n), 0);
-  if (at + 4 > view.byteLength || view.getUint16(at) >>> 5 !== 0x7ff) return 0;
-  return [44100, 48000, 32000][(view.getUint8(at + 2) >>> 2) & 3] ?? 0;
+  if (at + 4 > view.byteLength || view.getUint16(at) >>> 5 !== 0x7ff) return { rate: 0, bits: 0 };
+  const rate = [44100, 48000, 32000][(view.getUint8(at + 2) >>> 2) & 3] ?? 0;
+  const isMp3 = view.getUint16(at) >>> 1 === 0x7ffd; // version 1, layer III
+  return isMp3 ? { rate, bits: 0, mp3: at } : { rate, bits: 0 };
 }
 
 // Reads a file. The samples of a 16-bit file are exactly s / 32768. Of more than two channels, the
@@ -111,6 +123,10 @@ export async function readAudio(file, step) {
     if (format.pcm !== undefined) return await readPcm(file, format.rate, format.pcm, step);
     if (format.flac !== undefined && file.size > kFlacPartBytes) {
       const piece = await readFlac(file, format, format.flac, step).catch(() => undefined);
+      if (piece !== undefined) return piece;
+    }
+    if (format.mp3 !== undefined) {
+      const piece = await readMp3(file, format.rate, format.mp3, step).catch(() => undefined);
       if (piece !== undefined) return piece;
     }
     const bytes = await file.arrayBuffer();
@@ -261,6 +277,79 @@ function crc8(bytes) {
     for (let n = 0; n < 8; ++n) sum = (sum << 1) ^ (sum & 0x80 ? 0x107 : 0);
   }
   return sum;
+}
+
+// Decodes an MP3 file part by part, too. Throws an Error if it is one part, or if the parts don't fit
+// together.
+/** @type {(file: File, rate: number, start: number, step: (part: number) => boolean) => Promise<NamedPiece | null>} */
+async function readMp3(file, rate, start, step) {
+  const view = new DataView(await file.arrayBuffer());
+  const frames = mp3Frames(view, rate, start);
+  const count = frames.length - 1;
+  if (count <= kMp3Part) throw new Error("one part");
+  const isMono = view.getUint8(start + 3) >>> 6 === 3;
+  const [skipped, cut] = mp3Ends(view, start + (isMono ? 21 : 36), count);
+  const length = count * kMp3Frame - skipped - cut;
+  const buffer = new AudioBuffer({ numberOfChannels: isMono ? 1 : 2, length, sampleRate: rate });
+  const piece = pieceOf(file.name, buffer, true);
+  const context = new OfflineAudioContext(2, 1, rate);
+  for (let from = 0; from < count; from += kMp3Part) {
+    const to = Math.min(count, from + kMp3Part);
+    const lead = Math.min(from, kMp3Lead);
+    const bytes = view.buffer.slice(frames[from - lead], frames[to]);
+    const audio = await context.decodeAudioData(bytes);
+    const isFirst = from === 0;
+    if (audio.length !== (to - from + lead) * kMp3Frame - (isFirst ? skipped : 0))
+      throw new Error("a part has another length");
+    const fresh = lead * kMp3Frame;
+    const at = isFirst ? 0 : from * kMp3Frame - skipped;
+    piece.channels.forEach((channel, side) => {
+      const samples = audio.getChannelData(side);
+      const again = samples.subarray(Math.max(0, fresh - kMp3Frame), fresh);
+      const before = channel.subarray(at - again.length, at);
+      if (again.some((sample, n) => Math.abs(sample - before[n]) > 1e-6))
+        throw new Error("a part does not begin as the one before it ends");
+      channel.set(samples.subarray(fresh, fresh + length - at), at);
+    });
+    if (!step(to / count)) return null;
+  }
+  return piece;
+}
+
+// Returns where each frame starts and the last one ends. Throws an Error if something else than tags
+// stands between or behind them, or if the rate or the number of channels changes.
+/** @type {(view: DataView, rate: number, start: number) => number[]} */
+function mp3Frames(view, rate, start) {
+  const first = view.getUint32(start);
+  const isMono = (/** @type {number} */ head) => ((head >>> 6) & 3) === 3;
+  const frames = [];
+  let at = start;
+  while (at + 4 <= view.byteLength) {
+    const head = view.getUint32(at);
+    const bitRate = kMp3Rates[(head >>> 12) & 15];
+    const isFrame = ((head ^ first) & 0xfffe0c00) === 0 && isMono(head) === isMono(first);
+    if (!isFrame || !bitRate) break;
+    frames.push(at);
+    at += Math.floor((144000 * bitRate) / rate) + ((head >>> 9) & 1);
+  }
+  const rest = new Uint8Array(view.buffer).subarray(at, at + 8);
+  const isTag = /^(TAG|APETAGEX)/.test(String.fromCharCode(...rest));
+  if (at !== view.byteLength && !isTag) throw new Error("no frame");
+  return [...frames, at];
+}
+
+// Returns how many samples browsers skip at the start and at the end. A frame at the start, without
+// sound, tells the encoder's delay and what it added at the end.
+/** @type {(view: DataView, tag: number, count: number) => [number, number]} */
+function mp3Ends(view, tag, count) {
+  const name = view.getUint32(tag);
+  if (name !== 0x58696e67 && name !== 0x496e666f) return [0, 0]; // "Xing" and "Info"
+  const kAllFields = 15;
+  if (view.getUint32(tag + 4) !== kAllFields || view.getUint32(tag + 8) !== count - 1)
+    throw new Error("the tag does not fit the frames");
+  const ends = view.getUint32(tag + 140);
+  const delay = (ends >>> 12) & 0xfff;
+  return [kMp3Frame + delay + kMp3Late, Math.max(0, (ends & 0xfff) - kMp3Late)];
 }
 
 /** @type {(name: string, bytes: ArrayBuffer, format: Format, step: () => boolean) => Promise<NamedPiece | null>} */

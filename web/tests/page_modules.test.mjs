@@ -84,19 +84,20 @@ test("settings are read as the renderer reads them", () => {
 test("rate and bits are read from a file's header", () => {
   const bytes = (/** @type {string} */ text) => Uint8Array.from(text, (letter) => letter.charCodeAt(0)).buffer;
   const wav = "RIFF____WAVELIST\x03\0\0\0abc\0fmt \x10\0\0\0\x01\0\x02\0";
-  for (const [rate, bits, text] of /** @type {[number, number, string][]} */ ([
+  for (const [rate, bits, text, mp3] of /** @type {[number, number, string, number?][]} */ ([
     [44100, 16, `${wav}\x44\xac\0\0${"\0".repeat(6)}\x10\0`],
     [44100, 24, `${wav}\x44\xac\0\0${"\0".repeat(6)}\x18\0`],
     [44100, 0, `${wav.replace("\x01\0\x02", "\x03\0\x02")}\x44\xac\0\0${"\0".repeat(6)}\x10\0`],
     [48000, 0, `${wav}\0\x77\x01\0${"\0".repeat(6)}\x10\0`], // 96000
     [44100, 16, `fLaC${"\0".repeat(14)}\x0a\xc4\x42\xf0${"\0".repeat(20)}`],
     [44100, 0, `OggS${"\0".repeat(24)}\x01vorbis\0\0\0\0\x02\x44\xac\0\0`],
-    [44100, 0, `ID3\x04\0\0\0\0\x01\x02${"x".repeat(130)}\xff\xfb\x90\x00`],
-    [48000, 0, "\xff\xfb\x94\x00"],
+    [44100, 0, `ID3\x04\0\0\0\0\x01\x02${"x".repeat(130)}\xff\xfb\x90\x00`, 140],
+    [48000, 0, "\xff\xfb\x94\x00", 0],
+    [48000, 0, "\xff\xf3\x94\x00"], // MPEG-2
     [48000, 0, "no sound"],
     [48000, 0, ""],
   ]))
-    assert.deepEqual(formatOf(bytes(text)), { rate, bits }, text);
+    assert.deepEqual({ mp3: undefined, ...formatOf(bytes(text)) }, { rate, bits, mp3 }, text);
 });
 
 test("the built-in piece is within full scale and the same every time", () => {

@@ -103,3 +103,24 @@ export function noteWhatIsHeard() {
     return connect.call(this, to, ...more);
   };
 }
+
+// In a page: records the sizes of what is decoded in window.parts.
+export function noteParts() {
+  window.parts = [];
+  const { decodeAudioData } = OfflineAudioContext.prototype;
+  OfflineAudioContext.prototype.decodeAudioData = function (/** @type {ArrayBuffer} */ bytes) {
+    window.parts.push(bytes.byteLength);
+    return decodeAudioData.call(this, bytes);
+  };
+}
+
+// Lets the page play into an OfflineAudioContext, window.heard, which starts when the test says so.
+export function playOffTheClock() {
+  /** @type {any} */ (window).AudioContext = class extends OfflineAudioContext {
+    constructor(/** @type {{ sampleRate: number }} */ { sampleRate }) {
+      super(2, 2 * sampleRate, sampleRate);
+      window.heard = this;
+    }
+    async resume() {}
+  };
+}

@@ -11,7 +11,7 @@ import { instantiate, Piece, Stream } from "../module.js";
 import { presetValues, ready, valuesOf, withSwitches } from "../rules.js";
 import { parameters } from "../table.js";
 import { dataOf, interleave, left, music, planar, render, renderFile, run, wav } from "./renderer.mjs";
-import { noise, noteWhatIsHeard, titled } from "./renderer.mjs";
+import { noise, noteParts, noteWhatIsHeard, playOffTheClock, titled } from "./renderer.mjs";
 
 /** @import { Browser, Page } from "playwright-core" */
 
@@ -159,14 +159,6 @@ test("a FLAC file is decoded in small parts and comes out as the renderer's", ()
   writeFileSync(wave, wav(noise(1e6), 44100, 2));
   run("render", wave, flac, "-q", "--output-gain", "5");
   run("render", flac, to, "-q", "--preset", "loud");
-  const noteParts = () => {
-    window.parts = [];
-    const { decodeAudioData } = OfflineAudioContext.prototype;
-    OfflineAudioContext.prototype.decodeAudioData = function (/** @type {ArrayBuffer} */ bytes) {
-      window.parts.push(bytes.byteLength);
-      return decodeAudioData.call(this, bytes);
-    };
-  };
   const use = async (/** @type {Page} */ page) => {
     await page.locator("#file").setInputFiles(flac);
     await page.locator("#piece-name").filter({ hasText: "in.flac" }).waitFor();
@@ -176,6 +168,30 @@ test("a FLAC file is decoded in small parts and comes out as the renderer's", ()
     assert.deepEqual(await savedBy(page), dataOf(readFileSync(to)));
   };
   return withPage(use, { script: noteParts }).finally(() => rmSync(folder, { recursive: true }));
+});
+
+test("an MP3 file is decoded in small parts, and at once if it is damaged, with the same samples", () => {
+  const folder = mkdtempSync(join(tmpdir(), "orvane-"));
+  const [wave, mp3] = ["in.wav", "in.mp3"].map((name) => join(folder, name));
+  writeFileSync(wave, wav(noise(2.5e6), 48000, 2));
+  run("render", wave, mp3, "-q");
+  const bytes = readFileSync(mp3);
+  rmSync(folder, { recursive: true });
+  const use = async (/** @type {Page} */ page) => {
+    const read = async (/** @type {string} */ name, /** @type {Buffer} */ buffer) => {
+      await page.evaluate(() => (window.parts = []));
+      await page.locator("#file").setInputFiles({ name, mimeType: "audio/mpeg", buffer });
+      await page.locator("#piece-name").filter({ hasText: name }).waitFor();
+      return { parts: await page.evaluate(() => window.parts), samples: await savedBy(page) };
+    };
+    const { parts, samples } = await read("in.mp3", bytes);
+    assert.ok(parts.length > 2 && Math.max(...parts) < bytes.length / 2, `${parts}`);
+    const whole = await read("damaged.mp3", Buffer.concat([bytes, Buffer.of(1)]));
+    assert.deepEqual(whole.parts, [bytes.length + 1]);
+    // Buffers are compared faster.
+    assert.ok(Buffer.from(samples.buffer).equals(Buffer.from(whole.samples.buffer)));
+  };
+  return withPage(use, { script: noteParts });
 });
 
 test("a page with a piece inside plays it with its settings", () => {
@@ -348,17 +364,6 @@ test("a dropped mono file is heard on both sides, ends without Loop, and is save
     },
     { script: noteWhatIsHeard },
   ));
-
-// Lets the page play into an OfflineAudioContext, window.heard, which starts when the test says so.
-function playOffTheClock() {
-  /** @type {any} */ (window).AudioContext = class extends OfflineAudioContext {
-    constructor(/** @type {{ sampleRate: number }} */ { sampleRate }) {
-      super(2, 2 * sampleRate, sampleRate);
-      window.heard = this;
-    }
-    async resume() {}
-  };
-}
 
 test("the position shown is the one heard, and before and after fade into each other", () => {
   // Samples that tell their time: they rise by one every four frames. At 1 s, the second round plays.
