@@ -123,7 +123,7 @@ public:
     // Measures nothing for Metering::kNothing, if rateHz is below kLowestMeteredRateHz, or if there
     // are more than two channels. The tenths of a second that Tenths() returns begin at frame
     // `firstFrame`.
-    LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering metering,
+    LoudnessMeter(uint32_t channelCount, uint32_t rateHz, Metering whatToMeter,
                   uint64_t firstFrame = 0);
 
     // Continues with a stream of another rate or number of channels. Earlier measurements still
