@@ -251,5 +251,3 @@ template class LimiterCore<FloatLimiting, 1>;
 template class LimiterCore<FloatLimiting, 2>;
 template class LimiterCore<Q24Limiting, 1>;
 template class LimiterCore<Q24Limiting, 2>;
-template void LimiterCore<Q24Limiting, 1>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*, Alone);
-template void LimiterCore<Q24Limiting, 2>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*, Alone);

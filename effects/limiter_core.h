@@ -114,12 +114,6 @@ void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32
     }
 }
 
-// The version with the runner Alone is compiled once.
-extern template void LimiterCore<Q24Limiting, 1>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*,
-                                                                      Alone);
-extern template void LimiterCore<Q24Limiting, 2>::ProcessChunkToShort(int32_t*, uint32_t, int16_t*,
-                                                                      Alone);
-
 // A limiter for interleaved frames of 1 or 2 channels. It gives the samples of one limiter per
 // channel.
 template <typename Arithmetic>

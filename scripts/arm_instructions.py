@@ -29,7 +29,7 @@ PROCESSORS = "ARM926EJ-S", "ARM1136", "Cortex-A8"
 # slowest call. The limit of commands holds for a reset, a disable, an enable and a change of mode
 # together, as a part of a call of 1024 frames.
 LIMITS = {
-    "instructions, music": 4920,
+    "instructions, music": 4900,
     "instructions, noise": 5250,
     "instructions, silence": 1000,
     "instructions, decay": 4000,
