@@ -8,12 +8,13 @@ import sys
 
 import z3
 
-from llvm_memory import (NULL, Block, Memory, Pointer, Types, Violation, concrete, fresh, names_in,
-                         number)
+from llvm_memory import (NULL, OPERATIONS, RELATIONS, Block, Memory, Pointer, Types, Violation, concrete,
+                         fresh, names_in, number)
 
 sys.setrecursionlimit(20000)
 
-VALUE = re.compile(r'%[\w.]+|@(?:"[^"]*"|[\w.]+)|-?\d[\w.+]*|null|undef|true|false|zeroinitializer')
+VALUE = re.compile(r'%[\w.]+|@(?:"[^"]*"|[\w.]+)|-?\d[\w.+-]*|null|undef|poison|true|false|'
+                   r'zeroinitializer')
 ATTRIBUTE = re.compile(r"\s*(?:noundef|nonnull|nocapture|readonly|writeonly|noalias|zeroext|signext|"
                        r"immarg|inrange|align \d+|dereferenceable(?:_or_null)?\((\d+)\))(?=[\s,)])")
 
@@ -24,6 +25,9 @@ class Program:
     `models` gives, for a name or a part of it, what a function outside of the module does:
     model(program, memory, arguments, sizes, result type) yields pairs of memory and result.
     """
+
+    keeps_to_members = False  # whether an access must keep to the array within its object
+    patience_ms = 2**32 - 1   # after which another solver is asked; this is no limit
 
     def __init__(self, text, models):
         pointer_bytes = 4 if re.search(r'datalayout = "[^"]*p:32', text) else 8
@@ -37,7 +41,7 @@ class Program:
             current = []
             labels = {str(len(names)): current}  # the first block has the number behind the parameters
             for line in body.splitlines():
-                line = re.sub(r",? ![\w.]+( !\d+)?|;.*", "", line).rstrip()
+                line = re.sub(r",? ![\w.]+( !\d+)?|;.*|(?<=call )fastcc ", "", line).rstrip()
                 if found := re.match(r"(\d+):", line):
                     current = labels.setdefault(found[1], [])
                 elif line.startswith("    ") or line == "  ]":  # the cases of a switch
@@ -120,23 +124,25 @@ class Program:
     def address(self, text, env):
         kind, rest = self.types.read(text)
         pointer, rest = self.typed(rest.lstrip().removeprefix(","), env)
-        offset, first = pointer.offset, True
+        offset, first, part = pointer.offset, True, pointer.part
         while rest.lstrip().startswith(","):
             index, rest = self.typed(re.sub(r"^\s*,\s*(inrange )?", "", rest), env)
             index = z3.SignExt(64 - index.size(), index)
             whole = self.types.whole(kind)
             if first or whole[0] == "array":
+                if not first and concrete(index) is None:
+                    part = concrete(offset), self.types.size(whole)
                 kind = kind if first else whole[2]
                 offset = offset + index * self.types.size(kind)
             else:
                 at, kind = self.types.member(whole, concrete(index))
                 offset = offset + at
             first = False
-        return Pointer(pointer.block, z3.simplify(offset)), rest.lstrip().removeprefix(")")
+        return Pointer(pointer.block, z3.simplify(offset), part), rest.lstrip().removeprefix(")")
 
     # Memory
 
-    def possible(self, memory, *terms, whole=True):
+    def possible(self, memory, *terms, whole=True, near=()):
         """Returns an input for which the path and the terms hold, or None. If it isn't `whole`, only
         the conditions are looked at that have to do with the terms; a path holds by itself."""
         terms = [z3.simplify(t) for t in terms]
@@ -144,14 +150,19 @@ class Program:
             return None
         conditions = memory.conditions
         if not whole:
-            names, rest, conditions = set().union(*map(names_in, terms)), list(conditions), []
-            while near := [c for c in rest if names_in(c) & names]:
+            names, rest, conditions = set().union(*map(names_in, [*terms, *near])), list(conditions), []
+            while related := [c for c in rest if names_in(c) & names]:
                 rest = [c for c in rest if not names_in(c) & names]
-                conditions += near
-                names |= set().union(*map(names_in, near))
+                conditions += related
+                names |= set().union(*map(names_in, related))
         solver = z3.SimpleSolver()  # a third of the time of z3's choice for any problem
+        solver.set("timeout", self.patience_ms)
         solver.add(*conditions, *terms)
         answer = solver.check()
+        if answer == z3.unknown:
+            solver = z3.SolverFor("QF_BV")  # better for hard ones
+            solver.add(*conditions, *terms)
+            answer = solver.check()
         if answer == z3.unknown:
             raise NotImplementedError("the solver gives no answer")
         return solver.model() if answer == z3.sat else None
@@ -172,7 +183,9 @@ class Program:
         known = [concrete(term) for term in (size, pointer.offset, block.size)]
         if None not in known and known[0] + known[1] <= known[2]:
             return
-        inside = z3.And(z3.ULE(size, block.size), z3.ULE(pointer.offset, block.size - size))
+        narrow = self.keeps_to_members and pointer.part and None not in pointer.part
+        begin, room = pointer.part if narrow else (0, block.size)
+        inside = z3.And(z3.ULE(size, room), z3.ULE(pointer.offset - begin, room - size))
         if self.possible(memory, z3.Not(inside), size != 0, whole=False):
             raise Violation(f"{verb} {block.name} outside of it",
                             self.possible(memory, z3.Not(inside), size != 0))
@@ -245,7 +258,7 @@ class Program:
         for value in (True, False):
             term = condition == number(int(value), 1)
             if not other_is_possible or self.possible(memory, term, whole=False) is not None:
-                branch = Memory(memory)
+                branch = type(memory)(memory)
                 branch.conditions.append(z3.simplify(term))
                 yield value, branch
             else:
@@ -377,17 +390,8 @@ class Program:
                 unknown = first if first.block == "?" else second
                 same = unknown.offset == 0  # compared with null only
             else:
+                if relation not in ("eq", "ne") and first.block is second.block:
+                    return RELATIONS[relation](first.offset, second.offset)
                 same = z3.And(z3.BoolVal(first.block is second.block), first.offset == second.offset)
             return same if relation == "eq" else z3.Not(same)
         return RELATIONS[relation](first, second)
-
-
-OPERATIONS = {
-    "add": lambda a, b: a + b, "sub": lambda a, b: a - b, "and": lambda a, b: a & b,
-    "or": lambda a, b: a | b, "xor": lambda a, b: a ^ b, "shl": lambda a, b: a << b,
-    "lshr": z3.LShR, "mul": lambda a, b: a * b, "fdiv": lambda a, _: fresh(a.size()),
-}
-RELATIONS = {
-    "eq": lambda a, b: a == b, "ne": lambda a, b: a != b, "ult": z3.ULT, "ule": z3.ULE,
-    "ugt": z3.UGT, "uge": z3.UGE, "slt": lambda a, b: a < b, "sgt": lambda a, b: a > b,
-}

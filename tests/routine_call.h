@@ -1,13 +1,50 @@
-// Calls an assembly routine and checks that it keeps the callee-saved registers and the stack.
+// Memory that ends at an unreadable page, and calls of assembly routines. Such a call checks that
+// the routine keeps the callee-saved registers and the stack.
 #pragma once
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
-#include "guarded_block.h"
+// Memory for a command's block, or for a routine's input. Access to the next byte faults.
+class GuardedBlock {
+public:
+    explicit GuardedBlock(size_t capacity) {
+        const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        usable = (capacity + page - 1) / page * page;
+        total = usable + page;
+        void* const memory =
+            mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) std::abort();
+        base = static_cast<unsigned char*>(memory);
+        if (mprotect(base + usable, page, PROT_NONE) != 0) std::abort();
+    }
+    ~GuardedBlock() { munmap(base, total); }
+    GuardedBlock(const GuardedBlock&) = delete;
+    GuardedBlock& operator=(const GuardedBlock&) = delete;
+
+    // Returns the address of the last `size` bytes.
+    unsigned char* Last(size_t size) { return base + usable - size; }
+
+    // Copies `size` bytes from `source` to the end of the memory and returns their address. The
+    // memory can then only be read.
+    void* Hold(const void* source, size_t size) {
+        mprotect(base, usable, PROT_READ | PROT_WRITE);
+        if (size != 0) std::memcpy(Last(size), source, size);
+        mprotect(base, usable, PROT_READ);
+        return Last(size);
+    }
+
+private:
+    unsigned char* base = nullptr;
+    size_t usable = 0, total = 0;
+};
 
 extern "C" uint32_t ChangedRegisters(const void* routine, const uint32_t* arguments,
                                      uint32_t* result);

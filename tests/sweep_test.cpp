@@ -6,8 +6,8 @@
 #include <algorithm>
 
 #include "client/stderr_silencer.h"
-#include "guarded_block.h"
 #include "library_under_test.h"
+#include "routine_call.h"
 
 namespace {
 

@@ -1,0 +1,131 @@
+#!/usr/bin/python3
+"""Proves that processors keep to their rings and histories, for any number of frames.
+
+tests/prove_chain.cpp has the invariants and the steps. Each step is executed with unknown inputs in any
+state that the invariant allows, its loops by induction. z3 is asked for an input with which an access
+leaves its object, or with which the invariant doesn't hold any more. Then a size or an invariant is
+spoilt in a copy of the sources, and each time such an input must be found.
+
+usage: prove_chain.py [STEP]    for the steps whose names begin with STEP, without the spoilt copies
+"""
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "scripts"))
+sys.dont_write_bytecode = True
+from llvm_loops import Inductive
+from llvm_memory import Violation, fresh
+
+SOURCE = "tests/prove_chain.cpp"
+ASSUMPTIONS = """assumed:
+- The code is what clang 14 makes at -O1 for x86-64, in the form for processors without vectors. Other
+  compilers, levels and forms get the same sources.
+- Objects begin as the invariants of tests/prove_chain.cpp say: construction, reset and settings are not
+  executed. A step that another step calls keeps what is proved of it.
+- Numbers that are no integers may be anything, so no access depends on them.
+- The blocks of one call don't overlap.
+open:
+- the limiters' gains for two channels of integers, and of floats beside the contour's filter; the window for
+  two channels of integers; the measurement of the playback gain for two: the solver takes too long
+- the chunks of the playback gain for two channels, and the transform's stages: too little is guessed about
+  their loops, so the solver begins at states that no turn reaches
+- the loops of the chain itself, which cut a call into chunks and hand them from one processor to the next
+- the enhancer: its two buffers, its delays, its filters around the transform, its contour"""
+LONG = "gains_Q24_1_Alone", "window_Plain_2", "window_Q24_1"  # proved only if named, for their time
+STEPS = {  # what is proved, and the functions in whose place the steps' stand-ins are called
+    "window": r"^_ZN11LimiterCoreI\d+(Plain|Q24)LimitingLj(\d)EE10MakeWindowEv",
+    "gains": r"^_ZN11LimiterCoreI\d+(Plain|Q24)LimitingLj(\d)EE9MakeGainsI\d(Alone|Beside).*",
+    "chunk": r"^_ZN11LimiterCoreI\d+(Plain|Q24)LimitingLj(\d)EE19ProcessChunkToShortI\d(Alone|Beside).*",
+}
+UNROLLED = "6bitrv2",
+CONTROLS = {  # what is spoilt: file, text, replacement, the proof that must fail
+    "a ring without the copy of its first frame":
+        ("effects/limiter_core.h", "ring[(kWindow + 1) * kChannels]", "ring[kWindow * kChannels]",
+         "chunk_Plain_1_Alone"),
+    "a chunk may be a frame longer":
+        (SOURCE, "proof_assume(count <= core->Room());", "proof_assume(count <= core->Room() + 1);",
+         "chunk_Plain_1_Alone"),
+    "an invariant of the ring is weakened":
+        (SOURCE, "core.next < Core::kWindow", "core.next <= Core::kWindow", "chunk_Plain_1_Alone"),
+    "a history that is moved a frame too late":
+        ("effects/fir_equalizer.cpp", "> State::kReach + State::kMove)",
+         "> State::kReach + State::kMove + 1)", "equalizer_begin_1"),
+}
+
+
+def compiled(folder):
+    """Returns the intermediate code of what the proofs need, from `folder` before the project."""
+    source = next(root / SOURCE for root in (pathlib.Path(folder), ROOT) if (root / SOURCE).exists())
+    text = subprocess.run(
+        ["clang++", "--target=x86_64-linux-gnu", "-std=c++20", f"-I{folder}", f"-I{ROOT}", "-DORVANE_LANES=1",
+         "-O1", "-fno-vectorize", "-fno-unroll-loops", "-fno-exceptions", "-fno-rtti",
+         "-fno-access-control", "-ffp-contract=off", "-S", "-emit-llvm", source, "-o", "-"],
+        stdout=subprocess.PIPE, text=True, check=True).stdout
+    bodies = {found[1]: found[0] for found in re.finditer(
+        r"^define [^\n]*?@([\w.]+)\([^\n]*\n.*?^\}\n", text, re.M | re.S)}
+    used, todo = set(), [name for name in bodies if re.match("prove_|instead_", name)]
+    while todo:
+        if (name := todo.pop()) in bodies and name not in used:
+            used.add(name)
+            todo += re.findall(r"@([\w.]+)", bodies[name])
+    return re.sub(r"^define .*?^\}\n", "", text, flags=re.M | re.S) + "".join(map(bodies.get, used))
+
+
+def prove(code, step):
+    """Proves one step; the stand-ins of all others are taken for granted."""
+    def called(kind):
+        return f"instead_{kind}" + (r"_\1_\2" if kind == "window" else r"_\1_\2_\3")
+    kind = re.fullmatch(r"(\w+?)(_(Plain|Q24)_\d(_\w+)?|_\d)?", step)[1]
+    program = Inductive(code, [(part, called(k)) for k, part in STEPS.items() if k != kind], UNROLLED)
+    parameters = re.search(rf"^define [^\n]*@prove_{step}\((.*?)\) ", code, re.M)[1]
+    arguments = [fresh(int(bits)) for bits in re.findall(r"\bi(\d+) ", parameters)]
+    for _ in program.call(program.start(), f"prove_{step}", arguments):
+        pass
+    return program
+
+
+def spoilt(folder, file, text, replacement):
+    source = (ROOT / file).read_text()
+    if text not in source:
+        sys.exit(f"prove_chain: {file} doesn't have “{text}”, so this control controls nothing")
+    copy = pathlib.Path(folder) / file
+    copy.parent.mkdir(parents=True)
+    copy.write_text(source.replace(text, replacement))
+
+
+def main():
+    print(ASSUMPTIONS)
+    code, failed = compiled(ROOT), False
+    chosen = sys.argv[1] if len(sys.argv) > 1 else ""
+    steps = sorted(re.findall(rf"^define [^\n]*@prove_((?:{chosen})\w*)\(", code, re.M))
+    for step in steps or sys.exit("prove_chain: there is no such step"):
+        if step in LONG and not chosen:
+            print(f"{step}: takes long, so it is proved only if it is named")
+            continue
+        start = time.process_time()
+        try:
+            program = prove(code, step)
+            print(f"{step}: proved, {program.accesses} accesses, {program.invariants} statements about "
+                  f"loops, {time.process_time() - start:.1f} s", flush=True)
+        except Violation as fault:
+            print(f"{step}: REFUTED: {fault}, with {fault.model}")
+            failed = True
+    for name, (file, text, replacement, step) in CONTROLS.items() if not chosen else ():
+        with tempfile.TemporaryDirectory() as folder:
+            spoilt(folder, file, text, replacement)
+            try:
+                prove(compiled(folder), step)
+                print(f"control: {name}: NOT NOTICED")
+                failed = True
+            except Violation as fault:
+                inputs = ", ".join(f"{d} = {fault.model[d]}" for d in sorted(fault.model, key=str)[:4])
+                print(f"control: {name}: noticed: {fault}, with {inputs}", flush=True)
+    sys.exit(1 if failed else 0)
+
+
+main()
