@@ -64,12 +64,11 @@ struct TagFile {
     TagLib::Ogg::XiphComment* xiph = nullptr;
     TagLib::ID3v2::Tag* id3 = nullptr;
     TagLib::FLAC::File* flac = nullptr;
-    // the file's other tags; a field in several of them counts once
-    std::vector<TagLib::Tag*> others;
+    std::vector<TagLib::Tag*> others;  // a field in several of them counts once
     TagLib::RIFF::Info::Tag* info = nullptr;
     TagLib::MP4::Tag* mp4 = nullptr;
+    const TagLib::MP4::Properties* mp4Sound = nullptr;
     TagLib::ASF::Tag* asf = nullptr;
-    bool isSixteenBitAlac = false;
     std::function<bool()> save;
 };
 
@@ -85,13 +84,9 @@ File* Open(TagFile* tags, Arguments... arguments) {
 // Opens the tags of a file that libsndfile does not know.
 void OpenForeignTags(TagStream* stream, TagFile* tags) {
     if (TagLib::MP4::File::isSupported(stream)) {
-        // The properties of an MP4 file are among what is read for the tags anyway.
         if (auto* const file = Open<TagLib::MP4::File>(tags, stream, true)) {
             tags->others = {tags->mp4 = file->tag()};
-            const TagLib::MP4::Properties* const sound = file->audioProperties();
-            tags->isSixteenBitAlac = sound != nullptr &&
-                                     sound->codec() == TagLib::MP4::Properties::ALAC &&
-                                     sound->bitsPerSample() == 16;
+            tags->mp4Sound = file->audioProperties();
         }
     } else if (TagLib::ASF::File::isSupported(stream)) {
         if (auto* const file = Open<TagLib::ASF::File>(tags, stream, false))
@@ -105,8 +100,8 @@ void OpenForeignTags(TagStream* stream, TagFile* tags) {
     }
 }
 
-// Opens the tags of a file. Asks TagLib for audio properties only in MP4 files. In others it would
-// read much of the file.
+// Opens the tags of a file. Asks TagLib for audio properties only in MP4 files, where they are read
+// anyway. In others it would read much of the file.
 void OpenTags(TagStream* stream, int format, bool create, TagFile* tags) {
     auto* const frames = TagLib::ID3v2::FrameFactory::instance();
     switch (format & SF_FORMAT_TYPEMASK) {
@@ -316,7 +311,8 @@ AudioTags ReadTags(SNDFILE* file, int fd, int format) {
         } catch (const Failure&) {  // from TagStream
             tags.unread.emplace_back("damaged tags");
         }
-        tags.isSixteenBitAlac = from.isSixteenBitAlac;
+        tags.isSixteenBitAlac = from.mp4Sound != nullptr && from.mp4Sound->bitsPerSample() == 16 &&
+                                from.mp4Sound->codec() == TagLib::MP4::Properties::ALAC;
         if (from.xiph != nullptr) Add(from.xiph->properties(), &tags);
         if (from.id3 != nullptr) {
             TagLib::PropertyMap fields = from.id3->properties();
