@@ -21,7 +21,7 @@
 #include "dsp/biquad_fp.cpp"
 
 extern "C" {
-// What the prover does itself. An object's content is unknown at first; that of data always is.
+// The prover does these itself. An object begins with unknown content, and data is always unknown.
 void* proof_object(const char* name, size_t bytes);
 void* proof_data(const char* name, size_t bytes);
 void proof_read(const void* at, size_t bytes);

@@ -74,7 +74,8 @@
     bic     r4, r4, #63
 .endm
 
-@ Of a float's bits, shifted left by 1: what unpack subtracts, and from where on its result is too large.
+@ unpack subtracts LEAST from a float's bits, which are shifted left by 1. From BEYOND on, its result is
+@ too large.
 .equ    LEAST, 47 << 24
 .equ    BEYOND, (187 - 47) << 24
 @ pack's 46 and the 9 that the exponents of outputs are lowered by.
@@ -208,7 +209,7 @@ routine SoftContourMix
     mov     r6, #0
     mov     r7, #0
     bx      lr
-@ The same for two samples, at least one of which is rare.
+@ This does the same for two samples if at least one of them is rare.
 .LsampleOfTwoIsZero:
     cmn     r3, #LEAST
     moveq   r2, #0

@@ -220,7 +220,7 @@ async function readPcm(file, rate, { start, channels: count }, step) {
 // Throws an Error if the parts don't have as many frames as the file says.
 /** @type {(file: File, format: Format, flac: Flac, step: (part: number) => boolean) => Promise<NamedPiece | null>} */
 async function readFlac(file, { rate, bits }, { start, channels, frames }, step) {
-  // Of a part, neither the length nor the checksum is known: both are 0.
+  // The length and the checksum of a part are not known, so both are 0.
   const head = new Uint8Array(await file.slice(0, kFlacBytes).arrayBuffer());
   head[4] = 0x80; // the last block before the frames
   head[21] &= 0xf0;

@@ -8,7 +8,7 @@ import { drawWave, peakOf } from "./draw.js";
 const kColumns = 240;
 // The longest time that the page takes no click while it makes the outline of a long piece.
 const kBusyMs = 12;
-// What Space presses if the keyboard has reached it.
+// Space presses these controls if Tab has reached them.
 const kPressed = "button, summary, [type=checkbox], [type=radio]:not(:checked), [type=file]";
 
 const chosen = () =>
