@@ -67,9 +67,11 @@ struct NotedFile {
         return at;
     }
     static sf_count_t Write(const void* bytes, sf_count_t size, void* self) {
+        // After an error, writing seems to succeed. Otherwise libsndfile 1.2.0 would not free what
+        // its encoder for Vorbis holds.
         NotedFile& file = Of(self);
         if (file.error == 0) file.Note(WriteAll(file.fd, bytes, static_cast<size_t>(size)));
-        return file.error == 0 ? size : 0;
+        return size;
     }
     static sf_count_t Tell(void* self) { return lseek(Of(self).fd, 0, SEEK_CUR); }
 
