@@ -15,9 +15,11 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 #include "platform/effect_api.h"
 #include "table/parameters.h"
+#include "table/stages.h"
 
 // Digests are recorded for the histories from 0 to one less than this.
 constexpr uint32_t kRecordedHistories = 400;
@@ -150,12 +152,12 @@ private:
     // Switches each processor on or off. The theme of the contour needs the enhancer.
     void SwitchAll() {
         const bool everything = OneIn(2);
-        for (const ParameterId id : kSwitchIds) {
+        for (const ParameterId id : kStageSwitches) {
             const bool own = id == PARAM_ENHANCER_ENABLE && theme.kind == kContour;
             Set(id, everything || own || OneIn(2) ? 1 : 0);
         }
     }
-    void Switch(int32_t value) { Set(kSwitchIds[Below(3)], value); }
+    void Switch(int32_t value) { Set(kStageSwitches[Below(kSwitchCount)], value); }
     void SetGate() { Set(PARAM_LIMITER_GATE, From(1, OneIn(3) ? 30 : 99)); }
 
     // Changes one parameter. Values are hundredths. Gates and maximum gains come most often,
@@ -199,14 +201,15 @@ private:
                                     101,       12799,   12800,     25600,      1000000,
                                     6553600,   6553700, 214748364, 2147483520, INT32_MAX};
         const int32_t value = kAny[Below(sizeof kAny / sizeof *kAny)];
-        constexpr ParameterId kIds[] = {PARAM_PLAYBACKGAIN_RATIO,   PARAM_PLAYBACKGAIN_VOLUME,
-                                        PARAM_PLAYBACKGAIN_MAXGAIN, PARAM_EQUALIZER_BANDLEVEL,
-                                        PARAM_ENHANCER_PROCESS,     PARAM_ENHANCER_LOCONTOUR,
-                                        PARAM_OUTPUT_GAIN,          PARAM_LIMITER_GATE,
-                                        PARAM_OUTPUT_GAIN,          PARAM_LIMITER_GATE};
-        const ParameterId id = kIds[Below(sizeof kIds / sizeof *kIds)];
-        if (id == PARAM_EQUALIZER_BANDLEVEL) return Set(id, From(0, 9), value);
-        Set(id, id == PARAM_ENHANCER_LOCONTOUR && value < 0 ? -9 : value);
+        const Parameter* rows[std::size(kParameters)];
+        uint32_t count = 0;
+        for (const Parameter& row : kParameters)
+            if (*row.key != '\0' && row.kind != ParameterKind::kSwitch) rows[count++] = &row;
+        // The last two rows, output gain and gate, come twice as often as the others.
+        const uint32_t n = Below(count + 2);
+        const Parameter& row = *rows[n < count ? n : n - 2];
+        if (row.kind == ParameterKind::kBandValue) return Set(row.id, From(0, 9), value);
+        Set(row.id, row.id == PARAM_ENHANCER_LOCONTOUR && value < 0 ? -9 : value);
     }
 
     // Adds the theme's changes before the next buffer.
@@ -343,9 +346,6 @@ private:
             if (channels == 2) *to++ = static_cast<int16_t>(right);
         }
     }
-
-    static constexpr ParameterId kSwitchIds[] = {PARAM_PLAYBACKGAIN_ENABLE, PARAM_EQUALIZER_ENABLE,
-                                                 PARAM_ENHANCER_ENABLE};
 
     const ThemeOf& theme;
     uint64_t state, digest = 14695981039346656037U;
