@@ -83,7 +83,7 @@ std::string LibraryInfo(const std::string& path, const EffectLibrary& library) {
         }
         add("  0x{:05X}  {:26} {:16} {:14} {}\n", static_cast<unsigned>(parameter.id),
             parameter.name, OptionText(parameter),
-            parameter.id == PARAM_GET_VERSION ? "" : RangeText(parameter), value);
+            parameter.unit == Unit::kBytes ? "" : RangeText(parameter), value);
     }
     return text;
 }

@@ -96,7 +96,7 @@ std::string JsonOf(const Report& report) {
     for (const Parameter& parameter : kParameters)
         if (*parameter.key != '\0' && parameter.kind == ParameterKind::kSwitch)
             settings.Add(parameter.key, report.settings.IsOn(parameter.id));
-        else if (parameter.id == PARAM_EQUALIZER_BANDLEVEL)
+        else if (parameter.kind == ParameterKind::kBandValue)
             settings.Add(parameter.key, std::span<const double>(report.settings.BandLevels()));
         else if (*parameter.key != '\0')
             settings.Add(parameter.key, report.settings.Get(parameter.id));
