@@ -8,18 +8,16 @@ in a copy of the sources, five times, and each time such an input must be found.
 """
 import itertools
 import pathlib
-import subprocess
 import sys
-import tempfile
-import time
 
 import z3
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(ROOT / "scripts"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "scripts"))
 sys.dont_write_bytecode = True
+import llvm_proofs
 from llvm_memory import NULL, Block, Memory, Pointer, Violation, concrete, fresh, number
 from llvm_paths import Program
+from llvm_proofs import harmless, unknown
 
 SOURCES = "host/reply.cpp", "host/effect.cpp", "host/entry_points.cpp", "unit/process_unit_orvane.cpp"
 TARGETS = {"x86_64-linux-gnu": "x86-64", "arm-linux-gnueabi": "32-bit ARM"}
@@ -54,16 +52,6 @@ CONTROLS = {  # what is spoilt: file, text, replacement
 }
 
 
-# What functions outside of the four sources do. Each yields memory and result of its paths.
-def unknown(program, kind):
-    kind = program.types.whole(kind)
-    return fresh(kind[1]) if kind[0] == "int" else None
-
-
-def harmless(program, memory, _arguments, _sizes, result):
-    yield memory, unknown(program, result)
-
-
 def chain(program, memory, arguments, sizes, result):
     """Leaves any content in the chain's own memory."""
     this = arguments[0]
@@ -80,68 +68,6 @@ def processing(program, memory, arguments, _sizes, result):
     program.check(memory, arguments[1], frames * 4, False)
     program.check(memory, arguments[2], frames * 4, True)
     yield memory, unknown(program, result)
-
-
-def allocation(_program, memory, arguments, _sizes, _result):
-    size = 1
-    for argument in (a for a in arguments if not isinstance(a, Pointer)):
-        size *= concrete(argument)
-    yield Memory(memory), NULL
-    yield memory, memory.add(Block("heap", number(size)), b"\0" * size)
-
-
-def release(_program, memory, arguments, _sizes, _result):
-    block = arguments[0].block
-    if block is not None:
-        if not isinstance(block, Block) or block.name != "heap" or block in memory.freed:
-            raise Violation("release of what wasn't allocated")
-        memory.freed.add(block)
-    yield memory, None
-
-
-def copying(program, memory, arguments, _sizes, _result):
-    to, source, size = arguments[:3]
-    size = z3.ZeroExt(64 - size.size(), size) if size.size() < 64 else size
-    if isinstance(source, Pointer):
-        program.check(memory, source, size, False)
-        there = memory.bytes[source.block].copy()
-        if source.block.shared:
-            program.copy(memory, to, size, lambda n: fresh(8))
-        else:
-            program.copy(memory, to, size, lambda n: there[source.offset + n])
-    else:
-        program.copy(memory, to, size, lambda n: source)
-    yield memory, None
-
-
-def comparison(program, memory, arguments, _sizes, result):
-    for pointer in arguments[:2]:
-        program.check(memory, pointer, concrete(arguments[2]), False)
-    yield memory, unknown(program, result)
-
-
-def printing(program, memory, arguments, _sizes, result):
-    program.copy(memory, arguments[0], number(concrete(arguments[1])), lambda n: fresh(8))
-    yield memory, unknown(program, result)
-
-
-def rotation(_program, memory, arguments, _sizes, _result):
-    high, low, by = arguments
-    bits = high.size()
-    yield memory, z3.Extract(2 * bits - 1, bits, z3.Concat(high, low) << z3.ZeroExt(bits, by % bits))
-
-
-def absolute(_program, memory, arguments, _sizes, _result):
-    yield memory, z3.If(arguments[0] < 0, -arguments[0], arguments[0])
-
-
-def atomic_load(program, memory, arguments, _sizes, result):
-    yield memory, program.load(memory, arguments[0], result, 1)
-
-
-def atomic_store(program, memory, arguments, _sizes, _result):
-    program.store(memory, arguments[0], arguments[1], ("int", 8), 1)
-    yield memory, None
 
 
 def state_unknown(program, memory, unit, size=None):
@@ -179,25 +105,12 @@ def configuring(program, memory, arguments, sizes, result):
 
 CONFIGURATION_BYTES = {8: 112, 4: 64}  # of the record, by the size of a pointer
 MODELS = {
-    "llvm.lifetime": harmless, "llvm.mem": copying, "llvm.fshl": rotation, "llvm.abs": absolute,
-    "LogInfo": harmless, "pthread_mutex": harmless, "WallClock": harmless, "DataFileExists": harmless,
-    "snprintf": printing, "bcmp": comparison, "calloc": allocation, "_Znw": allocation,
-    "_Znj": allocation, "_ZdlPv": release, "free": release, "__atomic_load_1": atomic_load,
-    "__atomic_store_1": atomic_store, "_ZN5Chain7Process": processing, "_ZN5Chain": chain,
+    "LogInfo": harmless, "WallClock": harmless, "DataFileExists": harmless,
+    "_ZN5Chain7Process": processing, "_ZN5Chain": chain, **llvm_proofs.MODELS,
 }
 # Proved apart, and then taken for granted where they are called.
 CONFIGURE, APPLY = "_ZN6Effect9configure", "_ZN18ProcessUnit_Orvane18ApplyConfiguration"
 SET = "_ZN18ProcessUnit_Orvane12SetParameter"
-
-
-def compiled(target, folder):
-    """Returns the intermediate code of the sources, those in `folder` before those of the project."""
-    whole = "".join(f'#include "{source}"\n' for source in SOURCES)
-    return subprocess.run(
-        ["clang++", f"--target={target}", "-std=c++20", f"-I{folder}", f"-I{ROOT}", "-O1",
-         "-fno-vectorize", "-fno-unroll-loops", "-fno-exceptions", "-fno-rtti", "-ffp-contract=off",
-         "-S", "-emit-llvm", "-x", "c++", "-", "-o", "-"],
-        input=whole, cwd=folder, stdout=subprocess.PIPE, text=True, check=True).stdout
 
 
 def instances(program, memory, whole_state):
@@ -356,45 +269,16 @@ def entry_points(program):
 
 
 def prove(target, folder):
-    program = Program(compiled(target, folder), MODELS)
+    text = "".join(f'#include "{source}"\n' for source in SOURCES)
+    program = Program(llvm_proofs.compiled(folder, text, f"--target={target}"), MODELS)
     for part in (parameters, configurations, commands, buffers, entry_points):
         part(program)
-    return program
+    return program, f"{program.paths} paths"
 
 
-def spoilt(folder, file, text, replacement):
-    source = (ROOT / file).read_text()
-    if source.count(text) != 1:
-        sys.exit(f"prove_boundary: {file} doesn't have “{text}” once, so this control controls nothing")
-    copy = pathlib.Path(folder) / file
-    copy.parent.mkdir(parents=True)
-    copy.write_text(source.replace(text, replacement))
-
-
-def main():
-    print(ASSUMPTIONS)
-    failed = False
-    for target, name in TARGETS.items():
-        start = time.monotonic()
-        try:
-            program = prove(target, ROOT)
-            print(f"{name}: proved, {program.paths} paths, {program.accesses} accesses, "
-                  f"{time.monotonic() - start:.0f} s", flush=True)
-        except Violation as fault:
-            print(f"{name}: REFUTED: {fault}, with {fault.model}")
-            failed = True
-    for name, change in CONTROLS.items():
-        with tempfile.TemporaryDirectory() as folder:
-            spoilt(folder, *change)
-            try:
-                prove("x86_64-linux-gnu", folder)
-                print(f"control: {name}: NOT NOTICED")
-                failed = True
-            except Violation as fault:
-                inputs = [f"{d} = {fault.model[d]}" for d in fault.model or ()
-                          if d.name() in ("code", "size", "offered")]
-                print(f"control: {name}: noticed: {fault}, with {', '.join(inputs)}", flush=True)
-    sys.exit(1 if failed else 0)
-
-
-main()
+print(ASSUMPTIONS)
+held = [llvm_proofs.holds(name, lambda: prove(target, llvm_proofs.ROOT))
+        for target, name in TARGETS.items()]
+held += [llvm_proofs.notices(name, *change, lambda folder: prove("x86_64-linux-gnu", folder))
+         for name, change in CONTROLS.items()]
+sys.exit(0 if all(held) else 1)

@@ -10,16 +10,14 @@ usage: prove_chain.py [STEP]    for the steps whose names begin with STEP, witho
 """
 import pathlib
 import re
-import subprocess
 import sys
-import tempfile
-import time
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(ROOT / "scripts"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "scripts"))
 sys.dont_write_bytecode = True
+import llvm_proofs
 from llvm_loops import Inductive
-from llvm_memory import Violation, fresh
+from llvm_memory import fresh
+from llvm_proofs import ROOT
 
 SOURCE = "tests/prove_chain.cpp"
 ASSUMPTIONS = """assumed:
@@ -59,21 +57,10 @@ CONTROLS = {  # what is spoilt: file, text, replacement, the proof that must fai
 
 
 def compiled(folder):
-    """Returns the intermediate code of what the proofs need, from `folder` before the project."""
-    source = next(root / SOURCE for root in (pathlib.Path(folder), ROOT) if (root / SOURCE).exists())
-    text = subprocess.run(
-        ["clang++", "--target=x86_64-linux-gnu", "-std=c++20", f"-I{folder}", f"-I{ROOT}", "-DORVANE_LANES=1",
-         "-O1", "-fno-vectorize", "-fno-unroll-loops", "-fno-exceptions", "-fno-rtti",
-         "-fno-access-control", "-ffp-contract=off", "-S", "-emit-llvm", source, "-o", "-"],
-        stdout=subprocess.PIPE, text=True, check=True).stdout
-    bodies = {found[1]: found[0] for found in re.finditer(
-        r"^define [^\n]*?@([\w.]+)\([^\n]*\n.*?^\}\n", text, re.M | re.S)}
-    used, todo = set(), [name for name in bodies if re.match("prove_|instead_", name)]
-    while todo:
-        if (name := todo.pop()) in bodies and name not in used:
-            used.add(name)
-            todo += re.findall(r"@([\w.]+)", bodies[name])
-    return re.sub(r"^define .*?^\}\n", "", text, flags=re.M | re.S) + "".join(map(bodies.get, used))
+    source = next(path for path in (pathlib.Path(folder) / SOURCE, ROOT / SOURCE) if path.exists())
+    text = llvm_proofs.compiled(folder, source.read_text(), "-DORVANE_LANES=1", "-fno-access-control",
+                                "--target=x86_64-linux-gnu")
+    return llvm_proofs.reachable(text, "prove_|instead_")
 
 
 def prove(code, step):
@@ -86,46 +73,19 @@ def prove(code, step):
     arguments = [fresh(int(bits)) for bits in re.findall(r"\bi(\d+) ", parameters)]
     for _ in program.call(program.start(), f"prove_{step}", arguments):
         pass
-    return program
+    return program, f"{program.invariants} statements about loops"
 
 
-def spoilt(folder, file, text, replacement):
-    source = (ROOT / file).read_text()
-    if text not in source:
-        sys.exit(f"prove_chain: {file} doesn't have “{text}”, so this control controls nothing")
-    copy = pathlib.Path(folder) / file
-    copy.parent.mkdir(parents=True)
-    copy.write_text(source.replace(text, replacement))
-
-
-def main():
-    print(ASSUMPTIONS)
-    code, failed = compiled(ROOT), False
-    chosen = sys.argv[1] if len(sys.argv) > 1 else ""
-    steps = sorted(re.findall(rf"^define [^\n]*@prove_((?:{chosen})\w*)\(", code, re.M))
-    for step in steps or sys.exit("prove_chain: there is no such step"):
-        if step in LONG and not chosen:
-            print(f"{step}: takes long, so it is proved only if it is named")
-            continue
-        start = time.process_time()
-        try:
-            program = prove(code, step)
-            print(f"{step}: proved, {program.accesses} accesses, {program.invariants} statements about "
-                  f"loops, {time.process_time() - start:.1f} s", flush=True)
-        except Violation as fault:
-            print(f"{step}: REFUTED: {fault}, with {fault.model}")
-            failed = True
-    for name, (file, text, replacement, step) in CONTROLS.items() if not chosen else ():
-        with tempfile.TemporaryDirectory() as folder:
-            spoilt(folder, file, text, replacement)
-            try:
-                prove(compiled(folder), step)
-                print(f"control: {name}: NOT NOTICED")
-                failed = True
-            except Violation as fault:
-                inputs = ", ".join(f"{d} = {fault.model[d]}" for d in sorted(fault.model, key=str)[:4])
-                print(f"control: {name}: noticed: {fault}, with {inputs}", flush=True)
-    sys.exit(1 if failed else 0)
-
-
-main()
+print(ASSUMPTIONS)
+chosen = sys.argv[1] if len(sys.argv) > 1 else ""
+code = compiled(ROOT)
+steps = sorted(re.findall(rf"^define [^\n]*@prove_((?:{chosen})\w*)\(", code, re.M))
+held = []
+for step in steps or sys.exit("prove_chain: there is no such step"):
+    if step in LONG and not chosen:
+        print(f"{step}: takes long, so it is proved only if it is named")
+    else:
+        held.append(llvm_proofs.holds(step, lambda: prove(code, step)))
+for name, (*change, step) in CONTROLS.items() if not chosen else ():
+    held.append(llvm_proofs.notices(name, *change, lambda folder: prove(compiled(folder), step)))
+sys.exit(0 if all(held) else 1)
