@@ -22,19 +22,16 @@ cmake --preset fuzz > /dev/null
 # shellcheck disable=SC2086 # a list of names
 cmake --build --preset fuzz --target $targets
 cd build/fuzz
-rm -rf corpus first
+rm -rf corpus
 mkdir -p finds
 for target in $targets; do
-    mkdir -p "first/$target" "corpus/$target" "found/$target"
+    mkdir -p "corpus/$target" "found/$target"
     if [ "$mode" = empty ]; then
         rm -rf "found/$target"
         mkdir "found/$target"
         continue
     fi
     ../../fuzz/corpus.py unpack "$target" "corpus/$target"
-    # The first inputs are made from the recorded runs each time, so they aren't packed.
-    [ "$target" != fuzz_host ] || ../../fuzz/corpus.py runs ../../tests/data/runs first/fuzz_host
-    find "first/$target" -type f -exec cp {} "corpus/$target" \;
 done
 
 # Replays and fuzzes one target.
@@ -80,9 +77,8 @@ wait $! || status=1
 
 for target in $([ "$mode" != keep ] || echo "$targets"); do
     rm -rf kept
-    cp -r "first/$target" kept
+    mkdir kept
     "fuzz/$target" -merge=1 -use_counters=0 kept "corpus/$target" "found/$target" > "$target.log" 2>&1
-    (cd "first/$target" && find . -type f) | (cd kept && xargs rm -f)
     ../../fuzz/corpus.py pack "$target" kept
 done
 cd ../..
