@@ -86,23 +86,6 @@ TEST_F(Album, JoinedTracksAreTheSamplesOfTheJoinedSources) {
     }
 }
 
-TEST_F(Album, NothingClicksWhereTracksMeet) {
-    const Floats sine = Sine(0.5, 331, 44100, 1, 2);
-    const auto middle = sine.begin() + 44231;
-    Write("in/1.wav", Floats(sine.begin(), middle), 44100, 1);
-    Write("in/2.wav", Floats(middle, sine.end()), 44100, 1);
-    const auto step = [](const std::string& where) {
-        const Samples first = Read<int16_t>(where + "1.wav"),
-                      second = Read<int16_t>(where + "2.wav");
-        return std::abs(second.front() - first.back());
-    };
-    Reports("--preset music in out.d");
-    EXPECT_EQ(Shell("mkdir alone; for i in 1 2; do $ORVANE render in/$i.wav alone/$i.wav; done"),
-              0);
-    EXPECT_GT(step("alone/"), 3000);
-    EXPECT_LT(step("out.d/"), 1000);  // the largest step of the sine itself
-}
-
 TEST_F(Album, LossyTracksHaveTheirFramesAfterDecoding) {
     const size_t lengths[] = {30011, 50000, 12345, 77};
     size_t frames = 0, total = 0;

@@ -39,7 +39,7 @@ def wait_for_end(processes):
 
 
 class Session:
-    def __init__(self, prefix, rate=48000, quantum=256):
+    def __init__(self, prefix, rate=48000):
         self.rate, self.outputs, self.processes = rate, {"speakers": 1000, "headset": 500}, {}
         self.folder = pathlib.Path(tempfile.mkdtemp())
         (self.folder / "run").mkdir(mode=0o700)
@@ -47,8 +47,8 @@ class Session:
         drop_in.mkdir(parents=True)
         (drop_in / "rate.conf").write_text(
             f"context.properties = {{ default.clock.rate = {rate} default.clock.allowed-rates = [ {rate} ] "
-            f"default.clock.quantum = {quantum} default.clock.min-quantum = {quantum} "
-            f"default.clock.max-quantum = {quantum} }}\n")
+            "default.clock.quantum = 256 default.clock.min-quantum = 256 "
+            "default.clock.max-quantum = 256 }\n")
         os.environ.update(
             HOME=str(self.folder), XDG_RUNTIME_DIR=str(self.folder / "run"),
             XDG_CONFIG_HOME=str(self.folder / "config"), XDG_STATE_HOME=str(self.folder / "state"),
@@ -253,23 +253,3 @@ def recorded(session):
     time.sleep(0.3)
     session.stop("recorder", signal.SIGINT)
     return samples("out.wav")
-
-
-def click_of_a_move(session, key, value, back):
-    """The largest second difference, divided by that of the steady sounds, or by 16 steps of 16 bits."""
-    ratio = 9
-    for _ in range(5):  # a busy machine drops buffers here and there
-        record(session)
-        time.sleep(0.5)
-        session.orvane("set", key, str(value))
-        time.sleep(0.7)
-        heard = recorded(session)[::2]
-        bends = [abs(a - 2 * b + c) for a, b, c in zip(heard, heard[1:], heard[2:])][9600:]
-        steady = max(16, *bends[:6000], *bends[-6000:])
-        if steady < 100:  # of a tone, and not of a dropped buffer
-            ratio = min(ratio, max(bends) / steady)
-        if ratio <= 1.5:
-            break
-        session.orvane("set", key, str(back))
-        time.sleep(1)
-    return ratio

@@ -139,41 +139,6 @@ TEST(LiveStream, IsAsLateAsItSaysAfterEveryMoveOfItsSwitches) {
     }
 }
 
-double LargestSecondDifference(const std::vector<float>& v, size_t first, size_t last) {
-    double largest = 0;
-    for (size_t n = std::max<size_t>(first, 2); n < last; ++n)
-        largest = std::max(largest, std::abs(double{v[n]} - 2.0 * v[n - 1] + v[n - 2]));
-    return largest;
-}
-
-// Bypass and low latency are switches, too.
-TEST(LiveStream, ClicksAtNoSwitch) {
-    const size_t size = 2 * kSecond, bypass = kControls.size(), lowLatency = bypass + 1;
-    std::vector<size_t> moved(kSwitches.begin(), kSwitches.end());
-    moved.insert(moved.end(), {bypass, lowLatency});
-    for (const size_t n : moved)
-        for (const bool on : {false, true}) {
-            LiveStream stream(kRateHz);
-            for (const size_t other : kSwitches) stream.Set(other, 1);
-            const auto set = [&](bool value) {
-                if (n < bypass) stream.Set(n, value ? 1 : 0);
-                if (n == bypass) stream.SetBypass(value);
-                if (n == lowLatency) stream.SetLowLatency(value);
-            };
-            set(!on);
-            Channels before = Tone(0, size), after = Tone(size, size);
-            Play(stream, &before, 480);
-            set(on);
-            const Channels past = Play(stream, &after, 480);
-            EXPECT_LT(LargestSecondDifference(past[0], 2, size), 2 * 0.00083) << "the source";
-            before[0].insert(before[0].end(), after[0].begin(), after[0].end());
-            const double own = std::max(LargestSecondDifference(before[0], size / 2, size),
-                                        LargestSecondDifference(before[0], 3 * size / 2, 2 * size));
-            EXPECT_LT(LargestSecondDifference(before[0], size, 2 * size), 1.5 * own)
-                << n << (on ? " on" : " off");
-        }
-}
-
 TEST(LiveStream, GivesAfterAMoveWhatTheLibraryGivesFromTheMovesBufferOn) {
     const size_t buffer = LiveStream::kBufferFrames;
     const Channels source = Piece(50 * buffer);
@@ -260,25 +225,6 @@ TEST(LiveStream, AsksNobodyForAnythingWhileItRuns) {
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(allocations, 0);
 #endif
-}
-
-TEST(LiveStream, TellsLevelsGainAndWhetherTheLimitersWork) {
-    LiveStream stream(kRateHz);
-    Channels tone = Tone(0, kSecond * 2);
-    Play(stream, &tone, 256);
-    EXPECT_NEAR(stream.Meters().sourceDb, -15.05, 0.02);
-    EXPECT_NEAR(stream.Meters().gainDb, -0.02, 0.01);
-    EXPECT_FALSE(stream.Meters().limiting);
-    stream.Set(ControlOf(PARAM_OUTPUT_GAIN), 16);
-    tone = Tone(2 * kSecond, 4 * kSecond);
-    Play(stream, &tone, 256);
-    EXPECT_NEAR(stream.Meters().gainDb, 12.03, 0.05);
-    EXPECT_TRUE(stream.Meters().limiting);
-    stream.Set(ControlOf(PARAM_OUTPUT_GAIN), -2);  // is clamped to 0
-    tone = Tone(6 * kSecond, 2 * kSecond);
-    Play(stream, &tone, 256);
-    EXPECT_LT(stream.Meters().resultDb, -20);
-    EXPECT_NE(LiveStream(96000).Refused(), nullptr);
 }
 
 // Stands for the stream: copies its input to the output without delay, and keeps it in `taken`.

@@ -26,7 +26,7 @@ constexpr double kUnheard = 16 / 32768.0;
 
 // The output. The control moves from frame `moved` to frame `moved + duration`.
 struct Heard {
-    std::vector<float> samples;
+    std::vector<float> samples, source;
     size_t moved, duration;
 };
 
@@ -35,10 +35,10 @@ struct Heard {
 Heard Play(LiveStream& stream, double hz, size_t duration, size_t adapts,
            const std::function<void(double)>& set) {
     const size_t moved = kRateHz + adapts;
-    Heard heard{std::vector<float>(2 * moved + duration), moved, duration};
-    float channels[2][kPiece];
+    const std::vector<float> silence(2 * moved + duration);
+    Heard heard{silence, silence, moved, duration};
+    float channels[2][kPiece], other[kPiece];
     float* const io[2] = {channels[0], channels[1]};
-    float* const nowhere[2] = {};
     set(0);
     for (size_t at = 0; at < heard.samples.size(); at += kPiece) {
         if (at >= moved && at <= moved + duration)
@@ -47,7 +47,8 @@ Heard Play(LiveStream& stream, double hz, size_t duration, size_t adapts,
         for (size_t n = 0; n < kPiece; ++n)
             channels[0][n] = channels[1][n] = static_cast<float>(
                 0.25 * std::sin(2 * std::numbers::pi * hz * static_cast<double>(at + n) / kRateHz));
-        stream.Process(io, io, nowhere, kPiece);
+        float* const source[2] = {&heard.source[at], other};
+        stream.Process(io, io, source, kPiece);
         std::copy_n(channels[0], kPiece, heard.samples.begin() + static_cast<ptrdiff_t>(at));
     }
     return heard;
@@ -139,6 +140,29 @@ TEST(Moves, OfEveryControlHaveNoClickAndNoHoleAndSoonEnd) {
                                         KeyOf(kControls[n]) + (down ? " down" : " up") +
                                             (duration > 0 ? " drag " : " ") + std::to_string(hz) +
                                             (lowLatency ? " low latency" : ""));
+}
+
+// The largest second difference of the source is that of the tone, and at most twice that where its
+// delay changes.
+TEST(Moves, OfEverySwitchHaveNoClick) {
+    const size_t bypass = kControls.size(), lowLatency = bypass + 1;
+    for (size_t n = 0; n <= lowLatency; ++n)
+        for (const bool on : {false, true}) {
+            if (n < bypass && !kControls[n].IsSwitch()) continue;
+            LiveStream stream(kRateHz);
+            for (size_t other = 0; other < bypass; ++other)
+                if (kControls[other].IsSwitch()) stream.Set(other, 1);
+            Heard heard = Play(stream, 440, 0, kRateHz, [&](double part) {
+                const bool value = (part == 0) != on;
+                if (n < bypass) stream.Set(n, value ? 1 : 0);
+                if (n == bypass) stream.SetBypass(value);
+                if (n == lowLatency) stream.SetLowLatency(value);
+            });
+            EXPECT_LT(Click(heard), 1.5) << n << (on ? " on" : " off");
+            heard.samples = heard.source;
+            EXPECT_LT(LargestSecondDifference(heard, kRateHz, heard.samples.size()), 2 * 0.00083)
+                << "the source at " << n;
+        }
 }
 
 bool SwitchesAlike(const Settings& a, const Settings& b) {
