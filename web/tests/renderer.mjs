@@ -1,9 +1,15 @@
-// A piece of music, what the renderer makes of it, and what a page plays.
+// The page in a browser and what it plays, a piece of music, and what the renderer makes of it.
+import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
+import { after } from "node:test";
+import { pathToFileURL } from "node:url";
+import { chromium } from "playwright-core";
 import { Quantizer, wavHeader } from "../samples.js";
+
+/** @import { Browser, BrowserContextOptions, Page } from "playwright-core" */
 
 const root = new URL("../../", import.meta.url);
 const renderer = new URL("build/release/orvane", root).pathname;
@@ -123,4 +129,36 @@ export function playOffTheClock() {
     }
     async resume() {}
   };
+}
+
+export const address = pathToFileURL(process.env.ORVANE_PAGE ?? "build/web/orvane.html");
+/** @type {Promise<Browser> | undefined} */
+let running;
+export const browser = () =>
+  (running ??= chromium.launch({
+    executablePath: "/usr/bin/chromium",
+    args: ["--no-sandbox", "--autoplay-policy=user-gesture-required"],
+  }));
+after(async () => (await running)?.close());
+
+// Calls `use` with a new page, without a network. Afterwards the page must have reported no error, apart from
+// requests to orvane.invalid, which it must refuse.
+/** @param {BrowserContextOptions & { url?: string, hash?: string, width?: number, script?: () => void }} wanted @param {(page: Page) => Promise<unknown>} use */
+export async function withPage({ url = address.href, hash = "", width = 1280, script = () => {}, ...options }, use) {
+  const context = await (await browser()).newContext({ viewport: { width, height: 900 }, offline: true, ...options });
+  const page = await context.newPage();
+  page.setDefaultTimeout(10000);
+  /** @type {string[]} */
+  const faults = [];
+  page.on("pageerror", ({ message }) => faults.push(message));
+  page.on(
+    "console",
+    (line) => line.type() === "error" && !/orvane.invalid/.test(line.text()) && faults.push(line.text()),
+  );
+  await page.addInitScript(script);
+  await page.goto(url + hash);
+  await page.locator("[name=preset]").first().waitFor({ state: "attached" });
+  await use(page);
+  assert.deepEqual(faults, []);
+  await context.close();
 }

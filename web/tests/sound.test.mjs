@@ -5,7 +5,7 @@ import { test } from "node:test";
 import { instantiate, Piece, Stream, Tone } from "../module.js";
 import { fromDecoded } from "../samples.js";
 import { presetValues, ready, valuesOf, withSwitches } from "../rules.js";
-import { parameters, presets } from "../table.js";
+import { parameters } from "../table.js";
 import { interleave, left, music, planar, render, run } from "./renderer.mjs";
 
 /** @import { Settings } from "../package/index.d.ts" */
@@ -57,18 +57,8 @@ for (const [kind, bytes] of /** @type {[string, Bytes][]} */ ([
 ]))
   for (const rate of [44100, 48000])
     test(`a running stream gives the renderer's samples: ${kind}, ${rate} Hz`, () => {
-      const { samples } = render(
-        music,
-        rate,
-        2,
-        "--cold-start",
-        "--keep-delay",
-        "--no-dither",
-        "--buffer",
-        `${kBlock}`,
-        "--preset",
-        "loud",
-      );
+      const options = `--cold-start --keep-delay --no-dither --buffer ${kBlock} --preset loud`;
+      const { samples } = render(music, rate, 2, ...options.split(" "));
       const stream = startStream(bytes, rate, presetValues("loud"));
       const latency = stream.latencyFrames();
       const channels = planar(music, 2);
@@ -138,63 +128,11 @@ test("a value moves with the first block that begins with it", () => {
     assert.equal(firstDifference(8 * kBlock + later), firstDifference(8 * kBlock) + kBlock);
 });
 
-test("switches, bypass and both back make no click, and the source stays in step", () => {
-  const rate = 48000,
-    seconds = 4;
-  const tone = Float32Array.from({ length: seconds * rate }, (_, n) => 0.25 * Math.sin((2 * Math.PI * 440 * n) / rate));
-  const stream = startStream(modules[0], rate, {});
-  /** @type {[number, () => void][]} */
-  const turns = [
-    [0.5, () => stream.set(control("enhancer"), 1)],
-    [1, () => stream.set(control("equalizer"), 1)],
-    [1.5, () => stream.bypass(true)],
-    [2, () => stream.bypass(false)],
-    [2.5, () => stream.set(control("enhancer"), 0)],
-  ];
-  const { result, source } = play(stream, [tone, tone], 0, (at) => {
-    if (turns.length > 0 && at >= turns[0][0] * rate) turns.shift()?.[1]();
-  });
-  /** @param {Float32Array} samples */
-  const secondDifference = (samples) =>
-    samples.reduce(
-      (most, sample, n) =>
-        n < 2 * kBlock + 1000 ? most : Math.max(most, Math.abs(sample - 2 * samples[n - 1] + samples[n - 2])),
-      0,
-    );
-  assert.ok(secondDifference(result[0]) < 0.003, `${secondDifference(result[0])}`);
-  assert.ok(secondDifference(source[0]) < 0.003, `${secondDifference(source[0])}`);
-  assert.equal(stream.latencyFrames(), kBlock + 255 + 256);
-  assert.deepEqual(
-    behind(source[0], 3 * rate),
-    tone.slice(3 * rate - stream.latencyFrames(), tone.length - stream.latencyFrames()),
-  );
-  const quiet = result[0].slice(0.5 * rate, 0.7 * rate).filter((sample) => sample === 0).length;
-  assert.ok(quiet > kBlock, "the chain was heard while it filled");
-});
-
 test("bypassed, the result is the source", () => {
   const stream = startStream(modules[1], 44100, presetValues("music"));
   stream.bypass(true);
   const { result, source } = play(stream, planar(music, 2), 0);
   assert.deepEqual(behind(result[1], kBlock), behind(source[1], kBlock));
-});
-
-test("no number and infinity count as silence", () => {
-  const stream = startStream(modules[0], 44100, {});
-  const { result } = play(
-    stream,
-    [NaN, Infinity].map((value) => new Float32Array(8192).fill(value)),
-    0,
-  );
-  assert.ok(result.flat().every((side) => side.every((sample) => sample === 0)));
-});
-
-test("a rate that the effect doesn't take is told", () => {
-  assert.throws(() => startStream(modules[0], 96000, {}), /96000 Hz/);
-  // @ts-expect-error
-  assert.throws(() => presetValues("nigth"), /nigth.*night/);
-  // @ts-expect-error
-  assert.throws(() => valuesOf({ rato: 1 }), /rato/);
 });
 
 test("the package can be imported without Web Audio", async () => {
@@ -216,23 +154,8 @@ test("the tone is solved as the renderer solves it", () => {
     [...text.matchAll(/level +([-\d.]+)/g)].map((match) => Number(match[1])),
     fit.levels.map((level) => Number(level.toFixed(2))),
   );
-  assert.ok(
-    text.includes(
-      `gets ${tone
-        .toneDb(fit.levels, [60], 48000)[0]
-        .toFixed(1)
-        .replace(/^(?=\d)/, "+")} dB`,
-    ) || text.includes(`gets +${tone.toneDb(fit.levels, [60], 48000)[0].toFixed(1)}`),
-    text,
-  );
-});
-
-test("the presets are the renderer's", () => {
-  const text = run("--list-presets");
-  assert.deepEqual(
-    [...text.matchAll(/^(\w+)/gm)].map((match) => match[1]),
-    presets.map((one) => one.name),
-  );
+  const db = tone.toneDb(fit.levels, [60], 48000)[0].toFixed(1);
+  assert.match(text, new RegExp(`gets \\+?${db}\n`));
 });
 
 test("what a browser decodes comes back to the 16 bits that it was", () => {

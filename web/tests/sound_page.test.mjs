@@ -4,48 +4,21 @@ import { createServer } from "node:http";
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
-import { after, before, test } from "node:test";
+import { test } from "node:test";
 import { fileURLToPath, pathToFileURL } from "node:url";
-import { chromium } from "playwright-core";
 import { instantiate, Piece, Stream } from "../module.js";
 import { presetValues, ready, valuesOf, withSwitches } from "../rules.js";
 import { parameters } from "../table.js";
 import { dataOf, interleave, left, music, planar, render, renderFile, run, wav } from "./renderer.mjs";
-import { noise, noteParts, noteWhatIsHeard, playOffTheClock, titled } from "./renderer.mjs";
+import { address, browser, noise, noteParts, noteWhatIsHeard, playOffTheClock, titled, withPage } from "./renderer.mjs";
 
-/** @import { Browser, Page } from "playwright-core" */
+/** @import { Page } from "playwright-core" */
 
 await ready();
 const kBlock = 1024;
 const built = new URL("../../build/", import.meta.url);
-const address = process.env.ORVANE_PAGE ? pathToFileURL(process.env.ORVANE_PAGE) : new URL("web/orvane.html", built);
 const packageText = readFileSync(new URL("web/package/index.js", built), "utf8");
 const exports = instantiate(readFileSync(new URL("wasm/orvane.wasm", built)));
-
-/** @type {Browser} */
-let browser;
-before(async () => {
-  browser = await chromium.launch({
-    executablePath: "/usr/bin/chromium",
-    args: ["--no-sandbox", "--autoplay-policy=user-gesture-required"],
-  });
-});
-after(() => browser.close());
-
-/** @param {(page: Page) => Promise<unknown>} use */
-async function withPage(use, { script = () => {}, url = address.href } = {}) {
-  const context = await browser.newContext({ offline: true, acceptDownloads: true });
-  const page = await context.newPage();
-  /** @type {string[]} */
-  const faults = [];
-  page.on("pageerror", ({ message }) => faults.push(message));
-  await page.addInitScript(script);
-  await page.goto(url);
-  await page.locator("[name=preset]").first().waitFor({ state: "attached" });
-  await use(page);
-  assert.deepEqual(faults, []);
-  await context.close();
-}
 
 // Plays `samples` offline through a node. Returns both outputs as four channels, and the latency in seconds.
 /**
@@ -80,7 +53,7 @@ function playOffline(page, samples, rate, options, automation) {
 }
 
 test("the node gives the library's samples, a value from its block on, and the source in step", () =>
-  withPage(async (page) => {
+  withPage({}, async (page) => {
     const rate = 48000;
     /** @type {[string, number, number]} */
     const change = ["output-gain", 0.5, (20 * kBlock) / rate];
@@ -117,7 +90,7 @@ function lagOf(one, other) {
 }
 
 test("a wrong rate, preset and setting are told", () =>
-  withPage(async (page) => {
+  withPage({}, async (page) => {
     for (const [rate, options] of /** @type {[number, any][]} */ ([
       [96000, {}],
       [48000, { preset: "nigth" }],
@@ -138,7 +111,7 @@ for (const [samples, rate, channels] of /** @type {[Int16Array, number, number][
   [left, 48000, 1],
 ]))
   test(`a 16-bit file comes out as the renderer's: ${rate} Hz, ${channels} channels`, () =>
-    withPage(async (page) => {
+    withPage({}, async (page) => {
       await drop(page, samples, rate, channels);
       await page.locator("#piece-name").filter({ hasText: "music.wav" }).waitFor();
       await page.locator("[name=preset][value=loud]").check({ force: true });
@@ -167,7 +140,7 @@ test("a FLAC file is decoded in small parts and comes out as the renderer's", ()
     await page.locator("[name=preset][value=loud]").check({ force: true });
     assert.deepEqual(await savedBy(page), dataOf(readFileSync(to)));
   };
-  return withPage(use, { script: noteParts }).finally(() => rmSync(folder, { recursive: true }));
+  return withPage({ script: noteParts }, use).finally(() => rmSync(folder, { recursive: true }));
 });
 
 test("an MP3 file is decoded in small parts, and at once if it is damaged, with the same samples", () => {
@@ -191,7 +164,7 @@ test("an MP3 file is decoded in small parts, and at once if it is damaged, with 
     // Buffers are compared faster.
     assert.ok(Buffer.from(samples.buffer).equals(Buffer.from(whole.samples.buffer)));
   };
-  return withPage(use, { script: noteParts });
+  return withPage({ script: noteParts }, use);
 });
 
 test("a page with a piece inside plays it with its settings", () => {
@@ -200,64 +173,55 @@ test("a page with a piece inside plays it with its settings", () => {
   const title = "<!-- </script><script>window.hit = 1</script>";
   writeFileSync(from, titled(wav(music, 44100, 2), title));
   run("compare", from, to, "--preset", "bass", "--output-gain", "0.3", "--page", fileURLToPath(address));
-  return withPage(
-    async (page) => {
-      await page.locator("#piece-name").filter({ hasText: title }).waitFor();
-      assert.equal(await page.evaluate(() => window.hit), undefined);
-      const refused = page.evaluate(
-        () =>
-          new Promise((resolve) => {
-            addEventListener("securitypolicyviolation", (event) => resolve(event.effectiveDirective));
-            fetch("https://orvane.invalid/").catch(() => setTimeout(resolve, 500, "not by the policy"));
-          }),
-      );
-      assert.equal(await refused, "connect-src");
-      assert.deepEqual(
-        await savedBy(page),
-        render(music, 44100, 2, "--preset", "bass", "--output-gain", "0.3").samples,
-      );
-    },
-    { url: pathToFileURL(to).href },
-  ).finally(() => rmSync(folder, { recursive: true }));
+  return withPage({ url: pathToFileURL(to).href }, async (page) => {
+    await page.locator("#piece-name").filter({ hasText: title }).waitFor();
+    assert.equal(await page.evaluate(() => window.hit), undefined);
+    const refused = page.evaluate(
+      () =>
+        new Promise((resolve) => {
+          addEventListener("securitypolicyviolation", (event) => resolve(event.effectiveDirective));
+          fetch("https://orvane.invalid/").catch(() => setTimeout(resolve, 500, "not by the policy"));
+        }),
+    );
+    assert.equal(await refused, "connect-src");
+    assert.deepEqual(await savedBy(page), render(music, 44100, 2, "--preset", "bass", "--output-gain", "0.3").samples);
+  }).finally(() => rmSync(folder, { recursive: true }));
 });
 
 test("before and after are equally loud as they are heard", () =>
-  withPage(
-    async (page) => {
-      await drop(page, noise(), 48000, 2);
-      await page.locator("#piece-name").filter({ hasText: "music.wav" }).waitFor();
-      await page.locator("[name=preset][value=bass]").check({ force: true });
-      await page.waitForTimeout(1500); // until the piece is measured with these settings
-      await page.locator("#play").click();
-      const loudness = { before: NaN, after: NaN };
-      for (const side of /** @type {const} */ (["after", "before"])) {
-        await page.locator(`[name=side][value=${side}]`).check({ force: true });
-        await page.waitForTimeout(500);
-        const end = 48 + (await page.evaluate(() => window.heard.length));
-        await page.waitForFunction((end) => window.heard.length >= end, end);
-        /** @type {number[][][]} */
-        const heard = await page.evaluate((end) => window.heard.slice(end - 48, end), end);
-        const samples = heard.flatMap((block) => [...interleave(block.map((channel) => Float32Array.from(channel)))]);
-        const meter = new Piece(exports, 48000, 2, valuesOf({}));
-        for (let at = 0; at < samples.length; at += Piece.samples)
-          meter.process(Int16Array.from(samples.slice(at, at + Piece.samples)));
-        loudness[side] = meter.loudness().before;
-      }
-      assert.ok(Math.abs(loudness.after - loudness.before) < 0.2, JSON.stringify(loudness));
-      // The louder one was lowered. The page shows the loudness of both.
-      const { report } = render(noise(), 48000, 2, "--preset", "bass");
-      const softer = Math.min(...Object.values(report.loudnessLufs));
-      assert.ok(Math.abs(loudness.after - softer) < 0.5, `${loudness.after} and ${softer}`);
-      for (const side of ["before", "after"]) {
-        const shown = parseFloat(String(await page.locator(`#whole-${side}`).textContent()).replace("−", "-"));
-        assert.ok(Math.abs(shown - report.loudnessLufs[side]) < 0.11, `${side}: ${shown}`);
-      }
-    },
-    { script: noteWhatIsHeard },
-  ));
+  withPage({ script: noteWhatIsHeard }, async (page) => {
+    await drop(page, noise(), 48000, 2);
+    await page.locator("#piece-name").filter({ hasText: "music.wav" }).waitFor();
+    await page.locator("[name=preset][value=bass]").check({ force: true });
+    await page.waitForTimeout(1500); // until the piece is measured with these settings
+    await page.locator("#play").click();
+    const loudness = { before: NaN, after: NaN };
+    for (const side of /** @type {const} */ (["after", "before"])) {
+      await page.locator(`[name=side][value=${side}]`).check({ force: true });
+      await page.waitForTimeout(500);
+      const end = 48 + (await page.evaluate(() => window.heard.length));
+      await page.waitForFunction((end) => window.heard.length >= end, end);
+      /** @type {number[][][]} */
+      const heard = await page.evaluate((end) => window.heard.slice(end - 48, end), end);
+      const samples = heard.flatMap((block) => [...interleave(block.map((channel) => Float32Array.from(channel)))]);
+      const meter = new Piece(exports, 48000, 2, valuesOf({}));
+      for (let at = 0; at < samples.length; at += Piece.samples)
+        meter.process(Int16Array.from(samples.slice(at, at + Piece.samples)));
+      loudness[side] = meter.loudness().before;
+    }
+    assert.ok(Math.abs(loudness.after - loudness.before) < 0.2, JSON.stringify(loudness));
+    // The louder one was lowered. The page shows the loudness of both.
+    const { report } = render(noise(), 48000, 2, "--preset", "bass");
+    const softer = Math.min(...Object.values(report.loudnessLufs));
+    assert.ok(Math.abs(loudness.after - softer) < 0.5, `${loudness.after} and ${softer}`);
+    for (const side of ["before", "after"]) {
+      const shown = parseFloat(String(await page.locator(`#whole-${side}`).textContent()).replace("−", "-"));
+      assert.ok(Math.abs(shown - report.loudnessLufs[side]) < 0.11, `${side}: ${shown}`);
+    }
+  }));
 
 test("the node tells a changed latency, and goes back to defaults", () =>
-  withPage(async (page) => {
+  withPage({}, async (page) => {
     const told = await page.evaluate(async (text) => {
       const { OrvaneNode, parameters } = await import(`data:text/javascript,${encodeURIComponent(text)}`);
       const context = new OfflineAudioContext(2, 48000, 48000);
@@ -290,7 +254,7 @@ test("a strict content security policy lets the worklet come from its URL", asyn
     answer.end(isScript ? readFileSync(new URL(`web/package${url}`, built)) : "");
   });
   await new Promise((resolve) => server.listen(0, "localhost", () => resolve(undefined)));
-  const page = await browser.newPage();
+  const page = await (await browser()).newPage();
   await page.goto(`http://localhost:${/** @type {import("node:net").AddressInfo} */ (server.address()).port}/`);
   const make = (/** @type {string | undefined} */ processorUrl) =>
     page.evaluate(async (processorUrl) => {
@@ -304,22 +268,16 @@ test("a strict content security policy lets the worklet come from its URL", asyn
 });
 
 test("a 24-bit file is dithered as the renderer does", () =>
-  withPage(async (page) => {
+  withPage({}, async (page) => {
     const bytes = wav(music, 48000, 2);
     const data = Buffer.alloc(3 * music.length);
     music.forEach((sample, n) => data.writeIntLE(256 * sample + ((77 * n) % 256), 3 * n, 3));
     const header = bytes.subarray(0, 44);
-    for (const [at, value] of [
-      [4, 36 + data.length],
-      [28, 6 * 48000],
-      [40, data.length],
-    ])
-      header.writeUInt32LE(value, at);
-    for (const [at, value] of [
-      [32, 6],
-      [34, 24],
-    ])
-      header.writeUInt16LE(value, at);
+    header.writeUInt32LE(36 + data.length, 4);
+    header.writeUInt32LE(6 * 48000, 28);
+    header.writeUInt16LE(6, 32);
+    header.writeUInt16LE(24, 34);
+    header.writeUInt32LE(data.length, 40);
     const source = Buffer.concat([header, data]);
     await page.locator("#file").setInputFiles({ name: "deep.wav", mimeType: "audio/wav", buffer: source });
     await page.locator("#piece-name").filter({ hasText: "deep.wav" }).waitFor();
@@ -328,69 +286,63 @@ test("a 24-bit file is dithered as the renderer does", () =>
   }));
 
 test("a dropped mono file is heard on both sides, ends without Loop, and is saved under its name", () =>
-  withPage(
-    async (page) => {
-      await page.evaluate(
-        (bytes) => {
-          const dataTransfer = new DataTransfer();
-          dataTransfer.items.add(new File([Uint8Array.from(bytes)], "mono.song.wav"));
-          document.body.dispatchEvent(new DragEvent("drop", { dataTransfer, bubbles: true, cancelable: true }));
-        },
-        [...wav(left, 48000, 1)],
-      );
-      await page.locator("#piece-name").filter({ hasText: "mono.song.wav" }).waitFor();
-      await page.locator("#play").click();
-      // The second round of the loop has begun, so that the position must not jump when the loop ends.
-      await page.waitForFunction(() => window.heard.length > 40);
-      await page.locator("#loop").uncheck();
-      await page.getByText("Play", { exact: true }).waitFor();
-      const energy = await page.evaluate(() =>
-        [0, 1].map((side) =>
-          /** @type {number[][][]} */ (window.heard)
-            .flatMap((block) => block[side])
-            .reduce((sum, one) => sum + one * one, 0),
-        ),
-      );
-      assert.ok(energy[0] > 1 && Math.abs(energy[1] / energy[0] - 1) < 1e-3, `${energy}`);
-      await page.waitForTimeout(600); // the peak stays shown
-      const peak = parseFloat(String(await page.locator("#peak-after").textContent()).replace("−", "-"));
-      assert.ok(peak > -40, `${peak}`);
-      await page.locator("[name=preset][value=night]").check({ force: true });
-      await page.waitForFunction(
-        () => !(parseFloat((document.getElementById("peak-after")?.textContent ?? "").replace("−", "-")) > -40),
-      );
-      const [download] = await Promise.all([page.waitForEvent("download"), page.locator("#save-wav").click()]);
-      assert.equal(download.suggestedFilename(), "mono.song-orvane.wav");
-    },
-    { script: noteWhatIsHeard },
-  ));
+  withPage({ script: noteWhatIsHeard }, async (page) => {
+    await page.evaluate(
+      (bytes) => {
+        const dataTransfer = new DataTransfer();
+        dataTransfer.items.add(new File([Uint8Array.from(bytes)], "mono.song.wav"));
+        document.body.dispatchEvent(new DragEvent("drop", { dataTransfer, bubbles: true, cancelable: true }));
+      },
+      [...wav(left, 48000, 1)],
+    );
+    await page.locator("#piece-name").filter({ hasText: "mono.song.wav" }).waitFor();
+    await page.locator("#play").click();
+    // The second round of the loop has begun, so that the position must not jump when the loop ends.
+    await page.waitForFunction(() => window.heard.length > 40);
+    await page.locator("#loop").uncheck();
+    await page.getByText("Play", { exact: true }).waitFor();
+    const energy = await page.evaluate(() =>
+      [0, 1].map((side) =>
+        /** @type {number[][][]} */ (window.heard)
+          .flatMap((block) => block[side])
+          .reduce((sum, one) => sum + one * one, 0),
+      ),
+    );
+    assert.ok(energy[0] > 1 && Math.abs(energy[1] / energy[0] - 1) < 1e-3, `${energy}`);
+    await page.waitForTimeout(600); // the peak stays shown
+    const peak = parseFloat(String(await page.locator("#peak-after").textContent()).replace("−", "-"));
+    assert.ok(peak > -40, `${peak}`);
+    await page.locator("[name=preset][value=night]").check({ force: true });
+    await page.waitForFunction(
+      () => !(parseFloat((document.getElementById("peak-after")?.textContent ?? "").replace("−", "-")) > -40),
+    );
+    const [download] = await Promise.all([page.waitForEvent("download"), page.locator("#save-wav").click()]);
+    assert.equal(download.suggestedFilename(), "mono.song-orvane.wav");
+  }));
 
 test("the position shown is the one heard, and before and after fade into each other", () => {
   // Samples that tell their time: they rise by one every four frames. At 1 s, the second round plays.
   const rise = Int16Array.from({ length: 36000 }, (_, n) => n / 4);
-  return withPage(
-    async (page) => {
-      await drop(page, rise, 48000, 1);
-      await page.locator("#piece-name").filter({ hasText: "music.wav" }).waitFor();
-      await page.locator("#equal").uncheck();
-      await page.locator("#play").click();
-      await page.locator("body.playing").waitFor();
-      const { shown, out } = await page.evaluate(async () => {
-        const pause = window.heard.suspend(1);
-        const rendering = window.heard.startRendering();
-        await pause;
-        /** @type {any} */ (document.querySelector("[name=side][value=before]")).click();
-        document.getElementById("loop")?.click();
-        await new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
-        const shown = /** @type {any} */ (document.getElementById("seek")).valueAsNumber;
-        OfflineAudioContext.prototype.resume.call(window.heard);
-        return { shown, out: [...(await rendering).getChannelData(0)].slice(47000, 50000) };
-      });
-      const heard = (out[1000] * 32768 * 4) / 0.25 / 48000;
-      assert.ok(Math.abs(heard - shown) < 0.005, `${heard} s is heard, ${shown} s is shown`);
-      const jump = out.reduce((most, sample, n) => (n === 0 ? most : Math.max(most, Math.abs(sample - out[n - 1]))), 0);
-      assert.ok(out[2999] > 3 * out[0] && jump < 0.003, `${jump}`);
-    },
-    { script: playOffTheClock, url: `${address.href}#output-gain=0.25` },
-  );
+  return withPage({ script: playOffTheClock, url: `${address.href}#output-gain=0.25` }, async (page) => {
+    await drop(page, rise, 48000, 1);
+    await page.locator("#piece-name").filter({ hasText: "music.wav" }).waitFor();
+    await page.locator("#equal").uncheck();
+    await page.locator("#play").click();
+    await page.locator("body.playing").waitFor();
+    const { shown, out } = await page.evaluate(async () => {
+      const pause = window.heard.suspend(1);
+      const rendering = window.heard.startRendering();
+      await pause;
+      /** @type {any} */ (document.querySelector("[name=side][value=before]")).click();
+      document.getElementById("loop")?.click();
+      await new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
+      const shown = /** @type {any} */ (document.getElementById("seek")).valueAsNumber;
+      OfflineAudioContext.prototype.resume.call(window.heard);
+      return { shown, out: [...(await rendering).getChannelData(0)].slice(47000, 50000) };
+    });
+    const heard = (out[1000] * 32768 * 4) / 0.25 / 48000;
+    assert.ok(Math.abs(heard - shown) < 0.005, `${heard} s is heard, ${shown} s is shown`);
+    const jump = out.reduce((most, sample, n) => (n === 0 ? most : Math.max(most, Math.abs(sample - out[n - 1]))), 0);
+    assert.ok(out[2999] > 3 * out[0] && jump < 0.003, `${jump}`);
+  });
 });
