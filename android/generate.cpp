@@ -261,7 +261,7 @@ std::string BandTable() {
     return text;
 }
 
-// Returns the terms in thousandths for an array in C or Java: a line for each third of an octave,
+// Returns the terms in thousandths for an array in C or Java. Each third of an octave has a line
 // with ten numbers, one for each band.
 std::string TermNumbers() {
     std::string text;

@@ -205,8 +205,8 @@ def xml_lines(section, attributes):
     return [f'    <{XML_TAGS[section]} name="{NAME}"{values}/>']
 
 
-# How a list is written: the functions that read its sections and make the lines of an entry, and the one
-# that shortens the library's path.
+# How a list is written. The functions read its sections, make the lines of an entry, and shorten the
+# library's path.
 CONF = (read_conf, conf_lines, lambda library: library)
 XML = (read_xml, xml_lines, os.path.basename)
 

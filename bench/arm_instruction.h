@@ -1,5 +1,5 @@
-// What an ARM instruction (ARMv5TE, ARM or Thumb state) means for the time that it takes: which
-// registers it wants and changes, and what kind of work it does.
+// What decides the time that an ARM instruction takes (ARMv5TE, ARM or Thumb state). This is the
+// registers that it reads and changes, and the kind of its work.
 #pragma once
 #include <cstdint>
 

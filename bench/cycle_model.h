@@ -3,9 +3,9 @@
 // and wait for their operands; loads and products deliver their results later. Caches, the table of
 // pages and branch prediction are modelled.
 //
-// Left out are write buffers, contention for the bus, work that goes on during a miss, prefetching
-// and other replacement than of the line that was used least recently. The figures are therefore
-// good to 5 to 10 %.
+// Left out are write buffers, contention for the bus, work that goes on during a miss, and
+// prefetching. A full set of a cache always replaces the line that was used least recently. The
+// figures are therefore good to 5 to 10 %.
 #pragma once
 #include <algorithm>
 #include <array>

@@ -2,9 +2,9 @@
 // several settings, and every output sample is compared. They are timed in turns of some hundredths
 // of a second, so that other work on the machine slows both alike.
 //
-// Prints a line for each setting: the processor time per frame of both, the median of the turns'
-// ratios (below 1, the second is faster), and whether all samples were equal. Exits with 1 if any
-// sample differed.
+// Prints a line for each setting. It has the processor time per frame of both, the median of the
+// turns' ratios (below 1, the second is faster), and whether all samples were equal. Exits with 1
+// if any sample differed.
 #include <algorithm>
 #include <cstdio>
 #include <ctime>

@@ -1,6 +1,6 @@
 // Compares two WebAssembly builds of the library. Both get the same music, and every output sample is
-// compared. They are timed in turns, so that other work on the machine slows both alike. Prints for
-// each setting the median of the turns' ratios (below 1, the second is faster) and the second's speed
+// compared. They are timed in turns, so that other work on the machine slows both alike. Prints two numbers
+// for each setting: the median of the turns' ratios (below 1, the second is faster), and the second's speed
 // as a multiple of real time. Exits with 1 if a sample differed.
 //
 // usage: node race.mjs FIRST SECOND

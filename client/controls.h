@@ -1,5 +1,5 @@
 // The controls that a listener moves while sound runs. Each row of the parameter table that has a
-// key is one control, in the table's order; each of the equalizer's ten bands is one of its own.
+// key is one control, in the table's order. Each of the ten equalizer bands is one.
 //
 // Functions without "port" in their names take and give values in the table's units. A port of a
 // host has a listener's units instead: gains are in dB, band levels in per cent. Switches are 0 or

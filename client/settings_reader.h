@@ -45,7 +45,7 @@ const Parameter* FindByKey(std::string_view key);
 bool SetFromText(std::string_view key, std::string_view value, Settings* settings, Fault* fault);
 
 // Sets what the lines of a settings file say. Each key may appear once. Stops at the first wrong
-// line, returns false, and adds to `fault` its number and what is wrong with it: "3: no setting is
+// line and returns false. Adds to `fault` the line's number and what is wrong: "3: no setting is
 // called rato". Settings of the lines before it stay set. A text of more than kMostSettingsBytes
 // bytes is wrong.
 bool ReadSettings(std::string_view text, Settings* settings, Fault* fault);

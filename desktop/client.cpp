@@ -108,8 +108,8 @@ private:
                                      nullptr, nullptr);
         return 0;
     }
-    // The first answer comes behind all objects, the second one behind all entries, and the third
-    // one when the server has heard of what is erased.
+    // The first answer comes behind all objects and the second one behind all entries. The third
+    // one comes when the server has heard of what is erased.
     void TakeDone() {
         if (++answers == 3 || metadata == nullptr)
             pw_main_loop_quit(mainLoop.get());
@@ -283,7 +283,7 @@ private:
         core = nullptr;
     }
     // A new session manager links only streams that it has seen appear. The connection is made
-    // again as well: if a session manager ends while it should tell us its entries, the sound
+    // again as well. If a session manager ends while it should tell us its entries, the sound
     // server (PipeWire 0.3.65) takes nothing more from us.
     void Renew() {
         if (isEnding) return;

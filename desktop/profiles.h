@@ -1,4 +1,4 @@
-// What a listener has set on the desktop, kept in a file between sessions: a profile for each
+// What a listener has set on the desktop, kept in a file between sessions. It is a profile for each
 // output, the settings for outputs without one, and the applications that are left out.
 //
 // The file is $XDG_CONFIG_HOME/orvane/desktop.json (~/.config without that variable):
@@ -31,8 +31,8 @@ public:
 
     const std::vector<std::string>& Warnings() const { return warnings; }
 
-    // Returns the profile of an output by its `node.name`; for one without a profile, an output
-    // that is on with the settings that were set last.
+    // Returns the profile of an output by its `node.name`. An output without a profile is on, with
+    // the settings that were set last.
     Profile Of(const std::string& output) const;
     bool Has(const std::string& output) const { return profiles.contains(output); }
     const std::map<std::string, Profile>& All() const { return profiles; }

@@ -102,9 +102,9 @@ const Router::Target& Router::TargetOf(const Node& node) const {
 }
 
 // Reads the entries if a player isn't where it should be and the session manager hasn't just been
-// asked. Waits until our output is linked. With PipeWire 0.3.65 the sound server was seen to answer
-// no program any more if we bound the metadata while a restarted session manager was still about to
-// do so. Since we wait, that has not been seen again. The cause isn't known.
+// asked. Waits until our output is linked. We once bound the metadata while a restarted session
+// manager was still about to do so. The sound server (PipeWire 0.3.65) then answered no program any
+// more. Since we wait, that has not been seen again. The cause isn't known.
 void Router::Check() {
     if (metadataId == PW_ID_ANY || reading >= 0 || PresentOutput().empty()) return;
     const bool differs = std::any_of(nodes.begin(), nodes.end(), [this](const auto& entry) {
@@ -241,8 +241,8 @@ bool Router::IsLinkedTo(const Node& node, const std::string& name) const {
 }
 
 // Returns what would bring a player to where it should be. A player that doesn't play to the
-// default output isn't routed, because the session manager sometimes links a player to the target
-// of an earlier day without an entry. The default output is where our own sound is. The entry
+// default output isn't routed. The session manager sometimes links a player to the target of an
+// earlier day without an entry. The default output is where our own sound is. The entry
 // `default.audio.sink` would tell it as well, but its change can be hidden from us.
 Router::Act Router::ActFor(const Node& node) const {
     if (!IsPlayer(node) || !node.isKnown) return Act::kNone;

@@ -1,11 +1,11 @@
 // Follows what the sound server holds, and decides which players pass through Orvane.
 //
 // A player is routed by the metadata entry `target.object` of its node, which names our input. The
-// session manager then links it there. A player is left alone if its listener left it out, if it
-// has a target of its own (from its properties or from the listener), or if it refuses to be moved.
-// A player is routed only while it plays to the default output, and after the session manager has
-// told its entries: otherwise the manager would take our entry for the listener's, and save it over
-// the listener's own.
+// session manager then links it there. A player is left alone if its listener left it out, or if it
+// refuses to be moved. So is one with a target of its own, from its properties or from the
+// listener. A player is routed only while it plays to the default output, and after the session
+// manager has told its entries. Otherwise the manager would take our entry for the listener's, and
+// save it over the listener's own.
 //
 // The sound server (PipeWire 0.3.65) hides changes of entries from us while another program begins
 // to read them. It never hides links. So a player counts as routed when it is linked to our input,

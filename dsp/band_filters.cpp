@@ -32,9 +32,9 @@ ORVANE_LANE_INLINE void ForMirroredBins(size_t end, Body body) {
     for (size_t q = 1; q < end; q = q % W == 0 ? q + W : W) body.template operator()<V>(q);
 }
 
-// Does three things in one pass: the last step of FFT_R24's forward transform, the product with
-// each kernel's spectrum (as BandSpliter::ConvSignal does it), and the first step of the inverse
-// transform. `low` (the kernels) and `out` have N values for each band.
+// Does three things in one pass. These are the last step of FFT_R24's forward transform, the
+// product with each kernel's spectrum (as BandSpliter::ConvSignal does it), and the first step of
+// the inverse transform. `low` (the kernels) and `out` have N values for each band.
 template <typename T>
 void Multiply(Planar<T> x, Planar<T> factors, Planar<T> low, Planar<T> out, size_t N) {
     const size_t M = N / 2;

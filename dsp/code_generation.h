@@ -1,5 +1,5 @@
-// Says how functions are compiled on each target: which small functions on vectors are inlined,
-// which short loops are unrolled, and which functions are ARM instructions in a file of Thumb
+// Says how functions are compiled on each target. Some small functions on vectors are inlined, some
+// short loops are unrolled, and some functions are ARM instructions in a file of Thumb
 // instructions.
 #pragma once
 #include <cstddef>

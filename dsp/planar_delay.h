@@ -22,7 +22,6 @@ public:
         odd = delayFrames % 2 != 0;
         return true;
     }
-    bool IsSetUp() const { return !pairs.empty(); }
 
     // Fills the delay with silence, as after SetUp.
     void Clear() { std::fill_n(pairs.data(), pairs.size(), T(0)); }

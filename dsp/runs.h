@@ -3,7 +3,7 @@
 // time.
 //
 // A run is a struct with a function Step(i), which processes frame i of the struct's arrays. The
-// loops below work on a local copy, so that its few numbers stay in registers: no store through the
+// loops below work on a local copy, so that its few numbers stay in registers. No store through the
 // arrays can change a local copy.
 #pragma once
 #include <cstddef>

@@ -1,5 +1,5 @@
-// The enhancer's steps around its filters: from interleaved frames to planar pairs, from the three
-// bands to their weighted sum, and from that sum to the contour's filter and back.
+// The enhancer's steps around its filters. They lead from interleaved frames to planar pairs, from
+// the three bands to their weighted sum, and from that sum to the contour's filter and back.
 #pragma once
 #include <array>
 #include <cstddef>

@@ -83,7 +83,7 @@ struct UnpackedLimiting : PlainLimiting {
                          uint32_t count, Runner runner) {
         for (uint32_t c = 0; c < kChannels; ++c) {
             SteadyGains run = {.in = frames.in + c,
-                               .tails = frames.tails + c,
+                               .maxima = frames.maxima + c,
                                .gains = frames.gains + c,
                                .stride = kChannels,
                                .gate = frames.gate,

@@ -144,7 +144,7 @@ template <typename Arithmetic, uint32_t kChannels>
 void LimiterCore<Arithmetic, kChannels>::ForgetWindow() {
     std::fill(std::begin(state.running), std::end(state.running), Sample(0));
     std::fill(&laps[0][0], &laps[0][0] + kLaps * kChannels, Sample(0));
-    std::fill(std::begin(tails), std::end(tails), Sample(0));
+    std::fill(std::begin(maxima), std::end(maxima), Sample(0));
 }
 
 // Does what MakeWindow does, for the beginning of a lap when every frame counts.
@@ -154,31 +154,31 @@ void LimiterCore<Arithmetic, kChannels>::OpenLap() {
     for (uint32_t c = 0; c < kChannels; ++c) {
         laps[(present + kLaps - 1) % kLaps][c] = state.running[c];
         state.running[c] = 0;
-        Sample tail = 0;
+        Sample maximum = 0;
         for (uint32_t other = 1; other < kLaps; ++other)
-            tail = Arithmetic::Larger(laps[(present + other) % kLaps][c], tail);
-        tails[kLap * kChannels + c] = tail;
+            maximum = Arithmetic::Larger(laps[(present + other) % kLaps][c], maximum);
+        maxima[kLap * kChannels + c] = maximum;
     }
     if constexpr (kLanes == 1) {
         const Sample* const lap = ring + size_t{next} * kChannels;
         for (size_t i = size_t{kLap} * kChannels; i-- > 0;)
-            tails[i] = Arithmetic::Larger(Arithmetic::Magnitude(lap[i]), tails[i + kChannels]);
+            maxima[i] = Arithmetic::Larger(Arithmetic::Magnitude(lap[i]), maxima[i + kChannels]);
     } else {
         using V = typename VectorOf<Sample, Arithmetic::kTakesVectors ? kChannels : 1>::Type;
-        for (size_t c = 0; c < kChannels; c += kWidth<V, Sample>) MakeTails<V>(c);
+        for (size_t c = 0; c < kChannels; c += kWidth<V, Sample>) MakeMaxima<V>(c);
     }
 }
 
-// Makes the tails of as many channels as V has lanes, from `first` on. Takes four frames at a time
+// Makes the maxima of as many channels as V has lanes, from `first` on. Takes four frames at a time
 // and compares them among themselves first, so that only one step of four waits for the previous
 // result.
 template <typename Arithmetic, uint32_t kChannels>
 template <typename V>
-void LimiterCore<Arithmetic, kChannels>::MakeTails(size_t first) {
+void LimiterCore<Arithmetic, kChannels>::MakeMaxima(size_t first) {
     constexpr size_t kStep = 4;
     const Sample* const lap = ring + size_t{next} * kChannels + first;
-    Sample* const to = tails + first;
-    V tail = Load<V>(to + kLap * kChannels);
+    Sample* const to = maxima + first;
+    V maximum = Load<V>(to + kLap * kChannels);
     for (size_t i = kLap; i > 0;) {
         V largest = {}, own[kStep];
         for (size_t k = kStep; k-- > 0;) {
@@ -188,9 +188,9 @@ void LimiterCore<Arithmetic, kChannels>::MakeTails(size_t first) {
             own[k] = largest;
         }
         for (size_t k = 1; k < kStep; ++k)
-            Store(to + (i + k) * kChannels, Arithmetic::Larger(own[k], tail));
-        tail = Arithmetic::Larger(largest, tail);
-        Store(to + i * kChannels, tail);
+            Store(to + (i + k) * kChannels, Arithmetic::Larger(own[k], maximum));
+        maximum = Arithmetic::Larger(largest, maximum);
+        Store(to + i * kChannels, maximum);
     }
 }
 
@@ -208,18 +208,18 @@ void LimiterCore<Arithmetic, kChannels>::MakeWindow() {
             }
             return sofar;
         };
-        Sample tail = 0;
+        Sample maximum = 0;
         for (uint32_t other = 1; other < kLaps; ++other) {
             const uint32_t lap = (present + other) % kLaps;
             laps[lap][c] = largest(lap * kLap, (lap + 1) * kLap, 0);
-            tail = Arithmetic::Larger(laps[lap][c], tail);
+            maximum = Arithmetic::Larger(laps[lap][c], maximum);
         }
         const uint32_t begin = present * kLap;
         state.running[c] = largest(begin, next, 0);
-        tails[kLap * kChannels + c] = tail;
+        maxima[kLap * kChannels + c] = maximum;
         for (uint32_t k = kLap; k-- > InLap();) {
-            tail = largest(begin + k, begin + k + 1, tail);
-            tails[k * kChannels + c] = tail;
+            maximum = largest(begin + k, begin + k + 1, maximum);
+            maxima[k * kChannels + c] = maximum;
         }
     }
 }

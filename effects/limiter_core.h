@@ -3,11 +3,11 @@
 //
 // The window of the newest 256 frames is a ring of two laps of 128 frames. The largest magnitude in
 // the window that ends with frame p of a lap is the larger of two values. `running` is the largest
-// of the lap's frames up to p; it is updated with every frame. tails[p + 1] is the largest of all
-// others; the tails are computed when the lap begins:
+// of the lap's frames up to p; it is updated with every frame. maxima[p + 1] is the largest of all
+// others; the maxima are computed when the lap begins:
 //
 //   frames   0 .. p     p + 1 .. 127 of the previous turn, and the other lap
-//            running    tails[p + 1]
+//            running    maxima[p + 1]
 //
 // Only frames since limiting began count. Earlier frames did not exceed the gate. As long as the
 // gate stays the same, including them changes no target. After a change of the gate, the window is
@@ -61,7 +61,7 @@ private:
     void ForgetWindow();
     ORVANE_ARM_STATE void OpenLap();
     template <typename V>
-    void MakeTails(size_t first);
+    void MakeMaxima(size_t first);
     void MakeWindow();
     const Sample* Delayed();
     void ProcessChunk(Sample* samples, uint32_t count);
@@ -77,7 +77,7 @@ private:
     // contiguous.
     Sample ring[(kWindow + 1) * kChannels] = {};
     Sample laps[kLaps][kChannels] = {};  // the largest magnitude of each lap but the present one
-    Sample tails[(kLap + 1) * kChannels] = {};
+    Sample maxima[(kLap + 1) * kChannels] = {};
 };
 
 template <typename Arithmetic, uint32_t kChannels>
@@ -98,7 +98,7 @@ template <typename Arithmetic, uint32_t kChannels>
 template <typename Runner>
 void LimiterCore<Arithmetic, kChannels>::MakeGains(const Sample* samples, uint32_t count,
                                                    Sample* gains, Runner runner) {
-    const GainFrames<Sample> frames = {samples, tails + (InLap() + 1) * kChannels, gains, gate};
+    const GainFrames<Sample> frames = {samples, maxima + (InLap() + 1) * kChannels, gains, gate};
     const bool limiting = Limiting();
     if (limiting || AnyAbove(samples, size_t{count} * kChannels)) {
         if (!limiting)

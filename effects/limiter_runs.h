@@ -19,12 +19,12 @@ struct LimiterState {
     int32_t age[kChannels] = {};     // frames since limiting began, at most 256; 0: not limiting
 };
 
-// The arrays of interleaved frames of one lap. `in` and the tails (limiter_core.h) are read; the
+// The arrays of interleaved frames of one lap. `in` and the maxima (limiter_core.h) are read; the
 // gains are written.
 template <typename Sample>
 struct GainFrames {
     const Sample* in;
-    const Sample* tails;
+    const Sample* maxima;
     Sample* gains;
     Sample gate;
 };
@@ -39,7 +39,7 @@ struct GainRun {
 
     GainRun(const GainFrames<Sample>& frames, const State& state, size_t first)
         : in(frames.in + first),
-          tails(frames.tails + first),
+          maxima(frames.maxima + first),
           gains(frames.gains + first),
           gate(Broadcast<V>(frames.gate)),
           running(Load<V>(state.running + first)),
@@ -49,7 +49,7 @@ struct GainRun {
 
     [[gnu::always_inline]] void Step(size_t i) {
         running = Arithmetic::Larger(Arithmetic::Magnitude(Load<V>(in + i * kChannels)), running);
-        const V peak = Arithmetic::Larger(running, Load<V>(tails + i * kChannels));
+        const V peak = Arithmetic::Larger(running, Load<V>(maxima + i * kChannels));
         const auto limiting = Arithmetic::Greater(peak, gate);
         age = limiting ? age + 1 : Ages{};
         const V unity = Broadcast<V>(Arithmetic::kUnity);
@@ -75,7 +75,7 @@ struct GainRun {
     }
 
     const Sample* in;
-    const Sample* tails;
+    const Sample* maxima;
     Sample* gains;
     V gate, running, smoothed, gain;
     Ages age;

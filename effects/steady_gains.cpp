@@ -9,13 +9,13 @@ void SteadyGains::Limit(size_t count) {
     for (size_t first = 0; first < count;) {
         running = FloatLimiting::Larger(FloatLimiting::Magnitude(*in), running);
         const float held = FloatLimiting::Larger(running, gate);
-        const float peak = FloatLimiting::Larger(held, *tails);
+        const float peak = FloatLimiting::Larger(held, *maxima);
         const bool hangs = FloatLimiting::Greater(peak, held),
                    limiting = FloatLimiting::Greater(peak, gate);
         const size_t frames =
-            SteadyFrames(in, hangs ? tails : nullptr, stride, count - first, peak, &running);
+            SteadyFrames(in, hangs ? maxima : nullptr, stride, count - first, peak, &running);
         in += frames * stride;
-        tails += frames * stride;
+        maxima += frames * stride;
         age = limiting ? age + static_cast<int32_t>(frames) : 0;
         Follow(first, first + frames, limiting ? gate / peak : FloatLimiting::kUnity);
         first += frames;

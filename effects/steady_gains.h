@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// Samples, tails and gains are `stride` apart. The state is the limiter's (limiter_runs.h).
+// Samples, maxima and gains are `stride` apart. The state is the limiter's (limiter_runs.h).
 // Allocates: never. Thread: no state of its own.
 struct SteadyGains {
     // Computes `count` gains while the window may exceed the gate.
@@ -14,7 +14,7 @@ struct SteadyGains {
     void Rest(size_t count);
 
     const float* in;
-    const float* tails;
+    const float* maxima;
     float* gains;
     size_t stride;
     float gate;

@@ -59,8 +59,8 @@ enum {
 /* Creates a stream.
  *
  * rate_hz: 32000 to 48000, or 2, 4 or 8 times 44100 or 48000. At the multiples the sound is
- * resampled to 44100 or 48000 Hz and back, so it ends at about 20 kHz and the latency grows by less
- * than 2 ms.
+ * resampled to 44100 or 48000 Hz and back. So it ends at about 20 kHz, and the latency grows by
+ * less than 2 ms.
  * channels: 1 or 2. A stream of one channel gives what a stereo stream with equal channels gives.
  * preset: the name of a preset, or NULL to begin with every processor off.
  * settings: the lines of a settings file, each "key = value", which are applied on top of the
@@ -73,8 +73,8 @@ enum {
  * its NUL; "" if nothing is wrong. May be NULL.
  *
  * Returns NULL if the rate, the number of channels, the preset, the settings or the flags can't be
- * taken, or if there is not enough memory for all of the stream. A number that is not a number, a
- * value outside its range and an unknown key in `settings` are such errors.
+ * taken. A number that is not a number, a value outside its range and an unknown key in `settings`
+ * are such errors. Also returns NULL if there is not enough memory for all of the stream.
  *
  * Settling processes at least 3 s of silence, which takes some tens of milliseconds. Not for the
  * audio thread. */
@@ -88,8 +88,8 @@ void orvane_destroy(orvane_stream* stream);
  * as many samples per frame as the stream has channels. `out` may be the same memory as `in`;
  * otherwise they must not overlap.
  *
- * Full scale of a float is 1. The effect works on 16 bits: floats are rounded to them without
- * dither, beyond full scale they are clipped, and infinity and NaN count as silence. The result of
+ * Full scale of a float is 1. The effect works on 16 bits, and floats are rounded to them without
+ * dither. Floats beyond full scale are clipped. Infinity and NaN count as silence. The result of
  * the first frame comes out orvane_latency() frames later. So the last frames of a sound come out
  * if as many frames of silence follow it.
  *
@@ -154,9 +154,9 @@ int orvane_set(orvane_stream* stream, int parameter, double value);
  * ORVANE_INVALID for a NULL stream or value, and for a number that no parameter has. Any thread. */
 int orvane_get(const orvane_stream* stream, int parameter, double* value);
 
-/* Return a text of preset `number`, or NULL below 0 and beyond the last one: its name ("night"),
- * what it is for in a few words, and what it does to the sound. The list is constant. Any
- * thread. */
+/* Return a text of preset `number`, or NULL below 0 and beyond the last one. The texts are its name
+ * ("night"), what it is for in a few words, and what it does to the sound. The list is constant.
+ * Any thread. */
 const char* orvane_preset_name(int number);
 const char* orvane_preset_purpose(int number);
 const char* orvane_preset_description(int number);

@@ -1,5 +1,5 @@
 // Plays a stream at a session rate that the effect does not take. Sessions at 2, 4 or 8 times 44100
-// or 48000 Hz are resampled to that rate and back; sessions at 32000 to 48000 Hz pass unchanged.
+// or 48000 Hz are resampled to that rate and back. Sessions at 32000 to 48000 Hz pass unchanged.
 //
 // The resampler is flat to 18 kHz within 0.01 dB, and its aliases and images lie below -95 dB.
 // (Measured against libzita-resampler with as little delay: its aliases lie below -94 dB.) It adds

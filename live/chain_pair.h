@@ -53,9 +53,9 @@ public:
     // Takes over all values and the size of the buffers at once, which may click. Call it only
     // where a buffer begins. Another size restarts the chain.
     void Jump(const Wires& wanted, uint32_t bufferFrames);
-    // Begins a cross-fade to `wanted`, or to the level 1 of the bass resonance on the way there,
-    // unless one is in progress or no value differs. Doesn't change switches. Call it only where a
-    // buffer begins.
+    // Begins a cross-fade to `wanted`, or to the level 1 of the bass resonance on the way there.
+    // Does nothing if one is in progress or no value differs. Doesn't change switches. Call it only
+    // where a buffer begins.
     void Move(const Wires& wanted);
 
     // Clears the equalizer and the enhancer of the heard instance, which start anew with the next

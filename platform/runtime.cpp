@@ -1,7 +1,7 @@
-// Replaces the few parts of the C++ run-time library that the shared library needs: the allocation
-// operators, which call malloc, their tag std::nothrow, and the handler of pure virtual calls. The
-// run-time library's own versions would bring exception handling, with writable data and start-up
-// code.
+// Replaces the few parts of the C++ run-time library that the shared library needs. These are the
+// allocation operators, which call malloc, their tag std::nothrow, and the handler of pure virtual
+// calls. The run-time library's own versions would bring exception handling, with writable data and
+// start-up code.
 #include <cstddef>
 #include <cstdlib>
 #include <new>

@@ -21,8 +21,8 @@ public:
     // Returns true if the command line names this command. Call it after CommandLine::Parse.
     bool IsAsked() const { return options.IsAsked(); }
     // Does what the command line asks for. Throws UsageError if the options contradict each other
-    // or have values that cannot be used, DamagedSource if the input was damaged but everything
-    // that could be read is written, and Failure for all other errors.
+    // or have values that cannot be used. Throws DamagedSource if the input was damaged but
+    // everything that could be read is written, and Failure for all other errors.
     virtual void Run() = 0;
 
 protected:

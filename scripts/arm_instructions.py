@@ -26,8 +26,8 @@ PROGRAM = BUILD / "bench/chain_load"
 PLUGIN = BUILD / "count_instructions.so"
 PROCESSORS = "ARM926EJ-S", "ARM1136", "Cortex-A8"
 # The most per stereo frame. Limits hold for the mean over calls of 1024 frames, unless they name the
-# slowest call. The limit of commands holds for a reset, a disable, an enable and a change of mode
-# together, as a part of a call of 1024 frames.
+# slowest call. The limit of commands is a part of a call of 1024 frames. It holds for a reset, a disable,
+# an enable and a change of mode together.
 LIMITS = {
     "instructions, music": 4900,
     "instructions, noise": 5250,

@@ -1,7 +1,7 @@
 #!/bin/sh
-# Runs check-library.sh on the library that is built for the device, and checks more: the library must
-# use no floating-point or vector unit and no instruction sets besides ARMv5TE's two. Calls from one
-# set to the other must need no stubs. The library must have no writable data of its own.
+# Runs check-library.sh on the library that is built for the device, and checks more. The library must use
+# no floating-point or vector unit and no instruction sets besides ARMv5TE's two. Calls from one set to the
+# other must need no stubs. The library must have no writable data of its own.
 #
 # usage: check-arm.sh [LIBRARY]    one with its table of symbols
 set -eu

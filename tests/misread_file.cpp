@@ -1,6 +1,6 @@
-// Stands before libsndfile's sf_open. If a descriptor's path is opened, as the renderer does to
-// read its result back, it tells of one frame, hertz or channel more, or of no file: what
-// ORVANE_MISREAD names. "later" is one frame more when this happens for the third time, which is
+// Stands before libsndfile's sf_open. The renderer opens a descriptor's path to read its result
+// back. Then this function tells of one frame, hertz or channel more, or of no file, as
+// ORVANE_MISREAD says. "later" is one frame more when this happens for the third time, which is
 // after the gain tags.
 #include <dlfcn.h>
 #include <sndfile.h>

@@ -34,8 +34,8 @@ cmake --install "$build" --prefix "$here/prefix" >/dev/null
 use "$here/prefix"
 
 (cd "$build" && cpack -G DEB -B "$here/package" >/dev/null)
-# Building the packages again gives the same bytes, although files are newer, the umask is another one,
-# and folders have other sizes on the other file system.
+# Building the packages again gives the same bytes, although files are newer and the umask is another one.
+# Folders have other sizes on the other file system, too.
 touch "$build/orvane" "$build/orvane.1.gz" "$build"/orvane.lv2/*.ttl
 (cd "$build" && umask 077 && TZ=Asia/Tokyo cpack -G DEB -B "$elsewhere" >/dev/null)
 root=$here/root

@@ -28,8 +28,8 @@ void proof_read(const void* at, size_t bytes);
 void proof_write(void* at, size_t bytes);  // anything
 void proof_assume(bool);
 void proof_check(bool);
-// Names what may matter in the turns of a loop: a statement about an object that holds in each, or
-// a number that is a bound or moves on with the turns.
+// Names what may matter in the turns of a loop. It is a statement about an object that holds in
+// each, or a number that is a bound or moves on with the turns.
 void proof_keep(const void* object, bool (*holds)(const void*));
 void proof_number(const void* object, uint32_t (*number)(const void*));
 }

@@ -150,11 +150,11 @@ TEST(SoftFloatLoops, LimitersEndWhereTheirPortableVersionsDo) {
     RoutineInput input, falling, factors;
     for (int n = 0; n < 2000; ++n) {
         const size_t stride = 1 + below(2), count = 1 + below(6), last = (count - 1) * stride;
-        std::vector<float> x(last + 1), tails(last + 1);
+        std::vector<float> x(last + 1), maxima(last + 1);
         for (float& each : x) each = static_cast<float>(below(16)) - 6.5F;
-        for (float& each : tails) each = 6.5F + static_cast<float>(below(8) == 0) * -1;
+        for (float& each : maxima) each = 6.5F + static_cast<float>(below(8) == 0) * -1;
         const float peak = n % 2 == 0 ? 5.5F : 6.5F;
-        const float* const hanging = n % 4 < 2 ? falling.Put(tails) : nullptr;
+        const float* const hanging = n % 4 < 2 ? falling.Put(maxima) : nullptr;
         float largest = 1, portable = 1;
         const size_t frames =
             SteadyFramesPortable(x.data(), hanging, stride, count, peak, &portable);

@@ -197,8 +197,8 @@ constexpr auto kSettings = [] {
     return settings;
 }();
 
-// Prints the names of the stages in the sum `stages`: 1 for the first switch, 2 for the second, 4
-// for the third and so on. Returns the number of characters.
+// Prints the names of the stages in the sum `stages`. The first switch counts 1, the second 2, the
+// third 4 and so on. Returns the number of characters.
 int PrintStages(unsigned stages) {
     if (stages == 0) return std::printf("output limiters alone");
     if (stages == (1U << kSwitchCount) - 1) return std::printf("everything");

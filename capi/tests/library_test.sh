@@ -1,6 +1,6 @@
 #!/bin/sh
-# Installs the C library into a prefix and uses it as a program does: exported names, pkg-config, CMake,
-# the example, which must give the renderer's samples, and the program stream_test.c.
+# Installs the C library into a prefix and uses it as a program does. Tests the exported names, pkg-config,
+# CMake and the program stream_test.c. The example must give the renderer's samples.
 #   library_test.sh BUILD_FOLDER
 set -eu
 build=$(realpath "$1")

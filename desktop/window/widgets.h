@@ -28,8 +28,8 @@ std::string SignedText(double db, int decimals = 1);
 std::string HzText(double hz);
 // Returns a small label whose text may take several lines.
 GtkWidget* NewNote(const std::string& text);
-// Moves a switch without telling it a state that it has already: a switch that the listener has
-// just pressed would take that for its new state, and the press would be lost (GTK 4.8).
+// Moves a switch, but doesn't tell it a state that it has already. A switch that the listener has
+// just pressed would take that for its new state and lose the press (GTK 4.8).
 void SetSwitch(GtkWidget* toggle, bool isOn);
 void SetName(GtkWidget* widget, const std::string& name, const std::string& description = "");
 

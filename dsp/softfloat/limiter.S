@@ -41,10 +41,10 @@
     subs    r3, r3, #1
 .endm
 
-@ size_t SoftSteadyFrames(const float* x, const float* tails, size_t stride, size_t count,
+@ size_t SoftSteadyFrames(const float* x, const float* maxima, size_t stride, size_t count,
 @                         float peak, float* largest)
 @ The loop of SteadyFramesPortable (limiter.h). docs/soft-float.md, "A limiter's gains".
-@   in    r0 x, r1 tails or 0, r2 stride, r3 count; stack: peak, largest
+@   in    r0 x, r1 maxima or 0, r2 stride, r3 count; stack: peak, largest
 @   uses  r4 peak; r5 the largest magnitude, r12 its address; r6 count
 routine SoftSteadyFrames
     push    {r4-r7, lr}
@@ -56,7 +56,7 @@ routine SoftSteadyFrames
     cmp     r1, #0
     beq     .LwithoutTails
 .LwithTails:
-    ldr     r7, [r1], r2            @ ends if the tail is below the peak
+    ldr     r7, [r1], r2            @ ends if the maximum is below the peak
     cmp     r7, r4
     blt     .LsteadyEnds
     steadysample

@@ -62,16 +62,16 @@ inline constexpr uint32_t kRaisedOne = 1U << 30U;  // the smallest raised signif
 }  // namespace softfloat
 
 // Returns the number of frames, up to `count`, in which the window's peak stays the same. A sample
-// above the peak ends the run. `tails` are the maxima of the samples that are still in the window;
-// a tail below the peak ends the run too. `tails` is null if the peak can't leave the window.
+// above the peak ends the run. `maxima` are the maxima of the samples that are still in the window;
+// a maximum below the peak ends the run too. `maxima` is null if the peak can't leave the window.
 // Raises *largest to the largest magnitude seen. Magnitudes are compared by their bits.
-inline size_t SteadyFramesPortable(const float* x, const float* tails, size_t stride, size_t count,
+inline size_t SteadyFramesPortable(const float* x, const float* maxima, size_t stride, size_t count,
                                    float peak, float* largest) {
     const auto highest = std::bit_cast<int32_t>(peak);
     for (size_t n = 0; n < count; ++n) {
         const int32_t magnitude = std::bit_cast<int32_t>(x[n * stride]) & INT32_MAX;
         if (magnitude > highest) return n;
-        if (tails != nullptr && std::bit_cast<int32_t>(tails[n * stride]) < highest) return n;
+        if (maxima != nullptr && std::bit_cast<int32_t>(maxima[n * stride]) < highest) return n;
         if (magnitude > std::bit_cast<int32_t>(*largest))
             *largest = std::bit_cast<float>(magnitude);
     }
@@ -132,7 +132,7 @@ inline size_t RunRecoveryPortable(float* gains, size_t stride, size_t count, flo
 
 // The assembly versions where there are some. count >= 1.
 #if defined(ORVANE_SOFTFLOAT_ASSEMBLY)
-extern "C" size_t SoftSteadyFrames(const float* x, const float* tails, size_t stride, size_t count,
+extern "C" size_t SoftSteadyFrames(const float* x, const float* maxima, size_t stride, size_t count,
                                    float peak, float* largest);
 extern "C" size_t SoftSmoothing(float* gains, size_t stride, size_t count, float smoothed,
                                 float taken);

@@ -25,9 +25,9 @@ double Mean(std::span<const Number> numbers) {
            static_cast<double>(std::max<size_t>(numbers.size(), 1));
 }
 
-// Returns the integrated loudness of BS.1770-4: the mean of the blocks of 0.4 s that are louder
-// than -70 LUFS and than 10 LU below the mean of these. Minus infinity if no block is. `blocks`:
-// K-weighted mean squares.
+// Returns the integrated loudness of BS.1770-4. The mean of the blocks of 0.4 s above -70 LUFS,
+// less 10 LU, is a second limit. The loudness is the mean of the blocks above both limits, or minus
+// infinity if there is none. `blocks`: K-weighted mean squares.
 double IntegratedLufs(std::span<const double> blocks) {
     const auto meanAbove = [&](double gateLufs) {
         double sum = 0, count = 0;
@@ -41,9 +41,9 @@ double IntegratedLufs(std::span<const double> blocks) {
     return meanAbove(std::max(meanAbove(kAbsoluteGateLufs) - 10, kAbsoluteGateLufs));
 }
 
-// Returns the loudness range of EBU Tech 3342: from the 10th to the 95th percentile of the windows
-// that are louder than 20 LU below their mean. `windows`: K-weighted mean squares of windows that
-// are louder than -70 LUFS.
+// Returns the loudness range of EBU Tech 3342. It reaches from the 10th to the 95th percentile of
+// the windows that are louder than 20 LU below their mean. `windows`: K-weighted mean squares of
+// windows that are louder than -70 LUFS.
 double RangeLu(std::vector<double> windows) {
     const double gate = Mean(std::span<const double>(windows)) / 100;
     std::erase_if(windows, [&](double window) { return window < gate; });

@@ -168,7 +168,7 @@ private:
     std::vector<float> tenths;
     uint64_t frames = 0;
     RunningMean tenth, step;  // of the tenth and the step that are not complete
-    // K-weighted mean squares of the steps of a tenth of a second since the last Continue, and of
-    // the blocks of 0.4 s and windows of 3 s that end with them and reach -70 LUFS.
+    // K-weighted mean squares since the last Continue. Steps take a tenth of a second. Blocks of
+    // 0.4 s and windows of 3 s end with a step, and only those that reach -70 LUFS are kept.
     std::vector<double> steps, blocks, windows;
 };

@@ -16,8 +16,8 @@ using SampleChain = std::function<std::vector<int16_t>(const std::vector<int16_t
 // are 48 in each octave.
 std::vector<double> FrequencyGrid(double rateHz);
 
-// Returns the loudness in LUFS over a sliding window of `windowTenths` tenths of a second, an even
-// number: 4 for momentary and 30 for short-term loudness. `tenths` are those of
+// Returns the loudness in LUFS over a sliding window of `windowTenths` tenths of a second. This
+// number is even: 4 for momentary and 30 for short-term loudness. `tenths` are those of
 // LoudnessMeter::Tenths.
 //
 // The window of element k is centred on k tenths of a second. Only the part of it that lies within

@@ -26,8 +26,8 @@ const kMp3Rates = [0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 
 const kMp3Frame = 1152;
 // Frames of a part: 25 s at 48 kHz.
 const kMp3Part = 1024;
-// Frames that are decoded once more in front of a part. A frame uses up to 511 bytes of the frames
-// before it, of which even the smallest hold 58, and the decoder's state of two frames.
+// Frames that are decoded once more in front of a part. A frame uses up to 511 bytes of the frames before
+// it, and the decoder's state of two frames. The smallest frame holds 58 bytes.
 const kMp3Lead = 12;
 // Samples that decoders of MP3 are late by.
 const kMp3Late = 529;
@@ -35,10 +35,11 @@ const kPatienceMs = 4000;
 // The longest time that the page takes no click while it converts.
 const kBusySamples = 1 << 20;
 
-// Returns the rate at which the file is decoded, 44100 or 48000 Hz, and how many bits its samples
-// have (0: not known, or no whole numbers of 16 bits at this rate). Headers of WAV, FLAC, Ogg Vorbis
-// and MP3 are read; every other file is decoded at 48000 Hz. `pcm` tells where the samples of a
-// 16-bit WAV file start, and `flac` and `mp3` where the frames of a FLAC and of an MP3 file start.
+// Returns the rate at which the file is decoded, 44100 or 48000 Hz, and how many bits its samples have. 0
+// bits mean that this is not known, or that the samples are no whole numbers of 16 bits at this rate.
+// Headers of WAV, FLAC, Ogg Vorbis and MP3 are read; every other file is decoded at 48000 Hz. `pcm` tells
+// where the samples of a 16-bit WAV file start. `flac` and `mp3` tell where the frames of such a file
+// start.
 /** @type {(head: ArrayBuffer) => Format} */
 export function formatOf(head) {
   const view = new DataView(head);
@@ -112,8 +113,8 @@ function mpegFormat(view, has) {
 }
 
 // Reads a file. The samples of a 16-bit file are exactly s / 32768. Of more than two channels, the
-// first two are taken. Throws an Error that says what to do. `step` is called with the part that is
-// done, from 0 to 1, or with null if that is not known; if it returns false, the result is null.
+// first two are taken. Throws an Error that says what to do. `step` is called with the part that is done,
+// from 0 to 1, or with null if that is not known. If it returns false, the result is null.
 /** @type {(file: File, step: (part: number | null) => boolean) => Promise<NamedPiece | null>} */
 export async function readAudio(file, step) {
   await refuseLong(file);
