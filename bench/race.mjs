@@ -1,7 +1,7 @@
 // Compares two WebAssembly builds of the library. Both get the same music, and every output sample is
 // compared. They are timed in turns, so that other work on the machine slows both alike. Prints two numbers
-// for each setting: the median of the turns' ratios (below 1, the second is faster), and the second's speed
-// as a multiple of real time. Exits with 1 if a sample differed.
+// for each setting. The first is the median of the turns' ratios (below 1, the second is faster). The other
+// one is the second's speed as a multiple of real time. Exits with 1 if a sample differed.
 //
 // usage: node race.mjs FIRST SECOND
 import { readFileSync } from "node:fs";

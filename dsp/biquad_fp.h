@@ -28,7 +28,7 @@ public:
     // not be 0. Each quotient by a0 is converted by ToQ24 (saturating at +-128); the feedback
     // coefficients are negated afterwards. Clears the history. With a rampLength of 0 or below they
     // change at once. A positive rampLength moves them over that many samples in integer steps,
-    // truncated toward zero, so they end up to rampLength - 1 units short of the new values.
+    // truncated toward zero. So they end up to rampLength - 1 units short of the new values.
     void SetCoeffs(int rampLength, float a0, float a1, float a2, float b0, float b1, float b2);
 
     // frequency and samplingRate in Hz, 0 < frequency < samplingRate / 2; q > 0.

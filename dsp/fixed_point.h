@@ -71,9 +71,9 @@ inline int32_t QuotientQ24(int32_t a, int32_t b) {
 // Replaces gains[i], which must not be negative, by MulQ24(samples[i] * 2^kShift, gains[i]).
 //
 // SSE2 multiplies unsigned 32-bit lanes only. Read as unsigned, a negative sample is 2^32 too
-// large, so its product is 2^32 * gain too large and the result, after the shift by 24, 2^8 * gain.
-// The loop subtracts this excess. Compilers turn it into vectors of neighbours, because the arrays
-// must not overlap.
+// large, so its product is 2^32 * gain too large. After the shift by 24, the result is 2^8 * gain
+// too large. The loop subtracts this excess. Compilers turn it into vectors of neighbours, because
+// the arrays must not overlap.
 template <int kShift, typename Sample>
 ORVANE_ARM_STATE void MulQ24Run(int32_t* __restrict gains, const Sample* __restrict samples,
                                 size_t count) {

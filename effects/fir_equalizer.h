@@ -7,9 +7,9 @@
 // lowest band is the widest average itself. The output is the sum of the bands times their gains.
 //
 // So the equalizer is a symmetric FIR filter of 513 taps. Its band edges move with the sampling
-// rate: at 44100 Hz bands 1 to 8 are strongest at 99, 197, 391, 773, 1510, 2892, 5333 and 9252 Hz,
-// band 9 at half the rate, and band 0 holds what is below about 86 Hz. With every gain 1 the sum is
-// the delayed input.
+// rate. At 44100 Hz bands 1 to 8 are strongest at 99, 197, 391, 773, 1510, 2892, 5333 and 9252 Hz.
+// Band 9 is strongest at half the rate, and band 0 holds what is below about 86 Hz. With every gain
+// 1 the sum is the delayed input.
 //
 // Delay: 256 frames while enabled, none otherwise. Allocates: the constructor only. Thread: no lock
 // of its own; the owner serialises all calls.

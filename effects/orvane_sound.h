@@ -31,8 +31,8 @@
 #include "platform/export.h"
 #include "table/parameters.h"
 
-// The differences between the variants. The weights of the float variant are tuned: with a process
-// amount of 1, the middle band is 0.8 dB above the high band and the low band 0.4 dB below it.
+// The differences between the variants. The weights of the float variant are tuned. With a process
+// amount of 1, the middle band is 0.8 dB above the high band, and the low band 0.4 dB below it.
 template <typename Real>
 struct OrvaneSoundVariant;
 template <>

@@ -1,9 +1,10 @@
 #!/bin/sh
 # Follows docs/integration.md in a fresh clone of what is committed: runs the commands of its blocks in
-# their order. A folder stands in for the device and a script for adb. This is done once for a device
-# with a vendor's list of effects, once for one without, and once for a device of Android 8 to 13. Checks that the effect is installed, also if
-# that is done twice, and that after the document's last step nothing of it is left. Then each call of
-# adb fails in turn, which must be noticed. At last orvane-check checks the library, under emulation.
+# their order. A folder stands in for the device and a script for adb. This is done for three devices: one
+# with a vendor's list of effects, one without, and one of Android 8 to 13. Checks that the effect is
+# installed, also if that is done twice, and that after the document's last step nothing of it is left. Then
+# each call of adb fails in turn, which must be noticed. At last orvane-check checks the library, under
+# emulation.
 set -eu
 project=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d)

@@ -14,9 +14,9 @@
 
 enum class LoadedBlock : uint32_t { kRefused, kNumbers, kSilence };
 
-// The index at which a value enters a transform, and how much its exponent is raised there:
-// kAligned for each radix-2 stage in which it is the first operand. "Exponents that carry the
-// alignment".
+// The index at which a value enters a transform, and how much its exponent is raised there. It is
+// raised by kAligned for each radix-2 stage in which it is the first operand. "Exponents that carry
+// the alignment".
 struct TransformPlace {
     uint16_t at, raised;
 };

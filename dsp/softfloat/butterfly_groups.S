@@ -3,10 +3,10 @@
 
 @ The transform's groups of butterflies. docs/soft-float.md, "A butterfly".
 @
-@ In this file a complex value takes r2 to r5, or r6, r7, r10, r11, in the order in which it lies in
-@ memory (m and e of the real part, m and e of the imaginary part). r0, r1 and r12 are the addresses
-@ of A, B and C and of the results in their places. The stack holds the address of D and the address
-@ where D ends.
+@ In this file a complex value takes r2 to r5, or r6, r7, r10, r11, in the order of memory. This
+@ order is m and e of the real part, then m and e of the imaginary part. r0, r1 and r12 are the
+@ addresses of A, B and C and of the results in their places. The stack holds the address of D and
+@ the address where D ends.
 
 .equ    W1, TWIDDLES_W1
 .equ    W2, TWIDDLES_W2
@@ -76,9 +76,9 @@
     pair    r2, r3, r10, r11        @ x1.re, x3.im
 .endm
 
-@ storelast dplace, label, unclean, registers: stores y3 in D's place, and branches to the label for the
-@ next butterfly unless this was the last one of the group. With `unclean`, y3 is in r2 to r5 and the six
-@ lowest bits of its significands are undefined.
+@ storelast dplace, label, unclean, registers: stores y3 in D's place. Unless this was the last
+@ butterfly of the group, branches to the label for the next one. With `unclean`, y3 is in r2 to r5
+@ and the six lowest bits of its significands are undefined.
 .macro storelast dplace, label, unclean, registers:vararg
     ldrd    r8, r9, [sp, #\dplace]
     .if \unclean

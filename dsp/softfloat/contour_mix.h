@@ -51,10 +51,10 @@ struct BandSamples {
     Planar<const float> high, band, low;
 };
 
-// Writes interleaved frames: out[n * channels + c] is the weighted (high + band) + low of channel c
-// at frame n, plus the filter's output for the frame's sum over its 1 or 2 channels. Returns false,
-// with the filter unchanged, if unpacked floats can't hold a sample or a weight. A filter that they
-// can't hold runs on floats.
+// Writes interleaved frames. out[n * channels + c] is the weighted (high + band) + low of channel c
+// at frame n, plus the filter's output. The filter's input is the frame's sum over its 1 or 2
+// channels. Returns false, with the filter unchanged, if unpacked floats can't hold a sample or a
+// weight. A filter that they can't hold runs on floats.
 bool MixWithContour(const BandSamples* bands, const BandWeights<float>& weights,
                     Biquad<float, float>* filter, float* out, size_t frames, size_t channels);
 

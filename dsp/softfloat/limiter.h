@@ -79,8 +79,8 @@ inline size_t SteadyFramesPortable(const float* x, const float* maxima, size_t s
 }
 
 // Smooths toward a steady target: gains[n * stride] = smoothed = kLimiterKeep * smoothed + taken.
-// Returns the number of frames done, which is less than `count` if the exponent of smoothed or of
-// its product would change, or if a number is too small for this form. smoothed and taken are not
+// Returns the number of frames done. It is less than `count` if the exponent of smoothed or of its
+// product would change, or if a number is too small for this form. smoothed and taken are not
 // negative.
 inline size_t RunSmoothingPortable(float* gains, size_t stride, size_t count, float smoothed,
                                    float taken) {

@@ -8,7 +8,7 @@
 //   0 with any e, and has no sign.
 //
 // Sums and products have the bits of IEEE 754 single precision (round to nearest, ties to even),
-// but for the sign of a zero, as long as no result overflows and no product is subnormal. Sums
+// but for the sign of a zero. This holds if no result overflows and no product is subnormal. Sums
 // below the normal range are exact in both. The caller ensures this: only numbers from 2^-80 to
 // 2^60 enter (Enters). Before a product of a number that may have e < 0, which is below 2^-80, it
 // calls Settles.
@@ -207,8 +207,8 @@ struct LoweredFloat {
 #endif
 }
 
-// A factor in one word, because tables of factors are read often: e from -64 to 63 at bits 31 to 25
-// and the upper 25 bits of m below. "Turns".
+// A factor in one word, because tables of factors are read often. e, from -64 to 63, is at bits 31
+// to 25, and the upper 25 bits of m are below. "Turns".
 struct PackedFactor {
     uint32_t bits;
 };

@@ -115,8 +115,8 @@ extern "C" size_t SoftShortProducts(const float* x, const float* gains, int16_t*
                                     int32_t limit);
 #endif
 
-// The last step of an output as one product of integers: x * gain rounded to float, then converted
-// to 16 bits as SoftTruncated does it with 32767. docs/soft-float.md, "One product for an output".
+// The last step of an output as one product of integers. Rounds x * gain to float and converts it
+// to 16 bits as SoftTruncated does with 32767. docs/soft-float.md, "One product for an output".
 class ShortProducts {
 public:
     // The gate (full scale is 1.0) must not be negative.

@@ -28,8 +28,9 @@
 .endm
 
 @ storeexchanged op, right, places: stores the result for the value in r2 to r5 with its parts
-@ exchanged: the imaginary part minus y's, then the real part `op` y's. `right` is 1 for value
-@ half - k. The address of its MirroredPlaces is at sp + places. y, in r10, r11 and r6, r7, stays.
+@ exchanged. This is the imaginary part minus y's, then the real part `op` y's. `right` is 1 for
+@ value half - k. The address of its MirroredPlaces is at sp + places. y, in r10, r11 and r6, r7,
+@ stays.
 .macro storeexchanged op, right, places
     align   r4, r5, r6, r7, .LfarIm, carried=1-\right
     rsb     r4, r9, r4, asr #3
