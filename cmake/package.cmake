@@ -84,8 +84,8 @@ set(CPACK_COMPONENTS_ALL orvane desktop library development)
 set(CPACK_COMPONENT_ORVANE_DESCRIPTION
   "renders audio files through the Quenthra Orvane effect
 Levels, equalises, enhances and limits music and speech, exactly as the
-effect library does on a device: from file to file, through a pipe, or as
-an LV2 plug-in in whatever hosts one.
+effect library does on a device. It does this to files, through a pipe,
+or as an LV2 plug-in in any host.
 Pictures show what changed: spectrum, loudness and gain, before and after.")
 set(CPACK_COMPONENT_DESKTOP_DESCRIPTION
   "applies the Quenthra Orvane effect to all that a desktop plays

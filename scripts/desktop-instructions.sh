@@ -65,7 +65,7 @@ row() {
 
 scripts/fill_in.py --part docs/performance.md <<REGIONS
 generated: desktop-instructions
-| music, everything on | x86-64: instructions a frame | dearest call, of the mean | with AVX2 | dearest call | aarch64 | dearest call | ARMv7 | dearest call |
+| music, everything on | x86-64: instructions a frame | slowest call, of the mean | with AVX2 | slowest call | aarch64 | slowest call | ARMv7 | slowest call |
 |---|---:|---:|---:|---:|---:|---:|---:|---:|
 $(for frames in 256 1024 4096; do row "$frames"; done)
 

@@ -29,12 +29,7 @@ CONF
     apt-get install -qq -y --no-install-recommends --download-only libsndfile1-dev libsoxr-dev \
         libebur128-dev libcli11-dev nlohmann-json3-dev libfmt-dev libtag1-dev libfftw3-dev lv2-dev \
         libspeexdsp-dev libpipewire-0.3-dev
-    : >"$build/shlibs"
-    for package in "$build"/apt/archives/*.deb; do
-        dpkg-deb -x "$package" "$root"
-        # Collects which package a program needs that is linked with these libraries.
-        dpkg-deb -I "$package" shlibs >>"$build/shlibs" 2>/dev/null || true
-    done
+    for package in "$build"/apt/archives/*.deb; do dpkg-deb -x "$package" "$root"; done
     # Absolute links would lead out of the root.
     find "$root" -type l -lname '/*' | while read -r link; do
         ln -sfn "$root$(readlink "$link")" "$link"
@@ -46,13 +41,16 @@ export PKG_CONFIG_SYSROOT_DIR="$root" \
     PKG_CONFIG_LIBDIR="$libraries/pkgconfig:$root/usr/share/pkgconfig"
 cmake --preset aarch64 -B "$build" -DCMAKE_SYSROOT="$root" -DORVANE_TOOLS=ON -DORVANE_TESTS=OFF
 cmake --build "$build"
+# Collect which package a program needs that is linked with these libraries.
+needed=$build/apt/shlibs
+for package in "$build"/apt/archives/*.deb; do dpkg-deb -I "$package" shlibs 2>/dev/null || true; done >"$needed"
 (
     cd "$build"
     rm -f orvane_*_arm64.deb
     # Dependencies come from the ARM packages and not from those that this machine has installed.
     CC=aarch64-linux-gnu-gcc dpkg-architecture -aarm64 -c cpack -D CPACK_DEBIAN_PACKAGE_ARCHITECTURE=arm64 \
         -D CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS="$libraries;$root/lib/aarch64-linux-gnu;$root/lib" \
-        -D "SHLIBDEPS_EXECUTABLE=dpkg-shlibdeps;-L$build/shlibs"
+        -D "SHLIBDEPS_EXECUTABLE=dpkg-shlibdeps;-L$needed"
 )
 
 # Uses the package as on an ARM machine. A decoder may round its floats differently there, so the
@@ -72,5 +70,5 @@ if [ -n "$native" ]; then
 else
     echo "package-arm64: no program of this machine to compare with (scripts/render.sh builds one)"
 fi
-dpkg-deb -f "$package" Architecture Depends
+dpkg-deb -f "$package" Architecture Depends | grep -F libsndfile1
 echo "package-arm64: $package"

@@ -74,7 +74,7 @@ PROMISES = {
     "off": ((-0.1, 0.1),) * 8,
 }
 WIDEST = 4
-# Of pieces with a loudness range of at least 5 LU: the range after divided by that before.
+# The loudness range after, divided by that before, of pieces with a range of at least 5 LU.
 RANGES = {"steady": (0.3, 0.85), "night": (0, 0.6)}
 PEAKS = {"night": -10, "loud": 0}  # the highest true peak after, in dB
 # Pieces that don't keep a promise, for each preset.

@@ -16,7 +16,7 @@ use() {
   LV2_PATH=$1/lib/lv2 lv2ls | grep -qx urn:quenthra:orvane
   man -l "$1/share/man/man1/orvane.1.gz" | grep -q skip-existing
   man -l "$1/share/man/man1/orvane-desktop.1.gz" | grep -q leave-out
-  # What the service and the window's entry name is there.
+  # The files that the service and the window's entry name exist.
   service=$1/lib/systemd/user/orvane-desktop.service
   [ -e "$service" ]
   for path in $(sed -n 's|.*[=/]/usr/\([^ ]*\).*|\1|p' "$service"); do [ -e "$1/$path" ]; done

@@ -1,5 +1,6 @@
-// What tests/prove_chain.py proves about the processors: that each keeps to its objects, for any
-// number of frames and any content. Never run: the prover executes it with unknown inputs.
+// States what tests/prove_chain.py proves about the processors. Each one keeps to its objects, for
+// any number of frames and any content. This file is never run; the prover executes it with unknown
+// inputs.
 //
 // A function whose name begins with `prove` makes objects in any state that the invariant allows,
 // calls one step, and checks the invariant. Elsewhere a function `instead_...` stands for that

@@ -1,5 +1,5 @@
-// What the thread of the page asks of the module: the equalizer's tone, the rules of settings and
-// the grammar of settings files. Settings are objects, {key: value}, with the keys that are set.
+// Asks the module for the equalizer's tone, for the rules of settings and for the grammar of settings
+// files. The page's thread uses this. Settings are objects, {key: value}, with the keys that are set.
 import { plainModule, vectorModule } from "./embedded.js";
 import { allocate, Tone } from "./module.js";
 import { parameters, presets } from "./table.js";

@@ -35,7 +35,7 @@ NONSENSE = ("", "hello", "[]", '{"do": 3}', '{"do": "sing"}', '{"do": "set", "ke
 
 def plays_the_renderers_samples(session):
     make_sound("in.wav", session.rate, 2, "0.4*(2*random(0)-1)|0.3*sin(900*t)*(2*random(1)-1)")
-    # What lies beside the equalizer's delay is the same whenever the chain was started.
+    # With these settings the samples don't depend on when the chain was started.
     pathlib.Path("settings").write_text("eq = -0.2,1,0.8,0.05,-0.05,-0.15,0,-0.1,0.05,-0.05\n"
                                         "output-gain = -6dB\n")
     session.orvane("on", "settings")

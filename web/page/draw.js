@@ -1,4 +1,4 @@
-// What the canvases show: the tone over the spectra, level bars, the gain, and the piece's outline.
+// Draws what the canvases show: the tone over the spectra, level bars, the gain, and the piece's outline.
 // Sizes are in CSS pixels.
 import { dbText, hzOf, kHighDb, kLowDb, kLowHz, line, xOf, yOf } from "./axes.js";
 

@@ -1,4 +1,4 @@
-// What is kept: the result, the settings, and a link to the settings.
+// Saves the result and the settings, and makes a link to the settings.
 import { readSettings, settingsText } from "../rules.js";
 import { byId, inputById } from "./dom.js";
 

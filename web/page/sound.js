@@ -1,5 +1,5 @@
-// What is heard: the piece through the effect, and the piece as it was, delayed by as much. Only this
-// module plays through Web Audio.
+// Plays the piece through the effect, and the piece as it was with the same delay. Only this module plays
+// through Web Audio.
 //
 //   source - fade - OrvaneNode -+- result --- analyser - gain -+- speakers
 //                               +- as it was - analyser - gain -+

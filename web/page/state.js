@@ -1,7 +1,7 @@
-// What the listener has set, by the keys of the table, in its units. Changes run one way: an event
+// Holds what the listener has set, by the keys of the table, in its units. Changes run one way. An event
 // calls set(), and set() calls the listeners.
 //
-// A value that was never set is the default and is not written: the gate's default cannot be sent.
+// A value that was never set is the default and is not written, because the gate's default cannot be sent.
 import { withSwitches } from "../rules.js";
 
 /** @import { Parameter, SettingKey, Settings } from "../package/index.d.ts" */
