@@ -1,4 +1,5 @@
-// Fuzz target: reads texts that people write: settings, settings files, tone curves and numbers.
+// Fuzz target: reads texts that people write: settings, settings files, tone curves, curves of
+// headphones and numbers.
 //
 // The first byte of an input chooses which. The other bytes are the text.
 //
@@ -10,6 +11,7 @@
 
 #include "client/settings_file.h"
 #include "client/settings_text.h"
+#include "client/tone_file.h"
 #include "fuzz/fuzz_input.h"
 
 namespace {
@@ -46,16 +48,22 @@ void ReadByName(std::string_view text) {
     DemandUsable(settings);
 }
 
-void ReadCurve(std::string_view text) {
-    std::vector<TonePoint> points;
-    if (!ReadTone(text, &points).empty() || points.empty()) return;
-    for (size_t i = 1; i < points.size(); ++i)
-        Demand(points[i - 1].hz < points[i].hz, "ascending frequencies");
-    const ToneFit fit = FitTone(points, 48000);
+void FitCurve(const std::string& fault, const ToneCurve& curve) {
+    if (!fault.empty() || curve.points.empty()) return;
+    for (size_t i = 1; i < curve.points.size(); ++i)
+        Demand(curve.points[i - 1].hz < curve.points[i].hz, "ascending frequencies");
+    const ToneFit fit = FitTone(curve.points, 48000, curve.focus);
     Demand(std::isfinite(fit.rmsDb) && !FitText(fit).empty(), "a finite fit");
     Settings settings;
     ApplyTone(fit, true, &settings);
     DemandUsable(settings);
+}
+
+// Takes the text as points, and as the content of a file for headphones.
+void ReadCurve(std::string_view text) {
+    ToneCurve points, file;
+    FitCurve(ReadTone(text, &points.points), points);
+    FitCurve(ReadToneNamed(MemoryFile(text).Path(), &file), file);
 }
 
 // Compares with the standard library, which reads the nearest double.

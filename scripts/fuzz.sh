@@ -110,7 +110,7 @@ llvm-cov-14 report "$@" -instr-profile=fuzz.profdata 2> /dev/null |
         $1 ~ /^(host|unit|live)\// { part = substr($1, 1, index($1, "/") - 1) }
         $1 ~ /^(effects|dsp)\// { part = "effects and dsp" }
         $1 ~ "^render/audio/" reading "[.]" { part = "reading audio files" }
-        $1 ~ /^client\/settings_/ { part = "reading settings" }
+        $1 ~ /^client\/(settings_|tone_file)/ { part = "reading settings" }
         part != "" && NF > 10 {
             show($1, $8, $9)
             lines[part] += $8
