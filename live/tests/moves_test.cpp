@@ -165,6 +165,19 @@ TEST(Moves, OfEverySwitchHaveNoClick) {
         }
 }
 
+// Both instances run with the automatic gain. The third sound is played by the first one again,
+// whose limiters have long forgotten that they were at work.
+TEST(Moves, FindTheLimitersAtRest) {
+    LiveStream stream(kRateHz);
+    stream.Apply(SettingsOf(*FindPreset("steady")));
+    size_t gain = 0;
+    while (kControls[gain].parameter->id != PARAM_OUTPUT_GAIN) ++gain;
+    const Heard heard = Play(stream, 440, kDrag, size_t{4} * kRateHz, [&](double part) {
+        stream.Set(gain, part < 0.5 ? 16 : part < 1 ? 0.9 : 0.8);
+    });
+    EXPECT_LT(Hole(heard), 1);
+}
+
 bool SwitchesAlike(const Settings& a, const Settings& b) {
     return std::all_of(kControls.begin(), kControls.end(), [&](const Control& control) {
         return !control.IsSwitch() || ValueOf(a, control) == ValueOf(b, control);
