@@ -79,6 +79,7 @@ TEST(Table, DefaultsAndTheEndsOfEveryRangeFollowTheirFormula) {
     using Values = std::vector<std::pair<ParameterId, double>>;
     const Values gain = {{PARAM_PLAYBACKGAIN_ENABLE, 1}, {PARAM_PLAYBACKGAIN_MAXGAIN, 127}};
     const Values most = {{PARAM_PLAYBACKGAIN_ENABLE, 1}, {PARAM_PLAYBACKGAIN_VOLUME, 127}};
+    const Values enhancer = {{PARAM_ENHANCER_ENABLE, 1}};
     const Values factor = {{PARAM_PLAYBACKGAIN_ENABLE, 1},
                            {PARAM_PLAYBACKGAIN_RATIO, 0},
                            {PARAM_PLAYBACKGAIN_MAXGAIN, 127},
@@ -95,16 +96,9 @@ TEST(Table, DefaultsAndTheEndsOfEveryRangeFollowTheirFormula) {
         {PARAM_PLAYBACKGAIN_VOLUME, factor, 1000, 250, 0, 0.9945, 126.75, 0.002},
         {PARAM_PLAYBACKGAIN_MAXGAIN, most, 1000, 250, 0, 0.9945, 126.75, 0.002},
         {PARAM_EQUALIZER_BANDLEVEL, {{PARAM_EQUALIZER_ENABLE, 1}}, 1000, 1000, 0, 1, 3, 0.005},
-        {PARAM_ENHANCER_PROCESS, {{PARAM_ENHANCER_ENABLE, 1}}, 8000, 1000, 0, 1, 4, 0.015},
+        {PARAM_ENHANCER_PROCESS, enhancer, 8000, 1000, 0, 1, 4, 0.015},
         // The low band's weight is 0.95, and the resonance lags it by a quarter of a period.
-        {PARAM_ENHANCER_LOCONTOUR,
-         {{PARAM_ENHANCER_ENABLE, 1}},
-         55,
-         1000,
-         0.961,
-         0.961,
-         4.043,
-         0.002},
+        {PARAM_ENHANCER_LOCONTOUR, enhancer, 55, 1000, 0.961, 0.961, 4.043, 0.002},
         {PARAM_OUTPUT_GAIN, {}, 1000, 500, 0, 1, 16, 0.005},
         {PARAM_LIMITER_GATE, {{PARAM_OUTPUT_GAIN, 16}}, 1000, 20000, 0, 1.6383, 1.6383, 0.005},
     };

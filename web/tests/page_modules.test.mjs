@@ -155,14 +155,8 @@ test("the gain ends at the right and has a gap where nothing was heard", () => {
 
 test("bars and outline follow their levels", () => {
   const meters = recorder();
-  drawMeters(
-    meters.context,
-    630,
-    56,
-    { shortTerm: -23, truePeak: -3 },
-    { shortTerm: -Infinity, truePeak: -Infinity },
-    kColours,
-  );
+  const silent = { shortTerm: -Infinity, truePeak: -Infinity };
+  drawMeters(meters.context, 630, 56, { shortTerm: -23, truePeak: -3 }, silent, kColours);
   assert.deepEqual(
     meters.named("fillRect").map(({ args, fill }) => [fill, args[0], args[2]]),
     [

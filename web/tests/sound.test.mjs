@@ -5,7 +5,6 @@ import { test } from "node:test";
 import { instantiate, Piece, Stream, Tone } from "../module.js";
 import { fromDecoded } from "../samples.js";
 import { presetValues, ready, valuesOf, withSwitches } from "../rules.js";
-import { parameters } from "../table.js";
 import { interleave, left, music, planar, render, run } from "./renderer.mjs";
 
 /** @import { Settings } from "../package/index.d.ts" */
@@ -16,24 +15,22 @@ const kBlock = 1024;
 const modules = ["build/wasm/orvane.wasm", "build/wasm/plain/orvane.wasm"].map((path) =>
   readFileSync(new URL(`../../${path}`, import.meta.url)),
 );
-/** @param {string} key */
-const control = (key) => parameters.findIndex((one) => one.key === key);
 
 /** @param {Bytes} bytes @param {number} rate @param {Settings} settings */
 function startStream(bytes, rate, settings) {
   return new Stream(instantiate(bytes), rate, valuesOf(withSwitches(settings)));
 }
 
-// Plays two channels and then silence. Calls turn(frame) before each quantum. Returns result and
-// source, which are as long as the channels and the silence together.
-/** @param {Stream} stream @param {Float32Array[]} channels @param {number} silentFrames @param {(at: number) => void} turn */
-function play(stream, [one, other], silentFrames, turn = () => {}, quanta = [128, 1, 128, 77]) {
+// Plays two channels and then silence. Returns result and source, which are as long as the channels
+// and the silence together.
+/** @param {Stream} stream @param {Float32Array[]} channels @param {number} silentFrames */
+function play(stream, [one, other], silentFrames) {
+  const quanta = [128, 1, 128, 77];
   const frames = one.length + silentFrames;
   const result = [0, 1].map(() => new Float32Array(frames)),
     source = [0, 1].map(() => new Float32Array(frames));
   for (let at = 0, quantum = 0; at < frames; ++quantum) {
     const count = Math.min(quanta[quantum % quanta.length], frames - at);
-    turn(at);
     const views = stream.channels();
     [one, other].forEach((samples, side) =>
       views.in[side].fill(0).set(samples.subarray(at, Math.min(at + count, one.length))),
@@ -96,36 +93,6 @@ test("a running stream's true peaks are the renderer's", () => {
   const { before, after } = stream.levels();
   assert.ok(Math.abs(before.truePeak - report.truePeakDb.before) < 0.01);
   assert.ok(Math.abs(after.truePeak - report.truePeakDb.after) < 0.01);
-});
-
-test("a value moves with the first block that begins with it", () => {
-  const gain = control("output-gain"),
-    channels = planar(music, 2);
-  /** @param {number} frame */
-  const changed = (frame) => {
-    const stream = startStream(modules[0], 48000, {});
-    let isSet = false;
-    return play(
-      stream,
-      channels,
-      0,
-      (at) => {
-        if (isSet || at < frame) return;
-        isSet = true;
-        stream.set(gain, 0.25);
-      },
-      [128],
-    ).result[0];
-  };
-  const plain = changed(Infinity);
-  /** @param {number} frame */
-  const firstDifference = (frame) => changed(frame).findIndex((sample, n) => sample !== plain[n]);
-  // The cross-fade begins when the block's frames have passed a block and the output limiters' 255
-  // frames, and when 1024 frames more have settled. Its first frames are too soft to differ.
-  const begin = 8 * kBlock + kBlock + 255 + 1024;
-  assert.ok(firstDifference(8 * kBlock) >= begin && firstDifference(8 * kBlock) < begin + 16);
-  for (const later of [128, 512, kBlock])
-    assert.equal(firstDifference(8 * kBlock + later), firstDifference(8 * kBlock) + kBlock);
 });
 
 test("bypassed, the result is the source", () => {
