@@ -29,7 +29,6 @@ extern "C" void* malloc(size_t size) {
 namespace {
 
 constexpr uint32_t kRateHz = 48000;
-constexpr size_t kSecond = kRateHz;
 using Channels = std::array<std::vector<float>, 2>;
 
 size_t ControlOf(ParameterId id, int32_t band = 0) {
