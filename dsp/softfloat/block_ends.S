@@ -3,10 +3,10 @@
 
 @ How a block enters and leaves the transforms.
 
-@ zeroenters m, e: `rare` of LoadBlock's unpack. Makes the number of a zero and subtracts it from r11,
-@ the count of parts that aren't 0. Refuses the block for any other value.
-.macro zeroenters m, e
-    movs    \e, r8, lsl #1
+@ zeroenters m, e, bits: `rare` of LoadBlock's unpack. Makes the number of a zero and subtracts it from
+@ r11, the count of parts that aren't 0. Refuses the block for any other value.
+.macro zeroenters m, e, bits
+    movs    \e, \bits, lsl #1
     bne     .LloadRefused
     mov     \m, #0
     sub     r11, r11, #1
@@ -17,7 +17,7 @@
 @                           Complex<SoftFloat>* out, size_t pairs)
 @ The loop of LoadBlockPortable (block_ends.h). docs/soft-float.md, "A number".
 @   in    r0 re, r1 im, r2 places, r3 out; stack: pairs, at least 1
-@   uses  r9 2^31, r10 end of re, r11 number of parts that aren't 0, r12 a place
+@   uses  r8, r12 a pair, then its place; r9 2^31, r10 end of re, r11 number of parts that aren't 0
 @   out   r0 a LoadedBlock
 routine SoftLoadBlock
     push    {r4-r11, lr}
@@ -26,14 +26,14 @@ routine SoftLoadBlock
     add     r10, r0, r11, lsl #2
     mov     r11, r11, lsl #1        @ 2 * pairs
 .LloadNext:
-    ldr     r8, [r0], #4            @ r4, r5 = Unpack(*re++)
-    unpack  r4, r5, r8, r9, .LloadZeroRe
-    ldr     r8, [r1], #4            @ r6, r7 = Unpack(*im++)
-    unpack  r6, r7, r8, r9, .LloadZeroIm
-    ldrh    r12, [r2, #TRANSFORM_PLACE_RAISED]
-    add     r5, r5, r12             @ raise both exponents
-    add     r7, r7, r12
+    ldr     r8, [r0], #4
+    ldr     r12, [r1], #4
+    unpack  r4, r5, r8, r9, .LloadZeroRe  @ r4, r5 = Unpack(*re++)
+    ldrh    r8, [r2, #TRANSFORM_PLACE_RAISED]
+    unpack  r6, r7, r12, r9, .LloadZeroIm @ r6, r7 = Unpack(*im++)
     ldrh    r12, [r2], #TRANSFORM_PLACE_SIZE
+    add     r5, r5, r8              @ raise both exponents
+    add     r7, r7, r8
     add     r12, r3, r12, lsl #4    @ out[places++->at] = the value
     stmia   r12, {r4-r7}
     cmp     r0, r10
@@ -47,9 +47,9 @@ routine SoftLoadBlock
     mov     r0, #0                  @ kRefused
     b       .LloadEnd
 .LloadZeroRe:
-    zeroenters r4, r5
+    zeroenters r4, r5, r8
 .LloadZeroIm:
-    zeroenters r6, r7
+    zeroenters r6, r7, r12
 endroutine SoftLoadBlock
 
 .macro inverseloop name, overlapping
@@ -80,14 +80,14 @@ routine \name
     add     r5, r5, #46             @ pack expects the exponent plus 46
     normroundboth r10, r11, r5, r6, r7, r5, unclean=1
     .if \overlapping
+    ldr     r4, [r12], #4           @ *tail++
     bic     r6, r6, #63
     .endif
     pack    r10, r11, r8, .LrareHigh
     str     r10, [r3], #4           @ *high++ = difference
     .if \overlapping
-    ldr     r10, [r12], #4          @ sum += *tail++; both exponents have the extra 46
-    mov     r11, #0x80000000
-    unpack  r4, r5, r10, r11, .LplainTail, least=1
+    mov     r11, #0x80000000        @ sum += *tail; both exponents have the extra 46
+    unpack  r4, r5, r4, r11, .LplainTail, least=1
     align   r4, r5, r6, r7, .LfarEnd
     add     r6, r9, r4, asr #3
     normround r6, r7, r5, unclean=1
@@ -95,10 +95,10 @@ routine \name
     pack    r6, r7, r8, .LrareLow
     .if \overlapping
 .LtailAdded:
+    ldr     lr, [sp]
     .endif
     str     r6, [r2], #4            @ *low++ = sum
     .if \overlapping
-    ldr     lr, [sp]
     cmp     r0, lr
     bne     .L\name\()Next
     add     sp, sp, #4
@@ -122,7 +122,7 @@ routine SoftInverseFar
     pack    r6, r7, r8, .LrareLow
     stmdb   sp!, {r0-r3, r12}
     mov     r0, r6
-    mov     r1, r10
+    ldr     r1, [r12, #-4]
     bl      __aeabi_fadd
     mov     r6, r0
     ldmia   sp!, {r0-r3, r12}

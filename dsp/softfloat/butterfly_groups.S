@@ -60,10 +60,12 @@
     ldmia   sp!, {r6, r7, r10, r11} @ x2
 .endm
 
-@ evenpairs: y0 = x0 + x2 is stored; y2 = x0 - x2 is in r6, r7, r10, r11.
-.macro evenpairs
+@ evenpairs: y0 = x0 + x2 is stored; y2 = x0 - x2 is in r6, r7, r10, r11. `meanwhile` is an instruction
+@ that runs before y0 is stored.
+.macro evenpairs meanwhile
     pair    r2, r3, r6, r7
     pair    r4, r5, r10, r11
+    \meanwhile
     stmia   r0!, {r2-r5}
 .endm
 
@@ -76,15 +78,9 @@
     pair    r2, r3, r10, r11        @ x1.re, x3.im
 .endm
 
-@ storelast dplace, label, unclean, registers: stores y3 in D's place. Unless this was the last
-@ butterfly of the group, branches to the label for the next one. With `unclean`, y3 is in r2 to r5
-@ and the six lowest bits of its significands are undefined.
-.macro storelast dplace, label, unclean, registers:vararg
-    ldrd    r8, r9, [sp, #\dplace]
-    .if \unclean
-    bic     r2, r2, #63
-    bic     r4, r4, #63
-    .endif
+@ storelast dplace, label, registers: stores y3 in D's place. Unless this was the last butterfly of the
+@ group, branches to the label for the next one. r8 is the address of D and r9 where D ends.
+.macro storelast dplace, label, registers:vararg
     stmia   r8!, {\registers}
     str     r8, [sp, #\dplace]
     cmp     r8, r9
@@ -119,9 +115,10 @@ routine SoftUntwiddledGroup
     evenpairs
     stmia   r12!, {r6, r7, r10, r11} @ y2
     oddpairs
+    ldrd    r8, r9, [sp]
     strd    r10, r11, [r1], #8      @ y1
     strd    r6, r7, [r1], #8
-    storelast 0, .LuntwiddledNext, 0, r2-r5
+    storelast 0, .LuntwiddledNext, r2-r5
     add     sp, sp, #12
     pop     {r4-r11, pc}
 endroutine SoftUntwiddledGroup
@@ -186,8 +183,9 @@ routine SoftEighthGroup
     orrs    lr, r3, r5
     orrspl  lr, r7, r11
     blmi    .LsettleEighth
+    ldrd    r8, r9, [sp, #8]
     stmia   r1!, {r2, r3, r6, r7}   @ y1
-    storelast 8, .LeighthNext, 0, r4, r5, r10, r11
+    storelast 8, .LeighthNext, r4, r5, r10, r11
     mov     r0, #1
 .LeighthEnd:
     add     sp, sp, #20
@@ -223,9 +221,9 @@ routine SoftTwiddledButterflies
     ldmia   sp!, {r6, r7, r10, r11} @ x2
     pair    r2, r3, r6, r7          @ y0, y2 = x0 + x2, x0 - x2
     pair    r4, r5, r10, r11
+    ldrd    r8, r9, [r1, #W2 + 8]!
     strd    r2, r3, [r0, #-32]
     strd    r4, r5, [r0, #-24]
-    ldrd    r8, r9, [r1, #W2 + 8]!
     turnproducts .LsettleEven       @ y2 *= w2, which r1 points to
     turned  r2, r3, r4, r5
     stmia   r0, {r2-r5}
@@ -288,8 +286,7 @@ routine SoftTwiddledGroups
     strd    r8, r9, [sp, #24]
 .LtwiddledNext:
     firsthalf 24
-    evenpairs
-    ldrd    r8, r9, [sp, #16 + W2]
+    evenpairs "ldrd r8, r9, [sp, #16 + W2]"
     turnproducts .LsettleEven       @ y2 *= w2; x3 is pushed
     turned  r2, r3, r4, r5
     stmia   r12!, {r2-r5}
@@ -306,7 +303,10 @@ routine SoftTwiddledGroups
     ldmia   sp!, {r6, r7, r10, r11}
     turnproducts                    @ y3 *= w3
     turned  r2, r3, r4, r5, unclean=1
-    storelast 24, .LtwiddledNext, 1, r2-r5
+    ldrd    r8, r9, [sp, #24]
+    bic     r2, r2, #63
+    bic     r4, r4, #63
+    storelast 24, .LtwiddledNext, r2-r5
     ldrd    r2, r3, [sp, #32]
     cmp     r2, r3
     bne     .LtwiddledGroup         @ r8: the next A is where D ends

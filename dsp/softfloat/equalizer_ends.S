@@ -14,19 +14,20 @@ routine SoftTakeShorts
     mov     r5, r5, lsr #11
     mov     r3, r3, lsl #1
     mov     r12, #0
-.LtakeNext:
     ldrsh   r6, [r0], r3            @ r6 = s
+.LtakeNext:
     eor     lr, r6, r6, lsl #2      @ r7 = s with its highest bit at bit 29
     clz     lr, lr
     mov     r7, r6, lsl lr
     movs    r8, r7, lsr #22         @ round r7 to 9 bits; carry = the last kept bit
     adc     r7, r7, r4
     bic     r7, r7, r5
-    mov     r7, r7, asr lr          @ r6 = (s << 15) + s rounded to 9 bits
-    add     r6, r7, r6, lsl #15
-    orr     r12, r12, r6
-    str     r6, [r1], #4            @ *units++ = r6
+    mov     r7, r7, asr lr          @ r7 = (s << 15) + s rounded to 9 bits
     subs    r2, r2, #1
+    add     r7, r7, r6, lsl #15
+    ldrshne r6, [r0], r3            @ the next s
+    orr     r12, r12, r7
+    str     r7, [r1], #4            @ *units++ = r7
     bne     .LtakeNext
     mov     r0, r12
     pop     {r4-r8, pc}

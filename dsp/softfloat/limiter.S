@@ -187,15 +187,15 @@ endroutine SoftRecovery
 @ size_t SoftAmplify(float* samples, size_t count, const SampleGain* gain)
 @ The loop of AmplifySimplePortable (samples.h). docs/soft-float.md, "Samples times a gain".
 @   in    r0 samples, r1 count, r2 gain
-@   uses  r2 a sample; r3 factor, r4 -first, r5 length, r6 exponent; r7 factor / 2; r8 count
+@   uses  r2 a sample, r9 its product; r3 factor, r4 -first, r5 length, r6 exponent; r7 factor / 2; r8 count
 routine SoftAmplify
     push    {r4-r9, lr}
     ldmia   r2, {r3-r6}
     rsb     r4, r4, #0
     mov     r7, r3, lsr #1
     mov     r8, r1
+    ldr     r2, [r0]
 .LamplifyNext:
-    ldr     r2, [r0], #4
     add     r12, r4, r2, lsl #1     @ simple if 2 * bits - first < length
     cmp     r12, r5
     bhs     .LnotSimple
@@ -206,11 +206,12 @@ routine SoftAmplify
     umullhs lr, r9, r12, r7
     adc     r2, r6, r2, lsr #23     @ sign and field += exponent + carry
     cmp     lr, #0x80000000         @ round up from one half on
-    adc     r2, r9, r2, lsl #23
-    biceq   r2, r2, #1              @ a tie goes to even
+    adc     r9, r9, r2, lsl #23
+    biceq   r9, r9, #1              @ a tie goes to even
 .LamplifyStores:
-    str     r2, [r0, #-4]
     subs    r1, r1, #1
+    ldrne   r2, [r0, #4]            @ the next sample
+    str     r9, [r0], #4
     bne     .LamplifyNext
 .LamplifyEnds:
     sub     r0, r8, r1
@@ -220,7 +221,7 @@ routine SoftAmplify
     bne     .LamplifyEnds
     add     r12, r6, #128
     mov     r12, r12, lsr #8
-    eor     r2, r2, r12, lsl #31
+    eor     r9, r2, r12, lsl #31
     b       .LamplifyStores
 endroutine SoftAmplify
 
@@ -239,14 +240,14 @@ routine SoftShortProducts
 .LshortNext:
     ldr     r6, [r0], #4
     ldr     r7, [r1], #4
+    mov     r12, r6, lsl #8         @ lr = upper half of the significands' product
+    orr     r12, r12, #0x80000000
+    mov     lr, r7, lsl #8
+    orr     lr, lr, #0x80000000
+    umull   r8, lr, r12, lr
     mov     r12, r6, lsl #1         @ r8 = kUnits - both exponent fields
     sub     r8, r5, r12, lsr #24
     sub     r8, r8, r7, lsr #23
-    mov     r12, r6, lsl #8         @ lr = upper half of the significands' product
-    orr     r12, r12, #0x80000000
-    mov     r7, r7, lsl #8
-    orr     r7, r7, #0x80000000
-    umull   r7, lr, r12, r7
     mov     lr, lr, lsr r8          @ 32 and more leave nothing; below 8, more than any limit
     sub     lr, lr, lr, lsr #15     @ lr = units of 2^-8 of an output
     add     r12, lr, #2             @ undecided within 2 of a whole number, or from limit on

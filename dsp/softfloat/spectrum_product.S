@@ -8,14 +8,15 @@
 @ memory. Their second terms are in r10, r11 and r6, r7.
 
 @ mirrordifference carried: y = left - conj(right), left in r2 to r5, right in r10, r11 and r6, r7.
-@ y has its real part in r6, r7 and its imaginary part in r10, r11, as turnproducts expects.
-.macro mirrordifference carried=0
+@ y has its real part in r6, r7 and its imaginary part in r10, r11, as turnproducts expects. `meanwhile`
+@ is normroundboth's; it may change r2.
+.macro mirrordifference carried=0, meanwhile
     align   r4, r5, r6, r7, .LfarIm, carried=\carried
     add     r4, r9, r4, asr #3      @ left.im + right.im
     align   r2, r3, r10, r11, .LfarRe, carried=\carried
     rsb     r6, r9, r2, asr #3      @ left.re - right.re
     mov     r10, r4
-    normroundboth r6, r7, r3, r10, r11, r5
+    normroundboth r6, r7, r3, r10, r11, r5, meanwhile="\meanwhile"
 .endm
 
 @ kernelproduct at, factor: the value at `at` times the kernel's factor at the address `factor`, to r2
@@ -36,17 +37,19 @@
     rsb     r4, r9, r4, asr #3
     align   r2, r3, r10, r11, .LfarRe, carried=1-\right
     \op     r8, r9, r2, asr #3
-    normroundboth r4, r5, r5, r8, r9, r3, spare=r2, unclean=1
-    ldr     lr, [sp, #\places]
+    normroundboth r4, r5, r5, r8, r9, r3, spare=r2, unclean=1, meanwhile="ldr r3, [sp, #\places]"
+    .if \right
+    ldr     r2, [r3, #MIRRORED_PLACES_RIGHT]
+    ldrsb   r3, [r3, #MIRRORED_PLACES_RAISED]
+    .else
+    ldrd    r2, r3, [r3, #MIRRORED_PLACES_RIGHT]
+    .endif
     bic     r4, r4, #63
     bic     r8, r8, #63
     .if \right
-    ldrsb   r3, [lr, #MIRRORED_PLACES_RAISED]
-    ldr     r2, [lr, #MIRRORED_PLACES_RIGHT]
     add     r5, r5, r3              @ raise both exponents
     add     r9, r9, r3
     .else
-    ldrd    r2, r3, [lr, #MIRRORED_PLACES_RIGHT]
     add     r2, r2, r3, asr #12     @ right + leftFromRight; a value has 16 bytes
     .endif
     stmia   r2, {r4, r5, r8, r9}
@@ -69,12 +72,11 @@ routine SoftSpectrumProduct
     kernelproduct r12, [r1, #MIRRORED_TURNS_RIGHT] @ right
     stmdb   sp!, {r2-r5}
     kernelproduct r0, [r1], #MIRRORED_TURNS_SIZE   @ left
+    ldrd    r10, r11, [sp]
+    ldrd    r6, r7, [sp, #8]
     stmdb   sp!, {r2-r5}
-    ldrd    r10, r11, [sp, #16]
-    ldrd    r6, r7, [sp, #24]
-    mirrordifference carried=1      @ y = left - conj(right)
-    ldr     r2, [sp, #32]           @ y *= conj((++places)->w)
-    ldrd    r8, r9, [r2, #MIRRORED_PLACES_SIZE]!
+    mirrordifference carried=1, meanwhile="ldr r2, [sp, #32]" @ y = left - conj(right)
+    ldrd    r8, r9, [r2, #MIRRORED_PLACES_SIZE]! @ y *= conj((++places)->w)
     str     r2, [sp, #32]
     turnproducts .LsettleProduct
     turned  r10, r11, r6, r7, back=1
