@@ -149,11 +149,12 @@ routine SoftNewBinade
     sub     r4, r4, r9, asr #31     @ s was 0: r9 is the sample itself; r4 = sum + sample
     add     r4, r4, r9
 .Lsmall:
-    eor     r9, r4, r4, lsl #1      @ below 2^24 the sum is exact
-    movs    r9, r9, lsr #25         @ r9 = 0: endjoin's rounding changes nothing
+    add     r8, r4, #0x1000000      @ from -2^24 to 2^24 - 1 the sum is exact
+    movs    r9, r8, lsr #25         @ r9 = 0: endjoin's rounding changes nothing
     bxeq    lr
-    cmp     r9, #1
-    bne     .LlargeNow
+    add     r8, r8, #0x1000000
+    cmp     r8, #0x4000000
+    bhs     .LlargeNow
     movs    r4, r4, asr #1          @ 2^24 to 2^25: round the last bit away, ties to even
     andcs   r9, r4, #1
     addcs   r4, r4, r9

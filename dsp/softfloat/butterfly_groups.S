@@ -43,12 +43,11 @@
     add     r9, r8, lr
 .endm
 
-@ firsthalf dplace: x0 in r2 to r5 and x2 in r6, r7, r10, r11. x1 is stored in B's place, and x3 is
-@ pushed. The address of D is at sp + dplace.
-.macro firsthalf dplace
-    ldr     lr, [sp, #\dplace]
+@ firsthalf: x0 in r2 to r5 and x2 in r6, r7, r10, r11. x1 is stored in B's place, and x3 is pushed. r8
+@ is the address of D.
+.macro firsthalf
     ldmia   r12, {r2-r5}            @ C
-    ldmia   lr, {r6, r7, r10, r11}  @ D
+    ldmia   r8, {r6, r7, r10, r11}  @ D
     pair    r2, r3, r6, r7          @ x2, x3 = C + D, C - D
     pair    r4, r5, r10, r11
     stmdb   sp!, {r2-r7, r10, r11}
@@ -79,7 +78,8 @@
 .endm
 
 @ storelast dplace, label, registers: stores y3 in D's place. Unless this was the last butterfly of the
-@ group, branches to the label for the next one. r8 is the address of D and r9 where D ends.
+@ group, branches to the label for the next one. On entry r8 is the address of D and r9 where D ends.
+@ Afterwards r8 is the address of the next D.
 .macro storelast dplace, label, registers:vararg
     stmia   r8!, {\registers}
     str     r8, [sp, #\dplace]
@@ -111,7 +111,7 @@ routine SoftUntwiddledGroup
     addresses
     strd    r8, r9, [sp]
 .LuntwiddledNext:
-    firsthalf 0
+    firsthalf
     evenpairs
     stmia   r12!, {r6, r7, r10, r11} @ y2
     oddpairs
@@ -155,7 +155,7 @@ routine SoftEighthGroup
     strd    r2, r3, [sp]
     strd    r8, r9, [sp, #8]
 .LeighthNext:
-    firsthalf 8
+    firsthalf
     pair    r2, r3, r6, r7          @ y0 = x0 + x2
     pair    r4, r5, r10, r11, backward=1
     stmia   r0!, {r2-r5}
@@ -285,7 +285,7 @@ routine SoftTwiddledGroups
     addresses
     strd    r8, r9, [sp, #24]
 .LtwiddledNext:
-    firsthalf 24
+    firsthalf
     evenpairs "ldrd r8, r9, [sp, #16 + W2]"
     turnproducts .LsettleEven       @ y2 *= w2; x3 is pushed
     turned  r2, r3, r4, r5

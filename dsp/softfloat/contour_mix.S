@@ -131,8 +131,8 @@ routine SoftContourMix
 .LmixNext:
     mov     r11, #0x80000000
     channelsum                      @ mixed[0]
-    strd    r2, r3, [sp]
     ldr     lr, [sp, #16]
+    strd    r2, r3, [sp]
     cmp     lr, #1
     beq     .LmixSummed
     channelsum                      @ mixed[1]
@@ -165,10 +165,10 @@ routine SoftContourMix
 
     align   r10, r11, r4, r5, .LfarOut, carried=1
     ldr     lr, [sp, #16]
+    ldrd    r2, r3, [sp, #8]        @ mixed[1], if there is one
     add     r10, r9, r10, asr #3    @ mixed[0] + y
     cmp     lr, #1
     beq     .LmixOneOut
-    ldrd    r2, r3, [sp, #8]
     align   r2, r3, r4, r5, .LfarTerm, carried=1
     add     r2, r9, r2, asr #3      @ mixed[1] + y
     normroundboth r10, r11, r11, r2, r3, r3, unclean=1
@@ -179,14 +179,14 @@ routine SoftContourMix
     pack    r2, r3, r7, .LmixRare
     str     r2, [r6], #4
 .LmixOut:
+    ldr     lr, [sp, #20]
+    ldr     r7, [sp, #24]
     str     r6, [sp, #32]
-    ldr     lr, [sp, #20]           @ after an odd frame: first arrays, next pair
-    cmp     r12, lr
+    cmp     r12, lr                 @ after an odd frame: first arrays, next pair
     moveq   r12, r0
     addeq   r1, r1, #4
-    ldr     lr, [sp, #24]
-    subs    lr, lr, #1
-    str     lr, [sp, #24]
+    subs    r7, r7, #1
+    str     r7, [sp, #24]
     bne     .LmixNext
 .LmixEnd:
     ldr     r0, [sp, #28]

@@ -79,8 +79,10 @@ routine SoftSpectrumProduct
     ldrd    r8, r9, [r2, #MIRRORED_PLACES_SIZE]! @ y *= conj((++places)->w)
     str     r2, [sp, #32]
     turnproducts .LsettleProduct
-    turned  r10, r11, r6, r7, back=1
+    turned  r10, r11, r6, r7, back=1, unclean=1
     ldmia   sp!, {r2-r5}
+    bic     r10, r10, #63
+    bic     r6, r6, #63
     storeexchanged rsb, 0, 16       @ left - y
     ldmia   sp!, {r2-r5}
     storeexchanged add, 1, 0        @ right + conj(y)
