@@ -1,4 +1,5 @@
 // Tests albums: all tracks go through one instance of the chain and are joined without a gap.
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 #include <taglib/fileref.h>
 #include <taglib/tpropertymap.h>
@@ -289,19 +290,20 @@ TEST_F(Album, ACueSheetGoesWithItsFile) {
 
 TEST_F(Album, OneCeilingHoldsForAllTracks) {
     Floats loud;
-    for (const float sample : Noise<float>(2 * 44100, 1))
+    for (const float sample : Noise<float>(size_t{2} * 44100, 1))
         loud.push_back(sample > 0 ? 0.99F : -0.99F);
     Write("in/1.wav", loud, 44100, 2);
     WriteTrack("2.wav");
     for (const std::string ending : {"flac", "opus"}) {
         const Json report =
-            Reports("in out-" + ending + " --preset off --ceiling=-3dB --format " + ending).at(0);
+            Reports(fmt::format("in out-{0} --preset off --ceiling=-3dB --format {0}", ending))
+                .at(0);
         EXPECT_LE(report["ceiling"]["reachedDb"], -3) << ending;
         EXPECT_GT(report["ceiling"]["reachedDb"], -5) << ending;
-        for (const float x : Read("out-" + ending + "/1." + ending))
+        for (const float x : Read(fmt::format("out-{0}/1.{0}", ending)))
             ASSERT_LE(std::abs(x), 0.708) << ending;
         // The soft track is lowered by the same gain as the loud one.
-        const Floats soft = Read("out-" + ending + "/2." + ending);
+        const Floats soft = Read(fmt::format("out-{0}/2.{0}", ending));
         EXPECT_NEAR(*std::max_element(soft.begin() + 20000, soft.end() - 20000),
                     0.2 * std::pow(10, report["ceiling"]["gainDb"] / 20), 0.01)
             << ending;

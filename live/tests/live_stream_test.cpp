@@ -155,7 +155,7 @@ TEST(LiveStream, GivesAfterAMoveWhatTheLibraryGivesFromTheMovesBufferOn) {
         const Channels wanted = ByTheLibrary(source, settings, buffer);
         // Settling takes 1024 frames and the fade 2048. A move that is taken a buffer later ends
         // later.
-        const auto faded = static_cast<ptrdiff_t>(stream.LatencyFrames() + 1024 + 2048);
+        const auto faded = ptrdiff_t{stream.LatencyFrames()} + 1024 + 2048;
         for (size_t c = 0; c < 2; ++c)
             EXPECT_TRUE(
                 std::equal(wanted[c].begin() + faded, wanted[c].end(), after[c].begin() + faded))
