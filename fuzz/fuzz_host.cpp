@@ -32,7 +32,7 @@
 //   - no sample above the gate;
 //   - no floating-point operation anywhere with an infinite or undefined result.
 //
-// Run it with scripts/fuzz.sh; fuzz/corpus.py writes the first inputs.
+// Run it with scripts/fuzz.sh.
 #include <algorithm>
 #include <cfenv>
 #include <cmath>

@@ -31,7 +31,7 @@ for target in $targets; do
         mkdir "found/$target"
         continue
     fi
-    ../../fuzz/corpus.py unpack "$target" "corpus/$target"
+    ../../scripts/fuzz_corpus.py unpack "$target" "corpus/$target"
 done
 
 # Replays and fuzzes one target.
@@ -79,7 +79,7 @@ for target in $([ "$mode" != keep ] || echo "$targets"); do
     rm -rf kept
     mkdir kept
     "fuzz/$target" -merge=1 -use_counters=0 kept "corpus/$target" "found/$target" > "$target.log" 2>&1
-    ../../fuzz/corpus.py pack "$target" kept
+    ../../scripts/fuzz_corpus.py pack "$target" kept
 done
 cd ../..
 [ "$mode" = coverage ] || [ "$mode" = empty ] || exit 0

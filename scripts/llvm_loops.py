@@ -10,7 +10,7 @@ import itertools
 import re
 
 import z3
-from llvm_memory import (Cells, Pointer, Room, State, concrete, differ, fresh, number,
+from llvm_memory import (NULL, Cells, Pointer, Room, State, concrete, differ, fresh, number,
                          offset_or_value, wide)
 from llvm_paths import Program
 
@@ -291,6 +291,9 @@ class Inductive(Cells, Program):
                                           data=kind[0] == "array" and size > 64))
         elif OPAQUE.match(operation):
             env[target] = fresh(self.types.read(rest)[0][1])
+        elif operation == "extractvalue":
+            whole, index = re.search(r"(%\d+), (\d)$", rest).groups()
+            env[target] = env[whole][int(index)]
         elif operation in CONVERSIONS:
             env[target] = fresh(self.types.read(re.search(r" to (.*)$", rest)[1])[0][1])
         elif operation == "fcmp":
@@ -366,6 +369,17 @@ def copying(program, memory, arguments, _sizes, _result):
     yield memory, None
 
 
+def allocation(_program, memory, arguments, _sizes, _result):
+    yield State(memory), NULL
+    yield memory, memory.add(Room("new memory", wide(arguments[0]), data=True))
+
+
+def product_and_overflow(_program, memory, arguments, _sizes, _result):
+    high, low = (z3.Extract(top, top - 63, z3.ZeroExt(64, arguments[0]) * z3.ZeroExt(64, arguments[1]))
+                 for top in (127, 63))
+    yield memory, (low, z3.If(high != 0, number(1, 1), number(0, 1)))
+
+
 def extreme(compare):
     def choose(_program, memory, arguments, _sizes, _result):
         yield memory, z3.If(compare(*arguments), arguments[0], arguments[1])
@@ -379,5 +393,6 @@ MODELS = {
     "llvm.smin": extreme(lambda a, b: a < b), "llvm.smax": extreme(lambda a, b: a > b),
     "proof_object": named(False), "proof_data": named(True), "proof_read": reading,
     "proof_write": writing, "proof_assume": assumption, "proof_check": claim, "proof_keep": keeping,
-    "proof_number": keeping,
+    "proof_number": keeping, "_Zna": allocation, "_Zda": harmless,
+    "llvm.umul.with.overflow": product_and_overflow,
 }

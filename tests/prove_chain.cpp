@@ -5,10 +5,13 @@
 // A function whose name begins with `prove` makes objects in any state that the invariant allows,
 // calls one step, and checks the invariant. Elsewhere a function `instead_...` stands for that
 // step: it checks what the step needs, and leaves anything that the invariant allows.
+#include "dsp/planar_delay.h"
 #include "dsp/samples.cpp"
+#include "dsp/wave_buffer.cpp"
 #include "effects/fir_equalizer.cpp"
 #include "effects/limiter_core.cpp"
 #include "effects/loudness.cpp"
+#include "effects/orvane_sound.cpp"
 #include "effects/playback_gain.cpp"
 // This file has names of its own for what others have, too.
 #define Load FftLoad
@@ -161,6 +164,20 @@ Equalizer* AnyEqualizer(uint32_t channels) {
     return equalizer;
 }
 
+// The enhancer's buffers.
+bool Holds(const WaveBuffer_R32& buffer, uint32_t channels) {
+    return (buffer.channels == channels) & (buffer.count <= buffer.capacity) &
+           (buffer.capacity != 0) & (buffer.count % channels == 0) &
+           (buffer.capacity % channels == 0);
+}
+WaveBuffer_R32* AnyBuffer(uint32_t channels) {
+    auto* const buffer = Object<WaveBuffer_R32>("the buffer");
+    buffer->channels = channels;
+    *reinterpret_cast<float**>(&buffer->samples) = Data<float>("the storage", buffer->capacity);
+    proof_assume(Holds(*buffer, channels));
+    return buffer;
+}
+
 }  // namespace
 
 extern "C" {
@@ -234,4 +251,44 @@ void prove_reversal() {
     }
 EQUALIZER(1)
 EQUALIZER(2)
+// The storage may be a new one then, so all of it is written to.
+#define BUFFER(channels)                                                         \
+    void prove_buffer_##channels(uint32_t frames, uint32_t step) {               \
+        WaveBuffer_R32* const buffer = AnyBuffer(channels);                      \
+        auto* const samples = Data<float>("samples", size_t{frames} * channels); \
+        if (step == 0)                                                           \
+            buffer->PushSamples(samples, frames);                                \
+        else if (step == 1)                                                      \
+            buffer->SetBufferOffset(frames);                                     \
+        else                                                                     \
+            buffer->PopSamples(samples, frames, step == 2);                      \
+        proof_check(Holds(*buffer, channels));                                   \
+        proof_write(buffer->samples.data(), buffer->capacity * sizeof(float));   \
+    }
+BUFFER(1)
+BUFFER(2)
+void prove_delay(uint32_t held, uint32_t block, uint32_t room) {
+    proof_assume((held < 1000) & (block <= room) & (room < 1000));
+    PlanarDelay<float> delay;
+    delay.pairs.count = 2 * (size_t{held} + room);
+    *reinterpret_cast<float**>(&delay.pairs) = Data<float>("the delay", delay.pairs.count);
+    delay.heldPairs = held;
+    delay.block = block;
+    proof_write(delay.Next().re, room * sizeof(float));
+    proof_write(delay.Next().im, room * sizeof(float));
+    delay.Advance();
+}
+#define CONTOUR(number)                                                           \
+    void prove_contour_##number(uint32_t frames) {                                \
+        proof_assume(frames <= kChunkFrames);                                     \
+        auto* const enhancer = Object<OrvaneSound_R32R32>("the enhancer");        \
+        auto* const chunk = Object<OrvaneSound_R32R32::Chunk>("the chunk");       \
+        auto* const samples = Data<float>("the frames", size_t{frames} * number); \
+        enhancer->channels = number;                                              \
+        enhancer->Begin(*chunk, samples, frames);                                 \
+        RunAlone(chunk->run, chunk->count);                                       \
+        enhancer->Finish(*chunk, samples);                                        \
+    }
+CONTOUR(1)
+CONTOUR(2)
 }

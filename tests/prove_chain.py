@@ -33,7 +33,7 @@ open:
 - the chunks of the playback gain for two channels, and the transform's stages: too little is guessed about
   their loops, so the solver begins at states that no turn reaches
 - the loops of the chain itself, which cut a call into chunks and hand them from one processor to the next
-- the enhancer: its two buffers, its delays, its filters around the transform, its contour"""
+- the enhancer's blocks: how they pass from one buffer through the filters and delays to the other"""
 LONG = "gains_Q24_1_Alone", "window_Plain_2", "window_Q24_1"  # proved only if named, for their time
 STEPS = {  # what is proved, and the functions in whose place the steps' stand-ins are called
     "window": r"^_ZN11LimiterCoreI\d+(Plain|Q24)LimitingLj(\d)EE10MakeWindowEv",
@@ -53,6 +53,12 @@ CONTROLS = {  # what is spoilt: file, text, replacement, the proof that must fai
     "a history that is moved a frame too late":
         ("effects/fir_equalizer.cpp", "> State::kReach + State::kMove)",
          "> State::kReach + State::kMove + 1)", "equalizer_begin_1"),
+    "a buffer that grows a sample too late":
+        ("dsp/wave_buffer.cpp", "needed <= capacity", "needed <= capacity + 1", "buffer_1"),
+    "a delay that moves a pair too far":
+        ("dsp/planar_delay.h", "all.im + block,", "all.im + block + 1,", "delay"),
+    "a chunk of the contour that may be a frame longer":
+        (SOURCE, "frames <= kChunkFrames", "frames <= kChunkFrames + 1", "contour_1"),
 }
 
 

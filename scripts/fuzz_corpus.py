@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Packs and unpacks the kept inputs of the fuzz targets.
 
-    corpus.py unpack TARGET FOLDER    writes a file for each input
-    corpus.py pack TARGET FOLDER      keeps the files of a folder instead of the earlier inputs
+    fuzz_corpus.py unpack TARGET FOLDER    writes a file for each input
+    fuzz_corpus.py pack TARGET FOLDER      keeps the files of a folder instead of the earlier inputs
 
-The kept inputs are in corpus.txt, which has one line for each target: its name, and in base64 a
+The kept inputs are in fuzz/corpus.txt, which has one line for each target: its name, and in base64 a
 text that LZMA compressed. In this text, each input is one line of hexadecimal digits. The lines are
 sorted, and no input occurs twice.
 
@@ -19,7 +19,7 @@ import lzma
 import pathlib
 import sys
 
-CORPUS = pathlib.Path(__file__).with_name("corpus.txt")
+CORPUS = pathlib.Path(__file__).resolve().parent.parent / "fuzz/corpus.txt"
 
 
 def read_corpus():
