@@ -26,7 +26,7 @@ test="binutils libgtest-dev android-libcutils clang clang-format clang-tidy clan
 arm="cmake ninja-build python3 g++-arm-linux-gnueabi g++-aarch64-linux-gnu qemu-user googletest
   android-liblog-dev"
 wasm="cmake ninja-build clang lld wasi-libc libclang-rt-14-dev-wasm32 libc++-14-dev-wasm32 nodejs esbuild dpkg-dev"
-browser="chromium"
+browser="chromium ffmpeg"
 npm="npm"
 
 wanted=

@@ -2,7 +2,7 @@
 // is never copied as a whole.
 //
 // In:   { type: "start", bytes, rate, channels, dithers, values, wanted: "loudness" | "wav" }
-//       { type: "samples", channels }  one Float32Array for each channel
+//       { type: "samples", channels }  one Float32Array or Int16Array for each channel
 //       { type: "end" }
 // Out:  { type: "progress", loudness }  after each part
 //       { type: "done", loudness, wav }  wav: a Blob if it is wanted, otherwise null
@@ -32,7 +32,7 @@ function start({ bytes, rate, channels, dithers, values, wanted }) {
   };
 }
 
-/** @param {NonNullable<typeof run>} run @param {Float32Array[]} channels */
+/** @param {NonNullable<typeof run>} run @param {(Float32Array | Int16Array)[]} channels */
 function process({ piece, quantizer, take }, channels) {
   const samples = quantizer.interleave(channels);
   const out = new Int16Array(samples.length);

@@ -79,8 +79,7 @@ export interface Sides<T> {
 /** A piece in the page. */
 export interface NamedPiece extends Declared.Piece {
     name: string;
-    /** The samples, as Web Audio plays them. `channels` are views of the same memory. */
-    buffer: AudioBuffer;
+    channels: Int16Array<ArrayBuffer>[];
 }
 
 /** A rectangle in CSS pixels of a canvas. */
@@ -112,6 +111,7 @@ declare global {
         goOn: (value?: unknown) => void;
         hasGoneOn: boolean;
         hit: unknown;
+        isDamaged: boolean;
         parts: number[];
         rates: number[];
         waiting: Set<Element | null>;

@@ -94,8 +94,8 @@ export class OrvaneNode extends AudioWorkletNode {
 export interface Piece {
     /** Sample rate, 32000 to 48000 Hz. */
     readonly rate: number;
-    /** One or two channels of equal length. Full scale is 1.0. */
-    readonly channels: readonly Float32Array[];
+    /** One or two channels of equal length. Full scale is 1.0, or 32768 in an Int16Array. */
+    readonly channels: readonly Float32Array[] | readonly Int16Array[];
     /**
      * True if the samples are not multiples of 1/32768. They are then dithered to 16 bits, as
      * `orvane render` does. The noise is the same in every run.

@@ -124,7 +124,7 @@ function stroke(context, area, curve, colour) {
 export const outlineOf = (channels, columns) =>
   Float32Array.from({ length: columns }, (_, column) => peakOf(channels, column, columns));
 
-/** @type {(channels: readonly Float32Array[], column: number, columns: number) => number} */
+/** @type {(channels: readonly (Float32Array | Int16Array)[], column: number, columns: number) => number} */
 export function peakOf(channels, column, columns) {
   const frames = channels[0].length;
   const end = Math.floor(((column + 1) * frames) / columns);

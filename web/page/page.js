@@ -2,14 +2,13 @@
 import { measure, renderWav } from "../offline.js";
 import * as rules from "../rules.js";
 import { parameters, presets } from "../table.js";
-import { makeControls } from "./controls.js";
+import { makeControls, makePresets } from "./controls.js";
 import { byId, coloursNow, inputById } from "./dom.js";
 import { pieceOf, readAudio, readEmbedded } from "./file.js";
 import { linkTo, makeKeep, settingsIn } from "./keep.js";
 import { makeLevelsPanel } from "./levels_panel.js";
 import { makePiece } from "./piece.js";
 import { makePlayer } from "./player.js";
-import { makePresets } from "./presets.js";
 import { createSound } from "./sound.js";
 import { createState } from "./state.js";
 import { makeTonePanel } from "./tone_panel.js";
@@ -201,14 +200,7 @@ matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => {
 
 const embedded = document.getElementById("orvane-piece");
 if (embedded === null) {
-  const channels = makePiece(kPieceRate);
-  const buffer = new AudioBuffer({
-    numberOfChannels: 2,
-    length: channels[0].length,
-    sampleRate: kPieceRate,
-  });
-  channels.forEach((samples, n) => buffer.copyToChannel(samples, n));
-  load(pieceOf("Built-in piece", buffer));
+  load(pieceOf("Built-in piece", kPieceRate, makePiece(kPieceRate)));
 } else {
   const { piece: wanted, settings } = await readEmbedded(embedded);
   if (location.hash === "") state.replace(settings);

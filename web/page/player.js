@@ -78,7 +78,7 @@ export function makePlayer(sound, { onMove, tell }) {
     outline = mine;
     let start = performance.now();
     for (let column = 0; column < kColumns && outline === mine; ++column) {
-      mine[column] = peakOf(channels, column, kColumns);
+      mine[column] = peakOf(channels, column, kColumns) / 32768;
       if (performance.now() - start < kBusyMs) continue;
       onMove();
       await new Promise((resolve) => setTimeout(resolve));

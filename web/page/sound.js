@@ -1,18 +1,30 @@
 // Plays the piece through the effect, and the piece as it was with the same delay. Only this module plays
 // through Web Audio.
 //
-//   source - fade - OrvaneNode -+- result --- analyser - gain -+- speakers
-//                               +- as it was - analyser - gain -+
+//   sections - fade - OrvaneNode -+- result --- analyser - gain -+- speakers
+//                                 +- as it was - analyser - gain -+
 //
-// Both sides always run, so a switch is a cross-fade in step. Times are in seconds of the piece.
+// Both sides always run, so a switch is a cross-fade in step. Times are in seconds of the piece. Web
+// Audio plays floats, and the piece has 16 bits. So a few seconds of it are converted ahead, in sections.
+// Each of them starts at the very frame at which the one before ends.
 import { OrvaneNode } from "../orvane_node.js";
 
 /** @import { NamedPiece, Sides } from "../types.d.ts" */
 /** @import { State } from "./state.js" */
 /** @typedef {{ analyser: AnalyserNode, gain: GainNode, bins: Float32Array<ArrayBuffer> }} Side */
 /** @typedef {{ context: AudioContext, node: OrvaneNode, sides: Sides<Side> }} Graph */
+/**
+ * What plays. Frame 0 of the piece was at frame `zero` of the context, and the next section begins at
+ * frame `next` of the piece, which grows on in a loop.
+ * @typedef {{ gain: GainNode, sections: AudioBufferSourceNode[], zero: number, next: number }} Playing
+ */
 
 const kFadeSeconds = 0.012;
+const kSectionSeconds = 5;
+// Sections that wait or play. So the page may be busy for the length of one.
+const kSections = 2;
+// A sound starts so late that nothing delays its first section only.
+const kAheadSeconds = 0.05;
 const kBins = 8192;
 const kPatienceMs = 3000;
 
@@ -28,9 +40,8 @@ export function createSound(state, { onMeter, onEnd }) {
   /** @type {Graph | null} made for the rate of the piece */
   let graph = null;
   let isStarting = false;
-  /** @type {{ source: AudioBufferSourceNode, gain: GainNode } | null} new at every start */
+  /** @type {Playing | null} new at every start */
   let playing = null;
-  let startedAt = 0; // the time of the context at which the time of the piece was 0
   let offset = 0; // the time of the piece while nothing plays
   let isLooping = true;
   /** @type {keyof Sides<any>} */
@@ -94,17 +105,49 @@ export function createSound(state, { onMeter, onEnd }) {
   }
 
   /** @param {Graph} graph @param {number} at */
-  function start({ context, node }, at) {
-    const source = new AudioBufferSourceNode(context, { buffer: piece.buffer, loop: isLooping });
+  function start(graph, at) {
+    const { context, node } = graph;
     const gain = new GainNode(context, { gain: 0 });
-    source.connect(gain).connect(node);
-    source.start(0, at);
-    fade(context, gain.gain, 1);
-    startedAt = context.currentTime - at;
-    const mine = { source, gain };
-    playing = mine;
+    gain.connect(node);
+    const next = Math.round(at * piece.rate);
+    const begin = soon(context);
+    playing = { gain, sections: [], zero: begin - next, next };
+    fade(gain.gain, 1, begin / piece.rate);
+    for (let n = 0; n < kSections; ++n) addSection(context, playing);
+  }
+
+  // The next frame of the context at which something can start.
+  /** @param {AudioContext} context */
+  const soon = ({ currentTime }) => Math.ceil((currentTime + kAheadSeconds) * piece.rate);
+
+  // Lets the next section start where the last one ends. A piece that does not loop has a last one.
+  /** @param {AudioContext} context @param {Playing} mine */
+  function addSection(context, mine) {
+    const whole = piece.channels[0].length;
+    const most = kSectionSeconds * piece.rate;
+    const length = isLooping ? most : Math.min(most, whole - mine.next);
+    if (length <= 0) return;
+    const { rate: sampleRate, channels } = piece;
+    const buffer = new AudioBuffer({ numberOfChannels: channels.length, length, sampleRate });
+    channels.forEach((from, side) => {
+      const to = buffer.getChannelData(side);
+      for (let n = 0, at = mine.next % whole; n < length; ++n) {
+        to[n] = from[at] / 32768;
+        if (++at === whole) at = 0;
+      }
+    });
+    const source = new AudioBufferSourceNode(context, { buffer });
+    source.connect(mine.gain);
+    source.start((mine.zero + mine.next) / sampleRate);
+    mine.next += length;
+    mine.sections.push(source);
     source.onended = () => {
-      gain.disconnect();
+      // Sections that were stopped are not in the list any more.
+      if (mine.sections[0] !== source) return;
+      mine.sections.shift();
+      if (playing === mine) addSection(context, mine);
+      if (mine.sections.length > 0) return;
+      mine.gain.disconnect();
       if (playing !== mine) return;
       playing = null;
       offset = 0;
@@ -114,8 +157,11 @@ export function createSound(state, { onMeter, onEnd }) {
 
   function stop() {
     if (playing === null || graph === null) return;
-    fade(graph.context, playing.gain.gain, 0);
-    playing.source.stop(graph.context.currentTime + kFadeSeconds);
+    const { context } = graph;
+    const { gain, sections } = playing;
+    fade(gain.gain, 0, context.currentTime);
+    sections[0].onended = () => gain.disconnect();
+    for (const source of sections) source.stop(context.currentTime + kFadeSeconds);
     playing = null;
   }
 
@@ -136,6 +182,7 @@ export function createSound(state, { onMeter, onEnd }) {
   function position() {
     if (playing === null || graph === null) return offset;
     const { context, node } = graph;
+    const startedAt = playing.zero / piece.rate;
     const heard = context.currentTime - startedAt - node.latency - (context.outputLatency || 0);
     return Math.max(0, isLooping ? heard % duration() : Math.min(heard, duration()));
   }
@@ -144,11 +191,16 @@ export function createSound(state, { onMeter, onEnd }) {
 
   /** @param {boolean} wanted */
   function loop(wanted) {
-    if (playing !== null && graph !== null) {
-      startedAt += duration() * Math.floor((graph.context.currentTime - startedAt) / duration());
-      playing.source.loop = wanted;
-    }
     isLooping = wanted;
+    if (playing === null || graph === null) return;
+    // The sections that were made for the other case end soon, and new ones go on at that frame.
+    const { context } = graph;
+    const end = soon(context);
+    const whole = piece.channels[0].length;
+    for (const source of playing.sections.splice(0)) source.stop(end / piece.rate);
+    playing.next = (end - playing.zero) % whole;
+    playing.zero = end - playing.next;
+    for (let n = 0; n < kSections; ++n) addSection(context, playing);
   }
 
   // Chooses the side that is heard, and the linear gain of each side.
@@ -157,17 +209,18 @@ export function createSound(state, { onMeter, onEnd }) {
     side = wantedSide;
     gains = wantedGains;
     if (graph === null) return;
-    const { context, sides } = graph;
-    fade(context, sides.before.gain.gain, side === "before" ? gains.before : 0);
-    fade(context, sides.after.gain.gain, side === "after" ? gains.after : 0);
+    const { currentTime } = graph.context;
+    const { sides } = graph;
+    fade(sides.before.gain.gain, side === "before" ? gains.before : 0, currentTime);
+    fade(sides.after.gain.gain, side === "after" ? gains.after : 0, currentTime);
   }
 
   // Fades on a straight line, so that the two sides of a cross-fade add up to one.
-  /** @param {AudioContext} context @param {AudioParam} param @param {number} to */
-  function fade({ currentTime: now }, param, to) {
-    param.cancelScheduledValues(now);
-    param.setValueAtTime(param.value, now);
-    param.linearRampToValueAtTime(to, now + kFadeSeconds);
+  /** @param {AudioParam} param @param {number} to @param {number} start */
+  function fade(param, to, start) {
+    param.cancelScheduledValues(start);
+    param.setValueAtTime(param.value, start);
+    param.linearRampToValueAtTime(to, start + kFadeSeconds);
   }
 
   // Returns decibels for each bin, before and after, or null while nothing was played.

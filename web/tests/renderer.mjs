@@ -110,12 +110,14 @@ export function noteWhatIsHeard() {
   };
 }
 
-// In a page: records the sizes of what is decoded in window.parts.
+// In a page: records the sizes of what is decoded in window.parts. If window.isDamaged is set, one decoding fails.
 export function noteParts() {
   window.parts = [];
   const { decodeAudioData } = OfflineAudioContext.prototype;
   OfflineAudioContext.prototype.decodeAudioData = function (/** @type {ArrayBuffer} */ bytes) {
     window.parts.push(bytes.byteLength);
+    if (window.isDamaged) bytes = new ArrayBuffer(0);
+    window.isDamaged = false;
     return decodeAudioData.call(this, bytes);
   };
 }

@@ -1,7 +1,8 @@
 // Tests what is heard and saved by the node and the page in a browser.
 import assert from "node:assert/strict";
+import { execFileSync } from "node:child_process";
 import { createServer } from "node:http";
-import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
+import { mkdtempSync, readFileSync, rmSync, statSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { test } from "node:test";
@@ -143,29 +144,31 @@ test("a FLAC file is decoded in small parts and comes out as the renderer's", ()
   return withPage({ script: noteParts }, use).finally(() => rmSync(folder, { recursive: true }));
 });
 
-test("an MP3 file is decoded in small parts, and at once if it is damaged, with the same samples", () => {
-  const folder = mkdtempSync(join(tmpdir(), "orvane-"));
-  const [wave, mp3] = ["in.wav", "in.mp3"].map((name) => join(folder, name));
-  writeFileSync(wave, wav(noise(2.5e6), 48000, 2));
-  run("render", wave, mp3, "-q");
-  const bytes = readFileSync(mp3);
-  rmSync(folder, { recursive: true });
-  const use = async (/** @type {Page} */ page) => {
-    const read = async (/** @type {string} */ name, /** @type {Buffer} */ buffer) => {
-      await page.evaluate(() => (window.parts = []));
-      await page.locator("#file").setInputFiles({ name, mimeType: "audio/mpeg", buffer });
-      await page.locator("#piece-name").filter({ hasText: name }).waitFor();
-      return { parts: await page.evaluate(() => window.parts), samples: await savedBy(page) };
+for (const kind of ["mp3 48000", "mp3 22050", "ogg 32000", "opus 48000", "m4a 48000", "m4a 24000"])
+  test(`${kind} is decoded in parts, and at once if a part is damaged, with the same samples`, () => {
+    const [format, rate] = kind.split(" ");
+    const folder = mkdtempSync(join(tmpdir(), "orvane-"));
+    const path = join(folder, `in.${format}`);
+    execFileSync("ffmpeg", ["-loglevel", "error", "-i", "-", path], { input: wav(noise(55 * +rate), +rate, 2) });
+    const { size } = statSync(path);
+    const use = async (/** @type {Page} */ page) => {
+      await page.locator("[name=preset][value=off]").check({ force: true });
+      const read = async () => {
+        await page.locator("#file").setInputFiles(path);
+        await page.getByText(`in.${format} is ready.`).waitFor();
+        return { parts: await page.evaluate(() => window.parts.splice(0)), samples: await savedBy(page) };
+      };
+      const { parts, samples } = await read();
+      assert.ok(parts.length > 2 && !parts.includes(size), `${parts}`);
+      await page.evaluate(() => (window.isDamaged = true));
+      const whole = await read();
+      assert.equal(whole.parts.at(-1), size);
+      assert.equal(samples.length, whole.samples.length);
+      // What a decoder cuts off at the ends may have been heard by the filter that converts the rate.
+      assert.ok(!samples.slice(64, -64).some((one, n) => Math.abs(one - whole.samples[n + 64]) > 1));
     };
-    const { parts, samples } = await read("in.mp3", bytes);
-    assert.ok(parts.length > 2 && Math.max(...parts) < bytes.length / 2, `${parts}`);
-    const whole = await read("damaged.mp3", Buffer.concat([bytes, Buffer.of(1)]));
-    assert.deepEqual(whole.parts, [bytes.length + 1]);
-    // Buffers are compared faster.
-    assert.ok(Buffer.from(samples.buffer).equals(Buffer.from(whole.samples.buffer)));
-  };
-  return withPage({ script: noteParts }, use);
-});
+    return withPage({ script: noteParts }, use).finally(() => rmSync(folder, { recursive: true }));
+  });
 
 test("a page with a piece inside plays it with its settings", () => {
   const folder = mkdtempSync(join(tmpdir(), "orvane-"));
@@ -342,7 +345,7 @@ test("the position shown is the one heard, and before and after fade into each o
       await new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
       const shown = /** @type {any} */ (document.getElementById("seek")).valueAsNumber;
       OfflineAudioContext.prototype.resume.call(window.heard);
-      return { shown, out: [...(await rendering).getChannelData(0)].slice(47000, 50000) };
+      return { shown, out: [...(await rendering).getChannelData(0)].slice(47000, 53000) };
     });
     const heard = (out[1000] * 32768 * 4) / 0.25 / 48000;
     assert.ok(Math.abs(heard - shown) < 0.005, `${heard} s is heard, ${shown} s is shown`);
