@@ -64,13 +64,13 @@ TYPED_TEST(FftTest, PlanarTransformsHaveItsBits) {
             a = SparseNoise<TypeParam>(2 * M, seed);
             for (size_t q = 0; q < M; ++q) in[q] = a[2 * q], in[M + q] = a[2 * q + 1];
             fft.bitrv2(n, fft.ip.data() + 2, a.data());
-            const Planar<const TypeParam> from = {&in[0], &in[M]};
+            const Planar<const TypeParam> from = {in.data(), &in[M]};
             if (seed % 2 == 0) {
                 fft.cftfsub(n, a.data(), fft.w.data());
-                planar.Forward(from, {&out[0], &out[M]});
+                planar.Forward(from, {out.data(), &out[M]});
             } else {
                 fft.cftbsub(n, a.data(), fft.w.data());
-                planar.Backward(from, {&out[0], &out[M]});
+                planar.Backward(from, {out.data(), &out[M]});
             }
             for (size_t q = 0; q < M; ++q) got[2 * q] = out[q], got[2 * q + 1] = out[M + q];
             ASSERT_TRUE(HaveTheSameBits(a, got)) << n << " " << seed;
@@ -280,7 +280,7 @@ std::vector<float> PlainForm(const Stream& s, const Real (&weights)[3],
     for (uint32_t c = 0; c < s.channels; ++c) {
         BandSpliter<Real> splitter;
         splitter.SetParameter(1, 255, s.rate, 150, 1800);
-        for (size_t at = c; at < input.size(); at += 770 * s.channels)
+        for (size_t at = c; at < input.size(); at += size_t{770} * s.channels)
             splitter.ConvolveInterleaved(&bands[0][at], &bands[2][at], &bands[0][at], &bands[1][at],
                                          770, s.channels);
     }

@@ -132,7 +132,8 @@ TEST(SoftBandConvolver, GivesTheValuesOfThePlainTransforms) {
         FFT_R24<float> fft(static_cast<uint32_t>(n));
         const auto transform = [&](std::vector<float>& a, int direction) {
             a.resize(n);
-            fft.rdft(static_cast<int>(n), direction, a.data(), fft.ip.data(), fft.w.data());
+            FFT_R24<float>::rdft(static_cast<int>(n), direction, a.data(), fft.ip.data(),
+                                 fft.w.data());
         };
         // the kernels, and the factors of the real-spectrum step
         std::vector<float> packed[3], planar[4];
