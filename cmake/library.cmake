@@ -29,6 +29,9 @@ if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
     list(FILTER hot_sources EXCLUDE REGEX "/softfloat/")
   endif()
   set_source_files_properties(${hot_sources} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-O3>")
+  set(cold_sources ${ORVANE_SOURCES} ${platform_sources})
+  list(REMOVE_ITEM cold_sources ${hot_sources})
+  set_source_files_properties(${cold_sources} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
 endif()
 
 if(ORVANE_ASSEMBLY)
@@ -61,6 +64,16 @@ function(add_orvane_library suffix folder)
   endif()
   add_library(orvane_objects${suffix} OBJECT ${sources} ${hand_written} ${platform_sources})
   target_compile_options(orvane_objects${suffix} PUBLIC ${ARGN} PRIVATE ${ORVANE_OPTIONS})
+  # Reading these headers takes a third of the time of compiling a hot file. clang-tidy and other builds
+  # read every file without them, so that a missing #include is noticed. The headers need the files' own
+  # level of optimisation, because g++ takes the headers' for both.
+  if(NOT CMAKE_CROSSCOMPILING)
+    target_precompile_headers(orvane_objects${suffix} PRIVATE
+      <algorithm> <bit> <cmath> <cstring> <memory> <type_traits> <utility>)
+    set_source_files_properties(
+      ${CMAKE_BINARY_DIR}/CMakeFiles/orvane_objects${suffix}.dir/cmake_pch.hxx.cxx
+      PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-O3>")
+  endif()
 
   add_library(orvane_static${suffix} STATIC)
   target_link_libraries(orvane_static${suffix} PUBLIC orvane_objects${suffix} m)
