@@ -38,6 +38,11 @@ std::unique_ptr<WaveBuffer_R32> MakeBuffer(uint32_t channels, uint32_t frames) {
     return buffer;
 }
 
+// Returns where the next frames of a buffer belong.
+float* BehindHeld(WaveBuffer_R32& buffer, uint32_t channels) {
+    return buffer.GetCurrentBufferR32Ptr() + size_t{buffer.GetBufferOffset()} * channels;
+}
+
 }  // namespace
 
 template <typename Sample, typename Real>
@@ -173,50 +178,67 @@ bool OrvaneSound<Sample, Real>::Reserve(uint32_t frames) {
 }
 
 template <typename Sample, typename Real>
-template <bool withContour, typename External>
+template <typename External>
 uint32_t OrvaneSound<Sample, Real>::InPlace(External* samples, uint32_t n) {
     if (!enabled) return n;
     if (!Reserve(n)) return 0;
     inputBuffer->PushSamples(samples, n);
     ProcessBuffer();
-    if constexpr (withContour && kContourLast)
+    if constexpr (kContourLast)
         if (n <= outputBuffer->GetBufferOffset()) AddContour(n);
     return outputBuffer->PopSamples(samples, n, false);
 }
 
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::Process(int16_t* samples, uint32_t n) {
-    return InPlace<true>(samples, n);
+    return InPlace(samples, n);
 }
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::Process(float* samples, uint32_t n) {
-    return InPlace<true>(samples, n);
+    return InPlace(samples, n);
 }
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::Process(double* samples, uint32_t n) {
-    return InPlace<true>(samples, n);
+    return InPlace(samples, n);
 }
+
 template <typename Sample, typename Real>
-uint32_t OrvaneSound<Sample, Real>::ProcessBands(float* samples, uint32_t n) {
-    return InPlace<false>(samples, n);
+float* OrvaneSound<Sample, Real>::Input(float* samples) {
+    return enabled ? BehindHeld(*inputBuffer, channels) : samples;
+}
+
+template <typename Sample, typename Real>
+float* OrvaneSound<Sample, Real>::ProcessBands(float* samples, uint32_t n) {
+    if (!enabled) return samples;
+    inputBuffer->SetBufferOffset(inputBuffer->GetBufferOffset() + n);
+    ProcessBuffer();
+    return n <= outputBuffer->GetBufferOffset() ? outputBuffer->GetCurrentBufferR32Ptr() : nullptr;
+}
+
+template <typename Sample, typename Real>
+void OrvaneSound<Sample, Real>::Drop(uint32_t n) {
+    if (enabled) outputBuffer->DropFrames(n);
 }
 
 template <typename Sample, typename Real>
 uint32_t OrvaneSound<Sample, Real>::ProcessBuffer() {
     if (!GetPrepared()) return inputBuffer ? inputBuffer->GetBufferOffset() : 0;
-    while (inputBuffer->GetBufferOffset() >= blockSize) RunBlock();
-    return inputBuffer->GetBufferOffset();
+    const uint32_t held = inputBuffer->GetBufferOffset();
+    uint32_t done = 0;
+    for (; held - done >= blockSize; done += blockSize)
+        RunBlock(inputBuffer->GetCurrentBufferR32Ptr() + size_t{done} * channels);
+    if (done != 0) inputBuffer->DropFrames(done);
+    return held - done;
 }
 
 template <typename Sample, typename Real>
-void OrvaneSound<Sample, Real>::RunBlock() {
+void OrvaneSound<Sample, Real>::RunBlock(const float* frames) {
     const bool stereo = channels == 2;
     Channel &left = state[0], &right = state[1];
     if (stereo)
-        Unweave(inputBuffer->GetCurrentBufferR32Ptr(), kPairs, left.Block(), right.Block());
+        Unweave(frames, kPairs, left.Block(), right.Block());
     else
-        Unweave(inputBuffer->GetCurrentBufferR32Ptr(), kPairs, left.Block());
-    inputBuffer->DropFrames(kBlock);
+        Unweave(frames, kPairs, left.Block());
     for (uint32_t c = 0; c < channels; ++c)
         filters.Split(state[c].tails, state[c].Block(),
                       {state[c].lowDelay.Next(), state[c].Block(), state[c].bandDelay.Next()});
@@ -235,7 +257,7 @@ void OrvaneSound<Sample, Real>::PushBands() {
         const std::array bands = {BandsOf(state[0], 0, weights),
                                   BandsOf(state[channels - 1], 0, weights)};
         const uint32_t held = outputBuffer->GetBufferOffset();
-        float* const frames = outputBuffer->GetCurrentBufferR32Ptr() + size_t{held} * channels;
+        float* const frames = BehindHeld(*outputBuffer, channels);
         bool mixed = false;
         if constexpr (kSoftFloat) {
             AddContourToWaiting();

@@ -93,10 +93,15 @@ public:
     // Processes every whole block in the input buffer. Returns the number of frames left there.
     uint32_t ProcessBuffer();
 
-    // The steps of Process, for a chain that interleaves the contour's recurrence with others.
-    // ProcessBands does everything but the contour. Then Begin takes chunks of at most kChunkFrames
-    // of the returned frames, in order. Chunk::Rest() is the run that is left (dsp/runs.h), and
-    // Finish adds the contour.
+    // The steps of Process, for a chain that interleaves the contour's recurrence with others. They
+    // need no copy of the frames.
+    // - Input returns where the chain writes n frames, for which Reserve made room. While disabled,
+    //   it returns `samples`.
+    // - ProcessBands, with the pointer from Input, does everything but the contour. It returns n
+    //   processed frames, or null if fewer are ready. The caller may overwrite them.
+    // - Begin takes chunks of at most kChunkFrames of the returned frames, in order. Chunk::Rest()
+    //   is the run that is left (dsp/runs.h), and Finish adds the contour.
+    // - Drop discards the returned frames.
     static constexpr bool kContourLast = std::is_same_v<Real, float>;
     struct ORVANE_LOCAL Chunk {
         auto Rest() { return Beside{run, count}; }
@@ -106,9 +111,11 @@ public:
         size_t done = 0, count = 0;
         alignas(Lanes) float sums[kChunkFrames];
     };
-    ORVANE_LOCAL uint32_t ProcessBands(float* samples, uint32_t n);
+    ORVANE_LOCAL float* Input(float* samples);
+    ORVANE_LOCAL float* ProcessBands(float* samples, uint32_t n);
     ORVANE_LOCAL void Begin(Chunk& chunk, const float* frames, size_t count);
     ORVANE_LOCAL void Finish(const Chunk& chunk, float* frames);
+    ORVANE_LOCAL void Drop(uint32_t n);
 
 private:
     static constexpr uint32_t kKernelLength = 255, kBlock = 770;  // taps; frames
@@ -131,12 +138,12 @@ private:
     ORVANE_LOCAL void SetUpChannels();
     ORVANE_LOCAL void DesignFilters();
     ORVANE_LOCAL void DesignContour();
-    ORVANE_LOCAL void RunBlock();
+    ORVANE_LOCAL void RunBlock(const float* frames);
     ORVANE_LOCAL void PushBands();
     ORVANE_LOCAL void PushBandsAndContour();
     ORVANE_LOCAL void AddContour(uint32_t n);
     ORVANE_LOCAL void AddContourToWaiting();
-    template <bool withContour, typename External>
+    template <typename External>
     ORVANE_LOCAL uint32_t InPlace(External* samples, uint32_t n);
 
     std::unique_ptr<WaveBuffer_R32> inputBuffer, outputBuffer;

@@ -36,12 +36,12 @@ LIMITS = {
     "instructions, slowest call of 256": 12900,
     "instructions, slowest call of 1024": 7900,
     "commands": 0.02,
-    "cycles, ARM926EJ-S": 7280,
-    "cycles, ARM1136": 7200,
-    "cycles, Cortex-A8": 5190,
-    "cycles, ARM926EJ-S, slowest call of 1024": 11600,
-    "cycles, ARM1136, slowest call of 1024": 11400,
-    "cycles, Cortex-A8, slowest call of 1024": 7600,
+    "cycles, ARM926EJ-S": 7215,
+    "cycles, ARM1136": 7040,
+    "cycles, Cortex-A8": 5140,
+    "cycles, ARM926EJ-S, slowest call of 1024": 11500,
+    "cycles, ARM1136, slowest call of 1024": 11140,
+    "cycles, Cortex-A8, slowest call of 1024": 7540,
 }
 
 

@@ -90,7 +90,7 @@ bool Chain::Process(const int16_t* in, int16_t* out, uint32_t frames) {
         playbackGain->Process(in, out, frames);
         return false;
     }
-    float* const samples = waveBuffer->GetCurrentBufferR32Ptr();
+    float* const samples = enhancer->Input(waveBuffer->GetCurrentBufferR32Ptr());
     Begin(in, out, samples, frames);
     const uint32_t produced = Finish(samples, out, frames);
 
@@ -120,10 +120,12 @@ void Chain::Begin(const int16_t* in, int16_t* out, float* samples, uint32_t fram
     }
 }
 
-// Runs enhancer and output limiters, from `samples` to `out`. Returns the number of frames that
-// came out. The contour of a chunk is interleaved with the limiters' gains of the previous chunk.
+// Runs enhancer and output limiters, from the enhancer's input to `out`. Returns the number of
+// frames that came out: all or none. The contour of a chunk is interleaved with the limiters' gains
+// of the previous chunk.
 uint32_t Chain::Finish(float* samples, int16_t* out, uint32_t frames) {
-    const uint32_t produced = enhancer->ProcessBands(samples, frames);
+    samples = enhancer->ProcessBands(samples, frames);
+    const uint32_t produced = samples != nullptr ? frames : 0;
     Enhancer::Chunk contour;
     for (uint32_t left = produced, count = 0, before = 0; left + before > 0; before = count) {
         const size_t taken = size_t{before} * channels;
@@ -135,5 +137,6 @@ uint32_t Chain::Finish(float* samples, int16_t* out, uint32_t frames) {
         samples += taken;
         left -= count;
     }
+    enhancer->Drop(produced);
     return produced;
 }
