@@ -34,8 +34,9 @@ export async function readAudio(file, step) {
   try {
     const { rate, bits, ...format } = await readFormat(file);
     const { wav } = format;
-    if (wav !== undefined && bits === 16 && wav.channels <= 2 && isTaken(rate))
-      return await readPcm(file, rate, wav, step);
+    if (wav !== undefined && bits === 16 && isTaken(rate))
+      if (wav.channels <= 2 && wav.align === 2 * wav.channels)
+        return await readPcm(file, rate, wav, step);
     const inParts = async () => {
       const cut = await cutFile(file, { rate, bits, ...format });
       return await readParts(file.name, cut, bits, step);
@@ -74,11 +75,10 @@ export function pieceOf(name, rate, channels) {
 }
 
 /** @type {(name: string, rate: number, count: number, frames: number) => NamedPiece} */
-const emptyPiece = (name, rate, count, frames) => ({
-  name,
-  rate,
-  channels: Array.from({ length: count }, () => new Int16Array(frames)),
-});
+function emptyPiece(name, rate, count, frames) {
+  if (frames === 0) throw new Error("no samples");
+  return { name, rate, channels: Array.from({ length: count }, () => new Int16Array(frames)) };
+}
 
 // Puts interleaved samples into a piece, from frame `frame` on. What is too much is left out.
 /** @type {(piece: NamedPiece, samples: Int16Array, frame: number) => void} */
@@ -141,7 +141,7 @@ async function readPcm(file, rate, { start, channels, align }, step) {
 }
 
 // Decodes a file part by part. Throws an Error if the parts don't fit together, or if their length is
-// not the one that the file tells.
+// not the one that the file tells. `frames` is missing if the file is decoded at once.
 /**
  * @param {string} name
  * @param {{ rate: number, frames?: number, parts: Iterable<Part> | AsyncIterable<Part> }} cut
@@ -151,8 +151,9 @@ async function readPcm(file, rate, { start, channels, align }, step) {
  */
 async function readParts(name, { rate, frames, parts }, bits, step) {
   const decoder = new OfflineAudioContext(2, 1, rate);
-  const wanted = isTaken(rate) ? rate : kRate;
-  const convert = isTaken(rate) ? null : makeConverter(rate);
+  // What is decoded at once already has the rate of the piece.
+  const wanted = isTaken(rate) || frames === undefined ? rate : kRate;
+  const convert = wanted === rate ? null : makeConverter(rate);
   const isExact = bits === 16 && convert === null;
   const quantizer = new Quantizer(!isExact);
   /** @type {NamedPiece | undefined} */

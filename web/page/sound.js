@@ -136,6 +136,9 @@ export function createSound(state, { onMeter, onEnd }) {
         if (++at === whole) at = 0;
       }
     });
+    // After a standstill of the page, the sound goes on where it stopped.
+    if (mine.zero + mine.next < context.currentTime * sampleRate)
+      mine.zero = soon(context) - mine.next;
     const source = new AudioBufferSourceNode(context, { buffer });
     source.connect(mine.gain);
     source.start((mine.zero + mine.next) / sampleRate);

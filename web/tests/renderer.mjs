@@ -126,7 +126,7 @@ export function noteParts() {
 export function playOffTheClock() {
   /** @type {any} */ (window).AudioContext = class extends OfflineAudioContext {
     constructor(/** @type {{ sampleRate: number }} */ { sampleRate }) {
-      super(2, 2 * sampleRate, sampleRate);
+      super(2, 13 * sampleRate, sampleRate);
       window.heard = this;
     }
     async resume() {}
