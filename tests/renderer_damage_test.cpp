@@ -1,5 +1,6 @@
 // Tests sources that are cut, joined or otherwise damaged. The damage is found, named in one line,
 // and the output has all that can be read.
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -246,7 +247,8 @@ TEST_F(DamagedSource, GivesOneMessageIfItIsInTheMiddle) {
         WriteBytes("odd.mp3", bytes);
         for (const std::string source : {"odd.mp3 out.wav", "- out.wav <odd.mp3"}) {
             for (const std::string ahead : {"", "cat odd.mp3 | "}) {
-                const int status = Shell(ahead + "$ORVANE render -qf --preset off " + source);
+                const int status =
+                    Shell(fmt::format("{}$ORVANE render -qf --preset off {}", ahead, source));
                 EXPECT_TRUE(status == 0 || status == 1 || status == 3) << status << Slurp("err");
                 const std::string said = Slurp("err");
                 EXPECT_LE(std::count(said.begin(), said.end(), '\n'), status == 0 ? 0 : 1) << said;

@@ -189,7 +189,8 @@ TEST_F(Renderer, LeavesPausesAndDitherOutOfThePicture) {
     piece.insert(piece.end(), dither.begin(), dither.end());  // from 30 s to 36 s
     piece.insert(piece.end(), soft.begin(), soft.end());
     for (const int seconds : {60, 102}) {  // both momentary and short-term loudness
-        Write("in.wav", Floats(piece.begin(), piece.begin() + 64000 * seconds), 32000, 2);
+        Write("in.wav", Floats(piece.begin(), piece.begin() + ptrdiff_t{64000} * seconds), 32000,
+              2);
         ASSERT_EQ(Shell("PATH=bin:$PATH $ORVANE picture -f --preset night in.wav a.png"), 0);
         const std::string script = Slurp("script");
         EXPECT_EQ(lowestOf(script, "Loudness over time"), -40) << seconds;

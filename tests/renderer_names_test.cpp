@@ -1,5 +1,6 @@
 // Tests what the renderer keeps of a file besides its sound and tags, and how it handles long and
 // malicious names.
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
 #include <taglib/fileref.h>
@@ -147,7 +148,7 @@ TEST_F(Renderer, CopiesId3FramesWithoutAFieldName) {
     };
     const std::string frames[] = {
         frame("CTOC", std::string("toc\0\3\1c1\0", 9)),
-        frame("GEOB", std::string("\0text/plain\0f\0d\0object", 23)),
+        frame("GEOB", std::string("\0text/plain\0f\0d\0object", 22)),
         frame("POPM", std::string("a@b\0\x99\0\0\0\7", 9)),
         frame("PRIV", std::string("owner\0\1\0\2", 9)),
         frame("SYLT", std::string("\0eng\2\1\0la\0\0\0\0d", 14)),
@@ -204,7 +205,7 @@ TEST_F(Renderer, NamesAreAsLongAsTheFileSystemTakes) {
             std::string name = length % 2 == 0 ? "" : "o";
             while (name.size() < length - 4) name += letter;
             const std::string settings = "." + name.substr(0, length - 1);
-            EXPECT_EQ(Shell("$ORVANE render in.wav " + name + ".wav --save " + settings),
+            EXPECT_EQ(Shell(fmt::format("$ORVANE render in.wav {}.wav --save {}", name, settings)),
                       length == 256 ? 1 : 0);
             std::error_code tooLong;
             for (const std::string& made : {name + ".wav", settings})

@@ -158,7 +158,7 @@ TEST_F(Renderer, RefusesInOneLineAndTouchesNothing) {
     Write("999.wav", sine, 999, 1);
     Write("768001.wav", sine, 768001, 1);
     std::ofstream("old.wav") << "old";
-    std::ofstream("lines") << std::string(50000000, '\n');
+    std::ofstream("lines") << std::string(50000000, '\n');  // NOLINT(bugprone-string-constructor)
     fs::create_directory("sub");
     fs::create_hard_link("in.wav", "sub/in");
     fs::create_symlink("new.png", "link.wav");

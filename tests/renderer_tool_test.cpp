@@ -1,5 +1,6 @@
 // Tests the renderer as a tool: which tags it keeps, what it prints, and how it shares a folder
 // with other programs.
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 #include <taglib/attachedpictureframe.h>
 #include <taglib/fileref.h>
@@ -48,10 +49,11 @@ TEST_F(Renderer, KeepsTagsAndTheCoverOrSaysWhatIsLost) {
         {"out.mp3", ""}, {"out.caf", some}, {"out.rf64", some}, {"out.au", all}, {"out.w64", all}};
     for (const auto& [output, lost] : outputs) {
         SCOPED_TRACE(output);
-        std::string said =
-            "orvane: " + output +
-            " is written without REPLAYGAIN_TRACK_GAIN, because the loudness has changed\n";
-        if (!lost.empty()) said = "orvane: " + output + " cannot keep " + lost + "\n" + said;
+        std::string said = fmt::format(
+            "orvane: {} is written without REPLAYGAIN_TRACK_GAIN, because the loudness has "
+            "changed\n",
+            output);
+        if (!lost.empty()) said = fmt::format("orvane: {} cannot keep {}\n{}", output, lost, said);
         EXPECT_EQ(Shell("$ORVANE render -fq --preset off in.flac " + output), 0);
         EXPECT_EQ(Slurp("err"), said);
         // Writing tags does not change the sound.
