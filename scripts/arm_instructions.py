@@ -37,7 +37,7 @@ LIMITS = {
     "instructions, slowest call of 1024": 7900,
     "commands": 0.02,
     "cycles, ARM926EJ-S": 7215,
-    "cycles, ARM1136": 7040,
+    "cycles, ARM1136": 6990,
     "cycles, Cortex-A8": 5140,
     "cycles, ARM926EJ-S, slowest call of 1024": 11500,
     "cycles, ARM1136, slowest call of 1024": 11140,
