@@ -209,10 +209,12 @@ function cutMp3(view, rate, start) {
   const count = frames.length - 1;
   const tag = start + 4 + (isOne ? (isMono ? 17 : 32) : isMono ? 9 : 17);
   const [skipped, cut] = mp3Ends(view, tag, count, size);
+  // The frame with the tag is left out: some browsers cut the end of the first part as the tag tells.
+  const silent = skipped > 0 ? 1 : 0;
   function* parts() {
     for (let from = 0; from < count; from += kMp3Part) {
       const to = Math.min(count, from + kMp3Part);
-      const at = frames[Math.max(0, from - kMp3Lead)];
+      const at = frames[Math.max(silent, from - kMp3Lead)];
       const bytes = [new Uint8Array(file, at, frames[to] - at)];
       yield { bytes, end: to * size - skipped, done: to / count };
     }
