@@ -14,8 +14,9 @@ export function fromDecoded(samples) {
 }
 
 // Converts floats to 16 bits: floor(32768 x + noise + 0.5), held within 16 bits. A sample that is
-// no finite number is silence. Samples of 16 bits stay as they are without dither. With dither, the noise is triangular over ±1 and the same in every
-// run, as in `orvane render`. One object converts one piece, in order.
+// no finite number is silence. Samples of 16 bits stay as they are without dither. With dither, the
+// noise is triangular over ±1 and the same in every run, as in `orvane render`. One object converts
+// one piece, in order.
 export class Quantizer {
   #seed = 1;
 
