@@ -393,6 +393,6 @@ MODELS = {
     "llvm.smin": extreme(lambda a, b: a < b), "llvm.smax": extreme(lambda a, b: a > b),
     "proof_object": named(False), "proof_data": named(True), "proof_read": reading,
     "proof_write": writing, "proof_assume": assumption, "proof_check": claim, "proof_keep": keeping,
-    "proof_number": keeping, "_Zna": allocation, "_Zda": harmless,
+    "proof_number": keeping, "harmless": harmless, "_Zna": allocation, "_Zda": harmless,
     "llvm.umul.with.overflow": product_and_overflow,
 }
