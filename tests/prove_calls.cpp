@@ -67,11 +67,18 @@ void instead_sums(Equalizer* equalizer, Equalizer::Chunk*, const int16_t* in, fl
     Reads(equalizer, in, count);
     Writes(equalizer, samples, count);
 }
-uint32_t instead_bands(Enhancer* enhancer, float* samples, uint32_t frames) {
+bool instead_room(Enhancer* enhancer, uint32_t frames) {
+    auto* const input = Data<float>("the enhancer's input", size_t{frames} * enhancer->channels);
+    reinterpret_cast<float*&>(enhancer->inputBuffer) = input;
+    return *Object<uint32_t>("whether there is memory") != 0;
+}
+float* instead_input(Enhancer* enhancer, float*) {
+    return reinterpret_cast<float*&>(enhancer->inputBuffer);
+}
+float* instead_bands(Enhancer* enhancer, float* samples, uint32_t frames) {
     Writes(enhancer, samples, frames);
-    const uint32_t produced = *Object<uint32_t>("the number of frames that come out");
-    proof_assume(produced <= frames);
-    return produced;
+    auto* const output = Data<float>("the enhancer's output", size_t{frames} * enhancer->channels);
+    return *Object<uint32_t>("whether they are ready") != 0 ? output : nullptr;
 }
 void instead_resonance(Enhancer* enhancer, Enhancer::Chunk* chunk, const float* frames,
                        size_t count) {
