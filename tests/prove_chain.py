@@ -35,7 +35,8 @@ open:
 - the chunks of the playback gain for two channels, and the transform's stages: too little is guessed about
   their loops, so the solver begins at states that no turn reaches
 - the enhancer's blocks: how they pass from one buffer through the filters and delays to the other"""
-LONG = "gains_Q24_1_Alone", "window_Plain_2", "window_Q24_1"  # proved only if named, for their time
+# These are proved only if they are named, for their time.
+LONG = "equalizer_begin_2", "gains_Q24_1_Alone", "window_Plain_2", "window_Q24_1"
 STEPS = {  # what is proved, and the functions in whose place the steps' stand-ins are called
     "window": r"^_ZN11LimiterCoreI\d+(Plain|Q24)LimitingLj(\d)EE10MakeWindowEv",
     "gains": r"^_ZN11LimiterCoreI\d+(Plain|Q24)LimitingLj(\d)EE9MakeGainsI\d(Alone|Beside).*",
