@@ -1,4 +1,4 @@
-// What the proofs of tests/prove_chain.py call.
+// This declares the functions that the proofs of tests/prove_chain.py call.
 #pragma once
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,7 @@
 // What tests/prove_chain.py proves about whole calls: that the chain cuts them into chunks that
-// keep to its buffers, for any number of frames. The functions `instead_...` stand for what the
-// chunks go through. They check what it needs, and leave any content.
+// keep to its buffers, for any number of frames. The functions `instead_...` stand in for the
+// processors. They check that the frames they are told lie within the buffers, and leave unknown
+// content there.
 #include "tests/proof.h"
 #include "unit/chain.cpp"
 

@@ -151,7 +151,7 @@ async function readPcm(file, rate, { start, channels, align }, step) {
  */
 async function readParts(name, { rate, frames, parts }, bits, step) {
   const decoder = new OfflineAudioContext(2, 1, rate);
-  // What is decoded at once already has the rate of the piece.
+  // A file that is decoded at once has the rate of the piece already.
   const wanted = isTaken(rate) || frames === undefined ? rate : kRate;
   const convert = wanted === rate ? null : makeConverter(rate);
   const isExact = bits === 16 && convert === null;

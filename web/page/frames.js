@@ -6,8 +6,8 @@ import { cutMp4, cutOgg } from "./containers.js";
 /** @typedef {{ start: number, channels: number, align: number }} Wav align: bytes of one frame */
 /** @typedef {{ start: number, frames: number }} Flac */
 /**
- * The rate is 0 if it is not known, and so is `bits` if the samples are no whole numbers. `wav`,
- * `flac` and `mp3` tell where the frames start.
+ * `rate` is 0 if it is not known. `bits` is 0 if the samples are no whole numbers. `wav`, `flac` and
+ * `mp3` tell where the frames start.
  * @typedef {{
  *   rate: number, bits: number, wav?: Wav, flac?: Flac, mp3?: number, isOgg?: true, isMp4?: true,
  * }} Format
@@ -37,8 +37,8 @@ const kMp3Rates = [
 ];
 // Frames of a part: 12 to 74 s.
 const kMp3Part = 1024;
-// Frames that are decoded once more in front of a part. A frame uses up to 511 bytes of the frames
-// before it, in MPEG-2 255 bytes, of which even the smallest hold 11, and the decoder's state.
+// Frames that are decoded once more in front of a part. A frame depends on the decoder's state, and on
+// up to 511 bytes (255 in MPEG-2) of the frames before it. The smallest frames hold 11 of these.
 const kMp3Lead = 32;
 // Samples that decoders of MP3 are late by.
 const kMp3Late = 529;

@@ -164,7 +164,7 @@ for (const kind of ["mp3 48000", "mp3 22050", "ogg 32000", "opus 48000", "m4a 48
       const whole = await read();
       assert.equal(whole.parts.at(-1), size);
       assert.equal(samples.length, whole.samples.length);
-      // What a decoder cuts off at the ends may have been heard by the filter that converts the rate.
+      // A decoder cuts samples off at the ends. The filter that converts the rate may have used them.
       assert.ok(!samples.slice(64, -64).some((one, n) => Math.abs(one - whole.samples[n + 64]) > 1));
     };
     return withPage({ script: noteParts }, use).finally(() => rmSync(folder, { recursive: true }));
